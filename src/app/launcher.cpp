@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "app/launcher.h"
+
+namespace vornalux {
+namespace {
+
+constexpr const char* kTitle = "Vornalux";
+
+}  // namespace
+
+Introfrm::Introfrm(Platform& platform, RunFlags& flags, JobSettings& settings,
+                   const DebugTrace& trace, FrmDBG& debug_window, DefragWindow& main_window)
+    : Form(kTitle),
+      platform_(platform),
+      flags_(flags),
+      settings_(settings),
+      trace_(trace),
+      debug_window_(debug_window),
+      main_window_(main_window) {
+  const std::string windows = platform_.machine.WindowsFolder();
+  main_window_.engine.walk.PrefetchDir = windows.empty() ? "" : windows + "\\Prefetch";
+  FrmAfter.enabled = false;
+  BindOptions();
+}
+
+void Introfrm::BindOptions() {
+  const auto choose = [this](OptionButton& button, std::string& piece, const char* text) {
+    button.click = [this, &piece, text] {
+      piece = text;
+      ComposeJobLine();
+    };
+  };
+  choose(Option1, action_piece_, " /d");
+  choose(Option2, action_piece_, " /c");
+  choose(Option3, action_piece_, " /o");
+  choose(OptClose, after_piece_, " /close");
+  choose(OptShutDown, after_piece_, " /down");
+  OptPrioLow.click = [this] { SetPriority(priority::kIdle, " /low"); };
+  OptPrioMed.click = [this] { SetPriority(priority::kNormal, " /normal"); };
+  // "High" stops at above normal, so that a long run does not starve the desktop.
+  OptPrioHi.click = [this] { SetPriority(priority::kAboveNormal, " /high"); };
+
+  const auto toggle = [this](CheckBox& box, std::string& piece, const char* text) {
+    box.click = [this, &box, &piece, text] {
+      piece = box.value ? text : "";
+      ComposeJobLine();
+    };
+  };
+  toggle(Chk_Minmized, minimized_piece_, " /min");
+  toggle(VSS_Command, vss_piece_, " /vssafe");
+  Chk_ShutDown.click = [this] {
+    FrmAfter.enabled = Chk_ShutDown.value;
+    if (!Chk_ShutDown.value) after_piece_.clear();
+    ComposeJobLine();
+  };
+  VSS_LIVE.click = [this] { flags_.VssSafe = ToBoolean(VSS_LIVE.value); };
+  ExcludeTxt.changed = [this] { settings_.target.exclude = ExcludeTxt.text; };
+}
+
+void Introfrm::SetPriority(std::uint32_t priority_class, const char* piece) {
+  platform_.machine.SetPriorityClass(priority_class);
+  priority_piece_ = piece;
+  ComposeJobLine();
+}
+
+void Introfrm::ComposeJobLine() {
+  job_line_ = "/drv " + settings_.target.Drive() + action_piece_ + priority_piece_ +
+              minimized_piece_ + after_piece_ + vss_piece_;
+  Command2.caption = "Create desktop shortcut Job " + job_line_;
+}
+
+void Introfrm::SelectDrive(const std::string& root) {
+  settings_.target.drive = root;
+  settings_.target.directory.clear();
+  Option1.value = true;
+  Option2.value = false;
+  Option3.value = false;
+  OptPrioMed.value = true;
+  OptPrioLow.value = false;
+  OptPrioHi.value = false;
+  action_piece_ = " /d";
+  priority_piece_ = " /normal";
+  ComposeJobLine();
+  ReadDriveInformation();
+}
+
+void Introfrm::ReadDriveInformation() {
+  const std::string root = settings_.target.Root();
+  VolumeName names;
+  FreeSpace space;
+  const bool answers = platform_.volumes.FreeSpaceFigures(root, space) == error::kSuccess &&
+                       platform_.volumes.VolumeNames(root, names) == error::kSuccess &&
+                       !names.file_system.empty();
+  settings_.target.file_system = answers ? names.file_system : "FS_Error";
+  main_window_.engine.geometry.SelectVolume(settings_.target.Drive());
+}
+
+void Introfrm::runchkdsk(const std::string& drive) {
+  flags_.VolumeDirty = False;
+  if (drive.empty()) return;
+  platform_.machine.CheckDisk(drive + "\\", *this);
+}
+
+void Introfrm::Done(bool failed) {
+  main_window_.EnterIdle();
+  if (cancel) {
+    Say("Disk check was cancelled!");
+  } else if (failed) {
+    flags_.VolumeDirty = True;
+    platform_.desktop.ShowBox(
+        "One or more volumes are 'dirty'!\r\nYou should run Chkdsk to correct errors.", kTitle,
+        BoxButtons::Ok, BoxIcon::Warning);
+  }
+}
+
+void Introfrm::Progress(std::int32_t percent, bool& cancel_check) {
+  main_window_.progress.SetRange(0, 100);
+  main_window_.progress.SetValue(percent);
+  cancel_check = cancel;
+}
+
+void Introfrm::Status(const std::string&, bool& cancel_check) {
+  platform_.desktop.DoEvents();
+  cancel_check = cancel;
+}
+
+void Introfrm::minimize_to_tray() {
+  Hide();
+  main_window_.Hide();
+  platform_.desktop.ShowTrayIcon(main_window_.caption);
+}
+
+void Introfrm::cleanup_systray() { platform_.desktop.RemoveTrayIcon(); }
+
+void Introfrm::Say(const std::string& text) const {
+  platform_.desktop.ShowBox(text, kTitle, BoxButtons::Ok, BoxIcon::None);
+}
+
+}  // namespace vornalux

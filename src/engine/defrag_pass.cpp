@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "engine/passes.h"
+
+namespace vornalux {
+
+bool Passes::defrag() {
+  const BusyWindow busy(view_);
+  if (!flags_.AnalysisValid) {
+    flags_.OptimizeMode = False;
+    if (!analysis_.Analyze_This()) return flags_.StopRequested != False;
+  }
+  const std::vector<std::string>& names = analysis_.lists.FragNames;
+  movers_.drive = target_.Drive();
+  view_.SetRange(0, std::ssize(names));
+  view_.SetValue(0);
+  flags_.StopRequested = False;
+  view_.SetCurrentFile("");
+  view_.SetCaption(Caption("Defragmenting volume "));
+
+  if (target_.Ntfs()) {
+    view_.SetCurrentFile(target_.MasterFileTable());
+    movers_.DefragmentFileInFront(target_.MasterFileTable(), true);
+  }
+  for (const std::string& path : names) {
+    platform_.desktop.DoEvents();
+    view_.SetCurrentFile(path);
+    if (!path.empty()) movers_.DefragmentFile(path);
+    platform_.desktop.DoEvents();
+    if (flags_.StopRequested) {
+      view_.SetValue(0);
+      view_.SetCurrentFile("");
+      ShowIdleCaption();
+      break;
+    }
+    if (view_.RedrawsAfterEachFile()) Redraw();
+    view_.SetValue(view_.Value() + 1);
+  }
+  Redraw();
+  flags_.AnalysisValid = False;
+  ShowIdleCaption();
+  return true;
+}
+
+}  // namespace vornalux

@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "forms/property.h"
+#include "platform/types.h"
+
+namespace vornalux {
+
+class Control : public Observable {
+ public:
+  Property<bool> enabled{*this, true};
+  Property<bool> visible{*this, true};
+};
+
+class Label : public Control {
+ public:
+  explicit Label(std::string text = {}, Colour colour = 0)
+      : caption(*this, std::move(text)), fore_colour(*this, colour) {}
+
+  Property<std::string> caption;
+  Property<Colour> fore_colour;
+  Event click;
+};
+
+// A control with a caption that does something when it is used. Disabled ones do nothing.
+class CommandControl : public Control {
+ public:
+  explicit CommandControl(std::string text = {}) : caption(*this, std::move(text)) {}
+
+  Property<std::string> caption;
+  Event click;
+
+  void Click() {
+    if (enabled) Raise(click);
+  }
+};
+
+class Button : public CommandControl {
+  using CommandControl::CommandControl;
+};
+
+class MenuItem : public CommandControl {
+  using CommandControl::CommandControl;
+};
+
+// Option buttons and check boxes: Click() gives them their value, then runs the event.
+class OptionButton : public CommandControl {
+ public:
+  using CommandControl::CommandControl;
+  Property<bool> value{*this, false};
+
+  void Click() {
+    if (!enabled) return;
+    value = true;
+    Raise(click);
+  }
+};
+
+class CheckBox : public CommandControl {
+ public:
+  using CommandControl::CommandControl;
+  Property<bool> value{*this, false};
+
+  void Click() {
+    if (!enabled) return;
+    value = !value;
+    Raise(click);
+  }
+};
+
+class Frame : public Control {
+ public:
+  explicit Frame(std::string text = {}) : caption(*this, std::move(text)) {}
+  Property<std::string> caption;
+};
+
+// Value always lies within Minimum and Maximum.
+class ProgressBar : public Control {
+ public:
+  Property<std::int64_t> minimum{*this, 0};
+  Property<std::int64_t> maximum{*this, 1};
+  Property<std::int64_t> value{*this, 0};
+
+  void SetRange(std::int64_t low, std::int64_t high) {
+    minimum = low;
+    maximum = std::max(low, high);
+    SetValue(value);
+  }
+  void SetValue(std::int64_t wanted) { value = std::clamp(wanted, minimum.get(), maximum.get()); }
+};
+
+class TextBox : public Control {
+ public:
+  Property<std::string> text{*this, {}};
+};
+
+// A text that only grows, with a watcher that is told what was added.
+class LogBox : public Control {
+ public:
+  std::function<void(std::string_view)> appended;
+
+  const std::string& text() const { return text_; }
+  void Append(std::string_view more) {
+    text_ += more;
+    if (appended) appended(more);
+  }
+  void Clear() {
+    text_.clear();
+    NotifyChanged();
+  }
+
+ private:
+  std::string text_;
+};
+
+// A coloured rectangle.
+class Shape : public Control {
+ public:
+  explicit Shape(Colour colour = 0) : fill_colour(*this, colour) {}
+  Property<Colour> fill_colour;
+};
+
+// The host raises tick every interval while enabled, from within pending events only.
+class Timer : public Control {
+ public:
+  explicit Timer(std::int32_t milliseconds) : interval(milliseconds) { enabled = false; }
+  const std::int32_t interval;
+  Event tick;
+};
+
+enum class WindowState { Normal, Minimized };
+
+class Form : public Observable {
+ public:
+  explicit Form(std::string text = {}) : caption(*this, std::move(text)) {}
+
+  Property<std::string> caption;
+  Property<bool> visible{*this, false};
+  Property<WindowState> window_state{*this, WindowState::Normal};
+
+  void Show() { visible = true; }
+  void Hide() { visible = false; }
+};
+
+}  // namespace vornalux

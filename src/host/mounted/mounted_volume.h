@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/types.h"
+#include "platform/volumes.h"
+
+namespace vornalux {
+
+// Names a file or folder within its volume for as long as the volume is open.
+using ItemId = std::uint64_t;
+
+struct FolderItem {
+  std::string name;  // UTF-8, WTF-8 for unpaired surrogates
+  std::uint32_t attributes = 0;
+  ItemId id = 0;
+};
+
+// A run list of an item. stream is what follows the item's path: empty for a file's data or a
+// folder's own clusters, ":name:$DATA" or ":name" for a named data stream, "::$BITMAP" and the like
+// where the file system has such attributes.
+struct StreamRef {
+  ItemId item = 0;
+  std::string stream;
+};
+
+struct VolumeFacts {
+  std::string file_system;  // "NTFS", "FAT32", "FAT" (12 and 16)
+  std::string label;
+  std::uint64_t serial = 0;
+  std::uint32_t bytes_per_sector = 512;
+  std::uint32_t sectors_per_cluster = 1;
+  std::int64_t total_clusters = 0;  // also the size of the bitmap
+};
+
+// One volume, wherever it lives: what MountedPlatform needs to answer the program's questions.
+// Not thread-safe. Cluster numbers start at 0 for the first cluster that the bitmap describes.
+class MountedVolume {
+ public:
+  virtual ~MountedVolume() = default;
+
+  virtual const VolumeFacts& Facts() const = 0;
+  virtual std::int64_t FreeClusters() const = 0;
+  virtual std::optional<NtfsVolumeData> NtfsData() const = 0;
+
+  // Copies bitmap bytes from first_lcn (a multiple of 8) on; clusters past the end read as 0.
+  // Clusters freed by a move show as free at once.
+  virtual void CopyBitmap(std::int64_t first_lcn, std::span<std::uint8_t> out) const = 0;
+
+  virtual ItemId Root() const = 0;
+
+  // The folder's items in the volume's own order, without "." and "..", DOS-only names and volume
+  // metafiles.
+  virtual ErrorCode ListFolder(ItemId folder, std::vector<FolderItem>& out) = 0;
+
+  // The form of a name under which two names that the volume takes for equal are equal.
+  virtual std::string FoldName(std::string_view name) const = 0;
+
+  // An item that has a path but is in no listing, such as NTFS's "$MFT" in the root.
+  virtual std::optional<FolderItem> HiddenItem(ItemId folder, std::string_view name) = 0;
+
+  // All extents in VCN order, adjoining runs as one. Empty for a stream without clusters (resident
+  // or zero length). kFileNotFound for a stream that does not exist.
+  virtual ErrorCode Extents(const StreamRef& stream, std::vector<Extent>& out) = 0;
+
+  // ":name:$DATA" of every data stream, the default "::$DATA" included (folders have none of that).
+  virtual ErrorCode StreamNames(ItemId item, std::vector<std::string>& out) = 0;
+
+  // Content from offset on; fewer bytes than asked for only at the end of the stream.
+  virtual ErrorCode Read(const StreamRef& stream, std::uint64_t offset, std::span<std::uint8_t> out,
+                         std::size_t& done) = 0;
+
+  // Moves count clusters from vcn on to lcn, all or nothing. The target must be wholly free; the
+  // range is clipped at the end of the allocation; holes are skipped and take no target clusters.
+  // kInvalidParameter: count < 1, negative or out-of-volume numbers, vcn at or past the end of the
+  // allocation. kAccessDenied: target taken or item immovable. Range with holes only: success.
+  virtual ErrorCode Move(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn,
+                         std::int64_t count) = 0;
+
+  // Makes everything moved so far durable.
+  virtual ErrorCode Commit() = 0;
+
+  // As Commit(), then leaves the volume as clean as it was found. Nothing can be moved afterwards.
+  virtual ErrorCode Close() = 0;
+
+  // Was the volume marked dirty when it was opened?
+  virtual bool Dirty() const = 0;
+};
+
+}  // namespace vornalux

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <string>
+
+namespace vornalux {
+
+enum class BoxButtons { Ok, YesNo };
+enum class BoxIcon { None, Critical, Question, Warning };
+enum class BoxAnswer { Ok, Yes, No };
+
+// The user's side: pending events and modal boxes.
+class Desktop {
+ public:
+  virtual ~Desktop() = default;
+
+  // Lets everything that the user or a timer has asked for since the last call happen now. Calls
+  // back into the program: a Stop click runs, box included, before this returns.
+  virtual void DoEvents() = 0;
+
+  // True when user input waits. Cheap.
+  virtual bool InputPending() = 0;
+
+  virtual BoxAnswer ShowBox(const std::string& text, const std::string& title, BoxButtons buttons,
+                            BoxIcon icon) = 0;
+
+  // The notification-area icon. A desktop without such an area shows none.
+  virtual void ShowTrayIcon(const std::string& /*tooltip*/) {}
+  virtual void RemoveTrayIcon() {}
+};
+
+}  // namespace vornalux

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "platform/types.h"
+
+namespace vornalux {
+
+namespace priority {
+inline constexpr std::uint32_t kNormal = 32;
+inline constexpr std::uint32_t kIdle = 64;
+inline constexpr std::uint32_t kAboveNormal = 32768;
+}  // namespace priority
+
+// Hears how a disk check goes on. Setting cancel asks it to stop.
+class DiskCheckSink {
+ public:
+  virtual ~DiskCheckSink() = default;
+  virtual void Done(bool failed) = 0;
+  virtual void Progress(std::int32_t percent, bool& cancel) = 0;
+  virtual void Status(const std::string& line, bool& cancel) = 0;
+};
+
+// The machine around the volumes.
+class Machine {
+ public:
+  virtual ~Machine() = default;
+
+  // "C:\Windows", without a backslash at the end; empty when there is none.
+  virtual std::string WindowsFolder() = 0;
+
+  // The system's text for an error code; may end in CR LF. Empty when there is none.
+  virtual std::string ErrorText(ErrorCode code) = 0;
+
+  // Sets the priority class of this process and returns the one in force afterwards.
+  virtual std::uint32_t SetPriorityClass(std::uint32_t priority_class) = 0;
+
+  // Tells the sink whether the volume is marked dirty; repairs nothing.
+  virtual void CheckDisk(const std::string& root, DiskCheckSink& sink) = 0;
+
+  // Asks the system to switch the machine off, without regard to other programs.
+  virtual void PowerOff() = 0;
+
+  // A random number in [0, 1).
+  virtual double Random() = 0;
+};
+
+}  // namespace vornalux

@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include "platform/desktop.h"
+#include "platform/files.h"
+#include "platform/machine.h"
+#include "platform/volumes.h"
+
+namespace vornalux {
+
+// Everything that the program can ask of an operating system, handed around by reference. The
+// interfaces live as long as the host that made them.
+struct Platform {
+  Volumes& volumes;
+  Files& files;
+  Machine& machine;
+  Desktop& desktop;
+};
+
+}  // namespace vornalux

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/types.h"
+
+namespace vornalux {
+
+// Free-space figures of a drive's root.
+struct FreeSpace {
+  std::int64_t sectors_per_cluster = 0;
+  std::int64_t bytes_per_sector = 0;
+  std::int64_t free_clusters = 0;
+  std::int64_t total_clusters = 0;
+};
+
+// A piece of a volume's allocation bitmap: bit i of bits[k] is cluster starting_lcn + 8k + i, least
+// significant bit first, 1 = in use. bitmap_size counts the clusters from starting_lcn to the end
+// of the volume, which may be more than bits describes.
+struct BitmapChunk {
+  std::int64_t starting_lcn = 0;
+  std::int64_t bitmap_size = 0;
+  std::vector<std::uint8_t> bits;
+};
+
+// Where NTFS keeps room for its master file table, in LCNs.
+struct NtfsVolumeData {
+  std::int64_t mft_zone_start = 0;
+  std::int64_t mft_zone_end = 0;
+};
+
+struct VolumeName {
+  std::string label;
+  std::string file_system;  // "NTFS", "FAT32", "FAT" ...
+};
+
+// What may be asked of a volume as a whole. Drives are two characters ("C:"), roots three ("C:\").
+class Volumes {
+ public:
+  virtual ~Volumes() = default;
+
+  // Opens "\\.\C:" for reading, shared. kInvalidHandle on failure.
+  virtual Handle OpenVolume(const std::string& device_path) = 0;
+  virtual void CloseVolume(Handle volume) = 0;
+
+  virtual ErrorCode FreeSpaceFigures(const std::string& root, FreeSpace& out) = 0;
+  virtual ErrorCode VolumeNames(const std::string& root, VolumeName& out) = 0;
+
+  // Fills out.bits with up to max_bytes bytes from starting_lcn rounded down to a multiple of 8.
+  // kMoreData when the volume goes on after them, kSuccess when this was the last piece.
+  virtual ErrorCode VolumeBitmap(Handle volume, std::int64_t starting_lcn, std::size_t max_bytes,
+                                 BitmapChunk& out) = 0;
+
+  // Fails on volumes that are not NTFS.
+  virtual ErrorCode NtfsData(Handle volume, NtfsVolumeData& out) = 0;
+
+  // Moves cluster_count clusters of the open file from starting_vcn on to starting_lcn. All or
+  // nothing: on any error the file lies where it lay.
+  virtual ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
+                                 std::int64_t starting_lcn, std::uint32_t cluster_count) = 0;
+};
+
+}  // namespace vornalux

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/files.h"
+#include "volume/owned_handle.h"
+
+namespace vornalux {
+
+// Lifts the path length limit and keeps names as they are.
+inline std::string LongPath(const std::string& path) { return "\\\\?\\" + path; }
+
+// Where one item lies, in VCN order.
+struct ExtentRecord {
+  std::vector<Extent> extents;
+  bool opened = false;
+
+  std::int32_t Count() const { return static_cast<std::int32_t>(extents.size()); }
+  bool Fragmented() const { return extents.size() > 1; }
+  // 0 for an item without clusters.
+  std::int64_t FirstLcn() const { return extents.empty() ? 0 : extents.front().Lcn; }
+  std::int64_t SizeInClusters() const { return extents.empty() ? 0 : extents.back().NextVcn; }
+};
+
+// Reads extents by full path (without prefix). An answer that makes no progress ends the reading
+// with what was gathered.
+class ExtentReader {
+ public:
+  explicit ExtentReader(Files& files) : files_(files) {}
+
+  std::int32_t LockedCount = 0;         // items that could not be opened, where that counts
+  std::vector<std::string> StreamList;  // named streams found by the last QueryStreams, as paths
+
+  ExtentRecord ReadExtents(const std::string& path, bool first_chunk_only, bool count_locked);
+
+  // The Lcn of the first extent that has clusters; -1 when there is none.
+  std::int64_t FirstAllocatedLcn(const std::string& path);
+
+  // True (-1) when the file has named data streams.
+  Boolean QueryStreams(const std::string& path);
+
+ private:
+  OwnedFile Open(const std::string& path, FileFlags first_attempt);
+
+  Files& files_;
+};
+
+}  // namespace vornalux

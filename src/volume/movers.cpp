@@ -1,0 +1,264 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "volume/movers.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "volume/system_error_text.h"
+
+namespace vornalux {
+namespace {
+
+constexpr std::int64_t kCannotOpen = -1;
+// Shift results from here on are 3 + the clusters to shift by.
+constexpr std::int64_t kLeastShift = 4;
+constexpr std::int64_t kMftFirstMovableVcn = 16;
+constexpr std::int32_t kWorthPieces = 12;  // extents
+
+bool Holds(const FreeRun& gap, std::int64_t clusters) { return gap.length >= clusters; }
+
+FreeRun Largest(const FreeRunList& gaps) {
+  const auto largest =
+      std::max_element(gaps.begin(), gaps.end(), [](const FreeRun& a, const FreeRun& b) {
+        return a.length < b.length;  // the first of equals stays
+      });
+  return largest == gaps.end() ? FreeRun{} : *largest;
+}
+
+std::uint32_t RequestCount(std::int64_t clusters) {
+  return static_cast<std::uint32_t>(
+      std::min<std::int64_t>(clusters, std::numeric_limits<std::int32_t>::max()));
+}
+
+}  // namespace
+
+struct Movers::Item {
+  std::string_view tag;
+  std::string path;
+  OwnedFile file;
+  ExtentRecord extents;
+  const FreeRunList* gaps = nullptr;
+  std::int64_t alignment = 0;  // of the last gap tried
+  ErrorCode refusal = error::kSuccess;
+
+  std::int64_t Size() const { return extents.SizeInClusters(); }
+
+  // Clusters, holes left out, among [vcn, vcn + count).
+  std::int64_t Allocated(std::int64_t vcn, std::int64_t count) const {
+    std::int64_t clusters = 0;
+    std::int64_t first = 0;
+    for (const Extent& extent : extents.extents) {
+      const std::int64_t from = std::max(first, vcn);
+      const std::int64_t to = std::min(extent.NextVcn, vcn + count);
+      if (extent.Lcn != -1 && from < to) clusters += to - from;
+      first = extent.NextVcn;
+    }
+    return clusters;
+  }
+};
+
+ErrorCode Movers::MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
+                               std::uint32_t count, std::int64_t starting_lcn) {
+  view_.SetActivity(activity_colour::kMoving);
+  platform_.desktop.DoEvents();
+  last_error_ = platform_.volumes.MoveClusters(volume, file, starting_vcn, starting_lcn, count);
+  view_.SetActivity(activity_colour::kResting);
+  platform_.desktop.DoEvents();
+  return last_error_;
+}
+
+std::int64_t Movers::VssAlignShift(std::int64_t current_lcn, std::int64_t target_lcn,
+                                   std::int64_t count) const {
+  const std::int64_t sectors = geometry_.constants.SectorsPerCluster;
+  if (!flags_.VssSafe || sectors >= 9) return 0;
+  if (sectors < 2) return 3;
+  const double clusters = 16.0 / static_cast<double>(sectors);
+  if (clusters * static_cast<double>(count) <= 16) return 1;
+  const auto unit = static_cast<std::int64_t>(std::nearbyint(clusters));
+  const std::int64_t distance = target_lcn - current_lcn;
+  const std::int64_t rest = distance % unit;
+  if (rest == 0) return 0;
+  // The two directions differ on purpose: forward the shift is counted from the cluster's sectors.
+  return distance > 0 ? sectors - rest + 3 : -rest + 3;
+}
+
+// Opens the file and reads what every mover decides by. False, with the reason logged, when it
+// cannot be opened.
+bool Movers::Begin(std::string_view tag, const std::string& path, Item& item) {
+  item.tag = tag;
+  item.path = path;
+  const std::string long_path = LongPath(path);
+  Files& files = platform_.files;
+  item.file = {files,
+               files.OpenPath(long_path, FileAccess::ReadAttributes, FileFlags::None).handle};
+  if (!item.file) {
+    // This attempt only settles who else holds the file; its handle is never moved through.
+    const OwnedFile set_aside(
+        files, files.OpenPath(long_path, FileAccess::GenericRead, FileFlags::NoBuffering).handle);
+    const OpenedFile last =
+        files.OpenPath(long_path, FileAccess::GenericRead, FileFlags::BackupSemantics);
+    item.file = {files, last.handle};
+    if (!item.file) {
+      last_error_ = last.error;
+      item.refusal = last.error;
+      GiveUp(item, NotMoved::CannotOpen);
+      if (trace_.On()) {
+        trace_.Line(std::string(tag) + "can't move: " + path +
+                    ", last dll_err:" + SystemErrorText(platform_, last.error));
+      }
+      return false;
+    }
+  }
+  if (!view_.HidesFileNames()) view_.SetCurrentFile(path);
+  std::int32_t total = 0;
+  item.gaps = &geometry_.GetFreeRuns(total);
+  item.extents = extents_.ReadExtents(path, false, false);
+  return true;
+}
+
+void Movers::GiveUp(Item& item, NotMoved reason) {
+  statistics.failures.push_back({item.path, reason, item.refusal});
+}
+
+void Movers::NoGap(Item& item, const std::string& detail) {
+  const bool misaligned = item.alignment != 0 && item.alignment < kLeastShift;
+  GiveUp(item, item.refusal != error::kSuccess ? NotMoved::Refused
+               : misaligned                    ? NotMoved::Alignment
+                                               : NotMoved::NoGap);
+  trace_.Line(std::string(item.tag) + "can't move: " + item.path + ", prolly no gap" + detail);
+}
+
+// Moves the whole file into a gap that qualifies, shifted as the alignment asks.
+Movers::Attempt Movers::TryGap(Item& item, const FreeRun& gap, std::int64_t starting_vcn) {
+  item.alignment = VssAlignShift(item.extents.FirstLcn(), gap.start, item.Size());
+  std::int64_t target = gap.start;
+  if (item.alignment >= kLeastShift) {
+    target += item.alignment - 3;
+  } else if (item.alignment != 0) {
+    if (!trace_.On()) return Attempt::NextGap;
+    GiveUp(item, NotMoved::Alignment);
+    trace_.Line(std::string(item.tag) + "can't move: " + item.path +
+                " - vss_safe: " + std::to_string(item.alignment));
+    return Attempt::EndSearch;
+  }
+  const ErrorCode result = MoveClusters(geometry_.VolumeHandle, item.file.get(), starting_vcn,
+                                        RequestCount(item.Size()), target);
+  if (result == error::kSuccess) {
+    ++statistics.moves;
+    statistics.clusters_moved += item.Allocated(starting_vcn, item.Size());
+    item.refusal = error::kSuccess;
+    return Attempt::Moved;
+  }
+  ++statistics.refused;
+  item.refusal = result;
+  return Attempt::NextGap;
+}
+
+std::int64_t Movers::MoveWholeFile(const std::string& path) {
+  Item item;
+  if (!Begin("MVE:", path, item)) return kCannotOpen;
+  for (const FreeRun& gap : *item.gaps) {
+    if (item.Size() == 0) break;
+    if (gap.start <= geometry_.constants.ReservedFront || !Holds(gap, item.Size())) continue;
+    if (TryGap(item, gap, 0) != Attempt::NextGap) return 0;
+  }
+  NoGap(item);
+  return 0;
+}
+
+std::int64_t Movers::OptimizeFile(const std::string& path) {
+  Item item;
+  if (!Begin("OPT:", path, item)) return kCannotOpen;
+  const std::int64_t current = item.extents.FirstLcn();
+  const std::int64_t front = geometry_.constants.ReservedFront;
+  for (const FreeRun& gap : *item.gaps) {
+    platform_.desktop.DoEvents();
+    if (item.Size() == 0 || current < front || gap.start >= current) break;
+    if (gap.start <= front || current <= front || !Holds(gap, item.Size())) continue;
+    if (TryGap(item, gap, 0) != Attempt::NextGap) return 0;
+  }
+  if (item.alignment == 0) {
+    NoGap(item);
+  } else {
+    GiveUp(item, item.refusal != error::kSuccess ? NotMoved::Refused : NotMoved::Alignment);
+  }
+  return 0;
+}
+
+std::int64_t Movers::PlacePrefetchFile(const std::string& path) {
+  Item item;
+  if (!Begin("PRF:", path, item)) return kCannotOpen;
+  const std::int64_t first_vcn = path == drive + "\\$MFT" ? kMftFirstMovableVcn : 0;
+  for (const FreeRun& gap : *item.gaps) {
+    if (item.Size() == 0 || gap.start >= geometry_.constants.ReservedFront) break;
+    if (!Holds(gap, item.Size())) continue;
+    if (TryGap(item, gap, first_vcn) != Attempt::NextGap) return 0;
+  }
+  NoGap(item);
+  return 0;
+}
+
+std::int64_t Movers::DefragmentFile(const std::string& path) {
+  Item item;
+  if (!Begin("DFR:", path, item)) return kCannotOpen;
+  const FreeRun largest = Largest(*item.gaps);
+  if (item.Size() == 0) return 0;
+  if (Holds(largest, item.Size())) {
+    for (const FreeRun& gap : *item.gaps) {
+      if (!Holds(gap, item.Size())) continue;
+      if (TryGap(item, gap, 0) != Attempt::NextGap) return item.refusal;
+    }
+  }
+  return MoveInPieces(item, largest);
+}
+
+std::int64_t Movers::DefragmentFileInFront(const std::string& path, bool use_reserved_front) {
+  Item item;
+  if (!Begin("DFR:", path, item)) return kCannotOpen;
+  const std::int64_t bound = use_reserved_front ? geometry_.constants.ReservedFront : 0;
+  if (item.extents.Fragmented() && item.extents.FirstLcn() > bound) {
+    for (const FreeRun& gap : *item.gaps) {
+      if (gap.start >= bound) break;
+      if (!Holds(gap, item.Size())) continue;
+      if (TryGap(item, gap, 0) != Attempt::NextGap) return item.refusal;
+    }
+  }
+  if (item.extents.Count() < kWorthPieces) {
+    NoGap(item, trace_.On() ? ", last dll_err:" + SystemErrorText(platform_, last_error_) : "");
+    return 0;
+  }
+  return MoveInPieces(item, Largest(*item.gaps));
+}
+
+std::int64_t Movers::MoveInPieces(Item& item, FreeRun largest) {
+  trace_.Line("DFR:partial_mv: " + item.path + " extents: " + std::to_string(item.extents.Count()));
+  std::int64_t moved = 0;
+  ErrorCode result = error::kSuccess;
+  while (largest.length > 0) {
+    platform_.desktop.DoEvents();
+    const std::int64_t vcn = moved;
+    const std::uint32_t count = static_cast<std::uint32_t>(largest.length);
+    result = MoveClusters(geometry_.VolumeHandle, item.file.get(), vcn, count, largest.start);
+    if (result == error::kSuccess) {
+      ++statistics.moves;
+      statistics.clusters_moved += item.Allocated(vcn, count);
+    } else if (vcn < item.Size()) {
+      ++statistics.refused;
+      item.refusal = result;
+      GiveUp(item, NotMoved::Refused);
+    }
+    if (result != error::kSuccess || flags_.StopRequested) return result;
+    trace_.Line("DFR:partial_mv: " + item.path + "-" + std::to_string(vcn) + "-" +
+                std::to_string(count) + "-ret:" + std::to_string(result));
+    moved += count;
+    std::int32_t total = 0;
+    largest = Largest(geometry_.GetFreeRuns(total));
+    // A file that ends exactly with a piece asks once more, past its end, and is refused there.
+    if (moved > item.Size()) return result;
+  }
+  GiveUp(item, NotMoved::NoGap);
+  return result;
+}
+
+}  // namespace vornalux

@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/platform.h"
+#include "volume/debug_trace.h"
+#include "volume/extent_reader.h"
+#include "volume/run_flags.h"
+#include "volume/run_view.h"
+#include "volume/volume_geometry.h"
+
+namespace vornalux {
+
+// Why a mover left a file where it was.
+enum class NotMoved { CannotOpen, NoGap, Alignment, Refused };
+
+struct MoveFailure {
+  std::string path;
+  NotMoved reason = NotMoved::NoGap;
+  ErrorCode code = error::kSuccess;  // of the system, where it refused
+};
+
+// What the movers did since the last Reset.
+struct MoveStatistics {
+  std::int64_t moves = 0;  // requests carried out
+  std::int64_t clusters_moved = 0;
+  std::int64_t refused = 0;  // requests that the system refused
+  std::vector<MoveFailure> failures;
+
+  void Reset() { *this = {}; }
+};
+
+// The movers. Each takes a file's full path, reads the current gaps and the file's extents, chooses
+// a gap by its own rule and moves the file there. Results are 0, a system error code, or -1 for a
+// file that cannot be opened.
+class Movers {
+ public:
+  Movers(Platform& platform, VolumeGeometry& geometry, ExtentReader& extents, const RunFlags& flags,
+         const DebugTrace& trace, RunView& view)
+      : platform_(platform),
+        geometry_(geometry),
+        extents_(extents),
+        flags_(flags),
+        trace_(trace),
+        view_(view) {}
+
+  MoveStatistics statistics;
+
+  // "C:"; the master file table is this followed by "\$MFT".
+  std::string drive;
+
+  // One request to the file system.
+  ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn, std::uint32_t count,
+                         std::int64_t starting_lcn);
+
+  // How a target must shift so that a shadow copy sees aligned moves: 0 not at all, 1 too small to
+  // align, 3 not possible on this cluster size, else 3 + the shift in clusters. A positive distance
+  // can also give 2 or less, which asks for the gap to be skipped.
+  std::int64_t VssAlignShift(std::int64_t current_lcn, std::int64_t target_lcn,
+                             std::int64_t count) const;
+
+  // MVE: out of the way, to the lowest gap above the reserved front that holds it.
+  std::int64_t MoveWholeFile(const std::string& path);
+  // OPT: forward, to the lowest gap above the reserved front; never back.
+  std::int64_t OptimizeFile(const std::string& path);
+  // PRF: to the lowest gap below the reserved front.
+  std::int64_t PlacePrefetchFile(const std::string& path);
+  // DFR: in one piece into the lowest gap that holds it, else in pieces, largest gap first.
+  std::int64_t DefragmentFile(const std::string& path);
+  // DFR for the master file table: in one piece only from behind to before the front limit.
+  std::int64_t DefragmentFileInFront(const std::string& path, bool use_reserved_front);
+
+ private:
+  struct Item;
+  enum class Attempt { Moved, NextGap, EndSearch };
+
+  bool Begin(std::string_view tag, const std::string& path, Item& item);
+  Attempt TryGap(Item& item, const FreeRun& gap, std::int64_t starting_vcn);
+  std::int64_t MoveInPieces(Item& item, FreeRun largest);
+  void NoGap(Item& item, const std::string& detail = {});
+  void GiveUp(Item& item, NotMoved reason);
+
+  Platform& platform_;
+  VolumeGeometry& geometry_;
+  ExtentReader& extents_;
+  const RunFlags& flags_;
+  const DebugTrace& trace_;
+  RunView& view_;
+  ErrorCode last_error_ = error::kSuccess;
+};
+
+}  // namespace vornalux

@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "volume/volume_geometry.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace vornalux {
+namespace {
+
+// Sectors kept in front for system files; twice that where Windows lives.
+constexpr double kReservedSectors = 10'000'000;
+constexpr double kReservedSectorsSystem = 20'000'000;
+constexpr std::int64_t kLowSpacePercent = 15;
+
+// To nearest, ties to even.
+std::int32_t Round(double value) { return static_cast<std::int32_t>(std::nearbyint(value)); }
+
+bool MakesSense(const FreeSpace& space) {
+  constexpr auto kMost = std::numeric_limits<std::int32_t>::max();
+  return space.total_clusters > 0 && space.total_clusters <= kMost && space.free_clusters >= 0 &&
+         space.free_clusters <= space.total_clusters && space.sectors_per_cluster > 0 &&
+         space.sectors_per_cluster <= kMost;
+}
+
+}  // namespace
+
+VolumeGeometry::VolumeGeometry(Platform& platform, const DebugTrace& trace)
+    : platform_(platform), trace_(trace) {}
+
+VolumeGeometry::~VolumeGeometry() {
+  CloseVolume(VolumeHandle);
+  CloseVolume(map_volume_handle_);
+}
+
+Handle VolumeGeometry::OpenVolume(const std::string& drive) {
+  return platform_.volumes.OpenVolume("\\\\.\\" + drive);
+}
+
+void VolumeGeometry::CloseVolume(Handle& handle) {
+  if (handle != kInvalidHandle) platform_.volumes.CloseVolume(handle);
+  handle = kInvalidHandle;
+}
+
+void VolumeGeometry::SelectVolume(const std::string& drive) {
+  CloseVolume(VolumeHandle);
+  VolumeHandle = OpenVolume(drive);
+  ReadMftZone();
+}
+
+std::int32_t VolumeGeometry::ReadVolumeConstants(const std::string& drive) {
+  FreeSpace space;
+  if (platform_.volumes.FreeSpaceFigures(drive + "\\", space) != error::kSuccess ||
+      !MakesSense(space)) {
+    return 0;
+  }
+  const auto free = static_cast<double>(space.free_clusters);
+  const auto total = static_cast<double>(space.total_clusters);
+  const bool system = platform_.machine.WindowsFolder().substr(0, 2) == drive;
+  const std::int32_t uncapped = Round((system ? kReservedSectorsSystem : kReservedSectors) /
+                                      static_cast<double>(space.sectors_per_cluster));
+
+  constants.ReservedFront = uncapped > space.free_clusters ? Round(free / 3 * 2) : uncapped;
+  constants.TotalClusters = static_cast<std::int32_t>(space.total_clusters);
+  constants.FreeClusters = static_cast<std::int32_t>(space.free_clusters);
+  constants.SectorsPerCluster = static_cast<std::int32_t>(space.sectors_per_cluster);
+  constants.OptimizeArea = Round((total - free) / 4 * 2);
+
+  const std::int32_t percent_free = Round(free / (total / 100));
+  if (percent_free < kLowSpacePercent) {
+    trace_.Line("Warning, free space low!: " + std::to_string(percent_free));
+  }
+  if (constants.ReservedFront < uncapped) {
+    trace_.Line("Warning, sys space low!: " + std::to_string(constants.ReservedFront));
+  }
+  return constants.TotalClusters;
+}
+
+void VolumeGeometry::ReadMftZone() {
+  NtfsVolumeData data;
+  if (VolumeHandle == kInvalidHandle ||
+      platform_.volumes.NtfsData(VolumeHandle, data) != error::kSuccess) {
+    return;
+  }
+  constants.MftZoneStart = static_cast<std::int32_t>(data.mft_zone_start);
+  constants.MftZoneEnd = static_cast<std::int32_t>(data.mft_zone_end);
+}
+
+const FreeRunList& VolumeGeometry::GetFreeRuns(std::int32_t& total) {
+  total = 0;
+  if (VolumeHandle == kInvalidHandle) {
+    free_runs_.Begin(0);
+    return free_runs_.Finish(0);
+  }
+  std::int64_t read = 0;
+  for (ErrorCode result = error::kMoreData; result == error::kMoreData;
+       read += kBitmapChunkClusters) {
+    platform_.desktop.DoEvents();
+    result = platform_.volumes.VolumeBitmap(VolumeHandle, read, kBitmapChunkBytes, chunk_);
+    const bool answered = result == error::kSuccess || result == error::kMoreData;
+    if (read == 0) {
+      const bool usable = answered && chunk_.bitmap_size > 0 &&
+                          chunk_.bitmap_size <= std::numeric_limits<std::int32_t>::max();
+      total = usable ? static_cast<std::int32_t>(chunk_.bitmap_size) : 0;
+      free_runs_.Begin(total);
+    }
+    // Whatever the answer claims, no bitmap goes on past the volume's end.
+    if (!answered || chunk_.starting_lcn != read || read >= total) break;
+    free_runs_.Take(read, chunk_.bits);
+  }
+  return free_runs_.Finish(std::min<std::int64_t>(read, total));
+}
+
+bool VolumeGeometry::ShowVolumeBitmap(const std::string& drive, RunView& view) {
+  const auto fail = [&](const char* text) {
+    platform_.desktop.ShowBox(text, "", BoxButtons::Ok, BoxIcon::Critical);
+    return false;
+  };
+  CloseVolume(map_volume_handle_);
+  map_volume_handle_ = OpenVolume(drive);
+  if (map_volume_handle_ == kInvalidHandle) {
+    return fail("Error opening the drive.\r\nClose some applications and try again.");
+  }
+  const std::int32_t total = ReadVolumeConstants(drive);
+  const std::size_t bytes = static_cast<std::size_t>(total) / 8 + 1;
+  BitmapChunk chunk;
+  // The spare byte past a whole number of bytes is part of the answer's buffer, not of the volume.
+  if (total == 0 ||
+      platform_.volumes.VolumeBitmap(map_volume_handle_, 0, bytes, chunk) != error::kSuccess) {
+    return fail("Error reading the drive information.");
+  }
+  CloseVolume(map_volume_handle_);
+  chunk.bits.resize(bytes);
+  view.DrawVolumeBitmap({chunk.starting_lcn, chunk.bitmap_size, std::move(chunk.bits)});
+  return true;
+}
+
+}  // namespace vornalux

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/platform.h"
+#include "volume/debug_trace.h"
+#include "volume/free_runs.h"
+#include "volume/run_view.h"
+
+namespace vornalux {
+
+// Everything in clusters or LCNs.
+struct VolumeConstants {
+  std::int32_t TotalClusters = 0;
+  std::int32_t FreeClusters = 0;
+  std::int32_t SectorsPerCluster = 0;
+  std::int32_t ReservedFront = 0;  // end of the front area kept for system files
+  std::int32_t OptimizeArea = 0;   // bound of the area into which files are packed
+  std::int32_t MftZoneStart = 0;
+  std::int32_t MftZoneEnd = 0;
+
+  // Both ends excluded.
+  bool InMftZone(std::int64_t lcn) const { return MftZoneStart < lcn && lcn < MftZoneEnd; }
+};
+
+// The whole bitmap for the map. Byte k (counted from 1) holds clusters 8(k-1) .. 8(k-1)+7 from
+// StartingLcn on, least significant bit first, 1 = in use.
+struct VolumeBitmapImage {
+  std::int64_t StartingLcn = 0;
+  std::int64_t BitmapSize = 0;  // clusters
+  std::vector<std::uint8_t> bytes;
+
+  std::size_t UpperBound() const { return bytes.size(); }
+};
+
+// The selected volume as a whole: its handle, its constants and its free space. Drives are two
+// characters ("C:").
+class VolumeGeometry {
+ public:
+  VolumeGeometry(Platform& platform, const DebugTrace& trace);
+  ~VolumeGeometry();
+  VolumeGeometry(const VolumeGeometry&) = delete;
+  VolumeGeometry& operator=(const VolumeGeometry&) = delete;
+
+  VolumeConstants constants;
+  Handle VolumeHandle = kInvalidHandle;
+
+  // kInvalidHandle on failure; says nothing to the user.
+  Handle OpenVolume(const std::string& drive);
+  void CloseVolume(Handle& handle);
+
+  // Closes the volume that was selected and selects this one, its MFT zone included.
+  void SelectVolume(const std::string& drive);
+
+  // Recomputes the constants and returns the total, or 0 with the constants unchanged when the
+  // drive does not answer or its figures make no sense.
+  std::int32_t ReadVolumeConstants(const std::string& drive);
+
+  // Leaves the zone as it is on a volume that is not NTFS.
+  void ReadMftZone();
+
+  // Reads the bitmap anew and returns the gaps, in ascending order. The list is kept from call to
+  // call and only what changed is scanned again; it is valid until the next call. total is 0 when
+  // nothing could be read.
+  const FreeRunList& GetFreeRuns(std::int32_t& total);
+
+  // Reads the whole bitmap and has it drawn; refreshes the constants on the way. Tells the user
+  // what failed.
+  bool ShowVolumeBitmap(const std::string& drive, RunView& view);
+
+ private:
+  Platform& platform_;
+  const DebugTrace& trace_;
+  Handle map_volume_handle_ = kInvalidHandle;
+  FreeRunIndex free_runs_;
+  BitmapChunk chunk_;
+};
+
+}  // namespace vornalux

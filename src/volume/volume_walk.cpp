@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "volume/volume_walk.h"
+
+#include <memory>
+#include <utility>
+
+namespace vornalux {
+namespace {
+
+// Windows' limit. Also what ends a walk through a folder that contains itself.
+constexpr std::size_t kLongestPath = 32767;
+
+}  // namespace
+
+bool VolumeWalk::UnderPrefetch(const std::string& path) const {
+  return !PrefetchDir.empty() && path.starts_with(PrefetchDir);
+}
+
+std::int64_t VolumeWalk::Position(const std::string& path, const ExtentRecord& record) {
+  const std::int64_t lcn = record.FirstLcn();
+  return lcn < 2 ? extents_.FirstAllocatedLcn(path) : lcn;
+}
+
+void VolumeWalk::AddFolder(const std::string& path) {
+  ++table_.TotalDirs;
+  const ExtentRecord record = extents_.ReadExtents(path, true, true);
+  if (record.Fragmented()) table_.MultiExtentPaths.Add(path);
+  if (!flags_.OptimizeMode) return;
+  const std::int64_t lcn = Position(path, record);
+  if (lcn <= 0) return;
+  table_.DirsToMove.Add(path);
+  if (!UnderPrefetch(path) && lcn < constants_.ReservedFront) table_.MoveOutFiles.Add(path);
+}
+
+void VolumeWalk::ClassifyFile(const std::string& path, const ExtentRecord& record) {
+  if (record.Fragmented()) table_.MultiExtentPaths.Add(path);
+  if (!flags_.OptimizeMode || !record.opened) return;
+  const std::int64_t lcn = Position(path, record);
+  const bool prefetch = UnderPrefetch(path);
+  // Both tests may hold: the file then stands in the list twice.
+  if (0 < lcn && lcn < constants_.ReservedFront) table_.MoveOutFiles.Add(path);
+  if (constants_.InMftZone(lcn)) table_.MoveOutFiles.Add(path);
+  if (!prefetch && lcn >= 1 && lcn > constants_.OptimizeArea) table_.OptimizeFiles.Add(path);
+  if (prefetch) table_.PrefetchFiles.Add(path);
+}
+
+void VolumeWalk::AddFile(const std::string& path) {
+  ++table_.TotalFiles;
+  ClassifyFile(path, extents_.ReadExtents(path, true, true));
+  if (!flags_.OptimizeMode || !extents_.QueryStreams(path)) return;
+  for (const std::string& stream : extents_.StreamList) {
+    ClassifyFile(stream, extents_.ReadExtents(stream, true, true));
+  }
+}
+
+void VolumeWalk::WalkFolder(const std::string& folder) {
+  // The folders being enumerated, outermost first: the depth of a tree must not cost call stack.
+  struct Level {
+    std::string path;
+    std::unique_ptr<FolderSearch> search;
+  };
+  table_.Clear();
+  std::vector<Level> levels;
+  const auto enter = [&](std::string path) {
+    if (path.size() > kLongestPath) return;
+    if (auto search = platform_.files.FindFirst(path + "*")) {
+      levels.push_back({std::move(path), std::move(search)});
+    }
+  };
+  enter(folder);
+  FolderEntry entry;
+  while (!levels.empty() && !flags_.StopRequested) {
+    if (!levels.back().search->Next(entry)) {
+      levels.pop_back();
+      continue;
+    }
+    if (entry.attributes & attribute::kReparsePoint) continue;
+    std::string path = levels.back().path + entry.name;
+    if (!(entry.attributes & attribute::kDirectory)) {
+      AddFile(path);
+    } else if (!entry.name.starts_with('.')) {
+      AddFolder(path);
+      platform_.desktop.DoEvents();
+      enter(std::move(path) + "\\");
+    }
+  }
+  table_.Trim();
+  if (flags_.OptimizeMode && !flags_.StopRequested) flags_.ClassListsValid = True;
+}
+
+std::vector<ExtentRecord> VolumeWalk::WalkVolume(const std::string& root, RunView& view) {
+  std::vector<ExtentRecord> records;
+  view.SetValue(0);
+  view.SetWalking(true);
+  WalkFolder(root);
+  view.SetWalking(false);
+  if (flags_.StopRequested) return records;
+
+  const auto let_input_run = [&] {
+    if (platform_.desktop.InputPending()) platform_.desktop.DoEvents();
+  };
+  records.resize(table_.MultiExtentPaths.paths.size());
+  view.SetRange(0, std::int64_t{table_.MultiExtentPaths.count} + 1);
+  view.SetValue(0);
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    let_input_run();
+    if (flags_.StopRequested) return records;
+    records[i] = extents_.ReadExtents(table_.MultiExtentPaths.paths[i], false, false);
+    if (!flags_.StopRequested) {
+      view.SetValue(view.Value() + 1);
+      let_input_run();
+    }
+  }
+  return records;
+}
+
+}  // namespace vornalux
