@@ -19,6 +19,7 @@ Introfrm::Introfrm(Platform& platform, RunFlags& flags, JobSettings& settings,
       main_window_(main_window) {
   const std::string windows = platform_.machine.WindowsFolder();
   main_window_.engine.walk.PrefetchDir = windows.empty() ? "" : windows + "\\Prefetch";
+  main_window_.launcher = this;
   FrmAfter.enabled = false;
   BindOptions();
 }
@@ -102,7 +103,7 @@ void Introfrm::runchkdsk(const std::string& drive) {
 }
 
 void Introfrm::Done(bool failed) {
-  main_window_.EnterIdle();
+  main_window_.OpenMenu();
   if (cancel) {
     Say("Disk check was cancelled!");
   } else if (failed) {
@@ -122,6 +123,16 @@ void Introfrm::Progress(std::int32_t percent, bool& cancel_check) {
 void Introfrm::Status(const std::string&, bool& cancel_check) {
   platform_.desktop.DoEvents();
   cancel_check = cancel;
+}
+
+void Introfrm::ShowOverMainWindow() {
+  caption = kTitle;
+  Show();
+}
+
+void Introfrm::UnloadWindows() {
+  Unload();
+  frmContext.Unload();
 }
 
 void Introfrm::minimize_to_tray() {

@@ -25,7 +25,7 @@ enum class JobOutcome {
 };
 
 // The launcher: job options, their job line, and the job that a command line asks for.
-class Introfrm final : public Form, public DiskCheckSink {
+class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
  public:
   Introfrm(Platform& platform, RunFlags& flags, JobSettings& settings, const DebugTrace& trace,
            FrmDBG& debug_window, DefragWindow& main_window);
@@ -61,13 +61,16 @@ class Introfrm final : public Form, public DiskCheckSink {
   // Tests whether the volume ("C:") is marked dirty and says so.
   void runchkdsk(const std::string& drive);
 
-  void minimize_to_tray();
-  void cleanup_systray();
-
   // The user asked for the disk check to end.
   bool cancel = false;
   // What ends the program at once; set by the host.
   std::function<void()> end_program;
+
+  // LauncherLink
+  void ShowOverMainWindow() override;
+  void minimize_to_tray() override;
+  void cleanup_systray() override;
+  void UnloadWindows() override;
 
   // DiskCheckSink
   void Done(bool failed) override;

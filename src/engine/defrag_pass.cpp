@@ -3,6 +3,11 @@
 
 namespace vornalux {
 
+void Passes::DefragmentMasterFileTable() {
+  view_.SetCurrentFile(target_.MasterFileTable());
+  movers_.DefragmentFileInFront(target_.MasterFileTable(), true);
+}
+
 bool Passes::defrag() {
   const BusyWindow busy(view_);
   if (!flags_.AnalysisValid) {
@@ -10,17 +15,13 @@ bool Passes::defrag() {
     if (!analysis_.Analyze_This()) return flags_.StopRequested != False;
   }
   const std::vector<std::string>& names = analysis_.lists.FragNames;
-  movers_.drive = target_.Drive();
   view_.SetRange(0, std::ssize(names));
   view_.SetValue(0);
   flags_.StopRequested = False;
   view_.SetCurrentFile("");
-  view_.SetCaption(Caption("Defragmenting volume "));
+  ShowCaption("Defragmenting volume ");
 
-  if (target_.Ntfs()) {
-    view_.SetCurrentFile(target_.MasterFileTable());
-    movers_.DefragmentFileInFront(target_.MasterFileTable(), true);
-  }
+  if (target_.Ntfs()) DefragmentMasterFileTable();
   for (const std::string& path : names) {
     platform_.desktop.DoEvents();
     view_.SetCurrentFile(path);
@@ -33,7 +34,7 @@ bool Passes::defrag() {
       break;
     }
     if (view_.RedrawsAfterEachFile()) Redraw();
-    view_.SetValue(view_.Value() + 1);
+    Step();
   }
   Redraw();
   flags_.AnalysisValid = False;

@@ -18,7 +18,7 @@ struct Engine {
         walk(platform, extents, geometry.constants, flags, table),
         movers(platform, geometry, extents, flags, trace, view),
         analysis(platform, geometry, extents, table, walk, flags, target, trace, view),
-        passes(platform, geometry, analysis, movers, flags, target, view) {}
+        passes(platform, geometry, analysis, movers, table, flags, target, view) {}
 
   VolumeGeometry geometry;
   ExtentReader extents;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "forms/property.h"
 #include "platform/types.h"
@@ -133,6 +134,27 @@ class Timer : public Control {
   Event tick;
 };
 
+// Rows of one column.
+class ListView : public Control {
+ public:
+  explicit ListView(std::string heading) : column_heading(std::move(heading)) {}
+
+  const std::string column_heading;
+
+  const std::vector<std::string>& rows() const { return rows_; }
+  void Add(const std::string& row) {
+    rows_.push_back(row);
+    NotifyChanged();
+  }
+  void Clear() {
+    rows_.clear();
+    NotifyChanged();
+  }
+
+ private:
+  std::vector<std::string> rows_;
+};
+
 enum class WindowState { Normal, Minimized };
 
 class Form : public Observable {
@@ -145,6 +167,12 @@ class Form : public Observable {
 
   void Show() { visible = true; }
   void Hide() { visible = false; }
+  void Unload() {
+    visible = false;
+    Raise(unloaded);
+  }
+
+  Event unloaded;
 };
 
 }  // namespace vornalux

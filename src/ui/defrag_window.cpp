@@ -6,12 +6,21 @@ namespace vornalux {
 DefragWindow::DefragWindow(Platform& platform, RunFlags& flags, const RunTarget& target,
                            const DebugTrace& trace, FrmDBG& debug_window)
     : engine(platform, flags, target, trace, *this),
+      map(platform.desktop, engine, flags, target, Picdepartvolume, LblRedraw),
+      details(engine.table, engine.analysis.lists, flags),
       platform_(platform),
       flags_(flags),
       target_(target),
       debug_window_(debug_window) {
   cmdanalysemore.click = [this] { cmdanalysemore_Click(); };
   cmdDefrag.click = [this] { cmdDefrag_Click(); };
+  SmartOptimize.click = [this] { SmartOptimize_Click(); };
+  cmdCompact.click = [this] { cmdCompact_Click(); };
+  Picdepartvolume.click = [this] { RedrawClusterMap(); };
+  Quitter.click = [this] { Quitter_Click(); };
+  minmnu.click = [this] { Minimize(); };
+  exitmnu.click = [this] { QueryUnload(CloseReason::Code); };
+  for (Label& caption_label : Label4) caption_label.click = [this] { details.Open(); };
   Arretdefrag.click = [this] { Arretdefrag_Click(); };
   UpdateTimer.tick = [this] { UpdateTimer_Timer(); };
   EnterIdle();
@@ -23,6 +32,55 @@ void DefragWindow::SetMenu(bool busy) {
     item->enabled = !busy;
   }
   Arretdefrag.enabled = busy;
+  tmrTemperatures.enabled = busy;
+}
+
+void DefragWindow::OpenMenu() {
+  for (MenuItem* item : {&Quitter, &cmdanalysemore, &cmdDefrag, &SmartOptimize, &cmdCompact}) {
+    item->enabled = true;
+  }
+  Arretdefrag.enabled = false;
+  Picdepartvolume.visible = true;
+  tmrTemperatures.enabled = false;
+  Label6.fore_colour = activity_colour::kResting;
+}
+
+// Back to the launcher for another drive.
+void DefragWindow::Quitter_Click() {
+  engine.geometry.CloseVolume(engine.geometry.VolumeHandle);
+  debug_window_.DBGTXT.Clear();
+  if (launcher) launcher->ShowOverMainWindow();
+  platform_.desktop.DoEvents();
+  Quitter.enabled = true;
+  for (MenuItem* item : {&cmdanalysemore, &cmdDefrag, &SmartOptimize, &cmdCompact, &Arretdefrag}) {
+    item->enabled = false;
+  }
+  Picdepartvolume.visible = false;
+  tmrTemperatures.enabled = false;
+  Label6.fore_colour = activity_colour::kResting;
+}
+
+void DefragWindow::Minimize() {
+  if (launcher) launcher->minimize_to_tray();
+  platform_.machine.SetPriorityClass(priority::kIdle);
+}
+
+bool DefragWindow::QueryUnload(CloseReason reason) {
+  if (Busy()) {
+    platform_.desktop.ShowBox("Quit current operation first!", "Vornalux", BoxButtons::Ok,
+                              BoxIcon::None);
+    return reason != CloseReason::CloseBox;
+  }
+  flags_.StopRequested = True;
+  if (launcher) {
+    launcher->cleanup_systray();
+    launcher->UnloadWindows();
+  }
+  details.Unload();
+  debug_window_.Unload();
+  engine.geometry.CloseVolume(engine.geometry.VolumeHandle);
+  Unload();
+  return true;
 }
 
 void DefragWindow::cmdanalysemore_Click() {
@@ -32,13 +90,19 @@ void DefragWindow::cmdanalysemore_Click() {
   last_run_failed = !engine.analysis.Analyze_This() && !flags_.StopRequested;
 }
 
-void DefragWindow::cmdDefrag_Click() {
+void DefragWindow::RunPass(bool (Passes::*pass)()) {
   flags_.StopRequested = False;
-  last_run_failed = !engine.passes.defrag();
+  last_run_failed = !(engine.passes.*pass)();
   flags_.AnalysisValid = False;
   caption = "Volume " + target_.Root();
   if (flags_.DebugLog) debug_window_.Show();
 }
+
+void DefragWindow::cmdDefrag_Click() { RunPass(&Passes::defrag); }
+
+void DefragWindow::SmartOptimize_Click() { RunPass(&Passes::optimizequick); }
+
+void DefragWindow::cmdCompact_Click() { RunPass(&Passes::compactquick); }
 
 // The box is the pause: the run stands still inside the checkpoint that let this click through.
 void DefragWindow::Arretdefrag_Click() {
@@ -68,15 +132,9 @@ void DefragWindow::SetStatusPanel(int panel, const std::string& text) {
 
 void DefragWindow::SetDetailsCounts(const std::string& fragmented, const std::string& system_area,
                                     const std::string& optimize) {
-  fragmented_count.caption = fragmented;
-  system_area_count.caption = system_area;
-  optimize_count.caption = optimize;
+  details.counts[0].caption = fragmented;
+  details.counts[1].caption = optimize;
+  details.counts[2].caption = system_area;
 }
-
-// The map comes with the cluster map control; until then there is nothing to paint on.
-void DefragWindow::DrawVolumeBitmap(const VolumeBitmapImage&) {}
-void DefragWindow::PaintCluster(std::int64_t, Colour) {}
-void DefragWindow::RefreshMap() {}
-void DefragWindow::RedrawClusterMap() {}
 
 }  // namespace vornalux

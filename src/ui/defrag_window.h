@@ -6,10 +6,27 @@
 
 #include "engine/engine.h"
 #include "forms/controls.h"
+#include "forms/picture_box.h"
 #include "platform/platform.h"
+#include "ui/cluster_map.h"
 #include "ui/debug_window.h"
+#include "ui/details_window.h"
 
 namespace vornalux {
+
+// Why the window is asked to close.
+enum class CloseReason { CloseBox, Code, EndOfSession, TaskManager };
+
+// The launcher as the main window sees it.
+class LauncherLink {
+ public:
+  virtual ~LauncherLink() = default;
+  virtual void ShowOverMainWindow() = 0;
+  virtual void minimize_to_tray() = 0;
+  virtual void cleanup_systray() = 0;
+  // Unloads the launcher and the windows that belong to it.
+  virtual void UnloadWindows() = 0;
+};
 
 // The main window, where a run happens. The menu is the only record of whether one is going on.
 class DefragWindow final : public Form, public RunView {
@@ -34,17 +51,45 @@ class DefragWindow final : public Form, public RunView {
   CheckBox Affiche;           // redraw the map after each file
   CheckBox ChkNoFileDisplay;  // do not show the names of files
 
-  // Numbers beside the categories of the details window.
-  Label fragmented_count;
-  Label system_area_count;
-  Label optimize_count;
+  // The temperature line and how often a pass has it read anew.
+  Label Label6{"", activity_colour::kResting};
+  Timer tmrTemperatures{30000};
+
+  // The cluster map, and the glyph that lights up while it is redrawn.
+  PictureBox Picdepartvolume{394, 29, map_colour::kFree};
+  Label LblRedraw{"q", activity_colour::kResting};
+
+  // The legend.
+  std::array<Shape, 6> Shape2{Shape{map_colour::kUsed},       Shape{map_colour::kFree},
+                              Shape{map_colour::kDefrag},     Shape{map_colour::kOptimize},
+                              Shape{map_colour::kSystemArea}, Shape{map_colour::kMftZone}};
+  Shape Shape4{map_colour::kMft};  // inside the box of the MFT zone
+  std::array<Label, 2> Label1{Label{"used"}, Label{"MFT (area)"}};
+  std::array<Label, 4> Label4{Label{"free"}, Label{"defrag"}, Label{"optimize"}, Label{"sys area"}};
+  Label Label5{"candidate for:"};
 
   Engine engine;
+  ClusterMap map;
+  FrmDetails details;
+
+  // Set by the launcher; null while there is none.
+  LauncherLink* launcher = nullptr;
 
   // The volume's figures could not be read in the last run; the user has been told.
   bool last_run_failed = false;
 
   bool Busy() const { return !exitmnu.enabled; }
+
+  // The disk check of a newly chosen drive has ended: shows the map and opens the menu.
+  void OpenMenu();
+
+  // The window's size or state has changed.
+  void Resized() {
+    if (window_state == WindowState::Minimized) Minimize();
+  }
+
+  // False when the window must stay. Busy, it only stays for its own close box.
+  bool QueryUnload(CloseReason reason);
 
   // RunView
   void SetRange(std::int64_t minimum, std::int64_t maximum) override;
@@ -61,16 +106,23 @@ class DefragWindow final : public Form, public RunView {
   void SetDetailsCounts(const std::string& fragmented, const std::string& system_area,
                         const std::string& optimize) override;
   void SetWalking(bool walking) override { UpdateTimer.enabled = walking; }
-  void DrawVolumeBitmap(const VolumeBitmapImage& image) override;
-  void PaintCluster(std::int64_t cluster, Colour colour) override;
-  void RefreshMap() override;
-  void RedrawClusterMap() override;
+  void DrawVolumeBitmap(const VolumeBitmapImage& image) override { map.DrawVolumeBitmap(image); }
+  void PaintCluster(std::int64_t cluster, Colour colour) override {
+    map.teken_plaatje(cluster, colour);
+  }
+  void RefreshMap() override { Picdepartvolume.Refresh(); }
+  void RedrawClusterMap() override { map.RedrawClusterMap(*this); }
 
  private:
   void SetMenu(bool busy);
   void cmdanalysemore_Click();
   void cmdDefrag_Click();
+  void SmartOptimize_Click();
+  void cmdCompact_Click();
+  void RunPass(bool (Passes::*pass)());
   void Arretdefrag_Click();
+  void Quitter_Click();
+  void Minimize();
   void UpdateTimer_Timer();
 
   Platform& platform_;

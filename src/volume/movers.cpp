@@ -26,6 +26,10 @@ FreeRun Largest(const FreeRunList& gaps) {
   return largest == gaps.end() ? FreeRun{} : *largest;
 }
 
+bool IsMasterFileTable(const std::string& path) {
+  return path.size() > 2 && path.substr(2) == "\\$MFT";
+}
+
 std::uint32_t RequestCount(std::int64_t clusters) {
   return static_cast<std::uint32_t>(
       std::min<std::int64_t>(clusters, std::numeric_limits<std::int32_t>::max()));
@@ -189,7 +193,7 @@ std::int64_t Movers::OptimizeFile(const std::string& path) {
 std::int64_t Movers::PlacePrefetchFile(const std::string& path) {
   Item item;
   if (!Begin("PRF:", path, item)) return kCannotOpen;
-  const std::int64_t first_vcn = path == drive + "\\$MFT" ? kMftFirstMovableVcn : 0;
+  const std::int64_t first_vcn = IsMasterFileTable(path) ? kMftFirstMovableVcn : 0;
   for (const FreeRun& gap : *item.gaps) {
     if (item.Size() == 0 || gap.start >= geometry_.constants.ReservedFront) break;
     if (!Holds(gap, item.Size())) continue;

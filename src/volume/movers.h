@@ -50,9 +50,6 @@ class Movers {
 
   MoveStatistics statistics;
 
-  // "C:"; the master file table is this followed by "\$MFT".
-  std::string drive;
-
   // One request to the file system.
   ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn, std::uint32_t count,
                          std::int64_t starting_lcn);
