@@ -25,21 +25,28 @@ Introfrm::Introfrm(Platform& platform, RunFlags& flags, JobSettings& settings,
 }
 
 void Introfrm::BindOptions() {
-  const auto choose = [this](OptionButton& button, std::string& piece, const char* text) {
-    button.click = [this, &piece, text] {
-      piece = text;
-      ComposeJobLine();
-    };
+  // Of each group one at most is on.
+  struct Choice {
+    OptionButton* button;
+    const char* text;
+    std::uint32_t priority_class = 0;  // takes effect at once
   };
-  choose(Option1, action_piece_, " /d");
-  choose(Option2, action_piece_, " /c");
-  choose(Option3, action_piece_, " /o");
-  choose(OptClose, after_piece_, " /close");
-  choose(OptShutDown, after_piece_, " /down");
-  OptPrioLow.click = [this] { SetPriority(priority::kIdle, " /low"); };
-  OptPrioMed.click = [this] { SetPriority(priority::kNormal, " /normal"); };
+  const auto group = [this](std::string& piece, const std::vector<Choice>& choices) {
+    for (const Choice& choice : choices) {
+      choice.button->click = [this, &piece, choices, choice] {
+        for (const Choice& other : choices) other.button->value = other.button == choice.button;
+        if (choice.priority_class) platform_.machine.SetPriorityClass(choice.priority_class);
+        piece = choice.text;
+        ComposeJobLine();
+      };
+    }
+  };
+  group(action_piece_, {{&Option1, " /d"}, {&Option2, " /c"}, {&Option3, " /o"}});
+  group(after_piece_, {{&OptClose, " /close"}, {&OptShutDown, " /down"}});
   // "High" stops at above normal, so that a long run does not starve the desktop.
-  OptPrioHi.click = [this] { SetPriority(priority::kAboveNormal, " /high"); };
+  group(priority_piece_, {{&OptPrioLow, " /low", priority::kIdle},
+                          {&OptPrioMed, " /normal", priority::kNormal},
+                          {&OptPrioHi, " /high", priority::kAboveNormal}});
 
   const auto toggle = [this](CheckBox& box, std::string& piece, const char* text) {
     box.click = [this, &box, &piece, text] {
@@ -51,17 +58,14 @@ void Introfrm::BindOptions() {
   toggle(VSS_Command, vss_piece_, " /vssafe");
   Chk_ShutDown.click = [this] {
     FrmAfter.enabled = Chk_ShutDown.value;
-    if (!Chk_ShutDown.value) after_piece_.clear();
+    const bool applies = Chk_ShutDown.value;
+    after_piece_ = applies && OptClose.value      ? " /close"
+                   : applies && OptShutDown.value ? " /down"
+                                                  : "";
     ComposeJobLine();
   };
   VSS_LIVE.click = [this] { flags_.VssSafe = ToBoolean(VSS_LIVE.value); };
   ExcludeTxt.changed = [this] { settings_.target.exclude = ExcludeTxt.text; };
-}
-
-void Introfrm::SetPriority(std::uint32_t priority_class, const char* piece) {
-  platform_.machine.SetPriorityClass(priority_class);
-  priority_piece_ = piece;
-  ComposeJobLine();
 }
 
 void Introfrm::ComposeJobLine() {

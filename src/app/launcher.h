@@ -92,7 +92,6 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
 
   void ComposeJobLine();
   void BindOptions();
-  void SetPriority(std::uint32_t priority_class, const char* piece);
 
   Platform& platform_;
   RunFlags& flags_;

@@ -94,8 +94,7 @@ void Analysis::AnalyzeVolume() {
   view_.SetRange(0, static_cast<std::int64_t>(records.size()));
   view_.SetValue(0);
   view_.SetCaption("Analyzing files on volume " + target_.Root());
-  ExamineEntries(records);
-  if (flags_.StopRequested) return;
+  if (!ExamineEntries(records)) return;
 
   // The trailing empty element takes part, and so comes first.
   lists.Quicksort(platform_, 0, std::ssize(lists.FragExtents) - 1);
@@ -108,17 +107,18 @@ void Analysis::AnalyzeVolume() {
   ReportResults();
 }
 
-void Analysis::ExamineEntries(const std::vector<ExtentRecord>& records) {
+bool Analysis::ExamineEntries(const std::vector<ExtentRecord>& records) {
   for (std::size_t i = 0; i < records.size(); ++i) {
     if (flags_.StopRequested) {
       view_.SetValue(0);
-      return;
+      return false;
     }
     const auto index = static_cast<std::int64_t>(i);
     if (view_.Value() < index) view_.SetValue(index);
     platform_.desktop.DoEvents();
     Examine(table_.MultiExtentPaths.paths[i], records[i]);
   }
+  return true;
 }
 
 void Analysis::Examine(const std::string& path, const ExtentRecord& record) {

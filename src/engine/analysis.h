@@ -57,7 +57,8 @@ class Analysis {
 
  private:
   void ReportConstants();
-  void ExamineEntries(const std::vector<ExtentRecord>& records);
+  // False when a stop was requested before the last entry was reached.
+  bool ExamineEntries(const std::vector<ExtentRecord>& records);
   void Examine(const std::string& path, const ExtentRecord& record);
   void ShowResults();
   void ReportResults();

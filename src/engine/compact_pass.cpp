@@ -21,7 +21,8 @@ void Passes::CompactPhase(const std::vector<std::string>& paths, Mover mover) {
 bool Passes::compactquick() {
   const BusyWindow busy(view_);
   if (!PrepareClassLists()) return flags_.StopRequested != False;
-  view_.SetRange(0, std::ssize(table_.DirsToMove.paths) + std::ssize(table_.OptimizeFiles.paths));
+  view_.SetRange(0, table_.OptimizeFiles.UpperBound() + table_.DirsToMove.UpperBound() +
+                        table_.PrefetchFiles.UpperBound());
   view_.SetValue(0);
 
   ShowCaption("Optimzing volume ");

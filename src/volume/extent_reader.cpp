@@ -8,6 +8,14 @@ namespace {
 
 constexpr std::size_t kExtentsPerChunk = 1024;
 
+// Far above any volume, far enough below the type's limit that sums of an LCN and a VCN are safe.
+constexpr std::int64_t kMostClusters = std::int64_t{1} << 60;
+
+bool Plausible(const Extent& extent, std::int64_t first_vcn) {
+  return extent.NextVcn > first_vcn && extent.NextVcn <= kMostClusters && extent.Lcn >= -1 &&
+         extent.Lcn <= kMostClusters;
+}
+
 }  // namespace
 
 OwnedFile ExtentReader::Open(const std::string& path, FileFlags first_attempt) {
@@ -43,7 +51,7 @@ ExtentRecord ExtentReader::ReadExtents(const std::string& path, bool first_chunk
     if (result != error::kSuccess && result != error::kMoreData) break;
     const std::int64_t before = starting_vcn;
     for (const Extent& extent : chunk.extents) {
-      if (extent.NextVcn <= starting_vcn) return record;
+      if (!Plausible(extent, starting_vcn)) return record;
       record.extents.push_back(extent);
       starting_vcn = extent.NextVcn;
     }

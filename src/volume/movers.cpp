@@ -45,6 +45,7 @@ struct Movers::Item {
   const FreeRunList* gaps = nullptr;
   std::int64_t alignment = 0;  // of the last gap tried
   ErrorCode refusal = error::kSuccess;
+  bool stays = false;  // needs no move: not a failure when there is none
 
   std::int64_t Size() const { return extents.SizeInClusters(); }
 
@@ -66,10 +67,11 @@ ErrorCode Movers::MoveClusters(Handle volume, Handle file, std::int64_t starting
                                std::uint32_t count, std::int64_t starting_lcn) {
   view_.SetActivity(activity_colour::kMoving);
   platform_.desktop.DoEvents();
-  last_error_ = platform_.volumes.MoveClusters(volume, file, starting_vcn, starting_lcn, count);
+  const ErrorCode result =
+      platform_.volumes.MoveClusters(volume, file, starting_vcn, starting_lcn, count);
   view_.SetActivity(activity_colour::kResting);
   platform_.desktop.DoEvents();
-  return last_error_;
+  return result;
 }
 
 std::int64_t Movers::VssAlignShift(std::int64_t current_lcn, std::int64_t target_lcn,
@@ -104,7 +106,6 @@ bool Movers::Begin(std::string_view tag, const std::string& path, Item& item) {
         files.OpenPath(long_path, FileAccess::GenericRead, FileFlags::BackupSemantics);
     item.file = {files, last.handle};
     if (!item.file) {
-      last_error_ = last.error;
       item.refusal = last.error;
       GiveUp(item, NotMoved::CannotOpen);
       if (trace_.On()) {
@@ -118,10 +119,12 @@ bool Movers::Begin(std::string_view tag, const std::string& path, Item& item) {
   std::int32_t total = 0;
   item.gaps = &geometry_.GetFreeRuns(total);
   item.extents = extents_.ReadExtents(path, false, false);
+  item.stays = item.Size() == 0;
   return true;
 }
 
 void Movers::GiveUp(Item& item, NotMoved reason) {
+  if (item.stays) return;
   statistics.failures.push_back({item.path, reason, item.refusal});
 }
 
@@ -176,6 +179,7 @@ std::int64_t Movers::OptimizeFile(const std::string& path) {
   if (!Begin("OPT:", path, item)) return kCannotOpen;
   const std::int64_t current = item.extents.FirstLcn();
   const std::int64_t front = geometry_.constants.ReservedFront;
+  item.stays = item.stays || current < front;
   for (const FreeRun& gap : *item.gaps) {
     platform_.desktop.DoEvents();
     if (item.Size() == 0 || current < front || gap.start >= current) break;
@@ -229,7 +233,7 @@ std::int64_t Movers::DefragmentFileInFront(const std::string& path, bool use_res
     }
   }
   if (item.extents.Count() < kWorthPieces) {
-    NoGap(item, trace_.On() ? ", last dll_err:" + SystemErrorText(platform_, last_error_) : "");
+    NoGap(item, trace_.On() ? ", last dll_err:" + SystemErrorText(platform_, item.refusal) : "");
     return 0;
   }
   return MoveInPieces(item, Largest(*item.gaps));
@@ -261,7 +265,7 @@ std::int64_t Movers::MoveInPieces(Item& item, FreeRun largest) {
     // A file that ends exactly with a piece asks once more, past its end, and is refused there.
     if (moved > item.Size()) return result;
   }
-  GiveUp(item, NotMoved::NoGap);
+  if (moved < item.Size()) GiveUp(item, NotMoved::NoGap);
   return result;
 }
 

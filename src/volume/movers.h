@@ -87,7 +87,6 @@ class Movers {
   const RunFlags& flags_;
   const DebugTrace& trace_;
   RunView& view_;
-  ErrorCode last_error_ = error::kSuccess;
 };
 
 }  // namespace vornalux

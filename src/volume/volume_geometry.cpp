@@ -99,7 +99,7 @@ const FreeRunList& VolumeGeometry::GetFreeRuns(std::int32_t& total) {
     result = platform_.volumes.VolumeBitmap(VolumeHandle, read, kBitmapChunkBytes, chunk_);
     const bool answered = result == error::kSuccess || result == error::kMoreData;
     if (read == 0) {
-      const bool usable = answered && chunk_.bitmap_size > 0 &&
+      const bool usable = answered && chunk_.starting_lcn == 0 && chunk_.bitmap_size > 0 &&
                           chunk_.bitmap_size <= std::numeric_limits<std::int32_t>::max();
       total = usable ? static_cast<std::int32_t>(chunk_.bitmap_size) : 0;
       free_runs_.Begin(total);

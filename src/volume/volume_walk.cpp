@@ -7,8 +7,9 @@
 namespace vornalux {
 namespace {
 
-// Windows' limit. Also what ends a walk through a folder that contains itself.
-constexpr std::size_t kLongestPath = 32767;
+// Windows' limit of 32,767 UTF-16 units, each at most three bytes here. Also what ends a walk
+// through a folder that contains itself.
+constexpr std::size_t kLongestPath = std::size_t{3} * 32767;
 
 }  // namespace
 

@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "host/image/refused.h"
+#include "host/mounted/mounted_volume.h"
+
+namespace vornalux {
+
+struct OpenOptions {
+  bool writable = false;
+  bool allow_dirty = false;             // look at a volume that is marked dirty
+  std::optional<int> partition;         // 1-based, of a partitioned disk image
+  std::optional<std::uint64_t> offset;  // bytes
+};
+
+// What opening found out besides the volume itself.
+struct OpenReport {
+  bool recovered = false;  // an interrupted run of ours was finished first
+  std::string recovery;    // one line about it for the user
+};
+
+// Opens the NTFS or FAT volume in an image file, block device or partitioned disk image, and
+// recovers it first when an earlier run was interrupted. Throws VolumeRefused, with the volume
+// untouched, when it must not or cannot be worked on.
+std::unique_ptr<MountedVolume> OpenImage(const std::string& path, const OpenOptions& options,
+                                         OpenReport& report);
+
+}  // namespace vornalux

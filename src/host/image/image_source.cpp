@@ -1,0 +1,240 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/image/image_source.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "host/image/image_use.h"
+#include "host/image/journal_file.h"
+#include "host/image/partition_table.h"
+#include "host/image/window_device.h"
+
+namespace vornalux {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string Text(int code) { return std::generic_category().message(code); }
+
+[[noreturn]] void Refuse(const std::string& path, const std::string& why) {
+  throw VolumeRefused(path + " " + why);
+}
+
+int OpenFile(const std::string& path, bool writable) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) Refuse(path, "cannot be opened: " + Text(errno));
+  if (S_ISDIR(status.st_mode)) {
+    Refuse(path, "is a folder; name an image file or a block device");
+  }
+  if (!S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode)) {
+    Refuse(path, "is neither a file nor a block device");
+  }
+  int flags = O_CLOEXEC | (writable ? O_RDWR : O_RDONLY);
+  // The kernel's own claim on a device that is mounted or part of a larger one.
+  if (writable && S_ISBLK(status.st_mode)) flags |= O_EXCL;
+  const int descriptor = ::open(path.c_str(), flags);
+  if (descriptor >= 0) return descriptor;
+  if (errno == EBUSY) {
+    Refuse(path, "is in use: mounted, or part of a RAID or a logical volume");
+  }
+  Refuse(path, (writable ? "cannot be opened for writing: " : "cannot be opened: ") + Text(errno));
+}
+
+// Of the open file, not of the process: it lasts as long as the descriptor, and the classic record
+// locks of other programs collide with it.
+void Lock(const std::string& path, int descriptor, bool writable) {
+  struct flock lock {};
+  lock.l_type = writable ? F_WRLCK : F_RDLCK;
+  lock.l_whence = SEEK_SET;
+  if (::fcntl(descriptor, F_OFD_SETLK, &lock) == 0) return;
+  if (errno == EAGAIN || errno == EACCES) {
+    Refuse(path, "is in use by another program or another run of this one");
+  }
+  // Some network file systems lock nothing; looking needs no lock.
+  if (writable) Refuse(path, "cannot be locked: " + Text(errno));
+}
+
+std::shared_ptr<FileDevice> OpenLocked(const std::string& path, bool writable) {
+  std::unique_ptr<FileDevice> device;
+  const std::error_code error = FileDevice::Adopt(OpenFile(path, writable), false, device);
+  if (error) Refuse(path, "cannot be opened: " + error.message());
+  Lock(path, device->Descriptor(), writable);
+  if (const auto use = FindUse(device->Descriptor())) Refuse(path, *use);
+  return device;
+}
+
+BootSector ReadBoot(const ImageSource& source, std::uint64_t offset) {
+  std::array<std::uint8_t, 512> sector;
+  const std::uint64_t size = source.file->Size();
+  if (offset > size || size - offset < sector.size()) return {};
+  if (const std::error_code error = source.file->Read(offset, sector)) {
+    Refuse(source.path,
+           "cannot be read at byte " + std::to_string(offset) + ": " + error.message());
+  }
+  return IdentifyBootSector(sector);
+}
+
+bool IsVolume(const BootSector& boot) {
+  return boot.kind == BootKind::Fat || boot.kind == BootKind::Ntfs;
+}
+
+struct Place {
+  std::uint64_t offset = 0;
+  std::uint64_t room = 0;  // bytes up to the end of the partition or the device
+};
+
+std::vector<Partition> Partitions(const ImageSource& source) try {
+  return ReadPartitions(*source.file, source.file->LogicalSectorSize());
+} catch (const VolumeRefused& refused) {
+  Refuse(source.path, std::string("has a partition table that cannot be used. ") + refused.what());
+}
+
+std::string List(const ImageSource& source, const std::vector<Partition>& partitions) {
+  std::string list;
+  for (const Partition& partition : partitions) {
+    const BootSector boot = ReadBoot(source, partition.offset);
+    list += "\n  " + std::to_string(partition.number) + "  " +
+            (boot.name.empty() ? "unknown" : boot.name) + ", " +
+            std::to_string(partition.length >> 20) + " MiB at byte " +
+            std::to_string(partition.offset);
+  }
+  return list;
+}
+
+Place NumberedPartition(const ImageSource& source, int number) {
+  const std::vector<Partition> partitions = Partitions(source);
+  if (partitions.empty()) Refuse(source.path, "has no partition table");
+  for (const Partition& partition : partitions) {
+    if (partition.number == number) return {partition.offset, partition.length};
+  }
+  Refuse(source.path,
+         "has no partition " + std::to_string(number) + ", only:" + List(source, partitions));
+}
+
+// The whole image when a volume starts it, else its only partition with a volume in it.
+Place OnlyVolume(const ImageSource& source) {
+  const Place whole{0, source.file->Size()};
+  if (ReadBoot(source, 0).kind != BootKind::None) return whole;
+  const std::vector<Partition> partitions = Partitions(source);
+  if (partitions.empty()) return whole;
+  std::vector<Partition> volumes;
+  std::copy_if(
+      partitions.begin(), partitions.end(), std::back_inserter(volumes),
+      [&](const Partition& partition) { return IsVolume(ReadBoot(source, partition.offset)); });
+  if (volumes.empty()) {
+    Refuse(source.path,
+           "is a disk without FAT or NTFS volume. Its partitions:" + List(source, partitions));
+  }
+  if (volumes.size() > 1) {
+    Refuse(source.path, "has several volumes; name one by --partition:" + List(source, volumes));
+  }
+  return {volumes.front().offset, volumes.front().length};
+}
+
+Place FindPlace(const ImageSource& source, const OpenOptions& options) {
+  if (options.offset && options.partition) {
+    Refuse(source.path, "can be opened at an offset or in a partition, not both at once");
+  }
+  if (options.partition) return NumberedPartition(source, *options.partition);
+  if (!options.offset) return OnlyVolume(source);
+  const std::uint64_t size = source.file->Size();
+  if (*options.offset >= size) {
+    Refuse(source.path, "has only " + std::to_string(size) + " bytes; offset " +
+                            std::to_string(*options.offset) + " lies past its end");
+  }
+  return {*options.offset, size - *options.offset};
+}
+
+// The window onto the volume is as large as the volume says, not as the room that it has.
+void Fit(ImageSource& source, Place place) {
+  const std::uint64_t size = source.file->Size();
+  place.room = place.offset < size ? std::min(place.room, size - place.offset) : 0;
+  source.offset = place.offset;
+  source.boot = ReadBoot(source, place.offset);
+  const std::string where = place.offset == 0 ? "" : " at byte " + std::to_string(place.offset);
+  if (source.boot.kind == BootKind::Other) {
+    Refuse(source.path, "holds a " + source.boot.name + where + ", which is not supported");
+  }
+  if (source.boot.kind == BootKind::None) {
+    Refuse(source.path, "holds no FAT or NTFS volume" + where);
+  }
+  if (source.boot.volume_size > place.room) {
+    Refuse(source.path, "is truncated: the " + source.boot.name + " volume" + where + " has " +
+                            std::to_string(source.boot.volume_size) + " bytes, of which only " +
+                            std::to_string(place.room) + " are there");
+  }
+  source.length = source.boot.volume_size;
+  if (place.room - source.length >= source.boot.backup_size) {
+    source.length += source.boot.backup_size;
+  }
+}
+
+std::string StateFolder() {
+  const char* folder = std::getenv("VORNALUX_STATE_DIR");
+  return folder != nullptr && *folder != '\0' ? folder : "/var/lib/vornalux";
+}
+
+std::string JournalPath(const ImageSource& source) {
+  const std::string offset =
+      source.offset == 0 ? std::string() : "+" + std::to_string(source.offset);
+  if (!source.file->IsBlockDevice()) return source.path + offset + ".vornalux-journal";
+  std::array<char, 32> serial;
+  std::snprintf(serial.data(), serial.size(), "%016llx",
+                static_cast<unsigned long long>(source.boot.serial));
+  return StateFolder() + "/" + serial.data() + offset + ".vornalux-journal";
+}
+
+VolumeIdentity Identity(const ImageSource& source) {
+  VolumeIdentity identity;
+  source.boot.name.copy(identity.file_system.data(), identity.file_system.size());
+  identity.serial = source.boot.serial;
+  identity.volume_size = source.length;
+  identity.volume_offset = source.offset;
+  return identity;
+}
+
+}  // namespace
+
+ImageSource LocateVolume(const std::string& path, const OpenOptions& options, bool writable) {
+  ImageSource source;
+  std::error_code error;
+  const fs::path resolved = fs::canonical(path, error);
+  source.path = error ? path : resolved.string();
+  source.file = OpenLocked(source.path, writable);
+  Fit(source, FindPlace(source, options));
+  source.identity = Identity(source);
+  source.journal_path = JournalPath(source);
+  return source;
+}
+
+VolumeStore MakeStore(const ImageSource& source, bool with_journal) {
+  VolumeStore store;
+  store.device = std::make_unique<WindowDevice>(source.file, source.offset, source.length);
+  if (with_journal) store.journal_home = std::make_unique<FileJournalHome>(source.journal_path);
+  store.identity = source.identity;
+  return store;
+}
+
+void PrepareJournalFolder(const ImageSource& source) {
+  const fs::path folder = fs::path(source.journal_path).parent_path();
+  const bool own_folder = source.file->IsBlockDevice();
+  std::error_code error;
+  if (own_folder) fs::create_directories(folder, error);
+  if (!error && ::access(folder.c_str(), W_OK | X_OK) != 0) {
+    error = {errno, std::generic_category()};
+  }
+  if (!error) return;
+  Refuse(source.path, "cannot be worked on: its journal must be kept in " + folder.string() +
+                          ", where nothing can be written (" + error.message() + ")" +
+                          (own_folder ? "; VORNALUX_STATE_DIR names another folder" : ""));
+}
+
+}  // namespace vornalux

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "host/image/boot_sector.h"
+#include "host/image/file_device.h"
+#include "host/image/image_file.h"
+#include "host/image/image_volume.h"
+
+namespace vornalux {
+
+// A volume found in an image file or on a block device, which is open and locked against others.
+struct ImageSource {
+  std::string path;  // links resolved
+  std::shared_ptr<FileDevice> file;
+  std::uint64_t offset = 0;  // bytes, of the volume
+  std::uint64_t length = 0;  // bytes, of the volume
+  BootSector boot;
+  VolumeIdentity identity;
+  std::string journal_path;
+};
+
+// Opens and locks the image, for writing or for reading, and finds the volume that the options
+// name. Throws VolumeRefused.
+ImageSource LocateVolume(const std::string& path, const OpenOptions& options, bool writable);
+
+// What a file system is opened on. Without journal the volume is for reading only.
+VolumeStore MakeStore(const ImageSource& source, bool with_journal);
+
+// Refuses when a journal could not be made, before anything depends on it.
+void PrepareJournalFolder(const ImageSource& source);
+
+}  // namespace vornalux

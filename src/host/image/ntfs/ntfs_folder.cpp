@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/image/ntfs/ntfs_folder.h"
+
+#include <algorithm>
+#include <limits>
+#include <new>
+#include <tuple>
+#include <utility>
+
+#include "host/image/ntfs/ntfs_mount.h"
+
+namespace vornalux {
+namespace {
+
+constexpr std::uint64_t kFirstOrdinaryRecord = 24;   // those before are metafiles or kept for such
+constexpr std::uint32_t kIndexPresent = 0x10000000;  // how NTFS says "folder" in a file name
+constexpr std::uint32_t kInternalBits = 0xF0000000;
+
+struct Entry {
+  std::u16string folded;
+  std::u16string name;
+  std::uint32_t attributes = 0;
+  ItemId id = 0;
+};
+
+struct Listing {
+  const UpcaseTable* upcase = nullptr;
+  std::vector<Entry> entries;
+};
+
+bool IsDotOrDotDot(std::u16string_view name) { return name == u"." || name == u".."; }
+
+void AddEntry(Listing& listing, const ntfschar* units, int length, int name_type, MFT_REF mref) {
+  std::u16string name = FromUnits(units, static_cast<std::size_t>(length));
+  if (name_type == FILE_NAME_DOS || IsDotOrDotDot(name)) return;
+  if (MREF(mref) < kFirstOrdinaryRecord) return;
+
+  // The units are those of the index entry's file name attribute, which says more about the item.
+  const auto* file_name = reinterpret_cast<const FILE_NAME_ATTR*>(
+      reinterpret_cast<const std::uint8_t*>(units) - offsetof(FILE_NAME_ATTR, file_name));
+  const std::uint32_t stored = le32_to_cpu(file_name->file_attributes);
+  std::uint32_t attributes = stored & ~(kInternalBits | attribute::kDirectory);
+  if (stored & kIndexPresent) attributes |= attribute::kDirectory;
+  std::u16string folded = listing.upcase->Fold(name);
+  listing.entries.push_back({std::move(folded), std::move(name), attributes, mref});
+}
+
+// An index larger than the volume can only be made up, and would take forever to search.
+bool SizesArePlausible(ntfs_inode* folder) {
+  const ntfs_volume* volume = folder->vol;
+  const s64 volume_size = volume->nr_clusters << volume->cluster_size_bits;
+  const std::vector<ntfschar> index_name(NTFS_INDEX_I30, NTFS_INDEX_I30 + 4);
+  const std::pair<ATTR_TYPES, s64> limits[] = {
+      {AT_INDEX_ALLOCATION, volume_size},
+      {AT_BITMAP, volume_size / NTFS_BLOCK_SIZE / 8 + 4096},
+  };
+  for (const auto& [type, most] : limits) {
+    const SearchContext context(ntfs_attr_get_search_ctx(folder, nullptr));
+    if (!context) return false;
+    if (FindAttribute({type, index_name}, 0, context.get()) != 0) continue;
+    const ATTR_RECORD* record = context->attr;
+    const s64 size = record->non_resident ? sle64_to_cpu(record->data_size) : 0;
+    if (size < 0 || size > most) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+extern "C" {
+static int OnEntry(void* context, const ntfschar* name, const int length, const int name_type,
+                   const s64, const MFT_REF mref, const unsigned) {
+  try {
+    AddEntry(*static_cast<Listing*>(context), name, length, name_type, mref);
+    return 0;
+  } catch (...) {
+    errno = ENOMEM;
+    return -1;
+  }
+}
+}
+
+int ListIndex(ntfs_inode* folder, const UpcaseTable& upcase, std::vector<FolderItem>& out) {
+  out.clear();
+  if (!(folder->mrec->flags & MFT_RECORD_IS_DIRECTORY)) return ENOTDIR;
+  if (!SizesArePlausible(folder)) return EIO;
+  Listing listing{&upcase, {}};
+  s64 position = 0;
+  errno = 0;
+  if (ntfs_readdir(folder, &position, &listing, OnEntry) != 0) return LibraryError();
+
+  // The library goes through the index block by block; the order of the index is by name.
+  std::sort(listing.entries.begin(), listing.entries.end(), [](const Entry& a, const Entry& b) {
+    return std::tie(a.folded, a.name) < std::tie(b.folded, b.name);
+  });
+  out.reserve(listing.entries.size());
+  for (const Entry& entry : listing.entries) {
+    out.push_back({ToWtf8(entry.name), entry.attributes, entry.id});
+  }
+  return 0;
+}
+
+bool HasNamesOnlyIn(ntfs_inode* inode, std::uint64_t folder) {
+  const SearchContext context(ntfs_attr_get_search_ctx(inode, nullptr));
+  if (!context) return false;
+  while (ntfs_attr_lookup(AT_FILE_NAME, AT_UNNAMED, 0, CASE_SENSITIVE, 0, nullptr, 0,
+                          context.get()) == 0) {
+    const ATTR_RECORD* record = context->attr;
+    const auto* file_name = reinterpret_cast<const FILE_NAME_ATTR*>(
+        reinterpret_cast<const std::uint8_t*>(record) + le16_to_cpu(record->value_offset));
+    if (MREF(le64_to_cpu(file_name->parent_directory)) != folder) return false;
+  }
+  return true;
+}
+
+}  // namespace vornalux

@@ -1,0 +1,322 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/image/ntfs/ntfs_volume.h"
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "host/image/little_endian.h"
+#include "host/image/ntfs/ntfs_folder.h"
+#include "host/image/ntfs/ntfs_runs.h"
+#include "host/image/refused.h"
+
+namespace vornalux {
+namespace {
+
+constexpr std::uint64_t kFirstOrdinaryRecord = 24;
+constexpr std::int64_t kFixedMftClusters = 16;  // Windows never moves the start of $MFT either
+
+std::string Label(const NtfsMount& mount) {
+  const SearchContext context(ntfs_attr_get_search_ctx(mount.Volume()->vol_ni, nullptr));
+  if (!context || FindAttribute({AT_VOLUME_NAME, {}}, 0, context.get()) != 0) return {};
+  const ATTR_RECORD* record = context->attr;
+  if (record->non_resident) return {};
+  const auto* value =
+      reinterpret_cast<const std::uint8_t*>(record) + le16_to_cpu(record->value_offset);
+  return ToWtf8(FromUnits(reinterpret_cast<const ntfschar*>(value),
+                          le32_to_cpu(record->value_length) / sizeof(ntfschar)));
+}
+
+bool IsFolder(const ntfs_inode* inode) { return inode->mrec->flags & MFT_RECORD_IS_DIRECTORY; }
+
+}  // namespace
+
+NtfsVolume::NtfsVolume(VolumeStore store, Opening opening)
+    : ImageVolume(std::move(store)), opening_(opening), device_(Device()) {
+  CheckBootSector();
+  Mount();
+  dirty_ = mount_->Volume()->flags & VOLUME_IS_DIRTY;
+  if (dirty_ && !opening_.recovering && !opening_.allow_dirty) {
+    Refuse("is marked dirty: it was not unmounted properly, or an error was found on it",
+           "Let Windows check it (chkdsk /f); ntfsfix --clear-dirty only takes the mark off.");
+  }
+  LearnFacts();
+  SetClusters(mount_->Volume()->nr_clusters, mount_->Volume()->cluster_size, 0);
+  if (const int error = LoadBitmap()) RefuseMount(error);
+}
+
+NtfsVolume::~NtfsVolume() { Close(); }
+
+void NtfsVolume::Refuse(const std::string& reason, const std::string& remedy) const {
+  std::array<char, 17> serial{};
+  std::snprintf(serial.data(), serial.size(), "%016llX",
+                static_cast<unsigned long long>(facts_.serial));
+  throw VolumeRefused("NTFS volume " + std::string(serial.data()) + " " + reason + ". " + remedy);
+}
+
+void NtfsVolume::RefuseMount(int error) const {
+  const std::string messages = TakeLibraryMessages();
+  const std::string details = messages.empty() ? "" : " (" + messages + ")";
+  switch (error) {
+    case EPERM:
+      Refuse(
+          "is held by a hibernated Windows or one shut down with fast startup, which keeps part"
+          " of it in memory",
+          "Start that Windows and shut it down fully: shutdown /s /f /t 0.");
+    case EOPNOTSUPP:
+      Refuse("has unfinished changes in its log file ($LogFile)",
+             "Start Windows and let it finish them, or let it check the volume: chkdsk /f.");
+    case EROFS:
+      Refuse("needs a repair before it can be worked on" + details,
+             "Mount it once for writing, with Windows or ntfs-3g.");
+    case EIO:
+    case EINVAL:
+    case ENOENT:
+    case ESPIPE:
+      Refuse("is damaged" + details, "Let Windows check it: chkdsk /f.");
+    default:
+      Refuse("cannot be opened: " + std::string(std::strerror(error)) + details,
+             "Mend that and try again.");
+  }
+}
+
+void NtfsVolume::CheckBootSector() {
+  std::array<std::uint8_t, 512> boot{};
+  if (Device().Read(0, boot) || std::memcmp(boot.data() + 3, "NTFS    ", 8) != 0) {
+    throw VolumeRefused(
+        "This is no NTFS volume: its first sector cannot be read or does not say so.");
+  }
+  facts_.serial = LoadLittle<std::uint64_t>(boot, 0x48);
+  const std::uint64_t sector = LoadLittle<std::uint16_t>(boot, 0x0B);
+  const std::uint64_t sectors = LoadLittle<std::uint64_t>(boot, 0x28);
+  if (sector == 0 || sectors == 0)
+    Refuse("has a damaged boot sector", "Let Windows check it: chkdsk /f.");
+  if (sectors > Device().Size() / sector) {
+    Refuse("is cut short: its boot sector counts " + std::to_string(sectors) + " sectors of " +
+               std::to_string(sector) + " bytes, but there are only " +
+               std::to_string(Device().Size()) + " bytes",
+           "Use the whole image or partition.");
+  }
+}
+
+void NtfsVolume::Mount() {
+  // Whoever only looks, and accepts a volume that is not clean, does without the library's checks.
+  const bool unclean_will_do = !opening_.writable && opening_.allow_dirty;
+  mount_ = NtfsMount::Open(device_, unclean_will_do);
+  int error = mount_ ? 0 : errno;
+  // The library mends a thing or two on opening; for looking it may stay as it is.
+  if (error == EROFS && !opening_.writable) {
+    mount_ = NtfsMount::Open(device_, true);
+    error = mount_ ? 0 : errno;
+  }
+  device_.TakeError();
+  if (error != 0) RefuseMount(error);
+  if (ntfs_version_is_supported(mount_->Volume()) != 0) {
+    Refuse("has a version of NTFS that is not supported", "There is nothing to mend.");
+  }
+}
+
+void NtfsVolume::LearnFacts() {
+  const ntfs_volume* volume = mount_->Volume();
+  facts_.file_system = "NTFS";
+  facts_.label = Label(*mount_);
+  facts_.bytes_per_sector = volume->sector_size;
+  facts_.sectors_per_cluster = volume->cluster_size / volume->sector_size;
+  facts_.total_clusters = volume->nr_clusters;
+  zone_ = {volume->mft_zone_start, volume->mft_zone_end};
+  upcase_ = UpcaseTable(volume->upcase, volume->upcase_len);
+  const ntfs_inode* root = mount_->Inode(FILE_root);
+  if (root == nullptr) RefuseMount(LibraryError());
+  root_ = MK_MREF(FILE_root, le16_to_cpu(root->mrec->sequence_number));
+}
+
+int NtfsVolume::LoadBitmap() {
+  ntfs_volume* volume = mount_->Volume();
+  std::vector<ClusterRun> runs;
+  if (const int error = ReadRuns(volume->lcnbmp_ni, {}, runs)) return error;
+  const auto size = static_cast<std::uint64_t>((volume->nr_clusters + 7) / 8);
+  if (static_cast<std::uint64_t>(volume->lcnbmp_na->data_size) < size) return EIO;
+
+  std::vector<NtfsDevice::BitmapPiece> pieces;
+  for (const ClusterRun& run : runs) {
+    if (run.lcn < 0) return EIO;
+    const std::uint64_t from = static_cast<std::uint64_t>(run.vcn) * ClusterSize();
+    if (from >= size) break;
+    const std::uint64_t length =
+        std::min(static_cast<std::uint64_t>(run.count) * ClusterSize(), size - from);
+    pieces.push_back({ClusterOffset(run.lcn), length, static_cast<std::int64_t>(from) * 8});
+  }
+  std::sort(pieces.begin(), pieces.end(),
+            [](const auto& a, const auto& b) { return a.offset < b.offset; });
+
+  std::vector<std::uint8_t> bytes(1U << 20);
+  for (std::uint64_t at = 0; at < size;) {
+    const auto length = static_cast<s64>(std::min<std::uint64_t>(bytes.size(), size - at));
+    errno = 0;
+    const s64 done = ntfs_attr_pread(volume->lcnbmp_na, static_cast<s64>(at), length, bytes.data());
+    if (done <= 0) return LibraryError();
+    Clusters().Load(static_cast<std::int64_t>(at) * 8,
+                    std::span(bytes).first(static_cast<std::size_t>(done)));
+    at += static_cast<std::uint64_t>(done);
+  }
+  device_.WatchBitmap(std::move(pieces), &Clusters());
+  return 0;
+}
+
+std::optional<NtfsVolumeData> NtfsVolume::NtfsData() const { return zone_; }
+
+ErrorCode NtfsVolume::Failure(int error) {
+  if (const std::error_code device_error = device_.TakeError()) return FromDevice(device_error);
+  TakeLibraryMessages();
+  switch (error) {
+    case 0:
+      return error::kSuccess;
+    case ENOENT:
+    case ESPIPE:  // a record past the end of $MFT
+      return error::kFileNotFound;
+    case ENOTDIR:
+      return error::kPathNotFound;
+    case EACCES:
+    case EPERM:
+      return error::kAccessDenied;
+    case ENOSPC:
+      return error::kDiskFull;
+    case ENOMEM:
+      return error::kNotEnoughMemory;
+    case EROFS:
+      return error::kWriteProtect;
+    case EOPNOTSUPP:
+      return error::kNotSupported;
+    default:
+      return error::kFileCorrupt;
+  }
+}
+
+ErrorCode NtfsVolume::Find(const StreamRef& stream, Place& out) {
+  if (!mount_) return error::kNotReady;
+  out.inode = mount_->Inode(stream.item);
+  if (out.inode == nullptr) return Failure(LibraryError());
+  std::optional<AttributeName> attribute = ParseStream(stream.stream, IsFolder(out.inode));
+  if (!attribute) return error::kInvalidName;
+  out.attribute = std::move(*attribute);
+  return error::kSuccess;
+}
+
+ErrorCode NtfsVolume::ListFolder(ItemId folder, std::vector<FolderItem>& out) {
+  out.clear();
+  if (!mount_) return error::kNotReady;
+  ntfs_inode* inode = mount_->Inode(folder);
+  if (inode == nullptr) return Failure(LibraryError());
+  // A folder that holds one of its own parents would be listed for ever.
+  const auto parent = parents_.find(MREF(folder));
+  if (parent != parents_.end() && !HasNamesOnlyIn(inode, parent->second))
+    return error::kFileCorrupt;
+
+  if (const int error = ListIndex(inode, upcase_, out)) {
+    out.clear();
+    return Failure(error);
+  }
+  for (const FolderItem& item : out) {
+    if (item.attributes & attribute::kDirectory) parents_[MREF(item.id)] = MREF(folder);
+  }
+  return error::kSuccess;
+}
+
+std::string NtfsVolume::FoldName(std::string_view name) const {
+  const std::optional<std::u16string> text = FromWtf8(name);
+  return text ? ToWtf8(upcase_.Fold(*text)) : std::string(name);
+}
+
+std::optional<FolderItem> NtfsVolume::HiddenItem(ItemId folder, std::string_view name) {
+  if (!mount_ || MREF(folder) != FILE_root || FoldName(name) != "$MFT") return std::nullopt;
+  const std::uint64_t sequence = le16_to_cpu(mount_->Volume()->mft_ni->mrec->sequence_number);
+  return FolderItem{"$MFT", attribute::kHidden | attribute::kSystem, MK_MREF(FILE_MFT, sequence)};
+}
+
+ErrorCode NtfsVolume::StreamNames(ItemId item, std::vector<std::string>& out) {
+  out.clear();
+  if (!mount_) return error::kNotReady;
+  ntfs_inode* inode = mount_->Inode(item);
+  if (inode == nullptr) return Failure(LibraryError());
+  const SearchContext context(ntfs_attr_get_search_ctx(inode, nullptr));
+  if (!context) return error::kNotEnoughMemory;
+  errno = 0;
+  while (ntfs_attr_lookup(AT_DATA, nullptr, 0, CASE_SENSITIVE, 0, nullptr, 0, context.get()) == 0) {
+    const ATTR_RECORD* record = context->attr;
+    if (record->non_resident && record->lowest_vcn != 0) continue;  // continues one that was listed
+    const auto* units = reinterpret_cast<const ntfschar*>(
+        reinterpret_cast<const std::uint8_t*>(record) + le16_to_cpu(record->name_offset));
+    out.push_back(":" + ToWtf8(FromUnits(units, record->name_length)) + ":$DATA");
+  }
+  return errno == ENOENT ? error::kSuccess : Failure(LibraryError());
+}
+
+ErrorCode NtfsVolume::Read(const StreamRef& stream, std::uint64_t offset,
+                           std::span<std::uint8_t> out, std::size_t& done) {
+  done = 0;
+  Place place;
+  if (const ErrorCode found = Find(stream, place)) return found;
+  if (place.attribute.type != AT_DATA) return error::kAccessDenied;
+  const AttributeHandle attribute = mount_->OpenAttribute(place.inode, place.attribute);
+  if (!attribute) return Failure(LibraryError());
+  while (done < out.size() && offset + done < static_cast<std::uint64_t>(attribute->data_size)) {
+    errno = 0;
+    const s64 piece = ntfs_attr_pread(attribute.get(), static_cast<s64>(offset + done),
+                                      static_cast<s64>(out.size() - done), out.data() + done);
+    if (piece <= 0) return Failure(LibraryError());
+    done += static_cast<std::size_t>(piece);
+  }
+  return error::kSuccess;
+}
+
+ErrorCode NtfsVolume::Runs(const StreamRef& stream, std::vector<ClusterRun>& out) {
+  out.clear();
+  Place place;
+  if (const ErrorCode found = Find(stream, place)) return found;
+  const int error = ReadRuns(place.inode, place.attribute, out);
+  // A folder whose index fits into its record has no clusters of its own.
+  if (error == ENOENT && stream.stream.empty() && IsFolder(place.inode)) return error::kSuccess;
+  return Failure(error);
+}
+
+ErrorCode NtfsVolume::MayMove(const StreamRef& stream, std::int64_t vcn, std::int64_t) {
+  const std::uint64_t record = MREF(stream.item);
+  if (record >= kFirstOrdinaryRecord || record == FILE_root) return error::kSuccess;
+  if (record != FILE_MFT) return error::kAccessDenied;
+
+  Place place;
+  if (const ErrorCode found = Find(stream, place)) return found;
+  if (HasAttributeList(place.inode)) return error::kAccessDenied;
+  if (place.attribute.IsUnnamed(AT_BITMAP)) return error::kSuccess;
+  const bool movable = place.attribute.IsUnnamed(AT_DATA) && vcn >= kFixedMftClusters;
+  return movable ? error::kSuccess : error::kAccessDenied;
+}
+
+ErrorCode NtfsVolume::Rewrite(const StreamRef& stream, const MovePlan& plan) {
+  Place place;
+  if (const ErrorCode found = Find(stream, place)) return found;
+  return Failure(RewriteRuns(*mount_, place.inode, place.attribute, plan));
+}
+
+ErrorCode NtfsVolume::Reload() {
+  mount_.reset();
+  mount_ = NtfsMount::Open(device_, false);
+  int error = mount_ ? 0 : errno;
+  if (error == 0) error = LoadBitmap();
+  if (error != 0) mount_.reset();
+  return Failure(error);
+}
+
+ErrorCode NtfsVolume::WriteDirtyFlag(bool dirty) {
+  return mount_ ? Failure(mount_->WriteDirtyFlag(dirty)) : error::kNotReady;
+}
+
+std::unique_ptr<ImageVolume> OpenNtfsVolume(VolumeStore store) {
+  const NtfsVolume::Opening opening{.writable = store.journal_home != nullptr,
+                                    .recovering = store.recovering,
+                                    .allow_dirty = store.allow_dirty};
+  return std::make_unique<NtfsVolume>(std::move(store), opening);
+}
+
+}  // namespace vornalux

@@ -1,0 +1,238 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/image/transaction.h"
+
+#include <algorithm>
+#include <cassert>
+#include <cstring>
+#include <new>
+
+#include "host/image/journal.h"
+
+namespace vornalux {
+namespace {
+
+// Large enough to keep a disk streaming, small enough to stay in the processor's cache.
+constexpr std::size_t kCopyPiece = std::size_t{2} << 20;
+
+// Gathered sectors are compared with the base in stretches of at most so many.
+constexpr std::uint64_t kStretch = 2048;
+
+std::error_code Error(std::errc code) { return std::make_error_code(code); }
+
+template <typename Overlay>
+void CopyOver(const Overlay& overlay, std::uint64_t offset, std::span<std::uint8_t> out) {
+  constexpr std::uint64_t kSector = std::tuple_size_v<typename Overlay::mapped_type>;
+  const std::uint64_t end = offset + out.size();
+  for (auto at = overlay.lower_bound(offset / kSector);
+       at != overlay.end() && at->first * kSector < end; ++at) {
+    const std::uint64_t start = at->first * kSector;
+    const std::uint64_t from = std::max(start, offset);
+    const std::uint64_t to = std::min(start + kSector, end);
+    std::memcpy(out.data() + (from - offset), at->second.data() + (from - start), to - from);
+  }
+}
+
+void Append(std::vector<SectorRun>& runs, std::uint64_t sector,
+            std::span<const std::uint8_t> content) {
+  const bool adjoins =
+      !runs.empty() &&
+      runs.back().first_sector + runs.back().content.size() / content.size() == sector;
+  if (!adjoins) runs.push_back({sector, {}});
+  runs.back().content.insert(runs.back().content.end(), content.begin(), content.end());
+}
+
+}  // namespace
+
+Transaction::Transaction(BlockDevice& base, RedoJournal* journal)
+    : base_(base), journal_(journal) {}
+
+std::uint64_t Transaction::Size() const { return base_.Size(); }
+
+std::error_code Transaction::Read(std::uint64_t offset, std::span<std::uint8_t> out) {
+  if (const std::error_code error = base_.Read(offset, out)) return error;
+  if (out.empty()) return {};
+  if (!kept_.empty()) CopyOver(kept_, offset, out);
+  if (!move_.empty()) CopyOver(move_, offset, out);
+  return {};
+}
+
+std::error_code Transaction::CheckWritable(std::uint64_t offset, std::size_t length) const {
+  if (failed_) return Error(std::errc::io_error);
+  if (journal_ == nullptr) return Error(std::errc::read_only_file_system);
+  const bool inside = offset <= Size() && length <= Size() - offset;
+  return inside ? std::error_code() : Error(std::errc::invalid_argument);
+}
+
+std::error_code Transaction::Write(std::uint64_t offset, std::span<const std::uint8_t> data) try {
+  if (const std::error_code error = CheckWritable(offset, data.size())) return error;
+  return Gather(offset, data);
+} catch (const std::bad_alloc&) {
+  return Error(std::errc::not_enough_memory);
+}
+
+std::error_code Transaction::Gather(std::uint64_t offset, std::span<const std::uint8_t> data) {
+  Overlay& overlay = in_move_ ? move_ : kept_;
+  while (!data.empty()) {
+    const std::uint64_t sector = offset / kSector;
+    const std::size_t at = offset % kSector;
+    const std::size_t length = std::min(data.size(), kSector - at);
+    Sector content;
+    if (length < kSector) {
+      if (const std::error_code error = Read(sector * kSector, content)) return error;
+    }
+    std::memcpy(content.data() + at, data.data(), length);
+    overlay.insert_or_assign(sector, content);
+    offset += length;
+    data = data.subspan(length);
+  }
+  return {};
+}
+
+std::error_code Transaction::Flush() { return {}; }
+
+std::error_code Transaction::WriteData(std::uint64_t offset, std::span<const std::uint8_t> data) {
+  if (const std::error_code error = CheckWritable(offset, data.size())) return error;
+  if (offset % kSector != 0 || data.size() % kSector != 0) {
+    return Error(std::errc::invalid_argument);
+  }
+  const std::uint64_t first = offset / kSector;
+  const std::uint64_t end = first + data.size() / kSector;
+  for (Overlay* overlay : {&kept_, &move_}) {
+    overlay->erase(overlay->lower_bound(first), overlay->lower_bound(end));
+  }
+  data_written_ = true;
+  return base_.Write(offset, data);
+}
+
+std::error_code Transaction::PutData(std::uint64_t to, std::span<const std::uint8_t> data,
+                                     std::span<const ByteRange> guarded) {
+  while (!data.empty()) {
+    while (!guarded.empty() && guarded.front().offset + guarded.front().length <= to) {
+      guarded = guarded.subspan(1);
+    }
+    const bool inside = !guarded.empty() && guarded.front().offset <= to;
+    std::uint64_t end = to + data.size();
+    if (!guarded.empty()) {
+      const ByteRange& next = guarded.front();
+      end = std::min(end, inside ? next.offset + next.length : next.offset);
+    }
+    const auto part = data.first(end - to);
+    const std::error_code error = inside ? Write(to, part) : WriteData(to, part);
+    if (error) return error;
+    data = data.subspan(part.size());
+    to = end;
+  }
+  return {};
+}
+
+std::error_code Transaction::GatherData(std::span<const ByteRange> pieces, std::uint64_t to,
+                                        std::span<const ByteRange> guarded) try {
+  buffer_.resize(kCopyPiece);
+  std::size_t filled = 0;
+  for (ByteRange piece : pieces) {
+    while (piece.length > 0) {
+      const std::size_t length = std::min<std::uint64_t>(piece.length, kCopyPiece - filled);
+      std::error_code error = Read(piece.offset, std::span(buffer_).subspan(filled, length));
+      if (error) return error;
+      piece.offset += length;
+      piece.length -= length;
+      filled += length;
+      if (filled < kCopyPiece) continue;
+      if (error = PutData(to, buffer_, guarded); error) return error;
+      to += filled;
+      filled = 0;
+    }
+  }
+  return PutData(to, std::span(buffer_).first(filled), guarded);
+} catch (const std::bad_alloc&) {
+  return Error(std::errc::not_enough_memory);
+}
+
+std::error_code Transaction::CopyData(std::uint64_t from, std::uint64_t to, std::uint64_t length) {
+  const ByteRange piece{from, length};
+  return GatherData({&piece, 1}, to);
+}
+
+void Transaction::BeginMove() {
+  assert(!in_move_);
+  in_move_ = true;
+}
+
+void Transaction::KeepMove() {
+  assert(in_move_);
+  in_move_ = false;
+  while (!move_.empty()) {
+    auto inserted = kept_.insert(move_.extract(move_.begin()));
+    if (!inserted.inserted) inserted.position->second = inserted.node.mapped();
+  }
+}
+
+void Transaction::DropMove() {
+  in_move_ = false;
+  move_.clear();
+}
+
+void Transaction::Discard() {
+  DropMove();
+  kept_.clear();
+  data_written_ = false;
+}
+
+bool Transaction::HasPending() const { return !kept_.empty() || !move_.empty(); }
+
+std::uint64_t Transaction::PendingSectors() const { return kept_.size() + move_.size(); }
+
+// Gathered sectors that differ from the base, neighbours joined.
+std::error_code Transaction::CollectChanges(std::vector<SectorRun>& runs) {
+  for (auto first = kept_.begin(); first != kept_.end();) {
+    auto end = first;
+    std::uint64_t count = 0;
+    while (end != kept_.end() && end->first == first->first + count && count < kStretch) {
+      ++end;
+      ++count;
+    }
+    buffer_.resize(count * kSector);
+    if (const std::error_code error = base_.Read(first->first * kSector, buffer_)) return error;
+    for (const std::uint8_t* current = buffer_.data(); first != end; ++first, current += kSector) {
+      if (std::memcmp(current, first->second.data(), kSector) != 0) {
+        Append(runs, first->first, first->second);
+      }
+    }
+  }
+  return {};
+}
+
+std::error_code Transaction::CommitPending() {
+  std::vector<SectorRun> runs;
+  if (const std::error_code error = CollectChanges(runs)) return error;
+  if (data_written_) {
+    if (const std::error_code error = base_.Flush()) return error;
+  }
+  if (runs.empty()) return {};
+  if (const std::error_code error = journal_->Record(runs)) return error;
+  for (const SectorRun& run : runs) {
+    const std::error_code error = base_.Write(run.first_sector * kSector, run.content);
+    if (error) return error;
+  }
+  if (const std::error_code error = base_.Flush()) return error;
+  return journal_->Drop();
+}
+
+std::error_code Transaction::Commit() try {
+  assert(!in_move_);
+  if (failed_) return Error(std::errc::io_error);
+  if (kept_.empty() && !data_written_) return {};
+  if (journal_ == nullptr) return Error(std::errc::read_only_file_system);
+  if (const std::error_code error = CommitPending()) {
+    failed_ = true;
+    return error;
+  }
+  kept_.clear();
+  data_written_ = false;
+  return {};
+} catch (const std::bad_alloc&) {
+  failed_ = true;
+  return Error(std::errc::not_enough_memory);
+}
+
+}  // namespace vornalux

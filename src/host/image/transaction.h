@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <span>
+#include <system_error>
+#include <vector>
+
+#include "host/image/block_device.h"
+
+namespace vornalux {
+
+class RedoJournal;
+struct SectorRun;
+
+struct ByteRange {
+  std::uint64_t offset = 0;
+  std::uint64_t length = 0;
+};
+
+// A device whose writes become durable all together or not at all. Write() gathers whole 512-byte
+// sectors in memory; Commit() brings them to the base device through the journal. File data that
+// goes to clusters which nothing durable refers to bypasses the gathering (WriteData).
+//
+// Moves nest one level: what was written since BeginMove() can be dropped without touching earlier
+// moves. After a failed Commit() the device refuses all further work: the journal is then the truth
+// and the next opening of the volume finishes or refuses it.
+class Transaction final : public BlockDevice {
+ public:
+  // Neither is owned. Without a journal the device is read-only: Write() and WriteData() fail with
+  // EROFS.
+  explicit Transaction(BlockDevice& base, RedoJournal* journal = nullptr);
+
+  // Null makes the device read-only again; what is gathered then stays readable.
+  void AttachJournal(RedoJournal* journal) { journal_ = journal; }
+
+  std::uint64_t Size() const override;
+  std::error_code Read(std::uint64_t offset, std::span<std::uint8_t> out) override;
+  std::error_code Write(std::uint64_t offset, std::span<const std::uint8_t> data) override;
+  // Nothing: gathered writes become durable with Commit() only.
+  std::error_code Flush() override;
+
+  // Writes through to the base at once, dropping gathered sectors underneath. offset and length are
+  // multiples of 512. The target must be unused in the last committed state.
+  std::error_code WriteData(std::uint64_t offset, std::span<const std::uint8_t> data);
+
+  // Copies the pieces, one after the other, to one place, as Read() then WriteData() of large
+  // pieces. What lands in a guarded range (ascending, apart), which the durable state still refers
+  // to, goes through Write() instead. All numbers are multiples of 512; no piece overlaps the
+  // target.
+  std::error_code GatherData(std::span<const ByteRange> pieces, std::uint64_t to,
+                             std::span<const ByteRange> guarded = {});
+  std::error_code CopyData(std::uint64_t from, std::uint64_t to, std::uint64_t length);
+
+  void BeginMove();
+  void KeepMove();
+  void DropMove();
+
+  // Forgets everything gathered since the last commit.
+  void Discard();
+
+  // Flush data, write and flush the journal, apply, flush, drop the journal.
+  std::error_code Commit();
+
+  bool HasPending() const;
+  bool Failed() const { return failed_; }
+  std::uint64_t PendingSectors() const;
+
+ private:
+  static constexpr std::size_t kSector = 512;
+  using Sector = std::array<std::uint8_t, kSector>;
+  // Ordered, so that a range is found in one step and neighbours join into runs.
+  using Overlay = std::map<std::uint64_t, Sector>;
+
+  std::error_code CheckWritable(std::uint64_t offset, std::size_t length) const;
+  std::error_code PutData(std::uint64_t to, std::span<const std::uint8_t> data,
+                          std::span<const ByteRange> guarded);
+  std::error_code Gather(std::uint64_t offset, std::span<const std::uint8_t> data);
+  std::error_code CollectChanges(std::vector<SectorRun>& runs);
+  std::error_code CommitPending();
+
+  BlockDevice& base_;
+  RedoJournal* journal_;
+  Overlay kept_;
+  Overlay move_;
+  bool in_move_ = false;
+  bool data_written_ = false;
+  bool failed_ = false;
+  std::vector<std::uint8_t> buffer_;
+};
+
+}  // namespace vornalux

@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/mounted/mounted_platform.h"
+
+#include <limits>
+#include <stdexcept>
+#include <utility>
+
+#include "host/mounted/error_text.h"
+#include "host/mounted/windows_path.h"
+
+namespace vornalux {
+
+MountedPlatform::MountedPlatform(MachineSettings settings)
+    : settings_(std::move(settings)), random_(settings_.seed) {}
+
+MountedPlatform::~MountedPlatform() = default;
+
+void MountedPlatform::Mount(char letter, MountedVolume& volume) {
+  const char drive = DriveLetter(letter);
+  if (drive == 0) throw std::invalid_argument("not a drive letter");
+  if (!drives_.try_emplace(drive, volume).second) {
+    throw std::invalid_argument("drive letter in use");
+  }
+}
+
+MountedPlatform::Drive* MountedPlatform::FindDrive(char letter) {
+  const auto drive = drives_.find(letter);
+  return drive == drives_.end() ? nullptr : &drive->second;
+}
+
+MountedPlatform::Drive* MountedPlatform::DriveOf(Handle volume) {
+  const auto open = volumes_.find(volume);
+  return open == volumes_.end() ? nullptr : open->second;
+}
+
+MountedPlatform::OpenFile* MountedPlatform::FileOf(Handle file) {
+  const auto open = files_.find(file);
+  return open == files_.end() ? nullptr : &open->second;
+}
+
+// A closed handle's number comes back as late as can be, so that using one by mistake shows.
+Handle MountedPlatform::NextHandle() {
+  do {
+    last_handle_ = last_handle_ == std::numeric_limits<Handle>::max() ? 1 : last_handle_ + 1;
+  } while (files_.contains(last_handle_) || volumes_.contains(last_handle_));
+  return last_handle_;
+}
+
+std::string MountedPlatform::ErrorText(ErrorCode code) { return SystemErrorText(code); }
+
+std::uint32_t MountedPlatform::SetPriorityClass(std::uint32_t priority_class) {
+  priority_class_ = priority_class;
+  return priority_class_;
+}
+
+void MountedPlatform::CheckDisk(const std::string& root, DiskCheckSink& sink) {
+  const Drive* drive = FindDrive(DriveOfRoot(root));
+  if (drive == nullptr) return;
+  bool cancel = false;
+  sink.Status("The type of the file system is " + drive->volume->Facts().file_system + ".", cancel);
+  if (!cancel) sink.Progress(100, cancel);
+  sink.Done(drive->volume->Dirty());
+}
+
+void MountedPlatform::PowerOff() {
+  if (settings_.power_off) settings_.power_off();
+}
+
+double MountedPlatform::Random() {
+  constexpr double kTwoToMinus53 = 1.0 / 9007199254740992.0;
+  return static_cast<double>(random_() >> 11) * kTwoToMinus53;
+}
+
+}  // namespace vornalux

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "host/mounted/folder_tree.h"
+#include "host/mounted/mounted_volume.h"
+#include "platform/files.h"
+#include "platform/machine.h"
+#include "platform/volumes.h"
+
+namespace vornalux {
+
+struct MachineSettings {
+  std::string windows_folder = {};       // "C:\Windows", empty when no volume holds Windows
+  std::uint64_t seed = 0;                // of Random()
+  std::function<void()> power_off = {};  // nothing happens without it
+};
+
+// Answers the program's questions from mounted volumes, each under a drive letter, with Windows'
+// meaning of paths, handles and error codes. The desktop is somebody else's. Not thread-safe.
+class MountedPlatform : public Volumes, public Files, public Machine {
+ public:
+  explicit MountedPlatform(MachineSettings settings = {});
+  ~MountedPlatform() override;
+  MountedPlatform(const MountedPlatform&) = delete;
+  MountedPlatform& operator=(const MountedPlatform&) = delete;
+
+  // letter: 'A' to 'Z' or lower case, not in use yet. The volume is not owned, must outlive the
+  // platform, and is not closed by it.
+  void Mount(char letter, MountedVolume& volume);
+
+  // Open volume and file handles together.
+  std::size_t OpenHandles() const { return volumes_.size() + files_.size(); }
+
+  Handle OpenVolume(const std::string& device_path) override;
+  void CloseVolume(Handle volume) override;
+  ErrorCode FreeSpaceFigures(const std::string& root, FreeSpace& out) override;
+  ErrorCode VolumeNames(const std::string& root, VolumeName& out) override;
+  ErrorCode VolumeBitmap(Handle volume, std::int64_t starting_lcn, std::size_t max_bytes,
+                         BitmapChunk& out) override;
+  ErrorCode NtfsData(Handle volume, NtfsVolumeData& out) override;
+  ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
+                         std::int64_t starting_lcn, std::uint32_t cluster_count) override;
+
+  OpenedFile OpenPath(const std::string& path, FileAccess access, FileFlags flags) override;
+  void CloseFile(Handle file) override;
+  ErrorCode RetrievalPointers(Handle file, std::int64_t starting_vcn, std::size_t max_extents,
+                              ExtentChunk& out) override;
+  ErrorCode StreamNames(Handle file, std::vector<std::string>& out) override;
+  std::unique_ptr<FolderSearch> FindFirst(const std::string& pattern) override;
+  // kNotEnoughMemory for files above 64 MiB.
+  ErrorCode ReadBytes(const std::string& path, std::string& out) override;
+
+  std::string WindowsFolder() override { return settings_.windows_folder; }
+  std::string ErrorText(ErrorCode code) override;
+  // Remembers the class only; a host that has a scheduler overrides it.
+  std::uint32_t SetPriorityClass(std::uint32_t priority_class) override;
+  void CheckDisk(const std::string& root, DiskCheckSink& sink) override;
+  void PowerOff() override;
+  double Random() override;
+
+ protected:
+  // Last word on opening what a path led to: anything but kSuccess refuses it.
+  virtual ErrorCode MayOpen(MountedVolume& volume, ItemId item);
+
+ private:
+  struct Drive {
+    explicit Drive(MountedVolume& mounted) : volume(&mounted), tree(mounted) {}
+    MountedVolume* volume;
+    FolderTree tree;
+    std::uint64_t moves = 0;  // moves asked for so far
+  };
+  // What a path led to.
+  struct Found {
+    Drive* drive = nullptr;
+    StreamRef stream;
+    bool folder = false;
+  };
+  struct OpenFile {
+    Found found;
+    // Read once for all chunks of a file of many extents; stale when moves happened since.
+    std::vector<Extent> extents;
+    bool extents_known = false;
+    std::uint64_t extents_moves = 0;
+  };
+
+  Drive* FindDrive(char letter);
+  Drive* DriveOf(Handle volume);
+  OpenFile* FileOf(Handle file);
+  Handle NextHandle();
+  // What OpenPath() would open, without a handle to it.
+  ErrorCode Locate(std::string_view path, FileFlags flags, Found& out);
+  ErrorCode Resolve(std::string_view path, Found& out);
+  ErrorCode ResolveStream(const FolderItem& item, std::string_view suffix, Found& out);
+  ErrorCode LoadExtents(OpenFile& file);
+
+  MachineSettings settings_;
+  std::uint32_t priority_class_ = priority::kNormal;
+  std::mt19937_64 random_;
+  std::map<char, Drive> drives_;
+  std::unordered_map<Handle, Drive*> volumes_;
+  std::unordered_map<Handle, OpenFile> files_;
+  Handle last_handle_ = 0;
+};
+
+}  // namespace vornalux

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The questions about volumes as a whole.
+#include <algorithm>
+#include <optional>
+
+#include "host/mounted/mounted_platform.h"
+#include "host/mounted/windows_path.h"
+
+namespace vornalux {
+
+Handle MountedPlatform::OpenVolume(const std::string& device_path) {
+  Drive* drive = FindDrive(DriveOfDevice(device_path));
+  if (drive == nullptr) return kInvalidHandle;
+  const Handle handle = NextHandle();
+  volumes_.emplace(handle, drive);
+  return handle;
+}
+
+void MountedPlatform::CloseVolume(Handle volume) { volumes_.erase(volume); }
+
+ErrorCode MountedPlatform::FreeSpaceFigures(const std::string& root, FreeSpace& out) {
+  const Drive* drive = FindDrive(DriveOfRoot(root));
+  if (drive == nullptr) return error::kPathNotFound;
+  const VolumeFacts& facts = drive->volume->Facts();
+  out = {.sectors_per_cluster = facts.sectors_per_cluster,
+         .bytes_per_sector = facts.bytes_per_sector,
+         .free_clusters = drive->volume->FreeClusters(),
+         .total_clusters = facts.total_clusters};
+  return error::kSuccess;
+}
+
+ErrorCode MountedPlatform::VolumeNames(const std::string& root, VolumeName& out) {
+  const Drive* drive = FindDrive(DriveOfRoot(root));
+  if (drive == nullptr) return error::kPathNotFound;
+  out = {.label = drive->volume->Facts().label, .file_system = drive->volume->Facts().file_system};
+  return error::kSuccess;
+}
+
+ErrorCode MountedPlatform::VolumeBitmap(Handle volume, std::int64_t starting_lcn,
+                                        std::size_t max_bytes, BitmapChunk& out) {
+  const Drive* drive = DriveOf(volume);
+  if (drive == nullptr) return error::kInvalidHandle;
+  const std::int64_t total = drive->volume->Facts().total_clusters;
+  if (starting_lcn < 0 || starting_lcn >= total || max_bytes == 0) return error::kInvalidParameter;
+
+  out.starting_lcn = starting_lcn - starting_lcn % 8;
+  out.bitmap_size = total - out.starting_lcn;
+  const auto whole = static_cast<std::uint64_t>((out.bitmap_size + 7) / 8);
+  out.bits.resize(static_cast<std::size_t>(std::min<std::uint64_t>(whole, max_bytes)));
+  drive->volume->CopyBitmap(out.starting_lcn, out.bits);
+  return out.bits.size() < whole ? error::kMoreData : error::kSuccess;
+}
+
+ErrorCode MountedPlatform::NtfsData(Handle volume, NtfsVolumeData& out) {
+  const Drive* drive = DriveOf(volume);
+  if (drive == nullptr) return error::kInvalidHandle;
+  const std::optional<NtfsVolumeData> data = drive->volume->NtfsData();
+  if (!data) return error::kInvalidParameter;
+  out = *data;
+  return error::kSuccess;
+}
+
+ErrorCode MountedPlatform::MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
+                                        std::int64_t starting_lcn, std::uint32_t cluster_count) {
+  Drive* drive = DriveOf(volume);
+  const OpenFile* open = FileOf(file);
+  if (drive == nullptr || open == nullptr) return error::kInvalidHandle;
+  if (open->found.drive != drive) return error::kInvalidParameter;
+  ++drive->moves;
+  return drive->volume->Move(open->found.stream, starting_vcn, starting_lcn, cluster_count);
+}
+
+}  // namespace vornalux

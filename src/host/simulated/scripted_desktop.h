@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/simulated/call_log.h"
+#include "platform/desktop.h"
+
+namespace vornalux {
+
+struct ShownBox {
+  std::string text;
+  std::string title;
+  BoxButtons buttons = BoxButtons::Ok;
+  BoxIcon icon = BoxIcon::None;
+  BoxAnswer answer = BoxAnswer::Ok;
+};
+
+// A user who does at each moment what a script says, and remembers every box.
+class ScriptedDesktop final : public Desktop {
+ public:
+  // log is not owned and hears of every call; may be null.
+  explicit ScriptedDesktop(CallLog* log = nullptr) : log_(log) {}
+
+  // Runs action inside the nth DoEvents(), counted from 1 over the desktop's life. Actions may call
+  // DoEvents() themselves.
+  void AtDoEvents(std::size_t nth, std::function<void()> action);
+  // Runs action inside every DoEvents(), before the one planned for it.
+  void AtEveryDoEvents(std::function<void()> action);
+  std::size_t DoEventsCount() const { return do_events_; }
+
+  // What the next Yes/No box without an answer yet gets. Without any: No.
+  void Answer(BoxAnswer answer) { answers_.push_back(answer); }
+  std::size_t AnswersLeft() const { return answers_.size(); }
+  // Runs while a box is open.
+  void AtEveryBox(std::function<void(const ShownBox&)> action);
+  const std::vector<ShownBox>& Boxes() const { return boxes_; }
+
+  // Makes the nth InputPending(), from 1, say yes; all others say no.
+  void PendInputAt(std::size_t nth) { pending_at_.insert(nth); }
+  // Decides for the calls that PendInputAt() does not.
+  void PendInputWhen(std::function<bool()> decide);
+
+  void DoEvents() override;
+  bool InputPending() override;
+  BoxAnswer ShowBox(const std::string& text, const std::string& title, BoxButtons buttons,
+                    BoxIcon icon) override;
+
+ private:
+  CallLog* log_;
+  std::multimap<std::size_t, std::function<void()>> at_do_events_;
+  std::function<void()> at_every_do_events_;
+  std::function<void(const ShownBox&)> at_every_box_;
+  std::size_t do_events_ = 0;
+  std::deque<BoxAnswer> answers_;
+  std::vector<ShownBox> boxes_;
+  std::set<std::size_t> pending_at_;
+  std::function<bool()> pend_when_;
+  std::size_t input_pending_ = 0;
+};
+
+}  // namespace vornalux

@@ -1,0 +1,208 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/simulated/simulated_platform.h"
+
+#include <limits>
+#include <utility>
+
+namespace vornalux {
+
+namespace {
+
+using Effect = FaultPlan::Effect;
+using Fault = FaultPlan::Fault;
+
+// The error of the first fault that fails the call, after running all actions on the way.
+ErrorCode RunFaults(const std::vector<Fault>& faults) {
+  for (const Fault& fault : faults) {
+    if (fault.effect == Effect::Action) fault.action();
+    if (fault.effect == Effect::Fail) return fault.error;
+  }
+  return error::kSuccess;
+}
+
+void Lie(BitmapLie lie, BitmapChunk& out) {
+  switch (lie) {
+    case BitmapLie::NegativeSize:
+      out.bitmap_size = -out.bitmap_size;
+      break;
+    case BitmapLie::HugeSize:
+      out.bitmap_size = std::numeric_limits<std::int64_t>::max();
+      break;
+    case BitmapLie::ShortBits:
+      out.bits.resize(out.bits.size() / 2);
+      break;
+    case BitmapLie::NoBits:
+      out.bits.clear();
+      break;
+    case BitmapLie::WrongStart:
+      out.starting_lcn += 8;
+      break;
+  }
+}
+
+std::string_view FolderOf(std::string_view pattern) {
+  pattern = BarePath(pattern);
+  if (pattern.ends_with('*')) pattern.remove_suffix(1);
+  if (pattern.size() > 3 && pattern.ends_with('\\')) pattern.remove_suffix(1);
+  return pattern;
+}
+
+}  // namespace
+
+SimulatedPlatform::SimulatedPlatform(MachineSettings settings)
+    : MountedPlatform(std::move(settings)), desktop_(&log_) {}
+
+void SimulatedPlatform::AddVolume(char letter, SimulatedVolume& volume) {
+  Mount(letter, volume);
+  simulated_.emplace(&volume, &volume);
+}
+
+ErrorCode SimulatedPlatform::MayOpen(MountedVolume& volume, ItemId item) {
+  const auto simulated = simulated_.find(&volume);
+  return simulated != simulated_.end() && simulated->second->Locked(item) ? error::kSharingViolation
+                                                                          : error::kSuccess;
+}
+
+Handle SimulatedPlatform::OpenVolume(const std::string& device_path) {
+  const bool fails = !faults_.Hits(CallPoint::OpenVolume, device_path).empty();
+  const Handle handle = fails ? kInvalidHandle : MountedPlatform::OpenVolume(device_path);
+  if (handle != kInvalidHandle) log_.NameHandle(handle, device_path);
+  log_.Add(CallKind::OpenVolume, device_path, handle, {},
+           handle == kInvalidHandle ? error::kPathNotFound : error::kSuccess);
+  return handle;
+}
+
+void SimulatedPlatform::CloseVolume(Handle volume) {
+  MountedPlatform::CloseVolume(volume);
+  log_.Add(CallKind::CloseVolume, log_.HandlePath(volume), volume, {}, error::kSuccess);
+  log_.ForgetHandle(volume);
+}
+
+ErrorCode SimulatedPlatform::FreeSpaceFigures(const std::string& root, FreeSpace& out) {
+  const std::vector<Fault> faults = faults_.Hits(CallPoint::FreeSpace, root);
+  ErrorCode error = RunFaults(faults);
+  if (error == error::kSuccess) error = MountedPlatform::FreeSpaceFigures(root, out);
+  for (const Fault& fault : faults) {
+    if (fault.effect == Effect::NoClusters) out.total_clusters = out.free_clusters = 0;
+  }
+  log_.Add(CallKind::FreeSpaceFigures, root, kInvalidHandle, {}, error);
+  return error;
+}
+
+ErrorCode SimulatedPlatform::VolumeNames(const std::string& root, VolumeName& out) {
+  const ErrorCode error = MountedPlatform::VolumeNames(root, out);
+  log_.Add(CallKind::VolumeNames, root, kInvalidHandle, {}, error);
+  return error;
+}
+
+ErrorCode SimulatedPlatform::VolumeBitmap(Handle volume, std::int64_t starting_lcn,
+                                          std::size_t max_bytes, BitmapChunk& out) {
+  const std::string path = log_.HandlePath(volume);
+  ErrorCode error = MountedPlatform::VolumeBitmap(volume, starting_lcn, max_bytes, out);
+  const std::vector<Fault> faults = faults_.Hits(CallPoint::Bitmap, path);
+  for (const Fault& fault : faults) {
+    if (fault.effect == Effect::Lie) Lie(fault.lie, out);
+  }
+  if (const ErrorCode planned = RunFaults(faults)) error = planned;
+  log_.Add(CallKind::VolumeBitmap, path, volume,
+           {starting_lcn, static_cast<std::int64_t>(max_bytes),
+            static_cast<std::int64_t>(out.bits.size())},
+           error);
+  return error;
+}
+
+ErrorCode SimulatedPlatform::NtfsData(Handle volume, NtfsVolumeData& out) {
+  const ErrorCode error = MountedPlatform::NtfsData(volume, out);
+  log_.Add(CallKind::NtfsData, log_.HandlePath(volume), volume, {}, error);
+  return error;
+}
+
+ErrorCode SimulatedPlatform::MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
+                                          std::int64_t starting_lcn, std::uint32_t cluster_count) {
+  const std::string path = log_.HandlePath(file);
+  ErrorCode error = RunFaults(faults_.Hits(CallPoint::Move, path));
+  if (error == error::kSuccess) {
+    error = MountedPlatform::MoveClusters(volume, file, starting_vcn, starting_lcn, cluster_count);
+  }
+  log_.Add(CallKind::MoveClusters, path, file, {starting_vcn, starting_lcn, cluster_count}, error);
+  return error;
+}
+
+OpenedFile SimulatedPlatform::OpenPath(const std::string& path, FileAccess access,
+                                       FileFlags flags) {
+  OpenedFile opened;
+  opened.error = RunFaults(faults_.Hits(CallPoint::Open, path));
+  if (opened.error == error::kSuccess) opened = MountedPlatform::OpenPath(path, access, flags);
+  if (opened.handle != kInvalidHandle) log_.NameHandle(opened.handle, path);
+  log_.Add(CallKind::OpenPath, path, opened.handle,
+           {static_cast<std::int64_t>(access), static_cast<std::int64_t>(flags), 0}, opened.error);
+  return opened;
+}
+
+void SimulatedPlatform::CloseFile(Handle file) {
+  MountedPlatform::CloseFile(file);
+  log_.Add(CallKind::CloseFile, log_.HandlePath(file), file, {}, error::kSuccess);
+  log_.ForgetHandle(file);
+}
+
+ErrorCode SimulatedPlatform::RetrievalPointers(Handle file, std::int64_t starting_vcn,
+                                               std::size_t max_extents, ExtentChunk& out) {
+  const std::string path = log_.HandlePath(file);
+  const std::vector<Fault> faults = faults_.Hits(CallPoint::Pointers, path);
+  ErrorCode error = RunFaults(faults);
+  if (error == error::kSuccess) {
+    error = MountedPlatform::RetrievalPointers(file, starting_vcn, max_extents, out);
+  }
+  for (const Fault& fault : faults) {
+    if (fault.effect != Effect::EmptyChunk && fault.effect != Effect::StuckChunk) continue;
+    out = {.starting_vcn = starting_vcn, .extents = {}};
+    if (fault.effect == Effect::StuckChunk) out.extents = {{.NextVcn = starting_vcn, .Lcn = 1}};
+    error = error::kMoreData;
+  }
+  log_.Add(CallKind::RetrievalPointers, path, file,
+           {starting_vcn, static_cast<std::int64_t>(max_extents),
+            static_cast<std::int64_t>(out.extents.size())},
+           error);
+  return error;
+}
+
+ErrorCode SimulatedPlatform::StreamNames(Handle file, std::vector<std::string>& out) {
+  const ErrorCode error = MountedPlatform::StreamNames(file, out);
+  log_.Add(CallKind::StreamNames, log_.HandlePath(file), file,
+           {static_cast<std::int64_t>(out.size()), 0, 0}, error);
+  return error;
+}
+
+std::unique_ptr<FolderSearch> SimulatedPlatform::FindFirst(const std::string& pattern) {
+  const bool fails = !faults_.Hits(CallPoint::FindFirst, FolderOf(pattern)).empty();
+  std::unique_ptr<FolderSearch> search = fails ? nullptr : MountedPlatform::FindFirst(pattern);
+  log_.Add(CallKind::FindFirst, FolderOf(pattern), kInvalidHandle, {},
+           search ? error::kSuccess : error::kPathNotFound);
+  return search;
+}
+
+ErrorCode SimulatedPlatform::ReadBytes(const std::string& path, std::string& out) {
+  ErrorCode error = RunFaults(faults_.Hits(CallPoint::Open, path));
+  if (error == error::kSuccess) error = MountedPlatform::ReadBytes(path, out);
+  log_.Add(CallKind::ReadBytes, path, kInvalidHandle, {static_cast<std::int64_t>(out.size()), 0, 0},
+           error);
+  return error;
+}
+
+std::uint32_t SimulatedPlatform::SetPriorityClass(std::uint32_t priority_class) {
+  log_.Add(CallKind::SetPriorityClass, {}, kInvalidHandle, {priority_class, 0, 0}, error::kSuccess);
+  return MountedPlatform::SetPriorityClass(priority_class);
+}
+
+void SimulatedPlatform::CheckDisk(const std::string& root, DiskCheckSink& sink) {
+  log_.Add(CallKind::CheckDisk, root, kInvalidHandle, {}, error::kSuccess);
+  MountedPlatform::CheckDisk(root, sink);
+}
+
+void SimulatedPlatform::PowerOff() {
+  ++power_offs_;
+  log_.Add(CallKind::PowerOff, {}, kInvalidHandle, {}, error::kSuccess);
+  MountedPlatform::PowerOff();
+}
+
+}  // namespace vornalux

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <unordered_map>
+
+#include "host/mounted/mounted_platform.h"
+#include "host/simulated/call_log.h"
+#include "host/simulated/fault_plan.h"
+#include "host/simulated/scripted_desktop.h"
+#include "host/simulated/simulated_volume.h"
+#include "platform/platform.h"
+
+namespace vornalux {
+
+// A whole machine for tests: mounted volumes, usually simulated ones, on which things go wrong by
+// plan, a user who follows a script, and a log of every call.
+class SimulatedPlatform final : public MountedPlatform {
+ public:
+  explicit SimulatedPlatform(MachineSettings settings = {});
+
+  // As Mount(), for a simulated volume, whose locked items then refuse to open.
+  void AddVolume(char letter, SimulatedVolume& volume);
+
+  // For handing around; valid as long as this object.
+  Platform All() { return {*this, *this, *this, desktop_}; }
+
+  FaultPlan& Faults() { return faults_; }
+  ScriptedDesktop& User() { return desktop_; }
+  CallLog& Log() { return log_; }
+  int PowerOffs() const { return power_offs_; }
+
+  Handle OpenVolume(const std::string& device_path) override;
+  void CloseVolume(Handle volume) override;
+  ErrorCode FreeSpaceFigures(const std::string& root, FreeSpace& out) override;
+  ErrorCode VolumeNames(const std::string& root, VolumeName& out) override;
+  ErrorCode VolumeBitmap(Handle volume, std::int64_t starting_lcn, std::size_t max_bytes,
+                         BitmapChunk& out) override;
+  ErrorCode NtfsData(Handle volume, NtfsVolumeData& out) override;
+  ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
+                         std::int64_t starting_lcn, std::uint32_t cluster_count) override;
+
+  OpenedFile OpenPath(const std::string& path, FileAccess access, FileFlags flags) override;
+  void CloseFile(Handle file) override;
+  ErrorCode RetrievalPointers(Handle file, std::int64_t starting_vcn, std::size_t max_extents,
+                              ExtentChunk& out) override;
+  ErrorCode StreamNames(Handle file, std::vector<std::string>& out) override;
+  std::unique_ptr<FolderSearch> FindFirst(const std::string& pattern) override;
+  ErrorCode ReadBytes(const std::string& path, std::string& out) override;
+
+  std::uint32_t SetPriorityClass(std::uint32_t priority_class) override;
+  void CheckDisk(const std::string& root, DiskCheckSink& sink) override;
+  void PowerOff() override;
+
+ protected:
+  ErrorCode MayOpen(MountedVolume& volume, ItemId item) override;
+
+ private:
+  CallLog log_;
+  FaultPlan faults_;
+  ScriptedDesktop desktop_;
+  std::unordered_map<const MountedVolume*, const SimulatedVolume*> simulated_;
+  int power_offs_ = 0;
+};
+
+}  // namespace vornalux

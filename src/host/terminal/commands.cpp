@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/terminal/commands.h"
+
+#include <unistd.h>
+
+#include <exception>
+#include <iostream>
+#include <string>
+
+#include "host/mounted/windows_path.h"
+#include "host/terminal/results.h"
+#include "host/terminal/results_json.h"
+#include "host/terminal/results_text.h"
+#include "host/terminal/session.h"
+
+namespace vornalux {
+namespace {
+
+// How a command ended, and what it has to show once its volumes are closed.
+struct Outcome {
+  ExitCode code = ExitCode::Done;
+  std::string output;
+};
+
+// Another program or a file gets names as they are; only a terminal has a character set.
+Charset OutputCharset(Charset terminal) { return isatty(STDOUT_FILENO) ? terminal : Charset::Utf8; }
+
+template <typename Result>
+std::string Present(const Result& result, const Options& options, Charset charset) {
+  return options.json ? ToJson(result) : ToText(result, OutputCharset(charset));
+}
+
+// The Analyze button, or the same for the classes that Optimize works by.
+ExitCode Analyze(Program& program, bool classes) {
+  RunFlags& flags = program.flags;
+  DefragWindow& window = program.main_window;
+  if (!classes) {
+    window.cmdanalysemore.Click();
+  } else {
+    const BusyWindow busy(window);
+    flags.StopRequested = False;
+    flags.OptimizeMode = True;
+    window.last_run_failed = !window.engine.analysis.Analyze_This() && !flags.StopRequested;
+  }
+  if (flags.StopRequested) return ExitCode::Stopped;
+  return window.last_run_failed ? ExitCode::Failed : ExitCode::Done;
+}
+
+Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
+  Outcome outcome;
+  outcome.code = Analyze(session.program(), options.classes);
+  if (outcome.code != ExitCode::Done) return outcome;
+  const Engine& engine = session.program().main_window.engine;
+  AnalysisResult result = {.volume = *session.Volume(options.volumes.front().letter),
+                           .figures = CollectFigures(engine),
+                           .list = {}};
+  if (options.list) result.list = CollectFragmentedFiles(engine);
+  outcome.output = Present(result, options, charset);
+  return outcome;
+}
+
+MenuItem& CommandItem(DefragWindow& window, Command command) {
+  if (command == Command::Optimize) return window.SmartOptimize;
+  return command == Command::Compact ? window.cmdCompact : window.cmdDefrag;
+}
+
+Outcome RunPass(Session& session, const Options& options, Charset charset) {
+  Program& program = session.program();
+  DefragWindow& window = program.main_window;
+  const bool classes = options.command != Command::Defrag;
+  PassResult result;
+  result.volume = *session.Volume(options.volumes.front().letter);
+
+  Outcome outcome;
+  outcome.code = Analyze(program, classes);
+  if (outcome.code == ExitCode::Failed) return outcome;
+  if (outcome.code == ExitCode::Done) {
+    result.before = CollectFigures(window.engine);
+    window.engine.movers.statistics.Reset();
+    CommandItem(window, options.command).Click();
+    result.moved = window.engine.movers.statistics;
+    if (window.last_run_failed) outcome.code = ExitCode::Failed;
+    if (program.flags.StopRequested) outcome.code = ExitCode::Stopped;
+  }
+  if (outcome.code == ExitCode::Done) {
+    outcome.code = Analyze(program, classes);
+    if (outcome.code == ExitCode::Done) result.after = CollectFigures(window.engine);
+  }
+  result.stopped = outcome.code == ExitCode::Stopped;
+  outcome.output = Present(result, options, charset);
+  return outcome;
+}
+
+ExitCode JobExitCode(JobOutcome outcome) {
+  switch (outcome) {
+    case JobOutcome::None:
+    case JobOutcome::InvalidArgument:
+    case JobOutcome::NoDrive:
+    case JobOutcome::ContextMenu:
+      return ExitCode::Usage;
+    case JobOutcome::Dirty:
+      return ExitCode::Refused;
+    case JobOutcome::Failed:
+      return ExitCode::Failed;
+    case JobOutcome::Stopped:
+      return ExitCode::Stopped;
+    case JobOutcome::Done:
+      return ExitCode::Done;
+  }
+  return ExitCode::Failed;
+}
+
+Outcome RunJob(Session& session, const Options& options, Charset charset) {
+  Program& program = session.program();
+  const Engine& engine = program.main_window.engine;
+  JobResult result;
+  result.outcome = program.launcher.process_cmd_line(options.job_tail);
+  if (program.launcher.frmContext.visible) {
+    session.desktop().Say("Explorer verbs exist on Windows only.");
+  }
+  ExitCode code = JobExitCode(result.outcome);
+  const std::string& drive = program.settings.target.drive;
+  if (code == ExitCode::Done || code == ExitCode::Stopped || code == ExitCode::Failed) {
+    result.volume = session.Volume(DriveLetter(drive.front()));
+    if (engine.geometry.constants.TotalClusters > 0) result.analysis = CollectFigures(engine);
+    result.moved = engine.movers.statistics;
+  }
+  if (code == ExitCode::Failed && !result.volume) {
+    session.desktop().Say("The job is for drive " + drive + ", which no --volume names.");
+    code = ExitCode::Usage;
+  }
+  return {.code = code, .output = Present(result, options, charset)};
+}
+
+// False, and the user told, when the options name something that the volume does not have.
+bool SelectVolume(Session& session, const Options& options) {
+  const std::string drive = {options.volumes.front().letter, ':'};
+  session.program().launcher.SelectDrive(drive + "\\");
+  if (options.directory.empty()) return true;
+  if (!session.platform().FolderExists(drive + "\\" + options.directory)) {
+    session.desktop().Say("--directory: there is no folder " + options.directory + " on " +
+                          options.volumes.front().image);
+    return false;
+  }
+  session.program().settings.target.directory = options.directory;
+  return true;
+}
+
+Outcome RunOnVolumes(Session& session, const Options& options, Charset charset) {
+  if (options.command == Command::Job) return RunJob(session, options, charset);
+  if (!SelectVolume(session, options)) return {.code = ExitCode::Usage, .output = {}};
+  if (options.command == Command::Analyze) return RunAnalyze(session, options, charset);
+  return RunPass(session, options, charset);
+}
+
+ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset charset) {
+  Session session(options, desktop, charset);
+  Outcome outcome = RunOnVolumes(session, options, charset);
+  if (!session.Close()) outcome.code = ExitCode::Failed;
+  if (outcome.code == ExitCode::Stopped) desktop.Say("Stopped.");
+  std::cout << outcome.output << std::flush;
+  if (!std::cout) {
+    desktop.Say("The result could not be written to standard output.");
+    return ExitCode::Failed;
+  }
+  if (outcome.code == ExitCode::Done && session.platform().PowerOffWanted() && !ShutDownMachine()) {
+    desktop.Say("The machine could not be switched off: the system's shutdown command failed.");
+    return ExitCode::Failed;
+  }
+  return outcome.code;
+}
+
+}  // namespace
+
+ExitCode RunCommand(const Options& options, TerminalDesktop& desktop, Charset charset) {
+  try {
+    return OpenRunClose(options, desktop, charset);
+  } catch (const VolumeRefused& refused) {
+    desktop.Say(refused.what());
+    return ExitCode::Refused;
+  } catch (const std::exception& error) {
+    desktop.Say(error.what());
+    return ExitCode::Failed;
+  }
+}
+
+}  // namespace vornalux

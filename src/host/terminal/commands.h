@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include "host/terminal/exit_code.h"
+#include "host/terminal/options.h"
+#include "host/terminal/terminal_desktop.h"
+
+namespace vornalux {
+
+// Carries out what the command line asks for: results on standard output, everything else through
+// the desktop.
+ExitCode RunCommand(const Options& options, TerminalDesktop& desktop, Charset charset);
+
+}  // namespace vornalux

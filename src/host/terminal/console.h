@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "host/terminal/display_text.h"
+#include "host/terminal/pending_events.h"
+
+namespace vornalux {
+
+// The user's screen and keyboard as far as messages and progress need them.
+class Console {
+ public:
+  enum class Reply { Line, Interrupted, Closed };
+
+  virtual ~Console() = default;
+
+  // A line can be drawn over: progress may be shown in place.
+  virtual bool CanRedraw() const = 0;
+  // Somebody is there to answer.
+  virtual bool CanAsk() const = 0;
+  virtual int Columns() const = 0;
+  virtual Charset Characters() const = 0;
+
+  // Text that must be seen, and text that is dropped when the screen does not keep up.
+  virtual void Print(std::string_view text) = 0;
+  virtual void PrintIfReady(std::string_view text) = 0;
+
+  // Waits for a line of input. Interrupted as soon as any of the events is set.
+  virtual Reply ReadLine(const PendingEvents& events, unsigned interrupting, std::string& line) = 0;
+};
+
+// Standard error and standard input.
+class StandardConsole final : public Console {
+ public:
+  explicit StandardConsole(Charset charset);
+
+  bool CanRedraw() const override { return can_redraw_; }
+  bool CanAsk() const override;
+  int Columns() const override;
+  Charset Characters() const override { return charset_; }
+  void Print(std::string_view text) override;
+  void PrintIfReady(std::string_view text) override;
+  Reply ReadLine(const PendingEvents& events, unsigned interrupting, std::string& line) override;
+
+ private:
+  bool can_redraw_;
+  Charset charset_;
+};
+
+}  // namespace vornalux

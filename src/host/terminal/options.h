@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/terminal/exit_code.h"
+
+namespace vornalux {
+
+enum class Command { Analyze, Defrag, Optimize, Compact, Job };
+
+struct VolumeArgument {
+  char letter = 'C';
+  std::string image;  // volume image, block device, or disk image with a partition
+};
+
+// What the command line asks for.
+struct Options {
+  Command command = Command::Analyze;
+  std::vector<VolumeArgument> volumes;  // exactly one, except for a job
+  std::optional<int> partition;
+  std::optional<std::uint64_t> offset;        // bytes
+  std::string directory;                      // below the root, "Users\bob"; empty: all
+  std::string exclude;                        // "*.iso; *.vhd"
+  std::optional<std::string> windows_folder;  // "C:\Windows"
+  bool vss_safe = false;
+  bool quiet = false;
+  bool json = false;
+  bool list = false;
+  bool classes = false;
+  std::string debug_log;  // file, "-" for standard output, empty for none
+  std::uint64_t seed = 0;
+  std::string job_tail;
+};
+
+// Fills options. A code is the program's end: help or version were asked for and printed to out,
+// or the line makes no sense and err says why.
+std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, Options& options,
+                                     std::ostream& out, std::ostream& err);
+
+// The job line that arguments stand for: a single one as it stands; several joined by a blank, in
+// double quotes where they hold one.
+std::string JoinJobTail(const std::vector<std::string>& arguments);
+
+}  // namespace vornalux

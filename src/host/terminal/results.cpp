@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/terminal/results.h"
+
+namespace vornalux {
+
+VolumeDescription Describe(const std::string& image, char letter, const VolumeFacts& facts) {
+  return {.image = image,
+          .drive = {letter, ':'},
+          .file_system = facts.file_system,
+          .label = facts.label,
+          .cluster_bytes = std::int64_t{facts.bytes_per_sector} * facts.sectors_per_cluster};
+}
+
+AnalysisFigures CollectFigures(const Engine& engine) {
+  const VolumeConstants& constants = engine.geometry.constants;
+  const AnalysisSummary& summary = engine.analysis.summary;
+  return {.total_files = engine.table.TotalFiles,
+          .total_dirs = engine.table.TotalDirs,
+          .fragmented = summary.fragmented,
+          .fragments = summary.fragments,
+          .max_per_file = summary.max_per_file,
+          .move_out_files = engine.table.MoveOutFiles.count,
+          .optimize_files = engine.table.OptimizeFiles.count,
+          .dirs_to_move = engine.table.DirsToMove.count,
+          .prefetch_files = engine.table.PrefetchFiles.count,
+          .locked_files = engine.extents.LockedCount,
+          .total_clusters = constants.TotalClusters,
+          .free_clusters = constants.FreeClusters,
+          .sectors_per_cluster = constants.SectorsPerCluster,
+          .reserved_front = constants.ReservedFront,
+          .optimize_area = constants.OptimizeArea,
+          .mft_zone_start = constants.MftZoneStart,
+          .mft_zone_end = constants.MftZoneEnd};
+}
+
+std::vector<FragmentedFile> CollectFragmentedFiles(const Engine& engine) {
+  const FragmentLists& lists = engine.analysis.lists;
+  std::vector<FragmentedFile> files;
+  for (std::size_t i = 0; i < lists.FragNames.size(); ++i) {
+    if (lists.FragNames[i].empty()) continue;
+    files.push_back({.extents = lists.FragExtents[i], .path = lists.FragNames[i]});
+  }
+  return files;
+}
+
+}  // namespace vornalux

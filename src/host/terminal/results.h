@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/program.h"
+#include "host/mounted/mounted_volume.h"
+
+namespace vornalux {
+
+// What is told about the volume itself.
+struct VolumeDescription {
+  std::string image;
+  std::string drive;  // "C:"
+  std::string file_system;
+  std::string label;
+  std::int64_t cluster_bytes = 0;
+};
+
+// The numbers of one analysis.
+struct AnalysisFigures {
+  std::int64_t total_files = 0;
+  std::int64_t total_dirs = 0;
+  std::int64_t fragmented = 0;
+  std::int64_t fragments = 0;
+  std::int64_t max_per_file = 0;
+  std::int64_t move_out_files = 0;
+  std::int64_t optimize_files = 0;
+  std::int64_t dirs_to_move = 0;
+  std::int64_t prefetch_files = 0;
+  std::int64_t locked_files = 0;
+  std::int64_t total_clusters = 0;
+  std::int64_t free_clusters = 0;
+  std::int64_t sectors_per_cluster = 0;
+  std::int64_t reserved_front = 0;
+  std::int64_t optimize_area = 0;
+  std::int64_t mft_zone_start = 0;
+  std::int64_t mft_zone_end = 0;
+};
+
+struct FragmentedFile {
+  std::string extents;  // as the lists have it
+  std::string path;
+};
+
+struct AnalysisResult {
+  VolumeDescription volume;
+  AnalysisFigures figures;
+  std::optional<std::vector<FragmentedFile>> list;
+};
+
+struct PassResult {
+  VolumeDescription volume;
+  std::optional<AnalysisFigures> before;
+  std::optional<AnalysisFigures> after;  // missing when the run was stopped
+  MoveStatistics moved;
+  bool stopped = false;
+};
+
+struct JobResult {
+  JobOutcome outcome = JobOutcome::None;
+  std::optional<VolumeDescription> volume;  // when the job got as far as to one
+  std::optional<AnalysisFigures> analysis;  // what the job itself found before it moved anything
+  MoveStatistics moved;
+};
+
+VolumeDescription Describe(const std::string& image, char letter, const VolumeFacts& facts);
+
+// What the engine knows from its last analysis.
+AnalysisFigures CollectFigures(const Engine& engine);
+std::vector<FragmentedFile> CollectFragmentedFiles(const Engine& engine);
+
+}  // namespace vornalux

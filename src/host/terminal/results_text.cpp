@@ -1,0 +1,193 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/terminal/results_text.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+namespace vornalux {
+namespace {
+
+constexpr std::size_t kLabelColumns = 24;
+constexpr std::size_t kNumberColumns = 14;
+constexpr std::size_t kFailuresShown = 10;
+
+std::string Right(const std::string& text) {
+  return std::string(kNumberColumns - std::min(kNumberColumns, text.size()), ' ') + text;
+}
+
+std::string Left(std::string text) {
+  text.resize(std::max(kLabelColumns, text.size()), ' ');
+  return text;
+}
+
+// 1234567 as "1,234,567".
+std::string Grouped(std::int64_t number) {
+  std::string digits = std::to_string(number);
+  for (std::size_t at = digits.size(); at > 3 && digits[at - 4] != '-';) {
+    at -= 3;
+    digits.insert(at, 1, ',');
+  }
+  return digits;
+}
+
+// One decimal, rounded.
+std::string Tenths(std::int64_t tenths) {
+  return Grouped(tenths / 10) + "." + std::to_string(tenths % 10);
+}
+
+std::string ByteText(std::int64_t bytes) {
+  constexpr std::array<const char*, 5> kUnits = {"bytes", "KiB", "MiB", "GiB", "TiB"};
+  if (bytes < 1024) return std::to_string(bytes) + " bytes";
+  double value = static_cast<double>(bytes);
+  std::size_t unit = 0;
+  while (value >= 1024 && unit + 1 < kUnits.size()) {
+    value /= 1024;
+    ++unit;
+  }
+  const auto tenths = static_cast<std::int64_t>(value * 10 + 0.5);
+  return (tenths % 10 == 0 ? Grouped(tenths / 10) : Tenths(tenths)) + " " + kUnits[unit];
+}
+
+std::string PercentText(std::int64_t part, std::int64_t whole) {
+  if (whole <= 0) return "";
+  const double share = static_cast<double>(part) / static_cast<double>(whole);
+  return Tenths(static_cast<std::int64_t>(share * 1000 + 0.5)) + "%";
+}
+
+std::string Header(const VolumeDescription& volume, const AnalysisFigures& figures,
+                   Charset charset) {
+  std::string text = "Volume " + volume.drive;
+  if (!volume.label.empty()) text += " " + PrintableText(volume.label, charset);
+  text += ", " + volume.file_system + ", " +
+          ByteText(figures.total_clusters * volume.cluster_bytes) + " in clusters of " +
+          ByteText(volume.cluster_bytes);
+  return text + "\n\n";
+}
+
+struct Row {
+  const char* label;
+  std::int64_t AnalysisFigures::*figure;
+};
+constexpr std::array kRows = {
+    Row{"Files", &AnalysisFigures::total_files},
+    Row{"Folders", &AnalysisFigures::total_dirs},
+    Row{"Fragmented", &AnalysisFigures::fragmented},
+    Row{"Fragments", &AnalysisFigures::fragments},
+    Row{"Most fragments of one", &AnalysisFigures::max_per_file},
+    Row{"Cannot be opened", &AnalysisFigures::locked_files},
+    Row{"Free clusters", &AnalysisFigures::free_clusters},
+};
+constexpr std::array kClassRows = {
+    Row{"To move out of the way", &AnalysisFigures::move_out_files},
+    Row{"To pack together", &AnalysisFigures::optimize_files},
+    Row{"Folders to place", &AnalysisFigures::dirs_to_move},
+    Row{"Start-up files", &AnalysisFigures::prefetch_files},
+};
+
+bool HasClasses(const AnalysisFigures& figures) {
+  return std::any_of(kClassRows.begin(), kClassRows.end(),
+                     [&](const Row& row) { return figures.*row.figure != 0; });
+}
+
+// The share that a number is best seen as; empty for most.
+std::string Share(const Row& row, const AnalysisFigures& figures) {
+  if (row.figure == &AnalysisFigures::fragmented) {
+    return PercentText(figures.fragmented, figures.total_files + figures.total_dirs);
+  }
+  if (row.figure == &AnalysisFigures::free_clusters) {
+    return PercentText(figures.free_clusters, figures.total_clusters);
+  }
+  return "";
+}
+
+void AddRow(std::string& text, const Row& row, const AnalysisFigures& figures) {
+  const std::string share = Share(row, figures);
+  text += "  " + Left(row.label) + Right(Grouped(figures.*row.figure)) +
+          (share.empty() ? "" : "   " + share) + "\n";
+}
+
+void AddRow(std::string& text, const Row& row, const AnalysisFigures& before,
+            const std::optional<AnalysisFigures>& after) {
+  text += "  " + Left(row.label) + Right(Grouped(before.*row.figure)) +
+          Right(after ? Grouped((*after).*row.figure) : "-") + "\n";
+}
+
+std::string ReasonText(const MoveFailure& failure) {
+  switch (failure.reason) {
+    case NotMoved::CannotOpen:
+      return "cannot be opened, error " + std::to_string(failure.code);
+    case NotMoved::NoGap:
+      return "no gap is large enough";
+    case NotMoved::Alignment:
+      return "no gap allows an aligned move";
+    case NotMoved::Refused:
+      return "refused, error " + std::to_string(failure.code);
+  }
+  return "";
+}
+
+std::string Failures(const std::vector<MoveFailure>& failures, Charset charset) {
+  if (failures.empty()) return "";
+  std::string text = "\n  Left where they were: " + Grouped(std::ssize(failures)) + "\n";
+  const std::size_t shown = std::min(failures.size(), kFailuresShown);
+  for (std::size_t i = 0; i < shown; ++i) {
+    text +=
+        "    " + PrintableText(failures[i].path, charset) + "  (" + ReasonText(failures[i]) + ")\n";
+  }
+  const std::size_t more = failures.size() - shown;
+  if (more > 0) {
+    text += "    and " + Grouped(static_cast<std::int64_t>(more)) + " more; --json lists all\n";
+  }
+  return text;
+}
+
+std::string Moves(const MoveStatistics& moved, const VolumeDescription& volume, bool stopped,
+                  Charset charset) {
+  std::string text = "  " + Grouped(moved.moves) + " moves, " +
+                     ByteText(moved.clusters_moved * volume.cluster_bytes) + " moved";
+  if (moved.refused > 0) text += ", " + Grouped(moved.refused) + " refused";
+  text += stopped ? "; stopped\n" : "\n";
+  return text + Failures(moved.failures, charset);
+}
+
+}  // namespace
+
+std::string ToText(const AnalysisResult& result, Charset charset) {
+  std::string text = Header(result.volume, result.figures, charset);
+  for (const Row& row : kRows) AddRow(text, row, result.figures);
+  if (HasClasses(result.figures)) {
+    for (const Row& row : kClassRows) AddRow(text, row, result.figures);
+  }
+  if (result.list) {
+    text += "\n";
+    for (const FragmentedFile& file : *result.list) {
+      text += Right(file.extents) + "  " + PrintableText(file.path, charset) + "\n";
+    }
+  }
+  return text;
+}
+
+std::string ToText(const PassResult& result, Charset charset) {
+  if (!result.before) return "";
+  const AnalysisFigures& before = *result.before;
+  std::string text = Header(result.volume, before, charset);
+  text += "  " + Left("") + Right("before") + Right("after") + "\n";
+  for (const Row& row : kRows) AddRow(text, row, before, result.after);
+  if (HasClasses(before)) {
+    for (const Row& row : kClassRows) AddRow(text, row, before, result.after);
+  }
+  return text + "\n" + Moves(result.moved, result.volume, result.stopped, charset);
+}
+
+std::string ToText(const JobResult& result, Charset charset) {
+  if (!result.volume || !result.analysis) return "";
+  std::string text = Header(*result.volume, *result.analysis, charset);
+  for (const Row& row : kRows) AddRow(text, row, *result.analysis);
+  return text + "\n" +
+         Moves(result.moved, *result.volume, result.outcome == JobOutcome::Stopped, charset);
+}
+
+}  // namespace vornalux

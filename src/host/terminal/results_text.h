@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <string>
+
+#include "host/terminal/display_text.h"
+#include "host/terminal/results.h"
+
+namespace vornalux {
+
+// Results for people: a small table.
+std::string ToText(const AnalysisResult& result, Charset charset);
+std::string ToText(const PassResult& result, Charset charset);
+std::string ToText(const JobResult& result, Charset charset);
+
+}  // namespace vornalux

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/terminal/session.h"
+
+namespace vornalux {
+namespace {
+
+// OpenImage() with the image named in every refusal.
+std::unique_ptr<MountedVolume> OpenNamed(const std::string& image, const OpenOptions& options,
+                                         OpenReport& report) try {
+  return OpenImage(image, options, report);
+} catch (const VolumeRefused& refused) {
+  const std::string why = refused.what();
+  if (why.find(image) != std::string::npos) throw;
+  throw VolumeRefused(image + ": " + why);
+}
+
+}  // namespace
+
+Session::Session(const Options& options, TerminalDesktop& desktop, Charset charset)
+    : desktop_(desktop), platform_(options.seed), debug_log_(charset) {
+  OpenVolumes(options);
+  platform_.SetWindowsFolder(options.windows_folder ? *options.windows_folder
+                                                    : platform_.FindWindowsFolder());
+  program_ = std::make_unique<Program>(Platform{platform_, platform_, platform_, desktop_});
+  desktop_.Bind(program_->main_window);
+  SetUpDebugLog(options);
+  program_->launcher.ExcludeTxt.text = options.exclude;
+  if (options.vss_safe) program_->launcher.VSS_LIVE.Click();
+}
+
+Session::~Session() { desktop_.Unbind(); }
+
+void Session::OpenVolumes(const Options& options) {
+  for (const VolumeArgument& argument : options.volumes) {
+    const OpenOptions open = {.writable = options.command != Command::Analyze,
+                              // A job checks the disk itself and says what it found.
+                              .allow_dirty = options.command == Command::Job,
+                              .partition = options.partition,
+                              .offset = options.offset};
+    OpenReport report;
+    volumes_.push_back(OpenNamed(argument.image, open, report));
+    arguments_.push_back(argument);
+    platform_.Mount(argument.letter, *volumes_.back());
+    if (report.recovered) desktop_.Say(report.recovery);
+  }
+}
+
+void Session::SetUpDebugLog(const Options& options) {
+  if (options.debug_log.empty()) {
+    // A job may switch the log on by itself; a JSON result keeps standard output to itself.
+    debug_log_.Use(options.json ? stderr : stdout);
+  } else {
+    if (options.debug_log == "-") {
+      debug_log_.Use(stdout);
+    } else {
+      debug_log_.Open(options.debug_log);
+    }
+    program_->flags.DebugLog = True;
+  }
+  debug_log_.Watch(program_->debug_window.DBGTXT);
+}
+
+std::optional<VolumeDescription> Session::Volume(char letter) const {
+  for (std::size_t i = 0; i < volumes_.size(); ++i) {
+    if (arguments_[i].letter == letter) {
+      return Describe(arguments_[i].image, letter, volumes_[i]->Facts());
+    }
+  }
+  return std::nullopt;
+}
+
+bool Session::Close() {
+  desktop_.Unbind();
+  bool good = true;
+  for (std::size_t i = 0; i < volumes_.size(); ++i) {
+    const ErrorCode code = volumes_[i]->Close();
+    if (code == error::kSuccess) continue;
+    good = false;
+    desktop_.Say(
+        arguments_[i].image +
+        ": the last changes could not be finished: " + platform_.ErrorText(code) +
+        "\nNothing is lost: the journal is left in place. Run the program again to finish.");
+  }
+  if (!debug_log_.Finish()) {
+    good = false;
+    desktop_.Say("The debug log could not be written completely.");
+  }
+  return good;
+}
+
+}  // namespace vornalux

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/program.h"
+#include "host/image/image_file.h"
+#include "host/terminal/debug_log.h"
+#include "host/terminal/options.h"
+#include "host/terminal/results.h"
+#include "host/terminal/terminal_desktop.h"
+#include "host/terminal/terminal_platform.h"
+
+namespace vornalux {
+
+// The volumes of one invocation under their drive letters, and the program that works on them.
+class Session {
+ public:
+  // Opens the volumes; throws VolumeRefused, or std::system_error for the debug log. The desktop
+  // outlives the session.
+  Session(const Options& options, TerminalDesktop& desktop, Charset charset);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  Program& program() { return *program_; }
+  TerminalPlatform& platform() { return platform_; }
+  TerminalDesktop& desktop() { return desktop_; }
+  // The volume under a drive letter; nothing when there is none.
+  std::optional<VolumeDescription> Volume(char letter) const;
+
+  // Makes the work durable and leaves the volumes as clean as they were found. False when that or
+  // the debug log failed; the user has been told.
+  bool Close();
+
+ private:
+  void OpenVolumes(const Options& options);
+  void SetUpDebugLog(const Options& options);
+
+  TerminalDesktop& desktop_;
+  std::vector<VolumeArgument> arguments_;  // of the volumes, in the same order
+  std::vector<std::unique_ptr<MountedVolume>> volumes_;
+  TerminalPlatform platform_;
+  DebugLogFile debug_log_;
+  std::unique_ptr<Program> program_;
+};
+
+}  // namespace vornalux

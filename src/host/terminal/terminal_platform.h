@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include "host/mounted/mounted_platform.h"
+
+namespace vornalux {
+
+// Mounted volumes on a Linux machine: its scheduler and its power switch.
+class TerminalPlatform final : public MountedPlatform {
+ public:
+  explicit TerminalPlatform(std::uint64_t seed) : MountedPlatform({.seed = seed}) {}
+
+  // To be set before the program is made, which asks once. Empty for none.
+  void SetWindowsFolder(std::string folder) { windows_folder_ = std::move(folder); }
+  std::string WindowsFolder() override { return windows_folder_; }
+
+  // The Windows folder of drive C as its root spells it; empty when there is none.
+  std::string FindWindowsFolder();
+
+  // Whether the path names a folder that can be entered.
+  bool FolderExists(const std::string& path) { return FindFirst(path + "\\*") != nullptr; }
+
+  // A scheduler that refuses leaves the class as it was.
+  std::uint32_t SetPriorityClass(std::uint32_t priority_class) override;
+
+  // Remembered until the volumes are closed.
+  void PowerOff() override { power_off_wanted_ = true; }
+  bool PowerOffWanted() const { return power_off_wanted_; }
+
+ private:
+  std::string windows_folder_;
+  bool power_off_wanted_ = false;
+};
+
+// Runs the system's "shutdown -h now". False when it cannot be run or says no.
+bool ShutDownMachine();
+
+}  // namespace vornalux

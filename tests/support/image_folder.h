@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "support/devices.h"
+
+namespace vornalux::test {
+
+inline constexpr std::size_t kMebibyte = std::size_t{1} << 20;
+
+// A folder of its own for each test, for images that other people's tools make.
+class ImageFolder : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string name = testing::TempDir() + "vornalux-XXXXXX";
+    ASSERT_NE(::mkdtemp(name.data()), nullptr);
+    folder_ = std::filesystem::canonical(name);
+  }
+  void TearDown() override { std::filesystem::remove_all(folder_); }
+
+  std::string Path(const std::string& name) const { return folder_ / name; }
+
+  void Put(const std::string& name, const Bytes& content) const {
+    std::ofstream(Path(name), std::ios::binary)
+        .write(reinterpret_cast<const char*>(content.data()),
+               static_cast<std::streamsize>(content.size()));
+  }
+
+  Bytes Get(const std::string& name) const {
+    Bytes content(std::filesystem::file_size(Path(name)));
+    std::ifstream(Path(name), std::ios::binary)
+        .read(reinterpret_cast<char*>(content.data()),
+              static_cast<std::streamsize>(content.size()));
+    return content;
+  }
+
+  // Runs a shell command in the folder.
+  void Run(const std::string& command) const {
+    const std::string line = "cd '" + folder_.string() + "' && PATH=$PATH:/usr/sbin:/sbin && { " +
+                             command + "; } >output 2>&1";
+    ASSERT_EQ(std::system(line.c_str()), 0) << command;
+  }
+
+  Bytes Fat() const { return Formatted("mkfs.fat -i 1234ABCD", kMebibyte); }
+  Bytes Ntfs() const { return Formatted("mkntfs -F -Q -q", 2 * kMebibyte); }
+
+ private:
+  Bytes Formatted(const std::string& command, std::size_t size) const {
+    Put("new", Bytes(size));
+    Run(command + " new");
+    return Get("new");
+  }
+
+  std::filesystem::path folder_;
+};
+
+}  // namespace vornalux::test

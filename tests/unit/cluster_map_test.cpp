@@ -1,0 +1,198 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The strip of the volume, pixel by pixel.
+#include "ui/cluster_map.h"
+
+#include <cmath>
+#include <limits>
+#include <map>
+
+#include "host/simulated/random_volume.h"
+#include "host/simulated/seeded_random.h"
+#include "unit/rig.h"
+
+namespace vornalux::testing {
+namespace {
+
+std::vector<Colour> Strip(const Rig& rig) {
+  std::vector<Colour> strip;
+  const PictureBox& picture = rig.window.Picdepartvolume;
+  for (std::int32_t x = 0; x < picture.width(); ++x) {
+    for (std::int32_t y = 0; y < picture.height(); ++y) {
+      EXPECT_EQ(picture.Pixel(x, y), picture.Pixel(x, 0));
+    }
+    strip.push_back(picture.Pixel(x, 0));
+  }
+  return strip;
+}
+
+// The nearest whole number, the even one of two.
+std::int64_t Nearest(std::int64_t value, std::int64_t unit) {
+  const std::int64_t whole = value / unit;
+  const std::int64_t twice = value % unit * 2;
+  return whole + (twice > unit || (twice == unit && whole % 2 == 1) ? 1 : 0);
+}
+
+// What the strip must show after a redraw with class lists, painted the long way round.
+class PlainStrip {
+ public:
+  PlainStrip(Rig& rig, std::int32_t width) : strip_(static_cast<std::size_t>(width)) {
+    const std::int64_t total = rig.volume.Facts().total_clusters;
+    std::vector<std::uint8_t> bits(static_cast<std::size_t>(total / 8 + 1));
+    rig.volume.CopyBitmap(0, bits);
+    const auto bytes = static_cast<std::int64_t>(bits.size());
+    const std::int64_t step = std::max<std::int64_t>(1, bytes / width);
+    unit_ = step * 8;
+    for (std::int64_t x = 0; x < width; ++x) {
+      std::int64_t used = 0;
+      for (std::int64_t lcn = x * unit_; lcn < (x + 1) * unit_; ++lcn) {
+        if (lcn / 8 < bytes) used += bits[static_cast<std::size_t>(lcn / 8)] >> (lcn % 8) & 1;
+      }
+      const std::int64_t green = 64 * unit_ + 191 * used;
+      strip_[static_cast<std::size_t>(x)] = static_cast<Colour>(Nearest(green, unit_)) << 8;
+    }
+    const VolumeConstants& constants = rig.engine.geometry.constants;
+    for (std::int64_t c = constants.MftZoneStart; c <= constants.MftZoneEnd; c += step) {
+      Paint(c, 0xC0FFFF);
+    }
+    if (rig.volume.Facts().file_system == "NTFS") {
+      for (const SimulatedRun& run : rig.volume.RunsOf("$MFT")) {
+        for (std::int64_t c = run.lcn; c <= run.lcn + run.count; c += unit_) Paint(c, 0x00C0C0);
+      }
+    }
+  }
+
+  // All slots of a list but the last; an empty one repeats the place before it.
+  void Candidates(const std::vector<std::string>& paths, Rig& rig, Colour colour) {
+    std::int64_t lcn = 0;
+    for (std::size_t i = 0; i + 1 < paths.size(); ++i) {
+      if (!paths[i].empty()) lcn = rig.engine.extents.FirstAllocatedLcn(paths[i]);
+      Paint(lcn, colour);
+    }
+  }
+
+  const std::vector<Colour>& strip() const { return strip_; }
+
+ private:
+  void Paint(std::int64_t lcn, Colour colour) {
+    const auto column = static_cast<std::size_t>(Nearest(std::max<std::int64_t>(lcn, 0), unit_));
+    if (column < strip_.size()) strip_[column] = colour;
+  }
+
+  std::vector<Colour> strip_;
+  std::int64_t unit_ = 1;
+};
+
+TEST(ClusterMap, ShowsTheVolumeAndItsCandidates) {
+  ForSeeds(60, [](std::uint64_t seed) {
+    SeededRandom random(seed);
+    RandomVolumeOptions options;
+    options.geometry.total_clusters = random.Between(100, 30000);
+    options.geometry.file_system = random.Chance(0.7) ? "NTFS" : "FAT";
+    options.files = 20;
+    const auto volume = MakeRandomVolume(options, seed);
+    Rig rig(*volume);
+    const auto width = static_cast<std::int32_t>(random.Between(1, 500));
+    rig.window.Picdepartvolume.Resize(width, 3);
+    rig.program.flags.OptimizeMode = True;
+    ASSERT_TRUE(rig.engine.analysis.Analyze_This());
+    rig.window.RedrawClusterMap();
+    PlainStrip plain(rig, width);
+    plain.Candidates(rig.engine.table.PrefetchFiles.paths, rig, 0xFFC0C0);
+    plain.Candidates(rig.engine.table.DirsToMove.paths, rig, 0xFFC0C0);
+    plain.Candidates(rig.engine.table.OptimizeFiles.paths, rig, 0xFF0000);
+    plain.Candidates(rig.engine.analysis.lists.FragNames, rig, 0x0000FF);
+    EXPECT_EQ(Strip(rig), plain.strip());
+
+    // Without valid class lists only the fragmented files are shown.
+    rig.program.flags.ClassListsValid = False;
+    rig.window.RedrawClusterMap();
+    PlainStrip bare(rig, width);
+    bare.Candidates(rig.engine.analysis.lists.FragNames, rig, 0x0000FF);
+    EXPECT_EQ(Strip(rig), bare.strip());
+    // A redraw inside a redraw, wherever it begins, ends with the same picture.
+    bool inside = false;
+    const std::size_t now = rig.machine->User().DoEventsCount();
+    rig.machine->User().AtDoEvents(now + static_cast<std::size_t>(random.Between(1, 40)), [&] {
+      inside = true;
+      rig.window.Picdepartvolume.click();
+    });
+    rig.window.RedrawClusterMap();
+    EXPECT_TRUE(inside || rig.machine->User().DoEventsCount() < now + 40);
+    EXPECT_EQ(Strip(rig), bare.strip());
+    EXPECT_EQ(rig.window.LblRedraw.fore_colour.get(), activity_colour::kResting);
+  });
+}
+
+// The map is clicked while nothing runs, and a run is started before it is drawn.
+TEST(ClusterMap, RunInsideARedraw) {
+  for (std::size_t nth = 1; nth < 80; ++nth) {
+    const auto volume = SmallVolume(nth);
+    Rig rig(*volume);
+    rig.program.flags.OptimizeMode = True;
+    rig.engine.analysis.Analyze_This();
+    rig.machine->User().AtDoEvents(rig.machine->User().DoEventsCount() + nth,
+                                   [&] { rig.Run(nth % 2 == 0 ? Pass::Optimize : Pass::Defrag); });
+    rig.window.Picdepartvolume.click();
+    ExpectSound(rig);
+  }
+}
+
+TEST(ClusterMap, ColoursAndRounding) {
+  EXPECT_EQ(DensityColour(0), 0x004000U);
+  EXPECT_EQ(DensityColour(0.5F), 160U << 8);
+  EXPECT_EQ(DensityColour(1), 0x00FF00U);
+
+  SimulatedVolume volume({.total_clusters = 24 * 64, .file_system = "FAT"});
+  Rig rig(volume);
+  rig.window.RedrawClusterMap();
+  ASSERT_EQ(rig.window.map.ClustersPerColumn, 64);
+  const std::map<std::int64_t, std::size_t> columns = {
+      {0, 0}, {32, 0}, {33, 1}, {64, 1}, {96, 2}, {95, 1}, {160, 2}, {161, 3}, {23 * 64, 23}};
+  for (const auto& [cluster, column] : columns) {
+    rig.window.Picdepartvolume.Clear();
+    rig.window.map.teken_plaatje(cluster, 0xFFFFFF);
+    std::vector<Colour> expected(24, map_colour::kFree);
+    expected[column] = 0xFFFFFF;
+    EXPECT_EQ(Strip(rig), expected) << cluster;
+  }
+  for (const std::int64_t off : {std::int64_t{24} * 64, std::int64_t{1} << 40, std::int64_t{-65}}) {
+    rig.window.Picdepartvolume.Clear();
+    rig.window.map.teken_plaatje(off, 0xFFFFFF);
+    EXPECT_EQ(Strip(rig), std::vector<Colour>(24, map_colour::kFree)) << off;
+  }
+}
+
+TEST(ClusterMap, HostileZonesAndTinyVolumes) {
+  constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
+  constexpr std::int32_t kLeast = std::numeric_limits<std::int32_t>::min();
+  struct Zone {
+    std::int32_t start, end;
+    bool paints;
+  };
+  for (const std::int64_t total : {1, 7, 8, 9, 100, 5000}) {
+    for (const Zone zone : {Zone{0, 0, true},
+                            {kLeast, kMost, true},
+                            {kLeast, -9999, false},
+                            {kMost, kMost, false},
+                            {kMost, kLeast, false},
+                            {50, 10, false},
+                            {-1, 3, true}}) {
+      SCOPED_TRACE(std::to_string(total) + ": " + std::to_string(zone.start));
+      SimulatedVolume volume({.total_clusters = total, .file_system = "FAT"});
+      Rig rig(volume);
+      rig.engine.geometry.constants.MftZoneStart = zone.start;
+      rig.engine.geometry.constants.MftZoneEnd = zone.end;
+      rig.window.RedrawClusterMap();
+      EXPECT_EQ(Strip(rig)[0], zone.paints ? map_colour::kMftZone : map_colour::kFree);
+      EXPECT_LT(rig.machine->User().DoEventsCount(), 10000U);
+    }
+  }
+  // Nothing can be painted before the first redraw.
+  SimulatedVolume volume;
+  Rig rig(volume);
+  rig.window.map.teken_plaatje(5, 0xFFFFFF);
+  EXPECT_EQ(Strip(rig)[0], map_colour::kFree);
+}
+
+}  // namespace
+}  // namespace vornalux::testing

@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// Gap lists and bit counts against the definition, one bit at a time.
+#include "volume/free_runs.h"
+
+#include <algorithm>
+
+#include "host/simulated/seeded_random.h"
+#include "unit/rig.h"
+#include "volume/bit_count.h"
+
+namespace vornalux::testing {
+namespace {
+
+using Bits = std::vector<std::uint8_t>;
+
+bool Used(const Bits& bits, std::int64_t lcn) {
+  return (bits[static_cast<std::size_t>(lcn / 8)] >> (lcn % 8) & 1) != 0;
+}
+
+FreeRunList PlainRuns(const Bits& bits, std::int64_t clusters) {
+  FreeRunList runs;
+  for (std::int64_t lcn = 0; lcn < clusters; ++lcn) {
+    if (Used(bits, lcn)) continue;
+    if (lcn == 0 || Used(bits, lcn - 1)) runs.push_back({static_cast<std::int32_t>(lcn), 0, 0});
+    ++runs.back().length;
+  }
+  return runs;
+}
+
+// What is left when nothing is known from `end` on: a gap that is open there may go on.
+FreeRunList PlainRunsUntil(const Bits& bits, std::int64_t end) {
+  FreeRunList runs = PlainRuns(bits, end);
+  if (!runs.empty() && runs.back().start + runs.back().length == end) runs.pop_back();
+  return runs;
+}
+
+class RandomBits {
+ public:
+  RandomBits(SeededRandom& random, std::int64_t clusters)
+      : bits(static_cast<std::size_t>((clusters + 7) / 8)), random_(random), clusters_(clusters) {
+    for (auto& byte : bits) {
+      byte = random.Chance(0.7) ? 0xFF : static_cast<std::uint8_t>(random.Below(256));
+    }
+  }
+
+  // Uses or frees some clusters, with a liking for chunk boundaries and whole chunks.
+  void Edit() {
+    std::int64_t from = random_.Below(clusters_);
+    if (random_.Chance(0.3)) from = from / kBitmapChunkClusters * kBitmapChunkClusters;
+    if (random_.Chance(0.3)) from = std::max<std::int64_t>(0, from - random_.Below(3));
+    const std::int64_t length =
+        random_.Chance(0.1) ? kBitmapChunkClusters : std::int64_t{1} << random_.Below(12);
+    const bool used = random_.Chance(0.5);
+    for (std::int64_t lcn = from; lcn < std::min(clusters_, from + length); ++lcn) {
+      auto& byte = bits[static_cast<std::size_t>(lcn / 8)];
+      const auto mask = static_cast<std::uint8_t>(1U << (lcn % 8));
+      byte = static_cast<std::uint8_t>(used ? byte | mask : byte & ~mask);
+    }
+  }
+
+  // The padding bits past the last cluster say anything.
+  Bits bits;
+
+ private:
+  SeededRandom& random_;
+  std::int64_t clusters_;
+};
+
+const FreeRunList& Read(FreeRunIndex& index, const Bits& bits, std::int64_t total,
+                        std::int64_t end) {
+  index.Begin(total);
+  for (std::int64_t lcn = 0; lcn < end; lcn += kBitmapChunkClusters) {
+    const auto first = static_cast<std::size_t>(lcn / 8);
+    index.Take(lcn,
+               std::span(bits).subspan(first, std::min(kBitmapChunkBytes, bits.size() - first)));
+  }
+  return index.Finish(end);
+}
+
+TEST(FreeRuns, IncrementalListEqualsDefinition) {
+  ForSeeds(60, [](std::uint64_t seed) {
+    SeededRandom random(seed);
+    FreeRunIndex index;  // outlives changes of the volume's size
+    for (int volume = 0; volume < 3; ++volume) {
+      const std::int64_t sizes[] = {1,     7,     8,     63,    64,    65,
+                                    32767, 32768, 32769, 65536, 98309, random.Between(2, 200000)};
+      const std::int64_t total = sizes[random.Below(std::ssize(sizes))];
+      RandomBits volume_bits(random, total);
+      for (int reading = 0; reading < 12; ++reading) {
+        for (std::int64_t edits = random.Below(4); edits > 0; --edits) volume_bits.Edit();
+        const std::int64_t chunks = (total - 1) / kBitmapChunkClusters;
+        if (chunks > 0 && random.Chance(0.2)) {
+          const std::int64_t end = random.Below(chunks + 1) * kBitmapChunkClusters;
+          ASSERT_EQ(Read(index, volume_bits.bits, total, end),
+                    PlainRunsUntil(volume_bits.bits, end));
+        }
+        ASSERT_EQ(Read(index, volume_bits.bits, total, total), PlainRuns(volume_bits.bits, total));
+      }
+    }
+  });
+}
+
+TEST(BitCount, EqualsDefinition) {
+  SeededRandom random(1);
+  Bits bytes(700);
+  for (auto& byte : bytes) byte = static_cast<std::uint8_t>(random.Below(256));
+  for (std::size_t first = 0; first < 9; ++first) {
+    std::uint64_t plain = 0;
+    for (std::size_t size = 0; first + size < bytes.size(); ++size) {
+      ASSERT_EQ(CountSetBits(std::span(bytes).subspan(first, size)), plain);
+      for (int bit = 0; bit < 8; ++bit) plain += (bytes[first + size] >> bit & 1) != 0;
+    }
+  }
+}
+
+// What is left of a bitmap of three chunks, used but for a gap over each boundary, when the
+// answers cannot be relied on.
+TEST(FreeRuns, UnreliableBitmaps) {
+  constexpr std::int64_t kTotal = 3 * kBitmapChunkClusters;
+  const FreeRunList all = {{10, 0, 5}, {32760, 0, 16}, {65530, 0, 12}, {kTotal - 4, 0, 4}};
+  const FreeRunList first_chunk = {{10, 0, 5}};
+  const FreeRunList two_chunks = {{10, 0, 5}, {32760, 0, 16}};
+  struct Case {
+    const char* name;
+    std::function<void(FaultPlan&)> fault;
+    FreeRunList expected;
+    std::size_t most_calls;
+  };
+  const std::vector<Case> cases = {
+      {"sound", [](FaultPlan&) {}, all, 3},
+      {"negative", [](FaultPlan& f) { f.LieInBitmap({}, BitmapLie::NegativeSize); }, {}, 1},
+      {"huge", [](FaultPlan& f) { f.LieInBitmap({}, BitmapLie::HugeSize); }, {}, 1},
+      {"wrong start", [](FaultPlan& f) { f.LieInBitmap({}, BitmapLie::WrongStart); }, {}, 1},
+      {"fails", [](FaultPlan& f) { f.FailBitmap({}, error::kReadFault); }, {}, 1},
+      {"no bits",
+       [](FaultPlan& f) { f.LieInBitmap({.nth = 2}, BitmapLie::NoBits); },
+       {{10, 0, 5}, {32760, 0, 8}, {65536, 0, 6}, {kTotal - 4, 0, 4}},
+       3},
+      {"short bits",
+       [](FaultPlan& f) { f.LieInBitmap({.nth = 2}, BitmapLie::ShortBits); },
+       {{10, 0, 5}, {32760, 0, 16}, {65536, 0, 6}, {kTotal - 4, 0, 4}},
+       3},
+      {"huge later", [](FaultPlan& f) { f.LieInBitmap({.nth = 2}, BitmapLie::HugeSize); }, all, 3},
+      {"wrong start later", [](FaultPlan& f) { f.LieInBitmap({.nth = 3}, BitmapLie::WrongStart); },
+       two_chunks, 3},
+      {"fails later", [](FaultPlan& f) { f.FailBitmap({.nth = 2}, error::kReadFault); },
+       first_chunk, 2},
+      {"endless", [](FaultPlan& f) { f.FailBitmap({.times = kForEver}, error::kMoreData); }, all,
+       4},
+  };
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.name);
+    SimulatedVolume volume({.total_clusters = kTotal});
+    std::int64_t used = 0;
+    for (const FreeRun& gap : all) {
+      volume.TakeClusters(used, gap.start - used);
+      used = gap.start + gap.length;
+    }
+    Rig rig(volume);
+    std::int32_t total = 0;
+    EXPECT_EQ(rig.engine.geometry.GetFreeRuns(total), all);
+    rig.machine->Log().Clear();
+    test.fault(rig.faults);
+    EXPECT_EQ(rig.engine.geometry.GetFreeRuns(total), test.expected);
+    EXPECT_EQ(total, test.expected.empty() ? 0 : kTotal);
+    EXPECT_LE(rig.machine->Log().Count(CallKind::VolumeBitmap), test.most_calls);
+    if (std::string(test.name) == "endless") continue;
+    EXPECT_EQ(rig.engine.geometry.GetFreeRuns(total), all);
+  }
+}
+
+TEST(FreeRuns, NoVolumeOrNoGap) {
+  SimulatedVolume volume({.total_clusters = 100});
+  volume.TakeClusters(0, 100);
+  Rig rig(volume);
+  std::int32_t total = 0;
+  EXPECT_TRUE(rig.engine.geometry.GetFreeRuns(total).empty());
+  EXPECT_EQ(total, 100);
+  rig.engine.geometry.CloseVolume(rig.engine.geometry.VolumeHandle);
+  rig.machine->Log().Clear();
+  EXPECT_TRUE(rig.engine.geometry.GetFreeRuns(total).empty());
+  EXPECT_EQ(total, 0);
+  EXPECT_TRUE(rig.machine->Log().Calls().empty());
+}
+
+}  // namespace
+}  // namespace vornalux::testing

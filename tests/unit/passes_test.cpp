@@ -1,0 +1,239 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// Analysis and passes on random volumes against the plain model: the same lists, the same moves in
+// the same order, the same log.
+#include <algorithm>
+#include <sstream>
+
+#include "host/simulated/random_volume.h"
+#include "host/simulated/seeded_random.h"
+#include "unit/plain_model.h"
+#include "unit/rig.h"
+
+namespace vornalux::testing {
+namespace {
+
+RandomVolumeOptions RandomOptions(SeededRandom& random) {
+  const auto share = [&](std::int64_t most) {
+    return static_cast<double>(random.Below(most)) / 100;
+  };
+  RandomVolumeOptions options;
+  options.geometry.total_clusters =
+      random.Chance(0.1) ? random.Between(32000, 70000) : random.Between(150, 4000);
+  options.geometry.sectors_per_cluster = random.Chance(0.7)
+                                             ? 1U << random.Below(5)
+                                             : static_cast<std::uint32_t>(random.Between(1, 16));
+  options.geometry.file_system = random.Chance(0.7) ? "NTFS" : "FAT32";
+  options.files = random.Between(3, 60);
+  options.folders = random.Below(12);
+  options.fill = 0.2 + share(78);
+  options.fragmented = share(100);
+  options.most_pieces = random.Between(2, 20);
+  options.with_holes = share(30);
+  options.with_stream = share(40);
+  options.locked = share(10);
+  options.immovable = share(10);
+  return options;
+}
+
+// A random volume, and what else a run depends on. Twice from the same seed: the same.
+struct Scene {
+  explicit Scene(std::uint64_t seed) : random(seed) {
+    volume = MakeRandomVolume(RandomOptions(random), seed);
+    volume->AddFolder("Windows\\Prefetch");
+    AddFile("Windows\\Prefetch\\A.pf");
+    AddFile("Windows\\Prefetching.txt");
+    AddFile(".hidden\\inside");
+    settings.vss_safe = random.Chance(0.5);
+    settings.debug_log = random.Chance(0.5);
+    for (int nth = 1; nth < 500; ++nth) {
+      if (random.Chance(0.1)) settings.refused.insert(nth);
+    }
+    settings.layout = {"C:\\Windows\\Prefetch\\A.pf", "C:\\no such file"};
+    for (std::int64_t i = random.Below(12); i > 0; --i) {
+      settings.layout.push_back(AnyPath());
+    }
+    std::string layout = "[OptimalLayoutFile]\r\nVersion=1\r\nD:\\elsewhere\r\nc:\\folder1\r\n";
+    for (const std::string& path : settings.layout) layout += path + "\r\n";
+    volume->SetContent(volume->AddFile("Windows\\Prefetch\\layout.ini"), layout);
+  }
+
+  std::string AnyPath() {
+    const auto item =
+        static_cast<ItemId>(random.Between(1, static_cast<std::int64_t>(volume->ItemCount()) - 1));
+    return "C:\\" + volume->PathOf(item);
+  }
+
+  // A file of one cluster where there is room.
+  void AddFile(const std::string& path) {
+    for (std::int64_t lcn = 1; lcn < volume->Facts().total_clusters; ++lcn) {
+      std::uint8_t byte[1];
+      volume->CopyBitmap(lcn / 8 * 8, byte);
+      if (byte[0] >> (lcn % 8) & 1) continue;
+      volume->AddFile(path, {{lcn, 1}});
+      return;
+    }
+  }
+
+  SeededRandom random;
+  std::unique_ptr<SimulatedVolume> volume;
+  PlainModel::Settings settings;
+};
+
+std::vector<MoveRequest> Requests(const Rig& rig) {
+  std::vector<MoveRequest> requests;
+  const CallLog& log = rig.machine->Log();
+  for (const CallRecord& call : log.Of(CallKind::MoveClusters)) {
+    requests.push_back(
+        {log.Path(call), call.numbers[0], call.numbers[1], call.numbers[2], call.error});
+  }
+  return requests;
+}
+
+std::vector<std::string> MoverLines(const std::string& log) {
+  std::vector<std::string> lines;
+  std::istringstream text(log);
+  for (std::string line; std::getline(text, line);) {
+    if (line.size() > 4 && line[3] == ':' && std::isupper(static_cast<unsigned char>(line[0]))) {
+      lines.push_back(line.substr(0, line.size() - 1));
+    }
+  }
+  return lines;
+}
+
+std::vector<std::string> WithoutEmpty(std::vector<std::string> paths) {
+  std::erase(paths, "");
+  return paths;
+}
+
+// The engine's lists say what the model says; the fragmented files are in ascending text order.
+void ExpectAnalysis(Rig& rig, const PlainModel& model, bool class_lists) {
+  const FileTable& table = rig.engine.table;
+  EXPECT_EQ(table.TotalFiles, model.files);
+  EXPECT_EQ(table.TotalDirs, model.folders);
+  EXPECT_EQ(rig.engine.extents.LockedCount, model.locked);
+  const FragmentLists& lists = rig.engine.analysis.lists;
+  EXPECT_TRUE(std::is_sorted(lists.FragExtents.begin(), lists.FragExtents.end()));
+  std::map<std::string, std::int64_t> fragmented;
+  for (std::size_t i = 1; i < lists.FragNames.size(); ++i) {
+    fragmented[lists.FragNames[i]] = std::stoll(lists.FragExtents[i]);
+  }
+  EXPECT_EQ(fragmented, model.fragmented);
+  if (!class_lists) return;
+  std::vector<std::string> prefetch = model.prefetch;
+  EXPECT_EQ(table.PrefetchFiles.count, std::ssize(prefetch));
+  prefetch.insert(prefetch.end(), model.layout.begin(), model.layout.end());
+  EXPECT_EQ(WithoutEmpty(table.PrefetchFiles.paths), prefetch);
+  EXPECT_EQ(WithoutEmpty(table.MoveOutFiles.paths), model.move_out);
+  EXPECT_EQ(WithoutEmpty(table.OptimizeFiles.paths), model.optimize);
+  EXPECT_EQ(WithoutEmpty(table.DirsToMove.paths), model.dirs);
+}
+
+class PassesTest : public ::testing::TestWithParam<Pass> {};
+
+TEST_P(PassesTest, EqualsPlainModel) {
+  ForSeeds(250, [](std::uint64_t seed) {
+    Scene scene(seed);
+    Scene twin(seed);
+    Rig rig(*scene.volume);
+    for (const int nth : scene.settings.refused) {
+      rig.faults.RefuseMove({.nth = nth}, error::kGenFailure);
+    }
+    rig.program.flags.VssSafe = ToBoolean(scene.settings.vss_safe);
+    rig.program.flags.DebugLog = ToBoolean(scene.settings.debug_log);
+    rig.Run(GetParam());
+
+    twin.settings.error_text = [&](ErrorCode code) {
+      std::string text = rig.machine->ErrorText(code);
+      return text.substr(0, text.find('\r'));
+    };
+    PlainModel model(*twin.volume, twin.settings);
+    model.Analyze(GetParam() != Pass::Defrag);
+    ExpectAnalysis(rig, model, GetParam() != Pass::Defrag);
+    const std::vector<std::string>& order = rig.engine.analysis.lists.FragNames;
+    if (GetParam() == Pass::Defrag) model.Defrag(order);
+    if (GetParam() == Pass::Optimize) model.Optimize(order);
+    if (GetParam() == Pass::Compact) model.Compact();
+    ASSERT_EQ(Requests(rig), model.requests);
+    EXPECT_EQ(MoverLines(rig.Log()), model.log);
+
+    ExpectSound(rig);
+    EXPECT_EQ(rig.Boxes(), std::vector<std::string>());
+    EXPECT_EQ(rig.engine.geometry.constants.ReservedFront,
+              GetParam() == Pass::Compact ? 0 : model.reserved_front());
+    PlainModel after(*scene.volume, scene.settings);
+    after.Analyze(false);
+    rig.window.cmdanalysemore.Click();
+    ExpectAnalysis(rig, after, false);
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(All, PassesTest,
+                         ::testing::Values(Pass::Defrag, Pass::Optimize, Pass::Compact),
+                         [](const auto& pass) { return PassName(pass.param); });
+
+// How often the map is drawn anew: each time, the volume is opened once.
+TEST(Passes, RedrawsAndReuseOfAnalysis) {
+  for (const bool ntfs : {false, true}) {
+    for (const bool each_file : {false, true}) {
+      SCOPED_TRACE(std::to_string(ntfs) + std::to_string(each_file));
+      const auto volume = SmallVolume(3, ntfs ? "NTFS" : "FAT32");
+      Rig rig(*volume);
+      if (each_file) rig.window.Affiche.Click();
+      const auto run = [&](Pass pass) {
+        rig.machine->Log().Clear();
+        rig.Run(pass);
+      };
+      const auto redraws = [&] { return rig.machine->Log().Count(CallKind::OpenVolume); };
+      const auto walks = [&] { return rig.machine->Log().Count(CallKind::FindFirst); };
+      const auto slots = [&](const auto& list) { return each_file ? list.size() : 0; };
+      const FileTable& table = rig.engine.table;
+      const FragmentLists& lists = rig.engine.analysis.lists;
+      run(Pass::Analyze);
+      EXPECT_EQ(redraws(), 1U);
+      EXPECT_TRUE(rig.program.flags.AnalysisValid);
+      run(Pass::Defrag);
+      EXPECT_EQ(redraws(), 1 + slots(lists.FragNames));
+      EXPECT_EQ(walks(), 0U);
+      run(Pass::Defrag);
+      EXPECT_EQ(redraws(), 2 + slots(lists.FragNames));
+      EXPECT_GT(walks(), 0U);
+      run(Pass::Compact);
+      EXPECT_EQ(redraws(), 4 + slots(table.DirsToMove.paths) + slots(table.OptimizeFiles.paths));
+      run(Pass::Optimize);
+      EXPECT_EQ(redraws(), ntfs ? 7U : 6U);
+      EXPECT_GT(walks(), 0U);
+      rig.program.flags.OptimizeMode = True;
+      rig.engine.analysis.Analyze_This();
+      run(Pass::Optimize);
+      EXPECT_EQ(redraws(), ntfs ? 6U : 5U);
+      EXPECT_EQ(walks(), 0U);
+      ExpectSound(rig);
+    }
+  }
+}
+
+TEST(Passes, ResultsOfAnalysisAreShown) {
+  SimulatedVolume volume({.total_clusters = 100});
+  volume.AddFile("dir\\split.txt", {{10, 2}, {20, 1}, {30, 3}});
+  volume.AddFile("dir\\torn.iso", {{40, 1}, {50, 1}});
+  volume.AddFile("one", {{60, 5}});
+  Rig rig(volume);
+  const auto shown = [&] {
+    std::string text;
+    for (const Label& panel : rig.window.status_panels) text += panel.caption.get() + " | ";
+    for (const Label& count : rig.window.details.counts) text += count.caption.get() + " ";
+    return text;
+  };
+  rig.Run(Pass::Analyze);
+  EXPECT_EQ(shown(),
+            "files: 3 | dirs: 1 | free: 87 (87%) | fragmented: 2 | fragments: 5 | max/file: 3 | "
+            "[2] N/A N/A ");
+  rig.program.launcher.ExcludeTxt.text = std::string("*.iso");
+  rig.Run(Pass::Optimize);
+  EXPECT_EQ(shown(),
+            "files: 3 | dirs: 1 | free: 87 (87%) | fragmented: 1 | fragments: 3 | max/file: 3 | "
+            "[1] [3] [0] ");
+}
+
+}  // namespace
+}  // namespace vornalux::testing

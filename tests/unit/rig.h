@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <numeric>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "app/program.h"
+#include "host/simulated/random_volume.h"
+#include "host/simulated/simulated_platform.h"
+
+namespace vornalux::testing {
+
+// 1 to count, or the one seed that VORNALUX_SEED names, to repeat a failure.
+inline std::vector<std::uint64_t> Seeds(std::size_t count) {
+  if (const char* given = std::getenv("VORNALUX_SEED")) {
+    return {std::strtoull(given, nullptr, 10)};
+  }
+  std::vector<std::uint64_t> seeds(count);
+  std::iota(seeds.begin(), seeds.end(), std::uint64_t{1});
+  return seeds;
+}
+
+// Runs body for each seed until one of them fails.
+template <typename Body>
+void ForSeeds(std::size_t count, Body body) {
+  for (const std::uint64_t seed : Seeds(count)) {
+    SCOPED_TRACE("VORNALUX_SEED=" + std::to_string(seed));
+    body(seed);
+    if (::testing::Test::HasFailure()) return;
+  }
+}
+
+enum class Pass { Analyze, Defrag, Optimize, Compact };
+
+inline std::string PassName(Pass pass) {
+  const char* const names[] = {"Analyze", "Defrag", "Optimize", "Compact"};
+  return names[static_cast<std::size_t>(pass)];
+}
+
+// The whole program on a simulated machine whose drive C: is the given volume. Windows lies there.
+struct Rig {
+  explicit Rig(SimulatedVolume& disk, MachineSettings settings = {.windows_folder = "C:\\Windows",
+                                                                  .seed = 7,
+                                                                  .power_off = {}})
+      : volume(disk), machine(Mounted(disk, std::move(settings))), program(machine->All()) {
+    program.launcher.SelectDrive("C:\\");
+    window.caption = "Volume C:\\";
+    // A narrow map has fewer checkpoints.
+    window.Picdepartvolume.Resize(24, 2);
+    window.changed = [this] {
+      if (captions.empty() || captions.back() != window.caption.get()) {
+        captions.push_back(window.caption);
+      }
+    };
+  }
+
+  static std::unique_ptr<SimulatedPlatform> Mounted(SimulatedVolume& disk,
+                                                    MachineSettings settings) {
+    auto platform = std::make_unique<SimulatedPlatform>(std::move(settings));
+    platform->AddVolume('C', disk);
+    return platform;
+  }
+
+  void Run(Pass pass) {
+    MenuItem* const commands[] = {&window.cmdanalysemore, &window.cmdDefrag, &window.SmartOptimize,
+                                  &window.cmdCompact};
+    commands[static_cast<std::size_t>(pass)]->Click();
+  }
+  void DebugOn() { program.flags.DebugLog = True; }
+  const std::string& Log() const { return program.debug_window.DBGTXT.text(); }
+  bool Idle() const { return !window.Busy() && !window.Arretdefrag.enabled; }
+  // Open files and volumes besides the selected volume.
+  std::size_t StrayHandles() const { return machine->OpenHandles() - 1; }
+  // Every box that was shown, as its text.
+  std::vector<std::string> Boxes() const {
+    std::vector<std::string> texts;
+    for (const ShownBox& box : machine->User().Boxes()) texts.push_back(box.text);
+    return texts;
+  }
+
+  SimulatedVolume& volume;
+  std::unique_ptr<SimulatedPlatform> machine;
+  Program program;
+  DefragWindow& window = program.main_window;
+  Engine& engine = window.engine;
+  FaultPlan& faults = machine->Faults();
+  std::vector<std::string> captions;  // in the order shown
+};
+
+// A volume on which every kind of pass has something to do, and soon ends.
+inline std::unique_ptr<SimulatedVolume> SmallVolume(std::uint64_t seed,
+                                                    const char* file_system = "NTFS") {
+  RandomVolumeOptions options;
+  options.geometry.file_system = file_system;
+  options.geometry.total_clusters = 300;
+  options.files = 12;
+  options.folders = 3;
+  options.fill = 0.65;
+  options.fragmented = 0.8;
+  options.with_stream = 0.2;
+  options.reparse = options.locked = options.immovable = 0;
+  auto volume = MakeRandomVolume(options, seed);
+  volume->AddFile("Windows\\Prefetch\\resident.pf");
+  return volume;
+}
+
+// Nothing lost, nothing left open, ready for the next run.
+inline void ExpectSound(const Rig& rig) {
+  EXPECT_EQ(rig.volume.DamagedContent(), std::vector<std::string>());
+  EXPECT_EQ(rig.volume.ConsistencyProblems(), std::vector<std::string>());
+  EXPECT_LE(rig.StrayHandles(), 0U);
+  EXPECT_TRUE(rig.Idle());
+}
+
+}  // namespace vornalux::testing

@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// Stop pressed at every single checkpoint of every run.
+#include <algorithm>
+#include <set>
+
+#include "unit/rig.h"
+
+namespace vornalux::testing {
+namespace {
+
+// One run with the Stop command clicked inside the nth checkpoint.
+struct StoppedRun {
+  StoppedRun(Pass pass, std::size_t nth, BoxAnswer answer) : volume(SmallVolume(3)), rig(*volume) {
+    ScriptedDesktop& user = rig.machine->User();
+    const std::size_t before = user.DoEventsCount();
+    if (nth > 0) {
+      user.Answer(answer);
+      user.AtDoEvents(before + nth, [this] {
+        caption_at_stop = rig.window.caption;
+        calls_at_stop = rig.machine->Log().Calls().size();
+        EXPECT_TRUE(rig.window.Arretdefrag.enabled);
+        rig.window.Arretdefrag.Click();
+      });
+    }
+    rig.Run(pass);
+    checkpoints = user.DoEventsCount() - before;
+  }
+
+  // Files that movers have opened; only those after the stop, if asked for.
+  std::vector<std::string> Handled(bool after_stop) const {
+    std::vector<std::string> paths;
+    const CallLog& log = rig.machine->Log();
+    for (std::size_t i = after_stop ? calls_at_stop : 0; i < log.Calls().size(); ++i) {
+      const CallRecord& call = log.Calls()[i];
+      const bool by_mover = call.kind == CallKind::OpenPath &&
+                            call.numbers[0] == static_cast<int>(FileAccess::ReadAttributes) &&
+                            call.numbers[1] == static_cast<int>(FileFlags::None);
+      if (by_mover && walk_over(i)) paths.push_back(log.Path(call));
+    }
+    return paths;
+  }
+  // The walk opens files in the same way, for their streams.
+  bool walk_over(std::size_t call) const {
+    const auto& calls = rig.machine->Log().Calls();
+    const auto streams =
+        std::find_if(calls.begin() + static_cast<std::ptrdiff_t>(call), calls.end(),
+                     [](const CallRecord& record) { return record.kind == CallKind::StreamNames; });
+    return streams == calls.end();
+  }
+  std::vector<CallRecord> Moves() const { return rig.machine->Log().Of(CallKind::MoveClusters); }
+  bool Stopped(const char* caption) const { return caption_at_stop.starts_with(caption); }
+
+  std::unique_ptr<SimulatedVolume> volume;
+  Rig rig;
+  std::string caption_at_stop;
+  std::size_t calls_at_stop = 0;
+  std::size_t checkpoints = 0;
+};
+
+void ExpectStopped(const StoppedRun& run, Pass pass) {
+  const Rig& rig = run.rig;
+  ExpectSound(rig);
+  ASSERT_EQ(rig.machine->User().Boxes().size(), 1U);
+  const ShownBox& box = rig.machine->User().Boxes()[0];
+  EXPECT_EQ(box.text + box.title, "Are you sure?Paused ...");
+  EXPECT_EQ(box.icon, BoxIcon::Question);
+  EXPECT_TRUE(rig.program.flags.StopRequested);
+  EXPECT_FALSE(rig.program.flags.AnalysisValid);
+  EXPECT_FALSE(rig.program.flags.ClassListsValid);
+  EXPECT_FALSE(rig.window.UpdateTimer.enabled);
+  EXPECT_EQ(rig.window.caption.get(), "Volume C:\\");
+  EXPECT_EQ(rig.window.LblRedraw.fore_colour.get(), activity_colour::kResting);
+
+  const bool analysing =
+      run.Stopped("Volume") || run.Stopped("Enumerating") || run.Stopped("Analyzing");
+  if (run.Stopped("Enumerating")) {
+    EXPECT_EQ(rig.window.progress.value.get(), 0);
+  }
+  if (analysing) {
+    EXPECT_EQ(run.Handled(false), std::vector<std::string>());
+    return;
+  }
+  std::vector<std::string> after = run.Handled(true);
+  const auto shown = [&](const char* caption) {
+    return std::find(rig.captions.begin(), rig.captions.end(), caption) != rig.captions.end();
+  };
+  switch (pass) {
+    case Pass::Analyze:
+      FAIL() << "nothing but analysis here";
+    case Pass::Defrag:
+      // A file whose turn has come is still handled.
+      EXPECT_LE(after.size(), 1U);
+      EXPECT_EQ(rig.window.etfich.caption.get(), "");
+      if (!after.empty()) {
+        EXPECT_EQ(rig.window.progress.value.get(), 0);
+      }
+      break;
+    case Pass::Optimize: {
+      // No file is begun any more, the master file table excepted.
+      const std::vector<std::string> handled = run.Handled(false);
+      EXPECT_EQ(std::count(handled.begin(), handled.end(), "C:\\$MFT"), 1);
+      std::erase(after, "C:\\$MFT");
+      EXPECT_EQ(after, std::vector<std::string>());
+      EXPECT_TRUE(shown("Optimzing volume C:\\") && shown("Compacting volume C:\\") &&
+                  shown("Defragging volume C:\\"));
+      break;
+    }
+    case Pass::Compact: {
+      // Each of the two phases still takes the entry at hand, the second one its first.
+      const std::string& first_file = rig.engine.table.OptimizeFiles.paths.front();
+      const std::string& first_folder = rig.engine.table.DirsToMove.paths.front();
+      const std::vector<std::string> handled = run.Handled(false);
+      EXPECT_LE(after.size(), 2U);
+      EXPECT_EQ(std::count(handled.begin(), handled.end(), first_file), 1);
+      EXPECT_EQ(std::count(handled.begin(), handled.end(), first_folder), 1);
+      if (run.Stopped("Optimzing")) {
+        EXPECT_EQ(handled.back(), first_file);
+      }
+      EXPECT_EQ(rig.engine.geometry.constants.ReservedFront, 0);
+      break;
+    }
+  }
+}
+
+class StopTest : public ::testing::TestWithParam<Pass> {};
+
+TEST_P(StopTest, AtEveryCheckpoint) {
+  const std::vector<std::string> doing[] = {{},
+                                            {"Defragmenting"},
+                                            {"Preparing", "Optimzing", "Compacting", "Defragging"},
+                                            {"Preparing", "Optimzing", "Compacting"}};
+  std::vector<std::string> captions = {"Enumerating files on volume C:\\",
+                                       "Analyzing files on volume C:\\", "Volume C:\\"};
+  for (const std::string& word : doing[static_cast<std::size_t>(GetParam())]) {
+    captions.push_back(word + " volume C:\\");
+  }
+  if (captions.size() > 3) captions.push_back("Volume C:\\");
+  const StoppedRun whole(GetParam(), 0, BoxAnswer::No);
+  ExpectSound(whole.rig);
+  EXPECT_EQ(whole.rig.captions, captions);
+  EXPECT_EQ(whole.Moves().empty(), GetParam() == Pass::Analyze);
+  std::set<std::string> seen;  // captions under which a stop was tried
+  for (std::size_t nth = 1; nth <= whole.checkpoints; ++nth) {
+    SCOPED_TRACE("checkpoint " + std::to_string(nth));
+    const StoppedRun run(GetParam(), nth, BoxAnswer::Yes);
+    ExpectStopped(run, GetParam());
+    seen.insert(run.caption_at_stop);
+    if (HasFailure()) return;
+  }
+  EXPECT_EQ(seen, std::set<std::string>(captions.begin(), captions.end()));
+}
+
+TEST_P(StopTest, AnsweredNoChangesNothing) {
+  const StoppedRun whole(GetParam(), 0, BoxAnswer::No);
+  for (std::size_t nth = 1; nth <= whole.checkpoints; nth += 3) {
+    SCOPED_TRACE("checkpoint " + std::to_string(nth));
+    const StoppedRun run(GetParam(), nth, BoxAnswer::No);
+    ExpectSound(run.rig);
+    EXPECT_FALSE(run.rig.program.flags.StopRequested);
+    EXPECT_EQ(run.checkpoints, whole.checkpoints);
+    EXPECT_EQ(run.rig.captions, whole.rig.captions);
+    EXPECT_EQ(run.rig.window.progress.value.get(), whole.rig.window.progress.value.get());
+    ASSERT_EQ(run.Moves().size(), whole.Moves().size());
+    for (std::size_t i = 0; i < whole.Moves().size(); ++i) {
+      EXPECT_EQ(run.Moves()[i].numbers, whole.Moves()[i].numbers);
+    }
+    if (HasFailure()) return;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, StopTest,
+                         ::testing::Values(Pass::Analyze, Pass::Defrag, Pass::Optimize,
+                                           Pass::Compact),
+                         [](const auto& pass) { return PassName(pass.param); });
+
+}  // namespace
+}  // namespace vornalux::testing

@@ -1,0 +1,306 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The move that all file systems share: planning it, refusing it, and what it leaves.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "support/seed.h"
+#include "support/tiny_volume.h"
+
+namespace vornalux::test {
+namespace {
+
+constexpr std::int64_t kTotal = 1000;
+constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
+using Runs = std::vector<ClusterRun>;
+
+// The LCN of every VCN, which is what runs are a short form of.
+std::vector<std::int64_t> Places(const Runs& runs) {
+  std::vector<std::int64_t> places;
+  for (const ClusterRun& run : runs) {
+    for (std::int64_t i = 0; i < run.count; ++i) places.push_back(run.lcn < 0 ? -1 : run.lcn + i);
+  }
+  return places;
+}
+
+bool Joined(const Runs& runs) {
+  Runs copy = runs;
+  JoinRuns(copy);
+  return copy == runs;
+}
+
+Runs RandomRuns(Random& random) {
+  Runs runs;
+  std::int64_t vcn = 0;
+  std::int64_t lcn = 0;
+  for (std::uint64_t i = 1 + Below(random, 8); i > 0; --i) {
+    const auto count = static_cast<std::int64_t>(1 + Below(random, 6));
+    lcn += static_cast<std::int64_t>(Below(random, 2) * Below(random, 20));
+    const bool hole = Below(random, 3) == 0;
+    runs.push_back({vcn, hole ? -1 : lcn, count});
+    vcn += count;
+    lcn += hole ? 0 : count;
+  }
+  return runs;
+}
+
+TEST(PlanMove, AgreesWithMovingClusterByCluster) {
+  const std::uint64_t seed = TestSeed();
+  Random random(seed);
+  for (int round = 0; round < 20000; ++round) {
+    SCOPED_TRACE(SeedNote(seed) + ", round " + std::to_string(round));
+    const Runs runs = RandomRuns(random);
+    const std::vector<std::int64_t> before = Places(runs);
+    const auto vcn = static_cast<std::int64_t>(Below(random, before.size()));
+    const std::int64_t count =
+        Below(random, 10) == 0 ? kMax : 1 + static_cast<std::int64_t>(Below(random, 50));
+    std::vector<std::int64_t> after = before;
+    std::vector<std::int64_t> sources;
+    std::int64_t next = 500;
+    for (std::size_t i = static_cast<std::size_t>(vcn); i < after.size(); ++i) {
+      if (static_cast<std::int64_t>(i) - vcn >= count || after[i] < 0) continue;
+      sources.push_back(after[i]);
+      after[i] = next++;
+    }
+    MovePlan plan;
+    ASSERT_EQ(PlanMove(runs, vcn, 500, count, kTotal, plan), error::kSuccess);
+    ASSERT_EQ(Places(plan.before), before);
+    ASSERT_EQ(Places(plan.after), after);
+    ASSERT_EQ(Places(plan.sources), sources);
+    ASSERT_EQ(plan.target_count, next - 500);
+    ASSERT_TRUE(Joined(plan.before) && Joined(plan.after));
+  }
+}
+
+TEST(PlanMove, ChecksNumbersAndRuns) {
+  struct Case {
+    const char* what;
+    Runs runs;
+    std::int64_t vcn, lcn, count;
+    ErrorCode expected;
+  };
+  const Runs good = {{0, 10, 4}, {4, -1, 2}, {6, 990, 10}};
+  const Case cases[] = {
+      {"to the last cluster", good, 0, 996, 4, error::kSuccess},
+      {"clipped at the end of the allocation", good, 15, 999, kMax, error::kSuccess},
+      {"holes take no target clusters", good, 3, 999, 3, error::kSuccess},
+      {"no clusters", good, 0, 500, 0, error::kInvalidParameter},
+      {"a negative count", good, 0, 500, -1, error::kInvalidParameter},
+      {"a negative VCN", good, -1, 500, 1, error::kInvalidParameter},
+      {"a VCN at the end", good, 16, 500, 1, error::kInvalidParameter},
+      {"a negative target", good, 0, -1, 1, error::kInvalidParameter},
+      {"a target past the end", good, 0, 1000, 1, error::kInvalidParameter},
+      {"a target that leaves the volume", good, 0, 997, 4, error::kInvalidParameter},
+      {"a file without clusters", {}, 0, 500, 1, error::kInvalidParameter},
+      {"runs with a gap", {{0, 10, 4}, {5, 20, 1}}, 0, 500, 1, error::kFileCorrupt},
+      {"runs that overlap in VCN", {{0, 10, 4}, {3, 20, 1}}, 0, 500, 1, error::kFileCorrupt},
+      {"runs that do not start at 0", {{1, 10, 4}}, 1, 500, 1, error::kFileCorrupt},
+      {"a run without length", {{0, 10, 0}}, 0, 500, 1, error::kFileCorrupt},
+      {"a run past the end", {{0, 999, 2}}, 0, 500, 1, error::kFileCorrupt},
+      {"a run far past the end", {{0, kMax, 2}}, 0, 500, 1, error::kFileCorrupt},
+      {"an LCN below a hole's", {{0, -2, 2}}, 0, 500, 1, error::kFileCorrupt},
+      {"VCNs that overflow", {{0, -1, kMax}, {kMax, -1, 2}}, 0, 500, 1, error::kFileCorrupt},
+      {"more clusters than there are",
+       {{0, 0, 999}, {999, 0, 999}},
+       0,
+       500,
+       1,
+       error::kFileCorrupt},
+  };
+  for (const Case& c : cases) {
+    MovePlan plan;
+    EXPECT_EQ(PlanMove(c.runs, c.vcn, c.lcn, c.count, kTotal, plan), c.expected) << c.what;
+  }
+}
+
+// A volume where file f has clusters {8f, 8f+1} and {8f+4}, and nothing else is used.
+Bytes Regular(std::int64_t clusters = 96) {
+  Bytes out(TinyVolume::SizeOf(clusters));
+  for (std::size_t file = 0; file < TinyVolume::kFiles; ++file) {
+    out[(2 + file) * 512] = 2;
+    out[(2 + file) * 512 + 4] = static_cast<std::uint8_t>(8 * file);
+    out[(2 + file) * 512 + 8] = 2;
+    out[(2 + file) * 512 + 12] = static_cast<std::uint8_t>(8 * file + 4);
+    out[(2 + file) * 512 + 16] = 1;
+    out[512 + file] = 0b00010011;
+  }
+  return out;
+}
+
+// More than the file system can write down, which it finds out late.
+Runs TooManyRuns() {
+  Runs runs;
+  for (const std::int64_t lcn : {16, 20, 24, 28, 32, 36, 40}) {
+    runs.push_back({static_cast<std::int64_t>(runs.size()), lcn, 1});
+    runs.push_back({static_cast<std::int64_t>(runs.size()), -1, 1});
+  }
+  return runs;
+}
+
+TEST(ImageVolume, RefusesBeforeAnythingIsWritten) {
+  struct Case {
+    const char* what;
+    int file;
+    std::int64_t vcn, lcn, count;
+    Runs lie;
+    ErrorCode expected;
+  };
+  const Case cases[] = {
+      {"taken", 0, 0, 8, 1, {}, error::kAccessDenied},
+      {"taken at its end", 0, 0, 6, 3, {}, error::kAccessDenied},
+      {"taken by itself", 0, 0, 1, 2, {}, error::kAccessDenied},
+      {"immovable", 5, 0, 60, 1, {}, error::kAccessDenied},
+      {"out of volume", 0, 0, 96, 1, {}, error::kInvalidParameter},
+      {"no such file", 9, 0, 60, 1, {}, error::kFileNotFound},
+      {"clusters of nobody", 0, 0, 60, 2, {{0, 70, 2}}, error::kFileCorrupt},
+      {"clusters with two owners",
+       0,
+       0,
+       60,
+       4,
+       {{0, 8, 2}, {2, 9, 1}, {3, 16, 1}},
+       error::kFileCorrupt},
+      {"runs out of order", 0, 0, 60, 2, {{2, 8, 1}, {0, 9, 1}}, error::kFileCorrupt},
+      {"only holes", 0, 0, 60, 4, {{0, -1, 4}}, error::kSuccess},
+  };
+  TinyWorld world(Regular());
+  const Bytes before = world.device.Content();
+  DeviceLog log;
+  {
+    const std::unique_ptr<TinyVolume> volume = world.Open(&log);
+    for (const Case& c : cases) {
+      volume->lie = c.lie;
+      EXPECT_EQ(volume->Move(TinyVolume::File(c.file), c.vcn, c.lcn, c.count), c.expected)
+          << c.what;
+    }
+    volume->lie = {{0, 8, 1}, {5, 9, 1}};
+    std::vector<Extent> extents;
+    EXPECT_EQ(volume->Extents(TinyVolume::File(0), extents), error::kFileCorrupt);
+    volume->lie = {{0, 8, 1}, {1, 9, 1}, {2, -1, 1}, {3, -1, 4}, {7, 8, 1}};
+    EXPECT_EQ(volume->Extents(TinyVolume::File(0), extents), error::kSuccess);
+    EXPECT_EQ(extents, (std::vector<Extent>{{2, 8}, {7, -1}, {8, 8}}));
+    EXPECT_EQ(volume->Commit(), error::kSuccess);
+    EXPECT_EQ(volume->Close(), error::kSuccess);
+    EXPECT_EQ(volume->Move(TinyVolume::File(0), 0, 60, 1), error::kInvalidHandle);
+  }
+  EXPECT_TRUE(log.empty()) << "nothing moved, nothing written";
+  EXPECT_EQ(world.device.Content(), before);
+}
+
+std::ptrdiff_t VolumeFlushes(const DeviceLog& log) {
+  return std::count_if(log.begin(), log.end(), [](const DeviceEvent& event) {
+    return event.device == 0 && event.kind == DeviceEvent::Kind::Flush;
+  });
+}
+
+// Clusters freed since the last commit are still the durable state's: what goes there waits in the
+// journal like metadata, and is read back from there meanwhile.
+TEST(ImageVolume, SmallMovesIntoHeldClustersWaitForTheCommit) {
+  TinyWorld world(Regular());
+  const auto cluster = [&](std::size_t lcn) {
+    return std::span(world.device.Content())
+        .subspan(TinyVolume::kFirstCluster + lcn * TinyVolume::kClusterSize,
+                 TinyVolume::kClusterSize);
+  };
+  const auto holds = [](std::span<const std::uint8_t> bytes, std::uint8_t value) {
+    return std::all_of(bytes.begin(), bytes.end(), [=](std::uint8_t b) { return b == value; });
+  };
+  for (const std::size_t lcn : {8U, 9U, 24U, 25U}) {
+    std::ranges::fill(cluster(lcn), static_cast<std::uint8_t>(lcn));
+  }
+  DeviceLog log;
+  const std::unique_ptr<TinyVolume> volume = world.Open(&log);
+  ASSERT_EQ(volume->Move(TinyVolume::File(1), 0, 60, 2), error::kSuccess);
+  ASSERT_EQ(volume->Move(TinyVolume::File(3), 0, 9, 2), error::kSuccess);
+  EXPECT_EQ(VolumeFlushes(log), 0);
+  EXPECT_TRUE(holds(cluster(9), 9)) << "file 1 is still there, should the power go";
+  EXPECT_TRUE(holds(cluster(10), 25)) << "free all along";
+  Bytes read(TinyVolume::kClusterSize);
+  EXPECT_FALSE(volume->Device().Read(TinyVolume::kFirstCluster + 9 * read.size(), read));
+  EXPECT_TRUE(holds(read, 24));
+  ASSERT_EQ(volume->Move(TinyVolume::File(3), 0, 70, 2), error::kSuccess);
+  ASSERT_EQ(volume->Commit(), error::kSuccess);
+  EXPECT_TRUE(holds(cluster(70), 24)) << "moved on before it was ever written";
+  EXPECT_TRUE(holds(cluster(71), 25));
+}
+
+TEST(ImageVolume, CommitsBeforeALargeMoveIntoHeldClusters) {
+  TinyWorld world(Regular(4096));
+  DeviceLog log;
+  const std::unique_ptr<TinyVolume> volume = world.Open(&log);
+  volume->Clusters().Use(1200, 1100);
+  ASSERT_EQ(volume->Move(TinyVolume::File(1), 0, 3000, 2), error::kSuccess);
+  ASSERT_EQ(volume->Commit(), error::kSuccess);
+  ASSERT_EQ(volume->Move(TinyVolume::File(1), 0, 60, 2), error::kSuccess);
+  const auto before = VolumeFlushes(log);
+  volume->lie = {{0, 1200, 1100}};
+  EXPECT_EQ(volume->Move(TinyVolume::File(2), 0, 2950, 1100), error::kSuccess);
+  EXPECT_EQ(VolumeFlushes(log), before + 2);
+}
+
+TEST(ImageVolume, CommitsFullBatchesAndIsDirtyMeanwhile) {
+  TinyWorld world(Regular(600));
+  const std::unique_ptr<TinyVolume> volume = world.Open();
+  int moves = 0;
+  while (world.device.Content()[0] == 0 && moves < 500) {
+    ASSERT_EQ(volume->Move(TinyVolume::File(1), 0, 60 + moves, 1), error::kSuccess);
+    ++moves;
+  }
+  EXPECT_EQ(moves, 256) << "the dirty flag came with the first commit";
+  EXPECT_FALSE(volume->Device().HasPending());
+  ASSERT_EQ(volume->Close(), error::kSuccess);
+  EXPECT_EQ(world.device.Content()[0], 0);
+}
+
+TEST(ImageVolume, TakesBackAMoveThatFailsHalfway) {
+  TinyWorld world(Regular());
+  const std::unique_ptr<TinyVolume> volume = world.Open();
+  const int reloads = volume->reloads;
+  ASSERT_EQ(volume->Move(TinyVolume::File(1), 0, 60, 1), error::kSuccess);
+  volume->lie = TooManyRuns();
+  EXPECT_EQ(volume->Move(TinyVolume::File(2), 0, 70, 1), error::kDiskFull);
+  volume->lie.clear();
+  EXPECT_EQ(volume->reloads, reloads + 1);
+  EXPECT_TRUE(volume->Clusters().RangeUsed(16, 2));
+  EXPECT_TRUE(volume->Clusters().RangeFree(70, 1));
+  EXPECT_TRUE(volume->Clusters().RangeHeld(8, 1)) << "the move before it still holds its source";
+  EXPECT_TRUE(volume->Clusters().RangeUsed(60, 1));
+  EXPECT_EQ(volume->Close(), error::kSuccess);
+  EXPECT_EQ(volume->Close(), error::kSuccess);
+  EXPECT_FALSE(world.journal.exists);
+  std::vector<Extent> extents;
+  EXPECT_EQ(volume->Extents(TinyVolume::File(1), extents), error::kSuccess);
+  EXPECT_EQ(extents, (std::vector<Extent>{{1, 60}, {2, 9}, {3, 12}}));
+}
+
+TEST(ImageVolume, StopsWhenItCannotReload) {
+  TinyWorld world(Regular());
+  const std::unique_ptr<TinyVolume> volume = world.Open();
+  ASSERT_EQ(volume->Move(TinyVolume::File(1), 0, 60, 1), error::kSuccess);
+  volume->fail_reload = true;
+  volume->lie = TooManyRuns();
+  EXPECT_EQ(volume->Move(TinyVolume::File(2), 0, 70, 1), error::kDiskFull);
+  volume->lie.clear();
+  EXPECT_EQ(volume->Move(TinyVolume::File(3), 0, 75, 1), error::kWriteFault);
+  EXPECT_EQ(volume->Close(), error::kWriteFault);
+  EXPECT_TRUE(world.journal.exists);
+}
+
+TEST(ImageVolume, MovesNothingWithoutAJournal) {
+  TinyWorld world(Regular());
+  world.journal.refuse_open = true;
+  DeviceLog log;
+  const std::unique_ptr<TinyVolume> volume = world.Open(&log);
+  EXPECT_EQ(volume->Move(TinyVolume::File(1), 0, 60, 1), error::kAccessDenied);
+  EXPECT_TRUE(log.empty());
+  world.journal.refuse_open = false;
+  EXPECT_EQ(volume->Move(TinyVolume::File(1), 0, 60, 1), error::kSuccess);
+
+  VolumeStore store;
+  store.device = std::make_unique<BorrowedDevice>(world.device);
+  TinyVolume reader(std::move(store));
+  EXPECT_EQ(reader.Move(TinyVolume::File(1), 0, 60, 1), error::kWriteProtect);
+}
+
+}  // namespace
+}  // namespace vornalux::test

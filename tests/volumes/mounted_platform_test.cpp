@@ -1,0 +1,402 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/mounted/mounted_platform.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "host/simulated/simulated_volume.h"
+
+namespace vornalux {
+namespace {
+
+constexpr FileFlags kBackup = FileFlags::BackupSemantics;
+
+// Passes everything on and counts what costs time on a real volume.
+class CountingVolume final : public MountedVolume {
+ public:
+  explicit CountingVolume(MountedVolume& volume) : volume_(volume) {}
+  int extents = 0;
+  int listings = 0;
+
+  const VolumeFacts& Facts() const override { return volume_.Facts(); }
+  std::int64_t FreeClusters() const override { return volume_.FreeClusters(); }
+  std::optional<NtfsVolumeData> NtfsData() const override { return volume_.NtfsData(); }
+  void CopyBitmap(std::int64_t lcn, std::span<std::uint8_t> out) const override {
+    volume_.CopyBitmap(lcn, out);
+  }
+  ItemId Root() const override { return volume_.Root(); }
+  ErrorCode ListFolder(ItemId folder, std::vector<FolderItem>& out) override {
+    ++listings;
+    return volume_.ListFolder(folder, out);
+  }
+  std::string FoldName(std::string_view name) const override { return volume_.FoldName(name); }
+  std::optional<FolderItem> HiddenItem(ItemId folder, std::string_view name) override {
+    return volume_.HiddenItem(folder, name);
+  }
+  ErrorCode Extents(const StreamRef& stream, std::vector<Extent>& out) override {
+    ++extents;
+    return volume_.Extents(stream, out);
+  }
+  ErrorCode StreamNames(ItemId item, std::vector<std::string>& out) override {
+    return volume_.StreamNames(item, out);
+  }
+  ErrorCode Read(const StreamRef& stream, std::uint64_t offset, std::span<std::uint8_t> out,
+                 std::size_t& done) override {
+    return volume_.Read(stream, offset, out, done);
+  }
+  ErrorCode Move(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn,
+                 std::int64_t count) override {
+    return volume_.Move(stream, vcn, lcn, count);
+  }
+  ErrorCode Commit() override { return volume_.Commit(); }
+  ErrorCode Close() override { return volume_.Close(); }
+  bool Dirty() const override { return volume_.Dirty(); }
+
+ private:
+  MountedVolume& volume_;
+};
+
+class MountedPlatformTest : public testing::Test {
+ protected:
+  MountedPlatformTest() {
+    volume_.AddFile("Dir\\Sub\\File.txt", {{100, 2}, {200, 3}});
+    volume_.AddStream(*volume_.Find("Dir\\Sub\\File.txt"), "Extra",
+                      std::vector<SimulatedRun>{{300, 1}});
+    volume_.AddFile("empty");
+    volume_.AddFile("Dir\\holes", {{110, 1}, {-1, 4}, {120, 2}});
+    volume_.AddMft({{16, 20}});
+    const ItemId dir = *volume_.Find("Dir");
+    volume_.AddItem(dir, "case", std::vector<SimulatedRun>{{400, 1}}, attribute::kArchive);
+    volume_.AddItem(dir, "CASE", std::vector<SimulatedRun>{{401, 1}}, attribute::kArchive);
+    volume_.AddItem(dir, "a:b", std::vector<SimulatedRun>{{402, 1}}, attribute::kArchive);
+    platform_.Mount('c', volume_);
+  }
+
+  // The LCN at which what the path opens begins; -1 without clusters, else minus the error.
+  std::int64_t StartOf(const std::string& path) {
+    const OpenedFile opened = platform_.OpenPath(path, FileAccess::ReadAttributes, kBackup);
+    if (opened.error != error::kSuccess) return -std::int64_t{opened.error};
+    ExtentChunk chunk;
+    const ErrorCode error = platform_.RetrievalPointers(opened.handle, 0, 1, chunk);
+    platform_.CloseFile(opened.handle);
+    return error == error::kHandleEof ? -1 : chunk.extents.at(0).Lcn;
+  }
+
+  SimulatedVolume volume_{
+      {.total_clusters = 1003, .mft_zone = {.mft_zone_start = 10, .mft_zone_end = 90}}};
+  MountedPlatform platform_{{.windows_folder = "C:\\Windows", .seed = 7}};
+};
+
+TEST_F(MountedPlatformTest, PathsLeadToWhatTheyName) {
+  const struct {
+    const char* path;
+    std::int64_t start;  // LCN, -1 for an item without clusters, else minus the error
+  } cases[] = {
+      {R"(C:\Dir\Sub\File.txt)", 100},
+      {R"(\\?\C:\Dir\Sub\File.txt)", 100},
+      {R"(c:\dIR\sUB\fILE.TXT)", 100},
+      {R"(C:\Dir\Sub\File.txt::$DATA)", 100},
+      {R"(C:\Dir\Sub\File.txt::$data)", 100},
+      {R"(C:\Dir\Sub\File.txt:extra:$DATA)", 300},
+      {R"(C:\Dir\Sub\File.txt:Extra)", 300},
+      {R"(C:\$Mft)", 16},
+      {R"(C:\Dir\case)", 400},
+      {R"(C:\Dir\CASE)", 401},
+      {R"(C:\Dir\Case)", 400},
+      {R"(C:\Dir\a:b)", 402},
+      {R"(C:\)", -1},
+      {R"(C:\Dir)", -1},
+      {R"(C:\Dir::$INDEX_ALLOCATION)", -1},
+      {R"(C:\empty)", -1},
+      {R"(C:\Dir\Sub\File.txt:none:$DATA)", -std::int64_t{error::kFileNotFound}},
+      {R"(C:\Dir::$DATA)", -std::int64_t{error::kFileNotFound}},
+      {R"(C:\none)", -std::int64_t{error::kFileNotFound}},
+      {R"(C:\Dir\none)", -std::int64_t{error::kFileNotFound}},
+      {R"(C:\Dir\.)", -std::int64_t{error::kFileNotFound}},
+      {R"(C:\none\File.txt)", -std::int64_t{error::kPathNotFound}},
+      {R"(C:\empty\File.txt)", -std::int64_t{error::kPathNotFound}},
+      {R"(D:\Dir)", -std::int64_t{error::kPathNotFound}},
+      {R"(C:\Dir\\Sub)", -std::int64_t{error::kInvalidName}},
+      {R"(C:\Dir\)", -std::int64_t{error::kInvalidName}},
+      {R"(C:\\)", -std::int64_t{error::kInvalidName}},
+      {R"(C:\Dir\fi*e)", -std::int64_t{error::kInvalidName}},
+      {R"(C:\Dir\Sub/File.txt)", -std::int64_t{error::kInvalidName}},
+      {R"(C:\empty:)", -std::int64_t{error::kInvalidName}},
+      {R"(C:\empty::)", -std::int64_t{error::kInvalidName}},
+      {R"(C:\empty:a:b:c)", -std::int64_t{error::kInvalidName}},
+      {"C:", -std::int64_t{error::kInvalidName}},
+      {"C:Dir", -std::int64_t{error::kInvalidName}},
+      {"Dir", -std::int64_t{error::kInvalidName}},
+      {"", -std::int64_t{error::kInvalidName}},
+      {R"(\\?\)", -std::int64_t{error::kInvalidName}},
+      {R"(1:\Dir)", -std::int64_t{error::kInvalidName}},
+  };
+  for (const auto& item : cases) EXPECT_EQ(StartOf(item.path), item.start) << item.path;
+  EXPECT_EQ(StartOf("C:\\" + std::string(40000, 'x')), -std::int64_t{error::kInvalidName});
+  EXPECT_EQ(StartOf(std::string("C:\\a\0b", 6)), -std::int64_t{error::kInvalidName});
+  EXPECT_EQ(platform_.OpenHandles(), 0U);
+}
+
+TEST_F(MountedPlatformTest, FoldersOpenWithBackupSemanticsOnly) {
+  for (const FileAccess access : {FileAccess::ReadAttributes, FileAccess::GenericRead}) {
+    for (const FileFlags flags : {FileFlags::None, FileFlags::NoBuffering}) {
+      EXPECT_EQ(platform_.OpenPath("C:\\Dir", access, flags).error, error::kAccessDenied);
+      EXPECT_EQ(platform_.OpenPath("C:\\", access, flags).error, error::kAccessDenied);
+      EXPECT_EQ(platform_.OpenPath("C:\\Dir\\holes", access, flags).error, error::kSuccess);
+    }
+    EXPECT_EQ(platform_.OpenPath("C:\\Dir", access, kBackup).error, error::kSuccess);
+  }
+}
+
+TEST_F(MountedPlatformTest, RetrievalPointersStartAtTheExtentAskedFor) {
+  const OpenedFile file =
+      platform_.OpenPath("C:\\Dir\\holes", FileAccess::ReadAttributes, FileFlags::None);
+  const std::vector<Extent> all = {{1, 110}, {5, -1}, {7, 120}};
+  const struct {
+    std::int64_t vcn;
+    std::size_t most;
+    ErrorCode error;
+    std::int64_t start;
+    std::size_t first, count;
+  } cases[] = {
+      {0, 3, error::kSuccess, 0, 0, 3},           {0, 2, error::kMoreData, 0, 0, 2},
+      {1, 1, error::kMoreData, 1, 1, 1},          {4, 9, error::kSuccess, 1, 1, 2},
+      {5, 1, error::kSuccess, 5, 2, 1},           {6, 1, error::kSuccess, 5, 2, 1},
+      {7, 1, error::kHandleEof, 0, 0, 0},         {INT64_MAX, 1, error::kHandleEof, 0, 0, 0},
+      {-1, 1, error::kInvalidParameter, 0, 0, 0}, {0, 0, error::kInvalidParameter, 0, 0, 0}};
+  for (const auto& ask : cases) {
+    SCOPED_TRACE("vcn " + std::to_string(ask.vcn) + ", most " + std::to_string(ask.most));
+    ExtentChunk chunk;
+    ASSERT_EQ(platform_.RetrievalPointers(file.handle, ask.vcn, ask.most, chunk), ask.error);
+    EXPECT_EQ(chunk.starting_vcn, ask.start);
+    const auto from = all.begin() + static_cast<std::ptrdiff_t>(ask.first);
+    EXPECT_EQ(chunk.extents,
+              (std::vector<Extent>{from, from + static_cast<std::ptrdiff_t>(ask.count)}));
+  }
+}
+
+TEST(MountedPlatformCost, ManyChunksAskTheVolumeOnceUntilAMove) {
+  SimulatedVolume volume({.total_clusters = 200100});
+  std::vector<SimulatedRun> runs;
+  for (std::int64_t i = 0; i < 100000; ++i) runs.push_back({i * 2, 1});
+  volume.AddFile("f", runs);
+  CountingVolume counting(volume);
+  MountedPlatform platform;
+  platform.Mount('C', counting);
+  const Handle disk = platform.OpenVolume(R"(\\.\c:)");
+  const Handle file =
+      platform.OpenPath("C:\\f", FileAccess::ReadAttributes, FileFlags::None).handle;
+
+  ErrorCode error = error::kMoreData;
+  std::vector<Extent> all;
+  ExtentChunk chunk;
+  while (error == error::kMoreData) {
+    error = platform.RetrievalPointers(file, all.empty() ? 0 : all.back().NextVcn, 1024, chunk);
+    all.insert(all.end(), chunk.extents.begin(), chunk.extents.end());
+  }
+  EXPECT_EQ(error, error::kSuccess);
+  EXPECT_EQ(all.size(), 100000U);
+  EXPECT_EQ(counting.extents, 1);
+
+  ASSERT_EQ(platform.MoveClusters(disk, file, 0, 200000, 1), error::kSuccess);
+  ASSERT_EQ(platform.RetrievalPointers(file, 0, 1, chunk), error::kMoreData);
+  EXPECT_EQ(chunk.extents[0], (Extent{1, 200000}));
+  EXPECT_EQ(counting.extents, 2);
+}
+
+TEST(MountedPlatformCost, EachFolderIsListedOnce) {
+  SimulatedVolume volume;
+  for (int i = 0; i < 50; ++i) volume.AddFile("a\\b\\file" + std::to_string(i));
+  CountingVolume counting(volume);
+  MountedPlatform platform;
+  platform.Mount('C', counting);
+  for (int round = 0; round < 3; ++round) {
+    EXPECT_NE(platform.FindFirst("C:\\a\\b\\*"), nullptr);
+    for (int i = 0; i < 50; ++i) {
+      const OpenedFile opened = platform.OpenPath("C:\\A\\B\\FILE" + std::to_string(i),
+                                                  FileAccess::ReadAttributes, FileFlags::None);
+      EXPECT_EQ(opened.error, error::kSuccess);
+    }
+  }
+  EXPECT_EQ(counting.listings, 3);
+}
+
+TEST_F(MountedPlatformTest, BitmapComesInPiecesThatStartAtWholeBytes) {
+  const Handle disk = platform_.OpenVolume(R"(\\.\C:)");
+  const struct {
+    std::int64_t lcn;
+    std::size_t most;
+    ErrorCode error;
+    std::int64_t start, size;
+    std::size_t bytes;
+  } cases[] = {
+      {0, 126, error::kSuccess, 0, 1003, 126},     {0, 4096, error::kSuccess, 0, 1003, 126},
+      {0, 125, error::kMoreData, 0, 1003, 125},    {15, 10, error::kMoreData, 8, 995, 10},
+      {1002, 10, error::kSuccess, 1000, 3, 1},     {1003, 10, error::kInvalidParameter, 0, 0, 0},
+      {-1, 10, error::kInvalidParameter, 0, 0, 0}, {0, 0, error::kInvalidParameter, 0, 0, 0}};
+  for (const auto& ask : cases) {
+    SCOPED_TRACE("lcn " + std::to_string(ask.lcn) + ", most " + std::to_string(ask.most));
+    BitmapChunk chunk;
+    EXPECT_EQ(platform_.VolumeBitmap(disk, ask.lcn, ask.most, chunk), ask.error);
+    EXPECT_EQ(chunk.starting_lcn, ask.start);
+    EXPECT_EQ(chunk.bitmap_size, ask.size);
+    EXPECT_EQ(chunk.bits.size(), ask.bytes);
+  }
+}
+
+TEST_F(MountedPlatformTest, VolumesAnswerByDriveAndRoot) {
+  SimulatedVolume fat({.total_clusters = 64, .file_system = "FAT32", .label = "STICK"});
+  platform_.Mount('E', fat);
+  for (const char* bad : {"C:", R"(\\.\C)", R"(\\.\C:\)", R"(\\.\D:)", R"(\\?\C:)", ""}) {
+    EXPECT_EQ(platform_.OpenVolume(bad), kInvalidHandle) << bad;
+  }
+  FreeSpace figures;
+  VolumeName names;
+  for (const char* bad : {"D:\\", "C:", "C:\\Dir", ""}) {
+    EXPECT_EQ(platform_.FreeSpaceFigures(bad, figures), error::kPathNotFound) << bad;
+    EXPECT_EQ(platform_.VolumeNames(bad, names), error::kPathNotFound) << bad;
+  }
+  ASSERT_EQ(platform_.VolumeNames("e:\\", names), error::kSuccess);
+  EXPECT_EQ(names.label + names.file_system, "STICKFAT32");
+
+  NtfsVolumeData data;
+  const Handle ntfs_disk = platform_.OpenVolume(R"(\\.\C:)");
+  const Handle fat_disk = platform_.OpenVolume(R"(\\.\E:)");
+  EXPECT_EQ(platform_.NtfsData(fat_disk, data), error::kInvalidParameter);
+  ASSERT_EQ(platform_.NtfsData(ntfs_disk, data), error::kSuccess);
+  EXPECT_EQ(data.mft_zone_end, 90);
+  EXPECT_THROW(platform_.Mount('c', fat), std::invalid_argument);
+  EXPECT_THROW(platform_.Mount('5', fat), std::invalid_argument);
+}
+
+TEST_F(MountedPlatformTest, MovesTakeOneOpenVolumeAndOneOfItsFiles) {
+  SimulatedVolume other;
+  platform_.Mount('D', other);
+  const Handle disk = platform_.OpenVolume(R"(\\.\C:)");
+  const Handle wrong = platform_.OpenVolume(R"(\\.\D:)");
+  const Handle file =
+      platform_.OpenPath("C:\\Dir\\holes", FileAccess::ReadAttributes, FileFlags::None).handle;
+  EXPECT_EQ(platform_.MoveClusters(wrong, file, 0, 500, 9), error::kInvalidParameter);
+  EXPECT_EQ(platform_.MoveClusters(disk, disk, 0, 500, 9), error::kInvalidHandle);
+  EXPECT_EQ(platform_.MoveClusters(file, file, 0, 500, 9), error::kInvalidHandle);
+  EXPECT_EQ(platform_.MoveClusters(disk, file, 0, 500, 9), error::kSuccess);
+  EXPECT_EQ(StartOf("C:\\Dir\\holes"), 500);
+  platform_.CloseFile(file);
+  platform_.CloseFile(file);
+  EXPECT_EQ(platform_.MoveClusters(disk, file, 0, 600, 9), error::kInvalidHandle);
+  platform_.CloseVolume(disk);
+  platform_.CloseVolume(wrong);
+  BitmapChunk chunk;
+  EXPECT_EQ(platform_.VolumeBitmap(disk, 0, 8, chunk), error::kInvalidHandle);
+  EXPECT_EQ(platform_.OpenHandles(), 0U);
+}
+
+TEST_F(MountedPlatformTest, ClosedHandlesDoNotComeBack) {
+  std::set<Handle> seen;
+  for (int i = 0; i < 1000; ++i) {
+    const OpenedFile file =
+        platform_.OpenPath("C:\\empty", FileAccess::GenericRead, FileFlags::None);
+    EXPECT_TRUE(seen.insert(file.handle).second);
+    platform_.CloseFile(file.handle);
+  }
+}
+
+TEST_F(MountedPlatformTest, EnumerationGivesDotsThenTheVolumesOrder) {
+  const auto names = [&](const std::string& pattern) {
+    std::string joined;
+    FolderEntry entry;
+    const auto search = platform_.FindFirst(pattern);
+    while (search && search->Next(entry)) joined += entry.name + "|";
+    if (search) {
+      EXPECT_FALSE(search->Next(entry));
+    }
+    return search ? joined : std::string("none");
+  };
+  EXPECT_EQ(names("C:\\*"), "Dir|empty|");
+  EXPECT_EQ(names(R"(\\?\c:\dir\*)"), ".|..|Sub|holes|case|CASE|a:b|");
+  for (const char* bad : {"C:\\none\\*", "C:\\empty\\*", "C:\\Dir", "C:\\Dir\\", "C:\\Dir\\*.txt",
+                          "C:\\Dir*", "D:\\*", "*", ""}) {
+    EXPECT_EQ(names(bad), "none") << bad;
+  }
+}
+
+TEST_F(MountedPlatformTest, ReadBytesGivesWholeSmallFiles) {
+  const ItemId file = *volume_.Find("empty");
+  std::string bytes = "before";
+  for (const std::size_t size :
+       {std::size_t{0}, std::size_t{5}, std::size_t{1} << 20, std::size_t{64} << 20}) {
+    volume_.SetContent(file, std::string(size, 'x'));
+    ASSERT_EQ(platform_.ReadBytes("C:\\empty", bytes), error::kSuccess) << size;
+    EXPECT_EQ(bytes.size(), size);
+  }
+  volume_.SetContent(file, std::string((std::size_t{64} << 20) + 1, 'x'));
+  EXPECT_EQ(platform_.ReadBytes("C:\\empty", bytes), error::kNotEnoughMemory);
+  EXPECT_EQ(platform_.ReadBytes("C:\\Dir", bytes), error::kAccessDenied);
+  EXPECT_EQ(platform_.ReadBytes("C:\\none", bytes), error::kFileNotFound);
+  EXPECT_EQ(platform_.OpenHandles(), 0U);
+}
+
+class Listener final : public DiskCheckSink {
+ public:
+  explicit Listener(bool cancels) : cancels_(cancels) {}
+  void Done(bool failed) override { heard += failed ? "failed" : "passed"; }
+  void Progress(std::int32_t percent, bool& /*cancel*/) override {
+    heard += std::to_string(percent) + ",";
+  }
+  void Status(const std::string& line, bool& cancel) override {
+    EXPECT_FALSE(line.empty());
+    cancel = cancels_;
+  }
+  std::string heard;
+
+ private:
+  bool cancels_;
+};
+
+TEST(MountedMachine, DiskCheckTellsWhetherTheVolumeIsDirty) {
+  for (const bool dirty : {false, true}) {
+    SimulatedVolume volume({.dirty = dirty});
+    MountedPlatform platform;
+    platform.Mount('C', volume);
+    Listener listener(false);
+    platform.CheckDisk("C:\\", listener);
+    EXPECT_EQ(listener.heard, dirty ? "100,failed" : "100,passed");
+    Listener cancelling(true);
+    platform.CheckDisk("C:\\", cancelling);
+    EXPECT_EQ(cancelling.heard, dirty ? "failed" : "passed");
+    Listener absent(false);
+    platform.CheckDisk("D:\\", absent);
+    EXPECT_EQ(absent.heard, "");
+  }
+}
+
+TEST(MountedMachine, RandomDependsOnTheSeedAlone) {
+  MountedPlatform a({.windows_folder = {}, .seed = 3, .power_off = {}});
+  MountedPlatform b({.windows_folder = {}, .seed = 3, .power_off = {}});
+  std::set<double> values;
+  for (int i = 0; i < 1000; ++i) {
+    const double value = a.Random();
+    ASSERT_EQ(value, b.Random());
+    ASSERT_TRUE(value >= 0.0 && value < 1.0);
+    values.insert(value);
+  }
+  EXPECT_GT(values.size(), 990U);
+}
+
+TEST(MountedMachine, EveryErrorOfOursHasATextOfItsOwn) {
+  MountedPlatform platform;
+  std::set<std::string> texts;
+  const ErrorCode codes[] = {0,  1,  2,  3,  5,  6,  8,  18,  19,  21,  25,
+                             29, 30, 31, 32, 38, 50, 87, 112, 123, 234, 1392};
+  for (const ErrorCode code : codes) {
+    const std::string text = platform.ErrorText(code);
+    EXPECT_TRUE(text.ends_with(".\r\n")) << code;
+    EXPECT_TRUE(texts.insert(text).second) << code;
+  }
+  EXPECT_EQ(platform.ErrorText(error::kAccessDenied), "Access is denied.\r\n");
+  EXPECT_EQ(platform.ErrorText(4), "");
+}
+
+}  // namespace
+}  // namespace vornalux

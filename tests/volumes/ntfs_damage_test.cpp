@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// Volumes from strangers: whatever they say, there is an error code or an answer, and no crash.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+#include "host/image/refused.h"
+#include "support/seed.h"
+#include "volumes/ntfs_image.h"
+
+namespace vornalux::test {
+namespace {
+
+// Offsets of file records and index blocks.
+std::vector<std::size_t> Structures(const Bytes& image) {
+  std::vector<std::size_t> found;
+  for (std::size_t at = 0; at + 512 <= image.size(); at += 512) {
+    if (std::memcmp(&image[at], "FILE", 4) == 0 || std::memcmp(&image[at], "INDX", 4) == 0) {
+      found.push_back(at);
+    }
+  }
+  return found;
+}
+
+void Damage(Bytes& image, std::size_t structure, std::mt19937_64& random) {
+  constexpr std::uint64_t kNasty[] = {0,
+                                      1,
+                                      7,
+                                      0x7F,
+                                      0x80,
+                                      0xFF,
+                                      0x7FFF,
+                                      0xFFFF,
+                                      0xFFFFFFFF,
+                                      0x7FFFFFFFFFFFFFFF,
+                                      0xFFFFFFFFFFFFFFFF};
+  for (std::uint64_t changes = 1 + random() % 3; changes > 0; --changes) {
+    const std::size_t at = structure + random() % 500;
+    const std::uint64_t value = random() % 2 == 0 ? random() : kNasty[random() % std::size(kNasty)];
+    std::memcpy(&image[at], &value, std::size_t{1} << random() % 4);
+  }
+}
+
+Bytes ReadStart(MountedVolume& volume, const StreamRef& stream) {
+  Bytes content(1 << 16);
+  std::size_t done = 0;
+  if (volume.Read(stream, 0, content, done) != error::kSuccess) return {};
+  content.resize(done);
+  return content;
+}
+
+// Asks everything and moves a little of everything.
+void Exercise(MountedVolume& volume, std::mt19937_64& random) {
+  const std::int64_t total = volume.Facts().total_clusters;
+  for (const NamedStream& each : AllStreams(volume)) {
+    std::vector<Extent> extents;
+    volume.Extents(each.stream, extents);
+    const Bytes content = ReadStart(volume, each.stream);
+    if (extents.empty()) continue;
+    const bool is_mft = each.path.starts_with("/$MFT");  // which moving something changes
+    const auto vcn =
+        static_cast<std::int64_t>(random() % static_cast<std::uint64_t>(extents.back().NextVcn));
+    const auto lcn = static_cast<std::int64_t>(random() % static_cast<std::uint64_t>(total));
+    const ErrorCode code = volume.Move(each.stream, vcn, lcn, 1 + static_cast<int>(random() % 3));
+    if (code == error::kSuccess && !content.empty() && !is_mft) {
+      EXPECT_TRUE(ReadStart(volume, each.stream) == content) << each.path;
+    }
+  }
+}
+
+TEST(NtfsDamage, NoDamageCrashes) {
+  const std::uint64_t seed = TestSeed();
+  SCOPED_TRACE(SeedNote(seed));
+  const ImageFile image("damage");
+  MakeNtfs(image, 4 << 20, 512);
+  {
+    LibraryVolume library(image, LibraryVolume::Mode::ReadWrite);
+    FillVolume(library, 50, seed);
+    library.AddShattered(FILE_root, u"shattered", Content(400 * 512, 1), 5000);
+  }
+  const Bytes whole = image.Content();
+  const std::vector<std::size_t> structures = Structures(whole);
+  int opened = 0;
+  for (std::uint64_t round = 0; round < 300; ++round) {
+    SCOPED_TRACE("round " + std::to_string(round));
+    std::mt19937_64 random(seed * 100000 + round);
+    Bytes bytes = whole;
+    for (std::uint64_t i = 1 + random() % 8; i > 0; --i) {
+      Damage(bytes, structures[random() % structures.size()], random);
+    }
+    try {
+      MemoryVolume volume(std::move(bytes));
+      ++opened;
+      Exercise(*volume, random);
+    } catch (const VolumeRefused&) {
+    }
+  }
+  EXPECT_GT(opened, 100);
+}
+
+// The index entry of a folder's only item says that it is the folder itself.
+TEST(NtfsDamage, FoldersInsideThemselvesAreListedOnce) {
+  const ImageFile image("loop");
+  MakeNtfs(image, 4 << 20, 4096);
+  std::uint64_t outer = 0;
+  {
+    LibraryVolume library(image, LibraryVolume::Mode::ReadWrite);
+    outer = library.AddFolder(FILE_root, u"outer");
+    library.AddFolder(outer, u"inner");
+    ntfs_inode* inode = ntfs_inode_open(library.Volume(), outer);
+    {
+      const SearchContext context(ntfs_attr_get_search_ctx(inode, nullptr));
+      ASSERT_EQ(ntfs_attr_lookup(AT_INDEX_ROOT, NTFS_INDEX_I30, 4, CASE_SENSITIVE, 0, nullptr, 0,
+                                 context.get()),
+                0);
+      auto* root = reinterpret_cast<std::uint8_t*>(context->attr) +
+                   le16_to_cpu(context->attr->value_offset) + offsetof(INDEX_ROOT, index);
+      auto* entry = reinterpret_cast<INDEX_ENTRY*>(
+          root + le32_to_cpu(reinterpret_cast<INDEX_HEADER*>(root)->entries_offset));
+      entry->indexed_file = cpu_to_le64(outer);
+      ntfs_inode_mark_dirty(inode);
+    }
+    ASSERT_EQ(ntfs_inode_close(inode), 0);
+  }
+  MemoryVolume volume(image.Content());
+  std::vector<FolderItem> items;
+  ASSERT_EQ(volume->ListFolder(volume->Root(), items), error::kSuccess);
+  ASSERT_EQ(items.size(), 1U);
+  ASSERT_EQ(volume->ListFolder(outer, items), error::kSuccess);
+  ASSERT_EQ(items.size(), 1U);
+  EXPECT_EQ(items[0].id, outer);
+  EXPECT_EQ(volume->ListFolder(items[0].id, items), error::kFileCorrupt);
+}
+
+}  // namespace
+}  // namespace vornalux::test
