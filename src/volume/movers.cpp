@@ -225,6 +225,7 @@ std::int64_t Movers::DefragmentFileInFront(const std::string& path, bool use_res
   Item item;
   if (!Begin("DFR:", path, item)) return kCannotOpen;
   const std::int64_t bound = use_reserved_front ? geometry_.constants.ReservedFront : 0;
+  item.stays = item.stays || !item.extents.Fragmented();
   if (item.extents.Fragmented() && item.extents.FirstLcn() > bound) {
     for (const FreeRun& gap : *item.gaps) {
       if (gap.start >= bound) break;

@@ -112,11 +112,9 @@ INSTANTIATE_TEST_SUITE_P(
         ImageKind("ntfsSector4096",
                   "ntfs size=48M sector=4096 cluster=4096 files=80 crowd=70 "
                   "fragmented=50% fill=50% streams=20% sparse=20%"),
-        ImageKind("ntfsInPartition",
-                  "ntfs size=24M partitioned=1 files=80 fragmented=50% fill=50% "
-                  "streams=20% sparse=20%"),
         ImageKind("fat12", "fat12 size=4M files=60 folders=8 fragmented=50% deleted=10%"),
-        ImageKind("fat16", "fat16 size=32M files=150 folders=20 fragmented=50% deleted=10%"),
+        ImageKind("fat16InPartition",
+                  "fat16 partitioned=1 size=32M files=150 folders=20 fragmented=50% deleted=10%"),
         ImageKind("fat32",
                   "fat32 size=48M cluster=512 files=150 folders=20 fragmented=50% "
                   "fragmented-folders=50% deleted=10%")),

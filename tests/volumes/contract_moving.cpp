@@ -85,6 +85,8 @@ TEST_P(VolumeContract, TakenTargetsAreRefusedAndChangeNothing) {
   const Snapshot before = Take(Volume(), streams_);
   EXPECT_EQ(Volume().Move(file.ref, 0, file.extents[0].Lcn, kMost), error::kAccessDenied)
       << "onto itself";
+  EXPECT_EQ(Volume().Move(file.ref, 1, file.extents[0].Lcn, kMost), error::kAccessDenied)
+      << "the rest onto the start";
   // The last free cluster before a used one: the first target cluster is free, the second is not.
   std::int64_t edge = 0;
   while (edge + 1 < total && (IsUsed(before.bitmap, edge) || !IsUsed(before.bitmap, edge + 1))) {

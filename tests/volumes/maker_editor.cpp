@@ -120,8 +120,8 @@ FatEditor::FatEditor(std::vector<std::uint8_t> image, const CheckReport& sound)
 
 std::uint32_t FatEditor::Next(std::uint32_t cluster) const {
   const ByteSpan table(const_cast<std::uint8_t*>(bytes.data()) + tables_at_, table_size_);
-  if (bits_ == 32) return Get(table, 4 * cluster, 4) & 0x0FFFFFFF;
-  if (bits_ == 16) return static_cast<std::uint32_t>(Get(table, 2 * cluster, 2));
+  if (bits_ == 32) return Get(table, std::size_t{4} * cluster, 4) & 0x0FFFFFFF;
+  if (bits_ == 16) return static_cast<std::uint32_t>(Get(table, std::size_t{2} * cluster, 2));
   const auto pair = static_cast<std::uint32_t>(Get(table, cluster * 3 / 2, 2));
   return cluster % 2 == 0 ? pair & 0xFFF : pair >> 4;
 }
@@ -129,8 +129,8 @@ std::uint32_t FatEditor::Next(std::uint32_t cluster) const {
 void FatEditor::SetNextInCopy(int copy, std::uint32_t cluster, std::uint32_t next) {
   const ByteSpan table = ByteSpan(bytes).subspan(
       tables_at_ + static_cast<std::size_t>(copy) * table_size_, table_size_);
-  if (bits_ == 32) return Put(table, 4 * cluster, 4, next);
-  if (bits_ == 16) return Put(table, 2 * cluster, 2, next);
+  if (bits_ == 32) return Put(table, std::size_t{4} * cluster, 4, next);
+  if (bits_ == 16) return Put(table, std::size_t{2} * cluster, 2, next);
   const std::uint64_t pair = Get(table, cluster * 3 / 2, 2);
   Put(table, cluster * 3 / 2, 2,
       cluster % 2 == 0 ? (pair & 0xF000) | (next & 0xFFF) : (pair & 0xF) | (next & 0xFFF) << 4);

@@ -262,7 +262,7 @@ const NtfsDamage kDamages[] = {
     {"upper case table",
      [](NtfsEditor& e) {
        const ByteSpan table = e.At(e.Meta("/$UpCase").extents[0].lcn);
-       Put(table, 2 * 'B', 2, 0xFFFF);
+       Put(table, std::size_t{2} * 'B', 2, 0xFFFF);
      },
      "comes after"},
     {"no $Bitmap",

@@ -169,10 +169,13 @@ TEST_F(MakerTest, FragmentsAreExact) {
 
 TEST_F(MakerTest, ShreddedFilesAndTheFileTableHaveTheirNumber) {
   for (const std::int64_t extents : {2, 1000, 3000}) {
-    const std::string number = std::to_string(extents);
     for (const std::string kind : {"fat32 size=80M", "ntfs size=80M mft-pieces=30"}) {
-      SCOPED_TRACE(kind + ":" + number);
-      const CheckReport report = Make(kind + " files=300 shredded=2:" + number);
+      Recipe recipe = Recipe::Parse(kind);
+      recipe.files = 300;
+      recipe.shredded = 2;
+      recipe.shredded_extents = extents;
+      SCOPED_TRACE(recipe.Text());
+      const CheckReport report = Make(recipe);
       int found = 0;
       for (const CheckedItem& item : report.items) {
         if (item.path.find("/shredded ") == std::string::npos) continue;

@@ -67,6 +67,7 @@ class MountedPlatformTest : public testing::Test {
     volume_.AddFile("Dir\\holes", {{110, 1}, {-1, 4}, {120, 2}});
     volume_.AddMft({{16, 20}});
     const ItemId dir = *volume_.Find("Dir");
+    volume_.AddStream(dir, "tag", std::vector<SimulatedRun>{{310, 1}});
     volume_.AddItem(dir, "case", std::vector<SimulatedRun>{{400, 1}}, attribute::kArchive);
     volume_.AddItem(dir, "CASE", std::vector<SimulatedRun>{{401, 1}}, attribute::kArchive);
     volume_.AddItem(dir, "a:b", std::vector<SimulatedRun>{{402, 1}}, attribute::kArchive);
@@ -144,6 +145,7 @@ TEST_F(MountedPlatformTest, FoldersOpenWithBackupSemanticsOnly) {
       EXPECT_EQ(platform_.OpenPath("C:\\Dir", access, flags).error, error::kAccessDenied);
       EXPECT_EQ(platform_.OpenPath("C:\\", access, flags).error, error::kAccessDenied);
       EXPECT_EQ(platform_.OpenPath("C:\\Dir\\holes", access, flags).error, error::kSuccess);
+      EXPECT_EQ(platform_.OpenPath("C:\\Dir:tag", access, flags).error, error::kSuccess);
     }
     EXPECT_EQ(platform_.OpenPath("C:\\Dir", access, kBackup).error, error::kSuccess);
   }

@@ -96,10 +96,10 @@ TEST_P(NtfsMoves, ThousandsOfRandomMovesLeaveEverythingWhole) {
 }
 
 INSTANTIATE_TEST_SUITE_P(ClusterSizes, NtfsMoves,
-                         testing::Values(Geometry{512, 24 << 20, 900, 4000},
-                                         Geometry{4096, 64 << 20, 700, 4000},
-                                         Geometry{16384, 128 << 20, 400, 2000},
-                                         Geometry{65536, 512 << 20, 400, 1500}),
+                         testing::Values(Geometry{512, 12 << 20, 400, 3000},
+                                         Geometry{4096, 48 << 20, 400, 3000},
+                                         Geometry{16384, 96 << 20, 200, 1500},
+                                         Geometry{65536, 192 << 20, 100, 1000}),
                          testing::PrintToStringParamName());
 
 }  // namespace

@@ -12,7 +12,7 @@ namespace vornalux {
 namespace checking {
 namespace {
 
-constexpr std::uint64_t kFolderLimit = 65536 * 32;  // bytes
+constexpr std::uint64_t kFolderLimit = 65536U * 32U;  // bytes
 
 class FatJudge {
  public:

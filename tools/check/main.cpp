@@ -72,7 +72,7 @@ int Run(const Arguments& arguments) {
 }  // namespace
 }  // namespace vornalux
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   vornalux::Arguments arguments;
   CLI::App app(
       "Judges the structure and content of an NTFS or FAT volume from its raw bytes.\n"
@@ -91,10 +91,8 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;
   }
-  try {
-    return vornalux::Run(arguments);
-  } catch (const std::exception& error) {
-    std::cerr << "vornalux-check: " << error.what() << '\n';
-    return 2;
-  }
+  return vornalux::Run(arguments);
+} catch (const std::exception& error) {
+  std::cerr << "vornalux-check: " << error.what() << '\n';
+  return 2;
 }

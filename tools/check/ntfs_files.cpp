@@ -87,7 +87,8 @@ bool NtfsFiles::LoadTable() {
     problems_.Add("$MFT: cannot be read");
     return false;
   }
-  stored_start_.assign(table_.begin(), table_.begin() + ntfs::kFirstReserved * size);
+  const Bytes start = Part(table_, 0, std::size_t{4} * size);
+  stored_start_.assign(start.begin(), start.end());
   return true;
 }
 

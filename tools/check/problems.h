@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vornalux::checking {
@@ -20,7 +21,12 @@ class Problems {
     if (out_.size() > limit_) return;
     std::ostringstream text;
     (text << ... << parts);
-    out_.push_back(text.str());
+    std::string line = text.str();
+    // Names come from the volume: they must not break lines or talk to a terminal.
+    for (char& c : line) {
+      if (static_cast<unsigned char>(c) < 0x20) c = '?';
+    }
+    out_.push_back(std::move(line));
   }
 
  private:

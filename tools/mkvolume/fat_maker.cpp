@@ -26,7 +26,7 @@ std::uint32_t PickCluster(const Recipe& recipe) {
   if (recipe.cluster != 0) return recipe.cluster;
   std::uint32_t cluster = recipe.sector;
   if (recipe.kind == VolumeKind::Fat32) {
-    while (cluster < 4096 && recipe.size / (2 * cluster) > 70'000) cluster *= 2;
+    while (cluster < 4096 && recipe.size / cluster / 2 > 70'000) cluster *= 2;
     return cluster;
   }
   const std::uint64_t most = recipe.kind == VolumeKind::Fat12 ? 4000 : 65'000;
@@ -73,7 +73,7 @@ Layout Layout::Read(const Image& image) {
   layout.data = layout.table + layout.tables * layout.table_size;
   if (layout.root_entries != 0) {
     layout.root = layout.data;
-    layout.data += (32 * layout.root_entries + sector - 1) / sector * sector;
+    layout.data += (std::uint64_t{32} * layout.root_entries + sector - 1) / sector * sector;
   } else {
     layout.info = sector * Number(boot, 48, 2);
   }

@@ -13,8 +13,6 @@
 #include <stdexcept>
 #include <utility>
 
-extern char** environ;
-
 namespace vornalux::making {
 namespace {
 
@@ -115,6 +113,7 @@ void RunTool(const std::vector<std::string>& command) {
   posix_spawn_file_actions_adddup2(&actions, pipe_ends[1], 1);
   posix_spawn_file_actions_adddup2(&actions, pipe_ends[1], 2);
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   pid_t child = 0;

@@ -31,7 +31,7 @@ constexpr const char* kDescription =
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   std::string image;
   std::string manifest_path;
   std::vector<std::string> words;
@@ -40,17 +40,15 @@ int main(int argc, char** argv) {
   app.add_option("recipe", words, "words of the recipe");
   app.add_option("--manifest", manifest_path, "write what the volume holds to this file");
   CLI11_PARSE(app, argc, argv);
-  try {
-    std::string text;
-    for (const std::string& word : words) text += word + " ";
-    const vornalux::Recipe recipe = vornalux::Recipe::Parse(text);
-    const vornalux::Manifest manifest = vornalux::MakeVolume(recipe, image);
-    if (!manifest_path.empty()) manifest.Save(manifest_path);
-    std::cout << image << ": " << manifest.entries.size() << " streams and folders, recipe "
-              << recipe.Text() << '\n';
-  } catch (const std::exception& error) {
-    std::cerr << "vornalux-mkvolume: " << error.what() << '\n';
-    return 1;
-  }
+  std::string text;
+  for (const std::string& word : words) text += word + " ";
+  const vornalux::Recipe recipe = vornalux::Recipe::Parse(text);
+  const vornalux::Manifest manifest = vornalux::MakeVolume(recipe, image);
+  if (!manifest_path.empty()) manifest.Save(manifest_path);
+  std::cout << image << ": " << manifest.entries.size() << " streams and folders, recipe "
+            << recipe.Text() << '\n';
   return 0;
+} catch (const std::exception& error) {
+  std::cerr << "vornalux-mkvolume: " << error.what() << '\n';
+  return 1;
 }

@@ -118,7 +118,7 @@ MountedNtfs::MountedNtfs(Image& image) {
     errno = code;
     NtfsFailed("cannot mount the new volume");
   }
-  state.release();  // deleted with the mount
+  static_cast<void>(state.release());  // deleted with the mount
   NVolSetCompression(volume_);
 }
 

@@ -3,6 +3,7 @@
 // the library places as it likes; then, knowing what is free, every other stream and all that the
 // library has placed is given its clusters by plan.
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <stdexcept>
 
@@ -80,12 +81,26 @@ class NtfsMaker {
   std::vector<Deferred> deferred_;
 };
 
+// mkntfs draws a serial number; one that follows from the seed makes images easier to compare.
+void SetSerial(Image& image, const Recipe& recipe) {
+  std::array<std::uint8_t, 8> serial{};
+  std::uint64_t value = KeyOf(recipe.seed, "serial");
+  for (std::uint8_t& byte : serial) {
+    byte = static_cast<std::uint8_t>(value);
+    value >>= 8;
+  }
+  const std::uint64_t backup = (recipe.size / recipe.sector - 1) * recipe.sector;
+  image.Write(0x48, serial);
+  image.Write(backup + 0x48, serial);
+}
+
 Image NtfsMaker::Format(const Recipe& recipe, const std::string& path) {
   Image image = Image::Create(path, recipe.size);
   const std::uint32_t cluster = recipe.cluster != 0 ? recipe.cluster : 4096;
   RunTool({"mkntfs", "-F", "-Q", "-q", "-s", std::to_string(recipe.sector), "-c",
            std::to_string(std::max(cluster, recipe.sector)), "-p", "0", "-H", "0", "-S", "0",
            path});
+  SetSerial(image, recipe);
   return image;
 }
 

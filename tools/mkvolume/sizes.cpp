@@ -94,7 +94,7 @@ std::int64_t PiecesFor(const Recipe& recipe, std::uint64_t key, bool is_folder,
   Random random(KeyOf(key, "pieces"));
   const double share = is_folder ? recipe.fragmented_folders : recipe.fragmented;
   if (clusters < 2 || !random.Chance(share)) return 1;
-  const std::int64_t pieces = 2 + random.Between(0, 2 * (recipe.pieces - 2));
+  const std::int64_t pieces = 2 + random.Between(0, std::int64_t{2} * (recipe.pieces - 2));
   return std::min(pieces, clusters);
 }
 

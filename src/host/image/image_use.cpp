@@ -97,13 +97,17 @@ std::optional<std::string> FindMount(const struct stat& ours, const UseSources& 
   return std::nullopt;
 }
 
+std::string AttachedTo(const std::string& device) {
+  return "is attached to " + device + " (losetup -d " + device + " detaches it)";
+}
+
 std::optional<std::string> FindLoopDevice(const struct stat& ours, const UseSources& sources) {
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator(sources.sys + "/block", error)) {
     const std::string name = entry.path().filename();
-    if (name.rfind("loop", 0) != 0) continue;
+    if (!name.starts_with("loop")) continue;
     if (SameThing(ours, FirstLine(entry.path() / "loop/backing_file"))) {
-      return "is attached to /dev/" + name + " (losetup -d /dev/" + name + " detaches it)";
+      return AttachedTo("/dev/" + name);
     }
   }
   return std::nullopt;

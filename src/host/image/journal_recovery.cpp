@@ -193,7 +193,7 @@ JournalFinding RedoJournal::Recover(const VolumeIdentity& identity) try {
   if (const std::error_code error = ReadHeader(store_, kRecordOffset, record)) {
     return Trouble(error);
   }
-  const JournalFinding idle = JudgeIdentity(first, record, identity);
+  JournalFinding idle = JudgeIdentity(first, record, identity);
   if (idle.state != JournalState::Idle) return idle;
 
   const std::optional<RecordHeader> header = DecodeRecordHeader(record);

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <set>
 #include <utility>
 
 namespace vornalux {
@@ -12,7 +13,7 @@ namespace {
 
 constexpr std::size_t kLabelColumns = 24;
 constexpr std::size_t kNumberColumns = 14;
-constexpr std::size_t kFailuresShown = 10;
+constexpr std::ptrdiff_t kFailuresShown = 10;
 
 std::string Right(const std::string& text) {
   return std::string(kNumberColumns - std::min(kNumberColumns, text.size()), ' ') + text;
@@ -103,7 +104,13 @@ std::string Share(const Row& row, const AnalysisFigures& figures) {
   return "";
 }
 
+// Mostly zero, and then not worth a line.
+bool Shown(const Row& row, const AnalysisFigures& figures) {
+  return row.figure != &AnalysisFigures::locked_files || figures.locked_files != 0;
+}
+
 void AddRow(std::string& text, const Row& row, const AnalysisFigures& figures) {
+  if (!Shown(row, figures)) return;
   const std::string share = Share(row, figures);
   text += "  " + Left(row.label) + Right(Grouped(figures.*row.figure)) +
           (share.empty() ? "" : "   " + share) + "\n";
@@ -111,6 +118,7 @@ void AddRow(std::string& text, const Row& row, const AnalysisFigures& figures) {
 
 void AddRow(std::string& text, const Row& row, const AnalysisFigures& before,
             const std::optional<AnalysisFigures>& after) {
+  if (!Shown(row, before) && !(after && Shown(row, *after))) return;
   text += "  " + Left(row.label) + Right(Grouped(before.*row.figure)) +
           Right(after ? Grouped((*after).*row.figure) : "-") + "\n";
 }
@@ -129,19 +137,20 @@ std::string ReasonText(const MoveFailure& failure) {
   return "";
 }
 
+// A file may be tried in more than one step of a pass; once is enough to tell.
 std::string Failures(const std::vector<MoveFailure>& failures, Charset charset) {
-  if (failures.empty()) return "";
-  std::string text = "\n  Left where they were: " + Grouped(std::ssize(failures)) + "\n";
-  const std::size_t shown = std::min(failures.size(), kFailuresShown);
-  for (std::size_t i = 0; i < shown; ++i) {
-    text +=
-        "    " + PrintableText(failures[i].path, charset) + "  (" + ReasonText(failures[i]) + ")\n";
+  std::string lines;
+  std::set<std::string> told;
+  for (const MoveFailure& failure : failures) {
+    const std::string line =
+        "    " + PrintableText(failure.path, charset) + "  (" + ReasonText(failure) + ")\n";
+    if (told.insert(line).second && std::ssize(told) <= kFailuresShown) lines += line;
   }
-  const std::size_t more = failures.size() - shown;
-  if (more > 0) {
-    text += "    and " + Grouped(static_cast<std::int64_t>(more)) + " more; --json lists all\n";
+  if (told.empty()) return "";
+  if (std::ssize(told) > kFailuresShown) {
+    lines += "    and " + Grouped(std::ssize(told) - kFailuresShown) + " more; --json lists all\n";
   }
-  return text;
+  return "\n  Left where they were: " + Grouped(std::ssize(told)) + "\n" + lines;
 }
 
 std::string Moves(const MoveStatistics& moved, const VolumeDescription& volume, bool stopped,
