@@ -162,6 +162,17 @@ TEST(ClusterMap, ColoursAndRounding) {
   }
 }
 
+TEST(ClusterMap, MftIsPaintedOneClusterPastItsEnd) {
+  SimulatedVolume volume({.total_clusters = 24 * 64, .mft_zone = {640, 640}});
+  volume.AddMft({{128, 64}});
+  Rig rig(volume);
+  rig.window.RedrawClusterMap();
+  const std::vector<Colour> strip = Strip(rig);
+  EXPECT_EQ(std::vector<Colour>(strip.begin(), strip.begin() + 5),
+            (std::vector<Colour>{0x004000, 0x004000, 0x00C0C0, 0x00C0C0, 0x004000}));
+  EXPECT_EQ(strip[10], map_colour::kMftZone);
+}
+
 TEST(ClusterMap, HostileZonesAndTinyVolumes) {
   constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
   constexpr std::int32_t kLeast = std::numeric_limits<std::int32_t>::min();

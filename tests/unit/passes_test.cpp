@@ -39,10 +39,10 @@ RandomVolumeOptions RandomOptions(SeededRandom& random) {
 struct Scene {
   explicit Scene(std::uint64_t seed) : random(seed) {
     volume = MakeRandomVolume(RandomOptions(random), seed);
-    volume->AddFolder("Windows\\Prefetch");
-    AddFile("Windows\\Prefetch\\A.pf");
-    AddFile("Windows\\Prefetching.txt");
-    AddFile(".hidden\\inside");
+    volume->AddFolder("Windows\\Prefetch", FreeCluster());
+    volume->AddFile("Windows\\Prefetch\\A.pf", FreeCluster());
+    volume->AddFile("Windows\\Prefetching.txt", FreeCluster());
+    volume->AddFile(".hidden\\inside", FreeCluster());
     settings.vss_safe = random.Chance(0.5);
     settings.debug_log = random.Chance(0.5);
     for (int nth = 1; nth < 500; ++nth) {
@@ -63,15 +63,14 @@ struct Scene {
     return "C:\\" + volume->PathOf(item);
   }
 
-  // A file of one cluster where there is room.
-  void AddFile(const std::string& path) {
+  // One cluster, where there is room.
+  std::vector<SimulatedRun> FreeCluster() const {
     for (std::int64_t lcn = 1; lcn < volume->Facts().total_clusters; ++lcn) {
       std::uint8_t byte[1];
       volume->CopyBitmap(lcn / 8 * 8, byte);
-      if (byte[0] >> (lcn % 8) & 1) continue;
-      volume->AddFile(path, {{lcn, 1}});
-      return;
+      if ((byte[0] >> (lcn % 8) & 1) == 0) return {{lcn, 1}};
     }
+    return {};
   }
 
   SeededRandom random;
@@ -233,6 +232,60 @@ TEST(Passes, ResultsOfAnalysisAreShown) {
   EXPECT_EQ(shown(),
             "files: 3 | dirs: 1 | free: 87 (87%) | fragmented: 1 | fragments: 3 | max/file: 3 | "
             "[1] [3] [0] ");
+}
+
+// One file, one gap, the front limit at 100: where the file is asked to go, -1 for nowhere.
+TEST(Movers, Limits) {
+  const auto extents = [](std::int64_t count) {
+    std::vector<SimulatedRun> runs;
+    for (std::int64_t i = 0; i < count; ++i) runs.push_back({200 + 5 * i, 4});
+    return runs;
+  };
+  struct Case {
+    const char* mover;
+    std::vector<SimulatedRun> file;
+    SimulatedRun gap;
+    std::int64_t target;
+  };
+  const Case cases[] = {
+      {"MVE", {{200, 4}}, {100, 9}, -1},
+      {"MVE", {{200, 4}}, {101, 4}, 101},
+      {"MVE", {{200, 4}}, {101, 3}, -1},
+      {"MVE", {{50, 4}}, {300, 4}, 300},
+      {"OPT", {{200, 4}}, {100, 9}, -1},
+      {"OPT", {{200, 4}}, {101, 4}, 101},
+      {"OPT", {{200, 4}}, {204, 9}, -1},
+      {"OPT", {{99, 4}}, {300, 9}, -1},
+      {"PRF", {{200, 4}}, {99, 4}, 99},
+      {"PRF", {{200, 4}}, {100, 9}, -1},
+      {"DFR", {{200, 2}, {210, 2}}, {300, 4}, 300},
+      {"DFR", {{200, 2}, {210, 2}}, {300, 3}, 300},
+      {"MFT", {{101, 20}, {240, 20}}, {50, 40}, 50},
+      {"MFT", {{100, 20}, {240, 20}}, {50, 40}, -1},
+      {"MFT", {{200, 20}, {240, 20}}, {99, 40}, 99},
+      {"MFT", {{200, 20}, {240, 20}}, {100, 40}, -1},
+      {"MFT", {{200, 40}}, {50, 40}, -1},
+      {"MFT", extents(11), {300, 5}, -1},
+      {"MFT", extents(12), {300, 5}, 300},
+  };
+  for (const Case& test : cases) {
+    SCOPED_TRACE(std::string(test.mover) + " to " + std::to_string(test.gap.lcn));
+    SimulatedVolume volume({.total_clusters = 400});
+    const std::string mover = test.mover;
+    mover == "MFT" ? volume.AddMft(test.file) : volume.AddFile("f", test.file);
+    volume.TakeClusters(0, 400);
+    volume.ReleaseClusters(test.gap.lcn, test.gap.count);
+    Rig rig(volume);
+    rig.engine.geometry.constants.ReservedFront = 100;
+    Movers& movers = rig.engine.movers;
+    if (mover == "MVE") movers.MoveWholeFile("C:\\f");
+    if (mover == "OPT") movers.OptimizeFile("C:\\f");
+    if (mover == "PRF") movers.PlacePrefetchFile("C:\\f");
+    if (mover == "DFR") movers.DefragmentFile("C:\\f");
+    if (mover == "MFT") movers.DefragmentFileInFront("C:\\$MFT", true);
+    const std::vector<MoveRequest> requests = Requests(rig);
+    EXPECT_EQ(requests.empty() ? -1 : requests[0].lcn, test.target);
+  }
 }
 
 }  // namespace

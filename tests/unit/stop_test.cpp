@@ -48,6 +48,11 @@ struct StoppedRun {
     return streams == calls.end();
   }
   std::vector<CallRecord> Moves() const { return rig.machine->Log().Of(CallKind::MoveClusters); }
+  std::ptrdiff_t CallsAfterStop(CallKind kind) const {
+    const auto& calls = rig.machine->Log().Calls();
+    return std::count_if(calls.begin() + static_cast<std::ptrdiff_t>(calls_at_stop), calls.end(),
+                         [&](const CallRecord& call) { return call.kind == kind; });
+  }
   bool Stopped(const char* caption) const { return caption_at_stop.starts_with(caption); }
 
   std::unique_ptr<SimulatedVolume> volume;
@@ -75,6 +80,8 @@ void ExpectStopped(const StoppedRun& run, Pass pass) {
       run.Stopped("Volume") || run.Stopped("Enumerating") || run.Stopped("Analyzing");
   if (run.Stopped("Enumerating")) {
     EXPECT_EQ(rig.window.progress.value.get(), 0);
+    // The walk ends in the folder that it is about to enter.
+    EXPECT_LE(run.CallsAfterStop(CallKind::FindFirst), 1);
   }
   if (analysing) {
     EXPECT_EQ(run.Handled(false), std::vector<std::string>());

@@ -23,7 +23,7 @@ class MakerTest : public test::ImageFolder {
   // Makes a volume and checks structure and content.
   CheckReport Make(const Recipe& recipe) {
     manifest_ = MakeVolume(recipe, Path("v.img"));
-    const CheckReport report =
+    CheckReport report =
         CheckVolume(Path("v.img"), {.offset = recipe.partitioned ? kPartition : 0, .hash = true});
     EXPECT_TRUE(report.Clean()) << report.ProblemText();
     EXPECT_FALSE(report.dirty);
@@ -142,6 +142,41 @@ TEST_F(MakerTest, TheSameRecipeGivesTheSameVolume) {
     EXPECT_NE(CheckVolume(Path("other.img")).items.size(), 0U);
     EXPECT_NE(MakeVolume(std::string(text) + " seed=2", Path("other.img")).entries,
               manifest.entries);
+  }
+}
+
+TEST_F(MakerTest, EveryByteOfContentCounts) {
+  const std::uint64_t seed = test::TestSeed();
+  std::mt19937_64 random(seed);
+  for (const char* text : {"fat16 size=20M files=100 fragmented=50%",
+                           "ntfs size=20M files=100 fragmented=50% streams=20% sparse=20%"}) {
+    Recipe recipe = Recipe::Parse(text);
+    recipe.seed = seed;
+    SCOPED_TRACE(recipe.Text() + " " + test::SeedNote(seed));
+    const CheckReport report = Make(recipe);
+    test::Bytes image = Get("v.img");
+    const std::uint64_t first =
+        recipe.IsNtfs()
+            ? 0
+            : image.size() - static_cast<std::uint64_t>(report.clusters) * report.cluster_size;
+    for (const CheckedItem& item : report.items) {
+      if (item.is_folder || item.extents.empty() || random() % 8 != 0) continue;
+      const CheckedExtent& extent = item.extents[random() % item.extents.size()];
+      if (extent.lcn < 0) continue;
+      const std::uint64_t start = static_cast<std::uint64_t>(extent.vcn) * report.cluster_size;
+      const std::uint64_t bytes = std::min(
+          item.size - start, static_cast<std::uint64_t>(extent.count) * report.cluster_size);
+      const std::uint64_t byte = random() % 2 == 0 ? bytes - 1 : random() % bytes;
+      const std::uint64_t at =
+          first + static_cast<std::uint64_t>(extent.lcn) * report.cluster_size + byte;
+      image[at] ^= 1;
+      const CheckReport changed = CheckVolume(MemorySource(image), {.hash = true});
+      image[at] ^= 1;
+      EXPECT_TRUE(changed.Clean()) << changed.ProblemText();
+      const std::string key = item.path + (item.stream.empty() ? "" : ":" + item.stream);
+      EXPECT_EQ(CompareContent(changed.items, manifest_),
+                std::vector<std::string>{"content differs: " + key});
+    }
   }
 }
 

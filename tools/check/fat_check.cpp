@@ -12,7 +12,7 @@ namespace vornalux {
 namespace checking {
 namespace {
 
-constexpr std::uint64_t kFolderLimit = 65536U * 32U;  // bytes
+constexpr std::uint64_t kFolderLimit = std::uint64_t{65536} * 32;  // bytes
 
 class FatJudge {
  public:
