@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The loops that see every cluster, beside a plain read of the same memory: compare bytes_per_second
-// within one run, never across runs.
+// The loops that see every cluster, beside a plain read of the same memory: compare
+// bytes_per_second within one run, never across runs.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>

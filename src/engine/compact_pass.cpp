@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
+#include <limits>
+
 #include "engine/passes.h"
 
 namespace vornalux {
@@ -30,6 +32,8 @@ bool Passes::compactquick() {
   RedrawUnlessStopped();
   ShowCaption("Compacting volume ");
   CompactPhase(table_.OptimizeFiles.paths, &Movers::OptimizeFile);
+  // The prefetch files count in the range but are not handled.
+  if (!flags_.StopRequested) view_.SetValue(std::numeric_limits<std::int64_t>::max());
 
   Redraw();
   // The redraw has just computed it anew; until the next one no file counts as lying in front.

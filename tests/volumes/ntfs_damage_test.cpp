@@ -9,6 +9,12 @@
 #include "support/seed.h"
 #include "volumes/ntfs_image.h"
 
+extern "C" {
+#include <ntfs-3g/attrlist.h>
+}
+#undef min
+#undef max
+
 namespace vornalux::test {
 namespace {
 
@@ -131,6 +137,36 @@ TEST(NtfsDamage, FoldersInsideThemselvesAreListedOnce) {
   ASSERT_EQ(items.size(), 1U);
   EXPECT_EQ(items[0].id, outer);
   EXPECT_EQ(volume->ListFolder(items[0].id, items), error::kFileCorrupt);
+}
+
+// Two files alike; the attribute list of one names the records of the other.
+TEST(NtfsDamage, RecordsOfAnotherFileAreNotTakenForOwn) {
+  const ImageFile image("stolen");
+  MakeNtfs(image, 8 << 20, 512);
+  StreamRef thief;
+  StreamRef owner;
+  {
+    LibraryVolume library(image, LibraryVolume::Mode::ReadWrite);
+    thief.item = library.AddShattered(FILE_root, u"thief", Content(600 * 512, 1), 9000);
+    owner.item = library.AddShattered(FILE_root, u"owner", Content(600 * 512, 2), 12000);
+    ntfs_inode* from = ntfs_inode_open(library.Volume(), owner.item);
+    ntfs_inode* to = ntfs_inode_open(library.Volume(), thief.item);
+    ASSERT_TRUE(from->attr_list_size > 0 && from->attr_list_size == to->attr_list_size);
+    for (std::uint32_t at = 0; at < to->attr_list_size;) {
+      auto* entry = reinterpret_cast<ATTR_LIST_ENTRY*>(to->attr_list + at);
+      const auto* other = reinterpret_cast<const ATTR_LIST_ENTRY*>(from->attr_list + at);
+      if (entry->lowest_vcn != 0) entry->mft_reference = other->mft_reference;
+      at += le16_to_cpu(entry->length);
+    }
+    ntfs_attrlist_mark_dirty(to);
+    ASSERT_EQ(ntfs_inode_close(to) | ntfs_inode_close(from), 0);
+  }
+  MemoryVolume volume(image.Content());
+  std::vector<Extent> extents;
+  EXPECT_EQ(volume->Extents(owner, extents), error::kSuccess);
+  EXPECT_EQ(extents.size(), 600U);
+  EXPECT_EQ(volume->Extents(thief, extents), error::kFileCorrupt);
+  EXPECT_EQ(volume->Move(thief, 599, 15000, 1), error::kFileCorrupt);
 }
 
 }  // namespace

@@ -155,7 +155,14 @@ Outcome RunOnVolumes(Session& session, const Options& options, Charset charset) 
 
 ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset charset) {
   Session session(options, desktop, charset);
-  Outcome outcome = RunOnVolumes(session, options, charset);
+  Outcome outcome;
+  try {
+    outcome = RunOnVolumes(session, options, charset);
+  } catch (const std::exception& error) {
+    // What was moved so far is made durable all the same.
+    desktop.Say(error.what());
+    outcome.code = ExitCode::Failed;
+  }
   if (!session.Close()) outcome.code = ExitCode::Failed;
   if (outcome.code == ExitCode::Stopped) desktop.Say("Stopped.");
   std::cout << outcome.output << std::flush;
