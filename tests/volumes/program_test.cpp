@@ -274,6 +274,18 @@ TEST_F(ProgramTest, StoppedInTheMiddleTheVolumeIsInOrder) {
   }
 }
 
+TEST_F(ProgramTest, MapAndReportOfALookLeaveTheVolumeAlone) {
+  Make(kNtfs);
+  EXPECT_EQ(RunProgram({"map", image_}).code, 2) << "--png is what it is for";
+  EXPECT_EQ(RunProgram({"map", image_, "--png", Path("none/map.png")}).code, 1);
+  const ProgramEnd end = RunProgram({"map", image_, "--png", Path("a"), "--report", Path("b")});
+  EXPECT_EQ(end.code, 0) << end.err;
+  EXPECT_EQ(end.out, "");
+  EXPECT_GT(Get("a").size(), 100u);
+  EXPECT_GT(Get("b").size(), 1000u);
+  EXPECT_EQ(Get("disk.img"), before_);
+}
+
 TEST_F(ProgramTest, KilledInTheMiddleTheNextRunMakesItWhole) {
   for (const char* recipe : {kFull, "ntfs size=32M files=400 fragmented=100% pieces=8 fill=95%"}) {
     Make(recipe);

@@ -4,10 +4,15 @@
 #include <unistd.h>
 
 #include <exception>
+#include <fstream>
 #include <iostream>
+#include <span>
+#include <stdexcept>
 #include <string>
 
 #include "host/mounted/windows_path.h"
+#include "host/terminal/html_report.h"
+#include "host/terminal/map_image.h"
 #include "host/terminal/results.h"
 #include "host/terminal/results_json.h"
 #include "host/terminal/results_text.h"
@@ -46,6 +51,33 @@ ExitCode Analyze(Program& program, bool classes) {
   return window.last_run_failed ? ExitCode::Failed : ExitCode::Done;
 }
 
+void WriteFile(const std::string& path, std::span<const char> content) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file.write(content.data(), static_cast<std::streamsize>(content.size()));
+  file.close();
+  if (!file) throw std::runtime_error(path + " cannot be written.");
+}
+
+// The map with its candidates as the window shows it now.
+MapColumns DrawnMap(DefragWindow& window) {
+  window.RedrawClusterMap();
+  return CaptureMap(window.Picdepartvolume);
+}
+
+void WritePictures(const Options& options, const ReportContent& report) {
+  const bool ran = !report.map_after.empty();
+  if (!options.png.empty()) {
+    const std::vector<std::uint8_t> png =
+        EncodePng(DrawMapWithLegend(ran ? report.map_after : report.map_before, report.legend));
+    WriteFile(options.png, {reinterpret_cast<const char*>(png.data()), png.size()});
+  }
+  if (!options.report.empty()) WriteFile(options.report, ToHtml(report));
+}
+
+bool WantsPictures(const Options& options) {
+  return !options.png.empty() || !options.report.empty();
+}
+
 Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
   Outcome outcome;
   outcome.code = Analyze(session.program(), options.classes);
@@ -55,8 +87,24 @@ Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
                            .figures = CollectFigures(engine),
                            .list = {}};
   if (options.list) result.list = CollectFragmentedFiles(engine);
-  outcome.output = Present(result, options, charset);
+  if (WantsPictures(options)) {
+    DefragWindow& window = session.program().main_window;
+    ReportContent report;
+    report.action = "Analysis";
+    report.volume = result.volume;
+    report.before = result.figures;
+    report.fragmented = CollectFragmentedFiles(engine);
+    report.map_before = DrawnMap(window);
+    report.legend = CollectLegend(window);
+    WritePictures(options, report);
+  }
+  if (options.command == Command::Analyze) outcome.output = Present(result, options, charset);
   return outcome;
+}
+
+const char* ActionName(Command command) {
+  if (command == Command::Optimize) return "Optimization";
+  return command == Command::Compact ? "Compaction" : "Defragmentation";
 }
 
 MenuItem& CommandItem(DefragWindow& window, Command command) {
@@ -71,11 +119,13 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
   PassResult result;
   result.volume = *session.Volume(options.volumes.front().letter);
 
+  ReportContent report;
   Outcome outcome;
   outcome.code = Analyze(program, classes);
   if (outcome.code == ExitCode::Failed) return outcome;
   if (outcome.code == ExitCode::Done) {
     result.before = CollectFigures(window.engine);
+    if (WantsPictures(options)) report.map_before = DrawnMap(window);
     window.engine.movers.statistics.Reset();
     CommandItem(window, options.command).Click();
     result.moved = window.engine.movers.statistics;
@@ -87,6 +137,18 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
     if (outcome.code == ExitCode::Done) result.after = CollectFigures(window.engine);
   }
   result.stopped = outcome.code == ExitCode::Stopped;
+  if (WantsPictures(options) && result.before) {
+    report.action = ActionName(options.command);
+    report.volume = result.volume;
+    report.before = result.before;
+    report.after = result.after;
+    report.moved = result.moved;
+    report.stopped = result.stopped;
+    report.fragmented = CollectFragmentedFiles(window.engine);
+    report.map_after = DrawnMap(window);
+    report.legend = CollectLegend(window);
+    WritePictures(options, report);
+  }
   outcome.output = Present(result, options, charset);
   return outcome;
 }
@@ -149,7 +211,7 @@ bool SelectVolume(Session& session, const Options& options) {
 Outcome RunOnVolumes(Session& session, const Options& options, Charset charset) {
   if (options.command == Command::Job) return RunJob(session, options, charset);
   if (!SelectVolume(session, options)) return {.code = ExitCode::Usage, .output = {}};
-  if (options.command == Command::Analyze) return RunAnalyze(session, options, charset);
+  if (OnlyLooks(options.command)) return RunAnalyze(session, options, charset);
   return RunPass(session, options, charset);
 }
 

@@ -77,6 +77,7 @@ std::string FigureTable(const ReportContent& report) {
   std::string html = "<table><tr><th></th><th class=n>";
   html += both ? "before</th><th class=n>after</th></tr>\n" : "</th></tr>\n";
   for (const FigureRow& row : FigureRows()) {
+    if (row.of_classes && !(report.before && HasClasses(*report.before))) continue;
     const auto number = [&row](const std::optional<AnalysisFigures>& figures) {
       return figures ? std::to_string((*figures).*row.figure) : std::string("&ndash;");
     };
@@ -134,7 +135,6 @@ std::string ToHtml(const ReportContent& report) {
       "</h1>\n<p class=sub>" + Text(volume.image) + " &middot; " + Text(volume.file_system) +
       " &middot; clusters of " + std::to_string(volume.cluster_bytes) + " bytes";
   if (report.stopped) html += " &middot; stopped before the end";
-  if (report.dry_run) html += " &middot; dry run: nothing was written";
   html += "</p>\n<h2>Map</h2>\n";
   html += Map(report.moved ? "Before" : "Now", report.map_before, report.legend);
   html += Map("After", report.map_after, report.legend);

@@ -118,6 +118,13 @@ void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
   command.add_flag("--json", options.json, "Print the result as one JSON object");
 }
 
+void AddPictureOptions(CLI::App& command, Options& options) {
+  command.add_option("--png", options.png, "Write the cluster map as a PNG image")
+      ->type_name("FILE");
+  command.add_option("--report", options.report, "Write a report as one web page")
+      ->type_name("FILE");
+}
+
 void AddVolumeOptions(CLI::App& command, Options& options, RawOptions& raw) {
   command.add_option("IMAGE", raw.image, "What to work on")->required();
   command.add_option("--drive", raw.drive, "The letter that the volume gets")
@@ -125,6 +132,7 @@ void AddVolumeOptions(CLI::App& command, Options& options, RawOptions& raw) {
       ->capture_default_str();
   command.add_option("--directory", options.directory, "Only this folder and below")
       ->type_name("DIR");
+  AddPictureOptions(command, options);
   AddCommonOptions(command, options, raw);
 }
 
@@ -202,6 +210,9 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
   AddVolumeOptions(*analyze, options, raw);
   analyze->add_flag("--list", options.list, "List the fragmented files");
   analyze->add_flag("--classes", options.classes, "Sort files into classes as Optimize does");
+  CLI::App* map = add("map", "Draw the cluster map, change nothing", Command::Map);
+  AddVolumeOptions(*map, options, raw);
+  map->get_option("--png")->required();
   AddVolumeOptions(*add("defrag", "Make fragmented files contiguous", Command::Defrag), options,
                    raw);
   AddVolumeOptions(*add("optimize", "Arrange files by class", Command::Optimize), options, raw);

@@ -11,7 +11,12 @@
 
 namespace vornalux {
 
-enum class Command { Analyze, Defrag, Optimize, Compact, Job };
+enum class Command { Analyze, Map, Defrag, Optimize, Compact, Job };
+
+// Commands that open their volume for reading only.
+inline bool OnlyLooks(Command command) {
+  return command == Command::Analyze || command == Command::Map;
+}
 
 struct VolumeArgument {
   char letter = 'C';
@@ -33,6 +38,8 @@ struct Options {
   bool list = false;
   bool classes = false;
   std::string debug_log;  // file, "-" for standard output, empty for none
+  std::string png;        // file for the cluster map, empty for none
+  std::string report;     // file for the report as a web page, empty for none
   std::uint64_t seed = 0;
   std::string job_tail;
 };

@@ -1,8 +1,51 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/terminal/results.h"
 
-namespace vornalux {
+#include <algorithm>
+#include <array>
 
+namespace vornalux {
+namespace {
+
+constexpr std::array kFigureRows = {
+    FigureRow{"Files", &AnalysisFigures::total_files},
+    FigureRow{"Folders", &AnalysisFigures::total_dirs},
+    FigureRow{"Fragmented", &AnalysisFigures::fragmented},
+    FigureRow{"Fragments", &AnalysisFigures::fragments},
+    FigureRow{"Most fragments of one", &AnalysisFigures::max_per_file},
+    FigureRow{"Cannot be opened", &AnalysisFigures::locked_files},
+    FigureRow{"Free clusters", &AnalysisFigures::free_clusters},
+    FigureRow{"To move out of the way", &AnalysisFigures::move_out_files, true},
+    FigureRow{"To pack together", &AnalysisFigures::optimize_files, true},
+    FigureRow{"Folders to place", &AnalysisFigures::dirs_to_move, true},
+    FigureRow{"Start-up files", &AnalysisFigures::prefetch_files, true},
+};
+
+}  // namespace
+
+std::span<const FigureRow> FigureRows() { return kFigureRows; }
+
+bool HasClasses(const AnalysisFigures& figures) {
+  return std::any_of(kFigureRows.begin(), kFigureRows.end(), [&](const FigureRow& row) {
+    return row.of_classes && figures.*row.figure != 0;
+  });
+}
+
+std::string ReasonText(const MoveFailure& failure) {
+  switch (failure.reason) {
+    case NotMoved::CannotOpen:
+      return "cannot be opened, error " + std::to_string(failure.code);
+    case NotMoved::NoGap:
+      return "no gap is large enough";
+    case NotMoved::Alignment:
+      return "no gap allows an aligned move";
+    case NotMoved::Refused:
+      return "refused, error " + std::to_string(failure.code);
+  }
+  return "";
+}
+
+// A file may be tried in more than one step of a pass; once is enough to tell.
 VolumeDescription Describe(const std::string& image, char letter, const VolumeFacts& facts) {
   return {.image = image,
           .drive = {letter, ':'},

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,20 @@ struct AnalysisFigures {
   std::int64_t mft_zone_start = 0;
   std::int64_t mft_zone_end = 0;
 };
+
+// How a number is called in tables for people.
+struct FigureRow {
+  const char* label;
+  std::int64_t AnalysisFigures::*figure;
+  bool of_classes = false;  // told by an analysis that classifies only
+};
+std::span<const FigureRow> FigureRows();
+
+// An analysis that classifies has something in at least one class.
+bool HasClasses(const AnalysisFigures& figures);
+
+// Why a file was left where it was.
+std::string ReasonText(const MoveFailure& failure);
 
 struct FragmentedFile {
   std::string extents;  // as the lists have it

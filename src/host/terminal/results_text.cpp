@@ -68,33 +68,8 @@ std::string Header(const VolumeDescription& volume, const AnalysisFigures& figur
   return text + "\n\n";
 }
 
-struct Row {
-  const char* label;
-  std::int64_t AnalysisFigures::*figure;
-};
-constexpr std::array kRows = {
-    Row{"Files", &AnalysisFigures::total_files},
-    Row{"Folders", &AnalysisFigures::total_dirs},
-    Row{"Fragmented", &AnalysisFigures::fragmented},
-    Row{"Fragments", &AnalysisFigures::fragments},
-    Row{"Most fragments of one", &AnalysisFigures::max_per_file},
-    Row{"Cannot be opened", &AnalysisFigures::locked_files},
-    Row{"Free clusters", &AnalysisFigures::free_clusters},
-};
-constexpr std::array kClassRows = {
-    Row{"To move out of the way", &AnalysisFigures::move_out_files},
-    Row{"To pack together", &AnalysisFigures::optimize_files},
-    Row{"Folders to place", &AnalysisFigures::dirs_to_move},
-    Row{"Start-up files", &AnalysisFigures::prefetch_files},
-};
-
-bool HasClasses(const AnalysisFigures& figures) {
-  return std::any_of(kClassRows.begin(), kClassRows.end(),
-                     [&](const Row& row) { return figures.*row.figure != 0; });
-}
-
 // The share that a number is best seen as; empty for most.
-std::string Share(const Row& row, const AnalysisFigures& figures) {
+std::string Share(const FigureRow& row, const AnalysisFigures& figures) {
   if (row.figure == &AnalysisFigures::fragmented) {
     return PercentText(figures.fragmented, figures.total_files + figures.total_dirs);
   }
@@ -105,39 +80,25 @@ std::string Share(const Row& row, const AnalysisFigures& figures) {
 }
 
 // Mostly zero, and then not worth a line.
-bool Shown(const Row& row, const AnalysisFigures& figures) {
+bool Shown(const FigureRow& row, const AnalysisFigures& figures) {
+  if (row.of_classes) return HasClasses(figures);
   return row.figure != &AnalysisFigures::locked_files || figures.locked_files != 0;
 }
 
-void AddRow(std::string& text, const Row& row, const AnalysisFigures& figures) {
+void AddRow(std::string& text, const FigureRow& row, const AnalysisFigures& figures) {
   if (!Shown(row, figures)) return;
   const std::string share = Share(row, figures);
   text += "  " + Left(row.label) + Right(Grouped(figures.*row.figure)) +
           (share.empty() ? "" : "   " + share) + "\n";
 }
 
-void AddRow(std::string& text, const Row& row, const AnalysisFigures& before,
+void AddRow(std::string& text, const FigureRow& row, const AnalysisFigures& before,
             const std::optional<AnalysisFigures>& after) {
   if (!Shown(row, before) && !(after && Shown(row, *after))) return;
   text += "  " + Left(row.label) + Right(Grouped(before.*row.figure)) +
           Right(after ? Grouped((*after).*row.figure) : "-") + "\n";
 }
 
-std::string ReasonText(const MoveFailure& failure) {
-  switch (failure.reason) {
-    case NotMoved::CannotOpen:
-      return "cannot be opened, error " + std::to_string(failure.code);
-    case NotMoved::NoGap:
-      return "no gap is large enough";
-    case NotMoved::Alignment:
-      return "no gap allows an aligned move";
-    case NotMoved::Refused:
-      return "refused, error " + std::to_string(failure.code);
-  }
-  return "";
-}
-
-// A file may be tried in more than one step of a pass; once is enough to tell.
 std::string Failures(const std::vector<MoveFailure>& failures, Charset charset) {
   std::string lines;
   std::set<std::string> told;
@@ -166,10 +127,7 @@ std::string Moves(const MoveStatistics& moved, const VolumeDescription& volume, 
 
 std::string ToText(const AnalysisResult& result, Charset charset) {
   std::string text = Header(result.volume, result.figures, charset);
-  for (const Row& row : kRows) AddRow(text, row, result.figures);
-  if (HasClasses(result.figures)) {
-    for (const Row& row : kClassRows) AddRow(text, row, result.figures);
-  }
+  for (const FigureRow& row : FigureRows()) AddRow(text, row, result.figures);
   if (result.list) {
     text += "\n";
     for (const FragmentedFile& file : *result.list) {
@@ -184,17 +142,14 @@ std::string ToText(const PassResult& result, Charset charset) {
   const AnalysisFigures& before = *result.before;
   std::string text = Header(result.volume, before, charset);
   text += "  " + Left("") + Right("before") + Right("after") + "\n";
-  for (const Row& row : kRows) AddRow(text, row, before, result.after);
-  if (HasClasses(before)) {
-    for (const Row& row : kClassRows) AddRow(text, row, before, result.after);
-  }
+  for (const FigureRow& row : FigureRows()) AddRow(text, row, before, result.after);
   return text + "\n" + Moves(result.moved, result.volume, result.stopped, charset);
 }
 
 std::string ToText(const JobResult& result, Charset charset) {
   if (!result.volume || !result.analysis) return "";
   std::string text = Header(*result.volume, *result.analysis, charset);
-  for (const Row& row : kRows) AddRow(text, row, *result.analysis);
+  for (const FigureRow& row : FigureRows()) AddRow(text, row, *result.analysis);
   return text + "\n" +
          Moves(result.moved, *result.volume, result.outcome == JobOutcome::Stopped, charset);
 }

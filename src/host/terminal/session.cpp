@@ -32,7 +32,7 @@ Session::~Session() { desktop_.Unbind(); }
 
 void Session::OpenVolumes(const Options& options) {
   for (const VolumeArgument& argument : options.volumes) {
-    const OpenOptions open = {.writable = options.command != Command::Analyze,
+    const OpenOptions open = {.writable = !OnlyLooks(options.command),
                               // A job checks the disk itself and says what it found.
                               .allow_dirty = options.command == Command::Job,
                               .partition = options.partition,

@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// Map images and reports: what they show, and that nothing from a volume can act in them.
+#include <gtest/gtest.h>
+#include <png.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "host/terminal/html_report.h"
+#include "host/terminal/map_image.h"
+
+namespace vornalux::test {
+namespace {
+
+Legend SomeLegend() {
+  return {.density = {{map_colour::kFree, false, 0, "free"},
+                      {map_colour::kMftZone, true, map_colour::kMft, "MFT (area)"}},
+          .candidates_caption = "candidate for:",
+          .candidates = {{map_colour::kDefrag, false, 0, "defrag"}}};
+}
+
+// The pixels of a PNG file as Colours, row by row.
+std::vector<Colour> Decode(const std::vector<std::uint8_t>& file, unsigned& width) {
+  png_image image{};
+  image.version = PNG_IMAGE_VERSION;
+  if (!png_image_begin_read_from_memory(&image, file.data(), file.size())) return {};
+  image.format = PNG_FORMAT_RGB;
+  width = image.width;
+  std::vector<std::uint8_t> bytes(PNG_IMAGE_SIZE(image));
+  if (!png_image_finish_read(&image, nullptr, bytes.data(), 0, nullptr)) return {};
+  std::vector<Colour> pixels;
+  for (std::size_t i = 0; i + 2 < bytes.size(); i += 3) {
+    pixels.push_back(bytes[i] | Colour{bytes[i + 1]} << 8 | Colour{bytes[i + 2]} << 16);
+  }
+  return pixels;
+}
+
+TEST(MapImage, ShowsEveryColumnInItsColourAndTheLegend) {
+  // Colours that occur in no legend, so that each can be found again.
+  MapColumns columns;
+  for (Colour i = 0; i < 400; ++i) columns.push_back(0x123400 + i * 7);
+  unsigned width = 0;
+  const std::vector<Colour> pixels =
+      Decode(EncodePng(DrawMapWithLegend(columns, SomeLegend())), width);
+  ASSERT_GE(width, 800u);
+  const auto first = std::find(pixels.begin(), pixels.end(), columns.front());
+  ASSERT_NE(first, pixels.end());
+  for (std::ptrdiff_t i = 0; i < std::ssize(columns); ++i) {
+    ASSERT_EQ(first[2 * i], columns[static_cast<std::size_t>(i)]) << "column " << i;
+  }
+  for (const Colour box :
+       {map_colour::kFree, map_colour::kMftZone, map_colour::kMft, map_colour::kDefrag}) {
+    EXPECT_GT(std::count(pixels.begin(), pixels.end(), box), 16) << std::hex << box;
+  }
+}
+
+TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {
+  ReportContent report;
+  report.action = "Defragmentation";
+  report.volume.drive = "C:";
+  report.volume.label = "<b>\"&";
+  report.before = AnalysisFigures{.total_files = 4711};
+  report.moved.emplace();
+  report.moved->failures.push_back({"C:\\a<script>alert(1)</script>", NotMoved::Refused, 5});
+  report.fragmented.push_back({"12", "C:\\x\x1b[31m\xff.txt"});
+  report.map_before.assign(100, map_colour::kUsed);
+  const std::string html = ToHtml(report);
+
+  for (const char* absent : {"<script", "<b>", "http", "url(", "@import", "\x1b", "\xff"}) {
+    EXPECT_EQ(html.find(absent), std::string::npos) << absent;
+  }
+  for (const char* present : {"4711", "a&lt;script&gt;", "refused", "data:image/png;base64,iVBORw",
+                              "&lt;b&gt;&quot;&amp;", "Left where it was"}) {
+    EXPECT_NE(html.find(present), std::string::npos) << present;
+  }
+}
+
+}  // namespace
+}  // namespace vornalux::test
