@@ -12,18 +12,18 @@ namespace {
 using contract::FindFree;
 using contract::KnownStream;
 
-class FatSubject final : public contract::Subject {
+class FatSubject {
  public:
   FatSubject(const FatRecipe& recipe, std::uint64_t seed)
       : population_(recipe, seed), volume_(population_.World().Open()) {}
 
-  MountedVolume& Volume() override { return *volume_; }
-  ErrorCode CloseAndReopen() override {
+  MountedVolume& Volume() { return *volume_; }
+  ErrorCode CloseAndReopen() {
     const ErrorCode error = volume_->Close();
     volume_ = population_.World().Open();
     return error;
   }
-  std::vector<std::string> CloseAndJudge() override {
+  std::vector<std::string> CloseAndJudge() {
     if (volume_->Close() != error::kSuccess) return {"it does not close"};
     return population_.Judge();
   }
@@ -33,13 +33,6 @@ class FatSubject final : public contract::Subject {
   FatPopulation population_;
   std::unique_ptr<ImageVolume> volume_;
 };
-
-contract::Kind FatKind(const FatRecipe& recipe) {
-  return {
-      .name = recipe.label,
-      .make = [recipe](std::uint64_t seed) { return std::make_unique<FatSubject>(recipe, seed); },
-      .all_visible = false};
-}
 
 // A piece of one cluster up to the whole, to some free place.
 void MoveSomething(MountedVolume& volume, const std::vector<KnownStream>& streams, Random& random) {
@@ -128,13 +121,3 @@ TEST(FatFaults, DropTheMoveWhole) {
 
 }  // namespace
 }  // namespace vornalux::test
-
-namespace vornalux::contract {
-
-INSTANTIATE_TEST_SUITE_P(Fat, VolumeContract,
-                         testing::Values(test::FatKind({"fat12", 12, 1900}),
-                                         test::FatKind({"fat16", 16, 4500}),
-                                         test::FatKind({"fat32", 32, 34000})),
-                         [](const auto& test) { return test.param.name; });
-
-}  // namespace vornalux::contract
