@@ -2,15 +2,9 @@
 #include "app/launcher.h"
 
 namespace vornalux {
-namespace {
-
-constexpr const char* kTitle = "Vornalux";
-
-}  // namespace
-
 Introfrm::Introfrm(Platform& platform, RunFlags& flags, JobSettings& settings,
                    const DebugTrace& trace, FrmDBG& debug_window, DefragWindow& main_window)
-    : Form(kTitle),
+    : Form(kProgramTitle),
       platform_(platform),
       flags_(flags),
       settings_(settings),
@@ -65,7 +59,7 @@ void Introfrm::BindOptions() {
     ComposeJobLine();
   };
   VSS_LIVE.click = [this] { flags_.VssSafe = ToBoolean(VSS_LIVE.value); };
-  ExcludeTxt.changed = [this] { settings_.target.exclude = ExcludeTxt.text; };
+  ExcludeTxt.change = [this] { settings_.target.exclude = ExcludeTxt.text; };
 }
 
 void Introfrm::ComposeJobLine() {
@@ -113,8 +107,8 @@ void Introfrm::Done(bool failed) {
   } else if (failed) {
     flags_.VolumeDirty = True;
     platform_.desktop.ShowBox(
-        "One or more volumes are 'dirty'!\r\nYou should run Chkdsk to correct errors.", kTitle,
-        BoxButtons::Ok, BoxIcon::Warning);
+        "One or more volumes are 'dirty'!\r\nYou should run Chkdsk to correct errors.",
+        kProgramTitle, BoxButtons::Ok, BoxIcon::Warning);
   }
 }
 
@@ -130,7 +124,7 @@ void Introfrm::Status(const std::string&, bool& cancel_check) {
 }
 
 void Introfrm::ShowOverMainWindow() {
-  caption = kTitle;
+  caption = kProgramTitle;
   Show();
 }
 
@@ -148,7 +142,7 @@ void Introfrm::minimize_to_tray() {
 void Introfrm::cleanup_systray() { platform_.desktop.RemoveTrayIcon(); }
 
 void Introfrm::Say(const std::string& text) const {
-  platform_.desktop.ShowBox(text, kTitle, BoxButtons::Ok, BoxIcon::None);
+  platform_.desktop.ShowBox(text, kProgramTitle, BoxButtons::Ok, BoxIcon::None);
 }
 
 }  // namespace vornalux

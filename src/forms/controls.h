@@ -98,6 +98,13 @@ class ProgressBar : public Control {
 class TextBox : public Control {
  public:
   Property<std::string> text{*this, {}};
+  // For the window that the box is in; changed is the host's.
+  Event change;
+
+  void NotifyChanged() const override {
+    Raise(change);
+    Control::NotifyChanged();
+  }
 };
 
 // A text that only grows, with a watcher that is told what was added.

@@ -16,7 +16,7 @@ class Observable {
 
   std::function<void()> changed;
 
-  void NotifyChanged() const {
+  virtual void NotifyChanged() const {
     if (changed) changed();
   }
 };

@@ -5,6 +5,9 @@
 
 namespace vornalux {
 
+// On boxes that have no title of their own.
+inline constexpr const char* kProgramTitle = "Vornalux";
+
 enum class BoxButtons { Ok, YesNo };
 enum class BoxIcon { None, Critical, Question, Warning };
 enum class BoxAnswer { Ok, Yes, No };

@@ -27,7 +27,8 @@ Colour DensityColour(float share) {
 void ClusterMap::teken_plaatje(std::int64_t clus, Colour kleurtje) {
   if (ClustersPerColumn == 0) return;
   // Rounded, not truncated: the upper half of a column's clusters shows one column to the right.
-  const double column = std::nearbyint(static_cast<double>(clus) / ClustersPerColumn);
+  const double column =
+      std::nearbyint(static_cast<double>(clus) / static_cast<double>(ClustersPerColumn));
   picture_.DrawColumn(static_cast<std::int64_t>(column), kleurtje);
 }
 
@@ -36,7 +37,7 @@ void ClusterMap::teken_plaatje(std::int64_t clus, Colour kleurtje) {
 void ClusterMap::PaintRange(std::int64_t first, std::int64_t last, std::int64_t step,
                             Colour colour) {
   if (first < 0) first %= step;
-  last = std::min(last, std::int64_t{ClustersPerColumn} * (picture_.width() + 1));
+  last = std::min(last, ClustersPerColumn * (picture_.width() + 1));
   for (std::int64_t c = first; c <= last; c += step) {
     desktop_.DoEvents();
     teken_plaatje(c, colour);
@@ -49,7 +50,7 @@ void ClusterMap::DrawVolumeBitmap(const VolumeBitmapImage& image) {
   // A bitmap with fewer bytes than there are columns leaves the columns past it free.
   const std::int64_t bytes_per_column =
       std::max<std::int64_t>(1, static_cast<std::int64_t>(image.UpperBound()) / picture_.width());
-  ClustersPerColumn = static_cast<std::int32_t>(bytes_per_column * 8);
+  ClustersPerColumn = bytes_per_column * 8;
   redraw_glyph_.fore_colour = activity_colour::kMoving;
   desktop_.DoEvents();
   PaintDensity(image, bytes_per_column);

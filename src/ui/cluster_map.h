@@ -27,7 +27,7 @@ class ClusterMap {
         picture_(picture),
         redraw_glyph_(redraw_glyph) {}
 
-  std::int32_t ClustersPerColumn = 0;  // 0 until the first full redraw
+  std::int64_t ClustersPerColumn = 0;  // 0 until the first full redraw
 
   // Paints the column that the cluster is nearest to. Does not refresh.
   void teken_plaatje(std::int64_t clus, Colour kleurtje);

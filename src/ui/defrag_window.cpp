@@ -67,7 +67,7 @@ void DefragWindow::Minimize() {
 
 bool DefragWindow::QueryUnload(CloseReason reason) {
   if (Busy()) {
-    platform_.desktop.ShowBox("Quit current operation first!", "Vornalux", BoxButtons::Ok,
+    platform_.desktop.ShowBox("Quit current operation first!", kProgramTitle, BoxButtons::Ok,
                               BoxIcon::None);
     return reason != CloseReason::CloseBox;
   }

@@ -26,7 +26,7 @@ std::string SystemErrorText(Platform& platform, ErrorCode code) {
   platform.desktop.ShowBox(
       "An error occurred with the FormatMessage\r\n API function call.\r\nError: " + number +
           " Hex(" + Hex(code) + ").",
-      "", BoxButtons::Ok, BoxIcon::None);
+      kProgramTitle, BoxButtons::Ok, BoxIcon::None);
   return "An internal system error occurred with the\r\nFormatMessage API function: " + number +
          ". No futher information\r\nis available.";
 }

@@ -113,7 +113,7 @@ const FreeRunList& VolumeGeometry::GetFreeRuns(std::int32_t& total) {
 
 bool VolumeGeometry::ShowVolumeBitmap(const std::string& drive, RunView& view) {
   const auto fail = [&](const char* text) {
-    platform_.desktop.ShowBox(text, "", BoxButtons::Ok, BoxIcon::Critical);
+    platform_.desktop.ShowBox(text, kProgramTitle, BoxButtons::Ok, BoxIcon::Critical);
     return false;
   };
   CloseVolume(map_volume_handle_);

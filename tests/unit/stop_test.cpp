@@ -129,6 +129,26 @@ void ExpectStopped(const StoppedRun& run, Pass pass) {
   }
 }
 
+// A stop is seen at the next entry; at the last one there is nothing left to leave out.
+TEST(StoppedAnalysis, ReportsOnlyWhenComplete) {
+  for (const bool at_last_entry : {false, true}) {
+    const auto volume = SmallVolume(3);
+    Rig rig(*volume);
+    rig.DebugOn();
+    std::size_t entry = 0;
+    rig.machine->User().AtEveryDoEvents([&] {
+      if (!rig.window.caption.get().starts_with("Analyzing")) return;
+      const std::size_t last = rig.engine.table.MultiExtentPaths.paths.size();
+      ASSERT_GT(last, 2U);
+      if (++entry == (at_last_entry ? last : 1)) rig.program.flags.StopRequested = True;
+    });
+    rig.Run(Pass::Analyze);
+    EXPECT_FALSE(rig.program.flags.AnalysisValid);
+    EXPECT_EQ(rig.Log().find("total files") != std::string::npos, at_last_entry);
+    EXPECT_EQ(rig.window.progress.value.get() > 0, at_last_entry);
+  }
+}
+
 class StopTest : public ::testing::TestWithParam<Pass> {};
 
 TEST_P(StopTest, AtEveryCheckpoint) {

@@ -79,10 +79,9 @@ TEST(NtfsDamage, NoDamageCrashes) {
   const std::uint64_t seed = TestSeed();
   SCOPED_TRACE(SeedNote(seed));
   const ImageFile image("damage");
-  MakeNtfs(image, 4 << 20, 512);
+  MakeFilled(image, 4 << 20, 512, 50, seed);
   {
     LibraryVolume library(image, LibraryVolume::Mode::ReadWrite);
-    FillVolume(library, 50, seed);
     library.AddShattered(FILE_root, u"shattered", Content(400 * 512, 1), 5000);
   }
   const Bytes whole = image.Content();

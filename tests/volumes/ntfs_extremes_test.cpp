@@ -18,26 +18,6 @@ std::vector<Extent> ExtentsOf(MountedVolume& volume, const StreamRef& stream) {
   return extents;
 }
 
-// The first free cluster from lcn on, or -1.
-std::int64_t NextFree(const MountedVolume& volume, std::int64_t lcn) {
-  for (; lcn < volume.Facts().total_clusters; ++lcn) {
-    std::uint8_t byte = 0;
-    volume.CopyBitmap(lcn / 8 * 8, {&byte, 1});
-    if (!(byte >> lcn % 8 & 1)) return lcn;
-  }
-  return -1;
-}
-
-std::int64_t FreeRun(const MountedVolume& volume, std::int64_t lcn, std::int64_t count) {
-  for (lcn = NextFree(volume, lcn); lcn >= 0; lcn = NextFree(volume, lcn)) {
-    std::int64_t end = lcn;
-    while (end < lcn + count && NextFree(volume, end) == end) ++end;
-    if (end == lcn + count) return lcn;
-    lcn = end;
-  }
-  return -1;
-}
-
 class NtfsExtremes : public testing::Test {
  protected:
   NtfsExtremes() : image_("extremes") {}
@@ -71,7 +51,7 @@ TEST_F(NtfsExtremes, FilesOfThousandsOfExtentsAreJoinedAndScattered) {
   }
   ASSERT_EQ(ExtentsOf(*volume, stream).size(), 1U);
   for (std::int64_t vcn = kPieces - 1; vcn >= 0; --vcn) {
-    ASSERT_EQ(volume->Move(stream, vcn, NextFree(*volume, 8000 + 2 * vcn), 1), error::kSuccess);
+    ASSERT_EQ(volume->Move(stream, vcn, FreeRun(*volume, 8000 + 2 * vcn, 1), 1), error::kSuccess);
   }
   ASSERT_GT(ExtentsOf(*volume, stream).size(), 1000U);
   const std::int64_t end = FreeRun(*volume, 24000, kPieces);
@@ -97,12 +77,12 @@ TEST_F(NtfsExtremes, MovesThatTheLibraryCannotFinishChangeNothing) {
   Expect(before);
   MemoryVolume volume(image_.Content());
   int full = 0;
-  std::int64_t target = NextFree(*volume, 0);
+  std::int64_t target = FreeRun(*volume, 0, 1);
   for (std::int64_t vcn = 0; vcn < 400; vcn += 2) {
     const std::vector<Extent> extents = ExtentsOf(*volume, stream);
     const std::int64_t free = volume->FreeClusters();
-    target = NextFree(*volume, target);
-    if (target < 0) target = NextFree(*volume, 0);
+    target = FreeRun(*volume, target, 1);
+    if (target < 0) target = FreeRun(*volume, 0, 1);
     const ErrorCode code = volume->Move(stream, vcn, target, 1);
     EXPECT_EQ(volume->FreeClusters(), free) << vcn;
     if (code == error::kSuccess) continue;
@@ -117,12 +97,11 @@ TEST_F(NtfsExtremes, MovesThatTheLibraryCannotFinishChangeNothing) {
 
 // Every read that a move makes fails once: the move either fails and changes nothing, or succeeds.
 TEST_F(NtfsExtremes, ReadErrorsDuringMovesChangeNothing) {
-  MakeNtfs(image_, 2 << 20, kCluster);
+  MakeFilled(image_, 4 << 20, kCluster, 20, 6);
   std::map<std::string, std::string> before;
   StreamRef shattered;
   {
     LibraryVolume library(image_, LibraryVolume::Mode::ReadWrite);
-    FillVolume(library, 20, 6);
     shattered.item =
         library.AddShattered(FILE_root, u"shattered", Content(300 * kCluster, 6), 2100);
     before = library.Snapshot();
@@ -136,7 +115,7 @@ TEST_F(NtfsExtremes, ReadErrorsDuringMovesChangeNothing) {
       MemoryVolume volume(whole);
       const std::vector<Extent> extents = ExtentsOf(*volume, stream);
       const auto vcn = static_cast<std::int64_t>(extents.size() / 2);
-      const std::int64_t target = NextFree(*volume, 3000);
+      const std::int64_t target = FreeRun(*volume, 5000, 1);
       std::vector<FolderItem> items;  // the item is not at hand any more once another one was
       volume->ListFolder(stream.item == shattered.item ? ItemId{FILE_root} : shattered.item, items);
       volume.Device().FailAt(nth, false);
@@ -161,7 +140,9 @@ TEST_F(NtfsExtremes, MftMovesUntilItsRecordIsFull) {
   std::map<std::string, std::string> before;
   {
     LibraryVolume library(image_, LibraryVolume::Mode::ReadWrite);
-    FillVolume(library, 600, 7);
+    for (char16_t letter = 0x3400; letter < 0x3400 + 600; ++letter) {
+      library.AddFile(FILE_root, std::u16string(1, letter));
+    }
     before = library.Snapshot();
   }
   MemoryVolume volume(image_.Content());
@@ -169,19 +150,20 @@ TEST_F(NtfsExtremes, MftMovesUntilItsRecordIsFull) {
   ASSERT_TRUE(mft);
   const StreamRef data{mft->id, ""};
   const std::int64_t clusters = ExtentsOf(*volume, data).back().NextVcn;
-  EXPECT_EQ(volume->Move(data, 15, NextFree(*volume, 20000), 1), error::kAccessDenied);
-  EXPECT_EQ(volume->Move({mft->id, "::$BITMAP"}, 0, NextFree(*volume, 20000), 1), error::kSuccess);
+  EXPECT_EQ(volume->Move(data, 15, FreeRun(*volume, 20000, 1), 1), error::kAccessDenied);
+  EXPECT_EQ(volume->Move({mft->id, "::$BITMAP"}, 0, FreeRun(*volume, 20000, 1), 1),
+            error::kSuccess);
   int moved = 0;
   ErrorCode code = error::kSuccess;
   for (std::int64_t vcn = 17; vcn < clusters && code == error::kSuccess; vcn += 2, ++moved) {
-    code = volume->Move(data, vcn, NextFree(*volume, 20000 + 2 * vcn), 1);
+    code = volume->Move(data, vcn, FreeRun(*volume, 20000 + 2 * vcn, 1), 1);
   }
   EXPECT_EQ(code, error::kAccessDenied);
   EXPECT_GT(moved, 50);
-  EXPECT_EQ(volume->Move(data, 16, FreeRun(*volume, 20000, clusters), clusters), error::kSuccess);
+  EXPECT_EQ(volume->Move(data, 16, FreeRun(*volume, 0, clusters), clusters), error::kSuccess);
   EXPECT_EQ(ExtentsOf(*volume, data).size(), 2U);
   for (const ItemId record : {1U, 2U, 3U, 4U, 6U, 7U, 8U, 9U, 10U, 11U}) {
-    const ErrorCode other = volume->Move({record, ""}, 0, NextFree(*volume, 20000), 1);
+    const ErrorCode other = volume->Move({record, ""}, 0, FreeRun(*volume, 20000, 1), 1);
     EXPECT_NE(other, error::kSuccess) << record;
   }
   ASSERT_EQ(volume.Finish(image_), error::kSuccess);

@@ -12,6 +12,7 @@
 #include "check/ntfs_check.h"
 #include "host/image/image_file.h"
 #include "host/image/ntfs/ntfs_mount.h"
+#include "mkvolume/maker.h"
 
 extern "C" {
 #include <ntfs-3g/lcnalloc.h>
@@ -67,11 +68,6 @@ std::uint64_t Create(ntfs_volume* volume, std::uint64_t parent, std::u16string_v
   const std::uint64_t item = MK_MREF(inode->mft_no, le16_to_cpu(inode->mrec->sequence_number));
   Must(0, ntfs_inode_close(inode) == 0, "closing a file");
   return item;
-}
-
-void AddFlags(ntfs_inode* inode, std::uint32_t flags) {
-  const std::uint32_t all = le32_to_cpu(static_cast<std::uint32_t>(inode->flags)) | flags;
-  inode->flags = static_cast<FILE_ATTR_FLAGS>(cpu_to_le32(all));
 }
 
 std::string Digest(ntfs_inode* inode, const AttributeName& name) {
@@ -156,6 +152,27 @@ void MakeNtfs(const ImageFile& image, std::uint64_t size, int cluster_size) {
   if (std::system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
 }
 
+void MakeFilled(const ImageFile& image, std::uint64_t size, int cluster_size, int files,
+                std::uint64_t seed) {
+  const std::string compressed = cluster_size <= 4096 ? " compressed=15%" : "";
+  MakeVolume("ntfs size=" + std::to_string(size) + " cluster=" + std::to_string(cluster_size) +
+                 " files=" + std::to_string(files) + " folders=" + std::to_string(files / 15) +
+                 " seed=" + std::to_string(seed) + compressed +
+                 " fill=50% fragmented=50% fragmented-folders=50% pieces=8 mft-pieces=2 streams=20%"
+                 " sparse=10% links=10% dos-names=20% odd-names=20%",
+             image.Path());
+  LibraryVolume volume(image, LibraryVolume::Mode::ReadWrite);
+  const auto cluster = static_cast<std::size_t>(cluster_size);
+  volume.MarkSparse(volume.AddFile(FILE_root, u"marked sparse", Content(cluster * 9, seed)));
+  const std::uint64_t preallocated = volume.AddFile(FILE_root, u"preallocated");
+  volume.Preallocate(preallocated, u"later", static_cast<s64>(cluster * 20));
+  volume.SetAttributes(preallocated, attribute::kCompressed);
+  for (int i = 0; i < 60; ++i) {
+    volume.Write(preallocated, u"many" + std::u16string(static_cast<std::size_t>(i), u'y'), 0,
+                 Content(cluster + 1, seed));
+  }
+}
+
 LibraryVolume::LibraryVolume(const ImageFile& image, Mode mode) {
   CollectLibraryMessages();
   volume_ = ntfs_mount(image.Path().c_str(), mode == Mode::ReadOnly ? NTFS_MNT_RDONLY : 0);
@@ -172,16 +189,6 @@ std::uint64_t LibraryVolume::AddFile(std::uint64_t parent, std::u16string_view n
                                      const Bytes& content) {
   const std::uint64_t item = Create(volume_, parent, name, S_IFREG);
   Write(item, u"", 0, content);
-  return item;
-}
-
-std::uint64_t LibraryVolume::AddCompressed(std::uint64_t parent, std::u16string_view name,
-                                           const Bytes& content) {
-  const std::uint64_t item = Create(volume_, parent, name, S_IFREG);
-  const Inode inode = OpenInode(volume_, item);
-  AddFlags(inode.get(), attribute::kCompressed);
-  const Attribute stream = OpenStream(inode.get(), u"");
-  WriteTo(stream.get(), 0, content);
   return item;
 }
 
@@ -206,16 +213,6 @@ std::uint64_t LibraryVolume::AddShattered(std::uint64_t parent, std::u16string_v
   Must(0, ntfs_attr_update_mapping_pairs(stream.get(), 0) == 0, "writing runs");
   WriteTo(stream.get(), 0, content);
   return item;
-}
-
-void LibraryVolume::Link(std::uint64_t item, std::uint64_t parent, std::u16string_view name) {
-  const Inode inode = OpenInode(volume_, item);
-  const Inode folder = OpenInode(volume_, parent);
-  std::u16string units(name);
-  Must(0,
-       ntfs_link(inode.get(), folder.get(), reinterpret_cast<ntfschar*>(units.data()),
-                 static_cast<u8>(units.size())) == 0,
-       "linking");
 }
 
 void LibraryVolume::Write(std::uint64_t item, std::u16string_view stream, s64 offset,
@@ -250,7 +247,8 @@ void LibraryVolume::Fill(s64 left) {
 
 void LibraryVolume::SetAttributes(std::uint64_t item, std::uint32_t attributes) {
   const Inode inode = OpenInode(volume_, item);
-  AddFlags(inode.get(), attributes);
+  const std::uint32_t all = le32_to_cpu(static_cast<std::uint32_t>(inode->flags)) | attributes;
+  inode->flags = static_cast<FILE_ATTR_FLAGS>(cpu_to_le32(all));
   ntfs_inode_mark_dirty(inode.get());
 }
 
@@ -305,43 +303,6 @@ Bytes Content(std::size_t size, std::uint64_t seed) {
   return bytes;
 }
 
-void FillVolume(LibraryVolume& volume, int files, std::uint64_t seed) {
-  std::mt19937_64 random(seed);
-  const std::size_t cluster = volume.Volume()->cluster_size;
-  std::vector<std::uint64_t> folders = {FILE_root};
-  std::vector<std::uint64_t> items;
-  for (int i = 0; i < files; ++i) {
-    const std::uint64_t parent = folders[random() % folders.size()];
-    const std::string number = std::to_string(i);
-    std::u16string name = u"file " + std::u16string(number.begin(), number.end());
-    if (i % 3 == 0) name += std::u16string(random() % 60, u'\u00e9');
-    if (i % 20 == 1) folders.push_back(volume.AddFolder(parent, u"folder" + name));
-    const std::size_t size = random() % (cluster * (i % 10 == 0 ? 60 : 6));
-    const bool compressed = cluster <= 4096 && i % 11 == 0;
-    items.push_back(compressed
-                        ? volume.AddCompressed(parent, name, Content(size, seed + number.size()))
-                        : volume.AddFile(parent, name, Content(size, random())));
-    if (i % 7 == 0) volume.Write(items.back(), u"stream", 0, Content(size / 2, random()));
-    if (i % 13 == 0) volume.Link(items.back(), folders[random() % folders.size()], u"link" + name);
-    if (i % 17 == 0 && !compressed) {
-      volume.Write(items.back(), u"", static_cast<s64>(size + cluster * 40),
-                   Content(cluster * 2, number.size()));
-    }
-    // Growing earlier files in turns makes fragments.
-    const std::uint64_t grown = items[random() % items.size()];
-    volume.Write(grown, u"grown", static_cast<s64>(cluster * (random() % 8)),
-                 Content(cluster, number.size()));
-  }
-  volume.MarkSparse(volume.AddFile(FILE_root, u"marked sparse", Content(cluster * 9, seed)));
-  const std::uint64_t preallocated = volume.AddFile(FILE_root, u"preallocated");
-  volume.Preallocate(preallocated, u"later", static_cast<s64>(cluster * 20));
-  volume.SetAttributes(preallocated, attribute::kCompressed);
-  for (int i = 0; i < 60; ++i) {
-    volume.Write(preallocated, u"many" + std::u16string(static_cast<std::size_t>(i), u'y'), 0,
-                 Content(cluster + 1, seed));
-  }
-}
-
 std::vector<NamedStream> AllStreams(MountedVolume& volume) {
   std::vector<NamedStream> found = {{"/", {volume.Root(), ""}}};
   std::vector<std::pair<std::string, ItemId>> folders = {{"", volume.Root()}};
@@ -365,6 +326,17 @@ std::vector<NamedStream> AllStreams(MountedVolume& volume) {
     }
   }
   return found;
+}
+
+std::int64_t FreeRun(const MountedVolume& volume, std::int64_t lcn, std::int64_t count) {
+  std::int64_t run = 0;
+  for (; lcn < volume.Facts().total_clusters; ++lcn) {
+    std::uint8_t byte = 0;
+    volume.CopyBitmap(lcn / 8 * 8, {&byte, 1});
+    run = byte >> lcn % 8 & 1 ? 0 : run + 1;
+    if (run == count) return lcn - count + 1;
+  }
+  return -1;
 }
 
 std::unique_ptr<MountedVolume> OpenFile(const ImageFile& image, bool writable, bool allow_dirty) {

@@ -36,7 +36,13 @@ class ImageFile {
   std::string path_;
 };
 
+// An empty volume.
 void MakeNtfs(const ImageFile& image, std::uint64_t size, int cluster_size);
+
+// One with some of everything that the volume maker knows, and a few things that only careless
+// software leaves: sparse marks without holes, clusters never written in a file marked compressed.
+void MakeFilled(const ImageFile& image, std::uint64_t size, int cluster_size, int files,
+                std::uint64_t seed);
 
 // A volume mounted by the library alone. Every function throws when the library refuses.
 class LibraryVolume {
@@ -52,11 +58,9 @@ class LibraryVolume {
   // File references; the root's is 5.
   std::uint64_t AddFolder(std::uint64_t parent, std::u16string_view name);
   std::uint64_t AddFile(std::uint64_t parent, std::u16string_view name, const Bytes& content = {});
-  std::uint64_t AddCompressed(std::uint64_t parent, std::u16string_view name, const Bytes& content);
   // Each cluster in a place of its own, from lcn on.
   std::uint64_t AddShattered(std::uint64_t parent, std::u16string_view name, const Bytes& content,
                              s64 lcn);
-  void Link(std::uint64_t item, std::uint64_t parent, std::u16string_view name);
   // To the stream, which is made when it is missing; past its end a hole comes into being.
   void Write(std::uint64_t item, std::u16string_view stream, s64 offset, const Bytes& content);
   // Gives a file clusters to which nothing is written.
@@ -76,16 +80,15 @@ class LibraryVolume {
 // Bytes that differ from one seed to another, some stretches compressible.
 Bytes Content(std::size_t size, std::uint64_t seed);
 
-// A tree with one of everything: large folders, named streams, holes, compressed files, links,
-// attribute lists. files sets its size.
-void FillVolume(LibraryVolume& volume, int files, std::uint64_t seed);
-
 // All streams with a path of the volume, folders and $MFT included.
 struct NamedStream {
   std::string path;
   StreamRef stream;
 };
 std::vector<NamedStream> AllStreams(MountedVolume& volume);
+
+// The first run of count free clusters from lcn on, -1 when there is none.
+std::int64_t FreeRun(const MountedVolume& volume, std::int64_t lcn, std::int64_t count);
 
 // Through the whole of opening an image: locks, journal beside it. Throws VolumeRefused.
 std::unique_ptr<MountedVolume> OpenFile(const ImageFile& image, bool writable,

@@ -49,13 +49,8 @@ TEST_P(NtfsMoves, ThousandsOfRandomMovesLeaveEverythingWhole) {
   SCOPED_TRACE(SeedNote(seed));
   std::mt19937_64 random(seed);
   const ImageFile image("moves" + std::to_string(GetParam().cluster_size));
-  MakeNtfs(image, GetParam().size, GetParam().cluster_size);
-  std::map<std::string, std::string> before;
-  {
-    LibraryVolume volume(image, LibraryVolume::Mode::ReadWrite);
-    FillVolume(volume, GetParam().files, seed);
-    before = volume.Snapshot();
-  }
+  MakeFilled(image, GetParam().size, GetParam().cluster_size, GetParam().files, seed);
+  const auto before = LibraryVolume(image, LibraryVolume::Mode::ReadOnly).Snapshot();
   ASSERT_EQ(Complaint(image, before), "");
 
   auto volume = std::make_unique<MemoryVolume>(image.Content());

@@ -48,11 +48,7 @@ Bytes RestartPages(std::uint16_t major, bool clean) {
 
 class NtfsOpening : public testing::Test {
  protected:
-  NtfsOpening() : image_("opening") {
-    MakeNtfs(image_, 8 << 20, 4096);
-    LibraryVolume library(image_, LibraryVolume::Mode::ReadWrite);
-    FillVolume(library, 40, 8);
-  }
+  NtfsOpening() : image_("opening") { MakeFilled(image_, 8 << 20, 4096, 40, 8); }
 
   // What the refusal says; empty when the volume was opened. The image must stay as it is.
   std::string Refusal(bool writable, bool allow_dirty) const {
@@ -71,15 +67,21 @@ class NtfsOpening : public testing::Test {
   ImageFile image_;
 };
 
+TEST_F(NtfsOpening, TellsWhatTheVolumeIs) {
+  MakeNtfs(image_, 8 << 20, 4096);
+  const auto volume = OpenFile(image_, false);
+  EXPECT_EQ(volume->Facts().file_system, "NTFS");
+  EXPECT_EQ(volume->Facts().label, "T\u00e9st");
+  EXPECT_EQ(volume->Facts().serial, LoadLittle<std::uint64_t>(image_.Peek(0x48, 8), 0));
+  EXPECT_EQ(volume->Facts().sectors_per_cluster, 8U);
+  EXPECT_EQ(volume->Facts().total_clusters, (8 << 20) / 4096 - 1);
+  EXPECT_FALSE(volume->Dirty());
+}
+
 TEST_F(NtfsOpening, LookingLeavesEveryByteAsItIs) {
   const Bytes before = image_.Content();
   for (const bool writable : {false, true}) {
     const auto volume = OpenFile(image_, writable);
-    EXPECT_EQ(volume->Facts().file_system, "NTFS");
-    EXPECT_EQ(volume->Facts().label, "T\u00e9st");
-    EXPECT_EQ(volume->Facts().sectors_per_cluster, 8U);
-    EXPECT_EQ(volume->Facts().total_clusters, (8 << 20) / 4096 - 1);
-    EXPECT_FALSE(volume->Dirty());
     Bytes content(1 << 16);
     for (const NamedStream& each : AllStreams(*volume)) {
       std::vector<Extent> extents;
@@ -102,7 +104,8 @@ TEST_F(NtfsOpening, WorkMarksTheVolumeDirtyAndEndsClean) {
     if (each.path.starts_with("/$MFT")) continue;
     volume->Extents(each.stream, extents);
     if (extents.empty() || extents.front().Lcn < 0) continue;
-    ASSERT_EQ(volume->Move(each.stream, 0, 1800, 1), error::kSuccess) << each.path;
+    ASSERT_EQ(volume->Move(each.stream, 0, FreeRun(*volume, 0, 1), 1), error::kSuccess)
+        << each.path;
     break;
   }
   ASSERT_EQ(volume->Commit(), error::kSuccess);
