@@ -2,6 +2,9 @@
 #include "volumes/ntfs_image.h"
 
 #include <unistd.h>
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
 
 #include <fstream>
 #include <functional>
@@ -328,6 +331,14 @@ std::vector<NamedStream> AllStreams(MountedVolume& volume) {
   return found;
 }
 
+#ifdef __SANITIZE_ADDRESS__
+MayLeak::MayLeak() { __lsan_disable(); }
+MayLeak::~MayLeak() { __lsan_enable(); }
+#else
+MayLeak::MayLeak() = default;
+MayLeak::~MayLeak() = default;
+#endif
+
 std::int64_t FreeRun(const MountedVolume& volume, std::int64_t lcn, std::int64_t count) {
   std::int64_t run = 0;
   for (; lcn < volume.Facts().total_clusters; ++lcn) {
@@ -340,6 +351,7 @@ std::int64_t FreeRun(const MountedVolume& volume, std::int64_t lcn, std::int64_t
 }
 
 std::unique_ptr<MountedVolume> OpenFile(const ImageFile& image, bool writable, bool allow_dirty) {
+  const MayLeak may_leak;
   OpenReport report;
   OpenOptions options;
   options.writable = writable;
@@ -352,6 +364,7 @@ MemoryVolume::MemoryVolume(Bytes content)
   VolumeStore store;
   store.device = std::make_unique<BorrowedDevice>(failing_);
   store.journal_home = std::make_unique<MemoryJournalHome>(journal_);
+  const MayLeak may_leak;
   volume_ = OpenNtfsVolume(std::move(store));
 }
 

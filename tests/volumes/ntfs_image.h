@@ -87,6 +87,16 @@ struct NamedStream {
 };
 std::vector<NamedStream> AllStreams(MountedVolume& volume);
 
+// While one of these lives, what is allocated may be lost: the library frees not all that it has
+// when it gives up mounting a damaged volume.
+class MayLeak {
+ public:
+  MayLeak();
+  MayLeak(const MayLeak&) = delete;
+  MayLeak& operator=(const MayLeak&) = delete;
+  ~MayLeak();
+};
+
 // The first run of count free clusters from lcn on, -1 when there is none.
 std::int64_t FreeRun(const MountedVolume& volume, std::int64_t lcn, std::int64_t count);
 

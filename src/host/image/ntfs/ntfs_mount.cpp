@@ -43,6 +43,22 @@ int FindAttribute(const AttributeName& name, s64 lowest_vcn, ntfs_attr_search_ct
              : LibraryError();
 }
 
+bool EveryStreamIsFound(ntfs_inode* inode) {
+  const SearchContext all(ntfs_attr_get_search_ctx(inode, nullptr));
+  const SearchContext one(ntfs_attr_get_search_ctx(inode, nullptr));
+  if (!all || !one) return false;
+  errno = 0;
+  while (ntfs_attr_lookup(AT_DATA, nullptr, 0, CASE_SENSITIVE, 0, nullptr, 0, all.get()) == 0) {
+    const ATTR_RECORD* record = all->attr;
+    const auto* name = reinterpret_cast<const ntfschar*>(
+        reinterpret_cast<const std::uint8_t*>(record) + le16_to_cpu(record->name_offset));
+    ntfs_attr_reinit_search_ctx(one.get());
+    if (FindAttribute({AT_DATA, {name, name + record->name_length}}, 0, one.get()) != 0)
+      return false;
+  }
+  return errno == ENOENT;
+}
+
 std::unique_ptr<NtfsMount> NtfsMount::Open(NtfsDevice& device, bool read_only) {
   CollectLibraryMessages();
   ntfs_device* handle = device.NewHandle();
@@ -87,10 +103,15 @@ ntfs_inode* NtfsMount::Inode(ItemId item) {
   if (inode_ != nullptr && inode_->mft_no == MREF(item)) {
     return has_sequence(inode_) ? inode_ : nullptr;
   }
-  ntfs_inode_close(inode_);
+  CloseInode();
   errno = 0;
   inode_ = ntfs_inode_open(volume_, item);
   return inode_;
+}
+
+void NtfsMount::CloseInode() {
+  ntfs_inode_close(inode_);
+  inode_ = nullptr;
 }
 
 ntfs_attr* NtfsMount::LibraryAttribute(const ntfs_inode* inode, const AttributeName& name) const {

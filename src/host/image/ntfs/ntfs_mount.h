@@ -42,6 +42,9 @@ class NtfsMount {
   // owner: who changes it syncs it.
   ntfs_inode* Inode(ItemId item);
 
+  // Closes the one of ours: the next Inode() reads what is written.
+  void CloseInode();
+
   // The attribute of inode with exactly this name, which must be closed before the inode is.
   AttributeHandle OpenAttribute(ntfs_inode* inode, const AttributeName& name);
 
@@ -63,5 +66,9 @@ class NtfsMount {
 
 // Finds the first (or from lowest_vcn on, the covering) record of an attribute.
 int FindAttribute(const AttributeName& name, s64 lowest_vcn, ntfs_attr_search_ctx* context);
+
+// Can every data stream be found by its name? In damaged records, where names are out of order,
+// some are only met in passing.
+bool EveryStreamIsFound(ntfs_inode* inode);
 
 }  // namespace vornalux

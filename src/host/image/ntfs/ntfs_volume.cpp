@@ -296,7 +296,23 @@ ErrorCode NtfsVolume::MayMove(const StreamRef& stream, std::int64_t vcn, std::in
 ErrorCode NtfsVolume::Rewrite(const StreamRef& stream, const MovePlan& plan) {
   Place place;
   if (const ErrorCode found = Find(stream, place)) return found;
-  return Failure(RewriteRuns(*mount_, place.inode, place.attribute, plan));
+  const bool had_list = HasAttributeList(place.inode);
+  const int error = RewriteRuns(*mount_, place.inode, place.attribute, plan);
+  return error != 0 ? Failure(error) : Verify(stream, plan, had_list);
+}
+
+// Reads back what the library has made of the move: in a damaged record that may be something else.
+ErrorCode NtfsVolume::Verify(const StreamRef& stream, const MovePlan& plan, bool had_list) {
+  mount_->CloseInode();
+  Place place;
+  std::vector<ClusterRun> runs;
+  if (const ErrorCode found = Find(stream, place)) return found;
+  if (const int error = ReadRuns(place.inode, place.attribute, runs)) return Failure(error);
+  JoinRuns(runs);
+  if (runs != plan.after) return error::kFileCorrupt;
+  // Through an attribute list the library searches more strictly than without one.
+  const bool got_list = !had_list && HasAttributeList(place.inode);
+  return !got_list || EveryStreamIsFound(place.inode) ? error::kSuccess : error::kFileCorrupt;
 }
 
 ErrorCode NtfsVolume::Reload() {

@@ -61,6 +61,7 @@ class NtfsVolume final : public ImageVolume {
   [[noreturn]] void Refuse(const std::string& reason, const std::string& remedy) const;
   [[noreturn]] void RefuseMount(int error) const;
 
+  ErrorCode Verify(const StreamRef& stream, const MovePlan& plan, bool had_list);
   ErrorCode Find(const StreamRef& stream, Place& out);
   ErrorCode Failure(int error);
 
