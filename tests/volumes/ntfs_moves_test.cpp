@@ -91,7 +91,7 @@ TEST_P(NtfsMoves, ThousandsOfRandomMovesLeaveEverythingWhole) {
 }
 
 INSTANTIATE_TEST_SUITE_P(ClusterSizes, NtfsMoves,
-                         testing::Values(Geometry{512, 12 << 20, 400, 3000},
+                         testing::Values(Geometry{512, 24 << 20, 300, 3000},
                                          Geometry{4096, 48 << 20, 400, 3000},
                                          Geometry{16384, 96 << 20, 200, 1500},
                                          Geometry{65536, 192 << 20, 100, 1000}),

@@ -10,6 +10,8 @@
 
 namespace vornalux {
 
+class NtfsMount;
+
 using RunlistHandle = std::unique_ptr<runlist_element, FreeMemory>;
 
 // All runs of an attribute as its records say, none when it is resident. 0 or an errno value: EIO
@@ -22,7 +24,6 @@ RunlistHandle MakeRunlist(const std::vector<ClusterRun>& runs);
 // Makes the attribute lie where plan.after says, allocation bits included, and writes everything
 // that this changes. 0 or an errno value; on failure the library's memory and what it wrote are
 // half changed. EACCES: $MFT's own record has no room for it.
-class NtfsMount;
 int RewriteRuns(NtfsMount& mount, ntfs_inode* inode, const AttributeName& name,
                 const MovePlan& plan);
 
