@@ -148,11 +148,6 @@ std::error_code Transaction::GatherData(std::span<const ByteRange> pieces, std::
   return Error(std::errc::not_enough_memory);
 }
 
-std::error_code Transaction::CopyData(std::uint64_t from, std::uint64_t to, std::uint64_t length) {
-  const ByteRange piece{from, length};
-  return GatherData({&piece, 1}, to);
-}
-
 void Transaction::BeginMove() {
   assert(!in_move_);
   in_move_ = true;

@@ -52,7 +52,6 @@ class Transaction final : public BlockDevice {
   // target.
   std::error_code GatherData(std::span<const ByteRange> pieces, std::uint64_t to,
                              std::span<const ByteRange> guarded = {});
-  std::error_code CopyData(std::uint64_t from, std::uint64_t to, std::uint64_t length);
 
   void BeginMove();
   void KeepMove();

@@ -13,14 +13,6 @@ void ScriptedDesktop::AtEveryDoEvents(std::function<void()> action) {
   at_every_do_events_ = std::move(action);
 }
 
-void ScriptedDesktop::AtEveryBox(std::function<void(const ShownBox&)> action) {
-  at_every_box_ = std::move(action);
-}
-
-void ScriptedDesktop::PendInputWhen(std::function<bool()> decide) {
-  pend_when_ = std::move(decide);
-}
-
 void ScriptedDesktop::DoEvents() {
   const std::size_t now = ++do_events_;
   if (log_ != nullptr) {
@@ -37,7 +29,7 @@ void ScriptedDesktop::DoEvents() {
 }
 
 bool ScriptedDesktop::InputPending() {
-  const bool pending = pending_at_.contains(++input_pending_) || (pend_when_ && pend_when_());
+  const bool pending = pending_at_.contains(++input_pending_);
   if (log_ != nullptr) {
     log_->Add(CallKind::InputPending, {}, kInvalidHandle, {pending ? 1 : 0, 0, 0}, 0);
   }
@@ -61,7 +53,6 @@ BoxAnswer ScriptedDesktop::ShowBox(const std::string& text, const std::string& t
                static_cast<std::int64_t>(box.answer)},
               0);
   }
-  if (at_every_box_) at_every_box_(box);
   return box.answer;
 }
 

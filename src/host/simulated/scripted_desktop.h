@@ -38,14 +38,10 @@ class ScriptedDesktop final : public Desktop {
   // What the next Yes/No box without an answer yet gets. Without any: No.
   void Answer(BoxAnswer answer) { answers_.push_back(answer); }
   std::size_t AnswersLeft() const { return answers_.size(); }
-  // Runs while a box is open.
-  void AtEveryBox(std::function<void(const ShownBox&)> action);
   const std::vector<ShownBox>& Boxes() const { return boxes_; }
 
   // Makes the nth InputPending(), from 1, say yes; all others say no.
   void PendInputAt(std::size_t nth) { pending_at_.insert(nth); }
-  // Decides for the calls that PendInputAt() does not.
-  void PendInputWhen(std::function<bool()> decide);
 
   void DoEvents() override;
   bool InputPending() override;
@@ -56,12 +52,10 @@ class ScriptedDesktop final : public Desktop {
   CallLog* log_;
   std::multimap<std::size_t, std::function<void()>> at_do_events_;
   std::function<void()> at_every_do_events_;
-  std::function<void(const ShownBox&)> at_every_box_;
   std::size_t do_events_ = 0;
   std::deque<BoxAnswer> answers_;
   std::vector<ShownBox> boxes_;
   std::set<std::size_t> pending_at_;
-  std::function<bool()> pend_when_;
   std::size_t input_pending_ = 0;
 };
 
