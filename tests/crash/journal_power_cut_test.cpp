@@ -1,238 +1,162 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The power goes at every write of random transactions. Afterwards the volume must be as it was
-// before or after the commit in progress, with all earlier commits.
+// Whole moves, from the first to Close(): the power goes, or a call fails, at every point.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <optional>
 
 #include "host/image/journal.h"
-#include "host/image/transaction.h"
-#include "support/devices.h"
 #include "support/seed.h"
+#include "support/tiny_volume.h"
 
 namespace vornalux::test {
 namespace {
 
-constexpr std::size_t kSector = 512;
-constexpr std::size_t kMetadata = 12 * kSector;
-constexpr std::size_t kSlots = 10;
-constexpr std::size_t kSlotSize = 6 * kSector;
-constexpr std::size_t kVolume = kMetadata + kSlots * kSlotSize;
-constexpr int kVolumeDevice = 0;
-constexpr int kJournalDevice = 1;
-const VolumeIdentity kIdentity{{'T', 'E', 'S', 'T'}, 42, kVolume, 0};
+constexpr std::int64_t kClusters = 96;
 
-// What counts of a volume: the metadata, and the content of the slots in use.
-struct State {
-  Bytes volume;
-  std::array<bool, kSlots> live{};
-
-  bool Matches(const Bytes& other) const {
-    if (!std::equal(volume.begin(), volume.begin() + kMetadata, other.begin())) return false;
-    for (std::size_t slot = 0; slot < kSlots; ++slot) {
-      const auto at = static_cast<std::ptrdiff_t>(kMetadata + slot * kSlotSize);
-      const auto end = at + static_cast<std::ptrdiff_t>(kSlotSize);
-      if (!live[slot]) continue;
-      if (!std::equal(volume.begin() + at, volume.begin() + end, other.begin() + at)) return false;
-    }
-    return true;
+// Random moves, most of them possible; a commit here and there, which is told.
+template <typename Committed>
+ErrorCode RandomMoves(TinyVolume& volume, Random& random, int count, Committed committed) {
+  for (int i = 0; i < count; ++i) {
+    const ErrorCode code =
+        volume.Move(TinyVolume::File(static_cast<int>(Below(random, TinyVolume::kFiles))),
+                    static_cast<std::int64_t>(Below(random, 4)),
+                    static_cast<std::int64_t>(Below(random, kClusters)),
+                    1 + static_cast<std::int64_t>(Below(random, 4)));
+    if (code == error::kGenFailure || code == error::kWriteFault) return code;
+    if (Below(random, 12) != 0) continue;
+    if (const ErrorCode commit = volume.Commit()) return commit;
+    committed();
+    // Metadata without a move, in sectors that no file needs.
+    const Bytes note(2000, static_cast<std::uint8_t>(random()));
+    const std::uint64_t at = TinyVolume::kFirstCluster - 4096 + Below(random, 2000);
+    if (Below(random, 4) != 0 || volume.Device().Write(at, note)) continue;
+    if (const ErrorCode commit = volume.Commit()) return commit;
+    committed();
   }
-};
+  return volume.Close();
+}
 
-struct CommitMark {
-  std::size_t begin = 0;  // events before the commit
-  std::size_t end = 0;    // events when it returned
-};
+// All metadata but the dirty flag. What it says about content the volume's judge knows.
+Bytes Metadata(const Bytes& volume) {
+  Bytes metadata(volume.begin(), volume.begin() + TinyVolume::kFirstCluster);
+  metadata[0] = 0;
+  return metadata;
+}
 
+// What was done to volume (0) and journal (1), and the committed states on the way.
 struct History {
+  struct State {
+    std::size_t events = 0;  // of the log, until the commit returned
+    Bytes metadata;
+  };
   Bytes start;
   DeviceLog log;
-  std::vector<CommitMark> commits;
-  std::vector<State> states;  // states[n]: after n commits
+  std::vector<State> states;
 };
 
-Bytes RandomBytes(Random& random, std::size_t count) {
-  Bytes bytes(count);
-  for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random());
-  return bytes;
+History RandomHistory(Random& random, int moves) {
+  TinyWorld world(TinyVolume::Format(random, kClusters));
+  History history{world.device.Content(), {}, {}};
+  const auto committed = [&] {
+    history.states.push_back({history.log.size(), Metadata(world.device.Content())});
+  };
+  committed();
+  EXPECT_EQ(TinyVolume::Judge(history.start), "");
+  EXPECT_EQ(RandomMoves(*world.Open(&history.log), random, moves, committed), error::kSuccess);
+  committed();
+  EXPECT_EQ(TinyVolume::Judge(world.device.Content()), "");
+  EXPECT_GT(history.log.size(), 100U);
+  return history;
 }
 
-// Does random work in transactions: file data goes to slots that no committed state uses; metadata
-// goes anywhere, into slots in use as well.
-class Worker {
- public:
-  Worker(History& history, Random& random)
-      : history_(history),
-        random_(random),
-        volume_(RandomBytes(random, kVolume)),
-        recorded_volume_(volume_, history.log, kVolumeDevice),
-        recorded_store_(store_, history.log, kJournalDevice),
-        journal_(recorded_store_, recorded_volume_),
-        transaction_(recorded_volume_) {
-    history_.start = volume_.Content();
-    state_.volume = history_.start;
-    history_.states.push_back(state_);
+struct Cut {
+  explicit Cut(const Bytes& start, const Bytes& journal = {})
+      : volume(start), store(journal, true) {}
+
+  void Apply(const DeviceEvent& event) {
+    (event.device == 0 ? volume : store).Apply(event);
+    if (event.kind == DeviceEvent::Kind::Create) exists = true;
+    if (event.kind == DeviceEvent::Kind::Remove) exists = false;
   }
 
-  void Run(int batches) {
-    ASSERT_FALSE(journal_.Begin(kIdentity));
-    transaction_.AttachJournal(&journal_);
-    for (int batch = 0; batch < batches; ++batch) {
-      committed_live_ = state_.live;
-      const std::uint64_t moves = 1 + Below(random_, 4);
-      for (std::uint64_t move = 0; move < moves; ++move) OneMove();
-      CommitMark mark{history_.log.size(), 0};
-      ASSERT_FALSE(transaction_.Commit());
-      mark.end = history_.log.size();
-      history_.commits.push_back(mark);
-      history_.states.push_back(state_);
-    }
+  // The power goes; it may go again while somebody recovers what is left.
+  TinyWorld Left(Random& random, bool in_order) {
+    TinyWorld world(in_order ? volume.InOrder() : volume.Reordered(random));
+    world.journal.exists = exists;
+    world.journal.store.Content() = in_order ? store.InOrder() : store.Reordered(random);
+    if (!exists || Below(random, 8) != 0) return world;
+    Cut again(world.device.Content(), world.journal.store.Content());
+    again.exists = true;
+    DeviceLog log;
+    RecordingDevice recorded_volume(world.device, log, 0);
+    RecordingDevice recorded_store(world.journal.store, log, 1);
+    RedoJournal(recorded_store, recorded_volume).Recover(TinyVolume::Identity());
+    const std::size_t done = Below(random, log.size() + 1);
+    for (std::size_t i = 0; i < done; ++i) again.Apply(log[i]);
+    return again.Left(random, false);
   }
 
- private:
-  void OneMove() {
-    const State before = state_;
-    transaction_.BeginMove();
-    MoveSlot();
-    const std::uint64_t writes = 1 + Below(random_, 3);
-    for (std::uint64_t i = 0; i < writes; ++i) {
-      WriteMetadata(Below(random_, kMetadata - 700), 1 + Below(random_, 700));
-    }
-    if (Below(random_, 4) == 0) {
-      transaction_.DropMove();
-      state_ = before;
-    } else {
-      transaction_.KeepMove();
-    }
-  }
-
-  void MoveSlot() {
-    const std::size_t to = Below(random_, kSlots);
-    const std::size_t from = Below(random_, kSlots);
-    if (state_.live[to] || committed_live_[to]) return;
-    const Bytes content = RandomBytes(random_, kSlotSize);
-    ASSERT_FALSE(transaction_.WriteData(SlotAt(to), content));
-    std::copy(content.begin(), content.end(),
-              state_.volume.begin() + static_cast<std::ptrdiff_t>(SlotAt(to)));
-    state_.live[to] = true;
-    WriteMetadata(SlotAt(to) + Below(random_, kSlotSize - 40), 40);
-    state_.live[from] = false;
-  }
-
-  void WriteMetadata(std::uint64_t offset, std::size_t length) {
-    const Bytes content = RandomBytes(random_, length);
-    ASSERT_FALSE(transaction_.Write(offset, content));
-    std::copy(content.begin(), content.end(),
-              state_.volume.begin() + static_cast<std::ptrdiff_t>(offset));
-  }
-
-  static std::uint64_t SlotAt(std::size_t slot) { return kMetadata + slot * kSlotSize; }
-
-  History& history_;
-  Random& random_;
-  MemoryDevice volume_;
-  MemoryDevice store_{0, true};
-  RecordingDevice recorded_volume_;
-  RecordingDevice recorded_store_;
-  RedoJournal journal_;
-  Transaction transaction_;
-  State state_;
-  std::array<bool, kSlots> committed_live_{};
+  PowerCutDevice volume;
+  PowerCutDevice store;
+  bool exists = false;
 };
 
-// Recovers what a power cut left. Cut again and again while it recovers, it must come to the same.
-std::optional<Bytes> Recovered(const Bytes& volume_left, const Bytes& store_left, Random& random,
-                               std::string& why) {
-  PowerCutDevice volume(volume_left);
-  PowerCutDevice store(store_left, true);
-  DeviceLog log;
-  RecordingDevice recorded_volume(volume, log, kVolumeDevice);
-  RecordingDevice recorded_store(store, log, kJournalDevice);
-  const JournalFinding finding = RedoJournal(recorded_store, recorded_volume).Recover(kIdentity);
-  why = finding.error ? finding.error.message() : finding.detail;
-  if (finding.error || finding.state == JournalState::Conflict ||
-      finding.state == JournalState::Foreign) {
-    return std::nullopt;
-  }
-  if (!log.empty() && Below(random, 8) == 0) {
-    PowerCutDevice volume_again(volume_left);
-    PowerCutDevice store_again(store_left, true);
-    const std::size_t cut = Below(random, log.size());
-    for (std::size_t i = 0; i < cut; ++i) {
-      (log[i].device == kVolumeDevice ? volume_again : store_again).Apply(log[i]);
-    }
-    return Recovered(volume_again.Reordered(random), store_again.Reordered(random), random, why);
-  }
-  return volume.InOrder();
-}
-
-// Cuts the power after every event of the log; returns what went wrong first, or nothing.
+// Cuts the power after every event of the log: each time the volume must be in the state before or
+// after the commit in progress, with all earlier commits. What went wrong first, or nothing.
 std::string FirstViolation(const History& history, Random& random, int reorderings) {
-  PowerCutDevice volume(history.start);
-  PowerCutDevice store({}, true);
-  for (std::size_t cut = 0; cut <= history.log.size(); ++cut) {
-    const auto done = static_cast<std::size_t>(
-        std::count_if(history.commits.begin(), history.commits.end(),
-                      [&](const CommitMark& mark) { return mark.end <= cut; }));
-    const bool in_commit = done < history.commits.size() && history.commits[done].begin < cut;
+  Cut cut(history.start);
+  std::size_t done = 0;
+  for (std::size_t i = 0; i < history.log.size(); ++i) {
+    cut.Apply(history.log[i]);
+    while (done + 1 < history.states.size() && history.states[done + 1].events <= i + 1) ++done;
     for (int variant = 0; variant <= reorderings; ++variant) {
-      std::string why;
-      const auto left =
-          variant == 0 ? Recovered(volume.InOrder(), store.InOrder(), random, why)
-                       : Recovered(volume.Reordered(random), store.Reordered(random), random, why);
-      const bool good = left && (history.states[done].Matches(*left) ||
-                                 (in_commit && history.states[done + 1].Matches(*left)));
-      if (good) continue;
-      return "cut " + std::to_string(cut) + " of " + std::to_string(history.log.size()) +
-             ", variant " + std::to_string(variant) + ", after " + std::to_string(done) +
-             " commits: " + (left ? "the volume is in no committed state" : why);
+      TinyWorld world = cut.Left(random, variant == 0);
+      std::string trouble = world.Recover();
+      if (trouble.empty()) trouble = TinyVolume::Judge(world.device.Content());
+      const Bytes found = Metadata(world.device.Content());
+      const std::size_t next = std::min(done + 1, history.states.size() - 1);
+      if (found != history.states[done].metadata && found != history.states[next].metadata) {
+        trouble += " in no committed state";
+      }
+      if (trouble.empty()) continue;
+      return "cut after event " + std::to_string(i) + " of " + std::to_string(history.log.size()) +
+             ", variant " + std::to_string(variant) + ": " + trouble;
     }
-    if (cut == history.log.size()) break;
-    const DeviceEvent& event = history.log[cut];
-    (event.device == kVolumeDevice ? volume : store).Apply(event);
   }
   return "";
 }
 
-History RandomHistory(Random& random, int batches) {
-  History history;
-  Worker(history, random).Run(batches);
-  return history;
-}
-
-TEST(JournalPowerCut, VolumeIsAlwaysBeforeOrAfterTheCommit) {
+TEST(JournalPowerCut, FilesAreWholeAfterAPowerCutAtAnyWrite) {
   const std::uint64_t first_seed = TestSeed();
-  for (std::uint64_t seed = first_seed; seed < first_seed + 20; ++seed) {
+  for (std::uint64_t seed = first_seed; seed < first_seed + 12; ++seed) {
     Random random(seed);
-    const History history = RandomHistory(random, 25);
-    ASSERT_EQ(history.commits.size(), 25U);
-    EXPECT_EQ(FirstViolation(history, random, 6), "") << SeedNote(seed);
+    const History history = RandomHistory(random, 250);
+    ASSERT_EQ(FirstViolation(history, random, 6), "") << SeedNote(seed);
   }
 }
 
 // The flushes: one when work begins, and those of a commit in their order.
 enum class Phase { Begin, Data, Record, Apply, Drop };
 
-// The same log from a machine that takes no notice of one kind of flush.
+// The same history on a machine that takes no notice of one kind of flush.
 History Without(Phase phase, const History& history) {
   History out = history;
   out.log.clear();
-  Phase last_journal_phase = Phase::Begin;
+  Phase last_of_journal = Phase::Drop;
+  bool begun = false;
   for (std::size_t i = 0; i < history.log.size(); ++i) {
     const DeviceEvent& event = history.log[i];
     if (event.kind == DeviceEvent::Kind::Flush) {
-      const bool recorded = last_journal_phase == Phase::Record;
+      const bool recorded = last_of_journal == Phase::Record;
       Phase now = recorded ? Phase::Apply : Phase::Data;
-      if (event.device == kJournalDevice) {
-        const bool begins = i < history.commits.front().begin;
-        now = begins ? Phase::Begin : recorded ? Phase::Drop : Phase::Record;
-        last_journal_phase = now;
+      if (event.device == 1) {
+        now = !begun ? Phase::Begin : recorded ? Phase::Drop : Phase::Record;
+        last_of_journal = now;
+        begun = true;
       }
       if (now == phase) {
-        for (std::size_t mark = 0; mark < out.commits.size(); ++mark) {
-          if (history.commits[mark].begin > i) --out.commits[mark].begin;
-          if (history.commits[mark].end > i) --out.commits[mark].end;
+        for (std::size_t state = 0; state < out.states.size(); ++state) {
+          if (history.states[state].events > i) --out.states[state].events;
         }
         continue;
       }
@@ -248,10 +172,33 @@ TEST(JournalPowerCut, EveryFlushIsNeeded) {
     const std::uint64_t first_seed = TestSeed();
     for (std::uint64_t seed = first_seed; seed < first_seed + 10 && !noticed; ++seed) {
       Random random(seed);
-      const History history = Without(phase, RandomHistory(random, 25));
+      const History history = Without(phase, RandomHistory(random, 250));
       noticed = !FirstViolation(history, random, 6).empty();
     }
     EXPECT_TRUE(noticed) << "flush " << static_cast<int>(phase) << " " << SeedNote(first_seed);
+  }
+}
+
+// Each call of the volume's device fails in turn, once or for ever. The program goes on as long as
+// it is let; then it is as if the power had gone.
+TEST(JournalPowerCut, FilesAreWholeAfterAnIoErrorAtAnyCall) {
+  const std::uint64_t seed = TestSeed();
+  for (const bool for_ever : {false, true}) {
+    bool reached_the_end = false;
+    for (std::int64_t nth = 0; !reached_the_end; ++nth) {
+      SCOPED_TRACE(SeedNote(seed) + ", call " + std::to_string(nth));
+      Random random(seed);
+      TinyWorld world(TinyVolume::Format(random, kClusters));
+      FailingDevice failing(world.device, FailingDevice::kAll);
+      {
+        const std::unique_ptr<TinyVolume> volume = world.Open(nullptr, &failing);
+        failing.FailAt(nth, for_ever);
+        RandomMoves(*volume, random, 25, [] {});
+      }
+      reached_the_end = !failing.HasFailed();
+      ASSERT_EQ(world.Recover(), "");
+      ASSERT_EQ(TinyVolume::Judge(world.device.Content()), "");
+    }
   }
 }
 

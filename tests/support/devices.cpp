@@ -29,10 +29,12 @@ std::error_code MemoryDevice::Write(std::uint64_t offset, std::span<const std::u
 void PowerCutDevice::Apply(const DeviceEvent& event) {
   switch (event.kind) {
     case DeviceEvent::Kind::Write:
-      Write(event.offset, event.data);
+      pending_.push_back(event);
+      current_.Write(event.offset, event.data);
       break;
     case DeviceEvent::Kind::Flush:
-      Flush();
+      for (const DeviceEvent& write : pending_) durable_.Write(write.offset, write.data);
+      pending_.clear();
       break;
     case DeviceEvent::Kind::Create:
     case DeviceEvent::Kind::Remove:
@@ -40,17 +42,6 @@ void PowerCutDevice::Apply(const DeviceEvent& event) {
       current_.Content().clear();
       pending_.clear();
   }
-}
-
-std::error_code PowerCutDevice::Write(std::uint64_t offset, std::span<const std::uint8_t> data) {
-  pending_.push_back({0, DeviceEvent::Kind::Write, offset, {data.begin(), data.end()}});
-  return current_.Write(offset, data);
-}
-
-std::error_code PowerCutDevice::Flush() {
-  for (const DeviceEvent& write : pending_) durable_.Write(write.offset, write.data);
-  pending_.clear();
-  return {};
 }
 
 Bytes PowerCutDevice::Reordered(Random& random) const {

@@ -77,8 +77,8 @@ class RecordingDevice final : public BlockDevice {
 };
 
 // Knows at any time what a power cut could leave: all that was flushed, and of what was written
-// since any choice of sectors. Used as a device, or fed with the events of a log.
-class PowerCutDevice final : public BlockDevice {
+// since any choice of sectors. Fed with the events of a log.
+class PowerCutDevice {
  public:
   explicit PowerCutDevice(Bytes content, bool growable = false)
       : durable_(content, growable), current_(std::move(content), growable) {}
@@ -89,13 +89,6 @@ class PowerCutDevice final : public BlockDevice {
   const Bytes& InOrder() { return current_.Content(); }
   // What was flushed and a random choice of the sectors written since.
   Bytes Reordered(Random& random) const;
-
-  std::uint64_t Size() const override { return current_.Size(); }
-  std::error_code Read(std::uint64_t offset, std::span<std::uint8_t> out) override {
-    return current_.Read(offset, out);
-  }
-  std::error_code Write(std::uint64_t offset, std::span<const std::uint8_t> data) override;
-  std::error_code Flush() override;
 
  private:
   MemoryDevice durable_;

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <string>
 
 #include "support/devices.h"
@@ -15,15 +16,17 @@ namespace vornalux::test {
 
 inline constexpr std::size_t kMebibyte = std::size_t{1} << 20;
 
-// A folder of its own for each test, for images that other people's tools make.
-class ImageFolder : public testing::Test {
- protected:
-  void SetUp() override {
-    std::string name = testing::TempDir() + "vornalux-XXXXXX";
-    ASSERT_NE(::mkdtemp(name.data()), nullptr);
+// A folder that goes away at the end, for images that other people's tools make.
+class ScratchFolder {
+ public:
+  ScratchFolder() {
+    std::string name = std::filesystem::temp_directory_path() / "vornalux-XXXXXX";
+    if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make " + name);
     folder_ = std::filesystem::canonical(name);
   }
-  void TearDown() override { std::filesystem::remove_all(folder_); }
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  ~ScratchFolder() { std::filesystem::remove_all(folder_); }
 
   std::string Path(const std::string& name) const { return folder_ / name; }
 
@@ -41,11 +44,15 @@ class ImageFolder : public testing::Test {
     return content;
   }
 
-  // Runs a shell command in the folder.
+  // Runs a shell command in the folder. Throws, with what it printed, when it fails.
   void Run(const std::string& command) const {
-    const std::string line = "cd '" + folder_.string() + "' && PATH=$PATH:/usr/sbin:/sbin && { " +
+    const std::string line = "cd '" + folder_.string() +
+                             "' && export LC_ALL=C.UTF-8 MTOOLS_SKIP_CHECK=1 "
+                             "PATH=$PATH:/usr/sbin:/sbin && { " +
                              command + "; } >output 2>&1";
-    ASSERT_EQ(std::system(line.c_str()), 0) << command;
+    if (std::system(line.c_str()) == 0) return;
+    const Bytes output = Get("output");
+    throw std::runtime_error(command + " failed: " + std::string(output.begin(), output.end()));
   }
 
   Bytes Fat() const { return Formatted("mkfs.fat -i 1234ABCD", kMebibyte); }
@@ -59,6 +66,12 @@ class ImageFolder : public testing::Test {
   }
 
   std::filesystem::path folder_;
+};
+
+// One for each test.
+class ImageFolder : public testing::Test, protected ScratchFolder {
+ protected:
+  using ScratchFolder::Run;
 };
 
 }  // namespace vornalux::test

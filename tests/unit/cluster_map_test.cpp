@@ -2,9 +2,7 @@
 // The strip of the volume, pixel by pixel.
 #include "ui/cluster_map.h"
 
-#include <cmath>
 #include <limits>
-#include <map>
 
 #include "host/simulated/random_volume.h"
 #include "host/simulated/seeded_random.h"
@@ -134,31 +132,6 @@ TEST(ClusterMap, RunInsideARedraw) {
                                    [&] { rig.Run(nth % 2 == 0 ? Pass::Optimize : Pass::Defrag); });
     rig.window.Picdepartvolume.click();
     ExpectSound(rig);
-  }
-}
-
-TEST(ClusterMap, ColoursAndRounding) {
-  EXPECT_EQ(DensityColour(0), 0x004000U);
-  EXPECT_EQ(DensityColour(0.5F), 160U << 8);
-  EXPECT_EQ(DensityColour(1), 0x00FF00U);
-
-  SimulatedVolume volume({.total_clusters = 24 * 64, .file_system = "FAT"});
-  Rig rig(volume);
-  rig.window.RedrawClusterMap();
-  ASSERT_EQ(rig.window.map.ClustersPerColumn, 64);
-  const std::map<std::int64_t, std::size_t> columns = {
-      {0, 0}, {32, 0}, {33, 1}, {64, 1}, {96, 2}, {95, 1}, {160, 2}, {161, 3}, {23 * 64, 23}};
-  for (const auto& [cluster, column] : columns) {
-    rig.window.Picdepartvolume.Clear();
-    rig.window.map.teken_plaatje(cluster, 0xFFFFFF);
-    std::vector<Colour> expected(24, map_colour::kFree);
-    expected[column] = 0xFFFFFF;
-    EXPECT_EQ(Strip(rig), expected) << cluster;
-  }
-  for (const std::int64_t off : {std::int64_t{24} * 64, std::int64_t{1} << 40, std::int64_t{-65}}) {
-    rig.window.Picdepartvolume.Clear();
-    rig.window.map.teken_plaatje(off, 0xFFFFFF);
-    EXPECT_EQ(Strip(rig), std::vector<Colour>(24, map_colour::kFree)) << off;
   }
 }
 

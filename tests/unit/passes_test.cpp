@@ -234,55 +234,37 @@ TEST(Passes, ResultsOfAnalysisAreShown) {
             "[1] [3] [0] ");
 }
 
-// One file, one gap, the front limit at 100: where the file is asked to go, -1 for nowhere.
-TEST(Movers, Limits) {
+// $MFT, one gap, the front limit at 100: where it is asked to go, -1 for nowhere. The random
+// volumes have it in front already.
+TEST(Movers, LimitsOfTheMft) {
   const auto extents = [](std::int64_t count) {
     std::vector<SimulatedRun> runs;
     for (std::int64_t i = 0; i < count; ++i) runs.push_back({200 + 5 * i, 4});
     return runs;
   };
   struct Case {
-    const char* mover;
-    std::vector<SimulatedRun> file;
+    std::vector<SimulatedRun> mft;
     SimulatedRun gap;
     std::int64_t target;
   };
   const Case cases[] = {
-      {"MVE", {{200, 4}}, {100, 9}, -1},
-      {"MVE", {{200, 4}}, {101, 4}, 101},
-      {"MVE", {{200, 4}}, {101, 3}, -1},
-      {"MVE", {{50, 4}}, {300, 4}, 300},
-      {"OPT", {{200, 4}}, {100, 9}, -1},
-      {"OPT", {{200, 4}}, {101, 4}, 101},
-      {"OPT", {{200, 4}}, {204, 9}, -1},
-      {"OPT", {{99, 4}}, {300, 9}, -1},
-      {"PRF", {{200, 4}}, {99, 4}, 99},
-      {"PRF", {{200, 4}}, {100, 9}, -1},
-      {"DFR", {{200, 2}, {210, 2}}, {300, 4}, 300},
-      {"DFR", {{200, 2}, {210, 2}}, {300, 3}, 300},
-      {"MFT", {{101, 20}, {240, 20}}, {50, 40}, 50},
-      {"MFT", {{100, 20}, {240, 20}}, {50, 40}, -1},
-      {"MFT", {{200, 20}, {240, 20}}, {99, 40}, 99},
-      {"MFT", {{200, 20}, {240, 20}}, {100, 40}, -1},
-      {"MFT", {{200, 40}}, {50, 40}, -1},
-      {"MFT", extents(11), {300, 5}, -1},
-      {"MFT", extents(12), {300, 5}, 300},
+      {{{101, 20}, {240, 20}}, {50, 40}, 50},
+      {{{100, 20}, {240, 20}}, {50, 40}, -1},
+      {{{200, 20}, {240, 20}}, {99, 40}, 99},
+      {{{200, 20}, {240, 20}}, {100, 40}, -1},
+      {{{200, 40}}, {50, 40}, -1},
+      {extents(11), {300, 5}, -1},
+      {extents(12), {300, 5}, 300},
   };
   for (const Case& test : cases) {
-    SCOPED_TRACE(std::string(test.mover) + " to " + std::to_string(test.gap.lcn));
+    SCOPED_TRACE("from " + std::to_string(test.mft[0].lcn) + " to " + std::to_string(test.gap.lcn));
     SimulatedVolume volume({.total_clusters = 400});
-    const std::string mover = test.mover;
-    mover == "MFT" ? volume.AddMft(test.file) : volume.AddFile("f", test.file);
+    volume.AddMft(test.mft);
     volume.TakeClusters(0, 400);
     volume.ReleaseClusters(test.gap.lcn, test.gap.count);
     Rig rig(volume);
     rig.engine.geometry.constants.ReservedFront = 100;
-    Movers& movers = rig.engine.movers;
-    if (mover == "MVE") movers.MoveWholeFile("C:\\f");
-    if (mover == "OPT") movers.OptimizeFile("C:\\f");
-    if (mover == "PRF") movers.PlacePrefetchFile("C:\\f");
-    if (mover == "DFR") movers.DefragmentFile("C:\\f");
-    if (mover == "MFT") movers.DefragmentFileInFront("C:\\$MFT", true);
+    rig.engine.movers.DefragmentFileInFront("C:\\$MFT", true);
     const std::vector<MoveRequest> requests = Requests(rig);
     EXPECT_EQ(requests.empty() ? -1 : requests[0].lcn, test.target);
   }

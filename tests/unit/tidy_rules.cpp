@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <map>
 #include <regex>
 #include <set>
@@ -12,6 +13,11 @@ namespace vornalux {
 namespace {
 
 using Names = std::set<std::string>;
+
+Names Words(const std::string& text) {
+  std::istringstream words(text);
+  return {std::istream_iterator<std::string>(words), {}};
+}
 
 const Names kPortable = {"platform", "volume", "engine", "forms", "ui", "health", "shell", "app"};
 
@@ -31,103 +37,16 @@ const std::map<std::string, Names> kMayInclude = {
 const Names kPortableHosts = {"host/mounted", "host/simulated"};
 
 // The C++ library, without the headers that C or a system brings along.
-const Names kStandardHeaders = {"algorithm",
-                                "any",
-                                "array",
-                                "atomic",
-                                "barrier",
-                                "bit",
-                                "bitset",
-                                "cassert",
-                                "cctype",
-                                "cerrno",
-                                "cfenv",
-                                "cfloat",
-                                "charconv",
-                                "chrono",
-                                "cinttypes",
-                                "climits",
-                                "clocale",
-                                "cmath",
-                                "codecvt",
-                                "compare",
-                                "complex",
-                                "concepts",
-                                "condition_variable",
-                                "coroutine",
-                                "csetjmp",
-                                "csignal",
-                                "cstdarg",
-                                "cstddef",
-                                "cstdint",
-                                "cstdio",
-                                "cstdlib",
-                                "cstring",
-                                "ctime",
-                                "cuchar",
-                                "cwchar",
-                                "cwctype",
-                                "deque",
-                                "exception",
-                                "execution",
-                                "filesystem",
-                                "format",
-                                "forward_list",
-                                "fstream",
-                                "functional",
-                                "future",
-                                "initializer_list",
-                                "iomanip",
-                                "ios",
-                                "iosfwd",
-                                "iostream",
-                                "istream",
-                                "iterator",
-                                "latch",
-                                "limits",
-                                "list",
-                                "locale",
-                                "map",
-                                "memory",
-                                "memory_resource",
-                                "mutex",
-                                "new",
-                                "numbers",
-                                "numeric",
-                                "optional",
-                                "ostream",
-                                "queue",
-                                "random",
-                                "ranges",
-                                "ratio",
-                                "regex",
-                                "scoped_allocator",
-                                "semaphore",
-                                "set",
-                                "shared_mutex",
-                                "source_location",
-                                "span",
-                                "sstream",
-                                "stack",
-                                "stdexcept",
-                                "stop_token",
-                                "streambuf",
-                                "string",
-                                "string_view",
-                                "syncstream",
-                                "system_error",
-                                "thread",
-                                "tuple",
-                                "type_traits",
-                                "typeindex",
-                                "typeinfo",
-                                "unordered_map",
-                                "unordered_set",
-                                "utility",
-                                "valarray",
-                                "variant",
-                                "vector",
-                                "version"};
+const Names kStandardHeaders = Words(R"(
+algorithm any array atomic barrier bit bitset cassert cctype cerrno cfenv cfloat charconv chrono
+cinttypes climits clocale cmath codecvt compare complex concepts condition_variable coroutine
+csetjmp csignal cstdarg cstddef cstdint cstdio cstdlib cstring ctime cuchar cwchar cwctype deque
+exception execution filesystem format forward_list fstream functional future initializer_list
+iomanip ios iosfwd iostream istream iterator latch limits list locale map memory memory_resource
+mutex new numbers numeric optional ostream queue random ranges ratio regex scoped_allocator
+semaphore set shared_mutex source_location span sstream stack stdexcept stop_token streambuf
+string string_view syncstream system_error thread tuple type_traits typeindex typeinfo
+unordered_map unordered_set utility valarray variant vector version)");
 
 // "ui" for src/ui/x.h, "host/image" for src/host/image/fat/x.h; empty outside src/.
 std::string FolderOf(const std::string& path) {

@@ -14,44 +14,60 @@ void Require(ErrorCode error, const std::string& what) {
   }
 }
 
-void AddItem(MountedVolume& volume, const FolderItem& item, const std::string& path,
-             std::vector<KnownStream>& out) {
-  KnownStream own{.path = path, .ref = {item.id, {}}, .attributes = item.attributes, .extents = {}};
-  Require(volume.Extents(own.ref, own.extents), "extents of " + path);
-  out.push_back(own);
+// Walks a volume; what cannot be read is left out when that is tolerated.
+class Walker {
+ public:
+  Walker(MountedVolume& volume, bool tolerant) : volume_(volume), tolerant_(tolerant) {}
 
-  std::vector<std::string> names;
-  Require(volume.StreamNames(item.id, names), "streams of " + path);
-  for (const std::string& name : names) {
-    if (name == "::$DATA") continue;
-    KnownStream named = own;
-    named.path += name;
-    named.ref.stream = name;
-    Require(volume.Extents(named.ref, named.extents), "extents of " + named.path);
-    out.push_back(named);
+  void Add(const FolderItem& item, const std::string& path) {
+    KnownStream own{
+        .path = path, .ref = {item.id, {}}, .attributes = item.attributes, .extents = {}};
+    AddStream(own);
+    std::vector<std::string> names;
+    if (Fails(volume_.StreamNames(item.id, names), "streams of " + path)) return;
+    for (const std::string& name : names) {
+      if (name == "::$DATA") continue;
+      KnownStream named = own;
+      named.path += name;
+      named.ref.stream = name;
+      AddStream(named);
+    }
   }
-}
 
-void WalkFolder(MountedVolume& volume, ItemId folder, const std::string& path,
-                std::vector<KnownStream>& out) {
-  std::vector<FolderItem> items;
-  Require(volume.ListFolder(folder, items), "listing " + path);
-  for (const FolderItem& item : items) {
-    AddItem(volume, item, path + item.name, out);
-    const bool enter = (item.attributes & attribute::kDirectory) != 0 &&
-                       (item.attributes & attribute::kReparsePoint) == 0;
-    if (enter) WalkFolder(volume, item.id, path + item.name + '\\', out);
+  void AddFolder(ItemId folder, const std::string& path) {
+    std::vector<FolderItem> items;
+    if (Fails(volume_.ListFolder(folder, items), "listing " + path)) return;
+    for (const FolderItem& item : items) {
+      Add(item, path + item.name);
+      const bool enter = (item.attributes & attribute::kDirectory) != 0 &&
+                         (item.attributes & attribute::kReparsePoint) == 0;
+      if (enter) AddFolder(item.id, path + item.name + '\\');
+    }
   }
-}
+
+  std::vector<KnownStream> found;
+
+ private:
+  bool Fails(ErrorCode error, const std::string& what) const {
+    if (!tolerant_) Require(error, what);
+    return error != error::kSuccess;
+  }
+  void AddStream(KnownStream stream) {
+    Fails(volume_.Extents(stream.ref, stream.extents), "extents of " + stream.path);
+    found.push_back(std::move(stream));
+  }
+
+  MountedVolume& volume_;
+  bool tolerant_;
+};
 
 }  // namespace
 
-std::vector<KnownStream> Walk(MountedVolume& volume) {
-  std::vector<KnownStream> found;
-  AddItem(volume, {.name = "", .attributes = attribute::kDirectory, .id = volume.Root()}, "",
-          found);
-  WalkFolder(volume, volume.Root(), "", found);
-  return found;
+std::vector<KnownStream> Walk(MountedVolume& volume, bool tolerant) {
+  Walker walker(volume, tolerant);
+  walker.Add({.name = "", .attributes = attribute::kDirectory, .id = volume.Root()}, "");
+  walker.AddFolder(volume.Root(), "");
+  return std::move(walker.found);
 }
 
 std::vector<std::uint8_t> WholeBitmap(const MountedVolume& volume) {
@@ -95,6 +111,27 @@ std::string FlipCase(std::string name) {
     if (letter) c = static_cast<char>(c ^ 0x20);
   }
   return name;
+}
+
+std::string PossibleMove::Text() const {
+  return " vcn " + std::to_string(vcn) + " lcn " + std::to_string(lcn) + " count " +
+         std::to_string(count);
+}
+
+std::optional<PossibleMove> SomeMove(MountedVolume& volume, const StreamRef& stream,
+                                     SeededRandom& random) {
+  std::vector<Extent> extents;
+  EXPECT_EQ(volume.Extents(stream, extents), error::kSuccess);
+  const std::int64_t size = VcnCount(extents);
+  if (size == 0) return std::nullopt;
+  PossibleMove move;
+  move.vcn = random.Chance(0.3) ? 0 : random.Below(size);
+  const std::int64_t left = size - move.vcn;
+  move.count = random.Chance(0.4) ? left : std::min(left, random.Between(1, 5));
+  const std::int64_t total = volume.Facts().total_clusters;
+  move.lcn = FindFree(WholeBitmap(volume), total, move.count, random.Below(total));
+  if (move.lcn < 0) return std::nullopt;
+  return move;
 }
 
 std::map<std::string, std::uint64_t> Contents(MountedVolume& volume,

@@ -9,11 +9,13 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "host/mounted/mounted_volume.h"
+#include "host/simulated/seeded_random.h"
 #include "support/seed.h"
 
 namespace vornalux::contract {
@@ -34,7 +36,6 @@ struct Kind {
   std::function<std::unique_ptr<Subject>(std::uint64_t seed)> make;
   bool has_holes = false;
   bool has_streams = false;
-  bool has_mft = false;
   // All clusters in use belong to items that can be listed, the root and "$MFT".
   bool all_visible = true;
   // A move may take or give back clusters for the file system's own use.
@@ -55,8 +56,9 @@ struct KnownStream {
   bool IsNamed() const { return !ref.stream.empty(); }
 };
 
-// Everything listed, folders and named streams included, the root first.
-std::vector<KnownStream> Walk(MountedVolume& volume);
+// Everything listed, folders and named streams included, the root first. Throws for what cannot be
+// read, unless that is tolerated.
+std::vector<KnownStream> Walk(MountedVolume& volume, bool tolerant = false);
 std::vector<std::uint8_t> WholeBitmap(const MountedVolume& volume);
 bool IsUsed(const std::vector<std::uint8_t>& bitmap, std::int64_t lcn);
 
@@ -67,6 +69,18 @@ std::vector<std::int64_t> PlaceOfEach(const std::vector<Extent>& extents);
 std::int64_t FindFree(const std::vector<std::uint8_t>& bitmap, std::int64_t clusters,
                       std::int64_t count, std::int64_t from = 0);
 std::string FlipCase(std::string name);
+
+// A move of a whole stream, or of a piece of it, to some free place.
+struct PossibleMove {
+  std::int64_t vcn = 0;
+  std::int64_t lcn = 0;
+  std::int64_t count = 0;
+
+  std::string Text() const;
+};
+// Nothing for a stream without clusters, or when no place was found.
+std::optional<PossibleMove> SomeMove(MountedVolume& volume, const StreamRef& stream,
+                                     SeededRandom& random);
 
 // All content by path, as a hash of what Read() gives; folders left out.
 std::map<std::string, std::uint64_t> Contents(MountedVolume& volume,

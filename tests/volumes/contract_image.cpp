@@ -1,42 +1,23 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // The contract over images of every file system, opened the way that users open them. The judge is
 // the checker, which shares no code with the volumes, and what the maker says it wrote.
-#include <unistd.h>
-
-#include <filesystem>
-
 #include "check/content.h"
 #include "check/volume_check.h"
 #include "host/image/image_file.h"
 #include "mkvolume/maker.h"
+#include "support/image_folder.h"
 #include "volumes/contract.h"
 
 namespace vornalux::contract {
 
 namespace {
 
-class ScratchFolder {
- public:
-  ScratchFolder() {
-    std::string name = std::filesystem::temp_directory_path() / "vornalux-contract-XXXXXX";
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make " + name);
-    path_ = name;
-  }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-  ~ScratchFolder() { std::filesystem::remove_all(path_); }
-  std::string File(const std::string& name) const { return path_ / name; }
-
- private:
-  std::filesystem::path path_;
-};
-
 constexpr std::uint64_t kFirstPartition = 1 << 20;  // bytes, where the maker puts it
 
 class ImageSubject final : public Subject {
  public:
   ImageSubject(const std::string& recipe, std::uint64_t seed)
-      : image_(folder_.File("volume.img")),
+      : image_(folder_.Path("volume.img")),
         partitioned_(recipe.find("partitioned") != std::string::npos),
         expected_(MakeVolume(recipe + " seed=" + std::to_string(seed), image_)) {
     Open();
@@ -75,7 +56,7 @@ class ImageSubject final : public Subject {
     EXPECT_FALSE(report.recovered) << report.recovery;
   }
 
-  ScratchFolder folder_;
+  test::ScratchFolder folder_;
   std::string image_;
   bool partitioned_;
   Manifest expected_;
@@ -89,7 +70,6 @@ Kind ImageKind(const std::string& name, const std::string& recipe) {
       .make = [recipe](std::uint64_t seed) { return std::make_unique<ImageSubject>(recipe, seed); },
       .has_holes = ntfs,
       .has_streams = ntfs,
-      .has_mft = ntfs,
       .all_visible = !ntfs,
       .grows_metadata = ntfs,
       .sorted = ntfs};

@@ -36,8 +36,7 @@ Kind SimulatedKind(const std::string& name, const RandomVolumeOptions& options) 
                 return std::make_unique<SimulatedSubject>(MakeRandomVolume(options, seed));
               },
           .has_holes = options.with_holes > 0,
-          .has_streams = ntfs && options.with_stream > 0,
-          .has_mft = ntfs && options.mft};
+          .has_streams = ntfs && options.with_stream > 0};
 }
 
 // 4099 and 2001: no multiple of 8, so that the last bitmap byte is a part of one.

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "host/image/little_endian.h"
+#include "support/image_folder.h"
 #include "volumes/fat_image.h"
 
 namespace vornalux::test {
@@ -21,10 +22,9 @@ Names RootNames(FatWorld& world) {
 }
 
 TEST(FatNames, ListedInOrderWithAttributes) {
-  Scratch scratch;
-  MakeFat(scratch, {"", 32, 34000});
+  const ScratchFolder scratch;
+  scratch.Run("mkfs.fat -C -n VORNALUX -i 1234ABCD -F 32 -s 1 image 34000; echo >any");
   const std::string longest(255, 'x');
-  scratch.Put("any", Bytes(5, 'x'));
   for (const std::string name :
        {"SHORT.TXT", "gone.txt", "lower.txt", "MIXED.txt", "Äußerst lang & 名前.txt", "ends",
         longest.c_str(), "hidden.sys"}) {
@@ -42,6 +42,9 @@ TEST(FatNames, ListedInOrderWithAttributes) {
                                      {longest, 0x20},
                                      {"hidden.sys", 0x27},
                                      {"Folder", 0x10}}));
+  const VolumeFacts facts = world.Open()->Facts();
+  EXPECT_EQ(facts.file_system + facts.label, "FAT32VORNALUX");
+  EXPECT_EQ(facts.serial, 0x1234ABCDu);
 }
 
 // A volume with the file "abcdefghijklmn.txt" only; its long name takes the two entries before its
@@ -49,10 +52,9 @@ TEST(FatNames, ListedInOrderWithAttributes) {
 template <typename Change>
 std::string NameAfter(Change change) {
   static const Bytes made = [] {
-    Scratch scratch;
-    MakeFat(scratch, {"", 12, 1000});
+    const ScratchFolder scratch;
     scratch.Put("any", {});
-    scratch.Run("mcopy -i image any ::/abcdefghijklmn.txt");
+    scratch.Run("mkfs.fat -C -F 12 image 1000 && mcopy -i image any ::/abcdefghijklmn.txt");
     return scratch.Get("image");
   }();
   FatWorld world(made);

@@ -2,8 +2,6 @@
 #include "maker_editor.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
 namespace vornalux::test {
@@ -33,13 +31,6 @@ void Put(ByteSpan bytes, std::size_t at, std::size_t width, std::uint64_t value)
   for (std::size_t i = 0; i < width; ++i, value >>= 8) {
     bytes[at + i] = static_cast<std::uint8_t>(value);
   }
-}
-
-std::vector<std::uint8_t> LoadFile(const std::string& path) {
-  std::vector<std::uint8_t> bytes(std::filesystem::file_size(path));
-  std::ifstream(path, std::ios::binary)
-      .read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  return bytes;
 }
 
 const CheckedItem& NtfsEditor::Whole(std::size_t n) const {
@@ -93,106 +84,47 @@ void NtfsEditor::Block(std::int64_t lcn, const std::function<void(ByteSpan)>& ed
   Protected(At(lcn).first(4096), edit);
 }
 
+std::size_t NtfsEditor::FindAttribute(ByteSpan record, std::uint32_t type,
+                                      std::size_t name_length) {
+  for (std::size_t at = Get(record, 20, 2); Get(record, at, 4) != 0xFFFFFFFF;
+       at += Get(record, at + 4, 4)) {
+    if (Get(record, at, 4) == type && record[at + 9] == name_length) return at;
+  }
+  throw std::logic_error("no such attribute");
+}
+
 void NtfsEditor::Attribute(std::uint64_t number, std::uint32_t type,
                            const std::function<void(ByteSpan)>& edit, std::size_t name_length) {
   Record(number, [&](ByteSpan record) {
-    for (std::size_t at = Get(record, 20, 2); Get(record, at, 4) != 0xFFFFFFFF;) {
-      const std::size_t length = Get(record, at + 4, 4);
-      if (Get(record, at, 4) == type && record[at + 9] == name_length) {
-        return edit(record.subspan(at, length));
-      }
-      at += length;
-    }
-    throw std::logic_error("no such attribute");
+    const std::size_t at = FindAttribute(record, type, name_length);
+    edit(record.subspan(at, Get(record, at + 4, 4)));
   });
 }
 
-FatEditor::FatEditor(std::vector<std::uint8_t> image, const CheckReport& sound)
-    : bytes(std::move(image)), report(sound) {
-  const ByteSpan boot = Boot();
-  const std::size_t sector = Get(boot, 11, 2);
-  tables_at_ = sector * Get(boot, 14, 2);
-  tables_ = boot[16];
-  table_size_ = sector * (Get(boot, 22, 2) != 0 ? Get(boot, 22, 2) : Get(boot, 36, 4));
-  data_at_ = tables_at_ + static_cast<std::size_t>(tables_) * table_size_ + 32 * Get(boot, 17, 2);
-  bits_ = std::stoi(report.file_system.substr(3));
+std::int64_t NtfsEditor::FirstLcn(ByteSpan attribute) {
+  const std::size_t runs = Get(attribute, 32, 2);
+  return static_cast<std::int64_t>(
+      Get(attribute, runs + 1 + (attribute[runs] & 15), attribute[runs] >> 4));
 }
 
-std::uint32_t FatEditor::Next(std::uint32_t cluster) const {
-  const ByteSpan table(const_cast<std::uint8_t*>(bytes.data()) + tables_at_, table_size_);
-  if (bits_ == 32) return Get(table, std::size_t{4} * cluster, 4) & 0x0FFFFFFF;
-  if (bits_ == 16) return static_cast<std::uint32_t>(Get(table, std::size_t{2} * cluster, 2));
-  const auto pair = static_cast<std::uint32_t>(Get(table, cluster * 3 / 2, 2));
-  return cluster % 2 == 0 ? pair & 0xFFF : pair >> 4;
-}
-
-void FatEditor::SetNextInCopy(int copy, std::uint32_t cluster, std::uint32_t next) {
-  const ByteSpan table = ByteSpan(bytes).subspan(
-      tables_at_ + static_cast<std::size_t>(copy) * table_size_, table_size_);
-  if (bits_ == 32) return Put(table, std::size_t{4} * cluster, 4, next);
-  if (bits_ == 16) return Put(table, std::size_t{2} * cluster, 2, next);
-  const std::uint64_t pair = Get(table, cluster * 3 / 2, 2);
-  Put(table, cluster * 3 / 2, 2,
-      cluster % 2 == 0 ? (pair & 0xF000) | (next & 0xFFF) : (pair & 0xF) | (next & 0xFFF) << 4);
-}
-
-void FatEditor::SetNext(std::uint32_t cluster, std::uint32_t next) {
-  for (int copy = 0; copy < tables_; ++copy) SetNextInCopy(copy, cluster, next);
-}
-
-std::uint32_t FatEditor::FreeCluster() const {
-  std::uint32_t cluster = 2;
-  while (Next(cluster) != 0) ++cluster;
-  return cluster;
-}
-
-const CheckedItem& FatEditor::LongFile(std::size_t n) const {
-  return Nth(report, n, [this](const CheckedItem& item) {
-    return !item.is_folder && item.size > report.cluster_size;
-  });
-}
-
-const CheckedItem& FatEditor::InnerFolder(std::size_t n) const {
-  return Nth(report, n, [](const CheckedItem& item) {
-    return item.is_folder && std::count(item.path.begin(), item.path.end(), '/') > 1;
-  });
-}
-
-ByteSpan FatEditor::Folder(const CheckedItem& folder) {
-  return ByteSpan(bytes).subspan(
-      data_at_ + static_cast<std::size_t>(folder.extents.at(0).lcn) * report.cluster_size,
-      report.cluster_size);
-}
-
-ByteSpan FatEditor::EntryOf(const CheckedItem& item) {
-  for (const CheckedItem& folder : report.items) {
-    if (!folder.is_folder || !item.path.starts_with(folder.path + "/")) continue;
-    for (const CheckedExtent& extent : folder.extents) {
-      const std::size_t start =
-          data_at_ + static_cast<std::size_t>(extent.lcn) * report.cluster_size;
-      const std::size_t size = static_cast<std::size_t>(extent.count) * report.cluster_size;
-      for (std::size_t at = start; at < start + size; at += 32) {
-        const ByteSpan entry = ByteSpan(bytes).subspan(at, 32);
-        const bool used = entry[0] != 0 && entry[0] != 0xE5 && entry[11] != 0x0F && entry[0] != '.';
-        if (used && (Get(entry, 26, 2) | Get(entry, 20, 2) << 16) == First(item)) return entry;
-      }
-    }
+ByteSpan NtfsEditor::LaterDataEntry(std::uint64_t number) {
+  constexpr std::uint32_t kList = 0x20, kData = 0x80;
+  std::int64_t lcn = 0;
+  Attribute(number, kList, [&](ByteSpan a) { lcn = FirstLcn(a); });
+  const ByteSpan list = At(lcn);
+  for (std::size_t at = 0;; at += Get(list, at + 4, 2)) {
+    if (Get(list, at, 4) == kData && Get(list, at + 8, 8) > 0) return list.subspan(at);
   }
-  throw std::logic_error("no entry of " + item.path);
 }
 
-std::size_t FatEditor::LongNameAt() {
-  for (const CheckedItem& folder : report.items) {
-    if (!folder.is_folder) continue;
-    const ByteSpan entries = Folder(folder);
-    for (std::size_t at = 0; at + 64 < entries.size() && entries[at] != 0; at += 32) {
-      const bool first_of_long = entries[at + 11] == 0x0F && (entries[at] & 0x40) != 0;
-      if (first_of_long && entries[at] != 0xE5 && entries[at] > 0x41) {
-        return static_cast<std::size_t>(&entries[at] - bytes.data());
-      }
-    }
-  }
-  throw std::logic_error("no long name");
+void NtfsEditor::FlipClusterBit(std::int64_t lcn) {
+  At(Meta("/$Bitmap").extents[0].lcn)[static_cast<std::size_t>(lcn / 8)] ^=
+      static_cast<std::uint8_t>(1U << (lcn % 8));
+}
+
+bool NtfsEditor::ClusterBit(std::int64_t lcn) {
+  const ByteSpan bits = At(Meta("/$Bitmap").extents[0].lcn);
+  return (bits[static_cast<std::size_t>(lcn / 8)] >> (lcn % 8) & 1) != 0;
 }
 
 }  // namespace vornalux::test

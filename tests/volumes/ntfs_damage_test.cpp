@@ -8,13 +8,8 @@
 #include "check/ntfs_check.h"
 #include "host/image/refused.h"
 #include "support/seed.h"
+#include "volumes/maker_editor.h"
 #include "volumes/ntfs_image.h"
-
-extern "C" {
-#include <ntfs-3g/attrlist.h>
-}
-#undef min
-#undef max
 
 namespace vornalux::test {
 namespace {
@@ -31,20 +26,11 @@ std::vector<std::size_t> Structures(const Bytes& image) {
 }
 
 void Damage(Bytes& image, std::size_t structure, std::mt19937_64& random) {
-  constexpr std::uint64_t kNasty[] = {0,
-                                      1,
-                                      7,
-                                      0x7F,
-                                      0x80,
-                                      0xFF,
-                                      0x7FFF,
-                                      0xFFFF,
-                                      0xFFFFFFFF,
-                                      0x7FFFFFFFFFFFFFFF,
-                                      0xFFFFFFFFFFFFFFFF};
+  const std::uint64_t edge = ~std::uint64_t{0} >> random() % 64;
   for (std::uint64_t changes = 1 + random() % 3; changes > 0; --changes) {
     const std::size_t at = structure + random() % 500;
-    const std::uint64_t value = random() % 2 == 0 ? random() : kNasty[random() % std::size(kNasty)];
+    const std::uint64_t values[] = {random(), edge, edge + 1, random() % 8};
+    const std::uint64_t value = values[random() % std::size(values)];
     std::memcpy(&image[at], &value, std::size_t{1} << random() % 4);
   }
 }
@@ -67,31 +53,26 @@ bool OwnersAreClear(const Bytes& image) {
 // Asks everything and moves a little of everything.
 void Exercise(MountedVolume& volume, const Bytes& image, std::mt19937_64& random) {
   const std::int64_t total = volume.Facts().total_clusters;
-  for (const NamedStream& each : AllStreams(volume)) {
+  for (const KnownStream& each : AllStreams(volume)) {
     std::vector<Extent> extents;
-    volume.Extents(each.stream, extents);
-    const Bytes content = ReadStart(volume, each.stream);
+    volume.Extents(each.ref, extents);
+    const Bytes content = ReadStart(volume, each.ref);
     if (extents.empty()) continue;
-    const bool is_mft = each.path.starts_with("/$MFT");  // which moving something changes
+    const bool is_mft = each.path.starts_with("$MFT");  // which moving something changes
     const auto vcn =
         static_cast<std::int64_t>(random() % static_cast<std::uint64_t>(extents.back().NextVcn));
     const auto lcn = static_cast<std::int64_t>(random() % static_cast<std::uint64_t>(total));
-    const ErrorCode code = volume.Move(each.stream, vcn, lcn, 1 + static_cast<int>(random() % 3));
+    const ErrorCode code = volume.Move(each.ref, vcn, lcn, 1 + static_cast<int>(random() % 3));
     if (code != error::kSuccess || content.empty() || is_mft) continue;
-    EXPECT_TRUE(ReadStart(volume, each.stream) == content || !OwnersAreClear(image)) << each.path;
+    EXPECT_TRUE(ReadStart(volume, each.ref) == content || !OwnersAreClear(image)) << each.path;
   }
 }
 
 TEST(NtfsDamage, NoDamageCrashes) {
   const std::uint64_t seed = TestSeed();
   SCOPED_TRACE(SeedNote(seed));
-  const ImageFile image("damage");
-  MakeFilled(image, 4 << 20, 512, 50, 1);
-  {
-    LibraryVolume library(image, LibraryVolume::Mode::ReadWrite);
-    library.AddShattered(FILE_root, u"shattered", Content(400 * 512, 1), 5000);
-  }
-  const Bytes whole = image.Content();
+  const Bytes whole =
+      MakeStrange(512, "size=4M files=50 folders=3 compressed=15% shredded=1:300", 1);
   const std::vector<std::size_t> structures = Structures(whole);
   int opened = 0;
   for (std::uint64_t round = 0; round < 300; ++round) {
@@ -111,68 +92,56 @@ TEST(NtfsDamage, NoDamageCrashes) {
   EXPECT_GT(opened, 100);
 }
 
-// The index entry of a folder's only item says that it is the folder itself.
+// The first index entry of a folder says that it is the folder itself.
 TEST(NtfsDamage, FoldersInsideThemselvesAreListedOnce) {
-  const ImageFile image("loop");
-  MakeNtfs(image, 4 << 20, 4096);
-  std::uint64_t outer = 0;
-  {
-    LibraryVolume library(image, LibraryVolume::Mode::ReadWrite);
-    outer = library.AddFolder(FILE_root, u"outer");
-    library.AddFolder(outer, u"inner");
-    ntfs_inode* inode = ntfs_inode_open(library.Volume(), outer);
-    {
-      const SearchContext context(ntfs_attr_get_search_ctx(inode, nullptr));
-      ASSERT_EQ(ntfs_attr_lookup(AT_INDEX_ROOT, NTFS_INDEX_I30, 4, CASE_SENSITIVE, 0, nullptr, 0,
-                                 context.get()),
-                0);
-      auto* root = reinterpret_cast<std::uint8_t*>(context->attr) +
-                   le16_to_cpu(context->attr->value_offset) + offsetof(INDEX_ROOT, index);
-      auto* entry = reinterpret_cast<INDEX_ENTRY*>(
-          root + le32_to_cpu(reinterpret_cast<INDEX_HEADER*>(root)->entries_offset));
-      entry->indexed_file = cpu_to_le64(outer);
-      ntfs_inode_mark_dirty(inode);
-    }
-    ASSERT_EQ(ntfs_inode_close(inode), 0);
-  }
-  MemoryVolume volume(image.Content());
+  Bytes image = MakeNtfs("ntfs size=8M files=20 folders=3");
+  const CheckReport report = CheckNtfs(MemorySource(image));
+  NtfsEditor editor(image, report);
+  // Items come in the order of their paths: what lies in a folder follows it.
+  const auto folder = std::adjacent_find(report.items.begin(), report.items.end(),
+                                         [](const CheckedItem& item, const CheckedItem& next) {
+                                           return item.is_folder && item.extents.empty() &&
+                                                  next.path.starts_with(item.path + "/");
+                                         });
+  const ItemId outer = folder->id | Get(editor.RawRecord(folder->id), 16, 2) << 48;
+  constexpr std::uint32_t kIndexRoot = 0x90;
+  editor.Attribute(
+      folder->id, kIndexRoot,
+      [&](ByteSpan a) {
+        const std::size_t header = Get(a, 20, 2) + 16;
+        const std::size_t entry = header + Get(a, header, 4);
+        Put(a, entry, 8, outer);
+        Put(a, entry + 16 + 56, 4, 0x10000000);  // what its name says: a folder
+      },
+      4);
+  MemoryVolume volume(editor.bytes);
   std::vector<FolderItem> items;
   ASSERT_EQ(volume->ListFolder(volume->Root(), items), error::kSuccess);
-  ASSERT_EQ(items.size(), 1U);
   ASSERT_EQ(volume->ListFolder(outer, items), error::kSuccess);
-  ASSERT_EQ(items.size(), 1U);
-  EXPECT_EQ(items[0].id, outer);
-  EXPECT_EQ(volume->ListFolder(items[0].id, items), error::kFileCorrupt);
+  const auto self = std::find_if(items.begin(), items.end(),
+                                 [&](const FolderItem& item) { return item.id == outer; });
+  ASSERT_NE(self, items.end());
+  EXPECT_EQ(volume->ListFolder(self->id, items), error::kFileCorrupt);
 }
 
-// Two files alike; the attribute list of one names the records of the other.
+// A record that the attribute list of one file names says that it is the other's.
 TEST(NtfsDamage, RecordsOfAnotherFileAreNotTakenForOwn) {
-  const ImageFile image("stolen");
-  MakeNtfs(image, 8 << 20, 512);
-  StreamRef thief;
-  StreamRef owner;
-  {
-    LibraryVolume library(image, LibraryVolume::Mode::ReadWrite);
-    thief.item = library.AddShattered(FILE_root, u"thief", Content(600 * 512, 1), 9000);
-    owner.item = library.AddShattered(FILE_root, u"owner", Content(600 * 512, 2), 12000);
-    ntfs_inode* from = ntfs_inode_open(library.Volume(), owner.item);
-    ntfs_inode* to = ntfs_inode_open(library.Volume(), thief.item);
-    ASSERT_TRUE(from->attr_list_size > 0 && from->attr_list_size == to->attr_list_size);
-    for (std::uint32_t at = 0; at < to->attr_list_size;) {
-      auto* entry = reinterpret_cast<ATTR_LIST_ENTRY*>(to->attr_list + at);
-      const auto* other = reinterpret_cast<const ATTR_LIST_ENTRY*>(from->attr_list + at);
-      if (entry->lowest_vcn != 0) entry->mft_reference = other->mft_reference;
-      at += le16_to_cpu(entry->length);
-    }
-    ntfs_attrlist_mark_dirty(to);
-    ASSERT_EQ(ntfs_inode_close(to) | ntfs_inode_close(from), 0);
-  }
-  MemoryVolume volume(image.Content());
+  Bytes image = MakeNtfs("ntfs size=8M cluster=512 files=5 shredded=2:600");
+  const CheckReport report = CheckNtfs(MemorySource(image));
+  NtfsEditor editor(image, report);
+  MemoryVolume sound(image);
+  const StreamRef thief = FindStream(*sound, "shredded 0.bin");
+  const StreamRef owner = FindStream(*sound, "shredded 1.bin");
+  constexpr std::uint64_t kNumber = 0xFFFFFFFFFFFF;
+  const std::uint64_t stolen = Get(editor.LaterDataEntry(thief.item & kNumber), 16, 6);
+  editor.Record(stolen, [&](ByteSpan record) { Put(record, 0x20, 8, owner.item); });
+  MemoryVolume volume(editor.bytes);
   std::vector<Extent> extents;
   EXPECT_EQ(volume->Extents(owner, extents), error::kSuccess);
   EXPECT_EQ(extents.size(), 600U);
+  const std::int64_t last = extents.back().NextVcn - 1;
   EXPECT_EQ(volume->Extents(thief, extents), error::kFileCorrupt);
-  EXPECT_EQ(volume->Move(thief, 599, 15000, 1), error::kFileCorrupt);
+  EXPECT_EQ(volume->Move(thief, last, FreeRun(*volume, 0, 1), 1), error::kFileCorrupt);
 }
 
 }  // namespace

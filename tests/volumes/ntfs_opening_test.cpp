@@ -7,8 +7,10 @@
 #include <functional>
 
 #include "check/ntfs_check.h"
+#include "host/image/image_file.h"
 #include "host/image/little_endian.h"
-#include "host/image/refused.h"
+#include "support/image_folder.h"
+#include "volumes/maker_editor.h"
 #include "volumes/ntfs_image.h"
 
 namespace vornalux::test {
@@ -46,70 +48,71 @@ Bytes RestartPages(std::uint16_t major, bool clean) {
   return pages;
 }
 
-class NtfsOpening : public testing::Test {
+class NtfsOpening : public ImageFolder {
  protected:
-  NtfsOpening() : image_("opening") { MakeFilled(image_, 8 << 20, 4096, 40, 8); }
+  NtfsOpening() { Put("v.img", MakeStrange(4096, "size=8M files=40 folders=2", 8)); }
+
+  void MakeEmpty() const { Put("v.img", MakeNtfs("ntfs size=8M cluster=4096 files=0 folders=0")); }
+
+  std::unique_ptr<MountedVolume> Open(bool writable, bool allow_dirty = false) const {
+    const MayLeak may_leak;
+    OpenReport report;
+    OpenOptions options;
+    options.writable = writable;
+    options.allow_dirty = allow_dirty;
+    return OpenImage(Path("v.img"), options, report);
+  }
 
   // What the refusal says; empty when the volume was opened. The image must stay as it is.
   std::string Refusal(bool writable, bool allow_dirty) const {
-    const Bytes before = image_.Content();
+    const Bytes before = Get("v.img");
     std::string said;
     try {
-      OpenFile(image_, writable, allow_dirty);
+      Open(writable, allow_dirty);
     } catch (const VolumeRefused& refused) {
       said = refused.what();
       EXPECT_NE(said, "");
     }
-    EXPECT_EQ(image_.Content() == before, true) << "the image has changed";
+    EXPECT_TRUE(Get("v.img") == before) << "the image has changed";
     return said;
   }
-
-  ImageFile image_;
 };
 
 TEST_F(NtfsOpening, TellsWhatTheVolumeIs) {
-  MakeNtfs(image_, 8 << 20, 4096);
-  const auto volume = OpenFile(image_, false);
+  Run("ntfslabel v.img Tést");
+  const auto volume = Open(false);
   EXPECT_EQ(volume->Facts().file_system, "NTFS");
-  EXPECT_EQ(volume->Facts().label, "T\u00e9st");
-  EXPECT_EQ(volume->Facts().serial, LoadLittle<std::uint64_t>(image_.Peek(0x48, 8), 0));
+  EXPECT_EQ(volume->Facts().label, "Tést");
+  EXPECT_EQ(volume->Facts().serial, LoadLittle<std::uint64_t>(Get("v.img"), 0x48));
   EXPECT_EQ(volume->Facts().sectors_per_cluster, 8U);
   EXPECT_EQ(volume->Facts().total_clusters, (8 << 20) / 4096 - 1);
   EXPECT_FALSE(volume->Dirty());
 }
 
 TEST_F(NtfsOpening, LookingLeavesEveryByteAsItIs) {
-  const Bytes before = image_.Content();
+  const Bytes before = Get("v.img");
   for (const bool writable : {false, true}) {
-    const auto volume = OpenFile(image_, writable);
+    const auto volume = Open(writable);
     Bytes content(1 << 16);
-    for (const NamedStream& each : AllStreams(*volume)) {
+    for (const KnownStream& each : AllStreams(*volume)) {
       std::vector<Extent> extents;
       std::size_t done = 0;
-      EXPECT_EQ(volume->Extents(each.stream, extents), error::kSuccess) << each.path;
-      if (each.stream.stream.ends_with("$DATA")) {
-        EXPECT_EQ(volume->Read(each.stream, 0, content, done), error::kSuccess) << each.path;
+      EXPECT_EQ(volume->Extents(each.ref, extents), error::kSuccess) << each.path;
+      if (!each.IsFolder() && !each.path.ends_with("$BITMAP")) {
+        EXPECT_EQ(volume->Read(each.ref, 0, content, done), error::kSuccess) << each.path;
       }
     }
     EXPECT_EQ(volume->Close(), error::kSuccess);
   }
-  EXPECT_TRUE(image_.Content() == before);
+  EXPECT_TRUE(Get("v.img") == before);
 }
 
 TEST_F(NtfsOpening, WorkMarksTheVolumeDirtyAndEndsClean) {
-  auto volume = OpenFile(image_, true);
-  const auto streams = AllStreams(*volume);
-  std::vector<Extent> extents;
-  for (const NamedStream& each : streams) {
-    if (each.path.starts_with("/$MFT")) continue;
-    volume->Extents(each.stream, extents);
-    if (extents.empty() || extents.front().Lcn < 0) continue;
-    ASSERT_EQ(volume->Move(each.stream, 0, FreeRun(*volume, 0, 1), 1), error::kSuccess)
-        << each.path;
-    break;
-  }
+  auto volume = Open(true);
+  const StreamRef file = FindStream(*volume, "marked");
+  ASSERT_EQ(volume->Move(file, 0, FreeRun(*volume, 0, 1), 1), error::kSuccess);
   ASSERT_EQ(volume->Commit(), error::kSuccess);
-  EXPECT_TRUE(CheckNtfs(image_.Path()).dirty);
+  EXPECT_TRUE(CheckNtfs(Path("v.img")).dirty);
   ASSERT_EQ(volume->Close(), error::kSuccess);
   volume.reset();
   EXPECT_EQ(Refusal(true, false), "");
@@ -118,39 +121,39 @@ TEST_F(NtfsOpening, WorkMarksTheVolumeDirtyAndEndsClean) {
 TEST_F(NtfsOpening, UncleanVolumesAreRefused) {
   struct Case {
     const char* what;
-    std::function<void(LibraryVolume&)> make;
+    std::function<void(NtfsEditor&)> make;
     const char* says;
+  };
+  const auto log = [](std::uint16_t major, bool clean) {
+    return [=](NtfsEditor& editor) {
+      std::ranges::copy(RestartPages(major, clean),
+                        editor.At(editor.Meta("/$LogFile").extents[0].lcn).begin());
+    };
   };
   const Case cases[] = {
       {"dirty",
-       [](LibraryVolume& library) {
-         ntfs_volume_write_flags(library.Volume(), library.Volume()->flags | VOLUME_IS_DIRTY);
+       [](NtfsEditor& editor) {
+         editor.Attribute(3, 0x70, [](ByteSpan a) { a[test::Get(a, 20, 2) + 10] |= 1; });
        },
        "chkdsk"},
       {"hibernated",
-       [](LibraryVolume& library) {
-         Bytes header(8192);
-         std::copy_n("hibr", 4, header.begin());
-         library.AddFile(FILE_root, u"hiberfil.sys", header);
+       [this](NtfsEditor& editor) {
+         Put("in", {'h', 'i', 'b', 'r'});
+         Run("truncate -s 8192 in && ntfscp -q -f v.img in hiberfil.sys");
+         editor.bytes = Get("v.img");
        },
        "shutdown /s /f"},
-      {"unfinished log",
-       [](LibraryVolume& library) { library.Write(FILE_LogFile, u"", 0, RestartPages(1, false)); },
-       "$LogFile"},
-      {"fast startup",
-       [](LibraryVolume& library) { library.Write(FILE_LogFile, u"", 0, RestartPages(2, true)); },
-       "shutdown /s /f"},
-      {"finished log",
-       [](LibraryVolume& library) { library.Write(FILE_LogFile, u"", 0, RestartPages(1, true)); },
-       nullptr},
+      {"unfinished log", log(1, false), "$LogFile"},
+      {"fast startup", log(2, true), "shutdown /s /f"},
+      {"finished log", log(1, true), nullptr},
   };
   for (const Case& each : cases) {
     SCOPED_TRACE(each.what);
-    MakeNtfs(image_, 8 << 20, 4096);
-    {
-      LibraryVolume library(image_, LibraryVolume::Mode::ReadWrite);
-      each.make(library);
-    }
+    MakeEmpty();
+    const CheckReport report = CheckNtfs(Path("v.img"));
+    NtfsEditor editor(Get("v.img"), report);
+    each.make(editor);
+    Put("v.img", editor.bytes);
     for (const bool writable : {false, true}) {
       const std::string said = Refusal(writable, false);
       if (each.says == nullptr) {
@@ -164,25 +167,26 @@ TEST_F(NtfsOpening, UncleanVolumesAreRefused) {
 }
 
 TEST_F(NtfsOpening, DamagedVolumesAreRefused) {
-  const Bytes whole = image_.Content();
-  const std::uint64_t mft = 4 * 4096;  // where mkntfs puts it
-  const std::pair<const char*, std::function<void()>> cases[] = {
-      {"cut short", [&] { std::filesystem::resize_file(image_.Path(), (8 << 20) - 8192); }},
-      {"no sectors", [&] { image_.Poke(0x28, Bytes(8)); }},
-      {"far too many sectors", [&] { image_.Poke(0x28, Bytes(8, 0x7F)); }},
-      {"$MFT elsewhere",
-       [&] {
-         image_.Poke(0x30, {9, 1});
-       }},
-      {"$MFT's record gone", [&] { image_.Poke(mft, Bytes(1024)); }},
-      {"$MFTMirr differs", [&] { image_.Poke(mft + 0x40, Bytes(8, 0xAA)); }},
-      {"$Bitmap's record gone", [&] { image_.Poke(mft + 6 * 1024, Bytes(1024)); }},
-      {"root's record gone", [&] { image_.Poke(mft + 5 * 1024, Bytes(1024)); }},
+  const Bytes whole = Get("v.img");
+  const CheckReport report = CheckNtfs(Path("v.img"));
+  const auto wipe = [](ByteSpan bytes) { std::ranges::fill(bytes, std::uint8_t{0}); };
+  const std::pair<const char*, std::function<void(NtfsEditor&)>> cases[] = {
+      {"cut short", [](NtfsEditor& e) { e.bytes.resize(e.bytes.size() - 8192); }},
+      {"no sectors", [](NtfsEditor& e) { test::Put(e.bytes, 0x28, 8, 0); }},
+      {"far too many sectors",
+       [](NtfsEditor& e) { test::Put(e.bytes, 0x28, 8, 0x7F7F7F7F7F7F7F7F); }},
+      {"$MFT elsewhere", [](NtfsEditor& e) { test::Put(e.bytes, 0x30, 2, 0x109); }},
+      {"$MFT's record gone", [&](NtfsEditor& e) { wipe(e.RawRecord(0)); }},
+      {"$MFTMirr differs",
+       [](NtfsEditor& e) { test::Put(e.RawRecord(0), 0x40, 8, 0xAAAAAAAAAAAAAAAA); }},
+      {"$Bitmap's record gone", [&](NtfsEditor& e) { wipe(e.RawRecord(6)); }},
+      {"root's record gone", [&](NtfsEditor& e) { wipe(e.RawRecord(5)); }},
   };
   for (const auto& [what, damage] : cases) {
     SCOPED_TRACE(what);
-    image_.SetContent(whole);
-    damage();
+    NtfsEditor editor(whole, report);
+    damage(editor);
+    Put("v.img", editor.bytes);
     EXPECT_NE(Refusal(true, false), "");
     EXPECT_NE(Refusal(false, true), "");
   }
