@@ -128,11 +128,6 @@ void Introfrm::ShowOverMainWindow() {
   Show();
 }
 
-void Introfrm::UnloadWindows() {
-  Unload();
-  frmContext.Unload();
-}
-
 void Introfrm::minimize_to_tray() {
   Hide();
   main_window_.Hide();

@@ -70,7 +70,8 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   void ShowOverMainWindow() override;
   void minimize_to_tray() override;
   void cleanup_systray() override;
-  void UnloadWindows() override;
+  void UnloadLauncher() override { Unload(); }
+  void UnloadContextMenuSettings() override { frmContext.Unload(); }
 
   // DiskCheckSink
   void Done(bool failed) override;

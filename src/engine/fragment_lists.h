@@ -12,8 +12,8 @@ namespace vornalux {
 // The fragmented files: full paths and, at the same index, extent counts as decimal text. Always
 // one empty element more than files.
 struct FragmentLists {
-  std::vector<std::string> FragNames;
-  std::vector<std::string> FragExtents;
+  std::vector<std::string> FragNames{""};
+  std::vector<std::string> FragExtents{""};
 
   void Clear();
   void Add(const std::string& path, std::int64_t extents);

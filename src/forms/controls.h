@@ -162,6 +162,33 @@ class ListView : public Control {
   std::vector<std::string> rows_;
 };
 
+// A drop-down list. Choosing an item runs the event, also when it was chosen already.
+class ComboBox : public Control {
+ public:
+  Property<std::int32_t> list_index{*this, -1};  // the chosen item; -1 for none
+  Event change;
+
+  const std::vector<std::string>& items() const { return items_; }
+  void Add(const std::string& item) {
+    items_.push_back(item);
+    NotifyChanged();
+  }
+  void Clear() {
+    items_.clear();
+    list_index = -1;
+    NotifyChanged();
+  }
+  // Nothing when there is no such item.
+  void Choose(std::int32_t index) {
+    if (!enabled || index < 0 || index >= std::ssize(items_)) return;
+    list_index = index;
+    Raise(change);
+  }
+
+ private:
+  std::vector<std::string> items_;
+};
+
 enum class WindowState { Normal, Minimized };
 
 class Form : public Observable {

@@ -69,15 +69,19 @@ bool DefragWindow::QueryUnload(CloseReason reason) {
   if (Busy()) {
     platform_.desktop.ShowBox("Quit current operation first!", kProgramTitle, BoxButtons::Ok,
                               BoxIcon::None);
-    return reason != CloseReason::CloseBox;
+    if (reason == CloseReason::CloseBox) return false;
+    flags_.StopRequested = True;
+    Unload();
+    return true;
   }
   flags_.StopRequested = True;
   if (launcher) {
     launcher->cleanup_systray();
-    launcher->UnloadWindows();
+    launcher->UnloadLauncher();
   }
   details.Unload();
   debug_window_.Unload();
+  if (launcher) launcher->UnloadContextMenuSettings();
   engine.geometry.CloseVolume(engine.geometry.VolumeHandle);
   Unload();
   return true;
@@ -100,9 +104,17 @@ void DefragWindow::RunPass(bool (Passes::*pass)()) {
 
 void DefragWindow::cmdDefrag_Click() { RunPass(&Passes::defrag); }
 
-void DefragWindow::SmartOptimize_Click() { RunPass(&Passes::optimizequick); }
+void DefragWindow::SmartOptimize_Click() { RunArrangingPass(&Passes::optimizequick); }
 
-void DefragWindow::cmdCompact_Click() { RunPass(&Passes::compactquick); }
+void DefragWindow::cmdCompact_Click() { RunArrangingPass(&Passes::compactquick); }
+
+void DefragWindow::RunArrangingPass(bool (Passes::*pass)()) {
+  RunPass(pass);
+  if (!flags_.StopRequested) return;
+  // Showing the log may have let something happen.
+  caption = "Volume " + target_.Root();
+  flags_.AnalysisValid = False;
+}
 
 // The box is the pause: the run stands still inside the checkpoint that let this click through.
 void DefragWindow::Arretdefrag_Click() {

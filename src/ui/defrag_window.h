@@ -24,8 +24,8 @@ class LauncherLink {
   virtual void ShowOverMainWindow() = 0;
   virtual void minimize_to_tray() = 0;
   virtual void cleanup_systray() = 0;
-  // Unloads the launcher and the windows that belong to it.
-  virtual void UnloadWindows() = 0;
+  virtual void UnloadLauncher() = 0;
+  virtual void UnloadContextMenuSettings() = 0;
 };
 
 // The main window, where a run happens. The menu is the only record of whether one is going on.
@@ -52,7 +52,7 @@ class DefragWindow final : public Form, public RunView {
   CheckBox ChkNoFileDisplay;  // do not show the names of files
 
   // The temperature line and how often a pass has it read anew.
-  Label Label6{"", activity_colour::kResting};
+  Label Label6{"temp N/A", activity_colour::kResting};
   Timer tmrTemperatures{30000};
 
   // The cluster map, and the glyph that lights up while it is redrawn.
@@ -88,7 +88,8 @@ class DefragWindow final : public Form, public RunView {
     if (window_state == WindowState::Minimized) Minimize();
   }
 
-  // False when the window must stay. Busy, it only stays for its own close box.
+  // False when the window must stay. Busy, it only stays for its own close box; closed all the
+  // same, the run ends at its next check.
   bool QueryUnload(CloseReason reason);
 
   // RunView
@@ -120,6 +121,7 @@ class DefragWindow final : public Form, public RunView {
   void SmartOptimize_Click();
   void cmdCompact_Click();
   void RunPass(bool (Passes::*pass)());
+  void RunArrangingPass(bool (Passes::*pass)());
   void Arretdefrag_Click();
   void Quitter_Click();
   void Minimize();

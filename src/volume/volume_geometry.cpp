@@ -123,15 +123,19 @@ bool VolumeGeometry::ShowVolumeBitmap(const std::string& drive, RunView& view) {
   }
   const std::int32_t total = ReadVolumeConstants(drive);
   const std::size_t bytes = static_cast<std::size_t>(total) / 8 + 1;
-  BitmapChunk chunk;
+  // The memory of the last drawing, unless this is a drawing inside a drawing.
+  BitmapChunk chunk{.starting_lcn = 0, .bitmap_size = 0, .bits = std::move(map_bits_)};
   // The spare byte past a whole number of bytes is part of the answer's buffer, not of the volume.
+  chunk.bits.resize(bytes);
   if (total == 0 ||
       platform_.volumes.VolumeBitmap(map_volume_handle_, 0, bytes, chunk) != error::kSuccess) {
     return fail("Error reading the drive information.");
   }
   CloseVolume(map_volume_handle_);
   chunk.bits.resize(bytes);
-  view.DrawVolumeBitmap({chunk.starting_lcn, chunk.bitmap_size, std::move(chunk.bits)});
+  VolumeBitmapImage image{chunk.starting_lcn, chunk.bitmap_size, std::move(chunk.bits)};
+  view.DrawVolumeBitmap(image);
+  map_bits_ = std::move(image.bytes);
   return true;
 }
 

@@ -77,6 +77,7 @@ class VolumeGeometry {
   Handle map_volume_handle_ = kInvalidHandle;
   FreeRunIndex free_runs_;
   BitmapChunk chunk_;
+  std::vector<std::uint8_t> map_bits_;
 };
 
 }  // namespace vornalux

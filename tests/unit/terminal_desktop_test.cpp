@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The Stop button, questions and progress of the terminal, on a volume in memory and with a clock
+// The terminal's Stop button, keys, questions and progress, on a volume in memory and with a clock
 // that the test winds.
 #include "host/terminal/terminal_desktop.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -21,15 +23,12 @@ using std::chrono::milliseconds;
 
 class FakeConsole final : public Console {
  public:
-  bool can_redraw = true;
   bool can_ask = true;
   std::deque<std::string> answers;  // none left: the input is closed
   std::string shown;
   std::string progress;
 
-  bool CanRedraw() const override { return can_redraw; }
   bool CanAsk() const override { return can_ask; }
-  int Columns() const override { return 80; }
   Charset Characters() const override { return Charset::Ascii; }
   void Print(std::string_view text) override { shown += text; }
   void PrintIfReady(std::string_view text) override { progress += text; }
@@ -42,6 +41,59 @@ class FakeConsole final : public Console {
   }
 };
 
+// A terminal that keeps what is on it, and keys that somebody has typed ahead.
+class FakeScreen final : public Screen {
+ public:
+  ScreenSize size = {80, 24};
+  std::deque<Key> keys;
+  bool foreground = true;
+  bool ready = true;
+  bool taken = false;
+  int sent = 0;
+  std::vector<std::string> rows;
+
+  bool Shows(const std::string& text) const {
+    return std::any_of(rows.begin(), rows.end(),
+                       [&](const std::string& row) { return row.find(text) != std::string::npos; });
+  }
+
+  Look look() const override { return {Charset::Ascii, ColourDepth::None}; }
+  ScreenSize Size() const override { return size; }
+  bool Take(bool& drawn) override {
+    drawn = taken;
+    if (!foreground) return false;
+    taken = true;
+    return true;
+  }
+  void Release() override { taken = false; }
+  bool Ready() override { return ready; }
+  void Send(std::string_view text) override {
+    EXPECT_TRUE(ready && taken);
+    ++sent;
+    std::size_t row = 0;
+    rows.resize(static_cast<std::size_t>(size.rows));
+    for (std::size_t i = 0; i < text.size(); ++i) {
+      if (text[i] != '\x1b') {
+        rows.at(row) += text[i];
+        continue;
+      }
+      const std::size_t end = text.find_first_not_of("[0123456789;", i + 1);
+      if (text[end] == 'J') rows.assign(rows.size(), "");
+      if (text[end] == 'H') {
+        row = static_cast<std::size_t>(std::atoi(text.data() + i + 2)) - 1;
+        rows.at(row).clear();
+      }
+      i = end;
+    }
+  }
+  std::optional<Key> ReadKey(milliseconds) override {
+    if (keys.empty()) return std::nullopt;
+    const Key next = keys.front();
+    keys.pop_front();
+    return next;
+  }
+};
+
 // Sets events when the run gets as far as a certain move, and winds the clock with each.
 class EventfulPlatform final : public MountedPlatform {
  public:
@@ -50,12 +102,16 @@ class EventfulPlatform final : public MountedPlatform {
   int moves = 0;
   int event_move = 0;
   unsigned event = 0;
+  std::function<void()> at_event;
   milliseconds move_time = milliseconds(0);
 
   ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t vcn, std::int64_t lcn,
                          std::uint32_t count) override {
     now += move_time;
-    if (++moves == event_move) events |= event;
+    if (++moves == event_move) {
+      events |= event;
+      if (at_event) at_event();
+    }
     if (move_time.count() > 0) events |= pending::kTick;
     return MountedPlatform::MoveClusters(volume, file, vcn, lcn, count);
   }
@@ -63,13 +119,17 @@ class EventfulPlatform final : public MountedPlatform {
 
 // A program with a fragmented volume, and the user in front of it.
 struct Scene {
-  explicit Scene(bool quiet = false)
+  enum class Look { Plain, Quiet, Live };
+
+  explicit Scene(Look look = Look::Plain)
       : volume(MakeRandomVolume(VolumeOptions(), 1)),
         desktop(
-            console, platform.events, [this] { return platform.now; }, quiet) {
+            console, look == Look::Live ? &screen : nullptr, platform.events,
+            [this] { return platform.now; }, look == Look::Quiet) {
     platform.Mount('C', *volume);
     program = std::make_unique<Program>(Platform{platform, platform, platform, desktop});
-    desktop.Bind(program->main_window);
+    desktop.Bind(program->main_window, {.cluster_bytes = [] { return 1024; },
+                                        .terminal_in_use = [this] { return terminal_in_use; }});
     program->launcher.SelectDrive("C:\\");
   }
 
@@ -93,6 +153,8 @@ struct Scene {
   bool Stopped() const { return program->flags.StopRequested != False; }
 
   FakeConsole console;
+  FakeScreen screen;
+  bool terminal_in_use = false;
   EventfulPlatform platform;
   std::unique_ptr<SimulatedVolume> volume;
   TerminalDesktop desktop;
@@ -126,7 +188,7 @@ TEST(TerminalDesktop, StopAsksAndDoesAsToldAtOnce) {
   };
   for (const Case& c : kCases) {
     SCOPED_TRACE(c.what);
-    Scene scene(true);
+    Scene scene(Scene::Look::Quiet);
     scene.console.can_ask = c.can_ask;
     scene.console.answers = c.answers;
     scene.platform.event_move = 5;
@@ -179,30 +241,139 @@ TEST(TerminalDesktop, TimerTicksByTheClock) {
   EXPECT_EQ(pass(milliseconds(2000)), 2);
 }
 
-TEST(TerminalDesktop, ProgressIsDrawnInPlaceAndMessagesStartOnACleanLine) {
-  Scene scene;
-  scene.platform.move_time = milliseconds(1000);
-  scene.Defrag();
-  EXPECT_NE(scene.console.progress.find("\r\x1b[KDefragmenting  ####"), std::string::npos);
-  EXPECT_NE(scene.console.progress.find(" left  C:\\"), std::string::npos);
-  EXPECT_EQ(scene.console.progress.find('\n'), std::string::npos);
-  scene.desktop.ShowBox("one\r\ntwo", "title", BoxButtons::Ok, BoxIcon::Warning);
-  EXPECT_EQ(scene.console.shown, "\r\x1b[Kvornalux: one\ntwo\n");
+TEST(TerminalDesktop, PlainProgressIsAFewLines) {
+  for (const bool in_use : {false, true}) {
+    Scene scene(in_use ? Scene::Look::Live : Scene::Look::Plain);
+    scene.terminal_in_use = in_use;
+    scene.platform.move_time = milliseconds(1000);
+    scene.Defrag();
+    EXPECT_EQ(scene.screen.sent, 0);
+    EXPECT_EQ(scene.console.progress.find('\x1b'), std::string::npos);
+    EXPECT_NE(scene.console.progress.find("Enumerating files on volume C:\\\n"), std::string::npos);
+    EXPECT_NE(scene.console.progress.find("\nDefragmenting volume C:\\\n  1"), std::string::npos);
+    EXPECT_LT(std::count(scene.console.progress.begin(), scene.console.progress.end(), '\n'), 15);
+    scene.desktop.ShowBox("one\r\ntwo", "title", BoxButtons::Ok, BoxIcon::Warning);
+    EXPECT_EQ(scene.console.shown, "vornalux: one\ntwo\n");
+  }
 }
 
-TEST(TerminalDesktop, WithoutATerminalProgressIsAFewPlainLines) {
-  Scene scene;
-  scene.console.can_redraw = false;
-  scene.platform.move_time = milliseconds(1000);
+// A live scene whose user does something at the tenth move.
+struct LiveScene : Scene {
+  explicit LiveScene(std::function<void()> at_tenth_move = {}) : Scene(Look::Live) {
+    platform.move_time = milliseconds(200);
+    platform.event_move = 10;
+    platform.at_event = std::move(at_tenth_move);
+  }
+  DefragWindow& Window() { return program->main_window; }
+};
+
+TEST(LiveView, KeysAnswerTheStopBox) {
+  struct Case {
+    const char* what;
+    std::deque<Key> keys;
+    unsigned event;
+    bool stops;
+  };
+  const Case kCases[] = {{"no, later no again", {'s', 'n', 's', key::kEscape}, 0, false},
+                         {"other keys, then yes", {'s', 'x', key::kUp, 'y'}, 0, true},
+                         {"no, then yes", {'s', 'n', 's', 'Y'}, 0, true},
+                         {"Ctrl-C, no", {'n'}, pending::kInterrupt, false},
+                         {"Ctrl-C, Ctrl-C", {}, pending::kInterrupt | pending::kInsist, true},
+                         {"terminate", {'n'}, pending::kTerminate, true}};
+  for (const Case& c : kCases) {
+    SCOPED_TRACE(c.what);
+    LiveScene scene;
+    // Not before: a key is obeyed at once.
+    scene.platform.at_event = [&] { scene.screen.keys = c.keys; };
+    scene.platform.event = c.event;
+    const int moves = scene.Defrag();
+    EXPECT_EQ(scene.Stopped(), c.stops);
+    EXPECT_EQ(moves > 50, !c.stops) << moves;
+    EXPECT_EQ(scene.platform.events & ~pending::kTick, 0U);
+    EXPECT_EQ(scene.console.shown, "");
+  }
+}
+
+TEST(LiveView, ShowsTheRunAndGivesTheTerminalBack) {
+  LiveScene scene;
+  scene.platform.at_event = [&] {
+    EXPECT_TRUE(scene.screen.taken);
+    EXPECT_TRUE(scene.screen.Shows("Vornalux  Defragmenting volume C:\\"));
+    EXPECT_TRUE(scene.screen.Shows("candidate for:"));
+    EXPECT_TRUE(scene.screen.Shows(" KiB moved"));
+    EXPECT_TRUE(scene.screen.Shows("D#") || scene.screen.Shows("DD")) << "the map";
+    scene.screen.keys = {'q'};
+    scene.desktop.ShowBox("one\r\ntwo", "title", BoxButtons::Ok, BoxIcon::Warning);
+    EXPECT_EQ(scene.console.shown, "");
+  };
+  bool refused = false;
+  scene.Window().etfich.changed = [&] {
+    refused = refused || scene.screen.Shows("Quit current operation first!");
+  };
+  EXPECT_GT(scene.Defrag(), 50);
+  EXPECT_TRUE(refused);
+  scene.desktop.Unbind();
+  EXPECT_FALSE(scene.screen.taken);
+  EXPECT_EQ(scene.console.shown, "vornalux: one\ntwo\n") << "said while only the view was seen";
+}
+
+TEST(LiveView, DetailsStandInFrontWhileTheRunGoesOn) {
+  LiveScene scene;
+  FrmDetails& details = scene.Window().details;
+  scene.platform.at_event = [&] { scene.screen.keys = {'d'}; };
+  int move = 0;
+  scene.Window().etfich.changed = [&] {
+    if (!details.visible) return;
+    ++move;
+    if (move == 3) {
+      EXPECT_TRUE(scene.screen.Shows("View details   1 - 19 of "));
+      EXPECT_TRUE(scene.screen.Shows(details.ListView1.rows()[18]));
+      scene.screen.keys = {key::kPageDown, key::kDown, 'q'};
+    }
+  };
+  EXPECT_GT(scene.Defrag(), 50);
+  EXPECT_GE(move, 3);
+  EXPECT_FALSE(details.visible);
+  EXPECT_TRUE(scene.screen.Shows("Vornalux")) << "q closed the list, not the window";
+}
+
+TEST(LiveView, RedrawsTheMapOnceAtATime) {
+  LiveScene scene;
+  const Event redraw = scene.Window().Picdepartvolume.click;
+  int depth = 0;
+  int redraws = 0;
+  scene.Window().Picdepartvolume.click = [&] {
+    ++redraws;
+    ASSERT_EQ(++depth, 1);
+    scene.screen.keys = {'m'};
+    scene.platform.events |= pending::kTick;
+    redraw();
+    --depth;
+  };
+  scene.platform.at_event = [&] { scene.screen.keys = {'m'}; };
+  EXPECT_GT(scene.Defrag(), 50);
+  EXPECT_EQ(redraws, 1);
+}
+
+TEST(LiveView, ATerminalThatDoesNotKeepUpHoldsNothingUp) {
+  LiveScene scene;
+  scene.screen.ready = false;
+  scene.platform.at_event = [&] {
+    EXPECT_EQ(scene.screen.sent, 0);
+    scene.screen.ready = true;
+  };
   scene.Defrag();
-  EXPECT_EQ(scene.console.progress.find('\x1b'), std::string::npos);
-  EXPECT_NE(scene.console.progress.find("Enumerating files on volume C:\\\n"), std::string::npos);
-  EXPECT_NE(scene.console.progress.find("\nDefragmenting volume C:\\\n  1"), std::string::npos);
-  EXPECT_LT(std::count(scene.console.progress.begin(), scene.console.progress.end(), '\n'), 15);
+  EXPECT_GT(scene.screen.sent, 10);
+  EXPECT_LE(scene.screen.sent, scene.platform.moves) << "no more often than the ticks";
+
+  LiveScene away;  // suspended and continued behind another program
+  away.screen.foreground = false;
+  away.Defrag();
+  EXPECT_EQ(away.screen.sent, 0);
 }
 
 TEST(TerminalDesktop, QuietShowsNoProgress) {
-  Scene scene(true);
+  Scene scene(Scene::Look::Quiet);
   scene.platform.move_time = milliseconds(1000);
   scene.Defrag();
   EXPECT_EQ(scene.console.progress, "");

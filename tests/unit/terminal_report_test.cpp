@@ -8,6 +8,7 @@
 
 #include "host/terminal/html_report.h"
 #include "host/terminal/map_image.h"
+#include "host/terminal/results_json.h"
 
 namespace vornalux::test {
 namespace {
@@ -52,6 +53,21 @@ TEST(MapImage, ShowsEveryColumnInItsColourAndTheLegend) {
        {map_colour::kFree, map_colour::kMftZone, map_colour::kMft, map_colour::kDefrag}) {
     EXPECT_GT(std::count(pixels.begin(), pixels.end(), box), 16) << std::hex << box;
   }
+}
+
+TEST(ResultsJson, TellWhatStayedAndWhy) {
+  PassResult result;
+  result.moved.failures = {{"C:\\a", NotMoved::CannotOpen, 32},
+                           {"C:\\b", NotMoved::NoGap, 0},
+                           {"C:\\c", NotMoved::Alignment, 0},
+                           {"C:\\d", NotMoved::Refused, 5}};
+  std::string json = ToJson(result);
+  std::erase_if(json, [](char c) { return c == ' ' || c == '\n'; });
+  EXPECT_NE(json.find(R"("not_moved":[{"path":"C:\\a","reason":"locked","code":32},)"
+                      R"({"path":"C:\\b","reason":"nogap"},{"path":"C:\\c","reason":"alignment"},)"
+                      R"({"path":"C:\\d","reason":"refused","code":5}])"),
+            std::string::npos)
+      << json;
 }
 
 TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {

@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// What reaches the user's terminal: text from volumes that nobody vouches for, and the progress
-// line made of it.
+// What reaches the user's terminal: text from volumes that nobody vouches for, and the screens made
+// of it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
+#include <regex>
 #include <string>
 
 #include "host/terminal/display_text.h"
-#include "host/terminal/progress_line.h"
+#include "host/terminal/live_frame.h"
+#include "host/terminal/map_strip.h"
 #include "support/seed.h"
 
 namespace vornalux {
@@ -62,28 +65,125 @@ void ExpectHarmless(const std::string& text, Charset charset) {
   EXPECT_EQ(PrintableText(text, charset), text);
 }
 
+// Without our own attributes and colours.
+std::string Bare(const std::string& line) {
+  static const std::regex kAttributes("\x1b\\[[0-9;]*m");
+  return std::regex_replace(line, kAttributes, "");
+}
+
+void ExpectFits(const ScreenLines& lines, ScreenSize size, Charset charset) {
+  EXPECT_LE(std::ssize(lines), size.rows);
+  for (const std::string& line : lines) {
+    const std::string bare = Bare(line);
+    ExpectHarmless(bare, charset);
+    EXPECT_LT(DisplayWidth(bare, charset), size.columns);
+    if (bare != line) {
+      EXPECT_EQ(line.rfind("\x1b[0m"), line.rfind('\x1b')) << "attributes stay on: " << line;
+    }
+  }
+}
+
+// A window with all kinds of colours, and everything else as given.
+LiveState SomeState(const std::string& text, std::int64_t done, std::int64_t total) {
+  LiveState state;
+  state.caption = state.item = state.temperature = text;
+  state.map = {map_colour::kFree,   map_colour::kUsed,     map_colour::kMftZone,   map_colour::kMft,
+               map_colour::kDefrag, map_colour::kOptimize, map_colour::kSystemArea};
+  state.legend.density = {{map_colour::kFree, false, 0, "free"},
+                          {map_colour::kMftZone, true, map_colour::kMft, "MFT (area)"}};
+  state.legend.candidates_caption = "candidate for:";
+  state.legend.candidates = {{map_colour::kDefrag, false, 0, "defrag"}};
+  state.progress = {.done = done, .total = total, .left = seconds(3725)};
+  state.bytes_moved = 5 << 20;
+  return state;
+}
+
 TEST(TerminalText, NothingFromAVolumeSteersTheTerminal) {
   const std::uint64_t seed = test::TestSeed();
   SCOPED_TRACE(test::SeedNote(seed));
   std::mt19937_64 random(seed);
-  for (int round = 0; round < 2000; ++round) {
+  const FileTable table;
+  const RunFlags flags;
+  for (int round = 0; round < 1000; ++round) {
     const std::string nasty = Nasty(random);
     const auto columns = static_cast<int>(random() % 50);
+    const ScreenSize size = {static_cast<int>(1 + random() % 120),
+                             static_cast<int>(1 + random() % 30)};
+    LiveState state = SomeState(nasty, static_cast<std::int64_t>(random() % 12) - 1,
+                                static_cast<std::int64_t>(random() % 10));
+    state.message = random() % 2 == 0 ? nasty : "";
+    state.question = random() % 2 == 0 ? nasty : "";
+    FragmentLists lists;
+    for (int i = 0; i < 20; ++i) lists.Add(nasty, 2);
+    FrmDetails details(table, lists, flags);
+    details.Command1.Click();
     for (const Charset charset : kBoth) {
       ExpectHarmless(PrintableText(nasty, charset), charset);
-      const std::string shortened = ShortenedText(nasty, columns, charset);
-      ExpectHarmless(shortened, charset);
-      EXPECT_LE(DisplayWidth(shortened, charset), columns);
-      const ProgressState state = {.phase = "Defragmenting " + nasty.substr(0, 9),
-                                   .item = nasty,
-                                   .done = static_cast<std::int64_t>(random() % 12) - 1,
-                                   .total = static_cast<std::int64_t>(random() % 10),
-                                   .left = seconds(random() % 100000)};
-      const std::string line = ProgressText(state, columns, charset);
-      ExpectHarmless(line, charset);
-      EXPECT_LE(DisplayWidth(line, charset), columns);
+      for (const std::string& cut :
+           {ShortenedText(nasty, columns, charset), CutText(nasty, columns, charset)}) {
+        ExpectHarmless(cut, charset);
+        EXPECT_LE(DisplayWidth(cut, charset), columns);
+      }
+      for (const ColourDepth depth : {ColourDepth::None, ColourDepth::Indexed, ColourDepth::Full}) {
+        ExpectFits(ComposeMain(state, size, {charset, depth}), size, charset);
+        ExpectFits(ComposeDetails(details, 3, state.question, size, {charset, depth}), size,
+                   charset);
+      }
     }
     if (::testing::Test::HasFailure()) return;
+  }
+}
+
+TEST(TerminalText, ALowScreenKeepsWhatMattersMost) {
+  LiveState state = SomeState("C:\\file", 1, 4);
+  state.question = "Paused ... Are you sure?";
+  const std::string bar = std::string(10, '#') + std::string(30, '-');
+  const ScreenLines lines = ComposeMain(state, {80, 4}, {Charset::Ascii, ColourDepth::None});
+  ASSERT_EQ(lines.size(), 4U);
+  EXPECT_EQ(lines[0], " \x1b[1mVornalux\x1b[0m  C:\\file");
+  EXPECT_EQ(Bare(lines[1]).find_first_not_of(" .#zMDOS"), std::string::npos) << lines[1];
+  EXPECT_EQ(Bare(lines[2]), " " + bar + "  25%   5 MiB moved   1:02:05 left");
+  EXPECT_EQ(Bare(lines[3]), "  Paused ... Are you sure?   y Yes  n No");
+}
+
+std::string Strip(const MapColumns& columns, int cells, Look look) {
+  StyledLine line(look, 80);
+  AddMap(line, columns, cells, look);
+  return line.Finish();
+}
+
+TEST(MapStrip, PlacesShowTheirMostTellingColumn) {
+  const MapColumns columns = {map_colour::kFree, map_colour::kMft,    map_colour::kUsed,
+                              map_colour::kUsed, map_colour::kDefrag, map_colour::kOptimize};
+  constexpr Look kSigns = {Charset::Ascii, ColourDepth::None};
+  EXPECT_EQ(Strip(columns, 6, kSigns), ".M##DO");
+  EXPECT_EQ(Strip(columns, 3, kSigns), "M#D");
+  EXPECT_EQ(Strip(columns, 12, kSigns), "..MM####DDOO");
+  EXPECT_EQ(Strip({map_colour::kFree, map_colour::kUsed}, 1, kSigns), "+") << "the mean";
+  EXPECT_EQ(Strip({0x00FE00, 0x004100}, 2, kSigns), "*-") << "nearly is not wholly";
+  // Two columns a cell: the left one as ink, the right one as paper.
+  EXPECT_EQ(Strip(columns, 3, {Charset::Utf8, ColourDepth::Full}),
+            "\x1b[38;2;0;64;0;48;2;192;192;0m\xE2\x96\x8C\x1b[0m\x1b[48;2;0;255;0m \x1b[0m"
+            "\x1b[38;2;255;0;0;48;2;0;0;255m\xE2\x96\x8C\x1b[0m");
+  EXPECT_EQ(Strip({map_colour::kDefrag}, 1, {Charset::Ascii, ColourDepth::Indexed}),
+            "\x1b[48;5;196m \x1b[0m");
+}
+
+TEST(MapStrip, ColoursFollowTheTerminal) {
+  struct Case {
+    const char *term, *colorterm;
+    std::optional<ColourDepth> depth;
+  };
+  constexpr Case kCases[] = {{"xterm-256color", nullptr, ColourDepth::Indexed},
+                             {"xterm", "truecolor", ColourDepth::Full},
+                             {"screen", "", ColourDepth::Indexed},
+                             {"vt100", nullptr, ColourDepth::None},
+                             {"xterm-mono", nullptr, ColourDepth::None},
+                             {"dumb", "truecolor", std::nullopt},
+                             {nullptr, "truecolor", std::nullopt},
+                             {"", nullptr, std::nullopt}};
+  for (const Case& c : kCases) {
+    EXPECT_EQ(DepthOf(c.term, c.colorterm), c.depth) << (c.term ? c.term : "no TERM");
   }
 }
 
@@ -113,32 +213,14 @@ TEST(TerminalText, LineBreaksOfMessagesSurvive) {
   EXPECT_EQ(PrintableLines("one\r\ntwo\nthree\rfour\x1b", Charset::Ascii), "one\ntwo\nthree?four?");
 }
 
-TEST(ProgressLine, LeavesOutWhatDoesNotFit) {
-  const ProgressState state = {.phase = "Defragmenting",
-                               .item = "C:\\Users\\somebody\\letter.txt",
-                               .done = 1,
-                               .total = 4,
-                               .left = seconds(3725)};
-  const std::string bar = std::string(5, '#') + std::string(15, '-');
-  EXPECT_EQ(ProgressText(state, 90, Charset::Ascii),
-            "Defragmenting  " + bar + "   25%  1:02:05 left  C:\\Users\\somebody\\letter.txt");
-  EXPECT_EQ(ProgressText(state, 72, Charset::Ascii),
-            "Defragmenting  " + bar + "   25%  1:02:05 left  C:\\...etter.txt");
-  EXPECT_EQ(ProgressText(state, 55, Charset::Ascii),
-            "Defragmenting  " + bar + "   25%  1:02:05 left");
-  EXPECT_EQ(ProgressText(state, 35, Charset::Ascii), "Defragmenting  " + bar);
-  EXPECT_EQ(ProgressText(state, 33, Charset::Ascii), "Defragmenting   25%  1:02:05 left");
-  EXPECT_EQ(ProgressText(state, 25, Charset::Ascii), "Defragmenting   25%");
+TEST(RunProgress, PercentIsRoundedDownAndOnlyKnownWithATotal) {
+  EXPECT_EQ(Percent({.done = 999, .total = 1000, .left = {}}), 99);
+  EXPECT_EQ(Percent({.done = 7, .total = 7, .left = {}}), 100);
+  EXPECT_EQ(Percent({.done = 9, .total = 7, .left = {}}), 100);
+  EXPECT_EQ(Percent({.done = 0, .total = 0, .left = {}}), std::nullopt);
 }
 
-TEST(ProgressLine, PercentIsRoundedDownAndOnlyKnownWithATotal) {
-  EXPECT_EQ(Percent({.phase = "", .item = "", .done = 999, .total = 1000, .left = {}}), 99);
-  EXPECT_EQ(Percent({.phase = "", .item = "", .done = 7, .total = 7, .left = {}}), 100);
-  EXPECT_EQ(Percent({.phase = "", .item = "", .done = 9, .total = 7, .left = {}}), 100);
-  EXPECT_EQ(Percent({.phase = "", .item = "", .done = 0, .total = 0, .left = {}}), std::nullopt);
-}
-
-TEST(ProgressLine, TimeLeftFollowsTheRateOfThisRangeOnly) {
+TEST(RunProgress, TimeLeftFollowsTheRateOfThisRangeOnly) {
   const TimePoint start;
   TimeLeft left;
   EXPECT_EQ(left.Update(start, 0, 100), std::nullopt);

@@ -9,7 +9,9 @@ namespace vornalux {
 namespace {
 
 constexpr std::int64_t kBits = 64;
-constexpr std::int64_t kBytesPerWord = 8;
+constexpr std::int64_t kBitsPerByte = 8;
+// A large copy in one go would pass by the processor's cache, from which the copy is read next.
+constexpr std::size_t kCopyPiece = std::size_t{64} << 10;
 
 std::size_t WordOf(std::int64_t lcn) { return static_cast<std::size_t>(lcn / kBits); }
 
@@ -137,7 +139,7 @@ void AllocationMap::Load(std::int64_t lcn, std::span<const std::uint8_t> bytes) 
       const int shift = static_cast<int>(lcn % kBits);
       bits &= ~(0xFFULL << shift);
       bits |= static_cast<std::uint64_t>(bytes[at++]) << shift;
-      lcn += kBytesPerWord;
+      lcn += kBitsPerByte;
     } while (at < bytes.size() && lcn % kBits != 0);
     Replace(word, bits & ValidBits(word));
   }
@@ -145,12 +147,17 @@ void AllocationMap::Load(std::int64_t lcn, std::span<const std::uint8_t> bytes) 
 
 void AllocationMap::Copy(std::int64_t lcn, std::span<std::uint8_t> out) const {
   static_assert(std::endian::native == std::endian::little, "words are copied as bytes");
+  std::span<const std::uint8_t> bytes(reinterpret_cast<const std::uint8_t*>(used_.data()),
+                                      used_.size() * sizeof(std::uint64_t));
+  const bool inside = lcn >= 0 && lcn < clusters_;
+  bytes = inside ? bytes.subspan(static_cast<std::size_t>(lcn / kBitsPerByte)) : bytes.first(0);
+  while (!bytes.empty() && !out.empty()) {
+    const std::size_t count = std::min({bytes.size(), out.size(), kCopyPiece});
+    std::memcpy(out.data(), bytes.data(), count);
+    bytes = bytes.subspan(count);
+    out = out.subspan(count);
+  }
   std::fill(out.begin(), out.end(), std::uint8_t{0});
-  if (lcn < 0 || lcn >= clusters_) return;
-  const std::size_t first = static_cast<std::size_t>(lcn / kBytesPerWord);
-  const std::size_t size = used_.size() * sizeof(std::uint64_t);
-  std::memcpy(out.data(), reinterpret_cast<const std::uint8_t*>(used_.data()) + first,
-              std::min(out.size(), size - first));
 }
 
 }  // namespace vornalux

@@ -19,11 +19,18 @@ std::unique_ptr<ImageVolume> OpenFileSystem(const ImageSource& source, VolumeSto
                       "journal " + source.journal_path + " " + why);
 }
 
-JournalFinding FinishCommit(const ImageSource& source, const VolumeStore& store) {
+// The journal that an interrupted run left; for a dry run as a copy in memory.
+std::unique_ptr<BlockDevice> OpenLeftover(const ImageSource& source) {
+  FileJournalHome home(source.journal_path);
   std::unique_ptr<BlockDevice> file;
-  if (const std::error_code error = store.journal_home->Open(file)) {
-    RefuseJournal(source, "cannot be opened: " + error.message());
-  }
+  const std::error_code error = source.scratch ? home.OpenForReading(file) : home.Open(file);
+  if (error) RefuseJournal(source, "cannot be opened: " + error.message());
+  if (!source.scratch) return file;
+  return std::make_unique<ScratchDevice>(std::move(file), true);
+}
+
+JournalFinding FinishCommit(const ImageSource& source, const VolumeStore& store) {
+  const std::unique_ptr<BlockDevice> file = OpenLeftover(source);
   JournalFinding finding = RedoJournal(*file, *store.device).Recover(source.identity);
   if (finding.error) RefuseJournal(source, "cannot be used: " + finding.error.message());
   const char* const advice =
@@ -54,7 +61,11 @@ void RecoverVolume(const ImageSource& source, OpenReport& report) {
     RefuseJournal(source, "could not be finished: error " + std::to_string(code));
   }
   report.recovered = true;
-  report.recovery = "An earlier run was interrupted; its work was made whole: " + finding.detail;
+  report.recovery =
+      source.scratch
+          ? "An earlier run was interrupted. This dry run starts from what finishing it will give; "
+            "any run that is not dry, analyze included, finishes it."
+          : "An earlier run was interrupted; its work was made whole: " + finding.detail;
 }
 
 ImageSource LocateForRecovery(const std::string& path, const OpenOptions& options) try {
@@ -69,19 +80,22 @@ ImageSource LocateForRecovery(const std::string& path, const OpenOptions& option
 std::unique_ptr<MountedVolume> OpenImage(const std::string& path, const OpenOptions& options,
                                          OpenReport& report) {
   report = {};
-  ImageSource source = LocateVolume(path, options, options.writable);
+  const bool to_disk = options.writable && !options.dry_run;
+  ImageSource source = LocateVolume(path, options, to_disk);
+  if (options.dry_run) source.scratch = std::make_shared<ScratchDevice>(source.file);
   if (FileJournalHome(source.journal_path).Exists()) {
-    if (!options.writable) {
+    const bool reopen = !to_disk && !options.dry_run;
+    if (reopen) {
       source.file.reset();  // our own read lock would keep us out
       source = LocateForRecovery(path, options);
     }
     RecoverVolume(source, report);
-    if (!options.writable) {
+    if (reopen) {
       source.file.reset();
       source = LocateVolume(path, options, false);
     }
   }
-  if (options.writable) PrepareJournalFolder(source);
+  if (to_disk) PrepareJournalFolder(source);
   VolumeStore store = MakeStore(source, options.writable);
   store.allow_dirty = options.allow_dirty;
   return OpenFileSystem(source, std::move(store));

@@ -13,6 +13,7 @@ namespace vornalux {
 
 struct OpenOptions {
   bool writable = false;
+  bool dry_run = false;                 // keep what is written in memory; the image is only read
   bool allow_dirty = false;             // look at a volume that is marked dirty
   std::optional<int> partition;         // 1-based, of a partitioned disk image
   std::optional<std::uint64_t> offset;  // bytes
@@ -25,8 +26,9 @@ struct OpenReport {
 };
 
 // Opens the NTFS or FAT volume in an image file, block device or partitioned disk image, and
-// recovers it first when an earlier run was interrupted. Throws VolumeRefused, with the volume
-// untouched, when it must not or cannot be worked on.
+// recovers it first when an earlier run was interrupted: for a dry run in memory, with image and
+// journal left as they are. Throws VolumeRefused, with the volume untouched, when it must not or
+// cannot be worked on.
 std::unique_ptr<MountedVolume> OpenImage(const std::string& path, const OpenOptions& options,
                                          OpenReport& report);
 

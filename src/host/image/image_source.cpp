@@ -15,6 +15,7 @@
 #include "host/image/image_use.h"
 #include "host/image/journal_file.h"
 #include "host/image/partition_table.h"
+#include "host/image/scratch_journal.h"
 #include "host/image/window_device.h"
 
 namespace vornalux {
@@ -217,8 +218,14 @@ ImageSource LocateVolume(const std::string& path, const OpenOptions& options, bo
 
 VolumeStore MakeStore(const ImageSource& source, bool with_journal) {
   VolumeStore store;
-  store.device = std::make_unique<WindowDevice>(source.file, source.offset, source.length);
-  if (with_journal) store.journal_home = std::make_unique<FileJournalHome>(source.journal_path);
+  const std::shared_ptr<BlockDevice> disk =
+      source.scratch ? std::shared_ptr<BlockDevice>(source.scratch) : source.file;
+  store.device = std::make_unique<WindowDevice>(disk, source.offset, source.length);
+  if (with_journal && source.scratch) {
+    store.journal_home = std::make_unique<ScratchJournalHome>();
+  } else if (with_journal) {
+    store.journal_home = std::make_unique<FileJournalHome>(source.journal_path);
+  }
   store.identity = source.identity;
   return store;
 }

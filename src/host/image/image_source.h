@@ -10,6 +10,7 @@
 #include "host/image/file_device.h"
 #include "host/image/image_file.h"
 #include "host/image/image_volume.h"
+#include "host/image/scratch_device.h"
 
 namespace vornalux {
 
@@ -17,8 +18,9 @@ namespace vornalux {
 struct ImageSource {
   std::string path;  // links resolved
   std::shared_ptr<FileDevice> file;
-  std::uint64_t offset = 0;  // bytes, of the volume
-  std::uint64_t length = 0;  // bytes, of the volume
+  std::shared_ptr<ScratchDevice> scratch;  // over the file, for a dry run; else null
+  std::uint64_t offset = 0;                // bytes, of the volume
+  std::uint64_t length = 0;                // bytes, of the volume
   BootSector boot;
   VolumeIdentity identity;
   std::string journal_path;
@@ -28,7 +30,8 @@ struct ImageSource {
 // name. Throws VolumeRefused.
 ImageSource LocateVolume(const std::string& path, const OpenOptions& options, bool writable);
 
-// What a file system is opened on. Without journal the volume is for reading only.
+// What a file system is opened on: the scratch device where there is one. Without journal the
+// volume is for reading only.
 VolumeStore MakeStore(const ImageSource& source, bool with_journal);
 
 // Refuses when a journal could not be made, before anything depends on it.

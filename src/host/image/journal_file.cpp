@@ -8,8 +8,6 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "host/image/file_device.h"
-
 namespace vornalux {
 namespace {
 
@@ -22,16 +20,28 @@ bool FileJournalHome::Exists() const {
   return ::lstat(path_.c_str(), &status) == 0 || errno != ENOENT;
 }
 
-std::error_code FileJournalHome::Open(std::unique_ptr<BlockDevice>& store) {
+std::error_code FileJournalHome::OpenFile(int flags, std::unique_ptr<FileDevice>& device) const {
   // No link is followed: in a folder of many users it could lead anywhere.
-  const int descriptor =
-      ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+  const int descriptor = ::open(path_.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
   if (descriptor < 0) return LastError();
-  std::unique_ptr<FileDevice> device;
-  if (const std::error_code error = FileDevice::Adopt(descriptor, true, device)) return error;
+  const bool growable = (flags & O_ACCMODE) != O_RDONLY;
+  if (const std::error_code error = FileDevice::Adopt(descriptor, growable, device)) return error;
   if (device->IsBlockDevice()) return std::make_error_code(std::errc::no_such_device);
+  return {};
+}
+
+std::error_code FileJournalHome::Open(std::unique_ptr<BlockDevice>& store) {
+  std::unique_ptr<FileDevice> device;
+  if (const std::error_code error = OpenFile(O_RDWR | O_CREAT, device)) return error;
   if (const std::error_code error = device->Flush()) return error;
   if (const std::error_code error = FlushFolder()) return error;
+  store = std::move(device);
+  return {};
+}
+
+std::error_code FileJournalHome::OpenForReading(std::unique_ptr<BlockDevice>& store) const {
+  std::unique_ptr<FileDevice> device;
+  if (const std::error_code error = OpenFile(O_RDONLY, device)) return error;
   store = std::move(device);
   return {};
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <system_error>
 
+#include "host/image/file_device.h"
 #include "host/image/image_volume.h"
 
 namespace vornalux {
@@ -19,9 +20,12 @@ class FileJournalHome final : public JournalHome {
   // True also for what cannot be looked at: opening it then says why.
   bool Exists() const override;
   std::error_code Open(std::unique_ptr<BlockDevice>& store) override;
+  // An existing journal, to be looked at.
+  std::error_code OpenForReading(std::unique_ptr<BlockDevice>& store) const;
   std::error_code Remove() override;
 
  private:
+  std::error_code OpenFile(int flags, std::unique_ptr<FileDevice>& device) const;
   std::error_code FlushFolder() const;
 
   std::string path_;

@@ -44,7 +44,7 @@ void Append(std::vector<SectorRun>& runs, std::uint64_t sector,
 }  // namespace
 
 Transaction::Transaction(BlockDevice& base, RedoJournal* journal)
-    : base_(base), journal_(journal) {}
+    : base_(base), journal_(journal), base_copies_(!base.Copy(0, 0, 0)) {}
 
 std::uint64_t Transaction::Size() const { return base_.Size(); }
 
@@ -56,7 +56,7 @@ std::error_code Transaction::Read(std::uint64_t offset, std::span<std::uint8_t> 
   return {};
 }
 
-std::error_code Transaction::CheckWritable(std::uint64_t offset, std::size_t length) const {
+std::error_code Transaction::CheckWritable(std::uint64_t offset, std::uint64_t length) const {
   if (failed_) return Error(std::errc::io_error);
   if (journal_ == nullptr) return Error(std::errc::read_only_file_system);
   const bool inside = offset <= Size() && length <= Size() - offset;
@@ -90,17 +90,21 @@ std::error_code Transaction::Gather(std::uint64_t offset, std::span<const std::u
 
 std::error_code Transaction::Flush() { return {}; }
 
-std::error_code Transaction::WriteData(std::uint64_t offset, std::span<const std::uint8_t> data) {
-  if (const std::error_code error = CheckWritable(offset, data.size())) return error;
-  if (offset % kSector != 0 || data.size() % kSector != 0) {
-    return Error(std::errc::invalid_argument);
-  }
+// Before data comes to lie in a range: what was gathered there is void.
+std::error_code Transaction::StartData(std::uint64_t offset, std::uint64_t length) {
+  if (const std::error_code error = CheckWritable(offset, length)) return error;
+  if (offset % kSector != 0 || length % kSector != 0) return Error(std::errc::invalid_argument);
   const std::uint64_t first = offset / kSector;
-  const std::uint64_t end = first + data.size() / kSector;
+  const std::uint64_t end = first + length / kSector;
   for (Overlay* overlay : {&kept_, &move_}) {
     overlay->erase(overlay->lower_bound(first), overlay->lower_bound(end));
   }
   data_written_ = true;
+  return {};
+}
+
+std::error_code Transaction::WriteData(std::uint64_t offset, std::span<const std::uint8_t> data) {
+  if (const std::error_code error = StartData(offset, data.size())) return error;
   return base_.Write(offset, data);
 }
 
@@ -125,8 +129,31 @@ std::error_code Transaction::PutData(std::uint64_t to, std::span<const std::uint
   return {};
 }
 
+// Gathered sectors win over what the base copies.
+std::error_code Transaction::CopyInBase(const ByteRange& piece, std::uint64_t to) {
+  if (piece.offset % kSector != 0) return Error(std::errc::invalid_argument);
+  if (const std::error_code error = StartData(to, piece.length)) return error;
+  if (const std::error_code error = base_.Copy(piece.offset, to, piece.length)) return error;
+  for (const Overlay* overlay : {&kept_, &move_}) {
+    for (auto at = overlay->lower_bound(piece.offset / kSector);
+         at != overlay->end() && at->first * kSector < piece.offset + piece.length; ++at) {
+      const std::uint64_t place = to + (at->first * kSector - piece.offset);
+      if (const std::error_code error = base_.Write(place, at->second)) return error;
+    }
+  }
+  return {};
+}
+
 std::error_code Transaction::GatherData(std::span<const ByteRange> pieces, std::uint64_t to,
                                         std::span<const ByteRange> guarded) try {
+  if (base_copies_) {
+    // No guard is needed: what it protects is the durable state, and such a base has none.
+    for (const ByteRange& piece : pieces) {
+      if (const std::error_code error = CopyInBase(piece, to)) return error;
+      to += piece.length;
+    }
+    return {};
+  }
   buffer_.resize(kCopyPiece);
   std::size_t filled = 0;
   for (ByteRange piece : pieces) {

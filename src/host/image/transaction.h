@@ -47,9 +47,9 @@ class Transaction final : public BlockDevice {
   std::error_code WriteData(std::uint64_t offset, std::span<const std::uint8_t> data);
 
   // Copies the pieces, one after the other, to one place, as Read() then WriteData() of large
-  // pieces. What lands in a guarded range (ascending, apart), which the durable state still refers
-  // to, goes through Write() instead. All numbers are multiples of 512; no piece overlaps the
-  // target.
+  // pieces, or by the base's own Copy() where it has one. What lands in a guarded range (ascending,
+  // apart), which the durable state still refers to, goes through Write() instead. All numbers are
+  // multiples of 512; no piece overlaps the target.
   std::error_code GatherData(std::span<const ByteRange> pieces, std::uint64_t to,
                              std::span<const ByteRange> guarded = {});
 
@@ -73,7 +73,9 @@ class Transaction final : public BlockDevice {
   // Ordered, so that a range is found in one step and neighbours join into runs.
   using Overlay = std::map<std::uint64_t, Sector>;
 
-  std::error_code CheckWritable(std::uint64_t offset, std::size_t length) const;
+  std::error_code CheckWritable(std::uint64_t offset, std::uint64_t length) const;
+  std::error_code StartData(std::uint64_t offset, std::uint64_t length);
+  std::error_code CopyInBase(const ByteRange& piece, std::uint64_t to);
   std::error_code PutData(std::uint64_t to, std::span<const std::uint8_t> data,
                           std::span<const ByteRange> guarded);
   std::error_code Gather(std::uint64_t offset, std::span<const std::uint8_t> data);
@@ -82,6 +84,7 @@ class Transaction final : public BlockDevice {
 
   BlockDevice& base_;
   RedoJournal* journal_;
+  bool base_copies_;
   Overlay kept_;
   Overlay move_;
   bool in_move_ = false;

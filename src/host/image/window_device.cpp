@@ -12,7 +12,7 @@ WindowDevice::WindowDevice(std::shared_ptr<BlockDevice> base, std::uint64_t offs
   length_ = std::min(length, base_->Size() - offset_);
 }
 
-bool WindowDevice::Inside(std::uint64_t offset, std::size_t length) const {
+bool WindowDevice::Inside(std::uint64_t offset, std::uint64_t length) const {
   return offset <= length_ && length <= length_ - offset;
 }
 
@@ -24,6 +24,13 @@ std::error_code WindowDevice::Read(std::uint64_t offset, std::span<std::uint8_t>
 std::error_code WindowDevice::Write(std::uint64_t offset, std::span<const std::uint8_t> data) {
   if (!Inside(offset, data.size())) return std::make_error_code(std::errc::invalid_argument);
   return base_->Write(offset_ + offset, data);
+}
+
+std::error_code WindowDevice::Copy(std::uint64_t from, std::uint64_t to, std::uint64_t length) {
+  if (!Inside(from, length) || !Inside(to, length)) {
+    return std::make_error_code(std::errc::invalid_argument);
+  }
+  return base_->Copy(offset_ + from, offset_ + to, length);
 }
 
 }  // namespace vornalux

@@ -21,9 +21,10 @@ class WindowDevice final : public BlockDevice {
   std::error_code Read(std::uint64_t offset, std::span<std::uint8_t> out) override;
   std::error_code Write(std::uint64_t offset, std::span<const std::uint8_t> data) override;
   std::error_code Flush() override { return base_->Flush(); }
+  std::error_code Copy(std::uint64_t from, std::uint64_t to, std::uint64_t length) override;
 
  private:
-  bool Inside(std::uint64_t offset, std::size_t length) const;
+  bool Inside(std::uint64_t offset, std::uint64_t length) const;
 
   std::shared_ptr<BlockDevice> base_;
   std::uint64_t offset_;

@@ -117,6 +117,7 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
   DefragWindow& window = program.main_window;
   const bool classes = options.command != Command::Defrag;
   PassResult result;
+  result.dry_run = options.dry_run;
   result.volume = *session.Volume(options.volumes.front().letter);
 
   ReportContent report;
@@ -144,6 +145,7 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
     report.after = result.after;
     report.moved = result.moved;
     report.stopped = result.stopped;
+    report.dry_run = result.dry_run;
     report.fragmented = CollectFragmentedFiles(window.engine);
     report.map_after = DrawnMap(window);
     report.legend = CollectLegend(window);
@@ -176,6 +178,7 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
   Program& program = session.program();
   const Engine& engine = program.main_window.engine;
   JobResult result;
+  result.dry_run = options.dry_run;
   result.outcome = program.launcher.process_cmd_line(options.job_tail);
   if (program.launcher.frmContext.visible) {
     session.desktop().Say("Explorer verbs exist on Windows only.");
@@ -232,7 +235,10 @@ ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset 
     desktop.Say("The result could not be written to standard output.");
     return ExitCode::Failed;
   }
-  if (outcome.code == ExitCode::Done && session.platform().PowerOffWanted() && !ShutDownMachine()) {
+  if (outcome.code != ExitCode::Done || !session.platform().PowerOffWanted()) return outcome.code;
+  if (options.dry_run) {
+    desktop.Say("The machine stays on: this was a dry run.");
+  } else if (!ShutDownMachine()) {
     desktop.Say("The machine could not be switched off: the system's shutdown command failed.");
     return ExitCode::Failed;
   }

@@ -2,23 +2,15 @@
 #include "host/terminal/console.h"
 
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
-#include <cstdlib>
 
 namespace vornalux {
 namespace {
 
-constexpr int kUsualColumns = 80;
 constexpr int kAnswerPollMilliseconds = 100;
-
-bool TerminalMovesItsCursor() {
-  const char* type = std::getenv("TERM");
-  return type != nullptr && *type != '\0' && std::string_view(type) != "dumb";
-}
 
 bool Ready(int descriptor, short events, int milliseconds) {
   pollfd poll_descriptor = {descriptor, events, 0};
@@ -27,18 +19,9 @@ bool Ready(int descriptor, short events, int milliseconds) {
 
 }  // namespace
 
-StandardConsole::StandardConsole(Charset charset)
-    : can_redraw_(isatty(STDERR_FILENO) && TerminalMovesItsCursor()), charset_(charset) {}
-
 // A program in the background would be halted by reading.
 bool StandardConsole::CanAsk() const {
   return isatty(STDERR_FILENO) && isatty(STDIN_FILENO) && tcgetpgrp(STDIN_FILENO) == getpgrp();
-}
-
-int StandardConsole::Columns() const {
-  winsize size = {};
-  const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-  return known ? size.ws_col : kUsualColumns;
 }
 
 void StandardConsole::Print(std::string_view text) {

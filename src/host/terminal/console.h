@@ -9,18 +9,15 @@
 
 namespace vornalux {
 
-// The user's screen and keyboard as far as messages and progress need them.
+// Lines to the user, and lines from the user.
 class Console {
  public:
   enum class Reply { Line, Interrupted, Closed };
 
   virtual ~Console() = default;
 
-  // A line can be drawn over: progress may be shown in place.
-  virtual bool CanRedraw() const = 0;
   // Somebody is there to answer.
   virtual bool CanAsk() const = 0;
-  virtual int Columns() const = 0;
   virtual Charset Characters() const = 0;
 
   // Text that must be seen, and text that is dropped when the screen does not keep up.
@@ -34,18 +31,15 @@ class Console {
 // Standard error and standard input.
 class StandardConsole final : public Console {
  public:
-  explicit StandardConsole(Charset charset);
+  explicit StandardConsole(Charset charset) : charset_(charset) {}
 
-  bool CanRedraw() const override { return can_redraw_; }
   bool CanAsk() const override;
-  int Columns() const override;
   Charset Characters() const override { return charset_; }
   void Print(std::string_view text) override;
   void PrintIfReady(std::string_view text) override;
   Reply ReadLine(const PendingEvents& events, unsigned interrupting, std::string& line) override;
 
  private:
-  bool can_redraw_;
   Charset charset_;
 };
 

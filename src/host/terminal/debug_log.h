@@ -27,6 +27,9 @@ class DebugLogFile {
   // The log box's text goes here from now on. The file must outlive the box's use.
   void Watch(LogBox& log);
 
+  // It is written to a terminal.
+  bool OnTerminal() const { return terminal_; }
+
   // Everything so far has been written. False when something was lost.
   bool Finish();
 

@@ -106,6 +106,17 @@ int DisplayWidth(std::string_view text, Charset charset) {
   return columns;
 }
 
+std::string CutText(std::string_view text, int columns, Charset charset) {
+  std::string printable;
+  while (!text.empty()) {
+    const Glyph glyph = TakeGlyph(text, charset);
+    if (glyph.columns > columns) break;
+    printable += glyph.bytes;
+    columns -= glyph.columns;
+  }
+  return printable;
+}
+
 std::string ShortenedText(std::string_view text, int columns, Charset charset) {
   const std::vector<Glyph> glyphs = Glyphs(text, charset);
   int total = 0;

@@ -24,6 +24,9 @@ std::string PrintableLines(std::string_view text, Charset charset);
 // Columns that printable text takes.
 int DisplayWidth(std::string_view text, Charset charset);
 
+// Printable text of at most `columns` columns: the end is cut off.
+std::string CutText(std::string_view text, int columns, Charset charset);
+
 // Printable text of at most `columns` columns: what is too long loses its middle, so that both the
 // drive and the file's own name stay in sight.
 std::string ShortenedText(std::string_view text, int columns, Charset charset);

@@ -72,6 +72,32 @@ std::string Row(const std::string& label, const std::string& first, const std::s
          (two_columns ? "<td class=n>" + second + "</td>" : "") + "</tr>\n";
 }
 
+// What the volume's geometry means for a pass, in clusters.
+std::string ConstantRows(const ReportContent& report, bool both) {
+  struct Constant {
+    const char* label;
+    std::int64_t AnalysisFigures::*first;
+    std::int64_t AnalysisFigures::*end = nullptr;  // of a range
+  };
+  constexpr Constant kConstants[] = {
+      {"Clusters", &AnalysisFigures::total_clusters},
+      {"Sectors per cluster", &AnalysisFigures::sectors_per_cluster},
+      {"Front kept for system files, up to cluster", &AnalysisFigures::reserved_front},
+      {"Files are packed up to cluster", &AnalysisFigures::optimize_area},
+      {"MFT zone, clusters", &AnalysisFigures::mft_zone_start, &AnalysisFigures::mft_zone_end}};
+  std::string rows;
+  for (const Constant& constant : kConstants) {
+    const auto text = [&constant](const std::optional<AnalysisFigures>& figures) {
+      if (!figures) return std::string("&ndash;");
+      const std::string first = std::to_string((*figures).*constant.first);
+      if (constant.end == nullptr) return first;
+      return first + " &ndash; " + std::to_string((*figures).*constant.end);
+    };
+    rows += Row(constant.label, text(report.before), text(report.after), both);
+  }
+  return rows;
+}
+
 std::string FigureTable(const ReportContent& report) {
   const bool both = report.moved.has_value();
   std::string html = "<table><tr><th></th><th class=n>";
@@ -83,12 +109,7 @@ std::string FigureTable(const ReportContent& report) {
     };
     html += Row(row.label, number(report.before), number(report.after), both);
   }
-  const auto zone = [](const std::optional<AnalysisFigures>& figures) {
-    return figures ? std::to_string(figures->mft_zone_start) + " &ndash; " +
-                         std::to_string(figures->mft_zone_end)
-                   : std::string("&ndash;");
-  };
-  return html + Row("MFT zone", zone(report.before), zone(report.after), both) + "</table>\n";
+  return html + ConstantRows(report, both) + "</table>\n";
 }
 
 std::string Map(const char* caption, const MapColumns& columns, const Legend& legend) {
@@ -134,6 +155,7 @@ std::string ToHtml(const ReportContent& report) {
       Text(title) + "</title>\n<style>" + kStyle + "</style>\n<h1>" + Text(title) +
       "</h1>\n<p class=sub>" + Text(volume.image) + " &middot; " + Text(volume.file_system) +
       " &middot; clusters of " + std::to_string(volume.cluster_bytes) + " bytes";
+  if (report.dry_run) html += " &middot; dry run: nothing was written to the volume";
   if (report.stopped) html += " &middot; stopped before the end";
   html += "</p>\n<h2>Map</h2>\n";
   html += Map(report.moved ? "Before" : "Now", report.map_before, report.legend);

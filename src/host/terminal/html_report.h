@@ -22,6 +22,7 @@ struct ReportContent {
   std::vector<FragmentedFile> fragmented;  // that are left
   std::optional<MoveStatistics> moved;
   bool stopped = false;
+  bool dry_run = false;
 };
 
 // One self-contained page.

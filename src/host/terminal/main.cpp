@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include <chrono>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "host/terminal/options.h"
 #include "host/terminal/pending_events.h"
 #include "host/terminal/terminal_desktop.h"
+#include "host/terminal/terminal_screen.h"
 
 int main(int argc, char** argv) {
   using namespace vornalux;
@@ -25,6 +27,8 @@ int main(int argc, char** argv) {
   const StopSignals signals(events);
   const Ticker ticker(events, kTick);
   StandardConsole console(charset);
-  TerminalDesktop desktop(console, events, std::chrono::steady_clock::now, options.quiet);
+  const std::unique_ptr<TerminalScreen> screen = TerminalScreen::Find(charset);
+  TerminalDesktop desktop(console, screen.get(), events, std::chrono::steady_clock::now,
+                          options.quiet);
   return static_cast<int>(RunCommand(options, desktop, charset));
 }

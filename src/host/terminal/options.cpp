@@ -118,6 +118,11 @@ void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
   command.add_flag("--json", options.json, "Print the result as one JSON object");
 }
 
+void AddDryRun(CLI::App& command, Options& options) {
+  command.add_flag("--dry-run", options.dry_run,
+                   "Find out what would happen; write nothing to the volume");
+}
+
 void AddPictureOptions(CLI::App& command, Options& options) {
   command.add_option("--png", options.png, "Write the cluster map as a PNG image")
       ->type_name("FILE");
@@ -213,16 +218,21 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
   CLI::App* map = add("map", "Draw the cluster map, change nothing", Command::Map);
   AddVolumeOptions(*map, options, raw);
   map->get_option("--png")->required();
-  AddVolumeOptions(*add("defrag", "Make fragmented files contiguous", Command::Defrag), options,
-                   raw);
-  AddVolumeOptions(*add("optimize", "Arrange files by class", Command::Optimize), options, raw);
-  AddVolumeOptions(*add("compact", "Close the gaps between files", Command::Compact), options, raw);
+  const auto add_pass = [&](const char* name, const char* help, Command value) {
+    CLI::App* pass = add(name, help, value);
+    AddVolumeOptions(*pass, options, raw);
+    AddDryRun(*pass, options);
+  };
+  add_pass("defrag", "Make fragmented files contiguous", Command::Defrag);
+  add_pass("optimize", "Arrange files by class", Command::Optimize);
+  add_pass("compact", "Close the gaps between files", Command::Compact);
   CLI::App* job = add("job", "Carry out a job line", Command::Job);
   job->add_option("--volume", raw.volumes, "A volume under a drive letter; may be repeated")
       ->type_name("C=IMAGE")
       ->allow_extra_args(false)
       ->required();
   AddCommonOptions(*job, options, raw);
+  AddDryRun(*job, options);
 
   // A job line is no business of the parser's: it would take it apart.
   const bool is_job = !arguments.empty() && arguments.front() == "job";

@@ -73,6 +73,7 @@ struct PassResult {
   std::optional<AnalysisFigures> after;  // missing when the run was stopped
   MoveStatistics moved;
   bool stopped = false;
+  bool dry_run = false;
 };
 
 struct JobResult {
@@ -80,6 +81,7 @@ struct JobResult {
   std::optional<VolumeDescription> volume;  // when the job got as far as to one
   std::optional<AnalysisFigures> analysis;  // what the job itself found before it moved anything
   MoveStatistics moved;
+  bool dry_run = false;
 };
 
 VolumeDescription Describe(const std::string& image, char letter, const VolumeFacts& facts);

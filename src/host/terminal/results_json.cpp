@@ -52,9 +52,9 @@ Json Figures(const std::optional<AnalysisFigures>& figures) {
 const char* ReasonName(NotMoved reason) {
   switch (reason) {
     case NotMoved::CannotOpen:
-      return "cannot_open";
+      return "locked";
     case NotMoved::NoGap:
-      return "no_gap";
+      return "no gap";
     case NotMoved::Alignment:
       return "alignment";
     case NotMoved::Refused:
@@ -69,8 +69,9 @@ void AddMoves(Json& json, const MoveStatistics& moved) {
   json["refused"] = moved.refused;
   json["not_moved"] = Json::array();
   for (const MoveFailure& failure : moved.failures) {
-    json["not_moved"].push_back(
-        {{"path", failure.path}, {"reason", ReasonName(failure.reason)}, {"code", failure.code}});
+    Json entry = {{"path", failure.path}, {"reason", ReasonName(failure.reason)}};
+    if (failure.code != error::kSuccess) entry["code"] = failure.code;
+    json["not_moved"].push_back(std::move(entry));
   }
 }
 
@@ -119,6 +120,7 @@ std::string ToJson(const PassResult& result) {
   json["after"] = Figures(result.after);
   AddMoves(json, result.moved);
   json["stopped"] = result.stopped;
+  json["dry_run"] = result.dry_run;
   return Dump(json);
 }
 
@@ -131,6 +133,7 @@ std::string ToJson(const JobResult& result) {
     AddMoves(json, result.moved);
   }
   json["stopped"] = result.outcome == JobOutcome::Stopped;
+  json["dry_run"] = result.dry_run;
   return Dump(json);
 }
 

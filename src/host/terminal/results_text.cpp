@@ -2,11 +2,12 @@
 #include "host/terminal/results_text.h"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <set>
 #include <utility>
+
+#include "host/terminal/quantity_text.h"
 
 namespace vornalux {
 namespace {
@@ -22,40 +23,6 @@ std::string Right(const std::string& text) {
 std::string Left(std::string text) {
   text.resize(std::max(kLabelColumns, text.size()), ' ');
   return text;
-}
-
-// 1234567 as "1,234,567".
-std::string Grouped(std::int64_t number) {
-  std::string digits = std::to_string(number);
-  for (std::size_t at = digits.size(); at > 3 && digits[at - 4] != '-';) {
-    at -= 3;
-    digits.insert(at, 1, ',');
-  }
-  return digits;
-}
-
-// One decimal, rounded.
-std::string Tenths(std::int64_t tenths) {
-  return Grouped(tenths / 10) + "." + std::to_string(tenths % 10);
-}
-
-std::string ByteText(std::int64_t bytes) {
-  constexpr std::array<const char*, 5> kUnits = {"bytes", "KiB", "MiB", "GiB", "TiB"};
-  if (bytes < 1024) return std::to_string(bytes) + " bytes";
-  double value = static_cast<double>(bytes);
-  std::size_t unit = 0;
-  while (value >= 1024 && unit + 1 < kUnits.size()) {
-    value /= 1024;
-    ++unit;
-  }
-  const auto tenths = static_cast<std::int64_t>(value * 10 + 0.5);
-  return (tenths % 10 == 0 ? Grouped(tenths / 10) : Tenths(tenths)) + " " + kUnits[unit];
-}
-
-std::string PercentText(std::int64_t part, std::int64_t whole) {
-  if (whole <= 0) return "";
-  const double share = static_cast<double>(part) / static_cast<double>(whole);
-  return Tenths(static_cast<std::int64_t>(share * 1000 + 0.5)) + "%";
 }
 
 std::string Header(const VolumeDescription& volume, const AnalysisFigures& figures,
@@ -114,12 +81,16 @@ std::string Failures(const std::vector<MoveFailure>& failures, Charset charset) 
   return "\n  Left where they were: " + Grouped(std::ssize(told)) + "\n" + lines;
 }
 
-std::string Moves(const MoveStatistics& moved, const VolumeDescription& volume, bool stopped,
+// result is of a pass or of a job.
+template <typename Result>
+std::string Moves(const Result& result, const VolumeDescription& volume, bool stopped,
                   Charset charset) {
+  const MoveStatistics& moved = result.moved;
   std::string text = "  " + Grouped(moved.moves) + " moves, " +
                      ByteText(moved.clusters_moved * volume.cluster_bytes) + " moved";
   if (moved.refused > 0) text += ", " + Grouped(moved.refused) + " refused";
   text += stopped ? "; stopped\n" : "\n";
+  if (result.dry_run) text += "  Dry run: nothing was written to the volume\n";
   return text + Failures(moved.failures, charset);
 }
 
@@ -143,7 +114,7 @@ std::string ToText(const PassResult& result, Charset charset) {
   std::string text = Header(result.volume, before, charset);
   text += "  " + Left("") + Right("before") + Right("after") + "\n";
   for (const FigureRow& row : FigureRows()) AddRow(text, row, before, result.after);
-  return text + "\n" + Moves(result.moved, result.volume, result.stopped, charset);
+  return text + "\n" + Moves(result, result.volume, result.stopped, charset);
 }
 
 std::string ToText(const JobResult& result, Charset charset) {
@@ -151,7 +122,7 @@ std::string ToText(const JobResult& result, Charset charset) {
   std::string text = Header(*result.volume, *result.analysis, charset);
   for (const FigureRow& row : FigureRows()) AddRow(text, row, *result.analysis);
   return text + "\n" +
-         Moves(result.moved, *result.volume, result.outcome == JobOutcome::Stopped, charset);
+         Moves(result, *result.volume, result.outcome == JobOutcome::Stopped, charset);
 }
 
 }  // namespace vornalux

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/terminal/session.h"
 
+#include "host/mounted/windows_path.h"
+
 namespace vornalux {
 namespace {
 
@@ -17,12 +19,15 @@ std::unique_ptr<MountedVolume> OpenNamed(const std::string& image, const OpenOpt
 }  // namespace
 
 Session::Session(const Options& options, TerminalDesktop& desktop, Charset charset)
-    : desktop_(desktop), platform_(options.seed), debug_log_(charset) {
+    : desktop_(desktop), dry_run_(options.dry_run), platform_(options.seed), debug_log_(charset) {
   OpenVolumes(options);
   platform_.SetWindowsFolder(options.windows_folder ? *options.windows_folder
                                                     : platform_.FindWindowsFolder());
   program_ = std::make_unique<Program>(Platform{platform_, platform_, platform_, desktop_});
-  desktop_.Bind(program_->main_window);
+  desktop_.Bind(
+      program_->main_window,
+      {.cluster_bytes = [this] { return ClusterBytes(); },
+       .terminal_in_use = [this] { return program_->flags.DebugLog && debug_log_.OnTerminal(); }});
   SetUpDebugLog(options);
   program_->launcher.ExcludeTxt.text = options.exclude;
   if (options.vss_safe) program_->launcher.VSS_LIVE.Click();
@@ -33,6 +38,7 @@ Session::~Session() { desktop_.Unbind(); }
 void Session::OpenVolumes(const Options& options) {
   for (const VolumeArgument& argument : options.volumes) {
     const OpenOptions open = {.writable = !OnlyLooks(options.command),
+                              .dry_run = options.dry_run,
                               // A job checks the disk itself and says what it found.
                               .allow_dirty = options.command == Command::Job,
                               .partition = options.partition,
@@ -69,8 +75,13 @@ std::optional<VolumeDescription> Session::Volume(char letter) const {
   return std::nullopt;
 }
 
+std::int64_t Session::ClusterBytes() const {
+  const std::string& drive = program_->settings.target.drive;
+  const auto volume = drive.empty() ? std::nullopt : Volume(DriveLetter(drive.front()));
+  return volume ? volume->cluster_bytes : 0;
+}
+
 bool Session::Close() {
-  desktop_.Unbind();
   bool good = true;
   for (std::size_t i = 0; i < volumes_.size(); ++i) {
     const ErrorCode code = volumes_[i]->Close();
@@ -78,13 +89,17 @@ bool Session::Close() {
     good = false;
     desktop_.Say(
         arguments_[i].image +
-        ": the last changes could not be finished: " + platform_.ErrorText(code) +
-        "\nNothing is lost: the journal is left in place. Run the program again to finish.");
+        ": the last changes could not be finished: " + platform_.ErrorText(code) + "\n" +
+        (dry_run_
+             ? "Nothing is lost: this was a dry run."
+             : "Nothing is lost: the journal is left in place. Run the program again to finish."));
   }
   if (!debug_log_.Finish()) {
     good = false;
     desktop_.Say("The debug log could not be written completely.");
   }
+  // Last: giving the terminal back waits for one that is halted.
+  desktop_.Unbind();
   return good;
 }
 

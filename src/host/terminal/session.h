@@ -37,12 +37,14 @@ class Session {
   bool Close();
 
  private:
+  std::int64_t ClusterBytes() const;  // of the volume at work; 0 for none
   void OpenVolumes(const Options& options);
   void SetUpDebugLog(const Options& options);
 
   TerminalDesktop& desktop_;
   std::vector<VolumeArgument> arguments_;  // of the volumes, in the same order
   std::vector<std::unique_ptr<MountedVolume>> volumes_;
+  bool dry_run_;
   TerminalPlatform platform_;
   DebugLogFile debug_log_;
   std::unique_ptr<Program> program_;

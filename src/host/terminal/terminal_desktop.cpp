@@ -7,48 +7,42 @@ namespace vornalux {
 namespace {
 
 constexpr unsigned kStops = pending::kInterrupt | pending::kInsist | pending::kTerminate;
-// A log of a long run stays readable.
-constexpr int kPlainStep = 10;  // percent
-constexpr auto kPlainPause = std::chrono::seconds(5);
-constexpr const char* kClearLine = "\r\x1b[K";
-
-// The window's title while it is doing something; else it names the volume only.
-bool IsPhase(const std::string& caption) {
-  return !caption.empty() && !caption.starts_with("Volume ");
-}
-
-// Without "[on] volume C:\", which the current file's path says as well.
-std::string ShortPhase(const std::string& caption) {
-  for (const char* rest : {" on volume ", " volume "}) {
-    if (const std::size_t at = caption.find(rest); at != std::string::npos) {
-      return caption.substr(0, at);
-    }
-  }
-  return caption;
-}
 
 }  // namespace
 
-TerminalDesktop::TerminalDesktop(Console& console, PendingEvents& events, Clock clock, bool quiet)
-    : console_(console), events_(events), clock_(std::move(clock)), quiet_(quiet) {}
+TerminalDesktop::TerminalDesktop(Console& console, Screen* screen, PendingEvents& events,
+                                 Clock clock, bool quiet)
+    : console_(console),
+      events_(events),
+      clock_(std::move(clock)),
+      quiet_(quiet),
+      live_(screen != nullptr && !quiet ? std::make_unique<LiveView>(*screen) : nullptr),
+      plain_(console) {}
 
-void TerminalDesktop::Bind(DefragWindow& window) {
+void TerminalDesktop::Bind(DefragWindow& window, RunSurroundings surroundings) {
   window_ = &window;
+  surroundings_ = std::move(surroundings);
   timers_ = {{&window.UpdateTimer, false, {}}};
   window.changed = [this] { OnWindowChanged(); };
+  if (live_) live_->Bind(window, surroundings_.cluster_bytes);
   window.Show();
 }
 
 void TerminalDesktop::Unbind() {
   if (window_ == nullptr) return;
-  ClearLine();
   window_->changed = nullptr;
   window_ = nullptr;
   timers_.clear();
+  if (live_) live_->Unbind();
+  for (const std::string& text : std::exchange(unseen_, {})) Say(text);
 }
 
 void TerminalDesktop::Say(const std::string& text) {
-  ClearLine();
+  if (live_ && live_->Shown()) {
+    live_->ShowMessage(text);
+    if (!obeying_exit_) unseen_.push_back(text);
+    return;
+  }
   console_.Print("vornalux: " + PrintableLines(text, console_.Characters()) + "\n");
 }
 
@@ -62,6 +56,7 @@ void TerminalDesktop::HandleEvents() {
   if (events & pending::kTick) {
     events_.fetch_and(~pending::kTick);
     TickTimers();
+    HandleKeys();
     Redraw();
   }
   handling_ = false;
@@ -73,6 +68,35 @@ void TerminalDesktop::HandleStop(unsigned events) {
   const bool insist = (events & pending::kInsist) != 0;
   events_.fetch_and(~(insist ? pending::kInsist | pending::kTerminate : kStops));
   window_->Arretdefrag.Click();
+}
+
+void TerminalDesktop::HandleKeys() {
+  // Between two runs there is nothing that a key could mean.
+  if (!live_ || window_ == nullptr || !window_->Busy()) return;
+  while (const std::optional<RunCommand> command = live_->TakeCommand()) {
+    switch (*command) {
+      case RunCommand::Stop:
+        window_->Arretdefrag.Click();
+        break;
+      case RunCommand::RedrawMap:
+        RedrawMap();
+        break;
+      case RunCommand::Exit:
+        obeying_exit_ = true;
+        window_->QueryUnload(CloseReason::CloseBox);
+        obeying_exit_ = false;
+        break;
+    }
+  }
+}
+
+// Long enough on a large volume to be watched and stopped itself.
+void TerminalDesktop::RedrawMap() {
+  if (std::exchange(redrawing_map_, true)) return;
+  handling_ = false;
+  Raise(window_->Picdepartvolume.click);
+  handling_ = true;
+  redrawing_map_ = false;
 }
 
 void TerminalDesktop::TickTimers() {
@@ -100,22 +124,22 @@ BoxAnswer TerminalDesktop::ShowBox(const std::string& text, const std::string& t
 }
 
 BoxAnswer TerminalDesktop::Ask(const std::string& question) {
-  const auto yes = [this] {
-    events_.fetch_and(~kStops);
-    return BoxAnswer::Yes;
-  };
-  if (answer_yes_ || !console_.CanAsk()) return yes();
-  ClearLine();
+  const bool nobody = answer_yes_ || !console_.CanAsk();
+  const BoxAnswer answer = nobody           ? BoxAnswer::Yes
+                           : UsesLiveView() ? live_->Ask(question, events_, kStops)
+                                            : AskForLine(question);
+  // What asked for it, and what insisted on it.
+  if (answer == BoxAnswer::Yes) events_.fetch_and(~kStops);
+  return answer;
+}
+
+BoxAnswer TerminalDesktop::AskForLine(const std::string& question) {
   std::string line;
   for (;;) {
     console_.Print(PrintableText(question, console_.Characters()) + " [y/n] ");
-    switch (console_.ReadLine(events_, kStops, line)) {
-      case Console::Reply::Interrupted:
-      case Console::Reply::Closed:
-        console_.Print("\n");
-        return yes();
-      case Console::Reply::Line:
-        break;
+    if (console_.ReadLine(events_, kStops, line) != Console::Reply::Line) {
+      console_.Print("\n");
+      return BoxAnswer::Yes;
     }
     if (line == "y" || line == "Y" || line == "yes") return BoxAnswer::Yes;
     if (line == "n" || line == "N" || line == "no") return BoxAnswer::No;
@@ -126,53 +150,28 @@ void TerminalDesktop::OnWindowChanged() {
   const std::string& caption = window_->caption.get();
   if (caption == phase_) return;
   phase_ = caption;
-  plain_percent_ = 0;
-  plain_printed_ = clock_();
-  if (quiet_ || console_.CanRedraw() || !window_->visible || !IsPhase(phase_)) return;
-  console_.PrintIfReady(PrintableText(phase_, console_.Characters()) + "\n");
+  if (!quiet_ && window_->visible && !UsesLiveView()) plain_.ShowPhase(phase_, clock_());
 }
 
-ProgressState TerminalDesktop::State(TimePoint now) {
+bool TerminalDesktop::UsesLiveView() const {
+  return live_ && window_ != nullptr && !surroundings_.terminal_in_use();
+}
+
+void TerminalDesktop::Redraw() {
+  if (quiet_ || window_ == nullptr || !window_->visible || !window_->Busy()) return;
+  const TimePoint now = clock_();
   ProgressState state;
-  state.phase = ShortPhase(phase_);
-  state.item = window_->etfich.caption;
   // A range of one is the bar's rest position: how far there is to go is not known.
   if (window_->progress.maximum > 1) {
     state.done = window_->progress.value;
     state.total = window_->progress.maximum;
     state.left = time_left_.Update(now, state.done, state.total);
   }
-  return state;
-}
-
-void TerminalDesktop::Redraw() {
-  if (quiet_ || window_ == nullptr || !window_->visible || !window_->Busy()) return;
-  const TimePoint now = clock_();
-  const ProgressState state = State(now);
-  if (!console_.CanRedraw()) {
-    PrintPlainProgress(state, now);
-    return;
+  if (UsesLiveView()) {
+    live_->Draw(state, now);
+  } else {
+    plain_.Show(state, now);
   }
-  // The last column stays free: some terminals break the line after it.
-  std::string line = ProgressText(state, console_.Columns() - 1, console_.Characters());
-  if (line == drawn_) return;
-  console_.PrintIfReady(kClearLine + line);
-  drawn_ = std::move(line);
-}
-
-void TerminalDesktop::PrintPlainProgress(const ProgressState& state, TimePoint now) {
-  const int percent = Percent(state).value_or(0);
-  if (percent < plain_percent_ + kPlainStep || now - plain_printed_ < kPlainPause) return;
-  plain_percent_ = percent - percent % kPlainStep;
-  plain_printed_ = now;
-  console_.PrintIfReady("  " + std::to_string(percent) + "%" +
-                        (state.left ? ", " + ClockText(*state.left) + " left" : "") + "\n");
-}
-
-void TerminalDesktop::ClearLine() {
-  if (drawn_.empty()) return;
-  drawn_.clear();
-  console_.Print(kClearLine);
 }
 
 }  // namespace vornalux

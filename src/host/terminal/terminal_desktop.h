@@ -2,31 +2,40 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "host/terminal/console.h"
+#include "host/terminal/live_view.h"
 #include "host/terminal/pending_events.h"
-#include "host/terminal/progress_line.h"
+#include "host/terminal/plain_progress.h"
 #include "platform/desktop.h"
 #include "ui/defrag_window.h"
 
 namespace vornalux {
 
-// The desktop of a program on a terminal: the main window is a progress line, boxes are messages,
-// Ctrl-C is its Stop button.
+// What the desktop has to know of a run besides its window.
+struct RunSurroundings {
+  std::function<std::int64_t()> cluster_bytes;  // of the volume at work
+  // Something else writes to the terminal, so that it must not be drawn over.
+  std::function<bool()> terminal_in_use;
+};
+
+// The desktop of a program on a terminal: the main window is a live view, or plain lines where
+// there is none; boxes are messages; Ctrl-C is its Stop button.
 class TerminalDesktop final : public Desktop {
  public:
   using Clock = std::function<TimePoint()>;
 
-  // console and events outlive the desktop. quiet: no progress, only messages.
-  TerminalDesktop(Console& console, PendingEvents& events, Clock clock, bool quiet);
+  // All outlive the desktop. screen: null for plain lines. quiet: no progress, only messages.
+  TerminalDesktop(Console& console, Screen* screen, PendingEvents& events, Clock clock, bool quiet);
 
-  // Shows the window, ticks its timer and clicks its Stop from now on, until Unbind().
-  void Bind(DefragWindow& window);
+  // Shows the window, ticks its timer and clicks its commands from now on, until Unbind().
+  void Bind(DefragWindow& window, RunSurroundings surroundings);
   void Unbind();
 
-  // One line to the user, progress out of the way.
+  // One line to the user.
   void Say(const std::string& text);
 
   void DoEvents() override {
@@ -45,28 +54,32 @@ class TerminalDesktop final : public Desktop {
 
   void HandleEvents();
   void HandleStop(unsigned events);
+  void HandleKeys();
+  void RedrawMap();
   void TickTimers();
   BoxAnswer Ask(const std::string& question);
+  BoxAnswer AskForLine(const std::string& question);
   void OnWindowChanged();
-  ProgressState State(TimePoint now);
+  bool UsesLiveView() const;
   void Redraw();
-  void PrintPlainProgress(const ProgressState& state, TimePoint now);
-  void ClearLine();
 
   Console& console_;
   PendingEvents& events_;
   Clock clock_;
   bool quiet_;
+  std::unique_ptr<LiveView> live_;
+  PlainProgress plain_;
   DefragWindow* window_ = nullptr;
+  RunSurroundings surroundings_;
   std::vector<ArmedTimer> timers_;
   bool handling_ = false;
-  bool answer_yes_ = false;  // the system wants an end: nobody is asked
+  bool redrawing_map_ = false;
+  bool answer_yes_ = false;          // the system wants an end: nobody is asked
+  bool obeying_exit_ = false;        // who pressed the key sees what is said
+  std::vector<std::string> unseen_;  // said while the live view was shown
 
   std::string phase_;
   TimeLeft time_left_;
-  std::string drawn_;  // the progress line on the screen
-  int plain_percent_ = 0;
-  TimePoint plain_printed_;
 };
 
 }  // namespace vornalux

@@ -6,16 +6,12 @@
 #include <optional>
 #include <string>
 
-#include "host/terminal/display_text.h"
-
 namespace vornalux {
 
 using TimePoint = std::chrono::steady_clock::time_point;
 
-// What there is to say about a run at one moment.
+// How far a phase has come.
 struct ProgressState {
-  std::string phase;                         // "Defragmenting volume C:\"
-  std::string item;                          // the current file, or counters
   std::int64_t done = 0;                     // of total
   std::int64_t total = 0;                    // 0: not known
   std::optional<std::chrono::seconds> left;  // until the phase is done
@@ -23,13 +19,6 @@ struct ProgressState {
 
 // Rounded down, 0 to 100; nothing when the total is not known.
 std::optional<int> Percent(const ProgressState& state);
-
-// "0:07", "12:30", "2:05:00".
-std::string ClockText(std::chrono::seconds duration);
-
-// One line of at most `columns` columns: phase, bar, percent, time left, item. What does not fit is
-// left out, from the item backwards.
-std::string ProgressText(const ProgressState& state, int columns, Charset charset);
 
 // How long it will still take, from how long it took so far.
 class TimeLeft {
