@@ -182,7 +182,10 @@ TEST_P(JobTest, RunsLeaveTheLayoutThatTheSimulationPredicts) {
 
     Machine real(*volume);
     ASSERT_EQ(real.program->launcher.process_cmd_line(line), JobOutcome::Done);
-    EXPECT_GT(real.program->main_window.engine.movers.statistics.moves, 0);
+    // Small clusters leave nothing that could move and stay aligned.
+    if (!std::string(line).ends_with("/vssafe")) {
+      EXPECT_GT(real.program->main_window.engine.movers.statistics.moves, 0);
+    }
     real.program.reset();
     ASSERT_EQ(volume->Close(), error::kSuccess);
     volume.reset();

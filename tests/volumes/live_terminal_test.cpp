@@ -137,8 +137,8 @@ TEST_F(LiveTerminalTest, SuspendedAndKilledItGivesTheTerminalBack) {
   EXPECT_EQ(Tmux("display-message -p '#{alternate_on}'"), "1\n");
   const pid_t program = RunningProgram();
   ASSERT_GT(program, 0);
-  kill(program, SIGSEGV);
-  ScreenWith("Segmentation fault");
+  kill(program, SIGABRT);  // sanitizers leave this one alone
+  ScreenWith("Aborted");
   ExpectTerminalGivenBack();
   Start("analyze");
   ScreenWith("END 0");

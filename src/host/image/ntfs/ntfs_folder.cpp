@@ -2,6 +2,7 @@
 #include "host/image/ntfs/ntfs_folder.h"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <new>
 #include <tuple>
@@ -38,7 +39,10 @@ void AddEntry(Listing& listing, const ntfschar* units, int length, int name_type
   // The units are those of the index entry's file name attribute, which says more about the item.
   const auto* file_name = reinterpret_cast<const FILE_NAME_ATTR*>(
       reinterpret_cast<const std::uint8_t*>(units) - offsetof(FILE_NAME_ATTR, file_name));
-  const std::uint32_t stored = le32_to_cpu(file_name->file_attributes);
+  // Copied: damaged flags are no value of the enumeration that the library has for them.
+  std::uint32_t stored = 0;
+  std::memcpy(&stored, &file_name->file_attributes, sizeof stored);
+  stored = le32_to_cpu(stored);
   std::uint32_t attributes = stored & ~(kInternalBits | attribute::kDirectory);
   if (stored & kIndexPresent) attributes |= attribute::kDirectory;
   std::u16string folded = listing.upcase->Fold(name);
