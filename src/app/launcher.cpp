@@ -10,12 +10,14 @@ Introfrm::Introfrm(Platform& platform, RunFlags& flags, JobSettings& settings,
       settings_(settings),
       trace_(trace),
       debug_window_(debug_window),
-      main_window_(main_window) {
+      main_window_(main_window),
+      sectors_(platform.devices) {
   const std::string windows = platform_.machine.WindowsFolder();
   main_window_.engine.walk.PrefetchDir = windows.empty() ? "" : windows + "\\Prefetch";
   main_window_.launcher = this;
   FrmAfter.enabled = false;
   BindOptions();
+  BindDriveControls();
 }
 
 void Introfrm::BindOptions() {
@@ -68,32 +70,6 @@ void Introfrm::ComposeJobLine() {
   Command2.caption = "Create desktop shortcut Job " + job_line_;
 }
 
-void Introfrm::SelectDrive(const std::string& root) {
-  settings_.target.drive = root;
-  settings_.target.directory.clear();
-  Option1.value = true;
-  Option2.value = false;
-  Option3.value = false;
-  OptPrioMed.value = true;
-  OptPrioLow.value = false;
-  OptPrioHi.value = false;
-  action_piece_ = " /d";
-  priority_piece_ = " /normal";
-  ComposeJobLine();
-  ReadDriveInformation();
-}
-
-void Introfrm::ReadDriveInformation() {
-  const std::string root = settings_.target.Root();
-  VolumeName names;
-  FreeSpace space;
-  const bool answers = platform_.volumes.FreeSpaceFigures(root, space) == error::kSuccess &&
-                       platform_.volumes.VolumeNames(root, names) == error::kSuccess &&
-                       !names.file_system.empty();
-  settings_.target.file_system = answers ? names.file_system : "FS_Error";
-  main_window_.engine.geometry.SelectVolume(settings_.target.Drive());
-}
-
 void Introfrm::runchkdsk(const std::string& drive) {
   flags_.VolumeDirty = False;
   if (drive.empty()) return;
@@ -101,6 +77,7 @@ void Introfrm::runchkdsk(const std::string& drive) {
 }
 
 void Introfrm::Done(bool failed) {
+  check_heard_ = true;
   main_window_.OpenMenu();
   if (cancel) {
     Say("Disk check was cancelled!");
@@ -113,12 +90,14 @@ void Introfrm::Done(bool failed) {
 }
 
 void Introfrm::Progress(std::int32_t percent, bool& cancel_check) {
+  check_heard_ = true;
   main_window_.progress.SetRange(0, 100);
   main_window_.progress.SetValue(percent);
   cancel_check = cancel;
 }
 
 void Introfrm::Status(const std::string&, bool& cancel_check) {
+  check_heard_ = true;
   platform_.desktop.DoEvents();
   cancel_check = cancel;
 }

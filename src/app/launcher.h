@@ -9,8 +9,15 @@
 #include "platform/platform.h"
 #include "ui/debug_window.h"
 #include "ui/defrag_window.h"
+#include "volume/sector_io.h"
 
 namespace vornalux {
+
+inline constexpr Colour kLinkColour = 0x800000;  // navy
+
+// Behind the launcher's links.
+inline constexpr const char* kInfoAddress = "https://vornalux.example/readme";
+inline constexpr const char* kSupportAddress = "https://vornalux.example/issues";
 
 // How a command-line job ended.
 enum class JobOutcome {
@@ -24,13 +31,32 @@ enum class JobOutcome {
   Done,
 };
 
-// The launcher: job options, their job line, and the job that a command line asks for.
+// What a drive says of itself.
+struct DriveFacts {
+  std::uint32_t type = 0;  // one of drive_type
+  VolumeName names;
+  FreeSpace space;
+  std::string boot_text;  // what a FAT volume calls itself in its first sector
+  bool answers = false;   // it gave figures and the name of its file system
+};
+
+// The launcher: the list of volumes, job options, their job line, and the job that a command line
+// asks for.
 class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
  public:
   Introfrm(Platform& platform, RunFlags& flags, JobSettings& settings, const DebugTrace& trace,
            FrmDBG& debug_window, DefragWindow& main_window);
 
-  // " Action "
+  ComboBox ImageCombo1;  // the volumes
+  Button CmdGo{"Select Drive"};
+  Button CmdJob{"More >>"};
+  Frame FrmJob;  // the job options, folded away at first
+  Frame Frame1{" Create task shortcut (saved on desktop) "};
+  Frame Frame3{" Action "};
+  Label Lblversion{VORNALUX_VERSION};
+  Label lblInfo{"Information", kLinkColour};
+  Label LblSupport{"Support", kLinkColour};
+
   OptionButton Option1{"Defrag"};
   OptionButton Option2{"Compact"};
   OptionButton Option3{"Optimize"};
@@ -45,12 +71,24 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   CheckBox VSS_Command{"VSS safe-mode"};
   CheckBox VSS_LIVE{"VSS safe-mode"};
   Button Command2{"Create desktop shortcut Job"};
+  Label LblExclude{" Skip these extensions: (example: *.tmp; *.vhd) - defrag only!"};
   TextBox ExcludeTxt;
 
   Form frmContext{"Context menu"};
 
   // The switches that the options stand for: "/drv C: /d /normal" and so on.
   const std::string& JobLine() const { return job_line_; }
+
+  // Lists the volumes that can be worked on, each with what its check says, and shows the window.
+  void Introduction();
+
+  // Of the drive that was last asked for its figures.
+  DriveFacts drive_facts;
+
+  // The mouse moved over the window: links are as at rest.
+  void MouseMove();
+  // The mouse did something over the icon in the notification area; message is the system's.
+  void TrayMouse(std::uint32_t message);
 
   // Takes the drive ("C:\") as the one that jobs and runs work on.
   void SelectDrive(const std::string& root);
@@ -63,6 +101,8 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
 
   // The user asked for the disk check to end.
   bool cancel = false;
+  // Opens a web page; set by the host.
+  std::function<void(const std::string& address)> open_page;
   // What ends the program at once; set by the host.
   std::function<void()> end_program;
 
@@ -86,10 +126,20 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   bool ApplySwitch(const std::string& name);
   void TakeDrive(const std::string* operand, const std::string& token);
   void TakeFolder(const std::string* operand, const std::string& token, const std::string& quoted);
-  void ReadDriveInformation();
+  // without_answer stands for the file system of a drive that does not answer.
+  void ReadDriveInformation(const char* without_answer);
   JobOutcome RunAction(Action action);
   void AfterRun();
   void Say(const std::string& text) const;
+
+  void BindDriveControls();
+  std::string DescribeDrive(const std::string& root, std::uint32_t type);
+  void ReadDriveFacts(const std::string& root);
+  void ReadBootText(const std::string& root);
+  void ImageCombo1_Click();
+  void CmdGo_Click();
+  void ShowJobOptions(bool shown);
+  void OpenPage(const char* address) const;
 
   void ComposeJobLine();
   void BindOptions();
@@ -100,6 +150,8 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   const DebugTrace& trace_;
   FrmDBG& debug_window_;
   DefragWindow& main_window_;
+  SectorIo sectors_;
+  bool check_heard_ = false;  // the check in hand has told something
 
   // The pieces of the job line, each with its leading blank, empty until chosen.
   std::string action_piece_;

@@ -126,7 +126,7 @@ JobOutcome Introfrm::process_cmd_line(const std::string& tail) {
   trace_.Line("CDM_line arguments: " + job);
   runchkdsk(settings_.target.Drive());
   if (flags_.VolumeDirty) return JobOutcome::Dirty;
-  ReadDriveInformation();
+  ReadDriveInformation("FS_Error");
   if (switches.run_minimized) minimize_to_tray();
   const JobOutcome outcome = RunAction(switches.action);
   if (!flags_.StopRequested) AfterRun();

@@ -4,6 +4,7 @@
 #include "platform/desktop.h"
 #include "platform/files.h"
 #include "platform/machine.h"
+#include "platform/raw_devices.h"
 #include "platform/volumes.h"
 
 namespace vornalux {
@@ -14,6 +15,7 @@ struct Platform {
   Volumes& volumes;
   Files& files;
   Machine& machine;
+  RawDevices& devices;
   Desktop& desktop;
 };
 

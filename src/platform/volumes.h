@@ -37,10 +37,24 @@ struct VolumeName {
   std::string file_system;  // "NTFS", "FAT32", "FAT" ...
 };
 
+// What kind of drive a root belongs to, as the system numbers them.
+namespace drive_type {
+inline constexpr std::uint32_t kNoRoot = 1;
+inline constexpr std::uint32_t kRemovable = 2;
+inline constexpr std::uint32_t kFixed = 3;
+inline constexpr std::uint32_t kNetwork = 4;
+inline constexpr std::uint32_t kCdRom = 5;
+inline constexpr std::uint32_t kRamDisk = 6;
+}  // namespace drive_type
+
 // What may be asked of a volume as a whole. Drives are two characters ("C:"), roots three ("C:\").
 class Volumes {
  public:
   virtual ~Volumes() = default;
+
+  // The roots of all drives one after the other, each four characters: "C:\\" and a NUL.
+  virtual std::string LogicalDriveStrings() = 0;
+  virtual std::uint32_t DriveType(const std::string& root) = 0;
 
   // Opens "\\.\C:" for reading, shared. kInvalidHandle on failure.
   virtual Handle OpenVolume(const std::string& device_path) = 0;

@@ -52,6 +52,9 @@ struct MovePlan {
   std::int64_t target_count = 0;  // 0: only holes in range, nothing to do
 };
 
+// The Windows error code nearest to a device error.
+ErrorCode FromDevice(std::error_code error);
+
 // The move itself, written once for every file system: checks, copy, metadata, commit. A file
 // system adds where its metadata lies. Moves are gathered into commits, by count and bytes, and
 // when a target lies in clusters that the durable state still refers to.
@@ -62,6 +65,9 @@ class ImageVolume : public MountedVolume {
   ErrorCode Commit() final;
   ErrorCode Close() final;
   ErrorCode Extents(const StreamRef& stream, std::vector<Extent>& out) final;
+  ErrorCode ReadDevice(std::uint64_t offset, std::span<std::uint8_t> out) final {
+    return FromDevice(transaction_->Read(offset, out));
+  }
   std::int64_t FreeClusters() const final { return clusters_->FreeClusters(); }
   void CopyBitmap(std::int64_t first_lcn, std::span<std::uint8_t> out) const final;
 
@@ -137,9 +143,6 @@ ErrorCode PlanMove(const std::vector<ClusterRun>& runs, std::int64_t vcn, std::i
 
 // Joins runs that adjoin in VCN and LCN, or are both holes.
 void JoinRuns(std::vector<ClusterRun>& runs);
-
-// The Windows error code nearest to a device error.
-ErrorCode FromDevice(std::error_code error);
 
 // The file systems. Each checks the volume's structure as far as it relies on it and throws
 // VolumeRefused; dirty volumes are refused unless store.recovering or store.allow_dirty.

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -16,6 +17,7 @@
 #include "host/mounted/mounted_volume.h"
 #include "platform/files.h"
 #include "platform/machine.h"
+#include "platform/raw_devices.h"
 #include "platform/volumes.h"
 
 namespace vornalux {
@@ -28,7 +30,7 @@ struct MachineSettings {
 
 // Answers the program's questions from mounted volumes, each under a drive letter, with Windows'
 // meaning of paths, handles and error codes. The desktop is somebody else's. Not thread-safe.
-class MountedPlatform : public Volumes, public Files, public Machine {
+class MountedPlatform : public Volumes, public Files, public Machine, public RawDevices {
  public:
   explicit MountedPlatform(MachineSettings settings = {});
   ~MountedPlatform() override;
@@ -39,9 +41,11 @@ class MountedPlatform : public Volumes, public Files, public Machine {
   // platform, and is not closed by it.
   void Mount(char letter, MountedVolume& volume);
 
-  // Open volume and file handles together.
-  std::size_t OpenHandles() const { return volumes_.size() + files_.size(); }
+  // Open volume, file and device handles together.
+  std::size_t OpenHandles() const { return volumes_.size() + files_.size() + devices_.size(); }
 
+  std::string LogicalDriveStrings() override;
+  std::uint32_t DriveType(const std::string& root) override;
   Handle OpenVolume(const std::string& device_path) override;
   void CloseVolume(Handle volume) override;
   ErrorCode FreeSpaceFigures(const std::string& root, FreeSpace& out) override;
@@ -61,6 +65,16 @@ class MountedPlatform : public Volumes, public Files, public Machine {
   // kNotEnoughMemory for files above 64 MiB.
   ErrorCode ReadBytes(const std::string& path, std::string& out) override;
 
+  // Devices are read only: no file system of ours would know of what was written below it.
+  Handle OpenDevice(const std::string& device_path) override;
+  void CloseDevice(Handle device) override { devices_.erase(device); }
+  std::uint32_t SetPointer(Handle device, std::int32_t low, std::int32_t high) override;
+  bool ReadDevice(Handle device, std::span<std::uint8_t> out) override;
+  bool WriteDevice(Handle, std::span<const std::uint8_t>) override { return false; }
+  void FlushDevice(Handle) override {}
+  void LockRange(Handle, std::uint64_t, std::uint32_t) override {}
+  void UnlockRange(Handle, std::uint64_t, std::uint32_t) override {}
+
   std::string WindowsFolder() override { return settings_.windows_folder; }
   std::string ErrorText(ErrorCode code) override;
   // Remembers the class only; a host that has a scheduler overrides it.
@@ -79,6 +93,10 @@ class MountedPlatform : public Volumes, public Files, public Machine {
     MountedVolume* volume;
     FolderTree tree;
     std::uint64_t moves = 0;  // moves asked for so far
+  };
+  struct OpenDrive {
+    MountedVolume* volume = nullptr;
+    std::uint64_t position = 0;
   };
   // What a path led to.
   struct Found {
@@ -110,6 +128,7 @@ class MountedPlatform : public Volumes, public Files, public Machine {
   std::map<char, Drive> drives_;
   std::unordered_map<Handle, Drive*> volumes_;
   std::unordered_map<Handle, OpenFile> files_;
+  std::unordered_map<Handle, OpenDrive> devices_;
   Handle last_handle_ = 0;
 };
 

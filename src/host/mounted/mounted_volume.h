@@ -76,6 +76,11 @@ class MountedVolume {
   virtual ErrorCode Read(const StreamRef& stream, std::uint64_t offset, std::span<std::uint8_t> out,
                          std::size_t& done) = 0;
 
+  // The volume's own bytes from offset on, all of out. kNotSupported where there are none.
+  virtual ErrorCode ReadDevice(std::uint64_t /*offset*/, std::span<std::uint8_t> /*out*/) {
+    return error::kNotSupported;
+  }
+
   // Moves count clusters from vcn on to lcn, all or nothing. The target must be wholly free; the
   // range is clipped at the end of the allocation; holes are skipped and take no target clusters.
   // kInvalidParameter: count < 1, negative or out-of-volume numbers, vcn at or past the end of the

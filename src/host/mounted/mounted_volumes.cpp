@@ -8,6 +8,40 @@
 
 namespace vornalux {
 
+std::string MountedPlatform::LogicalDriveStrings() {
+  std::string roots;
+  for (const auto& [letter, drive] : drives_) roots += std::string{letter, ':', '\\', '\0'};
+  return roots;
+}
+
+std::uint32_t MountedPlatform::DriveType(const std::string& root) {
+  return FindDrive(DriveOfRoot(root)) != nullptr ? drive_type::kFixed : drive_type::kNoRoot;
+}
+
+Handle MountedPlatform::OpenDevice(const std::string& device_path) {
+  const Drive* drive = FindDrive(DriveOfDevice(device_path));
+  if (drive == nullptr) return kInvalidHandle;
+  const Handle handle = NextHandle();
+  devices_.emplace(handle, OpenDrive{.volume = drive->volume});
+  return handle;
+}
+
+std::uint32_t MountedPlatform::SetPointer(Handle device, std::int32_t low, std::int32_t high) {
+  const auto open = devices_.find(device);
+  if (open == devices_.end() || high < 0) return kNoPosition;
+  const auto low_half = static_cast<std::uint32_t>(low);
+  open->second.position = static_cast<std::uint64_t>(high) << 32 | low_half;
+  return low_half;
+}
+
+bool MountedPlatform::ReadDevice(Handle device, std::span<std::uint8_t> out) {
+  const auto open = devices_.find(device);
+  if (open == devices_.end()) return false;
+  if (open->second.volume->ReadDevice(open->second.position, out) != error::kSuccess) return false;
+  open->second.position += out.size();
+  return true;
+}
+
 Handle MountedPlatform::OpenVolume(const std::string& device_path) {
   Drive* drive = FindDrive(DriveOfDevice(device_path));
   if (drive == nullptr) return kInvalidHandle;

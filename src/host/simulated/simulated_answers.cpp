@@ -200,4 +200,14 @@ ErrorCode SimulatedVolume::Close() {
   return error::kSuccess;
 }
 
+ErrorCode SimulatedVolume::ReadDevice(std::uint64_t offset, std::span<std::uint8_t> out) {
+  std::string sector(facts_.bytes_per_sector, '\0');
+  sector.replace(54, 8, "FAT16   ");
+  if (facts_.file_system == "FAT32") sector.replace(82, 8, "FAT32   ");
+  for (std::size_t i = 0; i < out.size(); ++i) {
+    out[i] = offset + i < sector.size() ? static_cast<std::uint8_t>(sector[offset + i]) : 0;
+  }
+  return error::kSuccess;
+}
+
 }  // namespace vornalux

@@ -4,6 +4,8 @@
 #include <limits>
 #include <utility>
 
+#include "host/mounted/windows_path.h"
+
 namespace vornalux {
 
 namespace {
@@ -54,6 +56,7 @@ SimulatedPlatform::SimulatedPlatform(MachineSettings settings)
 
 void SimulatedPlatform::AddVolume(char letter, SimulatedVolume& volume) {
   Mount(letter, volume);
+  drive_types_.try_emplace(letter, drive_type::kFixed);
   simulated_.emplace(&volume, &volume);
 }
 
@@ -61,6 +64,17 @@ ErrorCode SimulatedPlatform::MayOpen(MountedVolume& volume, ItemId item) {
   const auto simulated = simulated_.find(&volume);
   return simulated != simulated_.end() && simulated->second->Locked(item) ? error::kSharingViolation
                                                                           : error::kSuccess;
+}
+
+std::string SimulatedPlatform::LogicalDriveStrings() {
+  std::string roots;
+  for (const auto& [letter, type] : drive_types_) roots += std::string{letter, ':', '\\', '\0'};
+  return roots;
+}
+
+std::uint32_t SimulatedPlatform::DriveType(const std::string& root) {
+  const auto drive = drive_types_.find(DriveOfRoot(root));
+  return drive != drive_types_.end() ? drive->second : drive_type::kNoRoot;
 }
 
 Handle SimulatedPlatform::OpenVolume(const std::string& device_path) {

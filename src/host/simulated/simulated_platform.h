@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include <map>
+#include <string>
 #include <unordered_map>
 
 #include "host/mounted/mounted_platform.h"
@@ -22,13 +24,18 @@ class SimulatedPlatform final : public MountedPlatform {
   void AddVolume(char letter, SimulatedVolume& volume);
 
   // For handing around; valid as long as this object.
-  Platform All() { return {*this, *this, *this, desktop_}; }
+  Platform All() { return {*this, *this, *this, *this, desktop_}; }
+
+  // Another drive, with nothing in it unless a volume is added under the letter as well.
+  void AddDrive(char letter, std::uint32_t type) { drive_types_[letter] = type; }
 
   FaultPlan& Faults() { return faults_; }
   ScriptedDesktop& User() { return desktop_; }
   CallLog& Log() { return log_; }
   int PowerOffs() const { return power_offs_; }
 
+  std::string LogicalDriveStrings() override;
+  std::uint32_t DriveType(const std::string& root) override;
   Handle OpenVolume(const std::string& device_path) override;
   void CloseVolume(Handle volume) override;
   ErrorCode FreeSpaceFigures(const std::string& root, FreeSpace& out) override;
@@ -59,6 +66,7 @@ class SimulatedPlatform final : public MountedPlatform {
   FaultPlan faults_;
   ScriptedDesktop desktop_;
   std::unordered_map<const MountedVolume*, const SimulatedVolume*> simulated_;
+  std::map<char, std::uint32_t> drive_types_;
   int power_offs_ = 0;
 };
 

@@ -95,6 +95,8 @@ class SimulatedVolume final : public MountedVolume {
   ErrorCode StreamNames(ItemId item, std::vector<std::string>& out) override;
   ErrorCode Read(const StreamRef& stream, std::uint64_t offset, std::span<std::uint8_t> out,
                  std::size_t& done) override;
+  // A first sector that says which file system it is, and nothing else.
+  ErrorCode ReadDevice(std::uint64_t offset, std::span<std::uint8_t> out) override;
   ErrorCode Move(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn,
                  std::int64_t count) override;
   ErrorCode Commit() override;
