@@ -204,8 +204,10 @@ ErrorCode SimulatedVolume::ReadDevice(std::uint64_t offset, std::span<std::uint8
   std::string sector(facts_.bytes_per_sector, '\0');
   sector.replace(54, 8, "FAT16   ");
   if (facts_.file_system == "FAT32") sector.replace(82, 8, "FAT32   ");
-  for (std::size_t i = 0; i < out.size(); ++i) {
-    out[i] = offset + i < sector.size() ? static_cast<std::uint8_t>(sector[offset + i]) : 0;
+  std::fill(out.begin(), out.end(), std::uint8_t{0});
+  if (offset < sector.size()) {
+    const std::string_view rest = std::string_view(sector).substr(static_cast<std::size_t>(offset));
+    std::copy_n(rest.begin(), std::min(rest.size(), out.size()), out.begin());
   }
   return error::kSuccess;
 }
