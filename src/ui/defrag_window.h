@@ -48,8 +48,8 @@ class DefragWindow final : public Form, public RunView {
   Shape activity{activity_colour::kResting};  // flashes with each move
   std::array<Label, 6> status_panels;
   Timer UpdateTimer{2000};
-  CheckBox Affiche;           // redraw the map after each file
-  CheckBox ChkNoFileDisplay;  // do not show the names of files
+  CheckBox Affiche{"&Redraw map after each file"};
+  CheckBox ChkNoFileDisplay{"Do not show &names"};
 
   // The temperature line and how often a pass has it read anew.
   Label Label6{"temp N/A", activity_colour::kResting};

@@ -30,7 +30,9 @@ class LiveTerminalTest : public ImageFolder {
         "LC_ALL=C.UTF-8 PS1='> ' HISTFILE= bash --norc --noprofile -i");
     Type("'cd " + Path("") + "; stty -g >before; clear' Enter");
   }
-  void TearDown() override { Tmux("kill-server"); }
+  void TearDown() override {
+    std::system(("tmux -S '" + Path("socket") + "' kill-server").c_str());
+  }
 
   std::string Tmux(const std::string& command) const {
     const std::string line = "tmux -S '" + Path("socket") + "' " + command + " 2>&1";
@@ -40,7 +42,7 @@ class LiveTerminalTest : public ImageFolder {
     while (const std::size_t count = fread(buffer.data(), 1, buffer.size(), pipe)) {
       output.append(buffer.data(), count);
     }
-    EXPECT_EQ(pclose(pipe), 0) << line << "\n" << output;
+    if (pclose(pipe) != 0) throw std::runtime_error(line + ": " + output);
     return output;
   }
   void Type(const std::string& keys) const { Tmux("send-keys " + keys); }
