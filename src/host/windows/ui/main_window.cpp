@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/windows/ui/main_window.h"
+
+#include <commctrl.h>
+
+#include "host/windows/ui/resource.h"
+#include "host/windows/windows_text.h"
+
+namespace vornalux {
+
+NativeMainWindow::NativeMainWindow(DefragWindow& main_window)
+    : NativeForm(main_window, IDD_MAIN), main_window_(main_window) {
+  Bind(IDM_DRIVE, main_window.Quitter);
+  Bind(IDM_STOP, main_window.Arretdefrag);
+  Bind(IDM_ANALYZE, main_window.cmdanalysemore);
+  Bind(IDM_DEFRAG, main_window.cmdDefrag);
+  Bind(IDM_OPTIMIZE, main_window.SmartOptimize);
+  Bind(IDM_COMPACT, main_window.cmdCompact);
+  Bind(IDM_MINIMIZE, main_window.minmnu);
+  Bind(IDM_EXIT, main_window.exitmnu);
+  Bind(IDC_MAP, main_window.Picdepartvolume);
+  Bind(IDC_REDRAW, main_window.LblRedraw);
+  Bind(IDC_STATUS_LINE, main_window.etfich);
+  Bind(IDC_PROGRESS, main_window.progress);
+  Bind(IDC_TEMPERATURE, main_window.Label6);
+  Bind(IDC_ACTIVITY, main_window.activity);
+  Bind(IDC_REDRAW_EACH, main_window.Affiche);
+  Bind(IDC_HIDE_NAMES, main_window.ChkNoFileDisplay);
+  Bind(main_window.UpdateTimer);
+  Bind(main_window.tmrTemperatures);
+  BindLegend();
+  BindStatusBar();
+  SetUpGlyph();
+  FitMap();
+}
+
+void NativeMainWindow::BindLegend() {
+  int id = IDC_LEGEND_SHAPE;
+  for (Shape& shape : main_window_.Shape2) Bind(id++, shape);
+  Bind(IDC_LEGEND_INNER, main_window_.Shape4);
+  id = IDC_LEGEND_LABEL1;
+  for (Label& label : main_window_.Label1) Bind(id++, label);
+  id = IDC_LEGEND_LABEL4;
+  for (Label& label : main_window_.Label4) Bind(id++, label);
+  Bind(IDC_LEGEND_LABEL5, main_window_.Label5);
+}
+
+void NativeMainWindow::BindStatusBar() {
+  CreateWindowExW(0, STATUSCLASSNAMEW, L"", WS_CHILD | WS_VISIBLE | SBARS_SIZEGRIP, 0, 0, 0, 0,
+                  window(), reinterpret_cast<HMENU>(INT_PTR{IDC_STATUS_BAR}),
+                  GetModuleHandleW(nullptr), nullptr);
+  RECT area;
+  GetClientRect(window(), &area);
+  Arrange(area.right);
+  for (std::size_t i = 0; i < main_window_.status_panels.size(); ++i) {
+    Label& panel = main_window_.status_panels[i];
+    panel.changed = [this, i, &panel] {
+      const std::wstring text = ToWide(panel.caption.get());
+      SendMessageW(Item(IDC_STATUS_BAR), SB_SETTEXTW, i, reinterpret_cast<LPARAM>(text.c_str()));
+    };
+    panel.changed();
+    AtEnd([&panel] { panel.changed = nullptr; });
+  }
+}
+
+// The glyph that lights up is a letter of a font of symbols.
+void NativeMainWindow::SetUpGlyph() {
+  LOGFONTW font = {};
+  GetObjectW(reinterpret_cast<HFONT>(SendMessageW(window(), WM_GETFONT, 0, 0)), sizeof font, &font);
+  font.lfCharSet = SYMBOL_CHARSET;
+  lstrcpyW(font.lfFaceName, L"Webdings");
+  symbols_ = CreateFontIndirectW(&font);
+  SendMessageW(Item(IDC_REDRAW), WM_SETFONT, reinterpret_cast<WPARAM>(symbols_), FALSE);
+}
+
+void NativeMainWindow::Arrange(int width) {
+  std::array<int, 6> ends;
+  const int panels = static_cast<int>(ends.size());
+  for (int i = 0; i < panels; ++i) ends[static_cast<std::size_t>(i)] = width * (i + 1) / panels;
+  SendMessageW(Item(IDC_STATUS_BAR), SB_SETPARTS, ends.size(),
+               reinterpret_cast<LPARAM>(ends.data()));
+  SendMessageW(Item(IDC_STATUS_BAR), WM_SIZE, 0, 0);
+}
+
+void NativeMainWindow::FitMap() {
+  RECT area;
+  GetClientRect(Item(IDC_MAP), &area);
+  PictureBox& map = main_window_.Picdepartvolume;
+  if (map.width() != area.right || map.height() != area.bottom) {
+    map.Resize(area.right, area.bottom);
+  }
+}
+
+bool NativeMainWindow::OnMessage(UINT message, WPARAM wparam, LPARAM lparam, INT_PTR& result) {
+  switch (message) {
+    case WM_SIZE:
+      main_window_.window_state =
+          wparam == SIZE_MINIMIZED ? WindowState::Minimized : WindowState::Normal;
+      main_window_.Resized();
+      if (wparam != SIZE_MINIMIZED) Arrange(LOWORD(lparam));
+      result = TRUE;
+      return true;
+    case WM_CTLCOLORSTATIC:
+      if (GetDlgCtrlID(reinterpret_cast<HWND>(lparam)) != IDC_REDRAW) return false;
+      SetTextColor(reinterpret_cast<HDC>(wparam), main_window_.LblRedraw.fore_colour);
+      SetBkMode(reinterpret_cast<HDC>(wparam), TRANSPARENT);
+      result = reinterpret_cast<INT_PTR>(GetStockObject(BLACK_BRUSH));
+      return true;
+    case WM_QUERYENDSESSION:
+      main_window_.QueryUnload(CloseReason::EndOfSession);
+      if (window() != nullptr) SetWindowLongPtrW(window(), DWLP_MSGRESULT, TRUE);
+      result = TRUE;
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace vornalux

@@ -1,0 +1,388 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/windows/ui/native_form.h"
+
+#include <commctrl.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <utility>
+
+#include "host/windows/ui/resource.h"
+#include "host/windows/windows_text.h"
+
+namespace vornalux {
+namespace {
+
+constexpr UINT_PTR kFirstTimer = 1;
+
+std::vector<NativeForm*>& Forms() {
+  static std::vector<NativeForm*> forms;
+  return forms;
+}
+
+void SetText(HWND window, const std::string& text) {
+  const std::wstring wide = ToWide(text);
+  // A text that stays would flicker.
+  std::wstring shown(static_cast<std::size_t>(GetWindowTextLengthW(window)) + 1, L'\0');
+  shown.resize(static_cast<std::size_t>(
+      GetWindowTextW(window, shown.data(), static_cast<int>(shown.size()))));
+  if (shown != wide) SetWindowTextW(window, wide.c_str());
+}
+
+std::string TextOf(HWND window) {
+  std::wstring text(static_cast<std::size_t>(GetWindowTextLengthW(window)) + 1, L'\0');
+  text.resize(
+      static_cast<std::size_t>(GetWindowTextW(window, text.data(), static_cast<int>(text.size()))));
+  return FromWide(text);
+}
+
+void Fill(HDC dc, const RECT& area, Colour colour) {
+  const HBRUSH brush = CreateSolidBrush(colour);
+  FillRect(dc, &area, brush);
+  DeleteObject(brush);
+}
+
+// The whole surface at once, so that what another window covered comes back as it was.
+void Show(HDC dc, const RECT& area, const PictureBox& picture) {
+  BITMAPINFO info = {};
+  info.bmiHeader.biSize = sizeof info.bmiHeader;
+  info.bmiHeader.biWidth = picture.width();
+  info.bmiHeader.biHeight = -picture.height();  // from the top
+  info.bmiHeader.biPlanes = 1;
+  info.bmiHeader.biBitCount = 32;
+  std::vector<std::uint32_t> pixels;
+  pixels.reserve(static_cast<std::size_t>(picture.width()) *
+                 static_cast<std::size_t>(picture.height()));
+  for (std::int32_t y = 0; y < picture.height(); ++y) {
+    for (std::int32_t x = 0; x < picture.width(); ++x) {
+      const Colour c = picture.Pixel(x, y);
+      pixels.push_back((c & 0xFF) << 16 | (c & 0xFF00) | (c >> 16 & 0xFF));
+    }
+  }
+  StretchDIBits(dc, area.left, area.top, area.right - area.left, area.bottom - area.top, 0, 0,
+                picture.width(), picture.height(), pixels.data(), &info, DIB_RGB_COLORS, SRCCOPY);
+}
+
+}  // namespace
+
+NativeForm::NativeForm(Form& form, int dialog_id) : form_(form) {
+  Forms().push_back(this);
+  CreateDialogParamW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(dialog_id), nullptr, Procedure,
+                     reinterpret_cast<LPARAM>(this));
+  for (const auto& [kind, metric] : {std::pair{ICON_SMALL, SM_CXSMICON}, {ICON_BIG, SM_CXICON}}) {
+    const int size = GetSystemMetrics(metric);
+    const HANDLE icon = LoadImageW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(IDI_PROGRAM),
+                                   IMAGE_ICON, size, size, LR_SHARED);
+    SendMessageW(window_, WM_SETICON, static_cast<WPARAM>(kind), reinterpret_cast<LPARAM>(icon));
+  }
+  form_.changed = [this] { ShowForm(); };
+  form_.unloaded = [this] {
+    if (window_ != nullptr) DestroyWindow(window_);
+  };
+  ShowForm();
+}
+
+NativeForm::~NativeForm() {
+  std::erase(Forms(), this);
+  form_.changed = nullptr;
+  form_.unloaded = nullptr;
+  for (const auto& unbind : unbind_) unbind();
+  if (window_ != nullptr) DestroyWindow(window_);
+}
+
+bool NativeForm::TakesMessage(MSG& message) {
+  return std::any_of(Forms().begin(), Forms().end(), [&message](const NativeForm* form) {
+    return form->window_ != nullptr && IsDialogMessageW(form->window_, &message);
+  });
+}
+
+void NativeForm::ShowForm() {
+  if (window_ == nullptr) return;
+  SetText(window_, form_.caption);
+  const bool shown = IsWindowVisible(window_) != FALSE;
+  const bool minimized = IsIconic(window_) != FALSE;
+  if (shown != form_.visible) ShowWindow(window_, form_.visible ? SW_SHOW : SW_HIDE);
+  if (form_.visible && minimized && form_.window_state == WindowState::Normal) {
+    ShowWindow(window_, SW_RESTORE);
+  }
+}
+
+void NativeForm::ShowState(int id, const Control& control) const {
+  EnableWindow(Item(id), control.enabled);
+  ShowWindow(Item(id), control.visible ? SW_SHOWNA : SW_HIDE);
+}
+
+void NativeForm::Bind(int id, Label& label) {
+  labels_[id] = &label;
+  label.changed = [this, id, &label] {
+    ShowState(id, label);
+    SetText(Item(id), label.caption);
+    InvalidateRect(Item(id), nullptr, TRUE);
+  };
+  label.changed();
+  commands_[id] = [&label](int notification) {
+    if (notification == STN_CLICKED) Raise(label.click);
+  };
+  unbind_.push_back([&label] { label.changed = nullptr; });
+}
+
+void NativeForm::Bind(int id, Button& button) {
+  button.changed = [this, id, &button] {
+    ShowState(id, button);
+    SetText(Item(id), button.caption);
+  };
+  button.changed();
+  commands_[id] = [&button](int notification) {
+    if (notification == BN_CLICKED) button.Click();
+  };
+  unbind_.push_back([&button] { button.changed = nullptr; });
+}
+
+void NativeForm::Bind(int id, Frame& frame) {
+  frame.changed = [this, id, &frame] {
+    ShowState(id, frame);
+    SetText(Item(id), frame.caption);
+  };
+  frame.changed();
+  unbind_.push_back([&frame] { frame.changed = nullptr; });
+}
+
+void NativeForm::BindCheck(int id, CommandControl& control, Property<bool>& value) {
+  control.changed = [this, id, &control, &value] {
+    ShowState(id, control);
+    SetText(Item(id), control.caption);
+    SendMessageW(Item(id), BM_SETCHECK, value ? BST_CHECKED : BST_UNCHECKED, 0);
+  };
+  control.changed();
+  unbind_.push_back([&control] { control.changed = nullptr; });
+}
+
+void NativeForm::Bind(int id, OptionButton& option) {
+  BindCheck(id, option, option.value);
+  // Arrow keys select as they go: what is chosen already is no choice.
+  commands_[id] = [&option](int notification) {
+    if (notification == BN_CLICKED && !option.value) option.Click();
+  };
+}
+
+void NativeForm::Bind(int id, CheckBox& box) {
+  BindCheck(id, box, box.value);
+  commands_[id] = [&box](int notification) {
+    if (notification == BN_CLICKED) box.Click();
+  };
+}
+
+void NativeForm::Bind(int id, TextBox& box) {
+  box.changed = [this, id, &box] {
+    ShowState(id, box);
+    pushing_ = true;
+    SetText(Item(id), box.text);
+    pushing_ = false;
+  };
+  box.changed();
+  commands_[id] = [this, id, &box](int notification) {
+    if (notification == EN_CHANGE && !pushing_) box.text = TextOf(Item(id));
+  };
+  unbind_.push_back([&box] { box.changed = nullptr; });
+}
+
+void NativeForm::Bind(int id, LogBox& log) {
+  SendMessageW(Item(id), EM_SETLIMITTEXT, 0, 0);  // as much as there is memory for
+  SetText(Item(id), log.text());
+  log.appended = [this, id](std::string_view more) {
+    const std::wstring text = ToWide(std::string(more));
+    const int end = GetWindowTextLengthW(Item(id));
+    SendMessageW(Item(id), EM_SETSEL, static_cast<WPARAM>(end), end);
+    SendMessageW(Item(id), EM_REPLACESEL, FALSE, reinterpret_cast<LPARAM>(text.c_str()));
+    SendMessageW(Item(id), WM_VSCROLL, SB_BOTTOM, 0);
+  };
+  log.changed = [this, id, &log] { SetText(Item(id), log.text()); };
+  unbind_.push_back([&log] {
+    log.appended = nullptr;
+    log.changed = nullptr;
+  });
+}
+
+void NativeForm::Bind(int id, ProgressBar& bar) {
+  constexpr std::int64_t kSteps = 10000;  // the native bar counts in 32 bits
+  bar.changed = [this, id, &bar] {
+    ShowState(id, bar);
+    const double range = static_cast<double>(std::max<std::int64_t>(bar.maximum - bar.minimum, 1));
+    const double done = static_cast<double>(bar.value - bar.minimum);
+    SendMessageW(Item(id), PBM_SETPOS, static_cast<WPARAM>(kSteps * done / range), 0);
+  };
+  SendMessageW(Item(id), PBM_SETRANGE32, 0, kSteps);
+  bar.changed();
+  unbind_.push_back([&bar] { bar.changed = nullptr; });
+}
+
+void NativeForm::Bind(int id, ListView& list) {
+  const HWND native = Item(id);
+  std::wstring heading = ToWide(list.column_heading);
+  LVCOLUMNW column = {};
+  column.mask = LVCF_TEXT | LVCF_WIDTH;
+  column.pszText = heading.data();
+  RECT area;
+  GetClientRect(native, &area);
+  column.cx = area.right - GetSystemMetrics(SM_CXVSCROLL);
+  SendMessageW(native, LVM_INSERTCOLUMNW, 0, reinterpret_cast<LPARAM>(&column));
+  list.changed = [this, id, &list] {
+    ShowState(id, list);
+    const HWND view = Item(id);
+    auto shown = static_cast<std::size_t>(ListView_GetItemCount(view));
+    if (shown > list.rows().size()) {
+      ListView_DeleteAllItems(view);
+      shown = 0;
+    }
+    for (; shown < list.rows().size(); ++shown) {
+      std::wstring text = ToWide(list.rows()[shown]);
+      LVITEMW item = {};
+      item.mask = LVIF_TEXT;
+      item.iItem = static_cast<int>(shown);
+      item.pszText = text.data();
+      SendMessageW(view, LVM_INSERTITEMW, 0, reinterpret_cast<LPARAM>(&item));
+    }
+  };
+  list.changed();
+  unbind_.push_back([&list] { list.changed = nullptr; });
+}
+
+void NativeForm::Bind(int id, ComboBox& combo) {
+  combo.changed = [this, id, &combo] {
+    ShowState(id, combo);
+    const HWND native = Item(id);
+    auto shown = static_cast<std::size_t>(SendMessageW(native, CB_GETCOUNT, 0, 0));
+    if (shown > combo.items().size()) {
+      SendMessageW(native, CB_RESETCONTENT, 0, 0);
+      shown = 0;
+    }
+    for (; shown < combo.items().size(); ++shown) {
+      std::wstring text = ToWide(combo.items()[shown]);
+      COMBOBOXEXITEMW item = {};
+      item.mask = CBEIF_TEXT;
+      item.iItem = -1;  // at the end
+      item.pszText = text.data();
+      SendMessageW(native, CBEM_INSERTITEMW, 0, reinterpret_cast<LPARAM>(&item));
+    }
+    SendMessageW(native, CB_SETCURSEL, static_cast<WPARAM>(combo.list_index.get()), 0);
+  };
+  combo.changed();
+  commands_[id] = [this, id, &combo](int notification) {
+    if (notification != CBN_SELCHANGE) return;
+    combo.Choose(static_cast<std::int32_t>(SendMessageW(Item(id), CB_GETCURSEL, 0, 0)));
+  };
+  unbind_.push_back([&combo] { combo.changed = nullptr; });
+}
+
+void NativeForm::Bind(int id, Shape& shape) {
+  painters_[id] = [&shape](HDC dc, const RECT& area) { Fill(dc, area, shape.fill_colour); };
+  shape.changed = [this, id, &shape] {
+    ShowState(id, shape);
+    InvalidateRect(Item(id), nullptr, FALSE);
+  };
+  unbind_.push_back([&shape] { shape.changed = nullptr; });
+}
+
+void NativeForm::Bind(int id, PictureBox& picture) {
+  painters_[id] = [&picture](HDC dc, const RECT& area) { Show(dc, area, picture); };
+  commands_[id] = [&picture](int notification) {
+    if (notification == STN_CLICKED) Raise(picture.click);
+  };
+  picture.changed = [this, id, &picture] { ShowState(id, picture); };
+  picture.refreshed = [this, id] {
+    InvalidateRect(Item(id), nullptr, FALSE);
+    UpdateWindow(Item(id));
+  };
+  unbind_.push_back([&picture] {
+    picture.changed = nullptr;
+    picture.refreshed = nullptr;
+  });
+}
+
+void NativeForm::Bind(int id, MenuItem& item) {
+  item.changed = [this, id, &item] {
+    EnableMenuItem(GetMenu(window_), static_cast<UINT>(id),
+                   MF_BYCOMMAND | static_cast<UINT>(item.enabled ? MF_ENABLED : MF_GRAYED));
+    DrawMenuBar(window_);
+  };
+  item.changed();
+  commands_[id] = [&item](int) { item.Click(); };
+  unbind_.push_back([&item] { item.changed = nullptr; });
+}
+
+void NativeForm::Bind(Timer& timer) {
+  timers_.push_back(&timer);
+  const UINT_PTR id = kFirstTimer + timers_.size() - 1;
+  timer.changed = [this, id, &timer] {
+    if (timer.enabled) {
+      SetTimer(window_, id, static_cast<UINT>(timer.interval), nullptr);
+    } else {
+      KillTimer(window_, id);
+    }
+  };
+  timer.changed();
+  unbind_.push_back([&timer] { timer.changed = nullptr; });
+}
+
+INT_PTR CALLBACK NativeForm::Procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
+  if (message == WM_INITDIALOG) {
+    SetWindowLongPtrW(window, DWLP_USER, lparam);
+    reinterpret_cast<NativeForm*>(lparam)->window_ = window;
+    return TRUE;
+  }
+  auto* form = reinterpret_cast<NativeForm*>(GetWindowLongPtrW(window, DWLP_USER));
+  return form != nullptr ? form->Handle(message, wparam, lparam) : FALSE;
+}
+
+INT_PTR NativeForm::Handle(UINT message, WPARAM wparam, LPARAM lparam) {
+  INT_PTR result = FALSE;
+  if (OnMessage(message, wparam, lparam, result)) return result;
+  switch (message) {
+    case WM_COMMAND:
+      OnCommand(LOWORD(wparam), HIWORD(wparam));
+      return TRUE;
+    case WM_CTLCOLORSTATIC:
+      return ColourText(reinterpret_cast<HDC>(wparam),
+                        GetDlgCtrlID(reinterpret_cast<HWND>(lparam)));
+    case WM_DRAWITEM:
+      Paint(*reinterpret_cast<const DRAWITEMSTRUCT*>(lparam));
+      return TRUE;
+    case WM_TIMER:
+      if (wparam >= kFirstTimer && wparam - kFirstTimer < timers_.size()) {
+        Raise(timers_[wparam - kFirstTimer]->tick);
+      }
+      return TRUE;
+    case WM_CLOSE:
+      OnCloseBox();
+      return TRUE;
+    case WM_DESTROY:
+      window_ = nullptr;
+      return TRUE;
+    default:
+      return FALSE;
+  }
+}
+
+bool NativeForm::OnMessage(UINT, WPARAM, LPARAM, INT_PTR&) { return false; }
+
+void NativeForm::OnCommand(int id, int notification) {
+  if (id == IDCANCEL) return OnEscape();
+  if (const auto command = commands_.find(id); command != commands_.end()) {
+    command->second(notification);
+  }
+}
+
+INT_PTR NativeForm::ColourText(HDC dc, int id) {
+  const auto label = labels_.find(id);
+  if (label == labels_.end() || label->second->fore_colour == 0) return FALSE;
+  SetTextColor(dc, label->second->fore_colour);
+  SetBkMode(dc, TRANSPARENT);
+  return reinterpret_cast<INT_PTR>(GetSysColorBrush(COLOR_BTNFACE));
+}
+
+void NativeForm::Paint(const DRAWITEMSTRUCT& item) {
+  const auto painter = painters_.find(static_cast<int>(item.CtlID));
+  if (painter != painters_.end()) painter->second(item.hDC, item.rcItem);
+}
+
+}  // namespace vornalux

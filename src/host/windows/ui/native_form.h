@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "forms/controls.h"
+#include "forms/picture_box.h"
+#include "host/windows/system_headers.h"
+
+namespace vornalux {
+
+// A form as a native dialog. Each control of the form is bound to the dialog's control of a
+// resource id: changes of its properties show, and what the user does raises its events. A bound
+// control decides nothing. Forms and controls outlive their native side.
+class NativeForm {
+ public:
+  NativeForm(Form& form, int dialog_id);
+  virtual ~NativeForm();
+  NativeForm(const NativeForm&) = delete;
+  NativeForm& operator=(const NativeForm&) = delete;
+
+  HWND window() const { return window_; }
+
+  // Lets a dialog take its keyboard messages; for the message loop.
+  static bool TakesMessage(MSG& message);
+
+ protected:
+  void Bind(int id, Label& label);
+  void Bind(int id, Button& button);
+  void Bind(int id, Frame& frame);
+  void Bind(int id, OptionButton& option);
+  void Bind(int id, CheckBox& box);
+  void Bind(int id, TextBox& box);
+  void Bind(int id, LogBox& log);
+  void Bind(int id, ProgressBar& bar);
+  void Bind(int id, ListView& list);
+  void Bind(int id, ComboBox& combo);
+  void Bind(int id, Shape& shape);
+  void Bind(int id, PictureBox& picture);
+  void Bind(int id, MenuItem& item);
+  void Bind(Timer& timer);
+
+  HWND Item(int id) const { return GetDlgItem(window_, id); }
+  void ShowState(int id, const Control& control) const;
+  // What the native side makes of other messages. True: handled.
+  virtual bool OnMessage(UINT message, WPARAM wparam, LPARAM lparam, INT_PTR& result);
+  // The user closes the window by its close box, or presses Escape in it.
+  virtual void OnCloseBox() { form_.Hide(); }
+  virtual void OnEscape() { OnCloseBox(); }
+  // What a derived window has bound by itself is to be undone like the rest.
+  void AtEnd(std::function<void()> undo) { unbind_.push_back(std::move(undo)); }
+
+ private:
+  static INT_PTR CALLBACK Procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam);
+  INT_PTR Handle(UINT message, WPARAM wparam, LPARAM lparam);
+  void ShowForm();
+  void BindCheck(int id, CommandControl& control, Property<bool>& value);
+  void OnCommand(int id, int notification);
+  INT_PTR ColourText(HDC dc, int id);
+  void Paint(const DRAWITEMSTRUCT& item);
+
+  Form& form_;
+  HWND window_ = nullptr;
+  std::map<int, std::function<void(int notification)>> commands_;
+  std::map<int, const Label*> labels_;
+  std::map<int, std::function<void(HDC, const RECT&)>> painters_;
+  std::vector<Timer*> timers_;
+  std::vector<std::function<void()>> unbind_;
+  bool pushing_ = false;  // a change that we make ourselves is no deed of the user's
+};
+
+}  // namespace vornalux

@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/windows/system_headers.h"
+
+// After the headers that it needs.
+#include <shellapi.h>
+
+#include <cstdlib>
+
+#include "app/program.h"
+#include "app/start_up.h"
+#include "host/windows/ui/launcher_window.h"
+#include "host/windows/ui/log_windows.h"
+#include "host/windows/ui/main_window.h"
+#include "host/windows/ui/resource.h"
+#include "host/windows/ui/windows_desktop.h"
+#include "host/windows/windows_devices.h"
+#include "host/windows/windows_files.h"
+#include "host/windows/windows_machine.h"
+#include "host/windows/windows_system.h"
+#include "host/windows/windows_text.h"
+#include "host/windows/windows_volumes.h"
+
+namespace vornalux {
+namespace {
+
+// What follows the program's own path, which may be in quotes.
+std::wstring TailOf(std::wstring line) {
+  const bool quoted = line.starts_with(L'"');
+  const std::size_t end = line.find(quoted ? L'"' : L' ', quoted ? 1 : 0);
+  line.erase(0, end == std::wstring::npos ? line.size() : end + (quoted ? 1 : 0));
+  line.erase(0, line.find_first_not_of(L" \t"));
+  return line;
+}
+
+void OpenPage(const std::string& address) {
+  ShellExecuteW(nullptr, L"open", ToWide(address).c_str(), nullptr, nullptr, SW_SHOWNORMAL);
+}
+
+int Run() {
+  WindowsVolumes volumes;
+  WindowsFiles files;
+  WindowsSystem system;
+  WindowsMachine machine(system, volumes);
+  WindowsDevices devices;
+  WindowsDesktop desktop;
+  Program program({volumes, files, machine, devices, desktop});
+  program.launcher.open_page = OpenPage;
+  // A job that asks for it ends the program from inside its run.
+  program.launcher.end_program = [&desktop] {
+    desktop.RemoveTrayIcon();
+    ExitProcess(EXIT_SUCCESS);
+  };
+  NativeLauncher launcher(program.launcher, program.main_window);
+  NativeMainWindow main_window(program.main_window);
+  NativeDetails details(program.main_window.details);
+  NativeDebug debug(program.debug_window);
+  desktop.SetTrayOwner(launcher.window());
+  const auto unloaded = program.main_window.unloaded;
+  program.main_window.unloaded = [unloaded] {
+    Raise(unloaded);
+    PostQuitMessage(EXIT_SUCCESS);
+  };
+  const std::string tail = FromWide(TailOf(GetCommandLineW()));
+  if (StartUp(system, program, tail) != StartUpResult::Started) return EXIT_FAILURE;
+  if (!desktop.Ended()) desktop.Run();
+  return EXIT_SUCCESS;
+}
+
+}  // namespace
+}  // namespace vornalux
+
+int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) { return vornalux::Run(); }

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/windows/ui/windows_desktop.h"
+
+#include <shellapi.h>
+
+#include <algorithm>
+#include <array>
+
+#include "host/windows/ui/native_form.h"
+#include "host/windows/ui/resource.h"
+#include "host/windows/windows_text.h"
+
+namespace vornalux {
+namespace {
+
+constexpr UINT kTrayMessage = WM_MOUSEMOVE;
+constexpr UINT kTrayIcon = 1;
+constexpr std::array<UINT, 4> kIcons = {0, MB_ICONERROR, MB_ICONQUESTION, MB_ICONWARNING};
+
+// The record in its first form, which every version of the shell knows.
+NOTIFYICONDATAA TrayRecord(HWND owner) {
+  NOTIFYICONDATAA record = {};
+  record.cbSize = NOTIFYICONDATAA_V1_SIZE;
+  record.hWnd = owner;
+  record.uID = kTrayIcon;
+  return record;
+}
+static_assert(NOTIFYICONDATAA_V1_SIZE == (sizeof(void*) == 8 ? 104 : 88));
+constexpr std::size_t kTipCharacters = 64;  // of that form
+
+}  // namespace
+
+void WindowsDesktop::Handle(MSG& message) {
+  if (NativeForm::TakesMessage(message)) return;
+  TranslateMessage(&message);
+  DispatchMessageW(&message);
+}
+
+void WindowsDesktop::DoEvents() {
+  MSG message;
+  while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+    if (message.message == WM_QUIT) {
+      ended_ = true;
+      // For whoever waits further out.
+      PostQuitMessage(static_cast<int>(message.wParam));
+      return;
+    }
+    Handle(message);
+  }
+}
+
+void WindowsDesktop::Run() {
+  MSG message;
+  while (GetMessageW(&message, nullptr, 0, 0) > 0) Handle(message);
+  ended_ = true;
+}
+
+BoxAnswer WindowsDesktop::ShowBox(const std::string& text, const std::string& title,
+                                  BoxButtons buttons, BoxIcon icon) {
+  const UINT type =
+      (buttons == BoxButtons::YesNo ? MB_YESNO : MB_OK) | kIcons[static_cast<std::size_t>(icon)];
+  const int answer =
+      MessageBoxW(GetActiveWindow(), ToWide(text).c_str(), ToWide(title).c_str(), type);
+  if (buttons == BoxButtons::Ok) return BoxAnswer::Ok;
+  return answer == IDYES ? BoxAnswer::Yes : BoxAnswer::No;
+}
+
+void WindowsDesktop::ShowTrayIcon(const std::string& tooltip) {
+  NOTIFYICONDATAA record = TrayRecord(owner_);
+  record.uFlags = NIF_MESSAGE | NIF_ICON | NIF_TIP;
+  record.uCallbackMessage = kTrayMessage;
+  record.hIcon = LoadIconW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(IDI_PROGRAM));
+  const std::string text = ToAnsi(tooltip);
+  const std::size_t length = std::min({text.find('\0'), text.size(), kTipCharacters - 1});
+  std::copy_n(text.begin(), length, record.szTip);
+  icon_shown_ = Shell_NotifyIconA(NIM_ADD, &record) != FALSE;
+}
+
+void WindowsDesktop::RemoveTrayIcon() {
+  if (!icon_shown_) return;
+  NOTIFYICONDATAA record = TrayRecord(owner_);
+  Shell_NotifyIconA(NIM_DELETE, &record);
+  icon_shown_ = false;
+}
+
+}  // namespace vornalux

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/windows/windows_machine.h"
+
+#include "app/exit_windows.h"
+#include "health/disk_check.h"
+#include "host/windows/system_headers.h"
+#include "host/windows/windows_check_library.h"
+#include "host/windows/windows_text.h"
+
+namespace vornalux {
+namespace {
+
+constexpr DWORD kMessageSize = 160;
+
+// Different at each start; nothing secret hangs on it.
+std::uint64_t Seed() {
+  LARGE_INTEGER count{};
+  QueryPerformanceCounter(&count);
+  return static_cast<std::uint64_t>(count.QuadPart) ^ std::uint64_t{GetCurrentProcessId()} << 32 ^
+         GetTickCount();
+}
+
+// Sets the class where that is allowed and says which one is in force.
+std::uint32_t SetProcessPriority(std::uint32_t priority_class) {
+  const DWORD id = GetCurrentProcessId();
+  HANDLE process = OpenProcess(PROCESS_SET_INFORMATION | PROCESS_QUERY_INFORMATION, FALSE, id);
+  if (process != nullptr) {
+    ::SetPriorityClass(process, priority_class);
+  } else {
+    process = OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, id);
+  }
+  if (process == nullptr) return 0;
+  const std::uint32_t in_force = GetPriorityClass(process);
+  CloseHandle(process);
+  return in_force;
+}
+
+}  // namespace
+
+WindowsMachine::WindowsMachine(System& system, Volumes& volumes)
+    : system_(system), volumes_(volumes), random_(Seed()) {}
+
+std::string WindowsMachine::WindowsFolder() {
+  char folder[MAX_PATH] = {};
+  const UINT length = GetWindowsDirectoryA(folder, MAX_PATH);
+  if (length >= MAX_PATH) return {};
+  std::string text = FromAnsi({folder, length});
+  if (text.ends_with('\\')) text.pop_back();  // Windows in a drive's root
+  return text;
+}
+
+std::string WindowsMachine::ErrorText(ErrorCode code) {
+  char text[kMessageSize] = {};
+  const DWORD length = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                                      nullptr, code, 0, text, kMessageSize, nullptr);
+  return FromAnsi({text, length});
+}
+
+std::uint32_t WindowsMachine::SetPriorityClass(std::uint32_t priority_class) {
+  return SetProcessPriority(priority_class);
+}
+
+void WindowsMachine::CheckDisk(const std::string& root, DiskCheckSink& sink) {
+  WindowsCheckLibrary library;
+  CheckVolumeBy(library, volumes_, root, CheckOptions{}, sink);
+}
+
+void WindowsMachine::PowerOff() { clsExitWindows(system_).ExitWindows(clsExitWindows::kPowerOff); }
+
+double WindowsMachine::Random() {
+  constexpr double kTwoToMinus53 = 1.0 / 9007199254740992.0;
+  return static_cast<double>(random_() >> 11) * kTwoToMinus53;
+}
+
+}  // namespace vornalux

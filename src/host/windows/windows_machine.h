@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <random>
+#include <string>
+
+#include "platform/machine.h"
+#include "platform/system.h"
+#include "platform/volumes.h"
+
+namespace vornalux {
+
+// The machine that the program runs on.
+class WindowsMachine final : public Machine {
+ public:
+  // Neither is owned; both must outlive this.
+  WindowsMachine(System& system, Volumes& volumes);
+
+  std::string WindowsFolder() override;
+  // Empty, too, for texts above 159 bytes.
+  std::string ErrorText(ErrorCode code) override;
+  // 0 when the system does not say.
+  std::uint32_t SetPriorityClass(std::uint32_t priority_class) override;
+  void CheckDisk(const std::string& root, DiskCheckSink& sink) override;
+  void PowerOff() override;
+  double Random() override;
+
+ private:
+  System& system_;
+  Volumes& volumes_;
+  std::mt19937_64 random_;
+};
+
+}  // namespace vornalux

@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <stdexcept>
+
+#include "host/windows/system_headers.h"
+#include "host/windows/windows_check_library.h"
+#include "host/windows/windows_machine.h"
+#include "host/windows/windows_system.h"
+#include "host/windows/windows_volumes.h"
+#include "windows/fmifs_double.h"
+
+namespace vornalux {
+namespace {
+
+// While it lives, the double is found; it lies in a folder beside this program.
+class WithDouble {
+ public:
+  WithDouble() {
+    char path[MAX_PATH] = {};
+    GetModuleFileNameA(nullptr, path, MAX_PATH);
+    const std::string program = path;
+    SetDllDirectoryA((program.substr(0, program.rfind('\\')) + "\\double").c_str());
+    library_ = LoadLibraryA("fmifs.dll");
+    if (library_ == nullptr) throw std::runtime_error("the double of fmifs.dll is missing");
+  }
+  ~WithDouble() {
+    FreeLibrary(library_);
+    SetDllDirectoryA(nullptr);
+  }
+  WithDouble(const WithDouble&) = delete;
+  WithDouble& operator=(const WithDouble&) = delete;
+
+  const test::CheckLog& Log() const {
+    return *Procedure<const test::CheckLog * WINAPI()>(library_, "LastCheck")();
+  }
+
+ private:
+  HMODULE library_;
+};
+
+// Says "<progress>%", the line, "done" or "failed", and where it wanted the check to end.
+struct Sink : DiskCheckSink {
+  std::string heard;
+  std::string cancel_at;
+
+  void Done(bool failed) override { heard += failed ? "failed;" : "done;"; }
+  void Progress(std::int32_t percent, bool& cancel) override {
+    Hear(std::to_string(percent) + "%", cancel);
+  }
+  void Status(const std::string& line, bool& cancel) override { Hear(line, cancel); }
+  void Hear(const std::string& what, bool& cancel) {
+    heard += what + ";";
+    cancel = what == cancel_at;
+  }
+};
+
+TEST(CheckLibrary, AbsentIsNoCheck) {
+  WindowsCheckLibrary library;
+  if (library.Load()) GTEST_SKIP() << "this system has one";
+  int calls = 0;
+  library.Check("C:\\", "NTFS", {}, [&](const CheckMessage&) { return ++calls > 0; });
+  EXPECT_EQ(calls, 0);
+
+  WindowsSystem system;
+  WindowsVolumes volumes;
+  WindowsMachine machine(system, volumes);
+  Sink sink;
+  machine.CheckDisk("C:\\", sink);
+  EXPECT_EQ(sink.heard, "");
+}
+
+TEST(CheckLibrary, WhatItSaysArrives) {
+  const WithDouble with;
+  WindowsSystem system;
+  WindowsVolumes volumes;
+  WindowsMachine machine(system, volumes);
+  Sink sink;
+  machine.CheckDisk("C:\\", sink);
+  EXPECT_EQ(sink.heard, GetOEMCP() == 437 ? "The volume is called Tür.\r\n;42%;done;" : sink.heard);
+  const test::CheckLog& log = with.Log();
+  EXPECT_EQ(std::wstring(log.root), L"C:\\");
+  EXPECT_EQ(std::wstring(log.file_system), L"NTFS");
+  EXPECT_EQ(log.correct_errors, 0);
+  EXPECT_EQ(log.only_if_dirty, 1);
+  EXPECT_EQ(log.calls, 4);
+  EXPECT_EQ(log.last_answer, 1);
+}
+
+TEST(CheckLibrary, OptionsAndCancelReachIt) {
+  const WithDouble with;
+  WindowsCheckLibrary library;
+  ASSERT_TRUE(library.Load());
+  for (int option = 0; option < 4; ++option) {
+    const CheckOptions options{.correct_errors = option == 0,
+                               .verbose = option == 1,
+                               .only_if_dirty = option == 2,
+                               .scan_drive = option == 3};
+    library.Check("D:\\", "FAT32", options,
+                  [](const CheckMessage& message) { return message.command != 0; });
+    const test::CheckLog& log = with.Log();
+    EXPECT_EQ(log.correct_errors, option == 0);
+    EXPECT_EQ(log.verbose, option == 1);
+    EXPECT_EQ(log.only_if_dirty, option == 2);
+    EXPECT_EQ(log.scan_drive, option == 3);
+    EXPECT_EQ(log.calls, 2) << "the second message was answered with an end";
+    EXPECT_EQ(log.last_answer, 0);
+  }
+}
+
+TEST(CheckLibrary, WhatCannotBeReadIsNotRead) {
+  const WithDouble with;
+  WindowsCheckLibrary library;
+  ASSERT_TRUE(library.Load());
+  std::vector<std::string> lines;
+  int unreadable = 0;
+  std::string numbers;
+  library.Check("D:\\", "NASTY", {}, [&](const CheckMessage& message) {
+    if (message.command != 14) {
+      numbers += std::to_string(message.number);
+    } else if (message.line) {
+      lines.push_back(*message.line);
+    } else {
+      ++unreadable;
+    }
+    return true;
+  });
+  EXPECT_EQ(numbers, "0000");
+  EXPECT_EQ(unreadable, 5);
+  EXPECT_EQ(lines, (std::vector<std::string>{std::string(20, 'x'), std::string(255, 'x'), ""}));
+}
+
+TEST(CheckLibrary, AnExceptionWaitsForTheLibrary) {
+  const WithDouble with;
+  WindowsCheckLibrary library;
+  ASSERT_TRUE(library.Load());
+  const auto check = [&] {
+    library.Check("D:\\", "NASTY", {}, [](const CheckMessage&) -> bool {
+      throw std::runtime_error("from the callback");
+    });
+  };
+  EXPECT_THROW(check(), std::runtime_error);
+  EXPECT_EQ(with.Log().calls, 12) << "the library went through to its end";
+  EXPECT_EQ(with.Log().last_answer, 0);
+  EXPECT_THROW(check(), std::runtime_error) << "the next check is one like the first";
+}
+
+TEST(CheckLibrary, AVolumeThatIsNotThereCannotBeOpened) {
+  WindowsCheckLibrary library;
+  EXPECT_FALSE(library.CanOpenForWriting("\\\\.\\Q:"));
+  if (std::getenv("VORNALUX_TEST_DRIVES") != nullptr) {
+    EXPECT_TRUE(library.CanOpenForWriting("\\\\.\\I:"));
+    const HANDLE other = CreateFileA("\\\\.\\I:", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                     nullptr, OPEN_EXISTING, 0, nullptr);
+    EXPECT_FALSE(library.CanOpenForWriting("\\\\.\\I:"));
+    CloseHandle(other);
+  }
+}
+
+}  // namespace
+}  // namespace vornalux

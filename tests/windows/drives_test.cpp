@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// Drives, volumes and devices of the system that the tests run on. tests/windows/run-under-wine
+// makes the drives that are asked for here.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "host/windows/system_headers.h"
+#include "host/windows/windows_devices.h"
+#include "host/windows/windows_volumes.h"
+
+namespace vornalux {
+namespace {
+
+class Drives : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (std::getenv("VORNALUX_TEST_DRIVES") == nullptr) GTEST_SKIP() << "no drives made for tests";
+  }
+  WindowsVolumes volumes_;
+  WindowsDevices devices_;
+};
+
+TEST_F(Drives, AreListedWithTheirTypes) {
+  const std::string roots = volumes_.LogicalDriveStrings();
+  ASSERT_EQ(roots.size() % 4, 0u);
+  struct Case {
+    const char* root;
+    std::uint32_t type;
+    bool listed;
+  };
+  constexpr Case kCases[] = {
+      {"A:\\", drive_type::kRemovable, true}, {"D:\\", drive_type::kFixed, true},
+      {"E:\\", drive_type::kCdRom, true},     {"F:\\", drive_type::kNetwork, true},
+      {"R:\\", drive_type::kRamDisk, true},   {"Q:\\", drive_type::kNoRoot, false},
+  };
+  for (const Case& c : kCases) {
+    EXPECT_EQ(volumes_.DriveType(c.root), c.type) << c.root;
+    EXPECT_EQ(roots.find(std::string(c.root) + '\0') % 4 == 0, c.listed) << c.root;
+  }
+}
+
+TEST_F(Drives, NamesAndFigures) {
+  VolumeName names;
+  ASSERT_EQ(volumes_.VolumeNames("D:\\", names), error::kSuccess);
+  EXPECT_EQ(names.label, "Daten");
+  EXPECT_EQ(names.file_system, "NTFS");
+  EXPECT_NE(volumes_.VolumeNames("Q:\\", names), error::kSuccess);
+
+  FreeSpace space;
+  ASSERT_EQ(volumes_.FreeSpaceFigures("D:\\", space), error::kSuccess);
+  EXPECT_GT(space.sectors_per_cluster, 0);
+  EXPECT_GT(space.bytes_per_sector, 0);
+  EXPECT_GT(space.total_clusters, 0);
+  EXPECT_GE(space.free_clusters, 0);
+  EXPECT_LE(space.free_clusters, space.total_clusters);
+  EXPECT_NE(volumes_.FreeSpaceFigures("Q:\\", space), error::kSuccess);
+}
+
+// Wine's file system answers none of the questions below: an error, not a made-up answer.
+TEST_F(Drives, VolumesThatDoNotAnswer) {
+  EXPECT_EQ(volumes_.OpenVolume("\\\\.\\Q:"), kInvalidHandle);
+  const Handle volume = volumes_.OpenVolume("\\\\.\\D:");
+  ASSERT_NE(volume, kInvalidHandle);
+  BitmapChunk chunk;
+  NtfsVolumeData data;
+  EXPECT_EQ(volumes_.VolumeBitmap(volume, 0, 65536, chunk), error::kNotSupported);
+  EXPECT_EQ(volumes_.NtfsData(volume, data), error::kNotSupported);
+  EXPECT_EQ(volumes_.MoveClusters(volume, volume, 0, 100, 1), error::kNotSupported);
+  volumes_.CloseVolume(volume);
+  EXPECT_EQ(volumes_.VolumeBitmap(volume, 0, 65536, chunk), error::kInvalidHandle);
+}
+
+// I: is an image of 5 GiB with a FAT file system and a mark at 4 GiB + 1 MiB.
+TEST_F(Drives, RawSectors) {
+  EXPECT_EQ(devices_.OpenDevice("\\\\.\\Q:"), kInvalidHandle);
+  const Handle device = devices_.OpenDevice("\\\\.\\I:");
+  ASSERT_NE(device, kInvalidHandle);
+  std::vector<std::uint8_t> sector(512);
+  ASSERT_TRUE(devices_.ReadDevice(device, sector));
+  EXPECT_EQ(sector[510], 0x55);
+  EXPECT_EQ(sector[511], 0xAA);
+  EXPECT_EQ(std::string(sector.begin() + 82, sector.begin() + 90), "FAT32   ");
+
+  ASSERT_EQ(devices_.SetPointer(device, 0x100000, 1), 0x100000u);
+  ASSERT_TRUE(devices_.ReadDevice(device, sector));
+  EXPECT_EQ(std::string(sector.begin(), sector.begin() + 4), "mark");
+
+  // A low half with its highest bit set is no negative distance.
+  const std::vector<std::uint8_t> pattern(1024, 0xB7);
+  const auto low = static_cast<std::int32_t>(0xC0000000);
+  ASSERT_EQ(devices_.SetPointer(device, low, 0), 0xC0000000u);
+  devices_.LockRange(device, 0xC0000000u, 1024);
+  EXPECT_TRUE(devices_.WriteDevice(device, pattern));
+  devices_.FlushDevice(device);
+  devices_.UnlockRange(device, 0xC0000000u, 1024);
+  ASSERT_EQ(devices_.SetPointer(device, low, 0), 0xC0000000u);
+  std::vector<std::uint8_t> back(1024);
+  EXPECT_TRUE(devices_.ReadDevice(device, back));
+  EXPECT_EQ(back, pattern);
+
+  EXPECT_EQ(devices_.SetPointer(device, 0, -1), RawDevices::kNoPosition);
+  ASSERT_NE(devices_.SetPointer(device, 0x40000000 - 512, 1), RawDevices::kNoPosition);
+  EXPECT_FALSE(devices_.ReadDevice(device, back)) << "half of it lies past the end";
+  devices_.CloseDevice(device);
+  EXPECT_FALSE(devices_.ReadDevice(device, sector));
+}
+
+}  // namespace
+}  // namespace vornalux

@@ -1,0 +1,227 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The calls that go to a file system, with a file system that answers what it is told to.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+
+#include "host/windows/file_system_answers.h"
+#include "host/windows/system_headers.h"
+#include "host/windows/windows_files.h"
+#include "host/windows/windows_volumes.h"
+#include "windows/import_patch.h"
+
+namespace vornalux {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr auto kBufferOverflow = static_cast<NTSTATUS>(0x80000005);
+constexpr auto kEndOfFile = static_cast<NTSTATUS>(0xC0000011);
+constexpr auto kAccessDenied = static_cast<NTSTATUS>(0xC0000022);
+constexpr auto kDiskFull = static_cast<NTSTATUS>(0xC000007F);
+constexpr auto kInvalidDevice = static_cast<NTSTATUS>(0xC0000010);
+constexpr auto kTooSmall = static_cast<NTSTATUS>(0xC0000004);
+
+constexpr Handle kVolume = 0x1234;
+constexpr Handle kFile = 0x5678;
+
+struct FileSystem {
+  NTSTATUS status = 0;
+  Bytes answer;
+  ULONG_PTR information = 0;  // what it claims to have written
+  HANDLE handle = nullptr;
+  ULONG code = 0;
+  Bytes asked;
+  ULONG room = 0;
+  int calls = 0;
+  ULONG enough = 0;  // for streams
+};
+FileSystem file_system;
+
+void Answer(FileSystem& state, IO_STATUS_BLOCK* block, void* out, ULONG size) {
+  state.room = size;
+  ++state.calls;
+  if (out != nullptr)
+    std::memcpy(out, state.answer.data(), std::min<std::size_t>(size, state.answer.size()));
+  block->Information = state.information;
+}
+
+NTSTATUS NTAPI Control(HANDLE handle, HANDLE, PIO_APC_ROUTINE, void*, IO_STATUS_BLOCK* block,
+                       ULONG code, void* in, ULONG in_size, void* out, ULONG out_size) {
+  file_system.handle = handle;
+  file_system.code = code;
+  const auto* bytes = static_cast<const std::uint8_t*>(in);
+  file_system.asked.assign(bytes, bytes + in_size);
+  Answer(file_system, block, out, out_size);
+  return file_system.status;
+}
+
+NTSTATUS NTAPI Query(HANDLE, IO_STATUS_BLOCK* block, void* out, ULONG size,
+                     FILE_INFORMATION_CLASS) {
+  Answer(file_system, block, out, size);
+  return size < file_system.enough ? kBufferOverflow : file_system.status;
+}
+
+template <typename Number>
+void Put(Bytes& bytes, Number number) {
+  const auto* from = reinterpret_cast<const std::uint8_t*>(&number);
+  bytes.insert(bytes.end(), from, from + sizeof number);
+}
+
+template <typename Number>
+Number Asked(std::size_t at) {
+  Number number{};
+  if (at + sizeof number <= file_system.asked.size()) {
+    std::memcpy(&number, file_system.asked.data() + at, sizeof number);
+  }
+  return number;
+}
+
+class FileSystemCalls : public testing::Test {
+ protected:
+  FileSystemCalls() { file_system = {}; }
+
+  void Say(NTSTATUS status, Bytes answer) {
+    file_system.status = status;
+    file_system.information = answer.size();
+    file_system.answer = std::move(answer);
+  }
+
+  test::ImportPatch control_{"NtFsControlFile", reinterpret_cast<void*>(&Control)};
+  test::ImportPatch query_{"NtQueryInformationFile", reinterpret_cast<void*>(&Query)};
+  WindowsVolumes volumes_;
+  WindowsFiles files_;
+};
+
+TEST_F(FileSystemCalls, AMoveIsOneRecord) {
+  struct Case {
+    NTSTATUS status;
+    ErrorCode error;
+  };
+  for (const Case c : {Case{0, error::kSuccess},
+                       {kAccessDenied, error::kAccessDenied},
+                       {kDiskFull, error::kDiskFull},
+                       {kInvalidDevice, error::kInvalidFunction}}) {
+    Say(c.status, {});
+    EXPECT_EQ(volumes_.MoveClusters(kVolume, kFile, 0x1122334455LL, 0x66778899AALL, 0xBBCCDDEE),
+              c.error);
+  }
+  EXPECT_EQ(file_system.handle, Native(kVolume));
+  EXPECT_EQ(file_system.code, 0x90074u);
+  ASSERT_EQ(file_system.asked.size(), 32u);
+  EXPECT_EQ(Asked<std::uint64_t>(0), std::uint64_t{kFile});
+  EXPECT_EQ(Asked<std::int64_t>(8), 0x1122334455LL);
+  EXPECT_EQ(Asked<std::int64_t>(16), 0x66778899AALL);
+  EXPECT_EQ(Asked<std::uint64_t>(24), 0xBBCCDDEEu);
+}
+
+Bytes Bitmap(std::int64_t lcn, std::int64_t size, std::size_t bytes) {
+  Bytes answer;
+  Put(answer, lcn);
+  Put(answer, size);
+  answer.insert(answer.end(), bytes, 0xA5);
+  return answer;
+}
+
+TEST_F(FileSystemCalls, ABitmapInPieces) {
+  BitmapChunk chunk;
+  Say(kBufferOverflow, Bitmap(8, 1000, 10));
+  EXPECT_EQ(volumes_.VolumeBitmap(kVolume, 13, 10, chunk), error::kMoreData);
+  EXPECT_EQ(file_system.code, 0x9006Fu);
+  EXPECT_EQ(Asked<std::int64_t>(0), 13);
+  EXPECT_EQ(file_system.room, 26u);
+  EXPECT_EQ(chunk.starting_lcn, 8);
+  EXPECT_EQ(chunk.bitmap_size, 1000);
+  EXPECT_EQ(chunk.bits, Bytes(10, 0xA5));
+
+  // The last piece is shorter than the room for it.
+  Say(0, Bitmap(984, 24, 3));
+  EXPECT_EQ(volumes_.VolumeBitmap(kVolume, 984, 10, chunk), error::kSuccess);
+  EXPECT_EQ(chunk.bits, Bytes(3, 0xA5));
+}
+
+TEST_F(FileSystemCalls, ABitmapThatLiesIsRefused) {
+  BitmapChunk chunk;
+  Say(0, Bitmap(0, 1000, 10));
+  EXPECT_EQ(volumes_.VolumeBitmap(kVolume, 0, 10, chunk), kInvalidAnswer);
+  EXPECT_TRUE(chunk.bits.empty());
+
+  // More bytes than there was room for: what is there counts.
+  Say(kBufferOverflow, Bitmap(0, 1000, 10));
+  file_system.information = 0x7FFFFFFF;
+  EXPECT_EQ(volumes_.VolumeBitmap(kVolume, 0, 10, chunk), error::kMoreData);
+  EXPECT_EQ(chunk.bits.size(), 10u);
+
+  // A failure that claims to have written something.
+  Say(kAccessDenied, Bitmap(0, 80, 10));
+  EXPECT_EQ(volumes_.VolumeBitmap(kVolume, 0, 10, chunk), error::kAccessDenied);
+  EXPECT_TRUE(chunk.bits.empty());
+}
+
+TEST_F(FileSystemCalls, NtfsZone) {
+  Bytes answer(80, 0x77);
+  Put(answer, std::int64_t{786432});
+  Put(answer, std::int64_t{839296});
+  Say(0, answer);
+  NtfsVolumeData data;
+  EXPECT_EQ(volumes_.NtfsData(kVolume, data), error::kSuccess);
+  EXPECT_EQ(file_system.code, 0x90064u);
+  EXPECT_EQ(data.mft_zone_start, 786432);
+  EXPECT_EQ(data.mft_zone_end, 839296);
+
+  file_system.information = 95;
+  EXPECT_EQ(volumes_.NtfsData(kVolume, data), kInvalidAnswer);
+  Say(kInvalidDevice, {});
+  EXPECT_EQ(volumes_.NtfsData(kVolume, data), error::kInvalidFunction);
+}
+
+TEST_F(FileSystemCalls, ExtentsInPieces) {
+  Bytes answer;
+  Put(answer, std::uint64_t{2});
+  for (const std::int64_t number : {16, 20, 500, 32, -1}) Put(answer, number);
+  Say(kBufferOverflow, answer);
+  ExtentChunk chunk;
+  EXPECT_EQ(files_.RetrievalPointers(kFile, 17, 2, chunk), error::kMoreData);
+  EXPECT_EQ(file_system.code, 0x90073u);
+  EXPECT_EQ(Asked<std::int64_t>(0), 17);
+  EXPECT_EQ(file_system.room, 48u);
+  EXPECT_EQ(chunk.starting_vcn, 16);
+  EXPECT_EQ(chunk.extents, (std::vector<Extent>{{20, 500}, {32, -1}}));
+
+  // A count for more than was answered, though the buffer still holds the old answer.
+  file_system.information = 32;
+  EXPECT_EQ(files_.RetrievalPointers(kFile, 17, 2, chunk), kInvalidAnswer);
+  Say(kEndOfFile, {});
+  EXPECT_EQ(files_.RetrievalPointers(kFile, 32, 2, chunk), error::kHandleEof);
+}
+
+TEST_F(FileSystemCalls, ManyStreamsAreAskedForWithMoreRoomUpToABound) {
+  Bytes answer;
+  Put(answer, std::uint32_t{0});
+  Put(answer, std::uint32_t{14});
+  Put(answer, std::int64_t{0});
+  Put(answer, std::int64_t{0});
+  for (const wchar_t unit : std::wstring_view(L"::$DATA")) Put(answer, unit);
+  std::vector<std::string> names;
+
+  Say(0, answer);
+  file_system.enough = 100000;
+  EXPECT_EQ(files_.StreamNames(kFile, names), error::kSuccess);
+  EXPECT_EQ(names, std::vector<std::string>{"::$DATA"});
+  EXPECT_EQ(file_system.room, 131072u);
+
+  file_system.calls = 0;
+  file_system.enough = 0xFFFFFFFF;
+  EXPECT_EQ(files_.StreamNames(kFile, names), error::kMoreData);
+  EXPECT_LT(file_system.calls, 20);
+  EXPECT_LE(file_system.room, 16u << 20);
+  EXPECT_TRUE(names.empty());
+
+  Say(kTooSmall, {});
+  file_system.enough = 0;
+  EXPECT_NE(files_.StreamNames(kFile, names), error::kSuccess);
+}
+
+}  // namespace
+}  // namespace vornalux
