@@ -87,7 +87,7 @@ void Redraw(benchmark::State& state) {
   MountedPlatform machine;
   machine.Mount('C', Volume());
   ScriptedDesktop user;
-  Program program({machine, machine, machine, machine, user});
+  Program program(machine.With(user));
   program.launcher.SelectDrive("C:\\");
   for (auto _ : state) {
     program.main_window.RedrawClusterMap();

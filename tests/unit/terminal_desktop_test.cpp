@@ -127,7 +127,7 @@ struct Scene {
             console, look == Look::Live ? &screen : nullptr, platform.events,
             [this] { return platform.now; }, look == Look::Quiet) {
     platform.Mount('C', *volume);
-    program = std::make_unique<Program>(Platform{platform, platform, platform, platform, desktop});
+    program = std::make_unique<Program>(platform.With(desktop));
     desktop.Bind(program->main_window, {.cluster_bytes = [] { return 1024; },
                                         .terminal_in_use = [this] { return terminal_in_use; }});
     program->launcher.SelectDrive("C:\\");

@@ -15,10 +15,7 @@
 
 #include "host/mounted/folder_tree.h"
 #include "host/mounted/mounted_volume.h"
-#include "platform/files.h"
-#include "platform/machine.h"
-#include "platform/raw_devices.h"
-#include "platform/volumes.h"
+#include "platform/platform.h"
 
 namespace vornalux {
 
@@ -40,6 +37,9 @@ class MountedPlatform : public Volumes, public Files, public Machine, public Raw
   // letter: 'A' to 'Z' or lower case, not in use yet. The volume is not owned, must outlive the
   // platform, and is not closed by it.
   void Mount(char letter, MountedVolume& volume);
+
+  // All that the program asks for, with the user's side of somebody else.
+  Platform With(Desktop& desktop) { return {*this, *this, *this, *this, desktop}; }
 
   // Open volume, file and device handles together.
   std::size_t OpenHandles() const { return volumes_.size() + files_.size() + devices_.size(); }

@@ -24,7 +24,7 @@ class SimulatedPlatform final : public MountedPlatform {
   void AddVolume(char letter, SimulatedVolume& volume);
 
   // For handing around; valid as long as this object.
-  Platform All() { return {*this, *this, *this, *this, desktop_}; }
+  Platform All() { return With(desktop_); }
 
   // Another drive, with nothing in it unless a volume is added under the letter as well.
   void AddDrive(char letter, std::uint32_t type) { drive_types_[letter] = type; }

@@ -8,7 +8,10 @@
 #include <clocale>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
+
+#include "host/mounted/wtf8.h"
 
 namespace vornalux {
 namespace {
@@ -17,25 +20,12 @@ constexpr std::uint32_t kInvalid = 0xFFFFFFFF;
 
 // The character that begins the text, taken off it; kInvalid for one byte that begins none.
 std::uint32_t TakeCharacter(std::string_view& text) {
-  const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
-  const std::uint32_t lead = byte(0);
-  const std::size_t size = lead < 0x80   ? 1
-                           : lead < 0xC2 ? 0
-                           : lead < 0xE0 ? 2
-                           : lead < 0xF0 ? 3
-                           : lead < 0xF5 ? 4
-                                         : 0;
-  constexpr std::uint32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
-  std::uint32_t character = size <= 1 ? lead : lead & (0x7Fu >> size);
-  bool valid = size != 0 && size <= text.size();
-  for (std::size_t i = 1; valid && i < size; ++i) {
-    valid = (byte(i) & 0xC0u) == 0x80;
-    character = character << 6 | (byte(i) & 0x3Fu);
-  }
-  valid = valid && character >= kSmallest[size] && character <= 0x10FFFF &&
-          (character < 0xD800 || character > 0xDFFF);
-  text.remove_prefix(valid ? size : 1);
-  return valid ? character : kInvalid;
+  std::string_view rest = text;
+  const std::optional<char32_t> code = TakeCodePoint(rest);
+  const bool surrogate = code && *code >= 0xD800 && *code <= 0xDFFF;
+  const bool valid = code && !surrogate;
+  text = valid ? rest : text.substr(1);
+  return valid ? static_cast<std::uint32_t>(*code) : kInvalid;
 }
 
 // Characters that take no room of their own but change the direction or the lines of all others.

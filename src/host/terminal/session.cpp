@@ -23,8 +23,7 @@ Session::Session(const Options& options, TerminalDesktop& desktop, Charset chars
   OpenVolumes(options);
   platform_.SetWindowsFolder(options.windows_folder ? *options.windows_folder
                                                     : platform_.FindWindowsFolder());
-  program_ =
-      std::make_unique<Program>(Platform{platform_, platform_, platform_, platform_, desktop_});
+  program_ = std::make_unique<Program>(platform_.With(desktop_));
   desktop_.Bind(
       program_->main_window,
       {.cluster_bytes = [this] { return ClusterBytes(); },

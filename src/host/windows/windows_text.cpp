@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "host/mounted/wtf8.h"
 #include "host/windows/system_headers.h"
 
 namespace vornalux {
@@ -13,78 +14,19 @@ namespace {
 static_assert(sizeof(wchar_t) == 2);
 
 constexpr char32_t kReplacement = 0xFFFD;
-constexpr char32_t kMalformed = 0xFFFFFFFF;
 constexpr std::size_t kLongestCodePageText = std::numeric_limits<int>::max() / 4;
 
-bool IsHigh(char32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-bool IsLow(char32_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
-
-// The code point at the front of text, which is taken off; surrogates are code points like others.
-// kMalformed takes one byte off.
-char32_t TakeCodePoint(std::string_view& text) {
-  const auto byte = [&](std::size_t i) {
-    return static_cast<char32_t>(static_cast<unsigned char>(text[i]));
-  };
-  const char32_t first = byte(0);
-  std::size_t length = 1;
-  char32_t code = first;
-  char32_t least = 0;
-  if (first >= 0xF0 && first <= 0xF4) {
-    length = 4, code = first & 0x07, least = 0x10000;
-  } else if (first >= 0xE0 && first < 0xF0) {
-    length = 3, code = first & 0x0F, least = 0x800;
-  } else if (first >= 0xC0 && first < 0xE0) {
-    length = 2, code = first & 0x1F, least = 0x80;
-  } else if (first >= 0x80) {
-    code = kMalformed;
-  }
-  bool whole = code != kMalformed && length <= text.size();
-  for (std::size_t i = 1; whole && i < length; ++i) {
-    whole = (byte(i) & 0xC0) == 0x80;
-    code = code << 6 | (byte(i) & 0x3F);
-  }
-  if (!whole || code < least || code > 0x10FFFF) {
-    text.remove_prefix(1);
-    return kMalformed;
-  }
-  text.remove_prefix(length);
-  return code;
-}
-
-void AppendWide(char32_t code, std::wstring& out) {
-  if (code < 0x10000) {
-    out += static_cast<wchar_t>(code);
-  } else {
-    out += static_cast<wchar_t>(0xD800 + ((code - 0x10000) >> 10));
-    out += static_cast<wchar_t>(0xDC00 + ((code - 0x10000) & 0x3FF));
-  }
-}
-
-void AppendUtf8(char32_t code, std::string& out) {
-  const auto rest = [&](int shift) {
-    return static_cast<char>(0x80 | (static_cast<std::uint32_t>(code >> shift) & 0x3F));
-  };
-  if (code < 0x80) {
-    out += static_cast<char>(code);
-  } else if (code < 0x800) {
-    out += {static_cast<char>(0xC0 | code >> 6), rest(0)};
-  } else if (code < 0x10000) {
-    out += {static_cast<char>(0xE0 | code >> 12), rest(6), rest(0)};
-  } else {
-    out += {static_cast<char>(0xF0 | code >> 18), rest(12), rest(6), rest(0)};
-  }
-}
-
 std::wstring Decode(std::string_view text, bool& malformed) {
-  std::wstring wide;
-  wide.reserve(text.size());
+  std::u16string units;
+  units.reserve(text.size());
   malformed = false;
   while (!text.empty()) {
-    const char32_t code = TakeCodePoint(text);
-    malformed |= code == kMalformed;
-    AppendWide(code == kMalformed ? kReplacement : code, wide);
+    const std::optional<char32_t> code = TakeCodePoint(text);
+    if (!code) text.remove_prefix(1);
+    malformed |= !code;
+    AppendCodePoint(units, code.value_or(kReplacement));
   }
-  return wide;
+  return {units.begin(), units.end()};
 }
 
 std::string ToCodePage(UINT page, std::string_view text) {
@@ -115,16 +57,7 @@ std::wstring ToWide(std::string_view text) {
 }
 
 std::string FromWide(std::wstring_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    char32_t code = text[i];
-    if (IsHigh(code) && i + 1 < text.size() && IsLow(text[i + 1])) {
-      code = 0x10000 + ((code - 0xD800) << 10) + (char32_t{text[++i]} - 0xDC00);
-    }
-    AppendUtf8(code, out);
-  }
-  return out;
+  return ToWtf8(std::u16string(text.begin(), text.end()));
 }
 
 std::optional<std::wstring> ToWidePath(std::string_view path) {

@@ -7,9 +7,6 @@
 
 namespace vornalux {
 
-// UTF-8 of a name; an unpaired surrogate becomes the three bytes of its own number (WTF-8).
-std::string NameToUtf8(std::u16string_view name);
-
 // The name with every character in upper case, as names are compared. Bytes that are no UTF-8 stay.
 std::string FoldFatName(std::string_view name);
 

@@ -7,6 +7,7 @@
 #include "host/image/fat/fat_names.h"
 #include "host/image/little_endian.h"
 #include "host/image/refused.h"
+#include "host/mounted/wtf8.h"
 #include "platform/types.h"
 
 namespace vornalux {
@@ -108,7 +109,7 @@ void FatTreeReader::ReadEntry(std::uint32_t folder, std::uint32_t index, RawEntr
   } else if ((entry[fat_entry::kAttributes] & attribute::kVolumeLabel) != 0) {
     long_name_.Drop();
     if (folder == FatTree::kRoot && tree_.label_.empty()) {
-      tree_.label_ = NameToUtf8(LabelName(entry));
+      tree_.label_ = ToWtf8(LabelName(entry));
     }
   } else {
     AddChild(folder, index, entry);
@@ -140,7 +141,7 @@ void FatTreeReader::AddChild(std::uint32_t folder, std::uint32_t index, RawEntry
   if (IsDotEntry(entry, 1) || IsDotEntry(entry, 2)) {
     Damaged(folder, "it has a \".\" or \"..\" as its entry " + std::to_string(index));
   }
-  const std::string name = NameToUtf8(long_name_.Take(entry).value_or(ShortName(entry)));
+  const std::string name = ToWtf8(long_name_.Take(entry).value_or(ShortName(entry)));
   if (name.empty()) Damaged(folder, "its entry " + std::to_string(index) + " has no name");
   FatNode child;
   child.name_at = tree_.names_.size() & 0xFFFFFFFFFFFF;

@@ -10,11 +10,6 @@
 
 namespace vornalux {
 
-// UTF-16 as NTFS has it, unpaired surrogates included, to WTF-8 and back. Nothing for bytes that
-// are no WTF-8.
-std::string ToWtf8(std::u16string_view text);
-std::optional<std::u16string> FromWtf8(std::string_view text);
-
 // The library's little-endian units in the machine's own order.
 std::u16string FromUnits(const ntfschar* units, std::size_t count);
 

@@ -10,6 +10,7 @@
 #include "host/image/ntfs/ntfs_folder.h"
 #include "host/image/ntfs/ntfs_runs.h"
 #include "host/image/refused.h"
+#include "host/mounted/wtf8.h"
 
 namespace vornalux {
 namespace {
