@@ -73,7 +73,10 @@ void Introfrm::ComposeJobLine() {
 void Introfrm::runchkdsk(const std::string& drive) {
   flags_.VolumeDirty = False;
   if (drive.empty()) return;
+  cancel = false;
+  CmdCancel.visible = true;
   platform_.machine.CheckDisk(drive + "\\", *this);
+  CmdCancel.visible = false;
 }
 
 void Introfrm::Done(bool failed) {

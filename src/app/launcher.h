@@ -53,6 +53,7 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   Frame FrmJob;  // the job options, folded away at first
   Frame Frame1{" Create task shortcut (saved on desktop) "};
   Frame Frame3{" Action "};
+  Button CmdCancel{"Cancel"};  // the disk check; shown while it runs
   Label Lblversion{VORNALUX_VERSION};
   Label lblInfo{"Information", kLinkColour};
   Label LblSupport{"Support", kLinkColour};
@@ -138,6 +139,7 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   void ReadBootText(const std::string& root);
   void ImageCombo1_Click();
   void CmdGo_Click();
+  void ShowMainWindow();
   void ShowJobOptions(bool shown);
   void OpenPage(const char* address) const;
 

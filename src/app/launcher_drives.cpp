@@ -37,6 +37,8 @@ void Introfrm::BindDriveControls() {
   CmdJob.click = [this] { ShowJobOptions(!FrmJob.visible); };
   lblInfo.click = [this] { OpenPage(kInfoAddress); };
   LblSupport.click = [this] { OpenPage(kSupportAddress); };
+  CmdCancel.click = [this] { cancel = true; };
+  CmdCancel.visible = false;
   FrmJob.visible = false;
 }
 
@@ -132,13 +134,18 @@ void Introfrm::ShowJobOptions(bool shown) {
 void Introfrm::CmdGo_Click() {
   if (settings_.target.drive.empty()) return;
   ShowJobOptions(false);
-  main_window_.caption = "Volume " + settings_.target.Root();
-  main_window_.Show();
-  Hide();
+  ShowMainWindow();
   check_heard_ = false;
   runchkdsk(settings_.target.Drive());
   // Where there is no check to open the menu at its end.
   if (!check_heard_) main_window_.OpenMenu();
+}
+
+// Takes the launcher's place on the screen.
+void Introfrm::ShowMainWindow() {
+  main_window_.caption = "Volume " + settings_.target.Root();
+  main_window_.Show();
+  Hide();
 }
 
 void Introfrm::OpenPage(const char* address) const {

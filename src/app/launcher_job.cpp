@@ -127,6 +127,7 @@ JobOutcome Introfrm::process_cmd_line(const std::string& tail) {
   runchkdsk(settings_.target.Drive());
   if (flags_.VolumeDirty) return JobOutcome::Dirty;
   ReadDriveInformation("FS_Error");
+  if (switches.action != Action::None) ShowMainWindow();
   if (switches.run_minimized) minimize_to_tray();
   const JobOutcome outcome = RunAction(switches.action);
   if (!flags_.StopRequested) AfterRun();

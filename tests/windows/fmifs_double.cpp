@@ -46,6 +46,30 @@ void GoWell(Teller teller) {
   teller.Tell(11, &done);
 }
 
+void FindDamage(Teller teller) {
+  BOOLEAN done = FALSE;
+  if (teller.TellText("The volume is dirty.\r\n")) teller.Tell(11, &done);
+}
+
+// In a flow that cancels a check; not in the first one, while nobody can see a button yet. The
+// library is loaded anew for each.
+bool AsksForPatience() {
+  char flow[64] = {};
+  GetEnvironmentVariableA("VORNALUX_FLOW", flow, sizeof flow);
+  const bool first = GetEnvironmentVariableA("VORNALUX_CHECKED_D", nullptr, 0) == 0;
+  SetEnvironmentVariableA("VORNALUX_CHECKED_D", "1");
+  return std::strcmp(flow, "CheckCanBeCancelled") == 0 && !first;
+}
+
+// Goes on until somebody has had enough.
+void BePatient(Teller teller) {
+  BOOLEAN done = TRUE;
+  DWORD percent = 0;
+  while (teller.TellText("Still checking.\r\n") && teller.Tell(0, &percent)) {
+  }
+  teller.Tell(11, &done);
+}
+
 // Text up to the last byte of a page with nothing behind it.
 char* TextAtTheEdge(std::size_t length, bool terminated) {
   constexpr std::size_t kPage = 65536;
@@ -87,7 +111,12 @@ __declspec(dllexport) void WINAPI
   check_log.verbose = verbose;
   check_log.only_if_dirty = only_if_dirty;
   check_log.scan_drive = scan_drive;
-  std::wcscmp(file_system, L"NASTY") == 0 ? BeNasty(Teller(callback)) : GoWell(Teller(callback));
+  const bool patient = root[0] == L'D' && AsksForPatience();
+  auto* const check = std::wcscmp(file_system, L"NASTY") == 0 ? BeNasty
+                      : root[0] == L'R'                       ? FindDamage
+                      : patient                               ? BePatient
+                                                              : GoWell;
+  check(Teller(callback));
 }
 
 __declspec(dllexport) const vornalux::test::CheckLog* WINAPI LastCheck() { return &check_log; }

@@ -18,4 +18,10 @@ class ImportPatch {
   void* original_ = nullptr;
 };
 
+// The same for good.
+template <typename Function>
+void Patch(const char* function, Function* replacement) {
+  new ImportPatch(function, reinterpret_cast<void*>(replacement));
+}
+
 }  // namespace vornalux::test

@@ -1,21 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/image/fat/fat_names.h"
 
-#include <sys/stat.h>
-
-#include <ctime>
 #include <optional>
-#include <vector>
 
+#include "host/image/fat/upper_case.h"
 #include "host/mounted/wtf8.h"
-
-// The two above, and volume.h first: what unistr.h uses without including it.
-extern "C" {
-// clang-format off
-#include <ntfs-3g/volume.h>
-#include <ntfs-3g/unistr.h>
-// clang-format on
-}
 
 namespace vornalux {
 namespace {
@@ -27,16 +16,6 @@ constexpr char16_t kOemUpperHalf[] =
     u"αßΓπΣσµτΦΘΩδ∞φε∩≡±≥≤⌠⌡÷≈°∙·√ⁿ²■\u00A0";
 static_assert(std::size(kOemUpperHalf) == 128 + 1);
 
-// Upper case of the characters that one UTF-16 unit holds.
-const std::vector<ntfschar>& UpperCase() {
-  static const std::vector<ntfschar> table = [] {
-    std::vector<ntfschar> made(0x10000);
-    ntfs_upcase_table_build(made.data(), static_cast<u32>(made.size() * sizeof(ntfschar)));
-    return made;
-  }();
-  return table;
-}
-
 }  // namespace
 
 std::string FoldFatName(std::string_view name) {
@@ -45,8 +24,8 @@ std::string FoldFatName(std::string_view name) {
   while (!name.empty()) {
     const std::string_view before = name;
     const std::optional<char32_t> code = TakeCodePoint(name);
-    if (code && *code < UpperCase().size()) {
-      AppendCodePoint(out, le16_to_cpu(UpperCase()[*code]));
+    if (code && *code <= 0xFFFF) {
+      AppendCodePoint(out, UpperCase(static_cast<char16_t>(*code)));
       continue;
     }
     // What is no text, and what takes two UTF-16 units, stays as it is.

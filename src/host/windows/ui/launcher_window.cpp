@@ -13,6 +13,7 @@ NativeLauncher::NativeLauncher(Introfrm& launcher, DefragWindow& main_window)
   Bind(IDC_VOLUMES, launcher.ImageCombo1);
   Bind(IDC_SELECT, launcher.CmdGo);
   Bind(IDC_MORE, launcher.CmdJob);
+  Bind(IDC_CANCEL_CHECK, launcher.CmdCancel);
   Bind(IDC_VSS_NOW, launcher.VSS_LIVE);
   Bind(IDC_EXCLUDE_LABEL, launcher.LblExclude);
   Bind(IDC_EXCLUDE, launcher.ExcludeTxt);

@@ -14,7 +14,9 @@ class NativeLauncher final : public NativeForm {
  private:
   bool OnMessage(UINT message, WPARAM wparam, LPARAM lparam, INT_PTR& result) override;
   void OnCloseBox() override;
-  void OnEscape() override {}
+  void OnEscape() override {
+    if (launcher_.CmdCancel.visible) launcher_.CmdCancel.Click();
+  }
   void BindJobOptions();
   // Folds the dialog so that it ends above or below the job options.
   void Fold();

@@ -47,6 +47,7 @@
 #define IDC_VERSION 333
 #define IDC_INFO 334
 #define IDC_SUPPORT 335
+#define IDC_CANCEL_CHECK 336
 
 #define IDC_MAP 401
 #define IDC_REDRAW 402

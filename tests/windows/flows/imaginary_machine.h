@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The machine that the program under test believes to run on. Its drives are imaginary; what the
+// program asks of the session is noted and goes nowhere.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/image/image_volume.h"
+#include "host/simulated/random_volume.h"
+#include "host/simulated/simulated_platform.h"
+#include "support/devices.h"
+
+namespace vornalux::test {
+
+// What the program was told to do with the notification area.
+struct TrayCall {
+  std::uint32_t message = 0;
+  std::uint32_t record_size = 0;
+  std::uint32_t id = 0;
+  std::uint32_t flags = 0;
+  std::uint32_t callback = 0;
+  std::string tip;
+};
+
+// A: removable, C: fixed and NTFS with 300 files, D: fixed and FAT, from an image file, E: a CD
+// drive with nothing in it, F: network, R: fixed and dirty.
+class ImaginaryMachine {
+ public:
+  // The image of drive D. Throws when it cannot be read.
+  explicit ImaginaryMachine(const std::string& fat_image);
+
+  // Drives alone, as the portable program takes them.
+  SimulatedPlatform& Drives() { return *platform_; }
+  SimulatedVolume& C() { return *c_; }
+  ImageVolume& D() { return *d_; }
+  const Bytes& ImageOfD() { return d_bytes_->Content(); }
+
+  // How the program finds its session.
+  std::int32_t administrator = 1;
+  bool windows_2000 = false;
+
+  // What it asked of it.
+  std::vector<TrayCall> tray;
+  std::vector<std::uint64_t> session_ends;  // flags in the low half, reason in the high one
+  std::vector<std::string> pages;           // opened in the browser
+
+ private:
+  std::unique_ptr<SimulatedPlatform> platform_;
+  std::unique_ptr<SimulatedVolume> a_;
+  std::unique_ptr<SimulatedVolume> c_;
+  std::unique_ptr<SimulatedVolume> r_;
+  MemoryDevice* d_bytes_ = nullptr;  // held by d_
+  MemoryJournal d_journal_;
+  std::unique_ptr<ImageVolume> d_;
+};
+
+}  // namespace vornalux::test

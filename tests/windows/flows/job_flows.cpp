@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// Jobs from the command line.
+#include <windows.h>
+
+// After the header that it needs.
+#include <shellapi.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "app/program.h"
+#include "host/windows/ui/resource.h"
+#include "windows/flows/flow.h"
+
+namespace vornalux::test {
+namespace {
+
+// On another copy of the same drives, by the portable program alone.
+Bytes ImageAfterJob(const std::string& tail) {
+  ImaginaryMachine machine(std::getenv("VORNALUX_FLOW_IMAGE"));
+  Program portable(machine.Drives().All());
+  EXPECT_EQ(portable.launcher.process_cmd_line(tail), JobOutcome::Done);
+  EXPECT_EQ(machine.D().Close(), error::kSuccess);
+  return machine.ImageOfD();
+}
+
+FLOW(JobRunsAndEnds, "/drv D: /o /min /low /close", Alone) {
+  session.Start();
+  EXPECT_EQ(session.End(), 0u);
+  EXPECT_EQ(GetPriorityClass(GetCurrentProcess()), DWORD{IDLE_PRIORITY_CLASS});
+  EXPECT_FALSE(Screen::Shown(session.screen.Main()));
+  EXPECT_FALSE(Screen::Shown(session.screen.Launcher()));
+  ASSERT_EQ(session.machine.tray.size(), 2u);
+  EXPECT_EQ(session.machine.tray[0].message, DWORD{NIM_ADD});
+  EXPECT_EQ(session.machine.tray[1].message, DWORD{NIM_DELETE});
+  EXPECT_TRUE(session.machine.session_ends.empty());
+  EXPECT_GT(session.machine.Drives().Log().Count(CallKind::MoveClusters), 100u);
+  session.KeepImageOfD();
+  EXPECT_TRUE(session.machine.ImageOfD() == ImageAfterJob("/drv D: /o"))
+      << "the volume is not what the portable program makes of it";
+}
+
+FLOW(JobOnAFolderWithBlanks, "/dir \"C:\\My Games\\Saved Ones\" /d /close", Alone) {
+  SimulatedVolume& volume = session.machine.C();
+  // Every other one of six free clusters.
+  std::vector<std::uint8_t> bits(static_cast<std::size_t>(volume.Facts().total_clusters / 8));
+  volume.CopyBitmap(0, bits);
+  std::int64_t lcn = 0;
+  while (bits[static_cast<std::size_t>(lcn / 8)] != 0) lcn += 8;
+  const ItemId file =
+      volume.AddFile("My Games\\Saved Ones\\one.sav", {{lcn, 1}, {lcn + 2, 1}, {lcn + 4, 1}});
+  session.Start();
+  EXPECT_EQ(session.End(), 0u);
+  std::vector<Extent> extents;
+  EXPECT_EQ(volume.Extents({.item = file, .stream = {}}, extents), error::kSuccess);
+  EXPECT_EQ(extents.size(), 1u);
+  EXPECT_TRUE(volume.ContentIntact());
+}
+
+FLOW(JobPowersOff, "/drv C: /c /down /close", Alone) {
+  session.Start();
+  EXPECT_EQ(session.End(), 0u);
+  EXPECT_EQ(session.machine.session_ends,
+            std::vector<std::uint64_t>{std::uint64_t{0xFFFFFFFF} << 32 | 12});
+}
+
+FLOW(JobWithLog, "/drv C: /d /dbg", Alone) {
+  session.Start();
+  const Screen& screen = session.screen;
+  screen.UntilShown("the log", &Screen::Debug);
+  screen.UntilShown("the main window", &Screen::Main);
+  screen.UntilIdle();
+  const std::string log = Screen::Text(screen.Debug(), IDC_LOG);
+  EXPECT_TRUE(
+      log.starts_with("OS= Win6.1\r\nIsWow64Process=False \r\n"
+                      "Backup privilege granted=True\r\nRestore privilege granted=True\r\n"))
+      << log.substr(0, 200);
+  EXPECT_NE(log.find("CDM_line arguments: /drv C: /d /dbg\r\n"), std::string::npos);
+}
+
+FLOW(WrongSwitchRunsNothing, "/drv C: /nonsense /d", Alone) {
+  session.Start();
+  session.screen.Answer("Invalid argument: /nonsense");
+  session.screen.UntilShown("the launcher", &Screen::Launcher);
+  EXPECT_FALSE(Screen::Shown(session.screen.Main()));
+  EXPECT_EQ(session.machine.Drives().Log().Count(CallKind::MoveClusters), 0u);
+}
+
+FLOW(DriveAndFolderMayBeMissing, "/dir D:\\Games /drv", Alone) {
+  session.Start();
+  session.screen.Answer("No dir specified.");
+  session.screen.Answer("No drive specified.");
+  session.screen.Answer("Invalid drivename.");
+  session.screen.UntilShown("the launcher", &Screen::Launcher);
+}
+
+FLOW(DirtyVolumeStopsAJob, "/drv R: /d /down /close", WithCheckLibrary) {
+  session.Start();
+  constexpr const char* kDirty =
+      "One or more volumes are 'dirty'!\r\nYou should run Chkdsk to correct errors.";
+  session.screen.Answer(kDirty);  // of the list
+  session.screen.Answer(kDirty);  // of the job
+  session.screen.UntilShown("the launcher", &Screen::Launcher);
+  EXPECT_EQ(session.machine.Drives().Log().Count(CallKind::MoveClusters), 0u);
+  EXPECT_TRUE(session.machine.session_ends.empty());
+  EXPECT_FALSE(session.HasEnded());
+}
+
+// The library tells of one line after another until it is asked to end.
+FLOW(CheckCanBeCancelled, "/drv D: /close", WithCheckLibrary) {
+  session.Start();
+  const Screen& screen = session.screen;
+  screen.Answer("One or more volumes are 'dirty'!\r\nYou should run Chkdsk to correct errors.");
+  screen.Until("the check can be cancelled",
+               [&] { return Screen::Shown(GetDlgItem(screen.Launcher(), IDC_CANCEL_CHECK)); });
+  screen.Press(screen.Launcher(), IDC_CANCEL_CHECK);
+  screen.Answer("Disk check was cancelled!");
+  EXPECT_EQ(session.End(), 0u);
+}
+
+// Wine refuses the bitmap and answers the rest with nonsense.
+FLOW(RealDriveThatRefuses, "/drv C: /d /close", OnRealDrives) {
+  session.Start();
+  session.screen.Answer("Error reading the drive information.");
+  EXPECT_EQ(session.End(), 0u);
+}
+
+}  // namespace
+}  // namespace vornalux::test

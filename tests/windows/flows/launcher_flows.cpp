@@ -1,0 +1,226 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The launcher, and what may keep the program from getting so far.
+#include <windows.h>
+
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/windows/ui/resource.h"
+#include "windows/flows/flow.h"
+
+namespace vornalux::test {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+FLOW(ListsTheDrives, "", WithCheckLibrary) {
+  session.Start();
+  const Screen& screen = session.screen;
+  screen.Answer("One or more volumes are 'dirty'!\r\nYou should run Chkdsk to correct errors.");
+  screen.UntilShown("the launcher", &Screen::Launcher);
+  const HWND launcher = screen.Launcher();
+  EXPECT_EQ(Screen::Items(GetDlgItem(launcher, IDC_VOLUMES)),
+            (Texts{"A:\\  Removable disk  [FLOPPY]  Status: Ok",
+                   "C:\\  Fixed disk  [System]  Status: Ok", "D:\\  Fixed disk  [DATA]  Status: Ok",
+                   "E:\\    ", "R:\\  Fixed disk  [Archive]  Status: Error!"}));
+  EXPECT_EQ(SendMessageW(GetDlgItem(launcher, IDC_VOLUMES), CB_GETCURSEL, 0, 0), 1);
+  EXPECT_FALSE(Screen::Shown(screen.Main()));
+  PostMessageW(launcher, WM_CLOSE, 0, 0);
+  EXPECT_EQ(session.End(), 0u);
+}
+
+FLOW(OptionsMakeTheJobLine, "", Alone) {
+  session.Start();
+  const Screen& screen = session.screen;
+  screen.UntilShown("the launcher", &Screen::Launcher);
+  const HWND launcher = screen.Launcher();
+  RECT folded, open;
+  GetWindowRect(launcher, &folded);
+  EXPECT_FALSE(Screen::Shown(GetDlgItem(launcher, IDC_ACTION_OPTIMIZE)));
+  screen.Press(launcher, IDC_MORE);
+  screen.Until("the options", [&] { return Screen::Text(launcher, IDC_MORE) == "More <<"; });
+  GetWindowRect(launcher, &open);
+  EXPECT_GT(open.bottom - open.top, folded.bottom - folded.top + 50);
+  EXPECT_FALSE(IsWindowEnabled(GetDlgItem(launcher, IDC_AFTER_CLOSE)));
+
+  const auto line = [&] { return Screen::Text(launcher, IDC_SHORTCUT); };
+  const auto press = [&](int id, const std::string& job) {
+    screen.Press(launcher, id);
+    screen.Until(job, [&] { return line() == "Create desktop shortcut Job " + job; });
+  };
+  screen.Choose(launcher, IDC_VOLUMES, 2);
+  screen.Until("drive D:", [&] { return line().ends_with("/drv D: /d /normal"); });
+  press(IDC_ACTION_OPTIMIZE, "/drv D: /o /normal");
+  press(IDC_PRIORITY_HIGH, "/drv D: /o /high");
+  EXPECT_EQ(GetPriorityClass(GetCurrentProcess()), DWORD{ABOVE_NORMAL_PRIORITY_CLASS});
+  press(IDC_MINIMIZED, "/drv D: /o /high /min");
+  screen.Press(launcher, IDC_WHEN_DONE);
+  screen.Until("after-run choices",
+               [&] { return IsWindowEnabled(GetDlgItem(launcher, IDC_AFTER_SHUTDOWN)) != FALSE; });
+  press(IDC_AFTER_SHUTDOWN, "/drv D: /o /high /min /down");
+  press(IDC_VSS_JOB, "/drv D: /o /high /min /down /vssafe");
+  press(IDC_WHEN_DONE, "/drv D: /o /high /min /vssafe");
+
+  screen.Press(launcher, IDC_INFO);
+  screen.Until("a page", [&] { return !session.machine.pages.empty(); });
+  EXPECT_TRUE(session.machine.pages[0].starts_with("https://")) << session.machine.pages[0];
+}
+
+FLOW(RefusesAnyoneButAdministrators, "", Alone) {
+  session.machine.administrator = 2;
+  session.Start();
+  session.screen.Answer("no admin");
+  session.End();
+  EXPECT_FALSE(Screen::Shown(session.screen.Launcher()));
+}
+
+FLOW(RefusesWindows2000, "/drv C: /d", Alone) {
+  session.machine.windows_2000 = true;
+  session.Start();
+  session.screen.Answer(
+      "Vornalux requires Windows XP or higher (2003 server, Vista) to run.\r\n"
+      "The detected Windows version does not meet the minimum requirements.\r\n\r\n"
+      "The program will now terminate.");
+  session.End();
+  EXPECT_FALSE(Screen::Shown(session.screen.Launcher()));
+}
+
+// Every dialog of the program, at whatever resolution it was started with.
+void ForEachDialog(const Screen& screen, const std::function<void(HWND)>& look) {
+  for (const HWND dialog : {screen.Launcher(), screen.Main(), screen.Details(), screen.Debug()}) {
+    look(dialog);
+  }
+}
+
+std::vector<HWND> Children(HWND dialog) {
+  std::vector<HWND> children;
+  for (HWND child = GetWindow(dialog, GW_CHILD); child != nullptr;
+       child = GetWindow(child, GW_HWNDNEXT)) {
+    children.push_back(child);
+  }
+  return children;
+}
+
+bool IsKind(HWND window, const wchar_t* kind) {
+  wchar_t name[64] = {};
+  GetClassNameW(window, name, 63);
+  return lstrcmpiW(name, kind) == 0;
+}
+
+SIZE SizeOfText(HWND control) {
+  const HDC dc = CreateCompatibleDC(nullptr);
+  SelectObject(dc, reinterpret_cast<HFONT>(SendMessageW(control, WM_GETFONT, 0, 0)));
+  wchar_t text[512] = {};
+  GetWindowTextW(control, text, 511);
+  RECT area = {};
+  DrawTextW(dc, text, -1, &area, DT_CALCRECT | DT_SINGLELINE);
+  DeleteDC(dc);
+  return {area.right, area.bottom};
+}
+
+// Captions that are cut off or lie over each other are what resolutions bring about.
+void EverythingFits(Session& session) {
+  session.Start();
+  const Screen& screen = session.screen;
+  screen.UntilShown("the launcher", &Screen::Launcher);
+  const HDC dc = GetDC(screen.Launcher());
+  std::printf("%d dots per inch\n", GetDeviceCaps(dc, LOGPIXELSX));
+  ReleaseDC(screen.Launcher(), dc);
+  ForEachDialog(screen, [](HWND dialog) {
+    RECT inside;
+    GetClientRect(dialog, &inside);
+    std::vector<RECT> taken;
+    for (const HWND child : Children(dialog)) {
+      const int id = GetDlgCtrlID(child);
+      RECT area;
+      GetWindowRect(child, &area);
+      MapWindowPoints(nullptr, dialog, reinterpret_cast<POINT*>(&area), 2);
+      const std::string name =
+          Screen::Text(dialog) + " " + std::to_string(id) + " \"" + Screen::Text(child) + "\"";
+      const bool grouping = (GetWindowLongW(child, GWL_STYLE) & BS_TYPEMASK) == BS_GROUPBOX;
+      const bool label = IsKind(child, L"Static");
+      const bool button = IsKind(child, L"Button");
+      if (id < IDC_JOB_FIRST || id > IDC_JOB_LAST) {  // those may be folded away
+        EXPECT_LE(area.right, inside.right) << name;
+        EXPECT_LE(area.bottom, inside.bottom) << name;
+      }
+      // The status line and the long job line are cut on purpose.
+      const bool free_text = id == IDC_STATUS_LINE || id == IDC_SHORTCUT;
+      if ((label || button) && !free_text && !Screen::Text(child).empty()) {
+        const LONG box = button && !grouping && id != IDC_SELECT && id != IDC_MORE
+                             ? GetSystemMetrics(SM_CXMENUCHECK)
+                             : 0;
+        EXPECT_LE(SizeOfText(child).cx + box, area.right - area.left) << name;
+        EXPECT_LE(SizeOfText(child).cy, area.bottom - area.top + 2) << name;
+      }
+      if (!label || Screen::Text(child).empty()) continue;
+      for (const RECT& other : taken) {
+        RECT common;
+        EXPECT_FALSE(IntersectRect(&common, &area, &other)) << name << " lies over another text";
+      }
+      taken.push_back(area);
+    }
+  });
+}
+
+const FlowRegistration at_96({"EverythingFitsAt96", "", Place::Alone, EverythingFits, 96});
+const FlowRegistration at_120({"EverythingFitsAt120", "", Place::Alone, EverythingFits, 120});
+const FlowRegistration at_144({"EverythingFitsAt144", "", Place::Alone, EverythingFits, 144});
+const FlowRegistration at_192({"EverythingFitsAt192", "", Place::Alone, EverythingFits, 192});
+
+// What can be reached by Tab and arrows is what a keyboard alone can use.
+FLOW(NothingNeedsAMouse, "", Alone) {
+  session.Start();
+  const Screen& screen = session.screen;
+  screen.UntilShown("the launcher", &Screen::Launcher);
+  screen.Press(screen.Launcher(), IDC_MORE);
+  screen.Until("the options",
+               [&] { return Screen::Text(screen.Launcher(), IDC_MORE) == "More <<"; });
+  ForEachDialog(screen, [](HWND dialog) {
+    std::set<HWND> stops, reached;
+    for (HWND at = GetNextDlgTabItem(dialog, nullptr, FALSE);
+         at != nullptr && stops.insert(at).second; at = GetNextDlgTabItem(dialog, at, FALSE)) {
+      // Arrows go round in a group.
+      for (HWND other = at; other != nullptr && reached.insert(other).second;) {
+        other = GetNextDlgGroupItem(dialog, other, FALSE);
+      }
+    }
+    for (const HWND child : Children(dialog)) {
+      const LONG type = GetWindowLongW(child, GWL_STYLE) & BS_TYPEMASK;
+      const bool usable = IsKind(child, L"Edit") || IsKind(child, L"ComboBoxEx32") ||
+                          IsKind(child, L"SysListView32") ||
+                          (IsKind(child, L"Button") && type != BS_GROUPBOX);
+      if (!usable || !IsWindowEnabled(child) || !IsWindowVisible(child)) continue;
+      EXPECT_TRUE(stops.contains(child) || reached.contains(child))
+          << Screen::Text(dialog) << " " << GetDlgCtrlID(child);
+    }
+  });
+}
+
+FLOW(SaysWhatItIs, "", Alone) {
+  wchar_t path[MAX_PATH];
+  GetModuleFileNameW(nullptr, path, MAX_PATH);
+  std::vector<std::uint8_t> block(GetFileVersionInfoSizeW(path, nullptr));
+  ASSERT_TRUE(GetFileVersionInfoW(path, 0, static_cast<DWORD>(block.size()), block.data()));
+  const auto text = [&block](const wchar_t* name) {
+    wchar_t* value = nullptr;
+    UINT length = 0;
+    const std::wstring query = std::wstring(L"\\StringFileInfo\\040904B0\\") + name;
+    VerQueryValueW(block.data(), query.c_str(), reinterpret_cast<void**>(&value), &length);
+    return value != nullptr ? std::wstring(value) : std::wstring();
+  };
+  EXPECT_EQ(text(L"ProductName"), L"Vornalux");
+  EXPECT_EQ(text(L"OriginalFilename"), L"vornalux.exe");
+  EXPECT_EQ(text(L"FileVersion"), text(L"ProductVersion"));
+  EXPECT_FALSE(text(L"FileVersion").empty());
+
+  WIN32_FILE_ATTRIBUTE_DATA file = {};
+  ASSERT_TRUE(GetFileAttributesExW(path, GetFileExInfoStandard, &file));
+  EXPECT_LT(file.nFileSizeLow, DWORD{2} << 20);
+  session.Start();
+}
+
+}  // namespace
+}  // namespace vornalux::test

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The program's windows as its user sees and uses them, from another thread of its process.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace vornalux::test {
+
+class Screen {
+ public:
+  Screen();
+
+  // Called on the program's own thread, once, before its first window.
+  void WatchThisThread();
+  // Something may have changed.
+  void Stir() const { SetEvent(stirred_); }
+
+  // Null while there is no such window. Shown or not.
+  HWND Launcher() const;
+  HWND Main() const;
+  HWND Details() const;
+  HWND Debug() const;
+  // The message box on top.
+  HWND Box() const;
+
+  // Waits for a change of the windows after which the condition holds. Throws after half a minute,
+  // and says what was on the screen.
+  void Until(const std::string& what, const std::function<bool()>& holds) const;
+  void UntilShown(const std::string& what, HWND (Screen::*window)() const) const;
+  // The main window is on the screen and idle.
+  void UntilIdle() const;
+  // Starts a run by its menu command and waits until it has ended.
+  void Run(int command) const;
+  // The program opens or closes a menu command.
+  void NoteMenu(int id, bool enabled);
+
+  static bool Shown(HWND window) { return window != nullptr && IsWindowVisible(window) != FALSE; }
+  static std::string Text(HWND window);
+  static std::string Text(HWND dialog, int id) { return Text(GetDlgItem(dialog, id)); }
+  static std::string BoxText(HWND box) { return Text(box, 0xFFFF); }
+  static std::vector<std::string> Rows(HWND list);
+  static std::vector<std::string> Items(HWND combo);
+
+  // Fails where the user could not do this.
+  void Press(HWND dialog, int id) const;
+  void Choose(HWND dialog, int combo, int index) const;
+  void Menu(int id) const;
+  bool MenuEnabled(int id) const;
+  // Waits for a box with this text, answers it, and waits until it has gone.
+  void Answer(const std::string& text, int answer = IDOK) const;
+
+  // What an owner-drawn control shows when it is painted anew, row by row, as 0x00BBGGRR.
+  static std::vector<std::uint32_t> Picture(HWND dialog, int id, SIZE& size);
+
+  DWORD thread() const { return thread_; }
+  // Everything on the screen, for failures.
+  std::string Describe() const;
+
+ private:
+  std::vector<HWND> Windows() const;
+  HWND WindowWith(int control) const;
+
+  HANDLE stirred_;
+  DWORD thread_ = 0;
+  volatile int runs_begun_ = 0;
+};
+
+}  // namespace vornalux::test
