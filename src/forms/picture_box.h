@@ -10,7 +10,8 @@
 
 namespace vornalux {
 
-// A surface of pixels that keeps what was drawn. Drawing shows at the next Refresh() only.
+// A surface of pixels that keeps what was drawn. Drawing shows at the next Refresh() only. A new
+// size is taken on by the next Clear(); until then the host shows the surface stretched.
 class PictureBox : public Control {
  public:
   PictureBox(std::int32_t width, std::int32_t height, Colour back) : back_colour(back) {
@@ -27,12 +28,16 @@ class PictureBox : public Control {
   Colour Pixel(std::int32_t x, std::int32_t y) const { return pixels_[Index(x, y)]; }
 
   void Resize(std::int32_t width, std::int32_t height) {
-    width_ = std::max(width, 1);
-    height_ = std::max(height, 1);
+    width_ = next_width_ = std::max(width, 1);
+    height_ = next_height_ = std::max(height, 1);
     pixels_.assign(static_cast<std::size_t>(width_) * static_cast<std::size_t>(height_),
                    back_colour);
   }
-  void Clear() { std::fill(pixels_.begin(), pixels_.end(), back_colour); }
+  void ResizeAtNextClear(std::int32_t width, std::int32_t height) {
+    next_width_ = width;
+    next_height_ = height;
+  }
+  void Clear() { Resize(next_width_, next_height_); }
 
   // A vertical line, one pixel wide, over the whole height. Nothing when x is off the surface.
   void DrawColumn(std::int64_t x, Colour colour) {
@@ -53,6 +58,8 @@ class PictureBox : public Control {
 
   std::int32_t width_ = 1;
   std::int32_t height_ = 1;
+  std::int32_t next_width_ = 1;
+  std::int32_t next_height_ = 1;
   std::vector<Colour> pixels_;
 };
 

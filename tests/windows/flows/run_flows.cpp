@@ -42,6 +42,10 @@ FLOW(AnalyzeShowsNumbersAndMap, "", Alone) {
   const Screen& screen = session.screen;
   EXPECT_EQ(Screen::Text(screen.Main()), "Volume D:\\");
   EXPECT_FALSE(Screen::Shown(screen.Launcher()));
+  RECT frame;
+  GetWindowRect(screen.Main(), &frame);
+  SetWindowPos(screen.Main(), nullptr, 0, 0, frame.right - frame.left + 200,
+               frame.bottom - frame.top + 30, SWP_NOMOVE | SWP_NOZORDER);
   screen.Run(IDM_ANALYZE);
 
   SIZE size;
@@ -60,6 +64,7 @@ FLOW(AnalyzeShowsNumbersAndMap, "", Alone) {
       different += map[static_cast<std::size_t>(y * size.cx + x)] != picture.Pixel(x, y);
     }
   }
+  EXPECT_GT(size.cx, 600);
   EXPECT_EQ(different, 0) << "of " << size.cx << " x " << size.cy << " pixels";
   EXPECT_EQ(Screen::Text(screen.Main()), portable.main_window.caption.get());
 
@@ -71,6 +76,21 @@ FLOW(AnalyzeShowsNumbersAndMap, "", Alone) {
   EXPECT_GT(rows.size(), 50u);
   EXPECT_EQ(rows, portable.main_window.details.ListView1.rows());
   screen.Menu(IDM_EXIT);
+  EXPECT_EQ(session.End(), 0u);
+}
+
+FLOW(KeysAloneWillDo, "", Alone) {
+  session.Start();
+  const Screen& screen = session.screen;
+  screen.UntilShown("the launcher", &Screen::Launcher);
+  PostMessageW(screen.Launcher(), WM_KEYDOWN, VK_RETURN, 1);
+  screen.UntilShown("the main window", &Screen::Main);
+  screen.UntilIdle();
+  constexpr LPARAM kAltIsDown = 1 << 29;
+  PostMessageW(screen.Main(), WM_SYSCHAR, 'a', kAltIsDown);
+  screen.Until("the analysis begins", [&] { return screen.RunsBegun() == 1; });
+  screen.UntilIdle();
+  PostMessageW(screen.Main(), WM_SYSCHAR, 'x', kAltIsDown);
   EXPECT_EQ(session.End(), 0u);
 }
 

@@ -36,6 +36,7 @@ class Screen {
   void UntilIdle() const;
   // Starts a run by its menu command and waits until it has ended.
   void Run(int command) const;
+  int RunsBegun() const { return runs_begun_; }
   // The program opens or closes a menu command.
   void NoteMenu(int id, bool enabled);
 

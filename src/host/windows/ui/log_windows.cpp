@@ -14,9 +14,18 @@ int PointHeight(int points) {
   return height;
 }
 
+// What windows of changing size have in common.
+bool FollowsSize(const Anchors& anchors, UINT message, LPARAM lparam, INT_PTR& result) {
+  if (message == WM_SIZE) anchors.Arrange();
+  if (message == WM_GETMINMAXINFO) anchors.LimitSize(*reinterpret_cast<MINMAXINFO*>(lparam));
+  result = TRUE;
+  return message == WM_SIZE || message == WM_GETMINMAXINFO;
+}
+
 }  // namespace
 
-NativeDetails::NativeDetails(FrmDetails& details) : NativeForm(details, IDD_DETAILS) {
+NativeDetails::NativeDetails(FrmDetails& details)
+    : NativeForm(details, IDD_DETAILS), anchors_(window()) {
   Bind(IDC_LIST, details.ListView1);
   Bind(IDC_DETAIL_LABEL5, details.Label5);
   for (std::size_t i = 0; i < details.Label4.size(); ++i) {
@@ -28,24 +37,32 @@ NativeDetails::NativeDetails(FrmDetails& details) : NativeForm(details, IDD_DETA
   Bind(IDC_DETAIL_BUTTON, details.Command1);
   Bind(IDC_DETAIL_BUTTON + 1, details.Command2);
   Bind(IDC_DETAIL_BUTTON + 2, details.Command3);
+  using enum Anchors::Way;
+  anchors_.Add(IDC_LIST, kGrowsRight | kGrowsDown);
+  for (int id = IDC_DETAIL_SHAPE; id <= IDC_DETAIL_LABEL5; ++id) anchors_.Add(id, kMovesDown);
+}
+
+bool NativeDetails::OnMessage(UINT message, WPARAM, LPARAM lparam, INT_PTR& result) {
+  if (!FollowsSize(anchors_, message, lparam, result)) return false;
+  ListView_SetColumnWidth(Item(IDC_LIST), 0, LVSCW_AUTOSIZE_USEHEADER);
+  return true;
 }
 
 NativeDebug::NativeDebug(FrmDBG& debug)
     : NativeForm(debug, IDD_DEBUG),
+      anchors_(window()),
       font_(CreateFontW(PointHeight(8), 0, 0, 0, FW_NORMAL, FALSE, FALSE, FALSE, DEFAULT_CHARSET,
                         OUT_DEFAULT_PRECIS, CLIP_DEFAULT_PRECIS, DEFAULT_QUALITY,
                         DEFAULT_PITCH | FF_DONTCARE, L"Lucida Sans Unicode")) {
   SendMessageW(Item(IDC_LOG), WM_SETFONT, reinterpret_cast<WPARAM>(font_), FALSE);
   Bind(IDC_LOG, debug.DBGTXT);
+  anchors_.Add(IDC_LOG, Anchors::kGrowsRight | Anchors::kGrowsDown);
 }
 
 NativeDebug::~NativeDebug() { DeleteObject(font_); }
 
 bool NativeDebug::OnMessage(UINT message, WPARAM, LPARAM lparam, INT_PTR& result) {
-  if (message != WM_SIZE) return false;
-  MoveWindow(Item(IDC_LOG), 0, 0, LOWORD(lparam), HIWORD(lparam), TRUE);
-  result = TRUE;
-  return true;
+  return FollowsSize(anchors_, message, lparam, result);
 }
 
 }  // namespace vornalux

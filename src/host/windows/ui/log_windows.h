@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include "host/windows/ui/anchors.h"
 #include "host/windows/ui/native_form.h"
 #include "ui/debug_window.h"
 #include "ui/details_window.h"
@@ -11,6 +12,11 @@ namespace vornalux {
 class NativeDetails final : public NativeForm {
  public:
   explicit NativeDetails(FrmDetails& details);
+
+ private:
+  bool OnMessage(UINT message, WPARAM wparam, LPARAM lparam, INT_PTR& result) override;
+
+  Anchors anchors_;
 };
 
 // The debug window on the screen.
@@ -22,6 +28,7 @@ class NativeDebug final : public NativeForm {
  private:
   bool OnMessage(UINT message, WPARAM wparam, LPARAM lparam, INT_PTR& result) override;
 
+  Anchors anchors_;
   HFONT font_;
 };
 

@@ -3,13 +3,17 @@
 
 #include <commctrl.h>
 
+#include <algorithm>
+#include <array>
+#include <tuple>
+
 #include "host/windows/ui/resource.h"
 #include "host/windows/windows_text.h"
 
 namespace vornalux {
 
 NativeMainWindow::NativeMainWindow(DefragWindow& main_window)
-    : NativeForm(main_window, IDD_MAIN), main_window_(main_window) {
+    : NativeForm(main_window, IDD_MAIN), main_window_(main_window), anchors_(window()) {
   Bind(IDM_DRIVE, main_window.Quitter);
   Bind(IDM_STOP, main_window.Arretdefrag);
   Bind(IDM_ANALYZE, main_window.cmdanalysemore);
@@ -31,7 +35,24 @@ NativeMainWindow::NativeMainWindow(DefragWindow& main_window)
   BindLegend();
   BindStatusBar();
   SetUpGlyph();
-  FitMap();
+  AnchorControls();
+  const SIZE map = SizeOfMap();
+  main_window.Picdepartvolume.Resize(map.cx, map.cy);
+}
+
+// Room that the user gives goes to the map.
+void NativeMainWindow::AnchorControls() {
+  using enum Anchors::Way;
+  anchors_.Add(IDC_MAP, kGrowsRight | kGrowsDown);
+  anchors_.Add(IDC_REDRAW, kMovesRight);
+  for (int id = IDC_LEGEND_SHAPE; id <= IDC_LEGEND_LABEL5; ++id) {
+    if (Item(id) != nullptr) anchors_.Add(id, kMovesDown);
+  }
+  for (const int id : {IDC_STATUS_LINE, IDC_PROGRESS}) anchors_.Add(id, kGrowsRight | kMovesDown);
+  anchors_.Add(IDC_TEMPERATURE, kMovesDown);
+  for (const int id : {IDC_ACTIVITY, IDC_REDRAW_EACH, IDC_HIDE_NAMES}) {
+    anchors_.Add(id, kMovesRight | kMovesDown);
+  }
 }
 
 void NativeMainWindow::BindLegend() {
@@ -49,14 +70,12 @@ void NativeMainWindow::BindStatusBar() {
   CreateWindowExW(0, STATUSCLASSNAMEW, L"", WS_CHILD | WS_VISIBLE | SBARS_SIZEGRIP, 0, 0, 0, 0,
                   window(), reinterpret_cast<HMENU>(INT_PTR{IDC_STATUS_BAR}),
                   GetModuleHandleW(nullptr), nullptr);
-  RECT area;
-  GetClientRect(window(), &area);
-  Arrange(area.right);
   for (std::size_t i = 0; i < main_window_.status_panels.size(); ++i) {
     Label& panel = main_window_.status_panels[i];
     panel.changed = [this, i, &panel] {
       const std::wstring text = ToWide(panel.caption.get());
       SendMessageW(Item(IDC_STATUS_BAR), SB_SETTEXTW, i, reinterpret_cast<LPARAM>(text.c_str()));
+      ArrangePanels();
     };
     panel.changed();
     AtEnd([&panel] { panel.changed = nullptr; });
@@ -73,22 +92,44 @@ void NativeMainWindow::SetUpGlyph() {
   SendMessageW(Item(IDC_REDRAW), WM_SETFONT, reinterpret_cast<WPARAM>(symbols_), FALSE);
 }
 
-void NativeMainWindow::Arrange(int width) {
-  std::array<int, 6> ends;
-  const int panels = static_cast<int>(ends.size());
-  for (int i = 0; i < panels; ++i) ends[static_cast<std::size_t>(i)] = width * (i + 1) / panels;
-  SendMessageW(Item(IDC_STATUS_BAR), SB_SETPARTS, ends.size(),
-               reinterpret_cast<LPARAM>(ends.data()));
-  SendMessageW(Item(IDC_STATUS_BAR), WM_SIZE, 0, 0);
+// Each panel as wide as its text, and an equal part of what is left.
+void NativeMainWindow::ArrangePanels() {
+  constexpr int kPanels = std::tuple_size_v<decltype(main_window_.status_panels)>;
+  const HWND bar = Item(IDC_STATUS_BAR);
+  RECT area;
+  GetClientRect(bar, &area);
+  const HDC dc = GetDC(bar);
+  const HGDIOBJ before =
+      SelectObject(dc, reinterpret_cast<HFONT>(SendMessageW(bar, WM_GETFONT, 0, 0)));
+  std::array<int, kPanels> ends;
+  int end = 0;
+  for (std::size_t i = 0; i < ends.size(); ++i) {
+    const std::wstring text = ToWide(main_window_.status_panels[i].caption.get());
+    SIZE size = {};
+    GetTextExtentPoint32W(dc, text.c_str(), static_cast<int>(text.size()), &size);
+    end += size.cx + 2 * GetSystemMetrics(SM_CXEDGE) + size.cy / 2;
+    ends[i] = end;
+  }
+  SelectObject(dc, before);
+  ReleaseDC(bar, dc);
+  const int left = std::max(static_cast<int>(area.right) - end, 0);
+  for (std::size_t i = 0; i < ends.size(); ++i) ends[i] += left * static_cast<int>(i + 1) / kPanels;
+  SendMessageW(bar, SB_SETPARTS, ends.size(), reinterpret_cast<LPARAM>(ends.data()));
 }
 
-void NativeMainWindow::FitMap() {
+SIZE NativeMainWindow::SizeOfMap() const {
   RECT area;
   GetClientRect(Item(IDC_MAP), &area);
-  PictureBox& map = main_window_.Picdepartvolume;
-  if (map.width() != area.right || map.height() != area.bottom) {
-    map.Resize(area.right, area.bottom);
-  }
+  return {area.right, area.bottom};
+}
+
+void NativeMainWindow::ArrangeWindow() {
+  SendMessageW(Item(IDC_STATUS_BAR), WM_SIZE, 0, 0);
+  ArrangePanels();
+  anchors_.Arrange();
+  const SIZE map = SizeOfMap();
+  main_window_.Picdepartvolume.ResizeAtNextClear(map.cx, map.cy);
+  InvalidateRect(Item(IDC_MAP), nullptr, FALSE);
 }
 
 bool NativeMainWindow::OnMessage(UINT message, WPARAM wparam, LPARAM lparam, INT_PTR& result) {
@@ -97,7 +138,11 @@ bool NativeMainWindow::OnMessage(UINT message, WPARAM wparam, LPARAM lparam, INT
       main_window_.window_state =
           wparam == SIZE_MINIMIZED ? WindowState::Minimized : WindowState::Normal;
       main_window_.Resized();
-      if (wparam != SIZE_MINIMIZED) Arrange(LOWORD(lparam));
+      if (wparam != SIZE_MINIMIZED) ArrangeWindow();
+      result = TRUE;
+      return true;
+    case WM_GETMINMAXINFO:
+      anchors_.LimitSize(*reinterpret_cast<MINMAXINFO*>(lparam));
       result = TRUE;
       return true;
     case WM_CTLCOLORSTATIC:

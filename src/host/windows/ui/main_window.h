@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include "host/windows/ui/anchors.h"
 #include "host/windows/ui/native_form.h"
 #include "ui/defrag_window.h"
 
@@ -18,12 +19,15 @@ class NativeMainWindow final : public NativeForm {
   void OnEscape() override {}
   void BindLegend();
   void BindStatusBar();
-  // One column of the map a pixel.
-  void FitMap();
-  void Arrange(int width);
+  void AnchorControls();
+  void ArrangePanels();
+  // After a change of the window's size.
+  void ArrangeWindow();
+  SIZE SizeOfMap() const;  // pixels, one column each
   void SetUpGlyph();
 
   DefragWindow& main_window_;
+  Anchors anchors_;
   HFONT symbols_ = nullptr;
 };
 
