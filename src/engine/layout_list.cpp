@@ -37,7 +37,7 @@ void ReadLayoutList(Files& files, ExtentReader& extents, const std::string& pref
   std::string_view rest = content;
   for (std::string_view line; NextLine(rest, line);) {
     if (!line.starts_with(prefix)) continue;
-    const std::string path(line.substr(0, line.find('\0')));
+    const std::string path = files.FromCodePage(std::string(line.substr(0, line.find('\0'))));
     if (!extents.ReadExtents(path, false, false).opened) continue;
     if (extents.FirstAllocatedLcn(path) <= 0) continue;
     if (next >= paths.size()) paths.resize(paths.size() + kMoreRoom);

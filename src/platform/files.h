@@ -62,6 +62,9 @@ class Files {
 
   // The whole of a small file as bytes.
   virtual ErrorCode ReadBytes(const std::string& path, std::string& out) = 0;
+
+  // Text as files of 8-bit text hold it, in UTF-8. Hosts that have no code page leave it as it is.
+  virtual std::string FromCodePage(std::string text) { return text; }
 };
 
 }  // namespace vornalux

@@ -111,6 +111,8 @@ std::unique_ptr<FolderSearch> WindowsFiles::FindFirst(const std::string& pattern
   return std::make_unique<SystemSearch>(search, first);
 }
 
+std::string WindowsFiles::FromCodePage(std::string text) { return FromAnsi(text); }
+
 ErrorCode WindowsFiles::ReadBytes(const std::string& path, std::string& out) {
   const OpenedFile opened = OpenPath(path, FileAccess::GenericRead, FileFlags::None);
   if (opened.handle == kInvalidHandle) return opened.error;

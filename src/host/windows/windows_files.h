@@ -25,6 +25,7 @@ class WindowsFiles final : public Files {
   std::unique_ptr<FolderSearch> FindFirst(const std::string& pattern) override;
   // kNotEnoughMemory for files above 64 MiB.
   ErrorCode ReadBytes(const std::string& path, std::string& out) override;
+  std::string FromCodePage(std::string text) override;
 
  private:
   std::vector<std::uint8_t> answer_;
