@@ -453,8 +453,10 @@ TEST(LiveView, AHotDiskPutsABoxWithThreeKeysInFrontOfTheMap) {
     DefragWindow& window = scene.program->main_window;
     // Typed before there was anything to see, and the details in front.
     window.tmrTemperatures.tick = [&, tick = window.tmrTemperatures.tick] {
-      scene.screen.keys = {'s', 'd'};
-      window.details.Show();
+      if (scene.drive.Readings() == 0) {
+        scene.screen.keys = {'s', 'd'};
+        window.details.Show();
+      }
       tick();
     };
     bool watches = false;
