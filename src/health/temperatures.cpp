@@ -20,8 +20,7 @@ constexpr DriveRegisters SmartCommand(std::uint8_t feature) {
           .command = drive_command::kSmart};
 }
 
-// Asks for what drives tell of themselves without naming a command: whoever answers at all does so
-// of their own accord.
+// Names no command, so that drivers answer with what they know of the drive, if they answer.
 constexpr DriveRegisters kIdentityRequest = {.features = 0,
                                              .sector_count = 1,
                                              .sector_number = 1,

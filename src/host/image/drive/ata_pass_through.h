@@ -7,8 +7,8 @@
 
 namespace vornalux {
 
-// Whether the drive sends a sector for this command. The one who waits for data from a command that
-// has none waits for a reset, which some USB bridges need to come back to their senses.
+// Whether the drive sends a sector for this command. Waiting for data from a command that has none
+// makes some USB bridges reset the drive, in the middle of a run.
 bool AnswersWithSector(const DriveRegisters& registers);
 
 // ATA PASS-THROUGH (16) with these registers.
