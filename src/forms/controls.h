@@ -34,6 +34,7 @@ class CommandControl : public Control {
   explicit CommandControl(std::string text = {}) : caption(*this, std::move(text)) {}
 
   Property<std::string> caption;
+  std::string tool_tip;  // empty for none
   Event click;
 
   void Click() {

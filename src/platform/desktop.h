@@ -5,6 +5,8 @@
 
 namespace vornalux {
 
+class Form;  // a window of the program, see forms/
+
 // On boxes that have no title of their own.
 inline constexpr const char* kProgramTitle = "Vornalux";
 
@@ -26,6 +28,10 @@ class Desktop {
 
   virtual BoxAnswer ShowBox(const std::string& text, const std::string& title, BoxButtons buttons,
                             BoxIcon icon) = 0;
+
+  // Shows the window in front of all others, which take no input meanwhile, and returns when it is
+  // no longer visible or the program is to end. Timers and the window's own controls go on working.
+  virtual void ShowModal(Form& form) = 0;
 
   // The notification-area icon. A desktop without such an area shows none.
   virtual void ShowTrayIcon(const std::string& /*tooltip*/) {}

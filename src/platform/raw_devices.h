@@ -5,12 +5,13 @@
 #include <span>
 #include <string>
 
+#include "platform/drive_commands.h"
 #include "platform/types.h"
 
 namespace vornalux {
 
-// The bytes of a volume below its file system. Offsets are bytes from the volume's start, in two
-// halves as the system takes them.
+// The bytes of a volume below its file system, and the disk that holds them. Offsets are bytes from
+// the volume's start, in two halves as the system takes them.
 class RawDevices {
  public:
   virtual ~RawDevices() = default;
@@ -30,6 +31,21 @@ class RawDevices {
   virtual void FlushDevice(Handle device) = 0;
   virtual void LockRange(Handle device, std::uint64_t offset, std::uint32_t count) = 0;
   virtual void UnlockRange(Handle device, std::uint64_t offset, std::uint32_t count) = 0;
+
+  // Commands to the disk by its registers, through an open device. kNotSupported where no way leads
+  // to it. An answer that is missing or short is filled up with zeros.
+  virtual ErrorCode ReadDriverVersion(Handle /*device*/, DriverVersion& version) {
+    version = {};
+    return error::kNotSupported;
+  }
+  virtual ErrorCode SendDriveCommand(Handle /*device*/, const DriveRegisters& /*registers*/) {
+    return error::kNotSupported;
+  }
+  virtual ErrorCode ReceiveDriveData(Handle /*device*/, const DriveRegisters& /*registers*/,
+                                     DriveSector& data) {
+    data = {};
+    return error::kNotSupported;
+  }
 };
 
 }  // namespace vornalux

@@ -8,9 +8,12 @@ DefragWindow::DefragWindow(Platform& platform, RunFlags& flags, const RunTarget&
     : engine(platform, flags, target, trace, *this),
       map(platform.desktop, engine, flags, target, Picdepartvolume, LblRedraw),
       details(engine.table, engine.analysis.lists, flags),
+      Temperatures(platform.devices, target),
+      temperature_warning(platform.devices, target, trace, *this),
       platform_(platform),
       flags_(flags),
       target_(target),
+      trace_(trace),
       debug_window_(debug_window) {
   cmdanalysemore.click = [this] { cmdanalysemore_Click(); };
   cmdDefrag.click = [this] { cmdDefrag_Click(); };
@@ -23,6 +26,7 @@ DefragWindow::DefragWindow(Platform& platform, RunFlags& flags, const RunTarget&
   for (Label& caption_label : Label4) caption_label.click = [this] { details.Open(); };
   Arretdefrag.click = [this] { Arretdefrag_Click(); };
   UpdateTimer.tick = [this] { UpdateTimer_Timer(); };
+  BindTemperatures();
   EnterIdle();
 }
 
@@ -71,6 +75,8 @@ bool DefragWindow::QueryUnload(CloseReason reason) {
                               BoxIcon::None);
     if (reason == CloseReason::CloseBox) return false;
     flags_.StopRequested = True;
+    // A run that waits behind it would never look.
+    if (temperature_warning.visible) temperature_warning.Unload();
     Unload();
     return true;
   }
@@ -82,6 +88,7 @@ bool DefragWindow::QueryUnload(CloseReason reason) {
   details.Unload();
   debug_window_.Unload();
   if (launcher) launcher->UnloadContextMenuSettings();
+  temperature_warning.Unload();
   engine.geometry.CloseVolume(engine.geometry.VolumeHandle);
   Unload();
   return true;
@@ -132,6 +139,52 @@ void DefragWindow::UpdateTimer_Timer() {
   etfich.caption = "directories: " + std::to_string(engine.table.TotalDirs) +
                    " / files: " + std::to_string(engine.table.TotalFiles);
   if (platform_.desktop.InputPending()) platform_.desktop.DoEvents();
+}
+
+void DefragWindow::BindTemperatures() {
+  Temperatures.HDDTempOK = [this](std::int16_t intTemp) { Temperatures_HDDTempOK(intTemp); };
+  Temperatures.HDDTempNA = [this](std::int16_t) { Temperatures_HDDTempNA(); };
+  Temperatures.HDDTempCritical = [this](std::int16_t intTemp) {
+    Temperatures_HDDTempCritical(intTemp);
+  };
+  tmrTemperatures.tick = [this] {
+    // The warning has a reading of its own.
+    if (!temperature_warning.visible) Temperatures.QueryHDDTemperature();
+  };
+}
+
+std::string DefragWindow::TemperatureLine(std::int16_t temperature) const {
+  return target_.Drive() + " temp " + TemperatureText(temperature, " ");
+}
+
+void DefragWindow::Temperatures_HDDTempOK(std::int16_t intTemp) {
+  Label6.fore_colour = activity_colour::kMoving;
+  Label6.caption = TemperatureLine(intTemp);
+}
+
+void DefragWindow::Temperatures_HDDTempNA() {
+  Label6.fore_colour = activity_colour::kMoving;
+  Label6.caption = target_.Drive() + " temp N/A";
+}
+
+// The warning is a pause: the run stands still inside the checkpoint that let the timer through.
+void DefragWindow::Temperatures_HDDTempCritical(std::int16_t intTemp) {
+  Label6.caption = TemperatureLine(intTemp);
+  temperature_warning.Load(intTemp);
+  temperature_warning.tmrTemperatures.enabled = true;
+  platform_.desktop.ShowModal(temperature_warning);
+  trace_.Line("HD Temp HIGH: " + std::to_string(intTemp));
+}
+
+void DefragWindow::StopWatching() {
+  tmrTemperatures.enabled = false;
+  Label6.fore_colour = activity_colour::kResting;
+}
+
+void DefragWindow::StopRun() {
+  flags_.StopRequested = True;
+  etfich.caption = "";
+  engine.geometry.ShowVolumeBitmap(target_.Drive(), *this);
 }
 
 void DefragWindow::SetRange(std::int64_t minimum, std::int64_t maximum) {

@@ -7,6 +7,8 @@
 #include "engine/engine.h"
 #include "forms/controls.h"
 #include "forms/picture_box.h"
+#include "health/temperature_warning.h"
+#include "health/temperatures.h"
 #include "platform/platform.h"
 #include "ui/cluster_map.h"
 #include "ui/debug_window.h"
@@ -29,7 +31,7 @@ class LauncherLink {
 };
 
 // The main window, where a run happens. The menu is the only record of whether one is going on.
-class DefragWindow final : public Form, public RunView {
+class DefragWindow final : public Form, public RunView, public WatchedRun {
  public:
   DefragWindow(Platform& platform, RunFlags& flags, const RunTarget& target,
                const DebugTrace& trace, FrmDBG& debug_window);
@@ -71,6 +73,8 @@ class DefragWindow final : public Form, public RunView {
   Engine engine;
   ClusterMap map;
   FrmDetails details;
+  clsTemperatures Temperatures;
+  HDDTempWarning temperature_warning;
 
   // Set by the launcher; null while there is none.
   LauncherLink* launcher = nullptr;
@@ -114,6 +118,10 @@ class DefragWindow final : public Form, public RunView {
   void RefreshMap() override { Picdepartvolume.Refresh(); }
   void RedrawClusterMap() override { map.RedrawClusterMap(*this); }
 
+  // WatchedRun
+  void StopWatching() override;
+  void StopRun() override;
+
  private:
   void SetMenu(bool busy);
   void cmdanalysemore_Click();
@@ -126,10 +134,16 @@ class DefragWindow final : public Form, public RunView {
   void Quitter_Click();
   void Minimize();
   void UpdateTimer_Timer();
+  void BindTemperatures();
+  void Temperatures_HDDTempOK(std::int16_t intTemp);
+  void Temperatures_HDDTempNA();
+  void Temperatures_HDDTempCritical(std::int16_t intTemp);
+  std::string TemperatureLine(std::int16_t temperature) const;
 
   Platform& platform_;
   RunFlags& flags_;
   const RunTarget& target_;
+  const DebugTrace& trace_;
   FrmDBG& debug_window_;
 };
 

@@ -15,6 +15,7 @@
 #include "app/program.h"
 #include "host/mounted/mounted_platform.h"
 #include "host/simulated/random_volume.h"
+#include "host/simulated/scripted_drive.h"
 
 namespace vornalux {
 namespace {
@@ -23,6 +24,7 @@ using std::chrono::milliseconds;
 
 class FakeConsole final : public Console {
  public:
+  std::function<void(milliseconds)> waited;
   bool can_ask = true;
   std::deque<std::string> answers;  // none left: the input is closed
   std::string shown;
@@ -39,6 +41,7 @@ class FakeConsole final : public Console {
     answers.pop_front();
     return Reply::Line;
   }
+  void Wait(milliseconds time) override { waited(time); }
 };
 
 // A terminal that keeps what is on it, and keys that somebody has typed ahead.
@@ -46,6 +49,7 @@ class FakeScreen final : public Screen {
  public:
   ScreenSize size = {80, 24};
   std::deque<Key> keys;
+  std::function<void(milliseconds)> waited;  // for a key that did not come
   bool foreground = true;
   bool ready = true;
   bool taken = false;
@@ -86,8 +90,11 @@ class FakeScreen final : public Screen {
       i = end;
     }
   }
-  std::optional<Key> ReadKey(milliseconds) override {
-    if (keys.empty()) return std::nullopt;
+  std::optional<Key> ReadKey(milliseconds wait) override {
+    if (keys.empty()) {
+      if (waited && wait.count() > 0) waited(wait);
+      return std::nullopt;
+    }
     const Key next = keys.front();
     keys.pop_front();
     return next;
@@ -377,6 +384,101 @@ TEST(TerminalDesktop, QuietShowsNoProgress) {
   scene.platform.move_time = milliseconds(1000);
   scene.Defrag();
   EXPECT_EQ(scene.console.progress, "");
+}
+
+// A scene whose disk gets hot, with time that passes while the warning waits.
+struct HotScene : Scene {
+  HotScene(Look look, std::initializer_list<std::uint8_t> temperatures) : Scene(look) {
+    platform.move_time = milliseconds(1000);
+    drive.SetTemperatures(temperatures);
+    volume->SetDrive(drive);
+    console.waited = screen.waited = [this](milliseconds time) {
+      platform.now += time;
+      waited += time;
+      if (Warning().visible && at_wait) std::exchange(at_wait, nullptr)();
+    };
+  }
+  HDDTempWarning& Warning() { return program->main_window.temperature_warning; }
+
+  ScriptedDrive drive;
+  milliseconds waited{0};
+  std::function<void()> at_wait;  // the first time that the warning waits
+};
+
+TEST(TerminalDesktop, WithoutAViewAHotDiskIsWaitedForAndToldOnce) {
+  struct Case {
+    const char* what;
+    unsigned event;  // while it waits
+    bool stops;
+    milliseconds least;
+  };
+  const Case kCases[] = {{"it cools", 0, false, milliseconds(60000)},
+                         {"Ctrl-C", pending::kInterrupt, true, milliseconds(0)},
+                         {"terminate", pending::kTerminate, true, milliseconds(0)}};
+  for (const Case& c : kCases) {
+    for (const auto look : {Scene::Look::Plain, Scene::Look::Quiet}) {
+      SCOPED_TRACE(c.what);
+      HotScene scene(look, {58, 60, 50});
+      scene.at_wait = [&] { scene.platform.events |= c.event; };
+      EXPECT_EQ(scene.Defrag() > 50, !c.stops);
+      EXPECT_EQ(scene.Stopped(), c.stops);
+      EXPECT_GE(scene.waited, c.least);
+      EXPECT_EQ(scene.console.shown,
+                "vornalux: Waiting for disk to cool down ... 58C. Vornalux is waiting for the disk "
+                "to cool off and will automatically continue.\n");
+      EXPECT_EQ(scene.platform.events & ~pending::kTick, 0U);
+    }
+  }
+}
+
+TEST(LiveView, AHotDiskPutsABoxWithThreeKeysInFrontOfTheMap) {
+  struct Case {
+    const char* what;
+    std::deque<Key> keys;
+    unsigned event;
+    bool stops;
+    bool watches;
+  };
+  const Case kCases[] = {
+      {"it cools", {}, 0, false, true},
+      {"other keys, then it cools", {'x', 'q', 'm', 'y', 'n', key::kEscape, '\n'}, 0, false, true},
+      {"continue", {'c'}, 0, false, true},
+      {"stop", {'s'}, 0, true, false},
+      {"disable", {'d'}, 0, false, false},
+      {"Ctrl-C", {}, pending::kInterrupt, true, false},
+      {"terminate", {}, pending::kTerminate, true, false}};
+  for (const Case& c : kCases) {
+    SCOPED_TRACE(c.what);
+    HotScene scene(Scene::Look::Live, {58, 50});
+    DefragWindow& window = scene.program->main_window;
+    // Typed before there was anything to see, and the details in front.
+    window.tmrTemperatures.tick = [&, tick = window.tmrTemperatures.tick] {
+      if (scene.drive.Readings() == 0) {
+        scene.screen.keys = {'s', 'd'};
+        window.details.Show();
+      }
+      tick();
+    };
+    bool watches = false;
+    scene.at_wait = [&] {
+      for (const char* part :
+           {"58C   Waiting for disk to cool down ...", "c  Continue (not recommended) ",
+            "s  Stop defragmentation ", "d  Disable temp probe (not recommended!) ", "C: temp 58 C",
+            "+----"}) {
+        EXPECT_TRUE(scene.screen.Shows(part)) << part;
+      }
+      EXPECT_FALSE(scene.screen.Shows("candidate for:"));
+      EXPECT_FALSE(scene.screen.Shows("View details"));
+      scene.screen.keys = c.keys;
+      scene.platform.events |= c.event;
+      scene.Warning().unloaded = [&] { watches = window.tmrTemperatures.enabled; };
+    };
+    EXPECT_EQ(scene.Defrag() > 50, !c.stops);
+    EXPECT_EQ(scene.Stopped(), c.stops);
+    EXPECT_EQ(watches, c.watches);
+    EXPECT_FALSE(scene.Warning().visible);
+    EXPECT_EQ(scene.console.shown, "");
+  }
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "host/terminal/html_report.h"
 #include "host/terminal/map_image.h"
 #include "host/terminal/results_json.h"
+#include "host/terminal/results_text.h"
 
 namespace vornalux::test {
 namespace {
@@ -68,6 +69,17 @@ TEST(ResultsJson, TellWhatStayedAndWhy) {
                       R"({"path":"C:\\d","reason":"refused","code":5}])"),
             std::string::npos)
       << json;
+}
+
+TEST(Results, TheTemperatureIsToldWhereThereIsOne) {
+  AnalysisResult result;
+  result.volume.drive = "C:";
+  EXPECT_EQ(ToText(result, Charset::Utf8).find("temp"), std::string::npos);
+  EXPECT_EQ(ToJson(result).find("temperature"), std::string::npos);
+  result.temperature = 41;
+  EXPECT_NE(ToText(result, Charset::Utf8).find("\n  C: temp 41 \xC2\xB0\x43\n"), std::string::npos);
+  EXPECT_NE(ToText(result, Charset::Ascii).find("\n  C: temp 41 C\n"), std::string::npos);
+  EXPECT_NE(ToJson(result).find("\"temperature\": 41"), std::string::npos);
 }
 
 TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {

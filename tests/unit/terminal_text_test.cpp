@@ -113,6 +113,7 @@ TEST(TerminalText, NothingFromAVolumeSteersTheTerminal) {
                                 static_cast<std::int64_t>(random() % 10));
     state.message = random() % 2 == 0 ? nasty : "";
     state.question = random() % 2 == 0 ? nasty : "";
+    if (random() % 2 == 0) state.warning = {nasty, nasty, nasty, {nasty, "&" + nasty}};
     FragmentLists lists;
     for (int i = 0; i < 20; ++i) lists.Add(nasty, 2);
     FrmDetails details(table, lists, flags);
@@ -144,6 +145,14 @@ TEST(TerminalText, ALowScreenKeepsWhatMattersMost) {
   EXPECT_EQ(Bare(lines[1]).find_first_not_of(" .#zMDOS"), std::string::npos) << lines[1];
   EXPECT_EQ(Bare(lines[2]), " " + bar + "  25%   5 MiB moved   1:02:05 left");
   EXPECT_EQ(Bare(lines[3]), "  Paused ... Are you sure?   y Yes  n No");
+
+  state.question.clear();
+  state.warning = {"Too hot", "58\xC2\xB0\x43", "Waits.", {"&Go on", "Sto&p"}};
+  const ScreenLines low = ComposeMain(state, {24, 4}, {Charset::Ascii, ColourDepth::None});
+  ASSERT_EQ(low.size(), 4U);
+  EXPECT_EQ(Bare(low[0]), " | 58C   Too hot     |");
+  EXPECT_EQ(Bare(low[1]), " | g  Go on          |");
+  EXPECT_EQ(Bare(low[2]), " | p  Stop           |");
 }
 
 std::string Strip(const MapColumns& columns, int cells, Look look) {

@@ -27,7 +27,7 @@ const std::map<std::string, Names> kMayInclude = {
     {"volume", {"platform", "volume"}},
     {"engine", {"platform", "volume", "engine"}},
     {"forms", {"platform", "forms"}},
-    {"ui", {"platform", "volume", "engine", "forms", "ui"}},
+    {"ui", {"platform", "volume", "engine", "forms", "health", "ui"}},
     {"health", {"platform", "volume", "engine", "forms", "health"}},
     {"shell", {"platform", "volume", "engine", "forms", "shell"}},
     {"app", kPortable},

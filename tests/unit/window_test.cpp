@@ -67,11 +67,10 @@ TEST(Window, ClosesAtOnceOnlyWhenIdle) {
       const auto volume = SmallVolume(1);
       Rig rig(*volume);
       std::string unloaded;
-      const std::pair<Form*, char> forms[] = {{&rig.program.launcher, 'l'},
-                                              {&rig.window.details, 'd'},
-                                              {&rig.program.debug_window, 'b'},
-                                              {&rig.program.launcher.frmContext, 'c'},
-                                              {&rig.window, 'w'}};
+      const std::pair<Form*, char> forms[] = {
+          {&rig.program.launcher, 'l'},           {&rig.window.details, 'd'},
+          {&rig.program.debug_window, 'b'},       {&rig.program.launcher.frmContext, 'c'},
+          {&rig.window.temperature_warning, 't'}, {&rig.window, 'w'}};
       for (const auto& [form, letter] : forms) {
         form->unloaded = [&unloaded, l = letter] { unloaded += l; };
       }
@@ -84,7 +83,7 @@ TEST(Window, ClosesAtOnceOnlyWhenIdle) {
       }
       const bool stays = busy && reason == CloseReason::CloseBox;
       EXPECT_EQ(closes, !stays);
-      EXPECT_EQ(unloaded, stays ? "" : busy ? "w" : "ldbcw");
+      EXPECT_EQ(unloaded, stays ? "" : busy ? "w" : "ldbctw");
       EXPECT_EQ(rig.program.flags.StopRequested != False, !stays);
       EXPECT_EQ(rig.Boxes(), busy ? std::vector<std::string>{"Quit current operation first!"}
                                   : std::vector<std::string>());

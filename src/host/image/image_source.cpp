@@ -12,6 +12,8 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "host/image/drive/block_drive.h"
+#include "host/image/drive/linux_drive_node.h"
 #include "host/image/image_use.h"
 #include "host/image/journal_file.h"
 #include "host/image/partition_table.h"
@@ -225,6 +227,11 @@ VolumeStore MakeStore(const ImageSource& source, bool with_journal) {
     store.journal_home = std::make_unique<ScratchJournalHome>();
   } else if (with_journal) {
     store.journal_home = std::make_unique<FileJournalHome>(source.journal_path);
+  }
+  if (source.file->IsBlockDevice()) {
+    // Keeps the device open for as long as somebody asks.
+    store.drive = std::make_unique<BlockDrive>(std::make_unique<LinuxDriveNode>(
+        source.file->Descriptor(), [file = source.file]() mutable { file.reset(); }));
   }
   store.identity = source.identity;
   return store;

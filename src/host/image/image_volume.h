@@ -30,6 +30,7 @@ struct VolumeStore {
   std::unique_ptr<BlockDevice> device;        // the volume alone, locked against others
   std::unique_ptr<JournalHome> journal_home;  // null: the volume is open for reading only
   VolumeIdentity identity;
+  std::unique_ptr<SmartDrive> drive;  // the disk below; null when there is none to be asked
   bool recovering = false;  // an interrupted run of ours left the dirty flag set; Recover() ends it
   bool allow_dirty = false;  // a volume marked dirty may be looked at, though not moved on
 };
@@ -68,6 +69,7 @@ class ImageVolume : public MountedVolume {
   ErrorCode ReadDevice(std::uint64_t offset, std::span<std::uint8_t> out) final {
     return FromDevice(transaction_->Read(offset, out));
   }
+  SmartDrive* Drive() final { return store_.drive.get(); }
   std::int64_t FreeClusters() const final { return clusters_->FreeClusters(); }
   void CopyBitmap(std::int64_t first_lcn, std::span<std::uint8_t> out) const final;
 

@@ -74,6 +74,11 @@ class MountedPlatform : public Volumes, public Files, public Machine, public Raw
   void FlushDevice(Handle) override {}
   void LockRange(Handle, std::uint64_t, std::uint32_t) override {}
   void UnlockRange(Handle, std::uint64_t, std::uint32_t) override {}
+  // There is no driver in between that would have a version.
+  ErrorCode ReadDriverVersion(Handle device, DriverVersion& version) override;
+  ErrorCode SendDriveCommand(Handle device, const DriveRegisters& registers) override;
+  ErrorCode ReceiveDriveData(Handle device, const DriveRegisters& registers,
+                             DriveSector& data) override;
 
   std::string WindowsFolder() override { return settings_.windows_folder; }
   std::string ErrorText(ErrorCode code) override;
@@ -114,6 +119,8 @@ class MountedPlatform : public Volumes, public Files, public Machine, public Raw
 
   Drive* FindDrive(char letter);
   Drive* DriveOf(Handle volume);
+  // The disk below an open device. Null, with the reason, when there is none.
+  SmartDrive* DiskOf(Handle device, ErrorCode& why);
   OpenFile* FileOf(Handle file);
   Handle NextHandle();
   // What OpenPath() would open, without a handle to it.

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/mounted/smart_drive.h"
 #include "platform/types.h"
 #include "platform/volumes.h"
 
@@ -80,6 +81,9 @@ class MountedVolume {
   virtual ErrorCode ReadDevice(std::uint64_t /*offset*/, std::span<std::uint8_t> /*out*/) {
     return error::kNotSupported;
   }
+
+  // The disk below; null where there is none to be asked.
+  virtual SmartDrive* Drive() { return nullptr; }
 
   // Moves count clusters from vcn on to lcn, all or nothing. The target must be wholly free; the
   // range is clipped at the end of the allocation; holes are skipped and take no target clusters.

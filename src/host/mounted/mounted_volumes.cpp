@@ -42,6 +42,33 @@ bool MountedPlatform::ReadDevice(Handle device, std::span<std::uint8_t> out) {
   return true;
 }
 
+SmartDrive* MountedPlatform::DiskOf(Handle device, ErrorCode& why) {
+  const auto open = devices_.find(device);
+  SmartDrive* const disk = open != devices_.end() ? open->second.volume->Drive() : nullptr;
+  why = open == devices_.end() ? error::kInvalidHandle : error::kNotSupported;
+  return disk;
+}
+
+ErrorCode MountedPlatform::ReadDriverVersion(Handle device, DriverVersion& version) {
+  version = {};
+  ErrorCode why = error::kSuccess;
+  return DiskOf(device, why) != nullptr ? error::kInvalidFunction : why;
+}
+
+ErrorCode MountedPlatform::SendDriveCommand(Handle device, const DriveRegisters& registers) {
+  ErrorCode why = error::kSuccess;
+  SmartDrive* const disk = DiskOf(device, why);
+  return disk != nullptr ? disk->Send(registers) : why;
+}
+
+ErrorCode MountedPlatform::ReceiveDriveData(Handle device, const DriveRegisters& registers,
+                                            DriveSector& data) {
+  data = {};
+  ErrorCode why = error::kSuccess;
+  SmartDrive* const disk = DiskOf(device, why);
+  return disk != nullptr ? disk->Receive(registers, data) : why;
+}
+
 Handle MountedPlatform::OpenVolume(const std::string& device_path) {
   Drive* drive = FindDrive(DriveOfDevice(device_path));
   if (drive == nullptr) return kInvalidHandle;

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/simulated/scripted_desktop.h"
 
+#include <stdexcept>
 #include <utility>
+
+#include "forms/controls.h"
 
 namespace vornalux {
 
@@ -54,6 +57,19 @@ BoxAnswer ScriptedDesktop::ShowBox(const std::string& text, const std::string& t
               0);
   }
   return box.answer;
+}
+
+void ScriptedDesktop::ShowModal(Form& form) {
+  modals_.push_back(form.caption);
+  form.Show();
+  while (form.visible) {
+    if (modal_steps_.empty()) {
+      throw std::logic_error("nobody closes the window " + form.caption.get());
+    }
+    const std::function<void()> step = std::move(modal_steps_.front());
+    modal_steps_.pop_front();
+    step();
+  }
 }
 
 }  // namespace vornalux

@@ -7,6 +7,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/simulated/call_log.h"
@@ -40,6 +41,13 @@ class ScriptedDesktop final : public Desktop {
   std::size_t AnswersLeft() const { return answers_.size(); }
   const std::vector<ShownBox>& Boxes() const { return boxes_; }
 
+  // What happens while a window is up alone, step by step: ticks of its timer, presses of its
+  // buttons. A window that no step closes is a fault in the script and throws.
+  void WhileModal(std::function<void()> step) { modal_steps_.push_back(std::move(step)); }
+  std::size_t ModalStepsLeft() const { return modal_steps_.size(); }
+  // Captions of the windows that were shown so.
+  const std::vector<std::string>& Modals() const { return modals_; }
+
   // Makes the nth InputPending(), from 1, say yes; all others say no.
   void PendInputAt(std::size_t nth) { pending_at_.insert(nth); }
 
@@ -47,6 +55,7 @@ class ScriptedDesktop final : public Desktop {
   bool InputPending() override;
   BoxAnswer ShowBox(const std::string& text, const std::string& title, BoxButtons buttons,
                     BoxIcon icon) override;
+  void ShowModal(Form& form) override;
 
  private:
   CallLog* log_;
@@ -55,6 +64,8 @@ class ScriptedDesktop final : public Desktop {
   std::size_t do_events_ = 0;
   std::deque<BoxAnswer> answers_;
   std::vector<ShownBox> boxes_;
+  std::deque<std::function<void()>> modal_steps_;
+  std::vector<std::string> modals_;
   std::set<std::size_t> pending_at_;
   std::size_t input_pending_ = 0;
 };

@@ -80,6 +80,9 @@ class SimulatedVolume final : public MountedVolume {
   std::vector<std::string> DamagedContent() const;
   bool ContentIntact() const { return DamagedContent().empty(); }
 
+  // The disk that it lies on; not owned.
+  void SetDrive(SmartDrive& drive) { drive_ = &drive; }
+
   // Undoes Close().
   void Reopen() { closed_ = false; }
 
@@ -95,6 +98,7 @@ class SimulatedVolume final : public MountedVolume {
   ErrorCode StreamNames(ItemId item, std::vector<std::string>& out) override;
   ErrorCode Read(const StreamRef& stream, std::uint64_t offset, std::span<std::uint8_t> out,
                  std::size_t& done) override;
+  SmartDrive* Drive() override { return drive_; }
   // A first sector that says which file system it is, and nothing else.
   ErrorCode ReadDevice(std::uint64_t offset, std::span<std::uint8_t> out) override;
   ErrorCode Move(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn,
@@ -157,6 +161,7 @@ class SimulatedVolume final : public MountedVolume {
   std::unordered_map<ItemId, std::int64_t> immovable_below_;
   std::unordered_set<ItemId> locked_;
   std::map<ItemId, std::string> contents_;
+  SmartDrive* drive_ = nullptr;
   std::int64_t clusters_moved_ = 0;
   bool closed_ = false;
 };

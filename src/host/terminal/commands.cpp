@@ -85,6 +85,7 @@ Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
   const Engine& engine = session.program().main_window.engine;
   AnalysisResult result = {.volume = *session.Volume(options.volumes.front().letter),
                            .figures = CollectFigures(engine),
+                           .temperature = ReadTemperature(session.program()),
                            .list = {}};
   if (options.list) result.list = CollectFragmentedFiles(engine);
   if (WantsPictures(options)) {

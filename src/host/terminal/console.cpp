@@ -53,4 +53,8 @@ Console::Reply StandardConsole::ReadLine(const PendingEvents& events, unsigned i
   }
 }
 
+void StandardConsole::Wait(std::chrono::milliseconds time) {
+  poll(nullptr, 0, static_cast<int>(time.count()));
+}
+
 }  // namespace vornalux

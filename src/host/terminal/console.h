@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <string_view>
 
@@ -26,6 +27,9 @@ class Console {
 
   // Waits for a line of input. Interrupted as soon as any of the events is set.
   virtual Reply ReadLine(const PendingEvents& events, unsigned interrupting, std::string& line) = 0;
+
+  // Lets so much time pass; a signal may cut it short.
+  virtual void Wait(std::chrono::milliseconds time) = 0;
 };
 
 // Standard error and standard input.
@@ -38,6 +42,7 @@ class StandardConsole final : public Console {
   void Print(std::string_view text) override;
   void PrintIfReady(std::string_view text) override;
   Reply ReadLine(const PendingEvents& events, unsigned interrupting, std::string& line) override;
+  void Wait(std::chrono::milliseconds time) override;
 
  private:
   Charset charset_;

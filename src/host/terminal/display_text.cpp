@@ -77,6 +77,13 @@ std::string PrintableText(std::string_view text, Charset charset) {
   return printable;
 }
 
+std::string WithDegrees(std::string text, Charset charset) {
+  constexpr std::string_view kSign = "\xC2\xB0";
+  const std::size_t at = text.find(kSign);
+  if (charset == Charset::Ascii && at != std::string::npos) text.erase(at, kSign.size());
+  return text;
+}
+
 std::string PrintableLines(std::string_view text, Charset charset) {
   std::string printable;
   for (;;) {

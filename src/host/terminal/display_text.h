@@ -18,6 +18,9 @@ Charset SetUpCharset();
 // that nobody vouches for.
 std::string PrintableText(std::string_view text, Charset charset);
 
+// A temperature, whose degree sign is left out where it cannot be shown.
+std::string WithDegrees(std::string text, Charset charset);
+
 // As PrintableText, with line breaks (CR LF or LF) kept as LF.
 std::string PrintableLines(std::string_view text, Charset charset);
 

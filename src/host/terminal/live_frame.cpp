@@ -2,6 +2,7 @@
 #include "host/terminal/live_frame.h"
 
 #include <algorithm>
+#include <sstream>
 
 #include "host/terminal/map_strip.h"
 #include "host/terminal/quantity_text.h"
@@ -11,6 +12,7 @@ namespace {
 
 constexpr int kMargin = 1;
 constexpr int kMostBarColumns = 40;
+constexpr int kMostBoxColumns = 60;
 constexpr int kWideStripRows = 3;
 constexpr std::size_t kDetailsFrameRows = 5;  // of a details frame that are no list
 
@@ -113,6 +115,90 @@ void AddProgress(FrameBuilder& frame, const LiveState& state, Look look) {
   frame.Add(std::move(line), 8);
 }
 
+// As many words a line as fit.
+std::vector<std::string> Wrapped(const std::string& text, int columns) {
+  std::vector<std::string> lines(1);
+  std::istringstream words(text);
+  for (std::string word; words >> word;) {
+    if (!lines.back().empty()) {
+      if (std::ssize(lines.back()) + 1 + std::ssize(word) <= columns) {
+        lines.back() += ' ';
+      } else {
+        lines.emplace_back();
+      }
+    }
+    lines.back() += word;
+  }
+  return lines;
+}
+
+// Rows of text between the lines of a box.
+class BoxBuilder {
+ public:
+  BoxBuilder(FrameBuilder& frame, Look look)
+      : frame_(frame),
+        look_(look),
+        columns_(std::clamp(frame.Line().Room() - kMargin - 4, 1, kMostBoxColumns)) {}
+
+  int Columns() const { return columns_; }
+
+  void AddEdge(bool top) {
+    StyledLine line = frame_.Line();
+    line.AddCell(Symbol(top ? "\xE2\x94\x8C" : "\xE2\x94\x94", "+"), {}, {});
+    for (int i = 0; i < columns_ + 2; ++i) line.AddCell(Symbol("\xE2\x94\x80", "-"), {}, {});
+    line.AddCell(Symbol(top ? "\xE2\x94\x90" : "\xE2\x94\x98", "+"), {}, {});
+    frame_.Add(std::move(line), 1);
+  }
+  void AddRow(std::string_view strong, const std::string& text, int importance) {
+    StyledLine line = frame_.Line();
+    line.AddCell(Symbol("\xE2\x94\x82", "|"), {}, {}).AddBlanks(1);
+    const int end = line.Room() - columns_;
+    line.AddStrong(CutText(strong, columns_, look_.charset));
+    line.Add(CutText(text, line.Room() - end, look_.charset)).AddBlanks(line.Room() - end + 1);
+    line.AddCell(Symbol("\xE2\x94\x82", "|"), {}, {});
+    frame_.Add(std::move(line), importance);
+  }
+
+ private:
+  const char* Symbol(const char* drawn, const char* plain) const {
+    return look_.charset == Charset::Utf8 ? drawn : plain;
+  }
+
+  FrameBuilder& frame_;
+  Look look_;
+  int columns_;
+};
+
+std::string WithoutMark(std::string caption) {
+  std::erase(caption, '&');
+  return caption;
+}
+
+// What can be chosen is seen on the lowest of screens.
+void AddWarning(FrameBuilder& frame, const WarningBox& warning, Look look) {
+  BoxBuilder box(frame, look);
+  box.AddEdge(true);
+  box.AddRow(WithDegrees(warning.temperature, look.charset), "   " + warning.title, 8);
+  box.AddRow("", "", 0);
+  for (const std::string& line : Wrapped(warning.text, box.Columns())) box.AddRow("", line, 4);
+  box.AddRow("", "", 0);
+  for (const std::string& choice : warning.choices) {
+    const char key = AccessKey(choice);
+    box.AddRow({&key, 1}, "  " + WithoutMark(choice), 9);
+  }
+  box.AddEdge(false);
+}
+
+void AddMapAndLegend(FrameBuilder& frame, const LiveState& state, Look look) {
+  for (int row = 0; row < kWideStripRows; ++row) {
+    StyledLine strip = frame.Line();
+    AddMap(strip, state.map, strip.Room() - kMargin, look);
+    frame.Add(std::move(strip), row == 0 ? 6 : 1);
+  }
+  frame.AddBlank();
+  AddLegend(frame, state.legend, look);
+}
+
 void AddQuestion(FrameBuilder& frame, const std::string& question) {
   StyledLine line = frame.Line();
   line.AddReverse(" " + question + " ").AddBlanks(2);
@@ -130,26 +216,31 @@ void AddKeys(FrameBuilder& frame, std::initializer_list<std::pair<const char*, c
 
 }  // namespace
 
+char AccessKey(std::string_view caption) {
+  const std::size_t mark = caption.find('&');
+  if (mark == std::string_view::npos || mark + 1 == caption.size()) return 0;
+  const char letter = caption[mark + 1];
+  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+}
+
 ScreenLines ComposeMain(const LiveState& state, ScreenSize size, Look look) {
   FrameBuilder frame(size, look);
   StyledLine title = frame.Line();
   title.AddStrong("Vornalux").AddBlanks(2).Add(state.caption);
   frame.Add(std::move(title), 7);
   frame.AddBlank();
-  for (int row = 0; row < kWideStripRows; ++row) {
-    StyledLine strip = frame.Line();
-    AddMap(strip, state.map, strip.Room() - kMargin, look);
-    frame.Add(std::move(strip), row == 0 ? 6 : 1);
+  if (state.warning) {
+    AddWarning(frame, *state.warning, look);
+  } else {
+    AddMapAndLegend(frame, state, look);
   }
-  frame.AddBlank();
-  AddLegend(frame, state.legend, look);
   frame.AddBlank();
   StyledLine item = frame.Line();
   item.AddShortened(state.redrawing && state.item.empty() ? "Redrawing the map" : state.item);
   frame.Add(std::move(item), 5);
   AddProgress(frame, state, look);
   StyledLine temperature = frame.Line();
-  temperature.Add(state.temperature);
+  temperature.Add(WithDegrees(state.temperature, look.charset));
   frame.Add(std::move(temperature), 1);
   frame.AddBlank();
   if (!state.message.empty()) {
@@ -159,7 +250,7 @@ ScreenLines ComposeMain(const LiveState& state, ScreenSize size, Look look) {
   }
   if (!state.question.empty()) {
     AddQuestion(frame, state.question);
-  } else {
+  } else if (!state.warning) {
     AddKeys(frame, {{"s", "Stop"}, {"m", "Redraw map"}, {"d", "Details"}, {"q", "Exit"}});
   }
   return frame.Finish();

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/terminal/map_image.h"
@@ -23,6 +24,17 @@ struct ScreenSize {
 // The lines of a screen from the top; what is missing below is blank.
 using ScreenLines = std::vector<std::string>;
 
+// The temperature warning, a box in front of the map.
+struct WarningBox {
+  std::string title;
+  std::string temperature;
+  std::string text;
+  std::vector<std::string> choices;  // captions of buttons
+};
+
+// The key of a button: the letter after the caption's "&", in lower case. 0 for none.
+char AccessKey(std::string_view caption);
+
 // What the main window shows at one moment.
 struct LiveState {
   std::string caption;
@@ -33,7 +45,8 @@ struct LiveState {
   ProgressState progress;
   std::int64_t bytes_moved = 0;
   std::string temperature;
-  std::string message;   // the last one; empty for none
+  std::string message;  // the last one; empty for none
+  std::optional<WarningBox> warning;
   std::string question;  // a box that waits for yes or no; empty for none
 };
 

@@ -61,7 +61,7 @@ void LiveView::DrawFrame() {
 }
 
 ScreenLines LiveView::Compose() const {
-  if (window_->details.visible) {
+  if (window_->details.visible && !window_->temperature_warning.visible) {
     return ComposeDetails(window_->details, first_row_, question_, size_, screen_.look());
   }
   LiveState state;
@@ -75,7 +75,18 @@ ScreenLines LiveView::Compose() const {
   state.temperature = window_->Label6.caption;
   state.message = message_;
   state.question = question_;
+  state.warning = CurrentWarning();
   return ComposeMain(state, size_, screen_.look());
+}
+
+std::optional<WarningBox> LiveView::CurrentWarning() const {
+  const HDDTempWarning& warning = window_->temperature_warning;
+  if (!warning.visible) return std::nullopt;
+  return WarningBox{
+      .title = warning.caption,
+      .temperature = warning.LblHDDTemp.caption,
+      .text = warning.Label1.caption,
+      .choices = {warning.Command3.caption, warning.Command2.caption, warning.Command1.caption}};
 }
 
 std::optional<RunCommand> LiveView::TakeCommand() {
@@ -153,6 +164,20 @@ bool LiveView::ObeyInDetails(Key pressed) {
       break;
   }
   return true;
+}
+
+void LiveView::DropKeys() {
+  while (shown_ && screen_.ReadKey(std::chrono::milliseconds(0))) {
+  }
+}
+
+void LiveView::ObeyWarning(std::chrono::milliseconds wait) {
+  DrawFrame();
+  const std::optional<Key> pressed = screen_.ReadKey(wait);
+  HDDTempWarning& warning = window_->temperature_warning;
+  for (Button* button : {&warning.Command3, &warning.Command2, &warning.Command1}) {
+    if (pressed && *pressed == AccessKey(button->caption.get())) return button->Click();
+  }
 }
 
 BoxAnswer LiveView::Ask(const std::string& question, const PendingEvents& events,

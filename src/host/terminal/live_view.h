@@ -40,6 +40,12 @@ class LiveView {
   // A line that stays until the next key.
   void ShowMessage(const std::string& text) { message_ = text; }
 
+  // Forgets what was typed so far: it was not meant for what comes now.
+  void DropKeys();
+  // Shows the temperature warning in front of the window and presses the button of a key, waited
+  // for at most this long.
+  void ObeyWarning(std::chrono::milliseconds wait);
+
   // Waits for yes or no. Yes as soon as any of the events is set.
   BoxAnswer Ask(const std::string& question, const PendingEvents& events, unsigned interrupting);
 
@@ -47,6 +53,7 @@ class LiveView {
   bool TakeScreen();
   void DrawFrame();
   ScreenLines Compose() const;
+  std::optional<WarningBox> CurrentWarning() const;
   bool ObeyInDetails(Key pressed);
   void Scroll(std::int64_t rows);
 

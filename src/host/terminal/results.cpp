@@ -54,6 +54,13 @@ VolumeDescription Describe(const std::string& image, char letter, const VolumeFa
           .cluster_bytes = std::int64_t{facts.bytes_per_sector} * facts.sectors_per_cluster};
 }
 
+// A hot disk is no reason to wait: nothing runs any more.
+std::int16_t ReadTemperature(Program& program) {
+  clsTemperatures probe(program.platform.devices, program.settings.target);
+  probe.QueryHDDTemperature();
+  return probe.Temperature();
+}
+
 AnalysisFigures CollectFigures(const Engine& engine) {
   const VolumeConstants& constants = engine.geometry.constants;
   const AnalysisSummary& summary = engine.analysis.summary;

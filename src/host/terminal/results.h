@@ -64,6 +64,7 @@ struct FragmentedFile {
 struct AnalysisResult {
   VolumeDescription volume;
   AnalysisFigures figures;
+  std::int16_t temperature = 0;  // of the disk, degrees Celsius; 0 when it does not say
   std::optional<std::vector<FragmentedFile>> list;
 };
 
@@ -85,6 +86,9 @@ struct JobResult {
 };
 
 VolumeDescription Describe(const std::string& image, char letter, const VolumeFacts& facts);
+
+// The temperature of the disk of the volume at work, as above.
+std::int16_t ReadTemperature(Program& program);
 
 // What the engine knows from its last analysis.
 AnalysisFigures CollectFigures(const Engine& engine);

@@ -103,6 +103,7 @@ std::string ToJson(const AnalysisResult& result) {
   Json json;
   AddVolume(json, result.volume);
   AddFigures(json, result.figures);
+  if (result.temperature != 0) json["temperature"] = result.temperature;
   if (result.list) {
     json["fragmented_files"] = Json::array();
     for (const FragmentedFile& file : *result.list) {

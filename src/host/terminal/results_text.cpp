@@ -99,6 +99,10 @@ std::string Moves(const Result& result, const VolumeDescription& volume, bool st
 std::string ToText(const AnalysisResult& result, Charset charset) {
   std::string text = Header(result.volume, result.figures, charset);
   for (const FigureRow& row : FigureRows()) AddRow(text, row, result.figures);
+  if (result.temperature != 0) {
+    const std::string degrees = TemperatureText(result.temperature, " ");
+    text += "\n  " + result.volume.drive + " temp " + WithDegrees(degrees, charset) + "\n";
+  }
   if (result.list) {
     text += "\n";
     for (const FragmentedFile& file : *result.list) {

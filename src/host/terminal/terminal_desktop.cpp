@@ -6,6 +6,7 @@
 namespace vornalux {
 namespace {
 
+constexpr auto kWaitStep = std::chrono::milliseconds(100);
 constexpr unsigned kStops = pending::kInterrupt | pending::kInsist | pending::kTerminate;
 
 }  // namespace
@@ -22,7 +23,11 @@ TerminalDesktop::TerminalDesktop(Console& console, Screen* screen, PendingEvents
 void TerminalDesktop::Bind(DefragWindow& window, RunSurroundings surroundings) {
   window_ = &window;
   surroundings_ = std::move(surroundings);
-  timers_ = {{&window.UpdateTimer, false, {}}};
+  timers_.clear();
+  for (Timer* timer : {&window.UpdateTimer, &window.tmrTemperatures,
+                       &window.temperature_warning.tmrTemperatures}) {
+    timers_.push_back({timer, false, {}});
+  }
   window.changed = [this] { OnWindowChanged(); };
   if (live_) live_->Bind(window, surroundings_.cluster_bytes);
   window.Show();
@@ -121,6 +126,42 @@ BoxAnswer TerminalDesktop::ShowBox(const std::string& text, const std::string& t
     return BoxAnswer::Ok;
   }
   return Ask(title.empty() ? text : title + " " + text);
+}
+
+void TerminalDesktop::ShowModal(Form& form) {
+  if (window_ == nullptr || &form != &window_->temperature_warning) return;
+  HDDTempWarning& warning = window_->temperature_warning;
+  warning.Show();
+  if (UsesLiveView()) {
+    live_->DropKeys();
+  } else {
+    const std::string degrees = WithDegrees(warning.LblHDDTemp.caption, console_.Characters());
+    Say(warning.caption.get() + " " + degrees + ". " + warning.Label1.caption.get());
+  }
+  // Whatever called this, nothing that happens meanwhile is for anybody else.
+  const bool outer = std::exchange(handling_, true);
+  while (warning.visible) WaitInWarning(warning);
+  handling_ = outer;
+}
+
+void TerminalDesktop::WaitInWarning(HDDTempWarning& warning) {
+  if (PressedStop(warning)) return;
+  TickTimers();
+  if (!warning.visible) return;
+  if (UsesLiveView()) {
+    live_->ObeyWarning(kWaitStep);
+  } else {
+    console_.Wait(kWaitStep);
+  }
+}
+
+// Who presses Ctrl-C in front of a window that offers to stop has chosen.
+bool TerminalDesktop::PressedStop(HDDTempWarning& warning) {
+  const unsigned stops = events_.fetch_and(~kStops) & kStops;
+  if (stops == 0) return false;
+  if (stops & pending::kTerminate) answer_yes_ = true;
+  warning.Command2.Click();
+  return true;
 }
 
 BoxAnswer TerminalDesktop::Ask(const std::string& question) {

@@ -44,6 +44,8 @@ class TerminalDesktop final : public Desktop {
   bool InputPending() override { return events_.load(std::memory_order_relaxed) != 0; }
   BoxAnswer ShowBox(const std::string& text, const std::string& title, BoxButtons buttons,
                     BoxIcon icon) override;
+  // For the temperature warning only, whose buttons have keys. Ctrl-C presses its Stop button.
+  void ShowModal(Form& form) override;
 
  private:
   struct ArmedTimer {
@@ -57,6 +59,8 @@ class TerminalDesktop final : public Desktop {
   void HandleKeys();
   void RedrawMap();
   void TickTimers();
+  void WaitInWarning(HDDTempWarning& warning);
+  bool PressedStop(HDDTempWarning& warning);
   BoxAnswer Ask(const std::string& question);
   BoxAnswer AskForLine(const std::string& question);
   void OnWindowChanged();

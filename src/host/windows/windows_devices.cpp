@@ -3,6 +3,7 @@
 
 #include <limits>
 
+#include "host/windows/smart_control.h"
 #include "host/windows/system_headers.h"
 #include "host/windows/windows_text.h"
 
@@ -54,6 +55,19 @@ void WindowsDevices::LockRange(Handle device, std::uint64_t offset, std::uint32_
 
 void WindowsDevices::UnlockRange(Handle device, std::uint64_t offset, std::uint32_t count) {
   UnlockFile(Native(device), Low(offset), High(offset), count, 0);
+}
+
+ErrorCode WindowsDevices::ReadDriverVersion(Handle device, DriverVersion& version) {
+  return GetDriverVersion(device, version);
+}
+
+ErrorCode WindowsDevices::SendDriveCommand(Handle device, const DriveRegisters& registers) {
+  return SendSmartCommand(device, registers);
+}
+
+ErrorCode WindowsDevices::ReceiveDriveData(Handle device, const DriveRegisters& registers,
+                                           DriveSector& data) {
+  return ReceiveSmartData(device, registers, data);
 }
 
 }  // namespace vornalux

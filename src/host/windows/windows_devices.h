@@ -20,6 +20,10 @@ class WindowsDevices final : public RawDevices {
   void FlushDevice(Handle device) override;
   void LockRange(Handle device, std::uint64_t offset, std::uint32_t count) override;
   void UnlockRange(Handle device, std::uint64_t offset, std::uint32_t count) override;
+  ErrorCode ReadDriverVersion(Handle device, DriverVersion& version) override;
+  ErrorCode SendDriveCommand(Handle device, const DriveRegisters& registers) override;
+  ErrorCode ReceiveDriveData(Handle device, const DriveRegisters& registers,
+                             DriveSector& data) override;
 };
 
 }  // namespace vornalux

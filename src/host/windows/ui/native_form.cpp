@@ -76,17 +76,44 @@ NativeForm::NativeForm(Form& form, int dialog_id) : form_(form) {
     SendMessageW(window_, WM_SETICON, static_cast<WPARAM>(kind), reinterpret_cast<LPARAM>(icon));
   }
   form_.changed = [this] { ShowForm(); };
-  form_.unloaded = [this] {
-    if (window_ != nullptr) DestroyWindow(window_);
-  };
+  form_.unloaded = [this] { OnUnload(); };
   ShowForm();
 }
 
 NativeForm::~NativeForm() {
+  EndModal();
   std::erase(Forms(), this);
   form_.changed = nullptr;
   form_.unloaded = nullptr;
   for (const auto& unbind : unbind_) unbind();
+  if (window_ != nullptr) DestroyWindow(window_);
+}
+
+NativeForm* NativeForm::Of(const Form& form) {
+  const auto found = std::find_if(Forms().begin(), Forms().end(), [&form](const NativeForm* known) {
+    return &known->form_ == &form;
+  });
+  return found != Forms().end() ? *found : nullptr;
+}
+
+void NativeForm::BecomeModal() {
+  const HWND active = GetActiveWindow();
+  HWND owner = nullptr;
+  for (const NativeForm* other : Forms()) {
+    if (other == this || other->window_ == nullptr || !IsWindowEnabled(other->window_)) continue;
+    // It stays in front of the window at work, unless that one would take it along out of sight.
+    if (other->window_ == active && !IsIconic(other->window_)) owner = other->window_;
+    EnableWindow(other->window_, FALSE);
+    held_.push_back(other->window_);
+  }
+  SetWindowLongPtrW(window_, GWLP_HWNDPARENT, reinterpret_cast<LONG_PTR>(owner));
+}
+
+void NativeForm::EndModal() {
+  for (const HWND window : std::exchange(held_, {})) EnableWindow(window, TRUE);
+}
+
+void NativeForm::OnUnload() {
   if (window_ != nullptr) DestroyWindow(window_);
 }
 
@@ -101,6 +128,8 @@ void NativeForm::ShowForm() {
   SetText(window_, form_.caption);
   const bool shown = IsWindowVisible(window_) != FALSE;
   const bool minimized = IsIconic(window_) != FALSE;
+  // Before it goes: a window that takes no input would not come to the front in its stead.
+  if (!form_.visible) EndModal();
   if (shown != form_.visible) ShowWindow(window_, form_.visible ? SW_SHOW : SW_HIDE);
   if (form_.visible && minimized && form_.window_state == WindowState::Normal) {
     ShowWindow(window_, SW_RESTORE);
@@ -132,10 +161,27 @@ void NativeForm::Bind(int id, Button& button) {
     SetText(Item(id), button.caption);
   };
   button.changed();
+  if (!button.tool_tip.empty()) AddToolTip(id, button.tool_tip);
   commands_[id] = [&button](int notification) {
     if (notification == BN_CLICKED) button.Click();
   };
   unbind_.push_back([&button] { button.changed = nullptr; });
+}
+
+void NativeForm::AddToolTip(int id, const std::string& text) {
+  if (tool_tips_ == nullptr) {
+    tool_tips_ = CreateWindowExW(WS_EX_TOPMOST, TOOLTIPS_CLASSW, nullptr, WS_POPUP | TTS_ALWAYSTIP,
+                                 CW_USEDEFAULT, CW_USEDEFAULT, CW_USEDEFAULT, CW_USEDEFAULT,
+                                 window_, nullptr, GetModuleHandleW(nullptr), nullptr);
+  }
+  std::wstring wide = ToWide(text);
+  TTTOOLINFOW tool = {};
+  tool.cbSize = TTTOOLINFOW_V2_SIZE;  // the form that every version of the library knows
+  tool.uFlags = TTF_IDISHWND | TTF_SUBCLASS;
+  tool.hwnd = window_;
+  tool.uId = reinterpret_cast<UINT_PTR>(Item(id));
+  tool.lpszText = wide.data();
+  SendMessageW(tool_tips_, TTM_ADDTOOLW, 0, reinterpret_cast<LPARAM>(&tool));
 }
 
 void NativeForm::Bind(int id, Frame& frame) {

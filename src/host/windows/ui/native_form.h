@@ -26,6 +26,12 @@ class NativeForm {
 
   HWND window() const { return window_; }
 
+  // The native side of a form; null when it has none.
+  static NativeForm* Of(const Form& form);
+
+  // From now on until the form goes out of sight no other window of the program takes input.
+  void BecomeModal();
+
   // Lets a dialog take its keyboard messages; for the message loop.
   static bool TakesMessage(MSG& message);
 
@@ -52,6 +58,8 @@ class NativeForm {
   // The user closes the window by its close box, or presses Escape in it.
   virtual void OnCloseBox() { form_.Hide(); }
   virtual void OnEscape() { OnCloseBox(); }
+  // The form is unloaded.
+  virtual void OnUnload();
   // What a derived window has bound by itself is to be undone like the rest.
   void AtEnd(std::function<void()> undo) { unbind_.push_back(std::move(undo)); }
 
@@ -59,6 +67,8 @@ class NativeForm {
   static INT_PTR CALLBACK Procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam);
   INT_PTR Handle(UINT message, WPARAM wparam, LPARAM lparam);
   void ShowForm();
+  void EndModal();
+  void AddToolTip(int id, const std::string& text);
   void BindCheck(int id, CommandControl& control, Property<bool>& value);
   void OnCommand(int id, int notification);
   INT_PTR ColourText(HDC dc, int id);
@@ -71,6 +81,8 @@ class NativeForm {
   std::map<int, std::function<void(HDC, const RECT&)>> painters_;
   std::vector<Timer*> timers_;
   std::vector<std::function<void()>> unbind_;
+  std::vector<HWND> held_;  // take no input because of this window
+  HWND tool_tips_ = nullptr;
   bool pushing_ = false;  // a change that we make ourselves is no deed of the user's
 };
 

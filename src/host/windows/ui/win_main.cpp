@@ -12,6 +12,7 @@
 #include "host/windows/ui/log_windows.h"
 #include "host/windows/ui/main_window.h"
 #include "host/windows/ui/resource.h"
+#include "host/windows/ui/temperature_window.h"
 #include "host/windows/ui/windows_desktop.h"
 #include "host/windows/windows_devices.h"
 #include "host/windows/windows_files.h"
@@ -54,6 +55,7 @@ int Run() {
   NativeMainWindow main_window(program.main_window);
   NativeDetails details(program.main_window.details);
   NativeDebug debug(program.debug_window);
+  NativeTemperatureWarning warning(program.main_window.temperature_warning);
   desktop.SetTrayOwner(launcher.window());
   const auto unloaded = program.main_window.unloaded;
   program.main_window.unloaded = [unloaded] {

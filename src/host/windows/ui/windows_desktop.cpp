@@ -65,6 +65,23 @@ BoxAnswer WindowsDesktop::ShowBox(const std::string& text, const std::string& ti
   return answer == IDYES ? BoxAnswer::Yes : BoxAnswer::No;
 }
 
+void WindowsDesktop::ShowModal(Form& form) {
+  NativeForm* const native = NativeForm::Of(form);
+  if (native == nullptr || native->window() == nullptr || ended_) return;
+  native->BecomeModal();
+  form.Show();
+  MSG message = {};
+  while (form.visible && !ended_) {
+    if (GetMessageW(&message, nullptr, 0, 0) > 0) {
+      Handle(message);
+      continue;
+    }
+    ended_ = true;
+    PostQuitMessage(static_cast<int>(message.wParam));  // for whoever waits further out
+  }
+  form.Hide();
+}
+
 void WindowsDesktop::ShowTrayIcon(const std::string& tooltip) {
   NOTIFYICONDATAA record = TrayRecord(owner_);
   record.uFlags = NIF_MESSAGE | NIF_ICON | NIF_TIP;

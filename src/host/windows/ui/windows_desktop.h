@@ -22,6 +22,8 @@ class WindowsDesktop final : public Desktop {
   bool InputPending() override { return GetInputState() != 0; }
   BoxAnswer ShowBox(const std::string& text, const std::string& title, BoxButtons buttons,
                     BoxIcon icon) override;
+  // For forms with a native side.
+  void ShowModal(Form& form) override;
   void ShowTrayIcon(const std::string& tooltip) override;
   void RemoveTrayIcon() override;
 

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include "host/image/drive/drive_node.h"
+#include "platform/drive_commands.h"
+#include "platform/types.h"
+
+namespace vornalux {
+
+// Whether the drive sends a sector for this command. Waiting for data from a command that has none
+// makes some USB bridges reset the drive, in the middle of a run.
+bool AnswersWithSector(const DriveRegisters& registers);
+
+// ATA PASS-THROUGH (16) with these registers.
+ScsiCommand PackAtaCommand(const DriveRegisters& registers, bool with_sector);
+
+// What became of such a command: kNotSupported when nobody passed it through, kGenFailure when the
+// drive did not carry it out. Errors of the kernel as they are nearest.
+ErrorCode AtaResult(const ScsiReply& reply);
+
+// The Windows error code nearest to an errno of a refused request.
+ErrorCode FromRefusal(int refused);
+
+}  // namespace vornalux

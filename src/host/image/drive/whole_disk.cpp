@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/image/drive/whole_disk.h"
+
+#include <filesystem>
+#include <fstream>
+#include <string_view>
+#include <system_error>
+
+namespace vornalux {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kDeepest = 8;  // devices on top of each other
+
+fs::path FolderOf(const std::string& sysfs, const std::string& device) {
+  std::error_code error;
+  fs::path folder = fs::canonical(fs::path(sysfs) / "dev" / "block" / device, error);
+  return error ? fs::path() : folder;
+}
+
+std::string FirstLine(const fs::path& path) {
+  std::ifstream file(path);
+  std::string line;
+  std::getline(file, line);
+  return line;
+}
+
+// The only device below this one; empty when there is none or several.
+fs::path OnlySlave(const fs::path& folder) {
+  fs::path only;
+  std::error_code error;
+  for (fs::directory_iterator slave(folder / "slaves", error), end; !error && slave != end;
+       slave.increment(error)) {
+    if (!only.empty()) return {};
+    only = slave->path();
+  }
+  return error ? fs::path() : only;
+}
+
+fs::path Below(const fs::path& folder) {
+  std::error_code error;
+  return fs::exists(folder / "partition", error) ? folder / ".." : OnlySlave(folder);
+}
+
+}  // namespace
+
+std::string WholeDiskOf(const std::string& sysfs, const std::string& device) {
+  std::string whole;
+  fs::path folder = FolderOf(sysfs, device);
+  for (int depth = 0; depth < kDeepest && !folder.empty(); ++depth) {
+    const fs::path below = Below(folder);
+    if (below.empty()) return whole;
+    whole = FirstLine(below / "dev");
+    if (whole.empty()) return {};
+    folder = FolderOf(sysfs, whole);
+  }
+  return {};
+}
+
+std::string DeviceNodeOf(const std::string& sysfs, const std::string& device) {
+  constexpr std::string_view kName = "DEVNAME=";
+  const fs::path folder = FolderOf(sysfs, device);
+  if (folder.empty()) return {};
+  std::ifstream file(folder / "uevent");
+  for (std::string line; std::getline(file, line);) {
+    if (line.starts_with(kName)) return "/dev/" + line.substr(kName.size());
+  }
+  return {};
+}
+
+}  // namespace vornalux

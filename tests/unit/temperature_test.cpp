@@ -1,0 +1,306 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The disk's temperature: what the probe asks for and makes of the answers, and runs that wait
+// while it is too high.
+#include <sstream>
+
+#include "host/simulated/scripted_drive.h"
+#include "unit/rig.h"
+
+namespace vornalux::testing {
+namespace {
+
+// A probe of drive C:, whose disk is scripted, and what it told.
+struct Probe {
+  Probe() {
+    machine.AddVolume('C', volume);
+    volume.SetDrive(drive);
+    target.drive = "C:\\";
+    temperatures.HDDTempOK = [this](std::int16_t t) { told += "OK " + std::to_string(t); };
+    temperatures.HDDTempNA = [this](std::int16_t t) { told += "NA " + std::to_string(t); };
+    temperatures.HDDTempCritical = [this](std::int16_t t) { told += "HOT " + std::to_string(t); };
+  }
+  std::string Query() {
+    told.clear();
+    temperatures.QueryHDDTemperature();
+    EXPECT_EQ(machine.OpenHandles(), 0U);
+    return told;
+  }
+
+  ScriptedDrive drive;
+  SimulatedVolume volume{{}};
+  SimulatedPlatform machine;
+  RunTarget target;
+  clsTemperatures temperatures{machine, target};
+  std::string told;
+};
+
+TEST(Probe, FindsTheTemperatureInTheAttributes) {
+  struct Case {
+    const char* what;
+    std::initializer_list<ScriptedAttribute> attributes;
+    const char* tells;
+  };
+  const Case kCases[] = {
+      {"none at all", {}, "NA 0"},
+      {"cool", {{1, 194, 41}}, "OK 41"},
+      {"just cool enough", {{2, 194, 55}}, "OK 55"},
+      {"just too hot", {{2, 194, 56}}, "HOT 56"},
+      {"no sign", {{2, 194, 255}}, "HOT 255"},
+      {"nought", {{2, 194, 0}}, "NA 0"},
+      {"the first entry", {{0, 194, 41}}, "NA 0"},
+      {"the last entry", {{29, 194, 41}}, "OK 41"},
+      {"several", {{0, 194, 60}, {3, 194, 70}, {9, 194, 40}}, "OK 40"},
+      {"several, the last without", {{3, 194, 70}, {9, 194, 0}}, "NA 0"},
+      {"other attributes", {{1, 190, 70}, {2, 231, 70}, {3, 5, 194}}, "NA 0"},
+      {"extremes above it", {{5, 194, 0x003C00100029}}, "OK 41"},
+      {"all above it", {{5, 194, 0xFFFFFFFFFF29}}, "OK 41"},
+      {"above it only", {{5, 194, 0xFFFFFFFFFF00}}, "NA 0"},
+  };
+  for (const Case& c : kCases) {
+    SCOPED_TRACE(c.what);
+    Probe probe;
+    probe.drive.SetAttributes(c.attributes);
+    EXPECT_EQ(probe.Query(), c.tells);
+  }
+}
+
+TEST(Probe, WhateverFailsIsNoReading) {
+  struct Case {
+    const char* what;
+    std::uint8_t refused;
+    ErrorCode error;
+    std::size_t bytes;
+    std::size_t requests;
+    const char* tells;
+  };
+  constexpr std::size_t kEntryEnd = 2 + 12 + 6;  // up to the temperature
+  const Case kCases[] = {
+      {"nothing fails", 0, 0, 512, 4, "OK 41"},
+      {"enable is unknown", 0xD8, error::kInvalidFunction, 512, 4, "OK 41"},
+      {"enable is refused", 0xD8, error::kAccessDenied, 512, 1, "NA 0"},
+      {"enable is not supported", 0xD8, error::kNotSupported, 512, 1, "NA 0"},
+      {"no attributes", 0xD0, error::kGenFailure, 512, 4, "NA 0"},
+      {"no thresholds", 0xD1, error::kGenFailure, 512, 4, "OK 41"},
+      {"no identity", 0, error::kGenFailure, 512, 4, "OK 41"},
+      {"short, but enough", 0, 0, kEntryEnd, 4, "OK 41"},
+      {"too short", 0, 0, kEntryEnd - 1, 4, "NA 0"},
+      {"empty", 0, 0, 0, 4, "NA 0"},
+  };
+  for (const Case& c : kCases) {
+    SCOPED_TRACE(c.what);
+    Probe probe;
+    probe.drive.SetTemperatures({41});
+    if (c.error != 0) probe.drive.Refuse(c.refused, c.error);
+    probe.drive.BreakOffAfter(c.bytes);
+    EXPECT_EQ(probe.Query(), c.tells);
+    EXPECT_EQ(probe.drive.Requests().size(), c.requests);
+  }
+  Probe probe;
+  probe.drive.SetTemperatures({41});
+  EXPECT_EQ(probe.Query(), "OK 41");
+  probe.drive.AtEveryCommand([] { throw std::runtime_error("a driver gone mad"); });
+  EXPECT_EQ(probe.Query(), "NA 0") << "nothing of the reading before";
+  EXPECT_EQ(probe.temperatures.Temperature(), 0);
+  probe.target.drive = "D:\\";
+  EXPECT_EQ(probe.Query(), "NA 0") << "no such drive";
+}
+
+TEST(Probe, AsksForAllThatItKeeps) {
+  Probe probe;
+  probe.drive.SetTemperatures({41});
+  probe.Query();
+  const DriveRegisters expected[] = {{0xD8, 1, 1, 0x4F, 0xC2, 0, 0xB0},
+                                     {0xD0, 1, 1, 0x4F, 0xC2, 0, 0xB0},
+                                     {0xD1, 1, 1, 0x4F, 0xC2, 0, 0xB0},
+                                     {0, 1, 1, 0, 0, 0, 0}};
+  ASSERT_EQ(probe.drive.Requests().size(), std::size(expected));
+  for (std::size_t i = 0; i < std::size(expected); ++i) {
+    EXPECT_EQ(probe.drive.Requests()[i].registers, expected[i]) << i;
+    EXPECT_EQ(probe.drive.Requests()[i].wants_data, i != 0) << i;
+  }
+  EXPECT_EQ(probe.temperatures.Attributes()[1].id, 194);
+  EXPECT_EQ(probe.temperatures.Thresholds()[1].id, 0);
+  EXPECT_EQ(probe.temperatures.Identity().model, "SCRIPTED DRIVE" + std::string(26, ' '));
+  EXPECT_EQ(probe.temperatures.Identity().serial, std::string(20, ' '));
+}
+
+// A pass during which the main window's timer ticks twice.
+struct Guard {
+  explicit Guard(std::initializer_list<std::uint8_t> temperatures)
+      : volume(SmallVolume(3)), rig(*volume) {
+    drive.SetTemperatures(temperatures);
+    volume->SetDrive(drive);
+    rig.DebugOn();
+    for (const std::size_t checkpoint : {40U, 60U}) {
+      rig.machine->User().AtDoEvents(rig.machine->User().DoEventsCount() + checkpoint, [this] {
+        if (!rig.program.flags.StopRequested) Tick(window.tmrTemperatures);
+      });
+    }
+  }
+
+  // What a letter of a script does while the warning is up.
+  void Plan(char step) {
+    rig.machine->User().WhileModal([this, step] {
+      EXPECT_TRUE(warning.tmrTemperatures.enabled);
+      EXPECT_TRUE(window.Busy());
+      if (step == 't') Tick(warning.tmrTemperatures);
+      if (step == 'm') Tick(window.tmrTemperatures);
+      if (step == 'x') window.QueryUnload(CloseReason::EndOfSession);
+      Button* const buttons[] = {&warning.Command1, &warning.Command2, &warning.Command3};
+      if (step >= '1' && step <= '3') buttons[step - '1']->Click();
+      if (!warning.visible) states += State();
+    });
+  }
+  // The window when the warning has gone: whether it watches, and its line's colour.
+  std::string State() const {
+    return std::string(window.tmrTemperatures.enabled ? "on" : "off") +
+           (warning.tmrTemperatures.enabled ? " waiting" : "") +
+           (window.Label6.fore_colour == 0x00FF00U ? " bright;" : " dark;");
+  }
+  static void Tick(const Timer& timer) {
+    if (timer.enabled) timer.tick();
+  }
+  // Temperatures in the log, in its order.
+  std::string Logged() const {
+    std::istringstream lines(rig.Log());
+    std::string logged;
+    const std::string kLead = "HD Temp HIGH: ";
+    for (std::string line; std::getline(lines, line);) {
+      if (line.starts_with(kLead)) logged += line.substr(kLead.size(), line.size() - 15) + " ";
+    }
+    return logged;
+  }
+
+  ScriptedDrive drive;
+  std::unique_ptr<SimulatedVolume> volume;
+  Rig rig;
+  DefragWindow& window = rig.window;
+  HDDTempWarning& warning = window.temperature_warning;
+  std::string states;
+};
+
+TEST(TemperatureGuard, HoldsTheRunUpUntilTheDiskHasCooledOrTheUserHasChosen) {
+  struct Case {
+    const char* what;
+    std::initializer_list<std::uint8_t> temperatures;  // the last one for good
+    const char* steps;  // t, m: its timer and the main one's; 1 to 3: buttons; x: end of session
+    std::size_t warnings;
+    std::size_t readings;
+    bool stops;
+    const char* states;
+    const char* logged;
+    const char* line;
+  };
+  const Case kCases[] = {
+      {"never hot", {55, 1}, "", 0, 2, false, "", "", "C: temp 1 \xC2\xB0\x43"},
+      {"says nothing", {0}, "", 0, 2, false, "", "", "C: temp N/A"},
+      {"cools to the bound",
+       {56, 60, 55, 41},
+       "tt",
+       1,
+       4,
+       false,
+       "on dark;",
+       "60 56 ",
+       "C: temp 41 \xC2\xB0\x43"},
+      {"silent while it waits",
+       {58, 0, 0, 55, 0},
+       "ttt",
+       1,
+       5,
+       false,
+       "on dark;",
+       "58 ",
+       "C: temp N/A"},
+      {"one reads at a time",
+       {58, 50, 50},
+       "mmt",
+       1,
+       3,
+       false,
+       "on dark;",
+       "58 ",
+       "C: temp 50 \xC2\xB0\x43"},
+      {"continue",
+       {58, 70},
+       "33",
+       2,
+       2,
+       false,
+       "on dark;on dark;",
+       "58 70 ",
+       "C: temp 70 \xC2\xB0\x43"},
+      {"bright stays bright",
+       {50, 58},
+       "3",
+       1,
+       2,
+       false,
+       "on bright;",
+       "58 ",
+       "C: temp 58 \xC2\xB0\x43"},
+      {"stop", {58}, "2", 1, 1, true, "off dark;", "58 ", "C: temp 58 \xC2\xB0\x43"},
+      {"stop after a while",
+       {50, 58, 59},
+       "t2",
+       1,
+       3,
+       true,
+       "off dark;",
+       "59 58 ",
+       "C: temp 58 \xC2\xB0\x43"},
+      {"switched off", {58}, "1", 1, 1, false, "off dark;", "58 ", "C: temp 58 \xC2\xB0\x43"},
+      {"end of session",
+       {58},
+       "x",
+       1,
+       1,
+       true,
+       "on waiting dark;",
+       "58 ",
+       "C: temp 58 \xC2\xB0\x43"},
+  };
+  for (const Case& c : kCases) {
+    for (const Pass pass : {Pass::Defrag, Pass::Optimize}) {
+      SCOPED_TRACE(PassName(pass) + ": " + c.what);
+      Guard guard(c.temperatures);
+      for (const char* step = c.steps; *step != 0; ++step) guard.Plan(*step);
+      guard.rig.Run(pass);
+      const ScriptedDesktop& user = guard.rig.machine->User();
+      EXPECT_EQ(user.Modals(),
+                std::vector<std::string>(c.warnings, "Waiting for disk to cool down ..."));
+      EXPECT_EQ(user.ModalStepsLeft(), 0U);
+      EXPECT_EQ(guard.drive.Readings(), c.readings);
+      EXPECT_EQ(guard.rig.program.flags.StopRequested != False, c.stops);
+      EXPECT_EQ(guard.states, c.states);
+      EXPECT_EQ(guard.Logged(), c.logged);
+      EXPECT_EQ(guard.window.Label6.caption.get(), c.line);
+      ExpectSound(guard.rig);
+    }
+  }
+}
+
+TEST(TemperatureGuard, WhatTheWarningShowsAndStopClears) {
+  Guard guard({58, 61, 50});
+  std::string shown;
+  std::size_t bitmaps = 0;
+  ScriptedDesktop& user = guard.rig.machine->User();
+  const auto look = [&] { shown += guard.warning.LblHDDTemp.caption.get() + " "; };
+  EXPECT_EQ(guard.warning.LblHDDTemp.caption.get(), "\xC2\xB0\x43");
+  user.WhileModal(look);
+  guard.Plan('t');
+  user.WhileModal([&] {
+    look();
+    guard.window.etfich.caption = "a file";
+    bitmaps = guard.rig.machine->Log().Count(CallKind::VolumeBitmap);
+    guard.warning.Command2.Click();
+    EXPECT_EQ(guard.window.etfich.caption.get(), "");
+    EXPECT_GT(guard.rig.machine->Log().Count(CallKind::VolumeBitmap), bitmaps) << "the map anew";
+  });
+  guard.rig.Run(Pass::Defrag);
+  EXPECT_EQ(shown, "58\xC2\xB0\x43 61\xC2\xB0\x43 ");
+  EXPECT_EQ(guard.rig.Boxes(), std::vector<std::string>()) << "nobody is asked twice";
+}
+
+}  // namespace
+}  // namespace vornalux::testing

@@ -1,0 +1,306 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// How the commands to a disk look on their way through the Linux kernel, what is made of its
+// answers, and how the whole disk is found. The kernel's side is played by the test.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+
+#include "host/image/drive/ata_pass_through.h"
+#include "host/image/drive/block_drive.h"
+#include "host/image/drive/nvme_health.h"
+#include "host/image/drive/whole_disk.h"
+#include "support/image_folder.h"
+
+namespace vornalux::test {
+namespace {
+
+constexpr DriveRegisters kEnable = {0xD8, 1, 1, 0x4F, 0xC2, 0, 0xB0};
+constexpr DriveRegisters kAttributes = {0xD0, 1, 1, 0x4F, 0xC2, 0, 0xB0};
+constexpr DriveRegisters kIdentity = {0, 1, 1, 0, 0, 0, 0};
+
+// Nodes answer what this says, and note what they are asked.
+struct Kernel {
+  bool nvme = false;
+  ScsiReply scsi;
+  NvmeReply nvme_reply;
+  DriveSector data{};
+  int nodes_that_refuse = 0;  // the first ones
+  int refusal = EPERM;
+  bool has_whole_disk = true;
+
+  std::vector<std::pair<ScsiCommand, std::size_t>> scsi_asked;
+  std::vector<NvmeCommand> nvme_asked;
+  std::vector<int> nodes_asked;  // 0: the partition, 1: the disk
+};
+
+class FakeNode final : public DriveNode {
+ public:
+  FakeNode(Kernel& kernel, int number) : kernel_(kernel), number_(number) {}
+
+  bool IsNvme() override { return kernel_.nvme; }
+  ScsiReply Scsi(const ScsiCommand& command, std::span<std::uint8_t> data) override {
+    kernel_.scsi_asked.emplace_back(command, data.size());
+    if (Refuses()) return {.refused = kernel_.refusal};
+    std::copy_n(kernel_.data.begin(), data.size(), data.begin());
+    return kernel_.scsi;
+  }
+  NvmeReply Nvme(const NvmeCommand& command, std::span<std::uint8_t> data) override {
+    kernel_.nvme_asked.push_back(command);
+    if (Refuses()) return {.refused = kernel_.refusal};
+    std::copy_n(kernel_.data.begin(), data.size(), data.begin());
+    return kernel_.nvme_reply;
+  }
+  std::unique_ptr<DriveNode> WholeDisk() override {
+    return kernel_.has_whole_disk ? std::make_unique<FakeNode>(kernel_, number_ + 1) : nullptr;
+  }
+
+ private:
+  bool Refuses() {
+    kernel_.nodes_asked.push_back(number_);
+    return number_ < kernel_.nodes_that_refuse;
+  }
+
+  Kernel& kernel_;
+  int number_;
+};
+
+BlockDrive DriveOf(Kernel& kernel) { return BlockDrive(std::make_unique<FakeNode>(kernel, 0)); }
+
+TEST(BlockDrive, CommandsArePassedThroughWithTheirRegisters) {
+  Kernel kernel;
+  kernel.scsi.received = 512;
+  kernel.data.fill(0x5A);
+  BlockDrive drive = DriveOf(kernel);
+  DriveSector sector{};
+  EXPECT_EQ(drive.Send(kEnable), error::kSuccess);
+  EXPECT_EQ(drive.Receive(kAttributes, sector), error::kSuccess);
+  EXPECT_EQ(sector, kernel.data);
+  EXPECT_EQ(drive.Receive(kIdentity, sector), error::kSuccess);
+  EXPECT_EQ(sector, DriveSector{}) << "no command, no data";
+  drive.Receive({1, 2, 3, 4, 5, 6, 0xEC}, sector);
+  const std::pair<ScsiCommand, std::size_t> expected[] = {
+      {{0x85, 0x06, 0, 0, 0xD8, 0, 1, 0, 1, 0, 0x4F, 0, 0xC2, 0, 0xB0, 0}, 0},
+      {{0x85, 0x08, 0x0E, 0, 0xD0, 0, 1, 0, 1, 0, 0x4F, 0, 0xC2, 0, 0xB0, 0}, 512},
+      {{0x85, 0x06, 0, 0, 0, 0, 1, 0, 1, 0, 0, 0, 0, 0, 0, 0}, 0},
+      {{0x85, 0x08, 0x0E, 0, 1, 0, 2, 0, 3, 0, 4, 0, 5, 6, 0xEC, 0}, 512}};
+  ASSERT_EQ(kernel.scsi_asked.size(), std::size(expected));
+  for (std::size_t i = 0; i < std::size(expected); ++i) {
+    EXPECT_EQ(kernel.scsi_asked[i], expected[i]) << i;
+  }
+}
+
+TEST(BlockDrive, MakesOfAnAnswerWhatCanBeBelieved) {
+  using Sense = std::vector<std::uint8_t>;
+  struct Case {
+    const char* what;
+    int refused;
+    std::uint8_t status;
+    std::uint16_t host;
+    Sense sense;
+    std::size_t received;
+    ErrorCode error;
+  };
+  const Case kCases[] = {
+      {"good", 0, 0, 0, {}, 512, error::kSuccess},
+      {"short", 0, 0, 0, {}, 100, error::kSuccess},
+      {"more than there was room for", 0, 0, 0, {}, 100000, error::kSuccess},
+      {"the adapter failed", 0, 0, 3, {}, 512, error::kGenFailure},
+      {"busy", 0, 8, 0, {}, 512, error::kGenFailure},
+      {"no sense data", 0, 2, 0, {}, 512, error::kGenFailure},
+      {"sense data cut short", 0, 2, 0, {0x72, 0x01, 0, 0, 0, 0, 0}, 512, error::kGenFailure},
+      {"unknown command", 0, 2, 0, {0x70, 0, 5, 0, 0, 0, 0, 10}, 0, error::kNotSupported},
+      {"unknown command, descriptors",
+       0,
+       2,
+       0,
+       {0x72, 5, 0x20, 0, 0, 0, 0, 0},
+       0,
+       error::kNotSupported},
+      {"not ready", 0, 2, 0, {0x70, 0, 2, 0, 0, 0, 0, 10}, 0, error::kNotReady},
+      {"aborted", 0, 2, 0, {0x72, 0x0B, 0, 0, 0, 0, 0, 0}, 0, error::kGenFailure},
+      {"registers, good",
+       0,
+       2,
+       0,
+       {0x72, 1, 0, 0x1D, 0, 0, 0, 14, 9, 12, 0, 0, 0, 1, 0, 1, 0, 0x4F, 0, 0xC2, 0, 0x50},
+       512,
+       error::kSuccess},
+      {"registers, failed",
+       0,
+       2,
+       0,
+       {0x72, 1, 0, 0x1D, 0, 0, 0, 14, 9, 12, 0, 4, 0, 1, 0, 1, 0, 0x4F, 0, 0xC2, 0, 0x51},
+       512,
+       error::kGenFailure},
+      {"registers after another descriptor",
+       0,
+       2,
+       0,
+       {0x72, 1, 0, 0x1D, 0, 0, 0, 18, 3,    2, 0,    0, 9,
+        12,   0, 4, 0,    1, 0, 1, 0,  0x4F, 0, 0xC2, 0, 0x51},
+       512,
+       error::kGenFailure},
+      {"a descriptor that does not end",
+       0,
+       2,
+       0,
+       {0x72, 1, 0, 0x1D, 0, 0, 0, 14, 9, 255},
+       512,
+       error::kSuccess},
+      {"registers in the fixed format",
+       0,
+       2,
+       0,
+       {0x70, 0, 1, 4, 0x51, 0, 0, 10},
+       512,
+       error::kGenFailure},
+      {"some other format", 0, 2, 0, {0x7F, 0, 0, 0, 0, 0, 0, 0}, 512, error::kGenFailure},
+      {"no such request", ENOTTY, 0, 0, {}, 512, error::kNotSupported},
+      {"no rights", EPERM, 0, 0, {}, 512, error::kAccessDenied},
+      {"unplugged", ENODEV, 0, 0, {}, 512, error::kNotReady},
+      {"anything else", EIO, 0, 0, {}, 512, error::kGenFailure},
+  };
+  for (const Case& c : kCases) {
+    SCOPED_TRACE(c.what);
+    Kernel kernel;
+    kernel.has_whole_disk = false;
+    kernel.data.fill(0x5A);
+    kernel.scsi = {.refused = c.refused,
+                   .status = c.status,
+                   .host = c.host,
+                   .received = c.received,
+                   .sense_size = c.sense.size()};
+    std::copy(c.sense.begin(), c.sense.end(), kernel.scsi.sense.begin());
+    DriveSector sector;
+    sector.fill(1);
+    EXPECT_EQ(DriveOf(kernel).Receive(kAttributes, sector), c.error);
+    const std::size_t given =
+        c.error == error::kSuccess ? std::min<std::size_t>(c.received, 512) : 0;
+    EXPECT_EQ(static_cast<std::size_t>(std::count(sector.begin(), sector.end(), 0x5A)), given);
+    EXPECT_EQ(static_cast<std::size_t>(std::count(sector.begin(), sector.end(), 0)), 512 - given);
+  }
+  // More than there is room for is claimed to have been written.
+  ScsiReply reply;
+  reply.status = 2;
+  reply.sense = {0x72, 1, 0, 0x1D, 0, 0, 0, 24, 3, 22};
+  reply.sense_size = 200;
+  EXPECT_EQ(AtaResult(reply), error::kSuccess);
+}
+
+TEST(BlockDrive, APartitionThatRefusesIsLeftForTheWholeDisk) {
+  struct Case {
+    const char* what;
+    int refusal;
+    int nodes_that_refuse;
+    bool has_whole_disk;
+    ErrorCode error;
+    std::vector<int> asked;
+  };
+  const Case kCases[] = {
+      {"takes it itself", EPERM, 0, true, error::kSuccess, {0, 0}},
+      {"not allowed", EPERM, 1, true, error::kSuccess, {0, 1, 1}},
+      {"not known", ENOTTY, 1, true, error::kSuccess, {0, 1, 1}},
+      {"neither of them", EPERM, 2, true, error::kAccessDenied, {0, 1, 1}},
+      {"no disk", EPERM, 1, false, error::kAccessDenied, {0, 0}},
+      {"another failure", EIO, 1, true, error::kGenFailure, {0, 0}},
+  };
+  for (const Case& c : kCases) {
+    for (const bool nvme : {false, true}) {
+      SCOPED_TRACE(std::string(c.what) + (nvme ? ", NVMe" : ""));
+      Kernel kernel;
+      kernel.nvme = nvme;
+      kernel.refusal = c.refusal;
+      kernel.nodes_that_refuse = c.nodes_that_refuse;
+      kernel.has_whole_disk = c.has_whole_disk;
+      BlockDrive drive = DriveOf(kernel);
+      DriveSector sector;
+      EXPECT_EQ(drive.Receive(kAttributes, sector), c.error);
+      EXPECT_EQ(drive.Receive(kAttributes, sector), c.error);
+      EXPECT_EQ(kernel.nodes_asked, c.asked);
+    }
+  }
+}
+
+TEST(BlockDrive, NvmeTellsItsTemperatureAsAnAttribute) {
+  struct Case {
+    int kelvin;
+    int status;
+    ErrorCode error;
+    int degrees;
+  };
+  for (const Case c : {Case{0, 0, error::kSuccess, 0},
+                       {273, 0, error::kSuccess, 0},
+                       {274, 0, error::kSuccess, 1},
+                       {314, 0, error::kSuccess, 41},
+                       {329, 0, error::kSuccess, 56},
+                       {528, 0, error::kSuccess, 255},
+                       {529, 0, error::kSuccess, 0},
+                       {65535, 0, error::kSuccess, 0},
+                       {314, 0x4002, error::kGenFailure, 0}}) {
+    SCOPED_TRACE(c.kelvin);
+    Kernel kernel;
+    kernel.nvme = true;
+    kernel.nvme_reply.status = c.status;
+    kernel.data.fill(194);
+    kernel.data[1] = static_cast<std::uint8_t>(c.kelvin);
+    kernel.data[2] = static_cast<std::uint8_t>(c.kelvin >> 8);
+    BlockDrive drive = DriveOf(kernel);
+    DriveSector sector;
+    EXPECT_EQ(drive.Send(kEnable), error::kSuccess);
+    EXPECT_EQ(drive.Receive(kIdentity, sector), error::kInvalidFunction);
+    EXPECT_EQ(drive.Receive(kAttributes, sector), c.error);
+    EXPECT_EQ(sector[14], c.degrees == 0 ? 0 : 194) << "the second entry";
+    EXPECT_EQ(sector[19], c.degrees);
+    EXPECT_EQ(std::count(sector.begin(), sector.end(), 194), c.degrees == 0 ? 0 : 1);
+    ASSERT_EQ(kernel.nvme_asked.size(), 1U);
+    EXPECT_EQ(kernel.nvme_asked[0].opcode, 0x02);
+    EXPECT_EQ(kernel.nvme_asked[0].namespace_id, 0xFFFFFFFF);
+    EXPECT_EQ(kernel.nvme_asked[0].dword10, 0x007F0002U);
+    EXPECT_TRUE(kernel.scsi_asked.empty());
+  }
+}
+
+class WholeDisk : public ImageFolder {
+ protected:
+  // A device of a made-up sysfs, in the folder devices/NAME.
+  void Add(const std::string& name, const std::string& numbers, bool partition,
+           const std::vector<std::string>& slaves = {}) const {
+    namespace fs = std::filesystem;
+    const fs::path folder = Path("sys/devices/" + name);
+    fs::create_directories(folder / "slaves");
+    fs::create_directories(Path("sys/dev/block"));
+    std::ofstream(folder / "dev") << numbers << "\n";
+    std::ofstream(folder / "uevent") << "MAJOR=8\nDEVNAME=" << folder.filename().string() << "\n";
+    if (partition) std::ofstream(folder / "partition") << "1\n";
+    for (const std::string& slave : slaves) {
+      fs::create_directory_symlink(Path("sys/devices/" + slave),
+                                   folder / "slaves" / fs::path(slave).filename());
+    }
+    fs::create_directory_symlink(folder, Path("sys/dev/block/" + numbers));
+  }
+};
+
+TEST_F(WholeDisk, IsFoundThroughPartitionsAndWhatIsPutOnTop) {
+  Add("sda", "8:0", false);
+  Add("sda/sda1", "8:1", true);
+  Add("sdb", "8:16", false);
+  Add("dm-0", "253:0", false, {"sda/sda1"});  // encrypted
+  Add("dm-1", "253:1", false, {"dm-0"});      // a logical volume on it
+  Add("md0", "9:0", false, {"sda", "sdb"});   // of two disks: neither speaks for both
+  Add("md0/md0p1", "9:1", true);
+  Add("dm-2", "253:2", false, {"dm-2"});  // on itself
+  const std::pair<const char*, const char*> kCases[] = {
+      {"8:0", ""},    {"8:1", "8:0"}, {"253:0", "8:0"}, {"253:1", "8:0"}, {"9:0", ""},
+      {"9:1", "9:0"}, {"253:2", ""},  {"99:9", ""},     {"../8:1", ""},   {"", ""}};
+  for (const auto& [device, whole] : kCases) {
+    EXPECT_EQ(WholeDiskOf(Path("sys"), device), whole) << device;
+  }
+  EXPECT_EQ(DeviceNodeOf(Path("sys"), "8:1"), "/dev/sda1");
+  EXPECT_EQ(DeviceNodeOf(Path("sys"), "99:9"), "");
+}
+
+}  // namespace
+}  // namespace vornalux::test
