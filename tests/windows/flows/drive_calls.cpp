@@ -198,6 +198,46 @@ NTSTATUS NTAPI QueryFile(HANDLE handle, IO_STATUS_BLOCK* block, void* out, ULONG
   return 0;
 }
 
+// The disk's commands: 32 bytes of request, of which the last that counts is the command register,
+// and 16 bytes before the sector that is the answer.
+ErrorCode AnswerDrive(Handle device, DWORD code, const void* in, DWORD in_size, Answer& answer) {
+  if (code == SMART_GET_VERSION) {
+    DriverVersion version{};
+    const ErrorCode error = Drives().ReadDriverVersion(device, version);
+    answer.PutBytes(version.data(), sizeof version);
+    return error;
+  }
+  if (in_size != 32 || answer.Room() != 528) return error::kInvalidParameter;
+  const auto byte = [in](std::size_t offset) { return At<std::uint8_t>(in, offset); };
+  const DriveRegisters registers = {.features = byte(4),
+                                    .sector_count = byte(5),
+                                    .sector_number = byte(6),
+                                    .cylinder_low = byte(7),
+                                    .cylinder_high = byte(8),
+                                    .drive_head = byte(9),
+                                    .command = byte(10)};
+  const std::uint8_t header[16] = {};
+  answer.PutBytes(header, sizeof header);
+  if (code == SMART_SEND_DRIVE_COMMAND) return Drives().SendDriveCommand(device, registers);
+  if (code != SMART_RCV_DRIVE_DATA) return error::kInvalidFunction;
+  DriveSector sector{};
+  const ErrorCode error = Drives().ReceiveDriveData(device, registers, sector);
+  answer.PutBytes(sector.data(), sector.size());
+  return error;
+}
+
+BOOL WINAPI ControlDevice(HANDLE handle, DWORD code, void* in, DWORD in_size, void* out,
+                          DWORD out_size, DWORD* done, OVERLAPPED* overlapped) {
+  const Opened* open = Find(handle);
+  if (open == nullptr) {
+    return DeviceIoControl(handle, code, in, in_size, out, out_size, done, overlapped);
+  }
+  Answer answer(out, out_size);
+  const ErrorCode error = AnswerDrive(open->handle, code, in, in_size, answer);
+  *done = error == error::kSuccess ? static_cast<DWORD>(answer.Size()) : 0;
+  return Succeeds(error);
+}
+
 HANDLE WINAPI OpenA(const char* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
                     DWORD disposition, DWORD flags, HANDLE model) {
   const std::string text = path;
@@ -338,6 +378,7 @@ UINT WINAPI WindowsFolder(char* out, UINT room) {
 void PatchDriveCalls() {
   Patch("NtFsControlFile", ControlFile);
   Patch("NtQueryInformationFile", QueryFile);
+  Patch("DeviceIoControl", ControlDevice);
   Patch("CreateFileA", OpenA);
   Patch("CreateFileW", OpenW);
   Patch("CloseHandle", Close);

@@ -29,7 +29,9 @@ LRESULT CALLBACK OnPosted(int code, WPARAM wparam, LPARAM lparam) {
 
 }  // namespace
 
-Screen::Screen() : stirred_(CreateEventA(nullptr, FALSE, FALSE, nullptr)) {}
+Screen::Screen() : stirred_(CreateEventA(nullptr, FALSE, FALSE, nullptr)) {
+  InitializeCriticalSection(&timers_lock_);
+}
 
 void Screen::WatchThisThread() {
   if (thread_ != 0) return;
@@ -67,6 +69,7 @@ HWND Screen::Launcher() const { return WindowWith(IDC_VOLUMES); }
 HWND Screen::Main() const { return WindowWith(IDC_MAP); }
 HWND Screen::Details() const { return WindowWith(IDC_LIST); }
 HWND Screen::Debug() const { return WindowWith(IDC_LOG); }
+HWND Screen::Warning() const { return WindowWith(IDC_WARNING_TEMPERATURE); }
 HWND Screen::Box() const {
   for (const HWND window : Windows()) {
     bool ours = false;  // a dialog of the program's own, whose controls have large numbers
@@ -166,6 +169,24 @@ void Screen::Choose(HWND dialog, int combo, int index) const {
 bool Screen::MenuEnabled(int id) const {
   const UINT state = GetMenuState(GetMenu(Main()), static_cast<UINT>(id), MF_BYCOMMAND);
   return state != ~UINT{0} && (state & (MF_GRAYED | MF_DISABLED)) == 0;
+}
+
+void Screen::NoteTimer(HWND window, UINT_PTR id, UINT interval) {
+  EnterCriticalSection(&timers_lock_);
+  timers_[{window, id}] = interval;
+  LeaveCriticalSection(&timers_lock_);
+}
+
+bool Screen::Tick(HWND window, UINT interval) const {
+  bool running = false;
+  EnterCriticalSection(&timers_lock_);
+  for (const auto& [timer, set_to] : timers_) {
+    if (timer.first != window || set_to != interval) continue;
+    running = true;
+    PostMessageW(window, WM_TIMER, timer.second, 0);
+  }
+  LeaveCriticalSection(&timers_lock_);
+  return running;
 }
 
 void Screen::Menu(int id) const {

@@ -6,7 +6,9 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vornalux::test {
@@ -25,6 +27,7 @@ class Screen {
   HWND Main() const;
   HWND Details() const;
   HWND Debug() const;
+  HWND Warning() const;
   // The message box on top.
   HWND Box() const;
 
@@ -37,6 +40,10 @@ class Screen {
   // Starts a run by its menu command and waits until it has ended.
   void Run(int command) const;
   int RunsBegun() const { return runs_begun_; }
+  // The program sets a timer, or ends one by an interval of 0.
+  void NoteTimer(HWND window, UINT_PTR id, UINT interval);
+  // What the window's timer of this interval would do now. False when it is not running.
+  bool Tick(HWND window, UINT interval) const;
   // The program opens or closes a menu command.
   void NoteMenu(int id, bool enabled);
 
@@ -69,6 +76,8 @@ class Screen {
   HANDLE stirred_;
   DWORD thread_ = 0;
   volatile int runs_begun_ = 0;
+  mutable CRITICAL_SECTION timers_lock_;
+  std::map<std::pair<HWND, UINT_PTR>, UINT> timers_;  // intervals
 };
 
 }  // namespace vornalux::test

@@ -36,6 +36,16 @@ BOOL WINAPI NoteMenuItem(HMENU menu, UINT id, UINT state) {
   return before;
 }
 
+UINT_PTR WINAPI NoteTimer(HWND window, UINT_PTR id, UINT interval, TIMERPROC procedure) {
+  ScreenOfTheProgram().NoteTimer(window, id, interval);
+  return SetTimer(window, id, interval, procedure);
+}
+
+BOOL WINAPI NoteTimerEnd(HWND window, UINT_PTR id) {
+  ScreenOfTheProgram().NoteTimer(window, id, 0);
+  return KillTimer(window, id);
+}
+
 void WINAPI EndByCall(UINT code) { EndOfTheProgram(code); }
 void __cdecl EndByReturn(int code) { EndOfTheProgram(static_cast<unsigned>(code)); }
 
@@ -94,6 +104,8 @@ void PatchSessionCalls() {
   Patch("PeekMessageW", PeekWatched);
   Patch("GetMessageW", GetWatched);
   Patch("EnableMenuItem", NoteMenuItem);
+  Patch("SetTimer", NoteTimer);
+  Patch("KillTimer", NoteTimerEnd);
   Patch("ExitProcess", EndByCall);
   Patch("exit", EndByReturn);
   Patch("GetVersionExA", ScriptedVersion);
