@@ -181,7 +181,7 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
   JobResult result;
   result.dry_run = options.dry_run;
   result.outcome = program.launcher.process_cmd_line(options.job_tail);
-  if (program.launcher.frmContext.visible) {
+  if (result.outcome == JobOutcome::ContextMenu) {
     session.desktop().Say("Explorer verbs exist on Windows only.");
   }
   ExitCode code = JobExitCode(result.outcome);
