@@ -5,6 +5,7 @@ namespace vornalux {
 Introfrm::Introfrm(Platform& platform, RunFlags& flags, JobSettings& settings,
                    const DebugTrace& trace, FrmDBG& debug_window, DefragWindow& main_window)
     : Form(kProgramTitle),
+      context_menu(platform),
       platform_(platform),
       flags_(flags),
       settings_(settings),
@@ -61,6 +62,7 @@ void Introfrm::BindOptions() {
     ComposeJobLine();
   };
   VSS_LIVE.click = [this] { flags_.VssSafe = ToBoolean(VSS_LIVE.value); };
+  Command2.click = [this] { Command2_Click(); };
   ExcludeTxt.change = [this] { settings_.target.exclude = ExcludeTxt.text; };
 }
 

@@ -7,6 +7,7 @@
 #include "app/job_settings.h"
 #include "forms/controls.h"
 #include "platform/platform.h"
+#include "shell/context_window.h"
 #include "ui/debug_window.h"
 #include "ui/defrag_window.h"
 #include "volume/sector_io.h"
@@ -75,7 +76,7 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   Label LblExclude{" Skip these extensions: (example: *.tmp; *.vhd) - defrag only!"};
   TextBox ExcludeTxt;
 
-  Form frmContext{"Context menu"};
+  frmContext context_menu;
 
   // The switches that the options stand for: "/drv C: /d /normal" and so on.
   const std::string& JobLine() const { return job_line_; }
@@ -97,6 +98,9 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   // Carries out the job that the command-line tail asks for.
   JobOutcome process_cmd_line(const std::string& tail);
 
+  // Reads the tail as process_cmd_line() does, up to where the job would begin. None: it would.
+  JobOutcome CheckJobLine(const std::string& tail);
+
   // Tests whether the volume ("C:") is marked dirty and says so.
   void runchkdsk(const std::string& drive);
 
@@ -112,7 +116,7 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   void minimize_to_tray() override;
   void cleanup_systray() override;
   void UnloadLauncher() override { Unload(); }
-  void UnloadContextMenuSettings() override { frmContext.Unload(); }
+  void UnloadContextMenuSettings() override { context_menu.Unload(); }
 
   // DiskCheckSink
   void Done(bool failed) override;
@@ -123,6 +127,7 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   enum class Action { None, Defrag, Optimize, Compact };
   struct Switches;
 
+  JobOutcome ReadTail(const std::string& job, Switches& switches);
   bool ParseSwitches(const std::string& tail, Switches& switches);
   bool ApplySwitch(const std::string& name);
   void TakeDrive(const std::string* operand, const std::string& token);
@@ -142,6 +147,10 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   void ShowMainWindow();
   void ShowJobOptions(bool shown);
   void OpenPage(const char* address) const;
+
+  void OpenContextMenuSettings();
+  void Command2_Click();
+  void ExplainShortcut(const std::string& name, const ShellResult& result);
 
   void ComposeJobLine();
   void BindOptions();

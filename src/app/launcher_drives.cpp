@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "app/launcher.h"
+#include "app/text_edges.h"
 
 namespace vornalux {
 namespace {
@@ -14,10 +15,9 @@ constexpr std::uint32_t kLeftButtonDown = 513;
 // In French, unlike the text of a job in the same case.
 constexpr const char* kNoMedium = "Ins\xC3\xA9rez un support";
 
-std::string Trimmed(std::string text) {
-  text.resize(std::min(text.size(), text.find('\0')));
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text.substr(std::min(text.size(), text.find_first_not_of(' ')));
+// Up to the first NUL, without blanks at its ends.
+std::string FieldText(const std::string& field) {
+  return Trimmed(field.substr(0, field.find('\0')));
 }
 
 std::string TypeText(std::uint32_t type) {
@@ -77,7 +77,8 @@ void Introfrm::ReadDriveFacts(const std::string& root) {
   drive_facts.type = platform_.volumes.DriveType(root);
   VolumeName names;
   if (platform_.volumes.VolumeNames(root, names) == error::kSuccess) {
-    drive_facts.names = {.label = Trimmed(names.label), .file_system = Trimmed(names.file_system)};
+    drive_facts.names = {.label = FieldText(names.label),
+                         .file_system = FieldText(names.file_system)};
   }
   FreeSpace& space = drive_facts.space;
   drive_facts.answers = platform_.volumes.FreeSpaceFigures(root, space) == error::kSuccess &&
@@ -96,7 +97,7 @@ void Introfrm::ReadBootText(const std::string& root) {
   constexpr std::ptrdiff_t kTextBytes = 8;
   const auto text =
       sectors_.SectorBuffer.begin() + (drive_facts.names.file_system == "FAT32" ? 82 : 54);
-  drive_facts.boot_text = Trimmed(std::string(text, text + kTextBytes));
+  drive_facts.boot_text = FieldText(std::string(text, text + kTextBytes));
 }
 
 void Introfrm::ImageCombo1_Click() {

@@ -19,6 +19,10 @@ std::string SwitchName(std::string token) {
   return token;
 }
 
+std::string WithoutBlanksBefore(const std::string& tail) {
+  return tail.substr(std::min(tail.find_first_not_of(' '), tail.size()));
+}
+
 }  // namespace
 
 struct Introfrm::Switches {
@@ -109,20 +113,35 @@ void Introfrm::TakeFolder(const std::string* operand, const std::string& token,
   settings_.target.directory = NormalFolder(quoted.substr(2));
 }
 
-JobOutcome Introfrm::process_cmd_line(const std::string& tail) {
-  const std::string job = tail.substr(std::min(tail.find_first_not_of(' '), tail.size()));
-  Switches switches;
+JobOutcome Introfrm::ReadTail(const std::string& job, Switches& switches) {
   if (!ParseSwitches(job, switches)) return JobOutcome::InvalidArgument;
-  if (switches.context_menu) {
-    Hide();
-    main_window_.Hide();
-    frmContext.Show();
-    return JobOutcome::ContextMenu;
-  }
+  if (switches.context_menu) return JobOutcome::ContextMenu;
   if (settings_.target.drive.size() < 2 || settings_.target.drive == "\\") {
     Say("No drive specified.");
     return JobOutcome::NoDrive;
   }
+  return JobOutcome::None;
+}
+
+JobOutcome Introfrm::CheckJobLine(const std::string& tail) {
+  Switches switches;
+  return ReadTail(WithoutBlanksBefore(tail), switches);
+}
+
+// The only window there is from now on: the program ends with it.
+void Introfrm::OpenContextMenuSettings() {
+  Hide();
+  main_window_.Hide();
+  context_menu.closed = [this] { main_window_.QueryUnload(CloseReason::Code); };
+  context_menu.Open();
+}
+
+JobOutcome Introfrm::process_cmd_line(const std::string& tail) {
+  const std::string job = WithoutBlanksBefore(tail);
+  Switches switches;
+  const JobOutcome read = ReadTail(job, switches);
+  if (read == JobOutcome::ContextMenu) OpenContextMenuSettings();
+  if (read != JobOutcome::None) return read;
   trace_.Line("CDM_line arguments: " + job);
   runchkdsk(settings_.target.Drive());
   if (flags_.VolumeDirty) return JobOutcome::Dirty;

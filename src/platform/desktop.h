@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace vornalux {
@@ -11,7 +12,7 @@ class Form;  // a window of the program, see forms/
 inline constexpr const char* kProgramTitle = "Vornalux";
 
 enum class BoxButtons { Ok, YesNo };
-enum class BoxIcon { None, Critical, Question, Warning };
+enum class BoxIcon { None, Critical, Question, Warning, Information };
 enum class BoxAnswer { Ok, Yes, No };
 
 // The user's side: pending events and modal boxes.
@@ -32,6 +33,14 @@ class Desktop {
   // Shows the window in front of all others, which take no input meanwhile, and returns when it is
   // no longer visible or the program is to end. Timers and the window's own controls go on working.
   virtual void ShowModal(Form& form) = 0;
+
+  // One line of text from the user, who finds initial there at first. Nothing when the question was
+  // cancelled, or where nobody can be asked.
+  virtual std::optional<std::string> InputBox(const std::string& /*prompt*/,
+                                              const std::string& /*title*/,
+                                              const std::string& /*initial*/) {
+    return std::nullopt;
+  }
 
   // The notification-area icon. A desktop without such an area shows none.
   virtual void ShowTrayIcon(const std::string& /*tooltip*/) {}

@@ -5,6 +5,8 @@
 #include "platform/files.h"
 #include "platform/machine.h"
 #include "platform/raw_devices.h"
+#include "platform/registry.h"
+#include "platform/shell_objects.h"
 #include "platform/volumes.h"
 
 namespace vornalux {
@@ -17,6 +19,8 @@ struct Platform {
   Machine& machine;
   RawDevices& devices;
   Desktop& desktop;
+  ShellObjects& shell;
+  Registry& registry;
 };
 
 }  // namespace vornalux

@@ -106,7 +106,7 @@ TEST(JobTail, Effects) {
   EXPECT_EQ(job.rig.program.flags.VssSafe, True);
   EXPECT_EQ(job.rig.program.flags.DebugLog, True);
   EXPECT_TRUE(job.rig.program.debug_window.visible);
-  EXPECT_TRUE(job.rig.program.launcher.frmContext.visible);
+  EXPECT_TRUE(job.rig.program.launcher.context_menu.visible);
   EXPECT_EQ(job.rig.Log(), "");
 
   SimulatedPlatform machine;

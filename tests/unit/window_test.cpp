@@ -69,7 +69,7 @@ TEST(Window, ClosesAtOnceOnlyWhenIdle) {
       std::string unloaded;
       const std::pair<Form*, char> forms[] = {
           {&rig.program.launcher, 'l'},           {&rig.window.details, 'd'},
-          {&rig.program.debug_window, 'b'},       {&rig.program.launcher.frmContext, 'c'},
+          {&rig.program.debug_window, 'b'},       {&rig.program.launcher.context_menu, 'c'},
           {&rig.window.temperature_warning, 't'}, {&rig.window, 'w'}};
       for (const auto& [form, letter] : forms) {
         form->unloaded = [&unloaded, l = letter] { unloaded += l; };

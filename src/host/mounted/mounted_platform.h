@@ -15,6 +15,7 @@
 
 #include "host/mounted/folder_tree.h"
 #include "host/mounted/mounted_volume.h"
+#include "host/mounted/no_shell.h"
 #include "platform/platform.h"
 
 namespace vornalux {
@@ -38,8 +39,12 @@ class MountedPlatform : public Volumes, public Files, public Machine, public Raw
   // platform, and is not closed by it.
   void Mount(char letter, MountedVolume& volume);
 
-  // All that the program asks for, with the user's side of somebody else.
-  Platform With(Desktop& desktop) { return {*this, *this, *this, *this, desktop}; }
+  // All that the program asks for, with the user's side of somebody else, and with a shell and a
+  // registry where there are such.
+  Platform With(Desktop& desktop) { return With(desktop, no_shell_, no_shell_); }
+  Platform With(Desktop& desktop, ShellObjects& shell, Registry& registry) {
+    return {*this, *this, *this, *this, desktop, shell, registry};
+  }
 
   // Open volume, file and device handles together.
   std::size_t OpenHandles() const { return volumes_.size() + files_.size() + devices_.size(); }
@@ -130,6 +135,7 @@ class MountedPlatform : public Volumes, public Files, public Machine, public Raw
   ErrorCode LoadExtents(OpenFile& file);
 
   MachineSettings settings_;
+  NoShell no_shell_;
   std::uint32_t priority_class_ = priority::kNormal;
   std::mt19937_64 random_;
   std::map<char, Drive> drives_;

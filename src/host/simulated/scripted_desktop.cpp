@@ -72,4 +72,14 @@ void ScriptedDesktop::ShowModal(Form& form) {
   }
 }
 
+std::optional<std::string> ScriptedDesktop::InputBox(const std::string& prompt,
+                                                     const std::string& title,
+                                                     const std::string& initial) {
+  input_boxes_.push_back(title + "|" + prompt + "|" + initial);
+  if (typed_.empty()) return std::nullopt;
+  std::string text = std::move(typed_.front());
+  typed_.pop_front();
+  return text;
+}
+
 }  // namespace vornalux

@@ -5,6 +5,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -40,6 +41,10 @@ class ScriptedDesktop final : public Desktop {
   void Answer(BoxAnswer answer) { answers_.push_back(answer); }
   std::size_t AnswersLeft() const { return answers_.size(); }
   const std::vector<ShownBox>& Boxes() const { return boxes_; }
+  // What the next input box without an answer yet gets. Without any: it is cancelled.
+  void Type(std::string text) { typed_.push_back(std::move(text)); }
+  // Every input box as "title|prompt|initial".
+  const std::vector<std::string>& InputBoxes() const { return input_boxes_; }
 
   // What happens while a window is up alone, step by step: ticks of its timer, presses of its
   // buttons. A window that no step closes is a fault in the script and throws.
@@ -56,6 +61,8 @@ class ScriptedDesktop final : public Desktop {
   BoxAnswer ShowBox(const std::string& text, const std::string& title, BoxButtons buttons,
                     BoxIcon icon) override;
   void ShowModal(Form& form) override;
+  std::optional<std::string> InputBox(const std::string& prompt, const std::string& title,
+                                      const std::string& initial) override;
 
  private:
   CallLog* log_;
@@ -66,6 +73,8 @@ class ScriptedDesktop final : public Desktop {
   std::vector<ShownBox> boxes_;
   std::deque<std::function<void()>> modal_steps_;
   std::vector<std::string> modals_;
+  std::deque<std::string> typed_;
+  std::vector<std::string> input_boxes_;
   std::set<std::size_t> pending_at_;
   std::size_t input_pending_ = 0;
 };

@@ -8,7 +8,9 @@
 #include "host/mounted/mounted_platform.h"
 #include "host/simulated/call_log.h"
 #include "host/simulated/fault_plan.h"
+#include "host/simulated/memory_registry.h"
 #include "host/simulated/scripted_desktop.h"
+#include "host/simulated/scripted_shell.h"
 #include "host/simulated/simulated_volume.h"
 #include "platform/platform.h"
 
@@ -24,13 +26,15 @@ class SimulatedPlatform final : public MountedPlatform {
   void AddVolume(char letter, SimulatedVolume& volume);
 
   // For handing around; valid as long as this object.
-  Platform All() { return With(desktop_); }
+  Platform All() { return With(desktop_, shell_, registry_); }
 
   // Another drive, with nothing in it unless a volume is added under the letter as well.
   void AddDrive(char letter, std::uint32_t type) { drive_types_[letter] = type; }
 
   FaultPlan& Faults() { return faults_; }
   ScriptedDesktop& User() { return desktop_; }
+  ScriptedShell& Shell() { return shell_; }
+  MemoryRegistry& Keys() { return registry_; }
   CallLog& Log() { return log_; }
   int PowerOffs() const { return power_offs_; }
 
@@ -65,6 +69,8 @@ class SimulatedPlatform final : public MountedPlatform {
   CallLog log_;
   FaultPlan faults_;
   ScriptedDesktop desktop_;
+  ScriptedShell shell_;
+  MemoryRegistry registry_;
   std::unordered_map<const MountedVolume*, const SimulatedVolume*> simulated_;
   std::map<char, std::uint32_t> drive_types_;
   int power_offs_ = 0;

@@ -16,6 +16,7 @@
 #include "host/terminal/results.h"
 #include "host/terminal/results_json.h"
 #include "host/terminal/results_text.h"
+#include "host/terminal/save_job.h"
 #include "host/terminal/session.h"
 
 namespace vornalux {
@@ -181,8 +182,8 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
   JobResult result;
   result.dry_run = options.dry_run;
   result.outcome = program.launcher.process_cmd_line(options.job_tail);
-  if (program.launcher.frmContext.visible) {
-    session.desktop().Say("Explorer verbs exist on Windows only.");
+  if (result.outcome == JobOutcome::ContextMenu) {
+    session.desktop().Say(kNoExplorerVerbs);
   }
   ExitCode code = JobExitCode(result.outcome);
   const std::string& drive = program.settings.target.drive;
@@ -192,7 +193,7 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
     result.moved = engine.movers.statistics;
   }
   if (code == ExitCode::Failed && !result.volume) {
-    session.desktop().Say("The job is for drive " + drive + ", which no --volume names.");
+    session.desktop().Say(NoSuchVolume(drive));
     code = ExitCode::Usage;
   }
   return {.code = code, .output = Present(result, options, charset)};
@@ -250,6 +251,7 @@ ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset 
 
 ExitCode RunCommand(const Options& options, TerminalDesktop& desktop, Charset charset) {
   try {
+    if (options.save_job) return SaveJob(options, desktop);
     return OpenRunClose(options, desktop, charset);
   } catch (const VolumeRefused& refused) {
     desktop.Say(refused.what());

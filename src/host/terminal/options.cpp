@@ -31,8 +31,9 @@ What follows "--" is the job line: one argument as it stands, several joined by 
   /d /o /c       defrag, optimize, compact
   /low /normal /high                   priority
   /vssafe /dbg /min /close /down       as in a shortcut
-Example:
-  vornalux job --volume C=disk.img -- /drv C: /d /low)";
+Examples:
+  vornalux job --volume C=disk.img -- /drv C: /d /low
+  vornalux job --volume C=disk.img --save-job "Nightly defrag" -- /drv C: /d /low)";
 
 // What CLI11 fills before it is looked at more closely.
 struct RawOptions {
@@ -40,6 +41,7 @@ struct RawOptions {
   std::string drive = "C";
   std::vector<std::string> volumes;
   std::string windows_folder;
+  std::string save_job;
 };
 
 bool ParseDrive(const std::string& text, char& letter) {
@@ -231,6 +233,9 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
       ->type_name("C=IMAGE")
       ->allow_extra_args(false)
       ->required();
+  job->add_option("--save-job", raw.save_job,
+                  "Save the job on the desktop under this name; do not run it")
+      ->type_name("NAME");
   AddCommonOptions(*job, options, raw);
   AddDryRun(*job, options);
 
@@ -253,6 +258,7 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
     const bool asked_for = app.exit(error, out, err) == static_cast<int>(CLI::ExitCodes::Success);
     return asked_for ? ExitCode::Done : ExitCode::Usage;
   }
+  if (job->count("--save-job") != 0) options.save_job = raw.save_job;
   if (is_job) options.job_tail = JoinJobTail({dashes + 1, arguments.end()});
   return std::nullopt;
 }

@@ -43,6 +43,7 @@ struct Options {
   std::string report;     // file for the report as a web page, empty for none
   std::uint64_t seed = 0;
   std::string job_tail;
+  std::optional<std::string> save_job;  // the name of a launcher to be written instead
 };
 
 // Fills options. A code is the program's end: help or version were asked for and printed to out,

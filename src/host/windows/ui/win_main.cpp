@@ -8,6 +8,8 @@
 
 #include "app/program.h"
 #include "app/start_up.h"
+#include "host/windows/command_line.h"
+#include "host/windows/ui/context_window.h"
 #include "host/windows/ui/launcher_window.h"
 #include "host/windows/ui/log_windows.h"
 #include "host/windows/ui/main_window.h"
@@ -17,6 +19,8 @@
 #include "host/windows/windows_devices.h"
 #include "host/windows/windows_files.h"
 #include "host/windows/windows_machine.h"
+#include "host/windows/windows_registry.h"
+#include "host/windows/windows_shell_objects.h"
 #include "host/windows/windows_system.h"
 #include "host/windows/windows_text.h"
 #include "host/windows/windows_volumes.h"
@@ -24,13 +28,10 @@
 namespace vornalux {
 namespace {
 
-// What follows the program's own path, which may be in quotes.
-std::wstring TailOf(std::wstring line) {
-  const bool quoted = line.starts_with(L'"');
-  const std::size_t end = line.find(quoted ? L'"' : L' ', quoted ? 1 : 0);
-  line.erase(0, end == std::wstring::npos ? line.size() : end + (quoted ? 1 : 0));
-  line.erase(0, line.find_first_not_of(L" \t"));
-  return line;
+std::string Tail(ShellObjects& shell) {
+  const ProgramFile program = shell.ProgramPlace();
+  return FromWide(
+      CommandLineTail(GetCommandLineW(), ToWide(program.folder + "\\" + program.name + ".exe")));
 }
 
 void OpenPage(const std::string& address) {
@@ -44,7 +45,9 @@ int Run() {
   WindowsMachine machine(system, volumes);
   WindowsDevices devices;
   WindowsDesktop desktop;
-  Program program({volumes, files, machine, devices, desktop});
+  WindowsShellObjects shell;
+  WindowsRegistry registry;
+  Program program({volumes, files, machine, devices, desktop, shell, registry});
   program.launcher.open_page = OpenPage;
   // A job that asks for it ends the program from inside its run.
   program.launcher.end_program = [&desktop] {
@@ -56,13 +59,14 @@ int Run() {
   NativeDetails details(program.main_window.details);
   NativeDebug debug(program.debug_window);
   NativeTemperatureWarning warning(program.main_window.temperature_warning);
+  NativeContext context(program.launcher.context_menu);
   desktop.SetTrayOwner(launcher.window());
   const auto unloaded = program.main_window.unloaded;
   program.main_window.unloaded = [unloaded] {
     Raise(unloaded);
     PostQuitMessage(EXIT_SUCCESS);
   };
-  const std::string tail = FromWide(TailOf(GetCommandLineW()));
+  const std::string tail = Tail(shell);
   if (StartUp(system, program, tail) != StartUpResult::Started) return EXIT_FAILURE;
   if (!desktop.Ended()) desktop.Run();
   return EXIT_SUCCESS;

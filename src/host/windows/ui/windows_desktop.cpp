@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 
+#include "host/windows/ui/input_box.h"
 #include "host/windows/ui/native_form.h"
 #include "host/windows/ui/resource.h"
 #include "host/windows/windows_text.h"
@@ -15,7 +16,8 @@ namespace {
 
 constexpr UINT kTrayMessage = WM_MOUSEMOVE;
 constexpr UINT kTrayIcon = 1;
-constexpr std::array<UINT, 4> kIcons = {0, MB_ICONERROR, MB_ICONQUESTION, MB_ICONWARNING};
+constexpr std::array<UINT, 5> kIcons = {0, MB_ICONERROR, MB_ICONQUESTION, MB_ICONWARNING,
+                                        MB_ICONINFORMATION};
 
 // The record in its first form, which every version of the shell knows.
 NOTIFYICONDATAA TrayRecord(HWND owner) {
@@ -80,6 +82,12 @@ void WindowsDesktop::ShowModal(Form& form) {
     PostQuitMessage(static_cast<int>(message.wParam));  // for whoever waits further out
   }
   form.Hide();
+}
+
+std::optional<std::string> WindowsDesktop::InputBox(const std::string& prompt,
+                                                    const std::string& title,
+                                                    const std::string& initial) {
+  return AskForText(GetActiveWindow(), prompt, title, initial);
 }
 
 void WindowsDesktop::ShowTrayIcon(const std::string& tooltip) {

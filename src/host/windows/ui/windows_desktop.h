@@ -24,6 +24,8 @@ class WindowsDesktop final : public Desktop {
                     BoxIcon icon) override;
   // For forms with a native side.
   void ShowModal(Form& form) override;
+  std::optional<std::string> InputBox(const std::string& prompt, const std::string& title,
+                                      const std::string& initial) override;
   void ShowTrayIcon(const std::string& tooltip) override;
   void RemoveTrayIcon() override;
 

@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <string>
+
+#include "platform/shell_objects.h"
+
+namespace vornalux {
+
+// The path of a special folder by its name, in any case: "AllUsersDesktop", "QuickLaunch" and so
+// on. All users' folders stand back for the user's own where there are none. Empty for a name that
+// is not known, and for a folder that the system does not have.
+ShellResult GetSpecialFolder(ScriptShell& shell, const std::string& name, std::string& folder);
+
+}  // namespace vornalux

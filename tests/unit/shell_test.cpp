@@ -1,0 +1,329 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// What the program leaves with the shell: shortcuts, and verbs in context menus.
+#include <algorithm>
+
+#include "app/shortcut.h"
+#include "app/special_folder.h"
+#include "app/text_edges.h"
+#include "unit/rig.h"
+
+namespace vornalux::testing {
+namespace {
+
+const std::string kDesktop = "C:\\Users\\me\\Desktop";
+const std::string kAllDesktop = "C:\\Users\\Public\\Desktop";
+
+TEST(SpecialFolder, FindsEachNameAndFallsBack) {
+  ScriptedShell objects;
+  std::unique_ptr<ScriptShell> shell;
+  ASSERT_FALSE(objects.CreateScriptShell(shell).Failed());
+  const char* const plain[] = {"AllUsersDesktop",  "AllUsersStartMenu",
+                               "AllUsersPrograms", "AllUsersStartup",
+                               "AppData",          "Desktop",
+                               "Favorites",        "Fonts",
+                               "MyDocuments",      "NetHood",
+                               "PrintHood",        "Programs",
+                               "Recent",           "SendTo",
+                               "StartMenu",        "Startup",
+                               "Templates"};
+  for (const std::string name : plain) objects.folders[name] = "X:\\" + name;
+  const auto find = [&](std::string name) {
+    std::string folder = "left over";
+    const ShellResult result = GetSpecialFolder(*shell, name, folder);
+    return result.Failed() ? "failed" : folder;
+  };
+  for (std::string name : plain) {
+    const std::string path = "X:\\" + name;
+    EXPECT_EQ(find(name), path);
+    std::transform(name.begin(), name.end(), name.begin(), ::toupper);
+    EXPECT_EQ(find(name), path);
+  }
+  const std::string quick_launch = "\\Microsoft\\Internet Explorer\\Quick Launch";
+  EXPECT_EQ(find("QuickLaunch"), "X:\\AppData" + quick_launch);
+  for (const char* name : {"", "NoSuch", "AllUsersDesktop "}) EXPECT_EQ(find(name), "");
+
+  const std::pair<const char*, const char*> missing[] = {{"AllUsersDesktop", "X:\\Desktop"},
+                                                         {"AllUsersStartMenu", "X:\\StartMenu"},
+                                                         {"AllUsersPrograms", "X:\\Programs"},
+                                                         {"AllUsersStartup", ""},
+                                                         {"Fonts", ""},
+                                                         {"AppData", ""}};
+  for (const auto& [name, instead] : missing) {
+    objects.folders.erase(name);
+    EXPECT_EQ(find(name), instead);
+  }
+  EXPECT_EQ(find("quicklaunch"), "") << "half a path is none";
+  objects.fails_at = "folder AllUsersDesktop";
+  EXPECT_EQ(find("AllUsersDesktop"), "X:\\Desktop");
+  objects.fails_at = "folder Desktop";
+  EXPECT_EQ(find("AllUsersDesktop"), "failed");
+}
+
+TEST(Shortcut, SetsWhatIsNotEmptyInOrder) {
+  ScriptedShell objects;
+  objects.folders = {{"Desktop", kDesktop}};
+  objects.environment = {{"%P%", "C:\\Program Files"}, {"%CUT%", std::string("ab\0cd", 5)}};
+  {
+    cShortcut shortcut(objects);
+    EXPECT_EQ(objects.shells, 1) << "kept until the end";
+    shortcut.CreateShortcut("all",
+                            {.target = "%P%\\t.exe",
+                             .arguments = "%CUT%",
+                             .description = "%P%",
+                             .working_directory = "%P%\\",
+                             .icon_location = "%P%\\t.exe,0",
+                             .window_style = 7},
+                            "DESKTOP");
+    shortcut.CreateShortcutAt("bare", {.target = ""}, "D:\\");
+    EXPECT_TRUE(shortcut.LinkExists("all"));
+    EXPECT_FALSE(shortcut.LinkExists("bare"));
+    EXPECT_FALSE(shortcut.URLExists("all"));
+  }
+  EXPECT_EQ(objects.shells, 0);
+  EXPECT_EQ(objects.files[kDesktop + "\\all.lnk"],
+            "TargetPath=C:\\Program Files\\t.exe\nDescription=%P%\nArguments=ab\n"
+            "WorkingDirectory=C:\\Program Files\\\nIconLocation=C:\\Program Files\\t.exe,0\n"
+            "WindowStyle=7\n");
+  EXPECT_EQ(objects.files["D:\\bare.lnk"], "TargetPath=\nWindowStyle=1\n");
+}
+
+TEST(Shortcut, OfTheInternet) {
+  ScriptedShell objects;
+  objects.folders = {{"Desktop", kDesktop}};
+  cShortcut shortcut(objects);
+  const std::tuple<const char*, const char*, const char*> cases[] = {
+      {"  C:\\a b ", "FILE", "file://C:\\a b"},
+      {" vornalux.example", "web", "http://vornalux.example"},
+      {"https://x", "", "http://https://x"}};
+  for (const auto& [address, kind, url] : cases) {
+    EXPECT_FALSE(shortcut.CreateInternetShortcut("page", address, kind).Failed());
+    EXPECT_EQ(objects.files[kDesktop + "\\page.url"],
+              std::string("[InternetShortcut]\r\nURL=") + url + "\r\n");
+  }
+  EXPECT_TRUE(shortcut.URLExists("page"));
+  EXPECT_FALSE(shortcut.CreateInternetShortcutAt("p", "x", "web", "D:\\").Failed());
+  EXPECT_TRUE(objects.FileExists("D:\\p.url"));
+  objects.fails_at = "write";
+  EXPECT_TRUE(shortcut.CreateInternetShortcut("no", "x", "web").Failed());
+}
+
+// The launcher on drive C: with a program folder, whose shell has both desktops.
+struct ShortcutRig {
+  ShortcutRig() : volume(SmallVolume(1)), rig(*volume) {
+    shell.folders = {{"AllUsersDesktop", kAllDesktop}, {"Desktop", kDesktop}};
+  }
+  // Types the title, if any, and returns what the boxes then say.
+  std::string Press(const char* title) {
+    const std::size_t before = user.Boxes().size();
+    if (title) user.Type(title);
+    rig.program.launcher.Command2.Click();
+    std::string said;
+    for (std::size_t i = before; i < user.Boxes().size(); ++i) {
+      said += user.Boxes()[i].title + "|" + user.Boxes()[i].text;
+    }
+    return said;
+  }
+  std::unique_ptr<SimulatedVolume> volume;
+  Rig rig;
+  ScriptedShell& shell = rig.machine->Shell();
+  ScriptedDesktop& user = rig.machine->User();
+};
+
+TEST(JobShortcut, HoldsTheJobLineOfTheButton) {
+  ShortcutRig test;
+  Introfrm& launcher = test.rig.program.launcher;
+  launcher.Option3.Click();
+  launcher.VSS_Command.Click();
+  EXPECT_EQ(test.Press("  my job "), "Shortcut Created|Desktop shortcut 'my job' created.");
+  EXPECT_EQ(test.user.Boxes().back().icon, BoxIcon::Information);
+  EXPECT_EQ(test.user.InputBoxes().front(),
+            "Enter Shortcut Title|Enter Title for This Desktop Shortcut:|Vornalux");
+  const std::string file = kAllDesktop + "\\my job.lnk";
+  const auto expected = [](const std::string& job) {
+    return "TargetPath=C:\\Program Files\\Vornalux\\vornalux.exe\nArguments=" + job +
+           "\nWorkingDirectory=C:\\Program Files\\Vornalux\\\n"
+           "IconLocation=C:\\Program Files\\Vornalux\\vornalux.exe,0\nWindowStyle=1\n";
+  };
+  EXPECT_EQ(test.shell.files[file], expected("/drv C: /o /normal /vssafe"));
+  EXPECT_EQ(launcher.Command2.caption.get(),
+            "Create desktop shortcut Job /drv C: /o /normal /vssafe");
+
+  launcher.Option1.Click();
+  test.Press("my job");
+  EXPECT_EQ(test.shell.files[file], expected("/drv C: /d /normal /vssafe")) << "replaced";
+  EXPECT_EQ(test.shell.files.size(), 1U);
+  for (const char* nothing : {static_cast<const char*>(nullptr), "", "   "}) {
+    EXPECT_EQ(test.Press(nothing), "");
+  }
+  test.shell.folders.erase("AllUsersDesktop");
+  test.Press("mine");
+  EXPECT_TRUE(test.shell.FileExists(kDesktop + "\\mine.lnk"));
+}
+
+TEST(JobShortcut, AFailureIsOneClearMessage) {
+  for (const char* step :
+       {"create", "folder Desktop", "shortcut", "put TargetPath", "put WindowStyle", "save"}) {
+    SCOPED_TRACE(step);
+    ShortcutRig test;
+    test.shell.folders = {{"Desktop", kDesktop}};
+    test.shell.fails_at = step;
+    EXPECT_EQ(test.Press("job"),
+              "Vornalux|Desktop shortcut 'job' could not be created.\r\nAccess is denied.");
+    test.shell.failure = {.error = error::kAccessDenied};
+    EXPECT_NE(test.Press("job").find(test.rig.machine->ErrorText(error::kAccessDenied)),
+              std::string::npos);
+    EXPECT_EQ(test.shell.files.size() + static_cast<std::size_t>(test.shell.shells), 0U);
+  }
+  ShortcutRig test;
+  for (const char* name : {"..\\up", "a/b", "C:x", "a?", "tab\there"}) {
+    EXPECT_NE(test.Press(name).find("cannot be empty or contain"), std::string::npos) << name;
+  }
+  test.shell.folders.clear();
+  EXPECT_NE(test.Press("job").find("does not exist"), std::string::npos);
+  EXPECT_EQ(test.shell.files.size(), 0U);
+}
+
+const std::string kExe = "C:\\Program Files\\Vornalux\\Vornalux.exe ";
+
+// All verbs' keys with their commands, as a registry that holds nothing else.
+std::string AllVerbs() {
+  MemoryRegistry registry;
+  const std::pair<const char*, const char*> verbs[] = {
+      {"Directory\\shell\\Vornalux Defrag", "/d /dir \"%1\""},
+      {"Directory\\shell\\Vornalux Defrag Background", "/min /close /d /dir \"%1\""},
+      {"Drive\\shell\\Vornalux Defrag", "/d /drv %1"},
+      {"Drive\\shell\\Vornalux Defrag Background", "/min /close /d /drv %1"},
+      {"Drive\\shell\\Vornalux Optimize", "/o /drv %1"},
+      {"Drive\\shell\\Vornalux Optimize Shutdown", "/down /o /drv %1"}};
+  for (const auto& [key, job] : verbs) registry.Add(std::string(key) + "\\command", kExe + job);
+  return registry.Dump();
+}
+
+struct ContextRig {
+  ContextRig() : volume(SmallVolume(1)), rig(*volume) {
+    keys.Add("Directory\\shell");
+    keys.Add("Drive\\shell");
+  }
+  std::string Checked() {
+    std::string checked;
+    for (const CheckBox& box : window.Check1) checked += box.value ? '1' : '0';
+    return checked;
+  }
+  std::unique_ptr<SimulatedVolume> volume;
+  Rig rig;
+  MemoryRegistry& keys = rig.machine->Keys();
+  frmContext& window = rig.program.launcher.context_menu;
+};
+
+TEST(ContextMenu, WritesReadsAndRemovesVerbs) {
+  ContextRig test;
+  const std::string before = test.keys.Dump();
+  test.window.Open();
+  EXPECT_EQ(test.Checked(), "000000");
+  test.window.cmdApply.Click();
+  EXPECT_EQ(test.keys.Dump(), before);
+  for (CheckBox& box : test.window.Check1) box.Click();
+  test.window.cmdCancel.Click();
+  EXPECT_FALSE(test.window.visible);
+  EXPECT_EQ(test.keys.Dump(), before) << "nothing is written";
+
+  for (CheckBox& box : test.window.Check1) box.value = true;
+  test.window.Show();
+  test.window.cmdApply.Click();
+  EXPECT_TRUE(test.window.visible);
+  EXPECT_EQ(test.keys.Dump(), AllVerbs());
+  test.window.Check1[1].Click();
+  test.window.Check1[4].Click();
+  test.window.cmdOK.Click();
+  EXPECT_FALSE(test.window.visible);
+  test.window.Open();
+  EXPECT_EQ(test.Checked(), "101101") << "as the registry has it";
+  for (CheckBox& box : test.window.Check1) box.value = false;
+  test.window.cmdOK.Click();
+  EXPECT_EQ(test.keys.Dump(), before) << "as it was";
+  EXPECT_EQ(test.rig.Boxes(), std::vector<std::string>());
+  EXPECT_EQ(test.keys.OpenKeys(), 0U);
+}
+
+TEST(ContextMenu, EachVerbIsAJob) {
+  for (const auto& verb : kContextVerbs) {
+    ContextRig test;
+    std::string job = verb.job;
+    job.replace(job.find("%1"), 2, job.find("/dir") == std::string::npos ? "C:\\" : "C:\\a b\\c");
+    EXPECT_EQ(test.rig.program.launcher.CheckJobLine(job), JobOutcome::None) << job;
+    EXPECT_EQ(test.rig.Boxes(), std::vector<std::string>()) << job;
+    EXPECT_EQ(test.rig.program.settings.target.Drive(), "C:") << job;
+  }
+}
+
+TEST(ContextMenu, DeletingMeetsMissingParentsAndKeysThatStay) {
+  ContextRig test;
+  modReg registry(test.keys, test.rig.machine->User());
+  const std::string before = test.keys.Dump();
+  for (const char* below : {"", "\\a", "\\a\\b", "\\command", "\\z"}) {
+    test.keys.Add(std::string("Drive\\shell\\v") + below, "text");
+  }
+  registry.DeleteKeyTree(kClassesRoot, "Drive\\shell\\v\\");
+  EXPECT_EQ(test.keys.Dump(), before);
+  registry.DeleteKeyTree(kClassesRoot, "Drive\\shell\\v");
+  registry.DeleteKeyTree(kClassesRoot, "");
+  test.keys.Add("alone\\x");
+  registry.DeleteKeyTree(kClassesRoot, "alone");
+  EXPECT_EQ(test.keys.Dump(), before);
+  EXPECT_EQ(test.rig.Boxes(), std::vector<std::string>());
+  registry.DeleteKeyTree(kClassesRoot, "Missing\\shell\\v");
+  EXPECT_EQ(test.rig.Boxes(), std::vector<std::string>{"Error opening parent key"});
+
+  // What cannot be deleted stays, and ends.
+  test.keys.Add("Drive\\shell\\v\\a\\b");
+  const std::string with_verb = test.keys.Dump();
+  test.keys.undeletable = {"Drive\\shell\\v\\a\\b"};
+  registry.DeleteKeyTree(kClassesRoot, "Drive\\shell\\v");
+  EXPECT_EQ(test.keys.Dump(), with_verb);
+  test.keys.undeletable.clear();
+  test.keys.unopenable = {"Drive\\shell\\v\\a"};
+  registry.DeleteKeyTree(kClassesRoot, "Drive\\shell\\v");
+  EXPECT_EQ(test.keys.Dump(), with_verb);
+  test.keys.unopenable.clear();
+  test.keys.deletes_nothing = true;
+  registry.DeleteKeyTree(kClassesRoot, "Drive\\shell\\v");
+  EXPECT_EQ(test.keys.Dump(), with_verb);
+  EXPECT_LT(test.keys.key_enumerations, 60);
+  EXPECT_EQ(test.keys.OpenKeys(), 0U);
+  EXPECT_EQ(test.rig.Boxes().size(), 1U);
+}
+
+TEST(ContextMenu, ValuesAreFoundByNameAndCut) {
+  ContextRig test;
+  modReg registry(test.keys, test.rig.machine->User());
+  registry.WriteString(kClassesRoot, "a\\b\\c", "", "default");
+  registry.WriteString(kClassesRoot, "a\\b\\c", "Name", std::string("x\0y", 3));
+  EXPECT_EQ(registry.ReadString(kClassesRoot, "a\\b\\c", ""), "default");
+  EXPECT_EQ(registry.ReadString(kClassesRoot, "A\\B\\C", "NAME"), "x");
+  EXPECT_EQ(registry.ReadString(kClassesRoot, "a\\b", ""), "");
+  EXPECT_EQ(registry.ReadString(kClassesRoot, "a\\x", ""), "");
+}
+
+TEST(ContextMenu, SetshellOpensOnlyThatWindowAndEndsWithIt) {
+  for (const bool ok : {true, false}) {
+    ContextRig test;
+    test.keys.Add("Drive\\shell\\Vornalux Optimize\\command", "anything");
+    Introfrm& launcher = test.rig.program.launcher;
+    launcher.Introduction();
+    ASSERT_TRUE(launcher.visible);
+    EXPECT_EQ(launcher.process_cmd_line("-SetShell /d"), JobOutcome::ContextMenu);
+    EXPECT_FALSE(launcher.visible || test.rig.window.visible);
+    EXPECT_TRUE(test.window.visible);
+    EXPECT_EQ(test.Checked(), "000010");
+    bool ended = false;
+    test.rig.window.unloaded = [&ended] { ended = true; };
+    test.window.cmdApply.Click();
+    EXPECT_FALSE(ended);
+    (ok ? test.window.cmdOK : test.window.cmdCancel).Click();
+    EXPECT_TRUE(ended);
+    EXPECT_EQ(test.rig.machine->Log().Count(CallKind::MoveClusters), 0U);
+  }
+}
+
+}  // namespace
+}  // namespace vornalux::testing
