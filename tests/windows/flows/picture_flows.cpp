@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "host/simulated/scripted_drive.h"
 #include "host/windows/ui/resource.h"
 #include "windows/flows/flow.h"
 
@@ -103,6 +104,25 @@ FLOW(LogPictureOnRequest, "/drv C: /d /dbg", Alone) {
   screen.UntilIdle();
   screen.UntilShown("the log", &Screen::Debug);
   TakePicture(screen.Debug(), "debug");
+}
+
+FLOW(WarningPictureOnRequest, "/drv C: /o", Alone) {
+  ScriptedDrive disk;
+  disk.SetTemperatures({58});
+  session.machine.C().SetDrive(disk);
+  const Screen& screen = session.screen;
+  session.machine.Drives().Faults().BeforeMove({.path = {}, .nth = 5},
+                                               [&screen] { screen.Tick(screen.Main(), 30000); });
+  session.Start();
+  screen.UntilShown("the warning", &Screen::Warning);
+  TakePicture(screen.Warning(), "warning");
+}
+
+FLOW(ContextPictureOnRequest, "-setshell", Alone) {
+  session.Start();
+  const Screen& screen = session.screen;
+  screen.UntilShown("the settings", &Screen::Context);
+  TakePicture(screen.Context(), "context");
 }
 
 }  // namespace

@@ -70,6 +70,8 @@ HWND Screen::Main() const { return WindowWith(IDC_MAP); }
 HWND Screen::Details() const { return WindowWith(IDC_LIST); }
 HWND Screen::Debug() const { return WindowWith(IDC_LOG); }
 HWND Screen::Warning() const { return WindowWith(IDC_WARNING_TEMPERATURE); }
+HWND Screen::Context() const { return WindowWith(IDC_CONTEXT_FRAME); }
+HWND Screen::Input() const { return WindowWith(IDC_INPUT_TEXT); }
 HWND Screen::Box() const {
   for (const HWND window : Windows()) {
     bool ours = false;  // a dialog of the program's own, whose controls have large numbers

@@ -28,6 +28,8 @@ class Screen {
   HWND Details() const;
   HWND Debug() const;
   HWND Warning() const;
+  HWND Context() const;
+  HWND Input() const;
   // The message box on top.
   HWND Box() const;
 
