@@ -9,7 +9,7 @@
 #include "host/windows/system_headers.h"
 #include "host/windows/windows_files.h"
 #include "host/windows/windows_volumes.h"
-#include "windows/import_patch.h"
+#include "play/import_patch.h"
 
 namespace vornalux {
 namespace {
@@ -88,8 +88,8 @@ class FileSystemCalls : public testing::Test {
     file_system.answer = std::move(answer);
   }
 
-  test::ImportPatch control_{"NtFsControlFile", reinterpret_cast<void*>(&Control)};
-  test::ImportPatch query_{"NtQueryInformationFile", reinterpret_cast<void*>(&Query)};
+  play::ImportPatch control_{"NtFsControlFile", reinterpret_cast<void*>(&Control)};
+  play::ImportPatch query_{"NtQueryInformationFile", reinterpret_cast<void*>(&Query)};
   WindowsVolumes volumes_;
   WindowsFiles files_;
 };

@@ -8,7 +8,7 @@
 #include "host/windows/windows_files.h"
 #include "host/windows/windows_text.h"
 #include "volume/extent_reader.h"
-#include "windows/import_patch.h"
+#include "play/import_patch.h"
 
 namespace vornalux {
 namespace {
@@ -50,7 +50,7 @@ HANDLE WINAPI NoteOpen(const wchar_t* path, DWORD access, DWORD sharing, SECURIT
 }
 
 TEST(UnpairedNames, ReachTheSystemAsItGaveThem) {
-  const test::ImportPatch patches[] = {
+  const play::ImportPatch patches[] = {
       {"FindFirstFileW", reinterpret_cast<void*>(&FindFirstUnpaired)},
       {"FindNextFileW", reinterpret_cast<void*>(&FindNextUnpaired)},
       {"FindClose", reinterpret_cast<void*>(&NoteClose)},

@@ -7,7 +7,7 @@
 #include "host/windows/windows_machine.h"
 #include "host/windows/windows_system.h"
 #include "host/windows/windows_volumes.h"
-#include "windows/import_patch.h"
+#include "play/import_patch.h"
 
 namespace vornalux {
 namespace {
@@ -56,7 +56,7 @@ TEST_F(MachineTest, WindowsFolder) {
   ASSERT_GT(folder.size(), 3u);
   EXPECT_EQ(folder.substr(1, 2), ":\\");
   EXPECT_NE(folder.back(), '\\');
-  const test::ImportPatch patch("GetWindowsDirectoryA", Address(&WindowsInTheRoot));
+  const play::ImportPatch patch("GetWindowsDirectoryA", Address(&WindowsInTheRoot));
   EXPECT_EQ(machine_.WindowsFolder(), "C:");
 }
 
@@ -78,7 +78,7 @@ TEST_F(MachineTest, PriorityIsReadBack) {
 }
 
 TEST_F(MachineTest, PowerOffIsAskedForOnce) {
-  const test::ImportPatch patch("ExitWindowsEx", Address(&NoExit));
+  const play::ImportPatch patch("ExitWindowsEx", Address(&NoExit));
   exit_asked = {};
   machine_.PowerOff();
   EXPECT_EQ(exit_asked.flags, 12u);
@@ -114,10 +114,10 @@ TEST_F(MachineTest, RightsAndVersion) {
 TEST_F(MachineTest, AnUnknownPrivilegeIsRefused) {
   EXPECT_FALSE(system_.EnablePrivilege("SeNoSuchPrivilege"));
   {
-    const test::ImportPatch patch("AdjustTokenPrivileges", Address(&Refuse));
+    const play::ImportPatch patch("AdjustTokenPrivileges", Address(&Refuse));
     EXPECT_FALSE(system_.EnablePrivilege("SeBackupPrivilege"));
   }
-  const test::ImportPatch patch("AdjustTokenPrivileges", Address(&Grant));
+  const play::ImportPatch patch("AdjustTokenPrivileges", Address(&Grant));
   SetLastError(ERROR_NOT_ALL_ASSIGNED);  // an old failure is not this one's
   EXPECT_TRUE(system_.EnablePrivilege("SeBackupPrivilege"));
 }

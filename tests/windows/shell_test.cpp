@@ -13,7 +13,7 @@
 #include "host/windows/windows_shell_objects.h"
 #include "host/windows/windows_text.h"
 #include "windows/automation_double.h"
-#include "windows/import_patch.h"
+#include "play/import_patch.h"
 
 // After the ones that they need.
 #include <shlobj.h>
@@ -22,7 +22,7 @@ namespace vornalux {
 namespace {
 
 using test::AutomationDouble;
-using test::ImportPatch;
+using play::ImportPatch;
 
 template <typename Function>
 void* Address(Function* function) {
@@ -46,55 +46,8 @@ class Shell : public testing::Test {
   std::unique_ptr<Program> program_;
 };
 
-// "target|arguments|folder|icon,index"; "no link" when there is none.
-std::wstring ReadLink(const std::wstring& path) {
-  CoInitialize(nullptr);
-  std::wstring text = L"no link";
-  IShellLinkW* link = nullptr;
-  CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_IShellLinkW,
-                   reinterpret_cast<void**>(&link));
-  IPersistFile* file = nullptr;
-  link->QueryInterface(IID_IPersistFile, reinterpret_cast<void**>(&file));
-  if (SUCCEEDED(file->Load(path.c_str(), STGM_READ))) {
-    wchar_t target[300] = L"", arguments[300] = L"", folder[300] = L"", icon[300] = L"";
-    int index = -1;
-    link->GetPath(target, 300, nullptr, 0);
-    link->GetArguments(arguments, 300);
-    link->GetWorkingDirectory(folder, 300);
-    link->GetIconLocation(icon, 300, &index);
-    text = std::wstring(target) + L"|" + arguments + L"|" + folder + L"|" + icon + L"," +
-           std::to_wstring(index);
-  }
-  file->Release();
-  link->Release();
-  CoUninitialize();
-  return text;
-}
-
-std::wstring AllUsersDesktop() {
-  wchar_t path[MAX_PATH] = L"";
-  SHGetFolderPathW(nullptr, CSIDL_COMMON_DESKTOPDIRECTORY, nullptr, 0, path);
-  return path;
-}
-
-TEST_F(Shell, TheJobShortcutIsWhatTheButtonSays) {
-  Introfrm& launcher = program_->launcher;
-  launcher.Option3.Click();
-  const ProgramFile place = objects_.ProgramPlace();
-  wchar_t own[MAX_PATH] = L"";
-  GetModuleFileNameW(nullptr, own, MAX_PATH);
-  EXPECT_EQ(ToWide(place.folder + "\\" + place.name + ".exe"), own);
-  const std::wstring folder = ToWide(place.folder) + L"\\";
-  const std::wstring file = AllUsersDesktop() + L"\\Größe 漢.lnk";
-  for (const char* const job : {"/drv C: /o /normal", "/drv C: /o /normal /vssafe"}) {
-    machine_.User().Type(" Größe 漢 ");
-    launcher.Command2.Click();
-    EXPECT_EQ(machine_.User().Boxes().back().text, "Desktop shortcut 'Größe 漢' created.");
-    EXPECT_EQ(ReadLink(file), own + (L"|" + ToWide(job)) + L"|" + folder + L"|" + own + L",0");
-    launcher.VSS_Command.Click();
-  }
+TEST_F(Shell, ShortcutsAreWrittenAndFound) {
   cShortcut shortcut(objects_);
-  EXPECT_FALSE(shortcut.LinkExists("Größe 漢")) << "on another desktop";
   ASSERT_FALSE(shortcut.CreateShortcut("mine", {.target = "%WINDIR%\\x.exe"}, "desktop").Failed());
   EXPECT_TRUE(shortcut.LinkExists("mine"));
   ASSERT_FALSE(shortcut.CreateInternetShortcut("page", " a.b/c ", "web").Failed());
@@ -159,79 +112,6 @@ TEST_F(Shell, WithoutAScriptHostTheUserIsTold) {
             "The Windows Script Host is not installed or has been switched off.");
 }
 
-// All keys and values below a key of HKEY_CLASSES_ROOT.
-std::wstring DumpKey(HKEY root, const std::wstring& path) {
-  HKEY key = nullptr;
-  if (RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) return L"";
-  std::wstring text = path + L"\n";
-  wchar_t name[300];
-  wchar_t data[300];
-  for (DWORD i = 0;; ++i) {
-    DWORD name_size = 300;
-    DWORD size = sizeof data;
-    DWORD type = 0;
-    if (RegEnumValueW(key, i, name, &name_size, nullptr, &type, reinterpret_cast<BYTE*>(data),
-                      &size) != ERROR_SUCCESS) {
-      break;
-    }
-    text += L" " + std::wstring(name) + L"=" + std::to_wstring(type) + L":" +
-            std::wstring(data, size / sizeof(wchar_t) - 1) + L"\n";
-  }
-  for (DWORD i = 0;; ++i) {
-    DWORD name_size = 300;
-    if (RegEnumKeyExW(key, i, name, &name_size, nullptr, nullptr, nullptr, nullptr) !=
-        ERROR_SUCCESS) {
-      break;
-    }
-    text += DumpKey(root, path + L"\\" + name);
-  }
-  RegCloseKey(key);
-  return text;
-}
-
-std::wstring Menus() {
-  return DumpKey(HKEY_CLASSES_ROOT, L"Directory") + DumpKey(HKEY_CLASSES_ROOT, L"Drive");
-}
-
-TEST_F(Shell, VerbsAreWrittenShownAndRemoved) {
-  modReg keys(registry_, machine_.User());
-  for (const char* menu : {"Directory", "Drive"}) {
-    keys.WriteString(kClassesRoot, std::string(menu) + "\\shell\\other", "", "Other");
-  }
-  const std::wstring before = Menus();
-  frmContext& window = program_->launcher.context_menu;
-  window.Open();
-  for (CheckBox& box : window.Check1) {
-    EXPECT_FALSE(box.value);
-    box.Click();
-  }
-  window.cmdApply.Click();
-  const std::string exe = objects_.ProgramPlace().folder + "\\Vornalux.exe ";
-  const std::pair<const wchar_t*, const char*> verbs[] = {
-      {L"Directory\\shell\\Vornalux Defrag", "/d /dir \"%1\""},
-      {L"Directory\\shell\\Vornalux Defrag Background", "/min /close /d /dir \"%1\""},
-      {L"Drive\\shell\\Vornalux Defrag", "/d /drv %1"},
-      {L"Drive\\shell\\Vornalux Defrag Background", "/min /close /d /drv %1"},
-      {L"Drive\\shell\\Vornalux Optimize", "/o /drv %1"},
-      {L"Drive\\shell\\Vornalux Optimize Shutdown", "/down /o /drv %1"}};
-  for (const auto& [key, job] : verbs) {
-    const std::wstring verb = key;
-    EXPECT_EQ(DumpKey(HKEY_CLASSES_ROOT, verb),
-              verb + L"\n" + verb + L"\\command\n =1:" + ToWide(exe + job) + L"\n");
-  }
-  program_->launcher.process_cmd_line("/setshell");
-  for (CheckBox& box : window.Check1) {
-    EXPECT_TRUE(box.value);
-    box.Click();
-  }
-  keys.WriteString(kClassesRoot, "Drive\\shell\\Vornalux Defrag\\a\\b\\c", "v", "deep");
-  window.cmdOK.Click();
-  EXPECT_EQ(Menus(), before);
-  EXPECT_EQ(machine_.User().Boxes().size(), 0U);
-  keys.DeleteKeyTree(kClassesRoot, "Drive\\no\\such");
-  EXPECT_EQ(machine_.User().Boxes().size(), 1U);
-}
-
 TEST_F(Shell, ValuesOfAnyLengthAreRead) {
   modReg keys(registry_, machine_.User());
   const std::string long_text(100000, 'x');
@@ -240,7 +120,9 @@ TEST_F(Shell, ValuesOfAnyLengthAreRead) {
   keys.WriteString(kClassesRoot, "Vornalux.test", "", "short");
   EXPECT_EQ(keys.ReadString(kClassesRoot, "Vornalux.test", ""), "short");
   keys.DeleteKeyTree(kClassesRoot, "Vornalux.test");
-  EXPECT_EQ(DumpKey(HKEY_CLASSES_ROOT, L"Vornalux.test"), L"");
+  EXPECT_EQ(keys.ReadString(kClassesRoot, "Vornalux.test", ""), "");
+  keys.DeleteKeyTree(kClassesRoot, "Drive\\no\\such");
+  EXPECT_EQ(machine_.User().Boxes().size(), 1U);
 }
 
 TEST(CommandLine, TheTailFollowsTheProgramsOwnPath) {

@@ -6,10 +6,9 @@
 #include <cstring>
 #include <numeric>
 
-#include "health/temperatures.h"
 #include "host/windows/system_headers.h"
 #include "host/windows/windows_devices.h"
-#include "windows/import_patch.h"
+#include "play/import_patch.h"
 
 namespace vornalux {
 namespace {
@@ -42,19 +41,6 @@ BOOL WINAPI Control(HANDLE device, DWORD code, void* in, DWORD in_size, void* ou
   return driver.error == 0;
 }
 
-HANDLE WINAPI Open(const char* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES*,
-                   DWORD disposition, DWORD flags, HANDLE) {
-  EXPECT_STREQ(path, R"(\\.\C:)");
-  EXPECT_EQ(access, GENERIC_READ | GENERIC_WRITE);
-  EXPECT_EQ(share, DWORD{FILE_SHARE_READ | FILE_SHARE_WRITE});
-  EXPECT_EQ(disposition, DWORD{OPEN_EXISTING});
-  EXPECT_EQ(flags, 0U);
-  return Native(0x1234);
-}
-
-int closed = 0;
-BOOL WINAPI Close(HANDLE) { return ++closed != 0; }
-
 // An answer whose sector counts its bytes.
 Bytes Counted() {
   Bytes answer(528, 0xEE);
@@ -71,11 +57,8 @@ Bytes Request(DWORD buffer_size, Bytes registers) {
 
 class Smart : public testing::Test {
  protected:
-  Smart() {
-    driver = {};
-    closed = 0;
-  }
-  test::ImportPatch control_{"DeviceIoControl", reinterpret_cast<void*>(&Control)};
+  Smart() { driver = {}; }
+  play::ImportPatch control_{"DeviceIoControl", reinterpret_cast<void*>(&Control)};
   WindowsDevices devices_;
 };
 
@@ -131,27 +114,6 @@ TEST_F(Smart, OfAnAnswerCountsWhatWasWritten) {
   DriverVersion version{1, 1, 1, 1, 1, 1};
   EXPECT_EQ(devices_.ReadDriverVersion(0x1234, version), error::kSuccess);
   EXPECT_EQ(version, (DriverVersion{0xEEEEEEEE, 0xEEEE, 0, 0, 0, 0}));
-}
-
-TEST_F(Smart, AReadingAsTheDriverSeesIt) {
-  const test::ImportPatch open("CreateFileA", reinterpret_cast<void*>(&Open));
-  const test::ImportPatch close("CloseHandle", reinterpret_cast<void*>(&Close));
-  driver.answer.assign(528, 0);
-  driver.answer[16 + 2 + 12] = 194;
-  driver.answer[16 + 2 + 12 + 5] = 58;
-  driver.returned = 528;
-  const RunTarget target = {.drive = "C:\\", .directory = {}, .file_system = {}, .exclude = {}};
-  clsTemperatures probe(devices_, target);
-  std::int16_t hot = 0;
-  probe.HDDTempCritical = [&](std::int16_t degrees) { hot = degrees; };
-  probe.QueryHDDTemperature();
-  EXPECT_EQ(hot, 58);
-  EXPECT_EQ(closed, 1);
-  EXPECT_EQ(driver.codes, (std::vector<DWORD>{0x7C084, 0x7C088, 0x7C088, 0x7C088, 0x74080}));
-  EXPECT_EQ(driver.asked, (std::vector<Bytes>{Request(0, {0xD8, 1, 1, 0x4F, 0xC2, 0, 0xB0}),
-                                              Request(512, {0xD0, 1, 1, 0x4F, 0xC2, 0, 0xB0}),
-                                              Request(512, {0xD1, 1, 1, 0x4F, 0xC2, 0, 0xB0}),
-                                              Request(512, {0, 1, 1, 0, 0, 0, 0}), Bytes()}));
 }
 
 }  // namespace

@@ -1,30 +1,15 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
+// The library that is loaded into the program: plays the flow that the environment names, as a test.
 #include "windows/flows/flow.h"
 
 #include <windows.h>
 
 #include <cstdio>
-#include <cstdlib>
+#include <string>
 #include <vector>
 
-namespace vornalux::test {
+namespace vornalux::play {
 namespace {
-
-std::vector<FlowEntry>& Flows() {
-  static std::vector<FlowEntry> flows;
-  return flows;
-}
-
-HANDLE ready = nullptr;  // the program may run
-Session* session_of_the_program = nullptr;
-
-volatile bool has_ended = false;
-unsigned end_code = 0;
-
-std::string Setting(const char* name) {
-  const char* value = std::getenv(name);
-  return value != nullptr ? value : "";
-}
 
 class PlayedFlow : public testing::Test {
  public:
@@ -32,9 +17,7 @@ class PlayedFlow : public testing::Test {
 
   void TestBody() override {
     // For good: the program's calls come in until its process ends.
-    auto* const session = new Session;
-    session_of_the_program = session;
-    flow_.body(*session);
+    flow_.body(*new Session);
   }
 
  private:
@@ -73,70 +56,32 @@ DWORD WINAPI Play(void* name) {
   return 0;
 }
 
-}  // namespace
-
-FlowRegistration::FlowRegistration(FlowEntry entry) { Flows().push_back(entry); }
-
-Session::Session() : machine(Setting("VORNALUX_FLOW_IMAGE")) {}
-
-void Session::Start() { SetEvent(ready); }
-
-bool Session::HasEnded() const { return has_ended; }
-
-unsigned Session::End() {
-  screen.Until("the program ends", [this] { return HasEnded(); });
-  return end_code;
+bool HasRealDrives(const std::string& name) {
+  for (const FlowEntry& flow : Flows()) {
+    if (name == flow.name) return flow.place == Place::OnRealDrives;
+  }
+  return false;
 }
 
-void Session::KeepImageOfD() {
-  ASSERT_EQ(machine.D().Commit(), error::kSuccess);
-  ASSERT_EQ(machine.D().Close(), error::kSuccess);
+}  // namespace
+
+void KeepImageOfD(Session& session) {
+  ASSERT_EQ(session.machine.D().Close(), error::kSuccess);
   const std::string name = testing::UnitTest::GetInstance()->current_test_info()->name();
   std::FILE* file = std::fopen((Setting("VORNALUX_FLOW_RESULTS") + name + ".img").c_str(), "wb");
   ASSERT_NE(file, nullptr);
-  const Bytes& image = machine.ImageOfD();
+  const std::vector<std::uint8_t> image = session.machine.ImageOfD();
   EXPECT_EQ(std::fwrite(image.data(), 1, image.size(), file), image.size());
   EXPECT_EQ(std::fclose(file), 0);
 }
 
-ImaginaryMachine& MachineOfTheProgram() {
-  WaitForSingleObject(ready, INFINITE);
-  return session_of_the_program->machine;
-}
+}  // namespace vornalux::play
 
-Screen& ScreenOfTheProgram() {
-  WaitForSingleObject(ready, INFINITE);
-  return session_of_the_program->screen;
-}
-
-void EndOfTheProgram(unsigned code) {
-  end_code = code;
-  has_ended = true;
-  ScreenOfTheProgram().Stir();
-  // Its windows still answer.
-  MSG message;
-  for (;;) {
-    MsgWaitForMultipleObjects(0, nullptr, FALSE, INFINITE, QS_SENDMESSAGE);
-    PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);
-  }
-}
-
-std::uint64_t SeedOfTheProgram() { return std::uint64_t{GetCurrentProcessId()} << 32; }
-
-}  // namespace vornalux::test
-
-using vornalux::test::Flows;
+using namespace vornalux::play;
 
 // For the starter, which reads them from a copy of the library that patches nothing.
-extern "C" __declspec(dllexport) const vornalux::test::FlowEntry* FlowAt(unsigned index) {
+extern "C" __declspec(dllexport) const FlowEntry* FlowAt(unsigned index) {
   return index < Flows().size() ? &Flows()[index] : nullptr;
-}
-
-static bool PlaysOnRealDrives(const std::string& name) {
-  for (const auto& flow : Flows()) {
-    if (name == flow.name) return flow.place == vornalux::test::Place::OnRealDrives;
-  }
-  return false;
 }
 
 BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*) {
@@ -145,9 +90,7 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*) {
       GetEnvironmentVariableA("VORNALUX_FLOW", name, sizeof name) == 0) {
     return TRUE;
   }
-  vornalux::test::ready = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-  if (!PlaysOnRealDrives(name)) vornalux::test::PatchDriveCalls();
-  vornalux::test::PatchSessionCalls();
-  CloseHandle(CreateThread(nullptr, 0, vornalux::test::Play, name, 0, nullptr));
+  TakeCallsOver(!HasRealDrives(name));
+  CloseHandle(CreateThread(nullptr, 0, Play, name, 0, nullptr));
   return TRUE;
 }

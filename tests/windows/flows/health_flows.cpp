@@ -8,7 +8,7 @@
 #include "host/windows/ui/resource.h"
 #include "windows/flows/flow.h"
 
-namespace vornalux::test {
+namespace vornalux::play {
 namespace {
 
 constexpr UINT kTemperatureInterval = 30000;
@@ -79,12 +79,29 @@ FLOW(HotDiskMayEndTheRun, "/drv C: /o /close", Alone) {
   session.Start();
   const Screen& screen = session.screen;
   screen.UntilShown("the warning", &Screen::Warning);
-  screen.Press(screen.Warning(), IDC_WARNING_STOP);
+  // Neither of these means anything here; Enter does.
+  PostMessageW(screen.Warning(), WM_CLOSE, 0, 0);
+  PostMessageW(screen.Warning(), WM_KEYDOWN, VK_ESCAPE, 1);
+  EXPECT_TRUE(screen.Tick(screen.Warning(), kTemperatureInterval));
+  screen.Until("another reading", [&] { return disk.Readings() == 2; });
+  EXPECT_TRUE(Screen::Shown(screen.Warning()));
+  PostMessageW(GetDlgItem(screen.Warning(), IDC_WARNING_STOP), WM_KEYDOWN, VK_RETURN, 1);
   screen.UntilIdle();
   EXPECT_FALSE(session.HasEnded()) << "a stopped job does not close";
   EXPECT_FALSE(screen.Tick(screen.Main(), kTemperatureInterval));
   EXPECT_LT(session.machine.Drives().Log().Count(CallKind::MoveClusters), 12u);
 }
 
+FLOW(EndOfTheSessionFindsAHotDisk, "/drv C: /o", Alone) {
+  ScriptedDrive disk;
+  Heat(session, disk, {58}, {5});
+  session.Start();
+  const Screen& screen = session.screen;
+  screen.UntilShown("the warning", &Screen::Warning);
+  PostMessageW(screen.Main(), WM_QUERYENDSESSION, 0, 0);
+  screen.Answer("Quit current operation first!");
+  EXPECT_EQ(session.End(), 0u);
+}
+
 }  // namespace
-}  // namespace vornalux::test
+}  // namespace vornalux::play

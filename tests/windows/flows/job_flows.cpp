@@ -12,11 +12,11 @@
 #include "host/windows/ui/resource.h"
 #include "windows/flows/flow.h"
 
-namespace vornalux::test {
+namespace vornalux::play {
 namespace {
 
 // On another copy of the same drives, by the portable program alone.
-Bytes ImageAfterJob(const std::string& tail) {
+std::vector<std::uint8_t> ImageAfterJob(const std::string& tail) {
   ImaginaryMachine machine(std::getenv("VORNALUX_FLOW_IMAGE"));
   Program portable(machine.Drives().All());
   EXPECT_EQ(portable.launcher.process_cmd_line(tail), JobOutcome::Done);
@@ -35,7 +35,7 @@ FLOW(JobRunsAndEnds, "/drv D: /o /min /low /close", Alone) {
   EXPECT_EQ(session.machine.tray[1].message, DWORD{NIM_DELETE});
   EXPECT_TRUE(session.machine.session_ends.empty());
   EXPECT_GT(session.machine.Drives().Log().Count(CallKind::MoveClusters), 100u);
-  session.KeepImageOfD();
+  KeepImageOfD(session);
   EXPECT_TRUE(session.machine.ImageOfD() == ImageAfterJob("/drv D: /o"))
       << "the volume is not what the portable program makes of it";
 }
@@ -126,4 +126,4 @@ FLOW(RealDriveThatRefuses, "/drv C: /d /close", OnRealDrives) {
 }
 
 }  // namespace
-}  // namespace vornalux::test
+}  // namespace vornalux::play

@@ -10,7 +10,7 @@
 #include "host/windows/ui/resource.h"
 #include "windows/flows/flow.h"
 
-namespace vornalux::test {
+namespace vornalux::play {
 namespace {
 
 using Texts = std::vector<std::string>;
@@ -229,4 +229,4 @@ FLOW(SaysWhatItIs, "", Alone) {
 }
 
 }  // namespace
-}  // namespace vornalux::test
+}  // namespace vornalux::play

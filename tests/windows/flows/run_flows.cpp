@@ -12,7 +12,7 @@
 #include "host/windows/ui/resource.h"
 #include "windows/flows/flow.h"
 
-namespace vornalux::test {
+namespace vornalux::play {
 namespace {
 
 // Past the launcher, to the main window of the drive that is number index in the list.
@@ -117,7 +117,7 @@ FLOW(StopPausesAndStops, "", Alone) {
   screen.Answer("Are you sure?", IDYES);
   screen.UntilIdle();
   EXPECT_LT(log.Count(CallKind::MoveClusters), 20u) << "went on after the stop";
-  session.KeepImageOfD();
+  KeepImageOfD(session);
 }
 
 FLOW(DefragsAndOptimizesToTheEnd, "", Alone) {
@@ -176,4 +176,4 @@ FLOW(EndOfTheSessionEndsARun, "", Alone) {
 }
 
 }  // namespace
-}  // namespace vornalux::test
+}  // namespace vornalux::play

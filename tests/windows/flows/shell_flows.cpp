@@ -13,7 +13,7 @@
 #include "host/windows/windows_text.h"
 #include "windows/flows/flow.h"
 
-namespace vornalux::test {
+namespace vornalux::play {
 namespace {
 
 struct Link {
@@ -147,4 +147,4 @@ FLOW(VerbsAreWrittenShownAndRemoved, "-setshell", Alone) {
 }
 
 }  // namespace
-}  // namespace vornalux::test
+}  // namespace vornalux::play

@@ -15,10 +15,10 @@
 #include <string>
 
 #include "host/windows/windows_text.h"
-#include "windows/flows/flow.h"
-#include "windows/import_patch.h"
+#include "play/session.h"
+#include "play/import_patch.h"
 
-namespace vornalux::test {
+namespace vornalux::play {
 namespace {
 
 enum class Kind { Volume, Device, File };
@@ -394,4 +394,4 @@ void PatchDriveCalls() {
   Patch("GetWindowsDirectoryA", WindowsFolder);
 }
 
-}  // namespace vornalux::test
+}  // namespace vornalux::play

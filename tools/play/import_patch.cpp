@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "windows/import_patch.h"
+#include "play/import_patch.h"
 
 #include <cstring>
 #include <stdexcept>
@@ -7,7 +7,7 @@
 
 #include "host/windows/system_headers.h"
 
-namespace vornalux::test {
+namespace vornalux::play {
 namespace {
 
 template <typename Record>
@@ -53,4 +53,4 @@ ImportPatch::ImportPatch(const char* function, void* replacement) : slot_(SlotOf
 
 ImportPatch::~ImportPatch() { Write(slot_, original_); }
 
-}  // namespace vornalux::test
+}  // namespace vornalux::play

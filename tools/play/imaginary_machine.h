@@ -11,9 +11,8 @@
 #include "host/image/image_volume.h"
 #include "host/simulated/random_volume.h"
 #include "host/simulated/simulated_platform.h"
-#include "support/devices.h"
 
-namespace vornalux::test {
+namespace vornalux::play {
 
 // What the program was told to do with the notification area.
 struct TrayCall {
@@ -36,7 +35,8 @@ class ImaginaryMachine {
   SimulatedPlatform& Drives() { return *platform_; }
   SimulatedVolume& C() { return *c_; }
   ImageVolume& D() { return *d_; }
-  const Bytes& ImageOfD() { return d_bytes_->Content(); }
+  // All bytes of drive D.
+  std::vector<std::uint8_t> ImageOfD();
 
   // How the program finds its session.
   std::int32_t administrator = 1;
@@ -52,9 +52,8 @@ class ImaginaryMachine {
   std::unique_ptr<SimulatedVolume> a_;
   std::unique_ptr<SimulatedVolume> c_;
   std::unique_ptr<SimulatedVolume> r_;
-  MemoryDevice* d_bytes_ = nullptr;  // held by d_
-  MemoryJournal d_journal_;
   std::unique_ptr<ImageVolume> d_;
+  std::size_t image_size_ = 0;
 };
 
-}  // namespace vornalux::test
+}  // namespace vornalux::play

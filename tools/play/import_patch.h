@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
-namespace vornalux::test {
+namespace vornalux::play {
 
 // For its lifetime, calls of one imported function go to another of the same type: what no system
 // at hand answers can be answered, and what would end the session can be caught.
@@ -24,4 +24,4 @@ void Patch(const char* function, Function* replacement) {
   new ImportPatch(function, reinterpret_cast<void*>(replacement));
 }
 
-}  // namespace vornalux::test
+}  // namespace vornalux::play

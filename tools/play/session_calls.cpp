@@ -7,10 +7,10 @@
 #include <shellapi.h>
 
 #include "host/windows/windows_text.h"
-#include "windows/flows/flow.h"
-#include "windows/import_patch.h"
+#include "play/session.h"
+#include "play/import_patch.h"
 
-namespace vornalux::test {
+namespace vornalux::play {
 namespace {
 
 HWND WINAPI CreateDialogWatched(HINSTANCE module, const wchar_t* id, HWND owner, DLGPROC procedure,
@@ -117,4 +117,4 @@ void PatchSessionCalls() {
   Patch("GetTickCount", StandingTicks);
 }
 
-}  // namespace vornalux::test
+}  // namespace vornalux::play

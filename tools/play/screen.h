@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-namespace vornalux::test {
+namespace vornalux::play {
 
 class Screen {
  public:
@@ -82,4 +82,4 @@ class Screen {
   std::map<std::pair<HWND, UINT_PTR>, UINT> timers_;  // intervals
 };
 
-}  // namespace vornalux::test
+}  // namespace vornalux::play

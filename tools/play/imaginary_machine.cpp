@@ -1,21 +1,22 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "windows/flows/imaginary_machine.h"
+#include "play/imaginary_machine.h"
 
 #include <windows.h>
 
 #include <cstdio>
 #include <stdexcept>
 
-#include "windows/flows/flow.h"
+#include "host/image/scratch_journal.h"
+#include "play/session.h"
 
-namespace vornalux::test {
+namespace vornalux::play {
 namespace {
 
-Bytes ReadFile(const std::string& path) {
+std::vector<std::uint8_t> ReadFile(const std::string& path) {
   std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), std::fclose);
   if (!file) throw std::runtime_error("cannot read " + path);
   std::fseek(file.get(), 0, SEEK_END);
-  Bytes bytes(static_cast<std::size_t>(std::ftell(file.get())));
+  std::vector<std::uint8_t> bytes(static_cast<std::size_t>(std::ftell(file.get())));
   std::rewind(file.get());
   if (std::fread(bytes.data(), 1, bytes.size(), file.get()) != bytes.size()) {
     throw std::runtime_error("cannot read all of " + path);
@@ -44,11 +45,13 @@ ImaginaryMachine::ImaginaryMachine(const std::string& fat_image)
       a_(Volume(2847, "FAT", "FLOPPY", 10, false)),
       c_(Volume(262144, "NTFS", "System", 300, false)),
       r_(Volume(16384, "NTFS", "Archive", 20, true)) {
-  auto device = std::make_unique<MemoryDevice>(ReadFile(fat_image));
-  d_bytes_ = device.get();
+  auto device = std::make_unique<ScratchDevice>(nullptr, true);
+  const std::vector<std::uint8_t> image = ReadFile(fat_image);
+  image_size_ = image.size();
+  if (device->Write(0, image)) throw std::runtime_error("no room for " + fat_image);
   VolumeStore store;
   store.device = std::move(device);
-  store.journal_home = std::make_unique<MemoryJournalHome>(d_journal_);
+  store.journal_home = std::make_unique<ScratchJournalHome>();
   d_ = OpenFatVolume(std::move(store));
 
   platform_->AddDrive('A', drive_type::kRemovable);
@@ -62,4 +65,10 @@ ImaginaryMachine::ImaginaryMachine(const std::string& fat_image)
   platform_->Log().SetRecording(false);
 }
 
-}  // namespace vornalux::test
+std::vector<std::uint8_t> ImaginaryMachine::ImageOfD() {
+  std::vector<std::uint8_t> image(image_size_);
+  if (d_->ReadDevice(0, image) != error::kSuccess) throw std::runtime_error("D: cannot be read");
+  return image;
+}
+
+}  // namespace vornalux::play

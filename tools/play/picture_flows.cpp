@@ -10,9 +10,10 @@
 
 #include "host/simulated/scripted_drive.h"
 #include "host/windows/ui/resource.h"
-#include "windows/flows/flow.h"
+#include "play/flow.h"
+#include "play/session.h"
 
-namespace vornalux::test {
+namespace vornalux::play {
 namespace {
 
 // The window as it is on the screen, frame included, as a bitmap file.
@@ -126,4 +127,4 @@ FLOW(ContextPictureOnRequest, "-setshell", Alone) {
 }
 
 }  // namespace
-}  // namespace vornalux::test
+}  // namespace vornalux::play

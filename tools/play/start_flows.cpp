@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "windows/flows/flow_entry.h"
+#include "play/flow.h"
 
 namespace {
 
-using vornalux::test::FlowEntry;
+using vornalux::play::FlowEntry;
 
 constexpr DWORD kLongestFlowMilliseconds = 60000;
 
@@ -47,7 +47,7 @@ void SetResolution(DWORD dpi) {
 DWORD Run(const FlowEntry& flow, const std::string& folder, const std::string& library) {
   SetEnvironmentVariableA("VORNALUX_FLOW", flow.name);
   SetResolution(flow.dpi);
-  const bool checked = flow.place == vornalux::test::Place::WithCheckLibrary;
+  const bool checked = flow.place == vornalux::play::Place::WithCheckLibrary;
   std::string line =
       "\"" + folder + (checked ? "\\checked" : "\\alone") + "\\vornalux.exe\" " + flow.tail;
   STARTUPINFOA start = {};

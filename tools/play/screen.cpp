@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "windows/flows/screen.h"
+#include "play/screen.h"
 
 #include <commctrl.h>
 
@@ -9,7 +9,7 @@
 #include "host/windows/ui/resource.h"
 #include "host/windows/windows_text.h"
 
-namespace vornalux::test {
+namespace vornalux::play {
 namespace {
 
 constexpr DWORD kPatienceMilliseconds = 20000;
@@ -258,4 +258,4 @@ std::string Screen::Describe() const {
   return text;
 }
 
-}  // namespace vornalux::test
+}  // namespace vornalux::play
