@@ -56,21 +56,6 @@ struct Sink : DiskCheckSink {
   }
 };
 
-TEST(CheckLibrary, AbsentIsNoCheck) {
-  WindowsCheckLibrary library;
-  if (library.Load()) GTEST_SKIP() << "this system has one";
-  int calls = 0;
-  library.Check("C:\\", "NTFS", {}, [&](const CheckMessage&) { return ++calls > 0; });
-  EXPECT_EQ(calls, 0);
-
-  WindowsSystem system;
-  WindowsVolumes volumes;
-  WindowsMachine machine(system, volumes);
-  Sink sink;
-  machine.CheckDisk("C:\\", sink);
-  EXPECT_EQ(sink.heard, "");
-}
-
 TEST(CheckLibrary, WhatItSaysArrives) {
   const WithDouble with;
   WindowsSystem system;

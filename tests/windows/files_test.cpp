@@ -7,8 +7,8 @@
 #include "host/windows/system_headers.h"
 #include "host/windows/windows_files.h"
 #include "host/windows/windows_text.h"
-#include "volume/extent_reader.h"
 #include "play/import_patch.h"
+#include "volume/extent_reader.h"
 
 namespace vornalux {
 namespace {
@@ -220,37 +220,6 @@ TEST_F(SystemFiles, ReadBytesUpToItsLimit) {
     EXPECT_EQ(content.size(), std::size_t{64} << 20);
   }
   EXPECT_EQ(files_.ReadBytes(folder_, content), error::kAccessDenied);
-}
-
-// Wine answers every question about extents with one that ends before it begins, and the one about
-// streams not at all. Whatever comes: an end is found and nothing is made up.
-TEST_F(SystemFiles, AnswersThatMakeNoSense) {
-  const std::string path = folder_ + "file";
-  ASSERT_TRUE(MakeFile(path, std::string(100000, 'x')));
-  const OwnedFile file(files_,
-                       files_.OpenPath(path, FileAccess::ReadAttributes, FileFlags::None).handle);
-  ASSERT_TRUE(file);
-  ExtentChunk chunk;
-  const ErrorCode result = files_.RetrievalPointers(file.get(), 0, 1024, chunk);
-  std::vector<std::string> names;
-  const ErrorCode streams = files_.StreamNames(file.get(), names);
-  std::printf("[ note     ] extents: error %u, %u of them; streams: error %u, %u of them\n",
-              static_cast<unsigned>(result), static_cast<unsigned>(chunk.extents.size()),
-              static_cast<unsigned>(streams), static_cast<unsigned>(names.size()));
-  EXPECT_LE(chunk.extents.size(), 1024u);
-
-  ExtentReader reader(files_);
-  const ExtentRecord record = reader.ReadExtents(path, false, true);
-  EXPECT_TRUE(record.opened);
-  std::int64_t vcn = 0;
-  for (const Extent& extent : record.extents) {
-    EXPECT_GT(extent.NextVcn, vcn);
-    vcn = extent.NextVcn;
-  }
-  if (streams == error::kSuccess && !names.empty()) {
-    EXPECT_EQ(names.front(), "::$DATA");
-  }
-  EXPECT_EQ(reader.QueryStreams(path), False);
 }
 
 }  // namespace

@@ -12,8 +12,8 @@
 #include "host/windows/windows_registry.h"
 #include "host/windows/windows_shell_objects.h"
 #include "host/windows/windows_text.h"
-#include "windows/automation_double.h"
 #include "play/import_patch.h"
+#include "windows/automation_double.h"
 
 // After the ones that they need.
 #include <shlobj.h>
@@ -21,8 +21,8 @@
 namespace vornalux {
 namespace {
 
-using test::AutomationDouble;
 using play::ImportPatch;
+using test::AutomationDouble;
 
 template <typename Function>
 void* Address(Function* function) {

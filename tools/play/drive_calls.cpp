@@ -15,8 +15,8 @@
 #include <string>
 
 #include "host/windows/windows_text.h"
-#include "play/session.h"
 #include "play/import_patch.h"
+#include "play/session.h"
 
 namespace vornalux::play {
 namespace {

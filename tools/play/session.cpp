@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "play/session.h"
 
-#include "play/flow.h"
-
 #include <windows.h>
 
 #include <cstdlib>
+
+#include "play/flow.h"
 
 namespace vornalux::play {
 namespace {

@@ -7,8 +7,8 @@
 #include <shellapi.h>
 
 #include "host/windows/windows_text.h"
-#include "play/session.h"
 #include "play/import_patch.h"
+#include "play/session.h"
 
 namespace vornalux::play {
 namespace {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The library that is loaded into the program: plays the flow that the environment names, as a test.
+// The library that is loaded into the program: plays the flow that the environment names, as a
+// test.
 #include "windows/flows/flow.h"
 
 #include <windows.h>
