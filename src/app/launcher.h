@@ -48,7 +48,7 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   Introfrm(Platform& platform, RunFlags& flags, JobSettings& settings, const DebugTrace& trace,
            FrmDBG& debug_window, DefragWindow& main_window);
 
-  ComboBox ImageCombo1;  // the volumes
+  ComboBox ImageCombo1;  // the volumes; pictures are numbered as drive_type has it
   Button CmdGo{"Select Drive"};
   Button CmdJob{"More >>"};
   Frame FrmJob;  // the job options, folded away at first

@@ -54,7 +54,7 @@ void Introfrm::Introduction() {
     if (!IsListed(type)) continue;
     const auto index = static_cast<std::int32_t>(std::ssize(ImageCombo1.items()));
     if (type == drive_type::kFixed && first_fixed < 0) first_fixed = index;
-    ImageCombo1.Add(DescribeDrive(root, type));
+    ImageCombo1.Add(DescribeDrive(root, type), static_cast<std::int32_t>(type));
     trace_.Line(ImageCombo1.items().back());
   }
   if (first_fixed >= 0 && settings_.target.drive.empty()) ImageCombo1.Choose(first_fixed);

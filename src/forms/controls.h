@@ -170,12 +170,16 @@ class ComboBox : public Control {
   Event change;
 
   const std::vector<std::string>& items() const { return items_; }
-  void Add(const std::string& item) {
+  // The number of the picture beside each item, by the host's list of pictures; -1 for none.
+  const std::vector<std::int32_t>& images() const { return images_; }
+  void Add(const std::string& item, std::int32_t image = -1) {
     items_.push_back(item);
+    images_.push_back(image);
     NotifyChanged();
   }
   void Clear() {
     items_.clear();
+    images_.clear();
     list_index = -1;
     NotifyChanged();
   }
@@ -188,6 +192,7 @@ class ComboBox : public Control {
 
  private:
   std::vector<std::string> items_;
+  std::vector<std::int32_t> images_;
 };
 
 enum class WindowState { Normal, Minimized };

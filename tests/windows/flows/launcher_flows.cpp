@@ -2,6 +2,9 @@
 // The launcher, and what may keep the program from getting so far.
 #include <windows.h>
 
+// After the header that it needs.
+#include <commctrl.h>
+
 #include <functional>
 #include <set>
 #include <string>
@@ -27,6 +30,8 @@ FLOW(ListsTheDrives, "", WithCheckLibrary) {
                    "E:\\    ", "R:\\  Fixed disk  [Archive]  Status: Error!"}));
   EXPECT_EQ(SendMessageW(GetDlgItem(launcher, IDC_VOLUMES), CB_GETCURSEL, 0, 0), 1);
   EXPECT_FALSE(Screen::Shown(screen.Main()));
+  EXPECT_EQ(SendMessageW(GetDlgItem(screen.Main(), IDC_PROGRESS), PBM_GETPOS, 0, 0), 4200)
+      << "the checks came as far as 42%";
   PostMessageW(launcher, WM_CLOSE, 0, 0);
   EXPECT_EQ(session.End(), 0u);
 }

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/windows/ui/launcher_window.h"
 
+#include <shellapi.h>
+
+#include <array>
+
 #include "host/windows/ui/resource.h"
 
 namespace vornalux {
@@ -10,6 +14,7 @@ NativeLauncher::NativeLauncher(Introfrm& launcher, DefragWindow& main_window)
   RECT area;
   GetWindowRect(window(), &area);
   full_height_ = area.bottom - area.top;
+  LoadDrivePictures();
   Bind(IDC_VOLUMES, launcher.ImageCombo1);
   Bind(IDC_SELECT, launcher.CmdGo);
   Bind(IDC_MORE, launcher.CmdJob);
@@ -24,6 +29,30 @@ NativeLauncher::NativeLauncher(Introfrm& launcher, DefragWindow& main_window)
   launcher.FrmJob.changed = [this] { Fold(); };
   AtEnd([&launcher] { launcher.FrmJob.changed = nullptr; });
   Fold();
+}
+
+NativeLauncher::~NativeLauncher() { ImageList_Destroy(pictures_); }
+
+// The shell's own pictures of the kinds of drives, each in the place of its kind.
+void NativeLauncher::LoadDrivePictures() {
+  constexpr std::uint32_t kKinds = drive_type::kRamDisk + 1;
+  constexpr int kOther = 8;
+  std::array<int, kKinds> pictures;  // their numbers in the shell's library
+  pictures.fill(kOther);
+  pictures[drive_type::kRemovable] = 7;
+  pictures[drive_type::kFixed] = 8;
+  pictures[drive_type::kCdRom] = 11;
+  pictures_ = ImageList_Create(GetSystemMetrics(SM_CXSMICON), GetSystemMetrics(SM_CYSMICON),
+                               ILC_COLOR32 | ILC_MASK, kKinds, 0);
+  for (const int picture : pictures) {
+    HICON icon = nullptr;
+    ExtractIconExW(L"shell32.dll", picture, nullptr, &icon, 1);
+    // A place without a picture would move those behind it.
+    if (icon == nullptr) icon = CopyIcon(LoadIconA(nullptr, IDI_APPLICATION));
+    ImageList_AddIcon(pictures_, icon);
+    DestroyIcon(icon);
+  }
+  SendMessageW(Item(IDC_VOLUMES), CBEM_SETIMAGELIST, 0, reinterpret_cast<LPARAM>(pictures_));
 }
 
 void NativeLauncher::BindJobOptions() {

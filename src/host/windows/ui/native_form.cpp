@@ -308,6 +308,10 @@ void NativeForm::Bind(int id, ComboBox& combo) {
       item.mask = CBEIF_TEXT;
       item.iItem = -1;  // at the end
       item.pszText = text.data();
+      if (combo.images()[shown] >= 0) {
+        item.mask |= CBEIF_IMAGE | CBEIF_SELECTEDIMAGE;
+        item.iImage = item.iSelectedImage = combo.images()[shown];
+      }
       SendMessageW(native, CBEM_INSERTITEMW, 0, reinterpret_cast<LPARAM>(&item));
     }
     SendMessageW(native, CB_SETCURSEL, static_cast<WPARAM>(combo.list_index.get()), 0);
