@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "app/launcher.h"
-#include "app/text_edges.h"
+#include "app/text.h"
 
 namespace vornalux {
 namespace {

@@ -2,6 +2,7 @@
 // The launcher's unattended side: a command-line tail becomes a job and is carried out.
 #include "app/job_tail.h"
 #include "app/launcher.h"
+#include "app/text.h"
 
 namespace vornalux {
 namespace {
@@ -11,12 +12,10 @@ bool IsSwitch(const std::string& operand) {
 }
 
 // Lower case, with the slash form turned into the dash form.
-std::string SwitchName(std::string token) {
-  for (char& c : token) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  if (token.starts_with('/')) token.front() = '-';
-  return token;
+std::string SwitchName(const std::string& token) {
+  std::string name = LowerCase(token);
+  if (name.starts_with('/')) name.front() = '-';
+  return name;
 }
 
 std::string WithoutBlanksBefore(const std::string& tail) {

@@ -2,7 +2,7 @@
 // The launcher's job as a shortcut on the desktop.
 #include "app/launcher.h"
 #include "app/shortcut.h"
-#include "app/text_edges.h"
+#include "app/text.h"
 
 namespace vornalux {
 

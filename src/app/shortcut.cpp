@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "app/special_folder.h"
-#include "app/text_edges.h"
+#include "app/text.h"
 
 namespace vornalux {
 namespace {
@@ -31,13 +31,6 @@ ShellResult ShortcutPath(const std::string& folder, const std::string& name, con
   }
   path = AddSlash(folder) + name + extension;
   return {};
-}
-
-bool IsFileKind(std::string kind) {
-  for (char& c : kind) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return kind == "file";
 }
 
 }  // namespace
@@ -110,7 +103,8 @@ ShellResult cShortcut::CreateInternetShortcutAt(const std::string& name, const s
   const ShellResult named = ShortcutPath(folder, name, ".url", path);
   if (named.Failed()) return named;
   const std::string text = std::string("[InternetShortcut]\r\nURL=") +
-                           (IsFileKind(kind) ? "file://" : "http://") + Trimmed(address) + "\r\n";
+                           (LowerCase(kind) == "file" ? "file://" : "http://") + Trimmed(address) +
+                           "\r\n";
   return {.error = objects_.WriteTextFile(path, text)};
 }
 

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "app/text.h"
+
 namespace vornalux {
 namespace {
 
@@ -34,13 +36,6 @@ constexpr KnownFolder kFolders[] = {
     {"templates", "Templates"},
     {"quicklaunch", "AppData", "", "\\Microsoft\\Internet Explorer\\Quick Launch"},
 };
-
-std::string LowerCase(std::string text) {
-  for (char& c : text) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return text;
-}
 
 }  // namespace
 

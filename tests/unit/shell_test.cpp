@@ -4,7 +4,7 @@
 
 #include "app/shortcut.h"
 #include "app/special_folder.h"
-#include "app/text_edges.h"
+#include "app/text.h"
 #include "unit/rig.h"
 
 namespace vornalux::testing {

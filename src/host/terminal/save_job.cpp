@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "app/program.h"
-#include "app/text_edges.h"
+#include "app/text.h"
 #include "host/mounted/mounted_platform.h"
 #include "host/mounted/windows_path.h"
 #include "host/terminal/desktop_entry.h"

@@ -45,7 +45,11 @@ bool WindowsSystem::IsWow64Process() {
 
 bool WindowsSystem::EnablePrivilege(const std::string& name) {
   HANDLE token = nullptr;
-  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &token)) {
+  SetLastError(ERROR_SUCCESS);
+  const BOOL opened =
+      OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &token);
+  if (!opened || GetLastError() != ERROR_SUCCESS) {
+    if (opened) CloseHandle(token);
     return false;
   }
   TOKEN_PRIVILEGES wanted{};
