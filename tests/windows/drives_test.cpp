@@ -7,7 +7,6 @@
 
 #include "host/windows/system_headers.h"
 #include "host/windows/windows_devices.h"
-#include "host/windows/windows_volumes.h"
 
 namespace vornalux {
 namespace {
@@ -17,23 +16,8 @@ class Drives : public testing::Test {
   void SetUp() override {
     if (std::getenv("VORNALUX_TEST_DRIVES") == nullptr) GTEST_SKIP() << "no drives made for tests";
   }
-  WindowsVolumes volumes_;
   WindowsDevices devices_;
 };
-
-// Wine's file system answers none of the questions below: an error, not a made-up answer.
-TEST_F(Drives, VolumesThatDoNotAnswer) {
-  EXPECT_EQ(volumes_.OpenVolume("\\\\.\\Q:"), kInvalidHandle);
-  const Handle volume = volumes_.OpenVolume("\\\\.\\D:");
-  ASSERT_NE(volume, kInvalidHandle);
-  BitmapChunk chunk;
-  NtfsVolumeData data;
-  EXPECT_EQ(volumes_.VolumeBitmap(volume, 0, 65536, chunk), error::kNotSupported);
-  EXPECT_EQ(volumes_.NtfsData(volume, data), error::kNotSupported);
-  EXPECT_EQ(volumes_.MoveClusters(volume, volume, 0, 100, 1), error::kNotSupported);
-  volumes_.CloseVolume(volume);
-  EXPECT_EQ(volumes_.VolumeBitmap(volume, 0, 65536, chunk), error::kInvalidHandle);
-}
 
 // I: is an image of 5 GiB with a FAT file system and a mark at 4 GiB + 1 MiB.
 TEST_F(Drives, RawSectors) {
