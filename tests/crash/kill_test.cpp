@@ -6,10 +6,9 @@
 #include <cstdlib>
 #include <set>
 
-#include "check/content.h"
-#include "check/volume_check.h"
 #include "mkvolume/maker.h"
 #include "support/image_folder.h"
+#include "support/intact.h"
 #include "support/seed.h"
 #include "volumes/program_process.h"
 
@@ -82,14 +81,7 @@ TEST_P(KillTest, EveryFileIsWholeAfterTheNextCommand) {
     ASSERT_EQ(RunWith("VORNALUX_KILL_AT", std::to_string(kill_at)).signal, SIGKILL);
     const ProgramEnd next = RunProgram({"analyze", Path("work.img"), "--quiet"});
     ASSERT_EQ(next.code, 0) << next.err;
-
-    CheckOptions options;
-    options.hash = true;
-    const CheckReport report = CheckVolume(Path("work.img"), options);
-    EXPECT_TRUE(report.Clean()) << report.ProblemText();
-    EXPECT_FALSE(report.dirty);
-    EXPECT_EQ(CompareContent(report.items, manifest), std::vector<std::string>());
-    EXPECT_FALSE(std::filesystem::exists(Path("work.img.vornalux-journal")));
+    ExpectIntact(Path("work.img"), manifest);
     if (HasFailure()) return;
   }
 }

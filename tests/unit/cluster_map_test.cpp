@@ -124,8 +124,7 @@ TEST(ClusterMap, ShowsTheVolumeAndItsCandidates) {
 // The map is clicked while nothing runs, and a run is started before it is drawn.
 TEST(ClusterMap, RunInsideARedraw) {
   for (std::size_t nth = 1; nth < 80; ++nth) {
-    const auto volume = SmallVolume(nth);
-    Rig rig(*volume);
+    SmallRig rig(nth);
     rig.program.flags.OptimizeMode = True;
     rig.engine.analysis.Analyze_This();
     rig.machine->User().AtDoEvents(rig.machine->User().DoEventsCount() + nth,

@@ -111,6 +111,15 @@ inline std::unique_ptr<SimulatedVolume> SmallVolume(std::uint64_t seed,
   return volume;
 }
 
+struct SmallDisk {
+  std::unique_ptr<SimulatedVolume> disk;
+};
+
+// A rig with a small volume of its own.
+struct SmallRig : SmallDisk, Rig {
+  explicit SmallRig(std::uint64_t seed = 1) : SmallDisk{SmallVolume(seed)}, Rig(*disk) {}
+};
+
 // Nothing lost, nothing left open, ready for the next run.
 inline void ExpectSound(const Rig& rig) {
   EXPECT_EQ(rig.volume.DamagedContent(), std::vector<std::string>());

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // What the program leaves with the shell: shortcuts, and verbs in context menus.
 #include <algorithm>
+#include <sstream>
 
 #include "app/shortcut.h"
 #include "app/special_folder.h"
@@ -17,40 +18,32 @@ TEST(SpecialFolder, FindsEachNameAndFallsBack) {
   ScriptedShell objects;
   std::unique_ptr<ScriptShell> shell;
   ASSERT_FALSE(objects.CreateScriptShell(shell).Failed());
-  const char* const plain[] = {"AllUsersDesktop",  "AllUsersStartMenu",
-                               "AllUsersPrograms", "AllUsersStartup",
-                               "AppData",          "Desktop",
-                               "Favorites",        "Fonts",
-                               "MyDocuments",      "NetHood",
-                               "PrintHood",        "Programs",
-                               "Recent",           "SendTo",
-                               "StartMenu",        "Startup",
-                               "Templates"};
-  for (const std::string name : plain) objects.folders[name] = "X:\\" + name;
+  std::istringstream names(
+      "AllUsersDesktop AllUsersStartMenu AllUsersPrograms AllUsersStartup AppData Desktop "
+      "Favorites "
+      "Fonts MyDocuments NetHood PrintHood Programs Recent SendTo StartMenu Startup Templates");
   const auto find = [&](std::string name) {
     std::string folder = "left over";
     const ShellResult result = GetSpecialFolder(*shell, name, folder);
     return result.Failed() ? "failed" : folder;
   };
-  for (std::string name : plain) {
-    const std::string path = "X:\\" + name;
+  for (std::string name; names >> name;) {
+    const std::string path = objects.folders[name] = "X:\\" + name;
     EXPECT_EQ(find(name), path);
     std::transform(name.begin(), name.end(), name.begin(), ::toupper);
     EXPECT_EQ(find(name), path);
   }
-  const std::string quick_launch = "\\Microsoft\\Internet Explorer\\Quick Launch";
-  EXPECT_EQ(find("QuickLaunch"), "X:\\AppData" + quick_launch);
+  EXPECT_EQ(find("QuickLaunch"), R"(X:\AppData\Microsoft\Internet Explorer\Quick Launch)");
   for (const char* name : {"", "NoSuch", "AllUsersDesktop "}) EXPECT_EQ(find(name), "");
 
-  const std::pair<const char*, const char*> missing[] = {{"AllUsersDesktop", "X:\\Desktop"},
-                                                         {"AllUsersStartMenu", "X:\\StartMenu"},
-                                                         {"AllUsersPrograms", "X:\\Programs"},
-                                                         {"AllUsersStartup", ""},
-                                                         {"Fonts", ""},
-                                                         {"AppData", ""}};
-  for (const auto& [name, instead] : missing) {
+  for (const char* name : {"Desktop", "StartMenu", "Programs"}) {
+    const std::string of_all = std::string("AllUsers") + name;
+    objects.folders.erase(of_all);
+    EXPECT_EQ(find(of_all), std::string("X:\\") + name);
+  }
+  for (const char* name : {"AllUsersStartup", "Fonts", "AppData"}) {
     objects.folders.erase(name);
-    EXPECT_EQ(find(name), instead);
+    EXPECT_EQ(find(name), "");
   }
   EXPECT_EQ(find("quicklaunch"), "") << "half a path is none";
   objects.fails_at = "folder AllUsersDesktop";
@@ -109,9 +102,7 @@ TEST(Shortcut, OfTheInternet) {
 
 // The launcher on drive C: with a program folder, whose shell has both desktops.
 struct ShortcutRig {
-  ShortcutRig() : volume(SmallVolume(1)), rig(*volume) {
-    shell.folders = {{"AllUsersDesktop", kAllDesktop}, {"Desktop", kDesktop}};
-  }
+  ShortcutRig() { shell.folders = {{"AllUsersDesktop", kAllDesktop}, {"Desktop", kDesktop}}; }
   // Types the title, if any, and returns what the boxes then say.
   std::string Press(const char* title) {
     const std::size_t before = user.Boxes().size();
@@ -123,38 +114,24 @@ struct ShortcutRig {
     }
     return said;
   }
-  std::unique_ptr<SimulatedVolume> volume;
-  Rig rig;
+  SmallRig rig;
   ScriptedShell& shell = rig.machine->Shell();
   ScriptedDesktop& user = rig.machine->User();
 };
 
-TEST(JobShortcut, HoldsTheJobLineOfTheButton) {
+TEST(JobShortcut, BlanksMissingFoldersAndNamesThatAreTaken) {
   ShortcutRig test;
-  Introfrm& launcher = test.rig.program.launcher;
-  launcher.Option3.Click();
-  launcher.VSS_Command.Click();
-  EXPECT_EQ(test.Press("  my job "), "Shortcut Created|Desktop shortcut 'my job' created.");
-  EXPECT_EQ(test.user.Boxes().back().icon, BoxIcon::Information);
-  EXPECT_EQ(test.user.InputBoxes().front(),
-            "Enter Shortcut Title|Enter Title for This Desktop Shortcut:|Vornalux");
-  const std::string file = kAllDesktop + "\\my job.lnk";
-  const auto expected = [](const std::string& job) {
-    return "TargetPath=C:\\Program Files\\Vornalux\\vornalux.exe\nArguments=" + job +
-           "\nWorkingDirectory=C:\\Program Files\\Vornalux\\\n"
-           "IconLocation=C:\\Program Files\\Vornalux\\vornalux.exe,0\nWindowStyle=1\n";
-  };
-  EXPECT_EQ(test.shell.files[file], expected("/drv C: /o /normal /vssafe"));
-  EXPECT_EQ(launcher.Command2.caption.get(),
-            "Create desktop shortcut Job /drv C: /o /normal /vssafe");
-
-  launcher.Option1.Click();
-  test.Press("my job");
-  EXPECT_EQ(test.shell.files[file], expected("/drv C: /d /normal /vssafe")) << "replaced";
-  EXPECT_EQ(test.shell.files.size(), 1U);
   for (const char* nothing : {static_cast<const char*>(nullptr), "", "   "}) {
     EXPECT_EQ(test.Press(nothing), "");
   }
+  EXPECT_EQ(test.Press("  my job "), "Shortcut Created|Desktop shortcut 'my job' created.");
+  test.rig.program.launcher.Option3.Click();
+  test.Press("my job");
+  EXPECT_EQ(test.shell.files.size(), 1U);
+  EXPECT_EQ(test.shell.files[kAllDesktop + "\\my job.lnk"],
+            "TargetPath=C:\\Program Files\\Vornalux\\vornalux.exe\n"
+            "Arguments=/drv C: /o /normal\nWorkingDirectory=C:\\Program Files\\Vornalux\\\n"
+            "IconLocation=C:\\Program Files\\Vornalux\\vornalux.exe,0\nWindowStyle=1\n");
   test.shell.folders.erase("AllUsersDesktop");
   test.Press("mine");
   EXPECT_TRUE(test.shell.FileExists(kDesktop + "\\mine.lnk"));
@@ -183,24 +160,8 @@ TEST(JobShortcut, AFailureIsOneClearMessage) {
   EXPECT_EQ(test.shell.files.size(), 0U);
 }
 
-const std::string kExe = "C:\\Program Files\\Vornalux\\Vornalux.exe ";
-
-// All verbs' keys with their commands, as a registry that holds nothing else.
-std::string AllVerbs() {
-  MemoryRegistry registry;
-  const std::pair<const char*, const char*> verbs[] = {
-      {"Directory\\shell\\Vornalux Defrag", "/d /dir \"%1\""},
-      {"Directory\\shell\\Vornalux Defrag Background", "/min /close /d /dir \"%1\""},
-      {"Drive\\shell\\Vornalux Defrag", "/d /drv %1"},
-      {"Drive\\shell\\Vornalux Defrag Background", "/min /close /d /drv %1"},
-      {"Drive\\shell\\Vornalux Optimize", "/o /drv %1"},
-      {"Drive\\shell\\Vornalux Optimize Shutdown", "/down /o /drv %1"}};
-  for (const auto& [key, job] : verbs) registry.Add(std::string(key) + "\\command", kExe + job);
-  return registry.Dump();
-}
-
 struct ContextRig {
-  ContextRig() : volume(SmallVolume(1)), rig(*volume) {
+  ContextRig() {
     keys.Add("Directory\\shell");
     keys.Add("Drive\\shell");
   }
@@ -209,8 +170,7 @@ struct ContextRig {
     for (const CheckBox& box : window.Check1) checked += box.value ? '1' : '0';
     return checked;
   }
-  std::unique_ptr<SimulatedVolume> volume;
-  Rig rig;
+  SmallRig rig;
   MemoryRegistry& keys = rig.machine->Keys();
   frmContext& window = rig.program.launcher.context_menu;
 };
@@ -218,20 +178,27 @@ struct ContextRig {
 TEST(ContextMenu, WritesReadsAndRemovesVerbs) {
   ContextRig test;
   const std::string before = test.keys.Dump();
-  test.window.Open();
-  EXPECT_EQ(test.Checked(), "000000");
-  test.window.cmdApply.Click();
-  EXPECT_EQ(test.keys.Dump(), before);
+  MemoryRegistry all;
+  const std::string exe = "C:\\Program Files\\Vornalux\\Vornalux.exe ";
+  const std::pair<const char*, const char*> verbs[] = {
+      {"Directory\\shell\\Vornalux Defrag", "/d /dir \"%1\""},
+      {"Directory\\shell\\Vornalux Defrag Background", "/min /close /d /dir \"%1\""},
+      {"Drive\\shell\\Vornalux Defrag", "/d /drv %1"},
+      {"Drive\\shell\\Vornalux Defrag Background", "/min /close /d /drv %1"},
+      {"Drive\\shell\\Vornalux Optimize", "/o /drv %1"},
+      {"Drive\\shell\\Vornalux Optimize Shutdown", "/down /o /drv %1"}};
+  for (const auto& [key, job] : verbs) all.Add(std::string(key) + "\\command", exe + job);
   for (CheckBox& box : test.window.Check1) box.Click();
+  bool ended = false;
+  test.window.closed = [&ended] { ended = true; };
   test.window.cmdCancel.Click();
-  EXPECT_FALSE(test.window.visible);
+  EXPECT_TRUE(ended && !test.window.visible);
   EXPECT_EQ(test.keys.Dump(), before) << "nothing is written";
 
-  for (CheckBox& box : test.window.Check1) box.value = true;
   test.window.Show();
   test.window.cmdApply.Click();
   EXPECT_TRUE(test.window.visible);
-  EXPECT_EQ(test.keys.Dump(), AllVerbs());
+  EXPECT_EQ(test.keys.Dump(), all.Dump());
   test.window.Check1[1].Click();
   test.window.Check1[4].Click();
   test.window.cmdOK.Click();
@@ -249,10 +216,11 @@ TEST(ContextMenu, EachVerbIsAJob) {
   for (const auto& verb : kContextVerbs) {
     ContextRig test;
     std::string job = verb.job;
-    job.replace(job.find("%1"), 2, job.find("/dir") == std::string::npos ? "C:\\" : "C:\\a b\\c");
+    const bool folder = std::string(verb.key).starts_with("Directory");
+    job.replace(job.find("%1"), 2, folder ? "C:\\a b\\c" : "C:\\");
     EXPECT_EQ(test.rig.program.launcher.CheckJobLine(job), JobOutcome::None) << job;
     EXPECT_EQ(test.rig.Boxes(), std::vector<std::string>()) << job;
-    EXPECT_EQ(test.rig.program.settings.target.Drive(), "C:") << job;
+    EXPECT_EQ(test.rig.program.settings.target.directory, folder ? "a b\\c" : "") << job;
   }
 }
 
@@ -277,17 +245,17 @@ TEST(ContextMenu, DeletingMeetsMissingParentsAndKeysThatStay) {
   // What cannot be deleted stays, and ends.
   test.keys.Add("Drive\\shell\\v\\a\\b");
   const std::string with_verb = test.keys.Dump();
+  const auto stays = [&](const char* what) {
+    registry.DeleteKeyTree(kClassesRoot, "Drive\\shell\\v");
+    EXPECT_EQ(test.keys.Dump(), with_verb) << what;
+    test.keys.undeletable = test.keys.unopenable = {};
+  };
   test.keys.undeletable = {"Drive\\shell\\v\\a\\b"};
-  registry.DeleteKeyTree(kClassesRoot, "Drive\\shell\\v");
-  EXPECT_EQ(test.keys.Dump(), with_verb);
-  test.keys.undeletable.clear();
+  stays("undeletable");
   test.keys.unopenable = {"Drive\\shell\\v\\a"};
-  registry.DeleteKeyTree(kClassesRoot, "Drive\\shell\\v");
-  EXPECT_EQ(test.keys.Dump(), with_verb);
-  test.keys.unopenable.clear();
+  stays("unopenable");
   test.keys.deletes_nothing = true;
-  registry.DeleteKeyTree(kClassesRoot, "Drive\\shell\\v");
-  EXPECT_EQ(test.keys.Dump(), with_verb);
+  stays("says that it has deleted");
   EXPECT_LT(test.keys.key_enumerations, 60);
   EXPECT_EQ(test.keys.OpenKeys(), 0U);
   EXPECT_EQ(test.rig.Boxes().size(), 1U);
@@ -302,27 +270,6 @@ TEST(ContextMenu, ValuesAreFoundByNameAndCut) {
   EXPECT_EQ(registry.ReadString(kClassesRoot, "A\\B\\C", "NAME"), "x");
   EXPECT_EQ(registry.ReadString(kClassesRoot, "a\\b", ""), "");
   EXPECT_EQ(registry.ReadString(kClassesRoot, "a\\x", ""), "");
-}
-
-TEST(ContextMenu, SetshellOpensOnlyThatWindowAndEndsWithIt) {
-  for (const bool ok : {true, false}) {
-    ContextRig test;
-    test.keys.Add("Drive\\shell\\Vornalux Optimize\\command", "anything");
-    Introfrm& launcher = test.rig.program.launcher;
-    launcher.Introduction();
-    ASSERT_TRUE(launcher.visible);
-    EXPECT_EQ(launcher.process_cmd_line("-SetShell /d"), JobOutcome::ContextMenu);
-    EXPECT_FALSE(launcher.visible || test.rig.window.visible);
-    EXPECT_TRUE(test.window.visible);
-    EXPECT_EQ(test.Checked(), "000010");
-    bool ended = false;
-    test.rig.window.unloaded = [&ended] { ended = true; };
-    test.window.cmdApply.Click();
-    EXPECT_FALSE(ended);
-    (ok ? test.window.cmdOK : test.window.cmdCancel).Click();
-    EXPECT_TRUE(ended);
-    EXPECT_EQ(test.rig.machine->Log().Count(CallKind::MoveClusters), 0U);
-  }
 }
 
 }  // namespace

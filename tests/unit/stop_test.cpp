@@ -132,8 +132,7 @@ void ExpectStopped(const StoppedRun& run, Pass pass) {
 // A stop is seen at the next entry; at the last one there is nothing left to leave out.
 TEST(StoppedAnalysis, ReportsOnlyWhenComplete) {
   for (const bool at_last_entry : {false, true}) {
-    const auto volume = SmallVolume(3);
-    Rig rig(*volume);
+    SmallRig rig(3);
     rig.DebugOn();
     std::size_t entry = 0;
     rig.machine->User().AtEveryDoEvents([&] {

@@ -14,13 +14,6 @@
 namespace vornalux::test {
 namespace {
 
-Legend SomeLegend() {
-  return {.density = {{map_colour::kFree, false, 0, "free"},
-                      {map_colour::kMftZone, true, map_colour::kMft, "MFT (area)"}},
-          .candidates_caption = "candidate for:",
-          .candidates = {{map_colour::kDefrag, false, 0, "defrag"}}};
-}
-
 // The pixels of a PNG file as Colours, row by row.
 std::vector<Colour> Decode(const std::vector<std::uint8_t>& file, unsigned& width) {
   png_image image{};
@@ -41,9 +34,12 @@ TEST(MapImage, ShowsEveryColumnInItsColourAndTheLegend) {
   // Colours that occur in no legend, so that each can be found again.
   MapColumns columns;
   for (Colour i = 0; i < 400; ++i) columns.push_back(0x123400 + i * 7);
+  Legend legend;
+  legend.density = {{map_colour::kFree, false, 0, "free"},
+                    {map_colour::kMftZone, true, map_colour::kMft, "MFT (area)"}};
+  legend.candidates = {{map_colour::kDefrag, false, 0, "defrag"}};
   unsigned width = 0;
-  const std::vector<Colour> pixels =
-      Decode(EncodePng(DrawMapWithLegend(columns, SomeLegend())), width);
+  const std::vector<Colour> pixels = Decode(EncodePng(DrawMapWithLegend(columns, legend)), width);
   ASSERT_GE(width, 800u);
   const auto first = std::find(pixels.begin(), pixels.end(), columns.front());
   ASSERT_NE(first, pixels.end());

@@ -6,7 +6,10 @@
 #include <algorithm>
 #include <random>
 #include <regex>
+#include <sstream>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include "host/terminal/display_text.h"
 #include "host/terminal/live_frame.h"
@@ -24,31 +27,16 @@ constexpr Charset kBoth[] = {Charset::Ascii, Charset::Utf8};
 
 // Bytes that mean something to a decoder, a terminal or a width table, in any order.
 std::string Nasty(std::mt19937_64& random) {
-  static const std::string kPieces[] = {"a",
-                                        "C:\\",
-                                        "name.txt",
-                                        "\x1b[2J",
-                                        "\x07",
-                                        "\r",
-                                        "\n",
-                                        std::string(1, '\0'),
-                                        "\x7f",
-                                        "\xC2\x9B",
-                                        "\xE4\xB8\xAD",
-                                        "\xF0\x9F\x98\x80",
-                                        "e\xCC\x81",
-                                        "\xED\xA0\x80",
-                                        "\xC0\xAF",
-                                        "\xF8",
-                                        "\xE2\x80\xAE",
-                                        "\xE2\x81\xA9",
-                                        "\xE2\x80\xA8",
-                                        "\xF4\x90\x80\x80",
-                                        "\xE4\xB8"};
+  static std::vector<std::string> pieces = {std::string(1, '\0')};
+  static std::istringstream list(
+      "a|C:\\|name.txt|\x1b[2J|\x07|\r|\n|\x7f|\xC2\x9B|\xE4\xB8\xAD|\xF0\x9F\x98\x80|e\xCC\x81|"
+      "\xED\xA0\x80|\xC0\xAF|\xF8|\xE2\x80\xAE|\xE2\x81\xA9|\xE2\x80\xA8|\xF4\x90\x80\x80|"
+      "\xE4\xB8");
+  for (std::string piece; std::getline(list, piece, '|');) pieces.push_back(piece);
   std::string text;
   for (auto count = random() % 30; count > 0; --count) {
     text += random() % 4 == 0 ? std::string(1, static_cast<char>(random()))
-                              : kPieces[random() % std::size(kPieces)];
+                              : pieces[random() % pieces.size()];
   }
   return text;
 }
@@ -179,31 +167,22 @@ TEST(MapStrip, PlacesShowTheirMostTellingColumn) {
 }
 
 TEST(MapStrip, ColoursFollowTheTerminal) {
-  struct Case {
-    const char *term, *colorterm;
-    std::optional<ColourDepth> depth;
-  };
-  constexpr Case kCases[] = {{"xterm-256color", nullptr, ColourDepth::Indexed},
-                             {"xterm", "truecolor", ColourDepth::Full},
-                             {"screen", "", ColourDepth::Indexed},
-                             {"vt100", nullptr, ColourDepth::None},
-                             {"xterm-mono", nullptr, ColourDepth::None},
-                             {"dumb", "truecolor", std::nullopt},
-                             {nullptr, "truecolor", std::nullopt},
-                             {"", nullptr, std::nullopt}};
-  for (const Case& c : kCases) {
-    EXPECT_EQ(DepthOf(c.term, c.colorterm), c.depth) << (c.term ? c.term : "no TERM");
+  const std::tuple<const char*, const char*, std::optional<ColourDepth>> kCases[] = {
+      {"xterm-256color", nullptr, ColourDepth::Indexed},
+      {"xterm", "truecolor", ColourDepth::Full},
+      {"screen", "", ColourDepth::Indexed},
+      {"vt100", nullptr, ColourDepth::None},
+      {"xterm-mono", nullptr, ColourDepth::None},
+      {"dumb", "truecolor", std::nullopt},
+      {nullptr, "truecolor", std::nullopt},
+      {"", nullptr, std::nullopt}};
+  for (const auto& [term, colorterm, depth] : kCases) {
+    EXPECT_EQ(DepthOf(term, colorterm), depth) << (term ? term : "no TERM");
   }
 }
 
 TEST(TerminalText, ShortensInTheMiddleByColumns) {
-  struct Case {
-    const char* text;
-    int columns;
-    Charset charset;
-    const char* expected;
-  };
-  constexpr Case kCases[] = {
+  constexpr std::tuple<const char*, int, Charset, const char*> kCases[] = {
       {"C:\\folder\\file.txt", 18, Charset::Utf8, "C:\\folder\\file.txt"},
       {"C:\\folder\\file.txt", 13, Charset::Utf8, "C:\\\xE2\x80\xA6\\file.txt"},
       {"C:\\folder\\file.txt", 15, Charset::Ascii, "C:\\...\\file.txt"},
@@ -213,8 +192,8 @@ TEST(TerminalText, ShortensInTheMiddleByColumns) {
       {"abcdef", 1, Charset::Utf8, ""},
       {"abcdef", 0, Charset::Ascii, ""},
   };
-  for (const Case& c : kCases) {
-    EXPECT_EQ(ShortenedText(c.text, c.columns, c.charset), c.expected) << c.text << c.columns;
+  for (const auto& [text, columns, charset, expected] : kCases) {
+    EXPECT_EQ(ShortenedText(text, columns, charset), expected) << text << columns;
   }
 }
 

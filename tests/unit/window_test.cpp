@@ -31,8 +31,7 @@ void During(Rig& rig, Pass pass, std::size_t nth, Action action) {
 }
 
 TEST(Window, MenuAndTimersFollowTheState) {
-  const auto volume = SmallVolume(1);
-  Rig rig(*volume);
+  SmallRig rig;
   DefragWindow& window = rig.window;
   EXPECT_EQ(Menu(window), kIdle);
   for (const Pass pass : {Pass::Analyze, Pass::Defrag, Pass::Optimize, Pass::Compact}) {
@@ -64,8 +63,7 @@ TEST(Window, ClosesAtOnceOnlyWhenIdle) {
                             CloseReason::TaskManager}) {
     for (const bool busy : {false, true}) {
       SCOPED_TRACE(std::to_string(static_cast<int>(reason)) + (busy ? " busy" : " idle"));
-      const auto volume = SmallVolume(1);
-      Rig rig(*volume);
+      SmallRig rig;
       std::string unloaded;
       const std::pair<Form*, char> forms[] = {
           {&rig.program.launcher, 'l'},           {&rig.window.details, 'd'},
@@ -91,15 +89,13 @@ TEST(Window, ClosesAtOnceOnlyWhenIdle) {
       if (busy) ExpectSound(rig);
     }
   }
-  const auto volume = SmallVolume(1);
-  Rig rig(*volume);
+  SmallRig rig;
   rig.window.exitmnu.Click();
   EXPECT_TRUE(rig.program.flags.StopRequested);
 }
 
 TEST(Window, MinimisingYieldsToOtherPrograms) {
-  const auto volume = SmallVolume(1);
-  Rig rig(*volume);
+  SmallRig rig;
   const auto priorities = [&] {
     std::vector<std::int64_t> classes;
     for (const CallRecord& call : rig.machine->Log().Of(CallKind::SetPriorityClass)) {
@@ -118,8 +114,7 @@ TEST(Window, MinimisingYieldsToOtherPrograms) {
 }
 
 TEST(Window, StatusLineAndDebugWindow) {
-  const auto volume = SmallVolume(1);
-  Rig rig(*volume);
+  SmallRig rig;
   rig.Run(Pass::Analyze);
   EXPECT_FALSE(rig.program.debug_window.visible);
   rig.window.UpdateTimer.tick();
@@ -133,8 +128,7 @@ TEST(Window, StatusLineAndDebugWindow) {
 
 // Named so that each list shows which of its slots were taken.
 TEST(Details, ListsWhatEachButtonStandsFor) {
-  const auto volume = SmallVolume(1);
-  Rig rig(*volume);
+  SmallRig rig;
   FrmDetails& details = rig.window.details;
   const auto rows = [&] {
     std::string text;

@@ -154,15 +154,11 @@ class JobTest : public ImageFolder, public testing::WithParamInterface<const cha
   }
 
   CheckReport Judge(bool content) const {
-    CheckOptions options;
-    options.hash = content;
-    CheckReport report = CheckVolume(image_, options);
+    CheckReport report = CheckVolume(image_, {.hash = content});
     EXPECT_TRUE(report.Clean()) << report.ProblemText();
     EXPECT_FALSE(report.dirty);
     if (content) {
-      for (const std::string& difference : CompareContent(report.items, manifest_)) {
-        ADD_FAILURE() << difference;
-      }
+      EXPECT_EQ(CompareContent(report.items, manifest_), std::vector<std::string>());
     }
     return report;
   }

@@ -6,10 +6,9 @@
 #include <chrono>
 #include <cstdio>
 
-#include "check/content.h"
-#include "check/volume_check.h"
 #include "mkvolume/maker.h"
 #include "support/image_folder.h"
+#include "support/intact.h"
 #include "support/seed.h"
 
 namespace vornalux::test {
@@ -84,13 +83,9 @@ class LiveTerminalTest : public ImageFolder {
     ScreenWith("SAME");
   }
 
-  void ExpectIntact() const {
-    CheckOptions options;
-    options.hash = true;
-    const CheckReport report = CheckVolume(Path("disk.img"), options);
-    EXPECT_TRUE(report.Clean()) << recipe_ << "\n" << report.ProblemText();
-    EXPECT_EQ(CompareContent(report.items, manifest_), std::vector<std::string>()) << recipe_;
-    EXPECT_FALSE(std::filesystem::exists(Path("disk.img.vornalux-journal")));
+  void ExpectWhole() const {
+    SCOPED_TRACE(recipe_);
+    ExpectIntact(Path("disk.img"), manifest_);
   }
 
   std::string recipe_;
@@ -126,7 +121,7 @@ TEST_F(LiveTerminalTest, KeysResizeAndTheEndOfARun) {
   EXPECT_NE(screen.find("; stopped"), std::string::npos) << screen;
   EXPECT_EQ(screen.find("Quit current operation"), std::string::npos) << screen;
   ExpectTerminalGivenBack();
-  ExpectIntact();
+  ExpectWhole();
 }
 
 TEST_F(LiveTerminalTest, SuspendedAndKilledItGivesTheTerminalBack) {
@@ -145,7 +140,7 @@ TEST_F(LiveTerminalTest, SuspendedAndKilledItGivesTheTerminalBack) {
   Start("analyze");
   ScreenWith("END 0");
   ExpectTerminalGivenBack();
-  ExpectIntact();
+  ExpectWhole();
 }
 
 TEST_F(LiveTerminalTest, PlainLinesOnRequest) {

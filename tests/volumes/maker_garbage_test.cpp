@@ -5,6 +5,7 @@
 
 #include <iostream>
 #include <random>
+#include <tuple>
 
 #include "check/ntfs_stream.h"
 #include "check/volume_check.h"
@@ -96,13 +97,7 @@ INSTANTIATE_TEST_SUITE_P(
     });
 
 TEST(ExpandUnitTest, KnowsLiteralsReferencesAndRawChunks) {
-  struct Case {
-    const char* name;
-    std::vector<std::uint8_t> stored;
-    bool good;
-    std::string text;
-  };
-  const Case cases[] = {
+  const std::tuple<const char*, std::vector<std::uint8_t>, bool, std::string> cases[] = {
       {"literals", {0x03, 0xB0, 0x00, 'a', 'b', 'c'}, true, "abc"},
       {"a reference that overlaps itself", {0x03, 0xB0, 0x02, 'a', 0x05, 0x00}, true, "aaaaaaaaa"},
       {"ends at a zero header", {0x01, 0xB0, 0x00, 'a', 0, 0, 0xFF, 0xFF}, true, "a"},
@@ -112,12 +107,12 @@ TEST(ExpandUnitTest, KnowsLiteralsReferencesAndRawChunks) {
       {"a chunk longer than the data", {0x10, 0xB0, 0x00, 'a'}, false, ""},
       {"half a reference", {0x02, 0xB0, 0x02, 'a', 0x05}, false, ""},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, stored, good, text] : cases) {
+    SCOPED_TRACE(name);
     std::vector<std::uint8_t> out(8192, 0xEE);
-    ASSERT_EQ(checking::ExpandUnit(c.stored, out), c.good);
-    if (!c.good) continue;
-    std::vector<std::uint8_t> expected(c.text.begin(), c.text.end());
+    ASSERT_EQ(checking::ExpandUnit(stored, out), good);
+    if (!good) continue;
+    std::vector<std::uint8_t> expected(text.begin(), text.end());
     expected.resize(out.size());
     EXPECT_EQ(out, expected);
   }

@@ -137,36 +137,28 @@ TEST_F(SaveJob, LiesOnTheUsersDesktop) {
 }
 
 TEST_F(SaveJob, RefusalsWriteNothing) {
-  struct Case {
-    std::string name, job, image;
-    int code;
-    const char* says;
+  const fs::path desktop = Path("home/Desktop");
+  const auto refuse = [&](const std::string& name, const std::string& job, int code,
+                          const char* says, const std::string& image = "disk.img") {
+    const ProgramEnd end = Save(name, job, image);
+    EXPECT_EQ(end.code, code) << name << "|" << job << "\n" << end.err;
+    EXPECT_NE(end.err.find(says), std::string::npos) << end.err;
+    EXPECT_EQ(end.out, "");
+    EXPECT_TRUE(!fs::exists(desktop) || fs::is_empty(desktop)) << name << "|" << job;
   };
   const std::string good = "/drv C: /d";
-  const Case cases[] = {{"", good, "disk.img", 2, "needs a name"},
-                        {"   ", good, "disk.img", 2, "needs a name"},
-                        {"a/b", good, "disk.img", 2, "slash"},
-                        {"../x", good, "disk.img", 2, "slash"},
-                        {"a\nb", good, "disk.img", 2, "no name"},
-                        {"a\x7F", good, "disk.img", 2, "no name"},
-                        {"\xFF", good, "disk.img", 2, "no name"},
-                        {std::string(300, 'n'), good, "disk.img", 1, "too long"},
-                        {"n", "/drv C: /x", "disk.img", 2, "Invalid argument: /x"},
-                        {"n", "/d", "disk.img", 2, "No drive specified."},
-                        {"n", "/dir C:\\x /d", "disk.img", 2, "No dir specified."},
-                        {"n", "/drv D: /d", "disk.img", 2, "D:"},
-                        {"n", "/setshell", "disk.img", 2, "Explorer verbs"},
-                        {"n", "/dir \"C:\\\x01\" /d", "disk.img", 1, "cannot be shown"},
-                        {"n", good, "missing", 3, "missing: No such file"}};
-  for (const Case& c : cases) {
-    const ProgramEnd end = Save(c.name, c.job, c.image);
-    EXPECT_EQ(end.code, c.code) << c.name << "|" << c.job << "\n" << end.err;
-    EXPECT_NE(end.err.find(c.says), std::string::npos) << end.err;
-    EXPECT_EQ(end.out, "");
-    const fs::path desktop = Path("home/Desktop");
-    EXPECT_TRUE(!fs::exists(desktop) || fs::is_empty(desktop)) << c.name << "|" << c.job;
-  }
-  fs::remove_all(Path("home/Desktop"));
+  for (const char* name : {"", "   "}) refuse(name, good, 2, "needs a name");
+  for (const char* name : {"a/b", "../x"}) refuse(name, good, 2, "slash");
+  for (const char* name : {"a\nb", "a\x7F", "\xFF"}) refuse(name, good, 2, "no name");
+  refuse(std::string(300, 'n'), good, 1, "too long");
+  refuse("n", "/drv C: /x", 2, "Invalid argument: /x");
+  refuse("n", "/d", 2, "No drive specified.");
+  refuse("n", "/dir C:\\x /d", 2, "No dir specified.");
+  refuse("n", "/drv D: /d", 2, "D:");
+  refuse("n", "/setshell", 2, "Explorer verbs");
+  refuse("n", "/dir \"C:\\\x01\" /d", 1, "cannot be shown");
+  refuse("n", good, 3, "missing: No such file", "missing");
+  fs::remove_all(desktop);
   PutText("home/Desktop", "a file");
   EXPECT_EQ(Save("n", good).code, 1);
   setenv("HOME", "relative", 1);
