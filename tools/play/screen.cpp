@@ -12,7 +12,7 @@
 namespace vornalux::play {
 namespace {
 
-constexpr DWORD kPatienceMilliseconds = 20000;
+constexpr DWORD kPatienceMilliseconds = 120000;
 
 HANDLE stirred_by_messages = nullptr;
 

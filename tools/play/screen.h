@@ -33,7 +33,7 @@ class Screen {
   // The message box on top.
   HWND Box() const;
 
-  // Waits for a change of the windows after which the condition holds. Throws after half a minute,
+  // Waits for a change of the windows after which the condition holds. Throws after two minutes,
   // and says what was on the screen.
   void Until(const std::string& what, const std::function<bool()>& holds) const;
   void UntilShown(const std::string& what, HWND (Screen::*window)() const) const;

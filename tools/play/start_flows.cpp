@@ -15,7 +15,7 @@ namespace {
 
 using vornalux::play::FlowEntry;
 
-constexpr DWORD kLongestFlowMilliseconds = 60000;
+constexpr DWORD kLongestFlowMilliseconds = 300000;
 
 // Loads the library into a process that has not begun.
 bool Load(HANDLE process, const std::string& library) {
