@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <stdexcept>
 
 #include "host/windows/system_headers.h"
@@ -129,18 +128,6 @@ TEST(CheckLibrary, AnExceptionWaitsForTheLibrary) {
   EXPECT_EQ(with.Log().calls, 12) << "the library went through to its end";
   EXPECT_EQ(with.Log().last_answer, 0);
   EXPECT_THROW(check(), std::runtime_error) << "the next check is one like the first";
-}
-
-TEST(CheckLibrary, AVolumeThatIsNotThereCannotBeOpened) {
-  WindowsCheckLibrary library;
-  EXPECT_FALSE(library.CanOpenForWriting("\\\\.\\Q:"));
-  if (std::getenv("VORNALUX_TEST_DRIVES") != nullptr) {
-    EXPECT_TRUE(library.CanOpenForWriting("\\\\.\\I:"));
-    const HANDLE other = CreateFileA("\\\\.\\I:", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                     nullptr, OPEN_EXISTING, 0, nullptr);
-    EXPECT_FALSE(library.CanOpenForWriting("\\\\.\\I:"));
-    CloseHandle(other);
-  }
 }
 
 }  // namespace

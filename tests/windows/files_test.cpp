@@ -222,5 +222,16 @@ TEST_F(SystemFiles, ReadBytesUpToItsLimit) {
   EXPECT_EQ(files_.ReadBytes(folder_, content), error::kAccessDenied);
 }
 
+// Wine answers every question about extents with one that ends before it begins.
+TEST_F(SystemFiles, ExtentsThatMakeNoSenseEndAllTheSame) {
+  const std::string path = folder_ + "file";
+  ASSERT_TRUE(MakeFile(path, std::string(100000, 'x')));
+  std::int64_t vcn = 0;
+  for (const Extent& extent : ExtentReader(files_).ReadExtents(path, false, true).extents) {
+    EXPECT_GT(extent.NextVcn, vcn);
+    vcn = extent.NextVcn;
+  }
+}
+
 }  // namespace
 }  // namespace vornalux
