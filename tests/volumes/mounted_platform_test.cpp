@@ -300,5 +300,14 @@ TEST(MountedMachine, EveryErrorOfOursHasATextOfItsOwn) {
   EXPECT_EQ(platform.ErrorText(4), "");
 }
 
+TEST(MountedMachine, RandomDependsOnTheSeedAlone) {
+  MountedPlatform a({.windows_folder = {}, .seed = 3, .power_off = {}});
+  MountedPlatform b({.windows_folder = {}, .seed = 3, .power_off = {}});
+  for (int i = 0; i < 1000; ++i) {
+    const double value = a.Random();
+    ASSERT_TRUE(value == b.Random() && value >= 0.0 && value < 1.0) << value;
+  }
+}
+
 }  // namespace
 }  // namespace vornalux

@@ -15,9 +15,6 @@
 #include "play/import_patch.h"
 #include "windows/automation_double.h"
 
-// After the ones that they need.
-#include <shlobj.h>
-
 namespace vornalux {
 namespace {
 

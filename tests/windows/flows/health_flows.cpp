@@ -25,6 +25,12 @@ void Heat(Session& session, ScriptedDrive& disk, std::initializer_list<std::uint
   }
 }
 
+const Screen& StartToTheWarning(Session& session) {
+  session.Start();
+  session.screen.UntilShown("the warning", &Screen::Warning);
+  return session.screen;
+}
+
 std::string Degrees(const Screen& screen) {
   return Screen::Text(screen.Warning(), IDC_WARNING_TEMPERATURE);
 }
@@ -32,10 +38,8 @@ std::string Degrees(const Screen& screen) {
 FLOW(HotDiskHoldsAJobUp, "/drv C: /o /dbg /close", Alone) {
   ScriptedDrive disk;
   Heat(session, disk, {41, 58, 60, 0, 55}, {5, 8});
-  session.Start();
-  const Screen& screen = session.screen;
+  const Screen& screen = StartToTheWarning(session);
   const CallLog& log = session.machine.Drives().Log();
-  screen.UntilShown("the warning", &Screen::Warning);
   EXPECT_EQ(Degrees(screen), "58\u00B0C");
   EXPECT_EQ(Screen::Text(screen.Main(), IDC_TEMPERATURE), "C: temp 58 \u00B0C");
   EXPECT_FALSE(IsWindowEnabled(screen.Main()));
@@ -62,9 +66,7 @@ FLOW(HotDiskHoldsAJobUp, "/drv C: /o /dbg /close", Alone) {
 FLOW(HotDiskMayBeUsedOn, "/drv C: /o /close", Alone) {
   ScriptedDrive disk;
   Heat(session, disk, {58, 59, 60}, {5, 10});
-  session.Start();
-  const Screen& screen = session.screen;
-  screen.UntilShown("the warning", &Screen::Warning);
+  const Screen& screen = StartToTheWarning(session);
   screen.Press(screen.Warning(), IDC_WARNING_CONTINUE);
   screen.Until("the next warning",
                [&] { return Screen::Shown(screen.Warning()) && Degrees(screen) == "59\u00B0C"; });
@@ -76,9 +78,7 @@ FLOW(HotDiskMayBeUsedOn, "/drv C: /o /close", Alone) {
 FLOW(HotDiskMayEndTheRun, "/drv C: /o /close", Alone) {
   ScriptedDrive disk;
   Heat(session, disk, {58}, {5});
-  session.Start();
-  const Screen& screen = session.screen;
-  screen.UntilShown("the warning", &Screen::Warning);
+  const Screen& screen = StartToTheWarning(session);
   // Neither of these means anything here; Enter does.
   PostMessageW(screen.Warning(), WM_CLOSE, 0, 0);
   PostMessageW(screen.Warning(), WM_KEYDOWN, VK_ESCAPE, 1);
@@ -95,9 +95,7 @@ FLOW(HotDiskMayEndTheRun, "/drv C: /o /close", Alone) {
 FLOW(EndOfTheSessionFindsAHotDisk, "/drv C: /o", Alone) {
   ScriptedDrive disk;
   Heat(session, disk, {58}, {5});
-  session.Start();
-  const Screen& screen = session.screen;
-  screen.UntilShown("the warning", &Screen::Warning);
+  const Screen& screen = StartToTheWarning(session);
   PostMessageW(screen.Main(), WM_QUERYENDSESSION, 0, 0);
   screen.Answer("Quit current operation first!");
   EXPECT_EQ(session.End(), 0u);
