@@ -5,6 +5,7 @@
 
 #include "app/special_folder.h"
 #include "app/text.h"
+#include "volume/ascii_case.h"
 
 namespace vornalux {
 namespace {

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "app/text.h"
+#include "volume/ascii_case.h"
 
 namespace vornalux {
 namespace {

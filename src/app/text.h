@@ -18,12 +18,4 @@ inline std::string AddSlash(std::string path) {
   return path;
 }
 
-// The text with its ASCII letters in lower case.
-inline std::string LowerCase(std::string text) {
-  for (char& c : text) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return text;
-}
-
 }  // namespace vornalux

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "shell/registry_strings.h"
 
-#include <algorithm>
+#include "volume/ascii_case.h"
 
 namespace vornalux {
 namespace {
@@ -30,15 +30,6 @@ class OpenedKey {
   bool opened_;
 };
 
-// The system does not tell names apart by case.
-bool SameName(const std::string& a, const std::string& b) {
-  const auto lower = [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  };
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [&lower](char x, char y) { return lower(x) == lower(y); });
-}
-
 }  // namespace
 
 void modReg::WriteString(Handle root, const std::string& path, const std::string& name,
@@ -56,7 +47,8 @@ std::string modReg::ReadString(Handle root, const std::string& path, const std::
   std::string data;
   for (std::uint32_t i = 0; registry_.EnumValue(key.get(), i, found, data) == error::kSuccess;
        ++i) {
-    if (SameName(found, name)) return data.substr(0, data.find('\0'));
+    // The system does not tell names apart by case.
+    if (EqualIgnoringAsciiCase(found, name)) return data.substr(0, data.find('\0'));
   }
   return {};
 }

@@ -124,6 +124,13 @@ std::string Screen::Text(HWND window) {
   return FromWide(text);
 }
 
+std::string Screen::Panel(HWND dialog, int status_bar, int number) {
+  wchar_t text[1024] = {};
+  SendMessageW(GetDlgItem(dialog, status_bar), SB_GETTEXTW, static_cast<WPARAM>(number),
+               reinterpret_cast<LPARAM>(text));
+  return FromWide(text);
+}
+
 std::vector<std::string> Screen::Rows(HWND list) {
   std::vector<std::string> rows;
   for (int row = 0; row < ListView_GetItemCount(list); ++row) {

@@ -52,6 +52,7 @@ class Screen {
   static bool Shown(HWND window) { return window != nullptr && IsWindowVisible(window) != FALSE; }
   static std::string Text(HWND window);
   static std::string Text(HWND dialog, int id) { return Text(GetDlgItem(dialog, id)); }
+  static std::string Panel(HWND dialog, int status_bar, int number);
   static std::string BoxText(HWND box) { return Text(box, 0xFFFF); }
   static std::vector<std::string> Rows(HWND list);
   static std::vector<std::string> Items(HWND combo);

@@ -6,6 +6,7 @@
 
 #include "host/mounted/mounted_platform.h"
 #include "host/mounted/windows_path.h"
+#include "volume/ascii_case.h"
 
 namespace vornalux {
 

@@ -26,8 +26,6 @@ std::size_t Utf16Units(std::string_view utf8) {
   return units;
 }
 
-char ToLowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
 }  // namespace
 
 char DriveLetter(char letter) {
@@ -78,11 +76,6 @@ bool IsStreamSuffix(std::string_view text) {
   const std::size_t colon = text.find(':', 1);
   if (colon == std::string_view::npos) return true;
   return colon + 1 < text.size() && text.find(':', colon + 1) == std::string_view::npos;
-}
-
-bool EqualIgnoringAsciiCase(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](char x, char y) { return ToLowerAscii(x) == ToLowerAscii(y); });
 }
 
 }  // namespace vornalux

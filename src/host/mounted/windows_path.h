@@ -34,6 +34,4 @@ bool IsPlainName(std::string_view name);
 // Whether text is ":name", ":name:type" or "::type".
 bool IsStreamSuffix(std::string_view text);
 
-bool EqualIgnoringAsciiCase(std::string_view a, std::string_view b);
-
 }  // namespace vornalux

@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "host/mounted/windows_path.h"
+#include "volume/ascii_case.h"
 
 namespace vornalux {
 

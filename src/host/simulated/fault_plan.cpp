@@ -3,9 +3,9 @@
 
 #include <utility>
 
-#include "host/mounted/windows_path.h"
 #include "host/simulated/call_log.h"
 #include "host/simulated/simulated_volume.h"
+#include "volume/ascii_case.h"
 
 namespace vornalux {
 

@@ -6,14 +6,14 @@
 #include <iterator>
 #include <sstream>
 
+#include "volume/ascii_case.h"
+
 namespace vornalux {
 namespace {
 
 // The rights behind key_access::kAll.
 constexpr std::uint32_t kSetValue = 2;
 constexpr std::uint32_t kEnumerate = 8;
-
-char LowerCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 }  // namespace
 

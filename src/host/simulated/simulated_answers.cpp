@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "host/mounted/windows_path.h"
 #include "host/simulated/simulated_volume.h"
+#include "volume/ascii_case.h"
 
 namespace vornalux {
 

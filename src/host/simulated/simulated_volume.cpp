@@ -6,8 +6,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "host/mounted/windows_path.h"
 #include "host/simulated/stamp.h"
+#include "volume/ascii_case.h"
 
 namespace vornalux {
 

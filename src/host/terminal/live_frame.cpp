@@ -6,6 +6,7 @@
 
 #include "host/terminal/map_strip.h"
 #include "host/terminal/quantity_text.h"
+#include "volume/ascii_case.h"
 
 namespace vornalux {
 namespace {
@@ -219,8 +220,7 @@ void AddKeys(FrameBuilder& frame, std::initializer_list<std::pair<const char*, c
 char AccessKey(std::string_view caption) {
   const std::size_t mark = caption.find('&');
   if (mark == std::string_view::npos || mark + 1 == caption.size()) return 0;
-  const char letter = caption[mark + 1];
-  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+  return LowerCase(caption[mark + 1]);
 }
 
 ScreenLines ComposeMain(const LiveState& state, ScreenSize size, Look look) {

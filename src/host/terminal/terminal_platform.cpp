@@ -8,7 +8,7 @@
 
 #include <cerrno>
 
-#include "host/mounted/windows_path.h"
+#include "volume/ascii_case.h"
 
 namespace vornalux {
 namespace {

@@ -68,6 +68,11 @@ FLOW(AnalyzeShowsNumbersAndMap, "", Alone) {
   EXPECT_EQ(different, 0) << "of " << size.cx << " x " << size.cy << " pixels";
   EXPECT_EQ(Screen::Text(screen.Main()), portable.main_window.caption.get());
 
+  int number = 0;
+  for (const Label& panel : portable.main_window.status_panels) {
+    EXPECT_EQ(Screen::Panel(screen.Main(), IDC_STATUS_BAR, number++), panel.caption.get());
+  }
+
   // Behind the map's colours.
   screen.Press(screen.Main(), IDC_LEGEND_LABEL4 + 1);
   screen.UntilShown("the details", &Screen::Details);
