@@ -98,7 +98,10 @@ std::unique_ptr<MountedVolume> OpenImage(const std::string& path, const OpenOpti
   if (to_disk) PrepareJournalFolder(source);
   VolumeStore store = MakeStore(source, options.writable);
   store.allow_dirty = options.allow_dirty;
-  return OpenFileSystem(source, std::move(store));
+  store.only_looking = !to_disk;
+  std::unique_ptr<ImageVolume> volume = OpenFileSystem(source, std::move(store));
+  report.objections = volume->Objections();
+  return volume;
 }
 
 }  // namespace vornalux

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "host/image/refused.h"
 #include "host/mounted/mounted_volume.h"
@@ -23,6 +24,8 @@ struct OpenOptions {
 struct OpenReport {
   bool recovered = false;  // an interrupted run of ours was finished first
   std::string recovery;    // one line about it for the user
+  // Opened for looking or a dry run: what a pass would refuse the volume for, with the remedies.
+  std::vector<std::string> objections;
 };
 
 // Opens the NTFS or FAT volume in an image file, block device or partitioned disk image, and

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/image/refused.h"
+
 namespace vornalux {
 namespace {
 
@@ -22,6 +24,11 @@ ImageVolume::ImageVolume(VolumeStore store)
     : store_(std::move(store)),
       transaction_(std::make_unique<Transaction>(*store_.device)),
       clusters_(std::make_unique<AllocationMap>(0)) {}
+
+void ImageVolume::Object(std::string why) {
+  if (!store_.only_looking) throw VolumeRefused(why);
+  objections_.push_back(std::move(why));
+}
 
 void ImageVolume::SetClusters(std::int64_t total, std::uint64_t cluster_size,
                               std::uint64_t first_cluster_offset) {

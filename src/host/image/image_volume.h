@@ -33,6 +33,8 @@ struct VolumeStore {
   std::unique_ptr<SmartDrive> drive;  // the disk below; null when there is none to be asked
   bool recovering = false;  // an interrupted run of ours left the dirty flag set; Recover() ends it
   bool allow_dirty = false;  // a volume marked dirty may be looked at, though not moved on
+  // Nothing reaches the disk: what would refuse the volume to a pass is kept in Objections().
+  bool only_looking = false;
 };
 
 // A run of an attribute: count clusters from vcn on lie at lcn, or nowhere (lcn -1).
@@ -73,12 +75,19 @@ class ImageVolume : public MountedVolume {
   std::int64_t FreeClusters() const final { return clusters_->FreeClusters(); }
   void CopyBitmap(std::int64_t first_lcn, std::span<std::uint8_t> out) const final;
 
+  // What a pass would refuse this volume for, each as a sentence with its remedy; only of a volume
+  // that was opened for looking, which goes on without.
+  const std::vector<std::string>& Objections() const { return objections_; }
+
   // Restores the dirty flag that an interrupted run of ours left set, durably, and removes the
   // journal. Called once by whoever opened the volume with recovering set; moves come after it.
   ErrorCode Recover();
 
  protected:
   explicit ImageVolume(VolumeStore store);
+
+  // The volume's state forbids moving. Throws VolumeRefused, unless it is only looked at.
+  void Object(std::string why);
 
   // The file system calls this once it knows how many clusters there are. Calling it again with the
   // same number, as a Reload() may, changes nothing.
@@ -118,6 +127,7 @@ class ImageVolume : public MountedVolume {
   ErrorCode Finish();
 
   VolumeStore store_;
+  std::vector<std::string> objections_;
   std::unique_ptr<BlockDevice> journal_store_;
   std::unique_ptr<RedoJournal> journal_;
   std::unique_ptr<Transaction> transaction_;
