@@ -14,25 +14,37 @@ namespace {
 using namespace journal_format;
 
 constexpr std::size_t kVolume = 64 * kSector;
-const VolumeIdentity kIdentity{{'T', 'E', 'S', 'T'}, 42, kVolume, 4096};
+const VolumeIdentity kIdentity{{'T', 'E', 'S', 'T'}, 42, kVolume, 4096, {}};
 
-// A run that was interrupted inside a commit, before anything of it was applied.
+const std::vector<SectorRun> kMark = {{60, Bytes(kSector, 0x44)}};
+
+// A run that was interrupted inside its second commit, before anything of it was applied. The
+// commit relies on data that was copied from sector 20 to 30.
 struct Interrupted {
-  Bytes before = Bytes(kVolume, 0x11);
-  Bytes after = before;
+  Bytes unmarked = Bytes(kVolume, 0x11);
+  Bytes before = unmarked;
+  Bytes after;
   Bytes store;
+  Bytes first_store;  // as it was in the first commit
 
   Interrupted() {
     std::vector<SectorRun> runs = {{3, Bytes(2 * kSector, 0x22)}, {40, Bytes(kSector, 0x33)}};
+    std::fill_n(before.begin() + 60 * kSector, kSector, std::uint8_t{0x44});
+    after = before;
     for (const SectorRun& run : runs) {
       std::copy(run.content.begin(), run.content.end(),
                 after.begin() + static_cast<std::ptrdiff_t>(run.first_sector * kSector));
     }
-    MemoryDevice volume(before);
+    MemoryDevice volume(unmarked);
     MemoryDevice device(0, true);
     RedoJournal journal(device, volume);
-    EXPECT_FALSE(journal.Begin(kIdentity));
-    EXPECT_FALSE(journal.Record(runs));
+    EXPECT_FALSE(journal.Begin(kIdentity, {{0, 64}}));
+    EXPECT_FALSE(journal.Record(kMark));
+    first_store = device.Content();
+    volume.Content() = before;
+    EXPECT_FALSE(journal.Settle());
+    const auto data = std::span(before).subspan(20 * kSector, 2 * kSector);
+    EXPECT_FALSE(journal.Record(runs, {{20, 30, 2, Checksum(data)}}));
     store = device.Content();
   }
 };
@@ -50,7 +62,8 @@ JournalState RecoverSafely(const Bytes& store_content, Bytes& volume_content,
   if (finding.state != JournalState::Replayed) {
     EXPECT_TRUE(log.empty()) << "wrote without replaying";
   } else {
-    EXPECT_EQ(RedoJournal(store, volume).Recover(identity).state, JournalState::Idle)
+    // Idle, unless what was written, forged, is the mark itself.
+    EXPECT_NE(RedoJournal(store, volume).Recover(identity).state, JournalState::Replayed)
         << "the record is still there";
   }
   volume_content = volume.Content();
@@ -61,7 +74,8 @@ JournalState RecoverSafely(const Bytes& store_content, Bytes& volume_content,
 void Reseal(Bytes& store) {
   const auto header = std::span(store).subspan(kRecordOffset, kSector);
   const std::uint64_t body = LoadLittle<std::uint64_t>(header, 16) * kRunBytes +
-                             LoadLittle<std::uint64_t>(header, 24) * (kChecksumBytes + kSector);
+                             LoadLittle<std::uint64_t>(header, 24) * (kChecksumBytes + kSector) +
+                             LoadLittle<std::uint64_t>(header, 40) * kCopyBytes + kSector;
   if (body <= store.size() - kBodyOffset) {
     StoreLittle<std::uint32_t>(header, 32, Checksum(std::span(store).subspan(kBodyOffset, body)));
   }
@@ -94,9 +108,11 @@ TEST(JournalCorruption, ForgedNumbersAreRefused) {
   };
   constexpr std::uint64_t kRuns = kRecordOffset + 16;
   constexpr std::uint64_t kSectors = kRecordOffset + 24;
+  constexpr std::uint64_t kCopies = kRecordOffset + 40;
   constexpr std::uint64_t kFirst = kBodyOffset;
   constexpr std::uint64_t kCount = kBodyOffset + 8;
   constexpr std::uint64_t kSecondFirst = kBodyOffset + 16;
+  constexpr std::uint64_t kCopy = kBodyOffset + 2 * kRunBytes + 3 * (kChecksumBytes + kSector);
   constexpr std::uint64_t kMax = ~std::uint64_t{0};
   const Forgery forgeries[] = {
       {"no runs", kRuns, 0, JournalState::Conflict},
@@ -113,6 +129,11 @@ TEST(JournalCorruption, ForgedNumbersAreRefused) {
       {"a run whose end overflows", kSecondFirst, kMax, JournalState::Conflict},
       {"runs that overlap", kSecondFirst, 4, JournalState::Conflict},
       {"runs out of order", kFirst, 50, JournalState::Conflict},
+      {"more copies than the store holds", kCopies, kMax, JournalState::Idle},
+      {"a copy from past the end", kCopy, 63, JournalState::Conflict},
+      {"a copy to past the end", kCopy + 8, 63, JournalState::Conflict},
+      {"a copy whose end overflows", kCopy + 8, kMax, JournalState::Conflict},
+      {"a copy of endless length", kCopy + 16, kMax, JournalState::Conflict},
       {"a place whose content fits neither checksum", kFirst, 5, JournalState::Replayed},
   };
   const Interrupted good;
@@ -160,18 +181,44 @@ TEST(JournalCorruption, StatesOfAnHonestStore) {
   EXPECT_EQ(RecoverSafely(good.store, changed), JournalState::Conflict);
   EXPECT_EQ(changed, as_changed);
 
+  // The journal fits; the volume was restored, is a copy, or was written to.
+  struct Change {
+    const char* what;
+    std::size_t sector;
+    JournalState expected;
+  };
+  for (const Change& change : {Change{"the mark is not there", 60, JournalState::Conflict},
+                               Change{"the copied data is not there", 31, JournalState::Conflict},
+                               Change{"the file was written to", 21, JournalState::Conflict},
+                               Change{"what the run has no part in", 50, JournalState::Replayed}}) {
+    Bytes other = good.before;
+    std::fill_n(other.begin() + static_cast<std::ptrdiff_t>(change.sector * kSector), kSector,
+                std::uint8_t{0x55});
+    const Bytes as_found = other;
+    EXPECT_EQ(RecoverSafely(good.store, other), change.expected) << change.what;
+    if (change.expected == JournalState::Conflict) {
+      EXPECT_EQ(other, as_found);
+    }
+  }
+  Bytes unmarked = good.unmarked;
+  EXPECT_EQ(RecoverSafely(good.first_store, unmarked), JournalState::Empty);
+  EXPECT_EQ(unmarked, good.unmarked);
+  Bytes marked = good.before;
+  EXPECT_EQ(RecoverSafely(good.first_store, marked), JournalState::Replayed);
+
   volume = good.before;
   EXPECT_EQ(RecoverSafely({}, volume), JournalState::Empty);
   EXPECT_EQ(RecoverSafely(Bytes(10000), volume), JournalState::Empty);
   EXPECT_EQ(RecoverSafely(Bytes(100, 'x'), volume), JournalState::Foreign);
   EXPECT_EQ(RecoverSafely(Bytes(good.store.begin(), good.store.begin() + 512), volume),
-            JournalState::Idle);
-  for (int field = 0; field < 4; ++field) {
+            JournalState::Empty);
+  for (int field = 0; field < 5; ++field) {
     VolumeIdentity other = kIdentity;
     if (field == 0) other.file_system[0] = 'X';
     if (field == 1) other.serial ^= 1;
     if (field == 2) other.volume_size += 512;
     if (field == 3) other.volume_offset = 0;
+    if (field == 4) other.device = "another stick";
     EXPECT_EQ(RecoverSafely(good.store, volume, other), JournalState::Foreign) << field;
   }
   EXPECT_EQ(volume, good.before);
@@ -193,7 +240,7 @@ TEST(JournalCorruption, BeginForgetsTheRecordOfAnotherVolume) {
   VolumeIdentity other = kIdentity;
   other.serial = 43;
   EXPECT_FALSE(RedoJournal(store, device).Begin(other));
-  EXPECT_EQ(RecoverSafely(store.Content(), volume, other), JournalState::Idle);
+  EXPECT_EQ(RecoverSafely(store.Content(), volume, other), JournalState::Empty);
 }
 
 }  // namespace

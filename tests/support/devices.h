@@ -161,7 +161,6 @@ struct MemoryJournal {
 class MemoryJournalHome final : public JournalHome {
  public:
   explicit MemoryJournalHome(MemoryJournal& journal) : journal_(journal) {}
-  bool Exists() const override { return journal_.exists; }
   std::error_code Open(std::unique_ptr<BlockDevice>& store) override;
   std::error_code Remove() override;
 

@@ -182,16 +182,22 @@ class DryOpenTest : public ImageFolder {};
 
 TEST_F(DryOpenTest, FinishesACommitInMemory) {
   Put("a.txt", Bytes(3000, 'a'));
-  Put("image", Fat());
-  const Bytes before = Get("image");
-  Run("mcopy -i image a.txt ::");
-  const std::vector<SectorRun> commit = {{0, Get("image")}};
+  Bytes before = Fat();
   Put("image", before);
+  Run("mcopy -i image a.txt ::");
+  Bytes after = Get("image");
+  constexpr std::size_t kState = 0x25;
   MemoryDevice device(before);
   MemoryDevice store(0, true);
   RedoJournal journal(store, device);
+  Put("image", before);
   ASSERT_FALSE(journal.Begin(LocateVolume(Path("image"), {}, false).identity));
-  ASSERT_FALSE(journal.Record(commit));
+  before[kState] = after[kState] = 1;
+  ASSERT_FALSE(journal.Record({{0, Bytes(before.begin(), before.begin() + kSector)}}));
+  ASSERT_FALSE(journal.Settle());
+  device.Content() = before;
+  Put("image", before);
+  ASSERT_FALSE(journal.Record({{0, after}}));
   Put("image.vornalux-journal", store.Content());
 
   OpenOptions options;

@@ -159,6 +159,7 @@ TEST(FatDamage, DirtyVolumesAreRefusedUnlessOurs) {
     ASSERT_EQ(volume->Move({1, ""}, 0, 500, 1), error::kSuccess);
     ASSERT_EQ(volume->Commit(), error::kSuccess);
     FatWorld interrupted(world.Image());
+    interrupted.journal = world.journal;
     const auto again = interrupted.Open(true);
     EXPECT_TRUE(again->Dirty());
     ASSERT_EQ(again->Recover(), error::kSuccess);

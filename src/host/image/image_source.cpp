@@ -2,28 +2,36 @@
 #include "host/image/image_source.h"
 
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
+#include <string_view>
 
 #include "host/image/drive/block_drive.h"
+#include "host/image/drive/device_identity.h"
 #include "host/image/drive/linux_drive_node.h"
 #include "host/image/image_use.h"
 #include "host/image/journal_file.h"
 #include "host/image/partition_table.h"
 #include "host/image/scratch_journal.h"
+#include "host/image/state_folder.h"
 #include "host/image/window_device.h"
 
 namespace vornalux {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr const char* kJournalSuffix = ".vornalux-journal";
+constexpr std::size_t kLongestDeviceIdentity = 256;  // as long as a journal has room for
 
 std::string Text(int code) { return std::generic_category().message(code); }
 
@@ -71,6 +79,11 @@ std::shared_ptr<FileDevice> OpenLocked(const std::string& path, bool writable) {
   if (error) Refuse(path, "cannot be opened: " + error.message());
   Lock(path, device->Descriptor(), writable);
   if (const auto use = FindUse(device->Descriptor())) Refuse(path, *use);
+  int read_only = 0;
+  if (writable && device->IsBlockDevice() &&
+      ::ioctl(device->Descriptor(), BLKROGET, &read_only) == 0 && read_only != 0) {
+    Refuse(path, "is write-protected");
+  }
   return device;
 }
 
@@ -180,19 +193,11 @@ void Fit(ImageSource& source, Place place) {
   }
 }
 
-std::string StateFolder() {
-  const char* folder = std::getenv("VORNALUX_STATE_DIR");
-  return folder != nullptr && *folder != '\0' ? folder : "/var/lib/vornalux";
-}
-
-std::string JournalPath(const ImageSource& source) {
-  const std::string offset =
-      source.offset == 0 ? std::string() : "+" + std::to_string(source.offset);
-  if (!source.file->IsBlockDevice()) return source.path + offset + ".vornalux-journal";
-  std::array<char, 32> serial;
-  std::snprintf(serial.data(), serial.size(), "%016llx",
-                static_cast<unsigned long long>(source.boot.serial));
-  return StateFolder() + "/" + serial.data() + offset + ".vornalux-journal";
+// As sysfs has it, "8:1"; empty for a file.
+std::string DeviceNumber(const FileDevice& file) {
+  struct stat status {};
+  if (!file.IsBlockDevice() || ::fstat(file.Descriptor(), &status) != 0) return {};
+  return std::to_string(major(status.st_rdev)) + ":" + std::to_string(minor(status.st_rdev));
 }
 
 VolumeIdentity Identity(const ImageSource& source) {
@@ -201,7 +206,41 @@ VolumeIdentity Identity(const ImageSource& source) {
   identity.serial = source.boot.serial;
   identity.volume_size = source.length;
   identity.volume_offset = source.offset;
+  if (source.file->IsBlockDevice()) {
+    identity.device =
+        DeviceIdentity("/sys", DeviceNumber(*source.file)).substr(0, kLongestDeviceIdentity);
+  }
   return identity;
+}
+
+// FNV-1a: short enough for a file name, and the same for ever.
+std::uint64_t Hash(std::string_view text) {
+  std::uint64_t hash = 0xCBF29CE484222325;
+  for (const char c : text) hash = (hash ^ static_cast<std::uint8_t>(c)) * 0x100000001B3;
+  return hash;
+}
+
+std::string Hex(std::uint64_t number) {
+  std::array<char, 17> digits{};
+  std::snprintf(digits.data(), digits.size(), "%016llx", static_cast<unsigned long long>(number));
+  return digits.data();
+}
+
+// A block device's journal is found by what the device is, whatever its node is called today.
+std::string JournalPath(const ImageSource& source) {
+  const std::string offset =
+      source.offset == 0 ? std::string() : "+" + std::to_string(source.offset);
+  if (!source.file->IsBlockDevice()) return source.path + offset + kJournalSuffix;
+  const std::string& device = source.identity.device;
+  return StateFolder() + "/" + Hex(source.boot.serial) + (device.empty() ? "" : "-") +
+         (device.empty() ? "" : Hex(Hash(device))) + offset + kJournalSuffix;
+}
+
+// The most that a commit puts into it, or the volume with all its sectors.
+std::uint64_t JournalRoom(const ImageSource& source) {
+  constexpr std::uint64_t kMost = std::uint64_t{20} << 20;
+  constexpr std::uint64_t kFrame = std::uint64_t{64} << 10;
+  return std::min(kMost, source.length + source.length / 16 + kFrame);
 }
 
 }  // namespace
@@ -218,16 +257,11 @@ ImageSource LocateVolume(const std::string& path, const OpenOptions& options, bo
   return source;
 }
 
-VolumeStore MakeStore(const ImageSource& source, bool with_journal) {
+VolumeStore MakeStore(const ImageSource& source) {
   VolumeStore store;
   const std::shared_ptr<BlockDevice> disk =
       source.scratch ? std::shared_ptr<BlockDevice>(source.scratch) : source.file;
   store.device = std::make_unique<WindowDevice>(disk, source.offset, source.length);
-  if (with_journal && source.scratch) {
-    store.journal_home = std::make_unique<ScratchJournalHome>();
-  } else if (with_journal) {
-    store.journal_home = std::make_unique<FileJournalHome>(source.journal_path);
-  }
   if (source.file->IsBlockDevice()) {
     // Keeps the device open for as long as somebody asks.
     store.drive = std::make_unique<BlockDrive>(std::make_unique<LinuxDriveNode>(
@@ -237,18 +271,22 @@ VolumeStore MakeStore(const ImageSource& source, bool with_journal) {
   return store;
 }
 
-void PrepareJournalFolder(const ImageSource& source) {
-  const fs::path folder = fs::path(source.journal_path).parent_path();
-  const bool own_folder = source.file->IsBlockDevice();
-  std::error_code error;
-  if (own_folder) fs::create_directories(folder, error);
-  if (!error && ::access(folder.c_str(), W_OK | X_OK) != 0) {
-    error = {errno, std::generic_category()};
+std::unique_ptr<JournalHome> MakeJournal(const ImageSource& source) {
+  if (source.scratch) return std::make_unique<ScratchJournalHome>();
+  if (source.file->IsBlockDevice()) {
+    const std::string why = PrepareStateFolder(StateFolder());
+    if (!why.empty()) {
+      Refuse(source.path, "cannot be worked on: its journal must be kept in " + StateFolder() +
+                              ", " + why + "; VORNALUX_STATE_DIR names another folder");
+    }
   }
-  if (!error) return;
-  Refuse(source.path, "cannot be worked on: its journal must be kept in " + folder.string() +
-                          ", where nothing can be written (" + error.message() + ")" +
-                          (own_folder ? "; VORNALUX_STATE_DIR names another folder" : ""));
+  auto home = std::make_unique<FileJournalHome>(source.journal_path);
+  const std::string why = home->Make(JournalRoom(source));
+  if (!why.empty()) {
+    Refuse(source.path,
+           "cannot be worked on: its journal " + source.journal_path + " " + why + ".");
+  }
+  return home;
 }
 
 }  // namespace vornalux

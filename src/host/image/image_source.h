@@ -30,11 +30,11 @@ struct ImageSource {
 // name. Throws VolumeRefused.
 ImageSource LocateVolume(const std::string& path, const OpenOptions& options, bool writable);
 
-// What a file system is opened on: the scratch device where there is one. Without journal the
-// volume is for reading only.
-VolumeStore MakeStore(const ImageSource& source, bool with_journal);
+// What a file system is opened on: the scratch device where there is one. As it is, for reading
+// only.
+VolumeStore MakeStore(const ImageSource& source);
 
-// Refuses when a journal could not be made, before anything depends on it.
-void PrepareJournalFolder(const ImageSource& source);
+// Makes a new journal, before anything depends on it. Throws VolumeRefused when there can be none.
+std::unique_ptr<JournalHome> MakeJournal(const ImageSource& source);
 
 }  // namespace vornalux

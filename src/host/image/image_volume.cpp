@@ -9,6 +9,8 @@
 namespace vornalux {
 namespace {
 
+constexpr std::uint64_t kSector = 512;
+
 // A batch is committed when it reaches one of these. Larger ones save flushes; smaller ones bound
 // what an interruption costs and how much metadata waits in memory.
 constexpr int kMovesPerCommit = 256;
@@ -101,9 +103,16 @@ ErrorCode ImageVolume::CheckSources(const MovePlan& plan) const {
 
 ErrorCode ImageVolume::OpenJournal() {
   std::error_code code = store_.journal_home->Open(journal_store_);
-  if (!code) {
-    journal_ = std::make_unique<RedoJournal>(*journal_store_, *store_.device);
-    code = journal_->Begin(store_.identity);
+  if (code) return FromDevice(code);
+  journal_ = std::make_unique<RedoJournal>(*journal_store_, *store_.device);
+  if (store_.recovering) {
+    code = journal_->Continue();
+  } else {
+    std::vector<SectorRange> still;
+    for (const ByteRange& range : StillRanges()) {
+      still.push_back({range.offset / kSector, range.length / kSector});
+    }
+    code = journal_->Begin(store_.identity, std::move(still));
   }
   if (!code) transaction_->AttachJournal(journal_.get());
   return FromDevice(code);
@@ -126,8 +135,9 @@ ErrorCode ImageVolume::StartWork() {
     return code;
   }
   working_ = true;
-  // Goes out with the first commit: until then nothing that the volume refers to changes.
+  // Alone and first: what finds a journal later may touch only a volume that bears this mark.
   code = WriteDirtyFlag(true);
+  if (!code) code = CommitNow();
   if (code) failed_ = true;
   return code;
 }

@@ -15,12 +15,11 @@
 
 namespace vornalux {
 
-// Where a volume's journal is kept. Open() creates or opens the store, durably (its folder entry
-// too); Remove() deletes it durably.
+// Where a volume's journal is kept. Open() gives the store, which exists durably from then on (its
+// folder entry too); Remove() deletes it durably.
 class JournalHome {
  public:
   virtual ~JournalHome() = default;
-  virtual bool Exists() const = 0;
   virtual std::error_code Open(std::unique_ptr<BlockDevice>& store) = 0;
   virtual std::error_code Remove() = 0;
 };
@@ -112,6 +111,9 @@ class ImageVolume : public MountedVolume {
   virtual ErrorCode Reload() = 0;
   // Writes the volume's dirty flag through Device().
   virtual ErrorCode WriteDirtyFlag(bool dirty) = 0;
+  // Where file data never comes to lie, nor metadata that moves: what the proofs of a journal are
+  // taken from.
+  virtual std::vector<ByteRange> StillRanges() { return {}; }
   // Lets the file system write what it keeps back until a commit (such as FAT's free count).
   virtual ErrorCode BeforeCommit() { return error::kSuccess; }
 

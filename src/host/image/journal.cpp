@@ -3,7 +3,9 @@
 #include "host/image/journal.h"
 
 #include <algorithm>
+#include <iterator>
 #include <new>
+#include <utility>
 
 #include "host/image/journal_format.h"
 #include "host/image/little_endian.h"
@@ -85,38 +87,93 @@ std::error_code WriteChecksumTable(BodyWriter& body, BlockDevice& volume,
   return {};
 }
 
-std::error_code WriteBody(BodyWriter& body, BlockDevice& volume,
-                          const std::vector<SectorRun>& runs) {
+std::error_code WriteCopyTable(BodyWriter& body, const std::vector<CopiedRange>& copies) {
+  for (const CopiedRange& copy : copies) {
+    std::array<std::uint8_t, kCopyBytes> entry{};
+    StoreLittle<std::uint64_t>(entry, 0, copy.from);
+    StoreLittle<std::uint64_t>(entry, 8, copy.to);
+    StoreLittle<std::uint64_t>(entry, 16, copy.sectors);
+    StoreLittle<std::uint32_t>(entry, 24, copy.checksum);
+    if (const std::error_code error = body.Append(entry)) return error;
+  }
+  return {};
+}
+
+std::error_code WriteBody(BodyWriter& body, BlockDevice& volume, const std::vector<SectorRun>& runs,
+                          const std::vector<CopiedRange>& copies, const Proof& proof) {
   if (const std::error_code error = WriteRunTable(body, runs)) return error;
   if (const std::error_code error = WriteChecksumTable(body, volume, runs)) return error;
   for (const SectorRun& run : runs) {
     if (const std::error_code error = body.Append(run.content)) return error;
   }
+  if (const std::error_code error = WriteCopyTable(body, copies)) return error;
+  if (const std::error_code error = body.Append(EncodeProof(proof))) return error;
   return body.Finish();
 }
+
+// The first commit sets the dirty mark; a file system needs only a few sectors for that.
+constexpr std::size_t kMostMarks = kMostProofs / 2;
 
 }  // namespace
 
 RedoJournal::RedoJournal(BlockDevice& store, BlockDevice& volume)
     : store_(store), volume_(volume) {}
 
-std::error_code RedoJournal::Begin(const VolumeIdentity& identity) {
+std::error_code RedoJournal::Begin(const VolumeIdentity& identity, std::vector<SectorRange> still) {
+  still_ = std::move(still);
   // A record must never come to stand under an identity that it was not written for.
-  if (store_.Size() > kRecordOffset) {
-    if (const std::error_code error = Drop()) return error;
+  if (store_.Size() > kProofOffset) {
+    const std::vector<std::uint8_t> zeros(kBodyOffset - kProofOffset);
+    if (const std::error_code error = store_.Write(kProofOffset, zeros)) return error;
+    if (const std::error_code error = store_.Flush()) return error;
   }
   if (const std::error_code error = store_.Write(0, EncodeIdentity(identity))) return error;
   return store_.Flush();
 }
 
-std::error_code RedoJournal::Record(const std::vector<SectorRun>& runs) try {
+bool RedoJournal::StaysPut(std::uint64_t sector) const {
+  return std::any_of(still_.begin(), still_.end(), [sector](const SectorRange& range) {
+    return sector >= range.first && sector - range.first < range.count;
+  });
+}
+
+// What the volume will bear when the runs are on it.
+void RedoJournal::UpdateProof(const std::vector<SectorRun>& runs) {
+  std::map<std::uint64_t, std::uint32_t> fresh;
+  for (const SectorRun& run : runs) {
+    for (std::size_t at = 0; at < run.content.size(); at += kSector) {
+      const std::uint64_t sector = run.first_sector + at / kSector;
+      const bool known = marks_.contains(sector) || proof_.contains(sector);
+      if (!known && (fresh.size() >= kMostProofs || !StaysPut(sector))) continue;
+      const std::uint32_t checksum = Checksum(std::span(run.content).subspan(at, kSector));
+      if (const auto mark = marks_.find(sector); mark != marks_.end()) {
+        mark->second = checksum;
+      } else if (sequence_ == 1 && marks_.size() < kMostMarks) {
+        marks_.emplace(sector, checksum);
+      } else {
+        fresh.emplace(sector, checksum);
+      }
+    }
+  }
+  // What is older stays as far as there is room.
+  fresh.merge(proof_);
+  proof_ = std::move(fresh);
+  while (proof_.size() + marks_.size() > kMostProofs) proof_.erase(std::prev(proof_.end()));
+}
+
+std::error_code RedoJournal::Record(const std::vector<SectorRun>& runs,
+                                    const std::vector<CopiedRange>& copies) try {
   RecordHeader header;
   header.sequence = ++sequence_;
   header.runs = runs.size();
+  header.copies = copies.size();
   for (const SectorRun& run : runs) header.sectors += run.content.size() / kSector;
 
+  UpdateProof(runs);
+  Proof proof{sequence_, proof_};
+  proof.sectors.insert(marks_.begin(), marks_.end());
   BodyWriter body(store_);
-  if (const std::error_code error = WriteBody(body, volume_, runs)) return error;
+  if (const std::error_code error = WriteBody(body, volume_, runs, copies, proof)) return error;
   header.body_checksum = body.BodyChecksum();
   // Header and body may reach the store in any order: it counts only when both checksums agree.
   if (const std::error_code error = store_.Write(kRecordOffset, EncodeRecordHeader(header))) {
@@ -127,8 +184,10 @@ std::error_code RedoJournal::Record(const std::vector<SectorRun>& runs) try {
   return std::make_error_code(std::errc::not_enough_memory);
 }
 
-std::error_code RedoJournal::Drop() {
-  if (const std::error_code error = store_.Write(kRecordOffset, HeaderSector{})) return error;
+std::error_code RedoJournal::Settle() {
+  Proof proof{sequence_, proof_};
+  proof.sectors.insert(marks_.begin(), marks_.end());
+  if (const std::error_code error = store_.Write(kProofOffset, EncodeProof(proof))) return error;
   return store_.Flush();
 }
 

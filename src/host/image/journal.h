@@ -3,6 +3,8 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
+#include <optional>
 #include <span>
 #include <string>
 #include <system_error>
@@ -18,6 +20,7 @@ struct VolumeIdentity {
   std::uint64_t serial = 0;
   std::uint64_t volume_size = 0;    // bytes
   std::uint64_t volume_offset = 0;  // bytes, inside the image or disk
+  std::string device;               // what the block device says of itself; empty for an image
 
   friend bool operator==(const VolumeIdentity&, const VolumeIdentity&) = default;
 };
@@ -28,12 +31,30 @@ struct SectorRun {
   std::vector<std::uint8_t> content;  // a multiple of 512
 };
 
+// File data that was copied before the commit that makes it count. All numbers are sectors of 512
+// bytes.
+struct CopiedRange {
+  static constexpr std::uint64_t kNoSource = ~std::uint64_t{0};
+
+  std::uint64_t from = kNoSource;  // where the same content lies until the commit after this one
+  std::uint64_t to = 0;
+  std::uint64_t sectors = 0;
+  std::uint32_t checksum = 0;  // of the content
+};
+
+// A range of sectors.
+struct SectorRange {
+  std::uint64_t first = 0;
+  std::uint64_t count = 0;
+};
+
 enum class JournalState {
-  Empty,     // nothing of ours: no journal, or one that never got to be one
+  Empty,     // nothing of ours has reached the volume
   Idle,      // a run was interrupted between commits: only the dirty flag is left to restore
+  Pending,   // a run was interrupted inside a commit, which can be finished
   Replayed,  // a run was interrupted inside a commit, which has now been finished
   Foreign,   // belongs to another volume, or is no journal of ours
-  Conflict,  // ours, but the volume was changed since by somebody else
+  Conflict,  // the volume is not as the interrupted run left it
 };
 
 struct JournalFinding {
@@ -43,29 +64,49 @@ struct JournalFinding {
 };
 
 // A redo journal in a file beside the volume. While it exists with a valid header, a run of ours is
-// working on the volume or was interrupted on it.
+// working on the volume or was interrupted on it. That the volume is the one, and in the state,
+// that the run left is proved by the volume's own content: by the sectors that the last commits
+// wrote, the dirty mark among them, and by the file data that was copied for the commit in
+// progress.
 class RedoJournal {
  public:
   // store grows by writing and is not owned; volume is the device that Record() refers to.
   RedoJournal(BlockDevice& store, BlockDevice& volume);
 
-  // Looks at what an earlier run left; finishes its commit when there is one.
+  // Looks at what an earlier run left, and changes nothing.
+  JournalFinding Judge(const VolumeIdentity& identity);
+
+  // The same, and finishes the commit that is pending: Replayed in place of Pending.
   JournalFinding Recover(const VolumeIdentity& identity);
 
-  // Writes and flushes the header: from here on an interruption is known as ours.
-  std::error_code Begin(const VolumeIdentity& identity);
+  // Writes and flushes the header: from here on an interruption is known as ours. still: where file
+  // data never comes to lie, so that only commits change it; proofs are taken from there.
+  std::error_code Begin(const VolumeIdentity& identity, std::vector<SectorRange> still = {});
+
+  // Goes on with a journal that Recover() found Idle or Replayed.
+  std::error_code Continue();
 
   // Writes the runs, in ascending order without overlap, with the checksums of what they replace,
-  // and flushes. From here on the commit will happen, whatever comes between.
-  std::error_code Record(const std::vector<SectorRun>& runs);
+  // and flushes. From here on the commit will happen, whatever comes between. copies: the data that
+  // the commit relies on, which is durable and apart from the runs.
+  std::error_code Record(const std::vector<SectorRun>& runs,
+                         const std::vector<CopiedRange>& copies = {});
 
-  // The recorded runs are durable on the volume: forgets them, durably.
-  std::error_code Drop();
+  // The recorded runs are durable on the volume: the record has done its work, durably.
+  std::error_code Settle();
 
  private:
+  void UpdateProof(const std::vector<SectorRun>& runs);
+  bool StaysPut(std::uint64_t sector) const;
+
   BlockDevice& store_;
   BlockDevice& volume_;
   std::uint64_t sequence_ = 0;
+  std::vector<SectorRange> still_;
+  // Checksums of sectors as the last commit left them: those of the first commit, which sets the
+  // dirty mark, stay among them.
+  std::map<std::uint64_t, std::uint32_t> marks_;
+  std::map<std::uint64_t, std::uint32_t> proof_;
 };
 
 }  // namespace vornalux

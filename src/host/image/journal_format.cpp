@@ -14,8 +14,14 @@ namespace {
 
 constexpr std::string_view kStoreMagic = "VXJOURNL";
 constexpr std::string_view kRecordMagic = "VXRECORD";
-constexpr std::uint32_t kVersion = 1;
+constexpr std::string_view kProofMagic = "VXPROOF1";
+constexpr std::uint32_t kVersion = 2;
+constexpr std::size_t kDeviceAt = 64;
+constexpr std::size_t kProofsAt = 24;
+constexpr std::size_t kProofBytes = 12;
 constexpr std::size_t kChecksumAt = kSector - 4;
+static_assert(kProofsAt + kMostProofs * kProofBytes <= kChecksumAt);
+static_assert(kDeviceAt + kLongestDevice <= kChecksumAt);
 
 void Seal(HeaderSector& sector, std::string_view magic) {
   std::memcpy(sector.data(), magic.data(), magic.size());
@@ -37,6 +43,9 @@ HeaderSector EncodeIdentity(const VolumeIdentity& identity) {
   StoreLittle<std::uint64_t>(sector, 24, identity.serial);
   StoreLittle<std::uint64_t>(sector, 32, identity.volume_size);
   StoreLittle<std::uint64_t>(sector, 40, identity.volume_offset);
+  const std::size_t length = std::min(identity.device.size(), kLongestDevice);
+  StoreLittle<std::uint64_t>(sector, 48, length);
+  std::memcpy(sector.data() + kDeviceAt, identity.device.data(), length);
   Seal(sector, kStoreMagic);
   return sector;
 }
@@ -49,6 +58,9 @@ std::optional<VolumeIdentity> DecodeIdentity(const HeaderSector& sector) {
   identity.serial = LoadLittle<std::uint64_t>(sector, 24);
   identity.volume_size = LoadLittle<std::uint64_t>(sector, 32);
   identity.volume_offset = LoadLittle<std::uint64_t>(sector, 40);
+  const auto length = LoadLittle<std::uint64_t>(sector, 48);
+  if (length > kLongestDevice) return std::nullopt;
+  identity.device.assign(reinterpret_cast<const char*>(sector.data()) + kDeviceAt, length);
   return identity;
 }
 
@@ -58,6 +70,7 @@ HeaderSector EncodeRecordHeader(const RecordHeader& header) {
   StoreLittle<std::uint64_t>(sector, 16, header.runs);
   StoreLittle<std::uint64_t>(sector, 24, header.sectors);
   StoreLittle<std::uint32_t>(sector, 32, header.body_checksum);
+  StoreLittle<std::uint64_t>(sector, 40, header.copies);
   Seal(sector, kRecordMagic);
   return sector;
 }
@@ -69,7 +82,36 @@ std::optional<RecordHeader> DecodeRecordHeader(const HeaderSector& sector) {
   header.runs = LoadLittle<std::uint64_t>(sector, 16);
   header.sectors = LoadLittle<std::uint64_t>(sector, 24);
   header.body_checksum = LoadLittle<std::uint32_t>(sector, 32);
+  header.copies = LoadLittle<std::uint64_t>(sector, 40);
   return header;
+}
+
+HeaderSector EncodeProof(const Proof& proof) {
+  HeaderSector sector{};
+  StoreLittle<std::uint64_t>(sector, 8, proof.sequence);
+  StoreLittle<std::uint64_t>(sector, 16, proof.sectors.size());
+  std::size_t at = kProofsAt;
+  for (const auto& [number, checksum] : proof.sectors) {
+    StoreLittle<std::uint64_t>(sector, at, number);
+    StoreLittle<std::uint32_t>(sector, at + 8, checksum);
+    at += kProofBytes;
+  }
+  Seal(sector, kProofMagic);
+  return sector;
+}
+
+std::optional<Proof> DecodeProof(const HeaderSector& sector) {
+  if (!Sealed(sector, kProofMagic)) return std::nullopt;
+  Proof proof;
+  proof.sequence = LoadLittle<std::uint64_t>(sector, 8);
+  const auto count = LoadLittle<std::uint64_t>(sector, 16);
+  if (count > kMostProofs) return std::nullopt;
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t at = kProofsAt + i * kProofBytes;
+    proof.sectors[LoadLittle<std::uint64_t>(sector, at)] =
+        LoadLittle<std::uint32_t>(sector, at + 8);
+  }
+  return proof;
 }
 
 std::uint32_t Checksum(std::span<const std::uint8_t> bytes, std::uint32_t checksum) {

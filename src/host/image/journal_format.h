@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <span>
 
@@ -13,10 +14,14 @@
 namespace vornalux::journal_format {
 
 inline constexpr std::size_t kSector = 512;
+inline constexpr std::uint64_t kProofOffset = 512;
 inline constexpr std::uint64_t kRecordOffset = 4096;
 inline constexpr std::uint64_t kBodyOffset = kRecordOffset + kSector;
 inline constexpr std::size_t kRunBytes = 16;
 inline constexpr std::size_t kChecksumBytes = 8;
+inline constexpr std::size_t kCopyBytes = 32;
+inline constexpr std::size_t kMostProofs = 40;
+inline constexpr std::size_t kLongestDevice = 256;  // bytes of VolumeIdentity::device
 // Journal and volume are gone through in pieces of this size, whatever a record claims.
 inline constexpr std::size_t kPieceBytes = std::size_t{1} << 20;
 
@@ -26,7 +31,14 @@ struct RecordHeader {
   std::uint64_t sequence = 0;
   std::uint64_t runs = 0;
   std::uint64_t sectors = 0;
+  std::uint64_t copies = 0;
   std::uint32_t body_checksum = 0;
+};
+
+// Sectors of the volume, with their checksums, as they are once commit number sequence is done.
+struct Proof {
+  std::uint64_t sequence = 0;
+  std::map<std::uint64_t, std::uint32_t> sectors;  // at most kMostProofs
 };
 
 struct RunEntry {
@@ -41,6 +53,10 @@ std::optional<VolumeIdentity> DecodeIdentity(const HeaderSector& sector);
 HeaderSector EncodeRecordHeader(const RecordHeader& header);
 // Nothing when the sector is no whole record header; its numbers are not checked.
 std::optional<RecordHeader> DecodeRecordHeader(const HeaderSector& sector);
+
+HeaderSector EncodeProof(const Proof& proof);
+// Nothing when the sector is no whole proof.
+std::optional<Proof> DecodeProof(const HeaderSector& sector);
 
 // CRC-32 (IEEE 802.3) of what checksum stands for followed by bytes.
 std::uint32_t Checksum(std::span<const std::uint8_t> bytes, std::uint32_t checksum = 0);

@@ -13,7 +13,6 @@ namespace vornalux {
 // could mend.
 class ScratchJournalHome final : public JournalHome {
  public:
-  bool Exists() const override { return false; }
   std::error_code Open(std::unique_ptr<BlockDevice>& store) override {
     store = std::make_unique<ScratchDevice>(nullptr, true);
     return {};

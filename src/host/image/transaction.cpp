@@ -7,6 +7,7 @@
 #include <new>
 
 #include "host/image/journal.h"
+#include "host/image/journal_format.h"
 
 namespace vornalux {
 namespace {
@@ -45,6 +46,8 @@ void Append(std::vector<SectorRun>& runs, std::uint64_t sector,
 
 Transaction::Transaction(BlockDevice& base, RedoJournal* journal)
     : base_(base), journal_(journal), base_copies_(!base.Copy(0, 0, 0)) {}
+
+Transaction::~Transaction() = default;
 
 std::uint64_t Transaction::Size() const { return base_.Size(); }
 
@@ -103,13 +106,21 @@ std::error_code Transaction::StartData(std::uint64_t offset, std::uint64_t lengt
   return {};
 }
 
-std::error_code Transaction::WriteData(std::uint64_t offset, std::span<const std::uint8_t> data) {
+std::error_code Transaction::WriteData(std::uint64_t offset,
+                                       std::span<const std::uint8_t> data) try {
   if (const std::error_code error = StartData(offset, data.size())) return error;
-  return base_.Write(offset, data);
+  if (const std::error_code error = base_.Write(offset, data)) return error;
+  NoteCopy(CopiedRange::kNoSource, offset / kSector, data);
+  return {};
+} catch (const std::bad_alloc&) {
+  return Error(std::errc::not_enough_memory);
 }
 
+// data is the content of the sources.
 std::error_code Transaction::PutData(std::uint64_t to, std::span<const std::uint8_t> data,
+                                     std::span<const ByteRange> sources,
                                      std::span<const ByteRange> guarded) {
+  std::uint64_t done = 0;
   while (!data.empty()) {
     while (!guarded.empty() && guarded.front().offset + guarded.front().length <= to) {
       guarded = guarded.subspan(1);
@@ -121,12 +132,66 @@ std::error_code Transaction::PutData(std::uint64_t to, std::span<const std::uint
       end = std::min(end, inside ? next.offset + next.length : next.offset);
     }
     const auto part = data.first(end - to);
-    const std::error_code error = inside ? Write(to, part) : WriteData(to, part);
+    std::error_code error;
+    if (inside) {
+      error = Write(to, part);
+    } else {
+      error = StartData(to, part.size());
+      if (!error) error = base_.Write(to, part);
+      if (!error) NoteCopies(to, part, sources, done);
+    }
     if (error) return error;
     data = data.subspan(part.size());
+    done += part.size();
     to = end;
   }
   return {};
+}
+
+// data is the content of the sources from byte skip on.
+void Transaction::NoteCopies(std::uint64_t to, std::span<const std::uint8_t> data,
+                             std::span<const ByteRange> sources, std::uint64_t skip) {
+  for (const ByteRange& source : sources) {
+    if (data.empty()) return;
+    if (skip >= source.length) {
+      skip -= source.length;
+      continue;
+    }
+    const std::uint64_t from = source.offset + skip;
+    const auto part = data.first(std::min<std::uint64_t>(data.size(), source.length - skip));
+    skip = 0;
+    // What was read from memory is not what the base holds there.
+    NoteCopy(Gathered(from, part.size()) ? CopiedRange::kNoSource : from / kSector, to / kSector,
+             part);
+    to += part.size();
+    data = data.subspan(part.size());
+  }
+}
+
+void Transaction::NoteCopy(std::uint64_t from, std::uint64_t to,
+                           std::span<const std::uint8_t> data) {
+  using journal_format::Checksum;
+  if (data.empty()) return;
+  const std::uint64_t sectors = data.size() / kSector;
+  if (copies_.size() > copies_before_move_) {
+    CopiedRange& last = copies_.back();
+    const bool both = last.from == CopiedRange::kNoSource ? from == CopiedRange::kNoSource
+                                                          : last.from + last.sectors == from;
+    if (both && last.to + last.sectors == to) {
+      last.sectors += sectors;
+      last.checksum = Checksum(data, last.checksum);
+      return;
+    }
+  }
+  copies_.push_back({from, to, sectors, Checksum(data)});
+}
+
+bool Transaction::Gathered(std::uint64_t offset, std::uint64_t length) const {
+  for (const Overlay* overlay : {&kept_, &move_}) {
+    const auto at = overlay->lower_bound(offset / kSector);
+    if (at != overlay->end() && at->first * kSector < offset + length) return true;
+  }
+  return false;
 }
 
 // Gathered sectors win over what the base copies.
@@ -156,21 +221,24 @@ std::error_code Transaction::GatherData(std::span<const ByteRange> pieces, std::
   }
   buffer_.resize(kCopyPiece);
   std::size_t filled = 0;
+  std::vector<ByteRange> sources;  // of what the buffer holds
   for (ByteRange piece : pieces) {
     while (piece.length > 0) {
       const std::size_t length = std::min<std::uint64_t>(piece.length, kCopyPiece - filled);
       std::error_code error = Read(piece.offset, std::span(buffer_).subspan(filled, length));
       if (error) return error;
+      sources.push_back({piece.offset, length});
       piece.offset += length;
       piece.length -= length;
       filled += length;
       if (filled < kCopyPiece) continue;
-      if (error = PutData(to, buffer_, guarded); error) return error;
+      if (error = PutData(to, buffer_, sources, guarded); error) return error;
       to += filled;
       filled = 0;
+      sources.clear();
     }
   }
-  return PutData(to, std::span(buffer_).first(filled), guarded);
+  return PutData(to, std::span(buffer_).first(filled), sources, guarded);
 } catch (const std::bad_alloc&) {
   return Error(std::errc::not_enough_memory);
 }
@@ -178,11 +246,13 @@ std::error_code Transaction::GatherData(std::span<const ByteRange> pieces, std::
 void Transaction::BeginMove() {
   assert(!in_move_);
   in_move_ = true;
+  copies_before_move_ = copies_.size();
 }
 
 void Transaction::KeepMove() {
   assert(in_move_);
   in_move_ = false;
+  copies_before_move_ = copies_.size();
   while (!move_.empty()) {
     auto inserted = kept_.insert(move_.extract(move_.begin()));
     if (!inserted.inserted) inserted.position->second = inserted.node.mapped();
@@ -190,6 +260,10 @@ void Transaction::KeepMove() {
 }
 
 void Transaction::DropMove() {
+  // Nothing refers to what it copied: the place is as free as before.
+  if (in_move_)
+    copies_.erase(copies_.begin() + static_cast<std::ptrdiff_t>(copies_before_move_),
+                  copies_.end());
   in_move_ = false;
   move_.clear();
 }
@@ -197,6 +271,8 @@ void Transaction::DropMove() {
 void Transaction::Discard() {
   DropMove();
   kept_.clear();
+  copies_.clear();
+  copies_before_move_ = 0;
   data_written_ = false;
 }
 
@@ -224,6 +300,49 @@ std::error_code Transaction::CollectChanges(std::vector<SectorRun>& runs) {
   return {};
 }
 
+// The copies without what the runs replace in the same commit: metadata may have come to lie where
+// a file was for a while.
+std::error_code Transaction::CollectCopies(const std::vector<SectorRun>& runs,
+                                           std::vector<CopiedRange>& copies) {
+  const auto end_of = [](const SectorRun& run) {
+    return run.first_sector + run.content.size() / kSector;
+  };
+  const auto first_behind = [&](std::uint64_t sector) {
+    return std::partition_point(runs.begin(), runs.end(),
+                                [&](const SectorRun& run) { return end_of(run) <= sector; });
+  };
+  for (const CopiedRange& copy : copies_) {
+    CopiedRange whole = copy;
+    if (copy.from != CopiedRange::kNoSource) {
+      const auto run = first_behind(copy.from);
+      const bool replaced = run != runs.end() && run->first_sector < copy.from + copy.sectors;
+      if (replaced) whole.from = CopiedRange::kNoSource;
+    }
+    const std::uint64_t end = copy.to + copy.sectors;
+    auto run = first_behind(copy.to);
+    if (run == runs.end() || run->first_sector >= end) {
+      copies.push_back(whole);
+      continue;
+    }
+    for (std::uint64_t at = copy.to; at < end; ++run) {
+      const std::uint64_t stop = run == runs.end() ? end : std::min(end, run->first_sector);
+      if (stop > at) {
+        CopiedRange part{CopiedRange::kNoSource, at, stop - at, 0};
+        for (std::uint64_t done = 0; done < part.sectors; done += kStretch) {
+          buffer_.resize(std::min(kStretch, part.sectors - done) * kSector);
+          const std::error_code error = base_.Read((at + done) * kSector, buffer_);
+          if (error) return error;
+          part.checksum = journal_format::Checksum(buffer_, part.checksum);
+        }
+        copies.push_back(part);
+      }
+      if (run == runs.end()) break;
+      at = end_of(*run);
+    }
+  }
+  return {};
+}
+
 std::error_code Transaction::CommitPending() {
   std::vector<SectorRun> runs;
   if (const std::error_code error = CollectChanges(runs)) return error;
@@ -231,13 +350,15 @@ std::error_code Transaction::CommitPending() {
     if (const std::error_code error = base_.Flush()) return error;
   }
   if (runs.empty()) return {};
-  if (const std::error_code error = journal_->Record(runs)) return error;
+  std::vector<CopiedRange> copies;
+  if (const std::error_code error = CollectCopies(runs, copies)) return error;
+  if (const std::error_code error = journal_->Record(runs, copies)) return error;
   for (const SectorRun& run : runs) {
     const std::error_code error = base_.Write(run.first_sector * kSector, run.content);
     if (error) return error;
   }
   if (const std::error_code error = base_.Flush()) return error;
-  return journal_->Drop();
+  return journal_->Settle();
 }
 
 std::error_code Transaction::Commit() try {
@@ -250,6 +371,8 @@ std::error_code Transaction::Commit() try {
     return error;
   }
   kept_.clear();
+  copies_.clear();
+  copies_before_move_ = 0;
   data_written_ = false;
   return {};
 } catch (const std::bad_alloc&) {

@@ -13,6 +13,7 @@
 namespace vornalux {
 
 class RedoJournal;
+struct CopiedRange;
 struct SectorRun;
 
 struct ByteRange {
@@ -32,6 +33,7 @@ class Transaction final : public BlockDevice {
   // Neither is owned. Without a journal the device is read-only: Write() and WriteData() fail with
   // EROFS.
   explicit Transaction(BlockDevice& base, RedoJournal* journal = nullptr);
+  ~Transaction() override;
 
   // Null makes the device read-only again; what is gathered then stays readable.
   void AttachJournal(RedoJournal* journal) { journal_ = journal; }
@@ -60,7 +62,7 @@ class Transaction final : public BlockDevice {
   // Forgets everything gathered since the last commit.
   void Discard();
 
-  // Flush data, write and flush the journal, apply, flush, drop the journal.
+  // Flush data, write and flush the journal, apply, flush, settle the journal.
   std::error_code Commit();
 
   bool HasPending() const;
@@ -77,7 +79,13 @@ class Transaction final : public BlockDevice {
   std::error_code StartData(std::uint64_t offset, std::uint64_t length);
   std::error_code CopyInBase(const ByteRange& piece, std::uint64_t to);
   std::error_code PutData(std::uint64_t to, std::span<const std::uint8_t> data,
-                          std::span<const ByteRange> guarded);
+                          std::span<const ByteRange> sources, std::span<const ByteRange> guarded);
+  void NoteCopies(std::uint64_t to, std::span<const std::uint8_t> data,
+                  std::span<const ByteRange> sources, std::uint64_t skip);
+  void NoteCopy(std::uint64_t from, std::uint64_t to, std::span<const std::uint8_t> data);
+  bool Gathered(std::uint64_t offset, std::uint64_t length) const;
+  std::error_code CollectCopies(const std::vector<SectorRun>& runs,
+                                std::vector<CopiedRange>& copies);
   std::error_code Gather(std::uint64_t offset, std::span<const std::uint8_t> data);
   std::error_code CollectChanges(std::vector<SectorRun>& runs);
   std::error_code CommitPending();
@@ -88,6 +96,9 @@ class Transaction final : public BlockDevice {
   Overlay kept_;
   Overlay move_;
   bool in_move_ = false;
+  // Data that went to the base since the last commit, in the order of its moves.
+  std::vector<CopiedRange> copies_;
+  std::size_t copies_before_move_ = 0;
   bool data_written_ = false;
   bool failed_ = false;
   std::vector<std::uint8_t> buffer_;

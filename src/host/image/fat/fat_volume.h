@@ -37,6 +37,7 @@ class FatVolume final : public ImageVolume {
   ErrorCode Rewrite(const StreamRef& stream, const MovePlan& plan) override;
   ErrorCode Reload() override;
   ErrorCode WriteDirtyFlag(bool dirty) override;
+  std::vector<ByteRange> StillRanges() override { return {{0, geometry_.data_offset}}; }
 
  private:
   ErrorCode Check(const StreamRef& stream) const;

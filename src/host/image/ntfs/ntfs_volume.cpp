@@ -329,6 +329,27 @@ ErrorCode NtfsVolume::WriteDirtyFlag(bool dirty) {
   return mount_ ? Failure(mount_->WriteDirtyFlag(dirty)) : error::kNotReady;
 }
 
+// The boot area, the allocation bitmap, and the file records that stay where they are.
+std::vector<ByteRange> NtfsVolume::StillRanges() {
+  constexpr std::uint64_t kBootArea = 8192;
+  std::vector<ByteRange> ranges = {{0, kBootArea}};
+  if (!mount_) return ranges;
+  const auto add = [&](ntfs_inode* inode, std::int64_t clusters) {
+    std::vector<ClusterRun> runs;
+    if (ReadRuns(inode, {AT_DATA, {}}, runs) != 0) return;
+    for (const ClusterRun& run : runs) {
+      const std::int64_t count = std::min(run.count, clusters - run.vcn);
+      if (run.lcn < 0 || count <= 0) continue;
+      ranges.push_back({ClusterOffset(run.lcn), static_cast<std::uint64_t>(count) * ClusterSize()});
+    }
+  };
+  const ntfs_volume* volume = mount_->Volume();
+  add(volume->mft_ni, kFixedMftClusters);
+  add(volume->mftmirr_ni, volume->nr_clusters);
+  add(volume->lcnbmp_ni, volume->nr_clusters);
+  return ranges;
+}
+
 std::unique_ptr<ImageVolume> OpenNtfsVolume(VolumeStore store) {
   const NtfsVolume::Opening opening{.writable = store.journal_home != nullptr,
                                     .recovering = store.recovering,

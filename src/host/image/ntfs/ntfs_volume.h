@@ -47,6 +47,7 @@ class NtfsVolume final : public ImageVolume {
   ErrorCode Rewrite(const StreamRef& stream, const MovePlan& plan) override;
   ErrorCode Reload() override;
   ErrorCode WriteDirtyFlag(bool dirty) override;
+  std::vector<ByteRange> StillRanges() override;
 
  private:
   struct Place {

@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <string>
+
+namespace vornalux {
+
+// What tells a block device from others of the same content: the serial number or world-wide name
+// of the disk below, the backing file of a loop device, and the UUID of the partition. One line;
+// empty when the device says nothing of itself. device is "8:1" (major:minor), sysfs the root of
+// the kernel's file system of that name.
+std::string DeviceIdentity(const std::string& sysfs, const std::string& device);
+
+}  // namespace vornalux
