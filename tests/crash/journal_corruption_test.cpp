@@ -14,7 +14,7 @@ namespace {
 using namespace journal_format;
 
 constexpr std::size_t kVolume = 64 * kSector;
-const VolumeIdentity kIdentity{{'T', 'E', 'S', 'T'}, 42, kVolume, 4096, {}};
+const VolumeIdentity kIdentity{{'T', 'E', 'S', 'T'}, 42, kVolume, 4096, {}, "here"};
 
 const std::vector<SectorRun> kMark = {{60, Bytes(kSector, 0x44)}};
 

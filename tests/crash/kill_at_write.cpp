@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Loaded into the program under test ahead of the C library: lets the process die inside the write
-// that VORNALUX_KILL_AT names (from 1 on), with only a part of it done, as a kill may leave it.
-// With VORNALUX_COUNT_WRITES it writes the number of writes to that file in the end.
+// Loaded into the program under test ahead of the C library: lets the process die inside the event
+// that VORNALUX_KILL_AT names (from 1 on): a write with only a part of it done, as a kill may leave
+// it, or just before a flush or a removal. VORNALUX_STOP_AT halts it there instead, to go on at a
+// signal. With VORNALUX_COUNT_WRITES it writes the number of events to that file in the end.
 #include <dlfcn.h>
 #include <signal.h>
 #include <unistd.h>
@@ -13,20 +14,37 @@ namespace {
 
 constexpr std::size_t kSector = 512;
 
-std::size_t writes = 0;
+std::size_t events = 0;
+
+bool IsNow(const char* variable) {
+  const char* const at = std::getenv(variable);
+  return at != nullptr && std::strtoull(at, nullptr, 10) == events;
+}
+
+template <typename Function>
+Function Real(const char* name) {
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+template <typename Partly>
+void Event(Partly partly) {
+  ++events;
+  if (IsNow("VORNALUX_KILL_AT")) {
+    partly();
+    kill(getpid(), SIGKILL);
+  }
+  if (IsNow("VORNALUX_STOP_AT")) raise(SIGSTOP);
+}
 
 using WriteAt = ssize_t (*)(int, const void*, std::size_t, off_t);
 
 ssize_t CountedWrite(const char* name, int file, const void* data, std::size_t size, off_t at) {
-  static const char* const kill_at = std::getenv("VORNALUX_KILL_AT");
-  const auto real = reinterpret_cast<WriteAt>(dlsym(RTLD_NEXT, name));
-  ++writes;
-  if (kill_at && std::strtoull(kill_at, nullptr, 10) == writes) {
+  const auto real = Real<WriteAt>(name);
+  Event([&] {
     // Sectors are written whole or not at all.
-    const std::size_t part = (writes * 7919 % (size / kSector + 1)) * kSector;
+    const std::size_t part = (events * 7919 % (size / kSector + 1)) * kSector;
     if (part > 0) real(file, data, part, at);
-    kill(getpid(), SIGKILL);
-  }
+  });
   return real(file, data, size, at);
 }
 
@@ -35,7 +53,7 @@ struct Counter {
     const char* const path = std::getenv("VORNALUX_COUNT_WRITES");
     if (!path) return;
     if (std::FILE* const out = std::fopen(path, "w")) {
-      std::fprintf(out, "%zu\n", writes);
+      std::fprintf(out, "%zu\n", events);
       std::fclose(out);
     }
   }
@@ -51,6 +69,21 @@ ssize_t pwrite(int file, const void* data, std::size_t size, off_t at) {
 
 ssize_t pwrite64(int file, const void* data, std::size_t size, off64_t at) {
   return CountedWrite("pwrite64", file, data, size, at);
+}
+
+int fdatasync(int file) {
+  Event([] {});
+  return Real<int (*)(int)>("fdatasync")(file);
+}
+
+int fsync(int file) {
+  Event([] {});
+  return Real<int (*)(int)>("fsync")(file);
+}
+
+int unlink(const char* path) noexcept {
+  Event([] {});
+  return Real<int (*)(const char*)>("unlink")(path);
 }
 
 }  // extern "C"

@@ -1,35 +1,18 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The real program, killed inside a write of its run: whatever command comes next makes the volume
+// The real program, killed inside an event of its run: whatever command comes next makes the volume
 // whole, and every file is as it was.
-#include <signal.h>
-
-#include <cstdlib>
 #include <set>
 
+#include "crash/kill_rig.h"
 #include "mkvolume/maker.h"
 #include "support/image_folder.h"
 #include "support/intact.h"
 #include "support/seed.h"
-#include "volumes/program_process.h"
 
 namespace vornalux::test {
 namespace {
 
 constexpr std::size_t kKillsPerRun = 30;
-
-// An environment variable for the programs started meanwhile.
-class Setting {
- public:
-  Setting(const char* name, const std::string& value) : name_(name) {
-    setenv(name, value.c_str(), 1);
-  }
-  ~Setting() { unsetenv(name_); }
-  Setting(const Setting&) = delete;
-  Setting& operator=(const Setting&) = delete;
-
- private:
-  const char* name_;
-};
 
 struct KillCase {
   const char* recipe;
@@ -38,32 +21,18 @@ struct KillCase {
 
 class KillTest : public ImageFolder, public testing::WithParamInterface<KillCase> {
  protected:
-  ProgramEnd RunWith(const char* name, const std::string& value) const {
-    const Setting preload("LD_PRELOAD", VORNALUX_KILL_LIBRARY);
-    // Sanitizer builds want to be the first library.
-    const Setting order("ASAN_OPTIONS", "verify_asan_link_order=0");
-    const Setting setting(name, value);
-    return RunProgram({GetParam().command, Path("work.img"), "--quiet"});
-  }
-
   void FreshCopy() const {
     std::filesystem::copy_file(Path("volume.img"), Path("work.img"),
                                std::filesystem::copy_options::overwrite_existing);
   }
 
-  std::size_t CountWrites() const {
-    FreshCopy();
-    EXPECT_EQ(RunWith("VORNALUX_COUNT_WRITES", Path("count")).code, 0);
-    std::size_t count = 0;
-    std::ifstream(Path("count")) >> count;
-    return count;
-  }
+  Arguments Command() const { return {GetParam().command, Path("work.img"), "--quiet"}; }
 
-  // The first and the last writes, and a choice of those between.
-  static std::set<std::size_t> ChooseKills(std::size_t writes, std::uint64_t seed) {
-    std::set<std::size_t> kills = {1, 2, 3, writes - 2, writes - 1, writes};
+  // The first and the last events, and a choice of those between.
+  static std::set<std::size_t> ChooseKills(std::size_t events, std::uint64_t seed) {
+    std::set<std::size_t> kills = {1, 2, 3, events - 2, events - 1, events};
     Random random(seed);
-    while (kills.size() < std::min(kKillsPerRun, writes)) kills.insert(1 + Below(random, writes));
+    while (kills.size() < std::min(kKillsPerRun, events)) kills.insert(1 + Below(random, events));
     return kills;
   }
 };
@@ -72,13 +41,14 @@ TEST_P(KillTest, EveryFileIsWholeAfterTheNextCommand) {
   const std::uint64_t seed = TestSeed();
   const std::string recipe = GetParam().recipe + (" seed=" + std::to_string(seed));
   const Manifest manifest = MakeVolume(recipe, Path("volume.img"));
-  const std::size_t writes = CountWrites();
-  ASSERT_GT(writes, kKillsPerRun) << recipe;
-  for (const std::size_t kill_at : ChooseKills(writes, seed)) {
-    SCOPED_TRACE(recipe + ", killed in write " + std::to_string(kill_at) + " of " +
-                 std::to_string(writes) + ", " + SeedNote(seed));
+  FreshCopy();
+  const std::size_t events = CountEvents(Command(), Path("count"));
+  ASSERT_GT(events, kKillsPerRun) << recipe;
+  for (const std::size_t kill_at : ChooseKills(events, seed)) {
+    SCOPED_TRACE(recipe + ", killed in event " + std::to_string(kill_at) + " of " +
+                 std::to_string(events) + ", " + SeedNote(seed));
     FreshCopy();
-    ASSERT_EQ(RunWith("VORNALUX_KILL_AT", std::to_string(kill_at)).signal, SIGKILL);
+    RunKilledAt(kill_at, Command());
     const ProgramEnd next = RunProgram({"analyze", Path("work.img"), "--quiet"});
     ASSERT_EQ(next.code, 0) << next.err;
     ExpectIntact(Path("work.img"), manifest);

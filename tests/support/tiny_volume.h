@@ -28,7 +28,7 @@ class TinyVolume final : public ImageVolume {
   explicit TinyVolume(VolumeStore store);
   ~TinyVolume() override { Close(); }
 
-  static VolumeIdentity Identity() { return {{'T', 'I', 'N', 'Y'}, 7, 0, 0, {}}; }
+  static VolumeIdentity Identity() { return {{'T', 'I', 'N', 'Y'}, 7, 0, 0, {}, "here"}; }
   static std::size_t SizeOf(std::int64_t clusters) {
     return kFirstCluster + static_cast<std::size_t>(clusters) * kClusterSize;
   }

@@ -13,7 +13,7 @@ namespace vornalux::test {
 namespace {
 
 constexpr std::size_t kSector = 512;
-const VolumeIdentity kIdentity{{'T', 'E', 'S', 'T'}, 1, 0, 0, {}};
+const VolumeIdentity kIdentity{{'T', 'E', 'S', 'T'}, 1, 0, 0, {}, "here"};
 
 struct Stack {
   explicit Stack(std::size_t size)

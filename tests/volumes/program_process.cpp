@@ -93,6 +93,14 @@ bool Program::ReadUntil(const std::string& text) {
   }
 }
 
+bool Program::WaitUntilHalted() {
+  siginfo_t info{};
+  while (waitid(P_PID, static_cast<id_t>(process_), &info, WSTOPPED | WEXITED | WNOWAIT) != 0) {
+    if (errno != EINTR) return false;
+  }
+  return info.si_code == CLD_STOPPED;
+}
+
 void Program::Signal(int number) const { kill(process_, number); }
 
 ProgramEnd Program::Wait() {

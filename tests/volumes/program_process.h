@@ -30,6 +30,8 @@ class Program {
   // Reads lines until one holds the text. False at the end of output.
   bool ReadUntil(const std::string& text);
   void Signal(int number) const;
+  // Waits until it is halted by a signal. False when it ended instead.
+  bool WaitUntilHalted();
   // Reads the rest and waits.
   ProgramEnd Wait();
 

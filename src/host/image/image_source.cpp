@@ -31,6 +31,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kJournalSuffix = ".vornalux-journal";
+constexpr const char* kSysfs = "/sys";
 constexpr std::size_t kLongestDeviceIdentity = 256;  // as long as a journal has room for
 
 std::string Text(int code) { return std::generic_category().message(code); }
@@ -200,6 +201,15 @@ std::string DeviceNumber(const FileDevice& file) {
   return std::to_string(major(status.st_rdev)) + ":" + std::to_string(minor(status.st_rdev));
 }
 
+// The number of a file is used again once it has gone; its time of birth is not.
+std::string FilePlace(int descriptor) {
+  struct statx status {};
+  if (::statx(descriptor, "", AT_EMPTY_PATH, STATX_INO | STATX_BTIME, &status) != 0) return {};
+  if ((status.stx_mask & STATX_BTIME) == 0) return {};
+  return "file " + std::to_string(status.stx_ino) + " born " +
+         std::to_string(status.stx_btime.tv_sec) + "." + std::to_string(status.stx_btime.tv_nsec);
+}
+
 VolumeIdentity Identity(const ImageSource& source) {
   VolumeIdentity identity;
   source.boot.name.copy(identity.file_system.data(), identity.file_system.size());
@@ -207,8 +217,11 @@ VolumeIdentity Identity(const ImageSource& source) {
   identity.volume_size = source.length;
   identity.volume_offset = source.offset;
   if (source.file->IsBlockDevice()) {
-    identity.device =
-        DeviceIdentity("/sys", DeviceNumber(*source.file)).substr(0, kLongestDeviceIdentity);
+    const std::string number = DeviceNumber(*source.file);
+    identity.device = DeviceIdentity(kSysfs, number).substr(0, kLongestDeviceIdentity);
+    identity.place = DevicePlace(kSysfs, number);
+  } else {
+    identity.place = FilePlace(source.file->Descriptor());
   }
   return identity;
 }

@@ -21,8 +21,15 @@ struct VolumeIdentity {
   std::uint64_t volume_size = 0;    // bytes
   std::uint64_t volume_offset = 0;  // bytes, inside the image or disk
   std::string device;               // what the block device says of itself; empty for an image
+  // The very file, or the device as it is attached now: the same only for the same, but another
+  // one after a restart or a move. No part of equality.
+  std::string place;
 
-  friend bool operator==(const VolumeIdentity&, const VolumeIdentity&) = default;
+  friend bool operator==(const VolumeIdentity& a, const VolumeIdentity& b) {
+    return a.file_system == b.file_system && a.serial == b.serial &&
+           a.volume_size == b.volume_size && a.volume_offset == b.volume_offset &&
+           a.device == b.device;
+  }
 };
 
 // Sectors that must become durable together.
@@ -53,6 +60,7 @@ enum class JournalState {
   Idle,      // a run was interrupted between commits: only the dirty flag is left to restore
   Pending,   // a run was interrupted inside a commit, which can be finished
   Replayed,  // a run was interrupted inside a commit, which has now been finished
+  Unclear,   // nothing of it is on this volume, though perhaps on another one that is just like it
   Foreign,   // belongs to another volume, or is no journal of ours
   Conflict,  // the volume is not as the interrupted run left it
 };

@@ -17,11 +17,12 @@ constexpr std::string_view kRecordMagic = "VXRECORD";
 constexpr std::string_view kProofMagic = "VXPROOF1";
 constexpr std::uint32_t kVersion = 2;
 constexpr std::size_t kDeviceAt = 64;
+constexpr std::size_t kPlaceAt = kDeviceAt + kLongestDevice;
 constexpr std::size_t kProofsAt = 24;
 constexpr std::size_t kProofBytes = 12;
 constexpr std::size_t kChecksumAt = kSector - 4;
 static_assert(kProofsAt + kMostProofs * kProofBytes <= kChecksumAt);
-static_assert(kDeviceAt + kLongestDevice <= kChecksumAt);
+static_assert(kPlaceAt + kLongestPlace <= kChecksumAt);
 
 void Seal(HeaderSector& sector, std::string_view magic) {
   std::memcpy(sector.data(), magic.data(), magic.size());
@@ -34,6 +35,22 @@ bool Sealed(const HeaderSector& sector, std::string_view magic) {
              Checksum(std::span(sector).first(kChecksumAt));
 }
 
+// A length and, elsewhere, so many bytes of text.
+void StoreText(HeaderSector& sector, std::size_t length_at, std::size_t text_at,
+               std::size_t longest, const std::string& text) {
+  const std::size_t length = std::min(text.size(), longest);
+  StoreLittle<std::uint64_t>(sector, length_at, length);
+  std::memcpy(sector.data() + text_at, text.data(), length);
+}
+
+bool LoadText(const HeaderSector& sector, std::size_t length_at, std::size_t text_at,
+              std::size_t longest, std::string& text) {
+  const auto length = LoadLittle<std::uint64_t>(sector, length_at);
+  if (length > longest) return false;
+  text.assign(reinterpret_cast<const char*>(sector.data()) + text_at, length);
+  return true;
+}
+
 }  // namespace
 
 HeaderSector EncodeIdentity(const VolumeIdentity& identity) {
@@ -43,9 +60,8 @@ HeaderSector EncodeIdentity(const VolumeIdentity& identity) {
   StoreLittle<std::uint64_t>(sector, 24, identity.serial);
   StoreLittle<std::uint64_t>(sector, 32, identity.volume_size);
   StoreLittle<std::uint64_t>(sector, 40, identity.volume_offset);
-  const std::size_t length = std::min(identity.device.size(), kLongestDevice);
-  StoreLittle<std::uint64_t>(sector, 48, length);
-  std::memcpy(sector.data() + kDeviceAt, identity.device.data(), length);
+  StoreText(sector, 48, kDeviceAt, kLongestDevice, identity.device);
+  StoreText(sector, 56, kPlaceAt, kLongestPlace, identity.place);
   Seal(sector, kStoreMagic);
   return sector;
 }
@@ -58,9 +74,10 @@ std::optional<VolumeIdentity> DecodeIdentity(const HeaderSector& sector) {
   identity.serial = LoadLittle<std::uint64_t>(sector, 24);
   identity.volume_size = LoadLittle<std::uint64_t>(sector, 32);
   identity.volume_offset = LoadLittle<std::uint64_t>(sector, 40);
-  const auto length = LoadLittle<std::uint64_t>(sector, 48);
-  if (length > kLongestDevice) return std::nullopt;
-  identity.device.assign(reinterpret_cast<const char*>(sector.data()) + kDeviceAt, length);
+  if (!LoadText(sector, 48, kDeviceAt, kLongestDevice, identity.device) ||
+      !LoadText(sector, 56, kPlaceAt, kLongestPlace, identity.place)) {
+    return std::nullopt;
+  }
   return identity;
 }
 

@@ -22,6 +22,7 @@ inline constexpr std::size_t kChecksumBytes = 8;
 inline constexpr std::size_t kCopyBytes = 32;
 inline constexpr std::size_t kMostProofs = 40;
 inline constexpr std::size_t kLongestDevice = 256;  // bytes of VolumeIdentity::device
+inline constexpr std::size_t kLongestPlace = 128;   // bytes of VolumeIdentity::place
 // Journal and volume are gone through in pieces of this size, whatever a record claims.
 inline constexpr std::size_t kPieceBytes = std::size_t{1} << 20;
 

@@ -254,7 +254,7 @@ std::error_code ReadHeader(BlockDevice& store, std::uint64_t offset, HeaderSecto
 }
 
 JournalFinding JudgeIdentity(const HeaderSector& first, const HeaderSector& record,
-                             const VolumeIdentity& identity) {
+                             const VolumeIdentity& identity, bool& same_place) {
   if (AllZero(first) && AllZero(record)) {
     return Found(JournalState::Empty, "the journal was created but never used");
   }
@@ -264,6 +264,7 @@ JournalFinding JudgeIdentity(const HeaderSector& first, const HeaderSector& reco
                  "it is no journal of this version of the program, or damaged");
   }
   if (*owner != identity) return Found(JournalState::Foreign, "it belongs to another volume");
+  same_place = !identity.place.empty() && owner->place == identity.place;
   return Found(JournalState::Idle, "no commit was in progress");
 }
 
@@ -293,6 +294,7 @@ struct Leftover {
   JournalFinding finding;              // Idle as long as there is nothing else to say
   std::optional<Proof> proof;          // of the last commit that was done
   std::optional<RecordHeader> record;  // whole, and not done yet
+  bool same_place = false;
 };
 
 std::error_code ReadLeftover(BlockDevice& store, BlockDevice& volume,
@@ -303,7 +305,7 @@ std::error_code ReadLeftover(BlockDevice& store, BlockDevice& volume,
   if (const std::error_code error = ReadHeader(store, 0, first)) return error;
   if (const std::error_code error = ReadHeader(store, kProofOffset, proof)) return error;
   if (const std::error_code error = ReadHeader(store, kRecordOffset, record)) return error;
-  left.finding = JudgeIdentity(first, record, identity);
+  left.finding = JudgeIdentity(first, record, identity, left.same_place);
   if (left.finding.state != JournalState::Idle) return {};
 
   left.proof = DecodeProof(proof);
@@ -323,7 +325,8 @@ std::error_code ReadLeftover(BlockDevice& store, BlockDevice& volume,
   return {};
 }
 
-std::error_code JudgeRecord(RecordReader& reader, bool first_commit, JournalFinding& finding) {
+// unapplied: what it means when nothing of the record is on the volume.
+std::error_code JudgeRecord(RecordReader& reader, JournalState unapplied, JournalFinding& finding) {
   bool sound = false;
   std::optional<HeaderSector> proof;
   if (const std::error_code error = reader.RunsAreSound(sound)) return error;
@@ -335,8 +338,8 @@ std::error_code JudgeRecord(RecordReader& reader, bool first_commit, JournalFind
   std::optional<std::uint64_t> conflict;
   bool applied = false;
   if (const std::error_code error = reader.FindConflict(conflict, applied)) return error;
-  if (!conflict && first_commit && !applied) {
-    finding = Found(JournalState::Empty, "nothing had been written to the volume");
+  if (!conflict && !applied && unapplied != JournalState::Pending) {
+    finding = Found(unapplied, "nothing of it has been written to this volume");
     return {};
   }
   if (!conflict) {
@@ -358,7 +361,11 @@ std::error_code JudgeStore(BlockDevice& store, BlockDevice& volume, const Volume
   std::optional<RecordReader> reader;
   if (left.record) {
     reader.emplace(store, volume, *left.record);
-    const std::error_code error = JudgeRecord(*reader, !left.proof, left.finding);
+    // Without a mark all that tells the volume from a copy of it is its place.
+    const JournalState unapplied = left.proof        ? JournalState::Pending
+                                   : left.same_place ? JournalState::Empty
+                                                     : JournalState::Unclear;
+    const std::error_code error = JudgeRecord(*reader, unapplied, left.finding);
     if (error || left.finding.state != JournalState::Pending) return error;
   }
   if (!left.proof) return {};

@@ -116,9 +116,9 @@ class Leftover {
       Object("has a journal " + home_->Path() + " that cannot be used: " + error.message());
       return std::nullopt;
     }
-    if (finding.state != JournalState::Foreign && finding.state != JournalState::Conflict) {
-      return finding.state;
-    }
+    const bool fits = finding.state == JournalState::Empty || finding.state == JournalState::Idle ||
+                      finding.state == JournalState::Pending;
+    if (fits) return finding.state;
     const bool ntfs = source_.boot.kind == BootKind::Ntfs;
     Object("has a journal of an interrupted run that does not fit it: " + finding.detail +
            ". Nothing was written. If this is a backup that was restored, a copy, or another "

@@ -20,9 +20,12 @@ namespace fs = std::filesystem;
 
 // What such a file system holds is gone after a power cut, which is what a journal is for. The
 // overlay of a live system keeps its changes in memory.
-const char* FleetingFileSystem(const std::string& folder) {
+const char* FleetingFileSystem(fs::path folder) {
   struct statfs status {};
-  if (::statfs(folder.c_str(), &status) != 0) return nullptr;
+  while (::statfs(folder.c_str(), &status) != 0) {
+    if (errno != ENOENT || folder == folder.parent_path()) return nullptr;
+    folder = folder.parent_path();
+  }
   switch (static_cast<unsigned long>(status.f_type)) {
     case TMPFS_MAGIC:
       return "tmpfs";
@@ -45,6 +48,9 @@ std::string StateFolder() {
 std::string PrepareStateFolder(const std::string& folder) {
   std::error_code error;
   const fs::path absolute = fs::absolute(folder, error);
+  if (const char* const fleeting = FleetingFileSystem(absolute)) {
+    return std::string("which lies on ") + fleeting + " and would not survive a power cut";
+  }
   if (!error && !fs::exists(absolute, error)) {
     fs::create_directories(absolute.parent_path(), error);
     if (!error && ::mkdir(absolute.c_str(), 0700) != 0 && errno != EEXIST) {
@@ -59,9 +65,6 @@ std::string PrepareStateFolder(const std::string& folder) {
   if (error) return "where nothing can be written (" + error.message() + ")";
   if (const std::string foreign = ForeignWriter(status); !foreign.empty()) {
     return "which " + foreign;
-  }
-  if (const char* const fleeting = FleetingFileSystem(absolute)) {
-    return std::string("which lies on ") + fleeting + " and would not survive a power cut";
   }
   return {};
 }

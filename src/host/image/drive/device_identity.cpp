@@ -77,4 +77,14 @@ std::string DeviceIdentity(const std::string& sysfs, const std::string& device) 
   return identity;
 }
 
+std::string DevicePlace(const std::string& sysfs, const std::string& device) {
+  std::error_code error;
+  fs::path folder = fs::canonical(fs::path(sysfs) / "dev" / "block" / device, error);
+  if (!error && fs::exists(folder / "partition", error)) folder = folder.parent_path();
+  const std::string number = error ? std::string() : FirstLine(folder / "diskseq");
+  const std::string boot = FirstLine("/proc/sys/kernel/random/boot_id");
+  if (number.empty() || boot.empty()) return {};
+  return "disk " + number + " of boot " + boot;
+}
+
 }  // namespace vornalux

@@ -11,4 +11,8 @@ namespace vornalux {
 // the kernel's file system of that name.
 std::string DeviceIdentity(const std::string& sysfs, const std::string& device);
 
+// The device as it is attached now: another one after it was taken out or the machine restarted.
+// Empty where the kernel does not count such things.
+std::string DevicePlace(const std::string& sysfs, const std::string& device);
+
 }  // namespace vornalux

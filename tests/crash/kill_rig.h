@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// Running the real program so that it dies, or halts, inside an event of its run: a write, a flush
+// or a removal.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+#include "volumes/program_process.h"
+
+namespace vornalux::test {
+
+// An environment variable for the programs started meanwhile.
+class Setting {
+ public:
+  Setting(const char* name, const std::string& value) : name_(name) {
+    setenv(name, value.c_str(), 1);
+  }
+  ~Setting() { unsetenv(name_); }
+  Setting(const Setting&) = delete;
+  Setting& operator=(const Setting&) = delete;
+
+ private:
+  const char* name_;
+};
+
+// Settings under which a program does what the variable tells the library.
+struct Meddling {
+  Meddling(const char* name, const std::string& value)
+      : preload("LD_PRELOAD", VORNALUX_KILL_LIBRARY),
+        // Sanitizer builds want to be the first library.
+        order("ASAN_OPTIONS", "verify_asan_link_order=0"),
+        setting(name, value) {}
+
+  Setting preload;
+  Setting order;
+  Setting setting;
+};
+
+inline void RunKilledAt(std::size_t event, const Arguments& arguments) {
+  const Meddling meddling("VORNALUX_KILL_AT", std::to_string(event));
+  const ProgramEnd end = RunProgram(arguments);
+  EXPECT_EQ(end.signal, SIGKILL) << end.err;
+}
+
+// How many events a run has that nobody kills.
+inline std::size_t CountEvents(const Arguments& arguments, const std::string& count_file) {
+  const Meddling meddling("VORNALUX_COUNT_WRITES", count_file);
+  const ProgramEnd end = RunProgram(arguments);
+  EXPECT_EQ(end.code, 0) << end.err;
+  std::size_t count = 0;
+  std::ifstream(count_file) >> count;
+  return count;
+}
+
+}  // namespace vornalux::test
