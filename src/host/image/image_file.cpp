@@ -99,6 +99,7 @@ std::unique_ptr<MountedVolume> OpenImage(const std::string& path, const OpenOpti
   VolumeStore store = MakeStore(source, options.writable);
   store.allow_dirty = options.allow_dirty;
   store.only_looking = !to_disk;
+  store.drop_restore_points = options.drop_restore_points;
   std::unique_ptr<ImageVolume> volume = OpenFileSystem(source, std::move(store));
   report.objections = volume->Objections();
   return volume;

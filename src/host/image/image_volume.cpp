@@ -128,6 +128,7 @@ ErrorCode ImageVolume::StartWork() {
   working_ = true;
   // Goes out with the first commit: until then nothing that the volume refers to changes.
   code = WriteDirtyFlag(true);
+  if (!code) code = PrepareForMoves();
   if (code) failed_ = true;
   return code;
 }

@@ -39,6 +39,7 @@ class FatVolume final : public ImageVolume {
   ErrorCode WriteDirtyFlag(bool dirty) override;
 
  private:
+  DirtyFlag ReadDirtyFlag(bool accept_dirty, bool recovering);
   ErrorCode Check(const StreamRef& stream) const;
   const std::vector<ClusterRun>& RunsOf(std::uint32_t node);
 
