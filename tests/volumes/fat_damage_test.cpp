@@ -147,7 +147,7 @@ TEST(FatDamage, FoldersAndTablesAreRefused) {
 TEST(FatDamage, DirtyVolumesAreRefusedUnlessOurs) {
   const auto boot = [](FatWorld& w) { w.Image()[w.geometry.state_offset] |= 1; };
   const auto entry = [](std::uint32_t value) { return [=](FatWorld& w) { w.SetEntry(1, value); }; };
-  ExpectRefused({{boot, {"marked dirty", "fsck.fat -a IMAGE, or with chkdsk"}},
+  ExpectRefused({{boot, {"marked dirty", "fsck.fat -a IMAGE, or chkdsk", "shutdown /s /f /t 0"}},
                  {entry(0x7FFF), {"marked dirty"}, {16}},
                  {entry(0xBFFF), {"marked dirty"}, {16}},
                  {entry(0x07FFFFFF), {"marked dirty"}, {32}},

@@ -9,6 +9,7 @@
 #include "host/image/drive/device_identity.h"
 #include "host/image/image_file.h"
 #include "host/image/image_source.h"
+#include "host/image/little_endian.h"
 #include "support/image_folder.h"
 #include "support/loop_device.h"
 
@@ -126,9 +127,11 @@ TEST_F(JournalFileTest, OfABlockDeviceOutlivesAPowerCut) {
   EXPECT_TRUE(fs::is_empty(Path("fresh/folder")));
 
   const LoopDevice read_only(Path("image"), "-r");
-  EXPECT_NE(refusal(read_only.Node()).find("write-protected"), std::string::npos);
+  const std::string protected_device = Refusal(read_only.Node());
+  EXPECT_NE(protected_device.find("write-protected"), std::string::npos) << protected_device;
   Run("blockdev --setro " + device.Node());
   EXPECT_NE(Refusal(device.Node()).find("write-protected"), std::string::npos);
+  Run("blockdev --setrw " + device.Node());
   EXPECT_TRUE(fs::is_empty(Path("fresh/folder")));
 }
 
@@ -161,20 +164,46 @@ TEST_F(JournalFileTest, IsHeldByOneRunAtATime) {
 // As the kernel shows two sticks and a disk.
 TEST_F(JournalFileTest, OfADeviceIsNamedAfterTheDisk) {
   Run("mkdir -p sys/dev/block sys/devices/hub/stick1/block/sdb/sdb1 "
-      "sys/devices/hub/stick2/block/sdc/sdc1 sys/devices/ata/disk/block/sda && "
+      "sys/devices/hub/stick2/block/sdc sys/devices/ata/disk/block/sda && "
       "echo 0000:00:14.0 > sys/devices/hub/serial && echo A1 > sys/devices/hub/stick1/serial && "
-      "echo ' B 2 ' > sys/devices/hub/stick2/serial && "
-      "ln -s ../../devices/hub/stick1/block/sdb/sdb1 sys/dev/block/8:17 && "
-      "ln -s ../../devices/hub/stick2/block/sdc/sdc1 sys/dev/block/8:33 && "
-      "ln -s ../../devices/ata/disk/block/sda sys/dev/block/8:0 && "
-      "echo 7 > sys/devices/hub/stick1/block/sdb/diskseq && "
-      "echo 1 > sys/devices/hub/stick1/block/sdb/sdb1/partition");
-  EXPECT_EQ(DeviceIdentity(Path("sys"), "8:17"), "A1");
-  EXPECT_EQ(DeviceIdentity(Path("sys"), "8:33"), "B2");
-  EXPECT_EQ(DeviceIdentity(Path("sys"), "8:0"), "");
-  EXPECT_EQ(DeviceIdentity(Path("sys"), "9:9"), "");
-  EXPECT_NE(DevicePlace(Path("sys"), "8:17").find("disk 7 of boot"), std::string::npos);
-  EXPECT_EQ(DevicePlace(Path("sys"), "8:0"), "") << "an old kernel";
+      "echo ' B 2 ' > sys/devices/hub/stick2/serial && cd sys/dev/block && "
+      "ln -s ../../devices/hub/stick1/block/sdb/sdb1 8:17 && "
+      "ln -s ../../devices/hub/stick1/block/sdb 8:16 && "
+      "ln -s ../../devices/hub/stick2/block/sdc 8:32 && "
+      "ln -s ../../devices/ata/disk/block/sda 8:0 && cd 8:16 && echo 8:16 > dev && "
+      "echo 7 > diskseq && echo 1 > sdb1/partition && echo 2048 > sdb1/start");
+  const std::string sys = Path("sys");
+  const DiskPlace partition = OnWholeDisk(sys, "8:17", 512);
+  EXPECT_EQ(partition.disk, "8:16");
+  EXPECT_EQ(partition.offset, kMebibyte + 512);
+  EXPECT_EQ(DeviceIdentity(sys, partition), "A1");
+  EXPECT_EQ(DeviceIdentity(sys, OnWholeDisk(sys, "8:32", 0)), "B2");
+  EXPECT_EQ(DeviceIdentity(sys, OnWholeDisk(sys, "8:0", 0)), "");
+  EXPECT_EQ(DeviceIdentity(sys, OnWholeDisk(sys, "9:9", 0)), "");
+  EXPECT_NE(AttachedAs(sys, partition).find("disk 7 of boot"), std::string::npos);
+  EXPECT_EQ(AttachedAs(sys, {"8:0", 0}), "") << "an old kernel";
+}
+
+// By its node or by its number on the disk, a partition is the same volume.
+TEST_F(JournalFileTest, OfAPartitionIsOne) {
+  Bytes disk(4 * kMebibyte);
+  std::copy(before_.begin(), before_.end(), disk.begin() + kMebibyte);
+  StoreLittle<std::uint32_t>(disk, 440, 0xCAFE0001);
+  disk[446 + 4] = 6;
+  StoreLittle<std::uint32_t>(disk, 446 + 8, 2048);
+  StoreLittle<std::uint32_t>(disk, 446 + 12, 2048);
+  StoreLittle<std::uint16_t>(disk, 510, 0xAA55);
+  Put("disk", disk);
+  const LoopDevice device(Path("disk"), "-P");
+  if (!fs::is_block_file(device.Node() + "p1")) GTEST_SKIP() << "no partitions of loop devices";
+  OpenOptions options;
+  options.partition = 1;
+  const ImageSource by_number = LocateVolume(device.Node(), options, false);
+  const ImageSource by_node = LocateVolume(device.Node() + "p1", {}, false);
+  EXPECT_EQ(by_number.journal_path, by_node.journal_path);
+  EXPECT_TRUE(by_number.identity == by_node.identity);
+  EXPECT_NE(by_node.identity.device.find("cafe0001-01"), std::string::npos)
+      << by_node.identity.device;
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <bit>
 #include <functional>
 
 #include "check/ntfs_check.h"
@@ -12,63 +11,28 @@
 #include "support/image_folder.h"
 #include "volumes/maker_editor.h"
 #include "volumes/ntfs_image.h"
+#include "volumes/unclean_states.h"
 
 namespace vornalux::test {
 namespace {
-
-// The two pages with which a $LogFile that Windows has used begins.
-Bytes RestartPages(std::uint16_t major, bool clean) {
-  constexpr std::size_t kPage = 4096;
-  constexpr std::uint64_t kFileSize = 2 << 20;
-  Bytes pages(2 * kPage);
-  const std::span<std::uint8_t> header(pages);
-  std::copy_n("RSTR", 4, pages.begin());
-  StoreLittle<std::uint16_t>(header, 4, 30);  // update sequence array: offset, count
-  StoreLittle<std::uint16_t>(header, 6, 9);
-  StoreLittle<std::uint32_t>(header, 16, kPage);
-  StoreLittle<std::uint32_t>(header, 20, kPage);
-  StoreLittle<std::uint16_t>(header, 24, 48);  // restart area
-  StoreLittle<std::uint16_t>(header, 26, major == 1 ? 1 : 0);
-  StoreLittle<std::uint16_t>(header, 28, major);
-  StoreLittle<std::uint16_t>(header, 30, 1);
-  const std::span<std::uint8_t> area = header.subspan(48);
-  StoreLittle<std::uint16_t>(area, 8, 1);  // clients: one, not free, in use
-  StoreLittle<std::uint16_t>(area, 10, 0xFFFF);
-  StoreLittle<std::uint16_t>(area, 12, 0);
-  StoreLittle<std::uint16_t>(area, 14, clean ? 2 : 0);
-  StoreLittle<std::uint32_t>(area, 16, 67 - std::bit_width(kFileSize));
-  StoreLittle<std::uint16_t>(area, 20, 48 + 160);
-  StoreLittle<std::uint16_t>(area, 22, 48);
-  StoreLittle<std::uint64_t>(area, 24, kFileSize);
-  StoreLittle<std::uint32_t>(area, 48 + 16, 0xFFFFFFFF);
-  for (std::size_t end = 512; end <= kPage; end += 512) {
-    StoreLittle<std::uint16_t>(header, end - 2, 1);
-  }
-  std::copy_n(pages.begin(), kPage, pages.begin() + kPage);
-  return pages;
-}
 
 class NtfsOpening : public ImageFolder {
  protected:
   NtfsOpening() { Put("v.img", MakeStrange(4096, "size=8M files=40 folders=2", 8)); }
 
-  void MakeEmpty() const { Put("v.img", MakeNtfs("ntfs size=8M cluster=4096 files=0 folders=0")); }
-
-  std::unique_ptr<MountedVolume> Open(bool writable, bool allow_dirty = false) const {
+  std::unique_ptr<MountedVolume> Open(bool writable) {
     const MayLeak may_leak;
-    OpenReport report;
     OpenOptions options;
     options.writable = writable;
-    options.allow_dirty = allow_dirty;
-    return OpenImage(Path("v.img"), options, report);
+    return OpenImage(Path("v.img"), options, report_);
   }
 
   // What the refusal says; empty when the volume was opened. The image must stay as it is.
-  std::string Refusal(bool writable, bool allow_dirty) const {
+  std::string Refusal(bool writable) {
     const Bytes before = Get("v.img");
     std::string said;
     try {
-      Open(writable, allow_dirty);
+      Open(writable);
     } catch (const VolumeRefused& refused) {
       said = refused.what();
       EXPECT_NE(said, "");
@@ -76,6 +40,8 @@ class NtfsOpening : public ImageFolder {
     EXPECT_TRUE(Get("v.img") == before) << "the image has changed";
     return said;
   }
+
+  OpenReport report_;
 };
 
 TEST_F(NtfsOpening, TellsWhatTheVolumeIs) {
@@ -115,55 +81,34 @@ TEST_F(NtfsOpening, WorkMarksTheVolumeDirtyAndEndsClean) {
   EXPECT_TRUE(CheckNtfs(Path("v.img")).dirty);
   ASSERT_EQ(volume->Close(), error::kSuccess);
   volume.reset();
-  EXPECT_EQ(Refusal(true, false), "");
+  EXPECT_EQ(Refusal(true), "");
 }
 
-TEST_F(NtfsOpening, UncleanVolumesAreRefused) {
-  struct Case {
-    const char* what;
-    std::function<void(NtfsEditor&)> make;
-    const char* says;
-  };
-  const auto log = [](std::uint16_t major, bool clean) {
-    return [=](NtfsEditor& editor) {
-      std::ranges::copy(RestartPages(major, clean),
-                        editor.At(editor.Meta("/$LogFile").extents[0].lcn).begin());
-    };
-  };
-  const Case cases[] = {
-      {"dirty",
-       [](NtfsEditor& editor) {
-         editor.Attribute(3, 0x70, [](ByteSpan a) { a[test::Get(a, 20, 2) + 10] |= 1; });
-       },
-       "chkdsk"},
-      {"hibernated",
-       [this](NtfsEditor& editor) {
-         Put("in", {'h', 'i', 'b', 'r'});
-         Run("truncate -s 8192 in && ntfscp -q -f v.img in hiberfil.sys");
-         editor.bytes = Get("v.img");
-       },
-       "shutdown /s /f"},
-      {"unfinished log", log(1, false), "$LogFile"},
-      {"fast startup", log(2, true), "shutdown /s /f"},
-      {"finished log", log(1, true), nullptr},
-  };
-  for (const Case& each : cases) {
-    SCOPED_TRACE(each.what);
-    MakeEmpty();
-    const CheckReport report = CheckNtfs(Path("v.img"));
-    NtfsEditor editor(Get("v.img"), report);
-    each.make(editor);
+TEST_F(NtfsOpening, UncleanVolumesAreRefusedToWorkAndCanBeLookedAt) {
+  Put("v.img", MakeNtfs("ntfs size=8M cluster=4096 files=0 folders=0", {{"hiberfil.sys", 8192}}));
+  const CheckReport sound = CheckNtfs(Path("v.img"));
+  NtfsEditor clean(Get("v.img"), sound);
+  std::ranges::fill(clean.At(sound.Find("/hiberfil.sys")->extents[0].lcn).first(8192), 0);
+  const auto make = [&](const std::function<void(NtfsEditor&)>& state) {
+    NtfsEditor editor(clean.bytes, sound);
+    state(editor);
     Put("v.img", editor.bytes);
-    for (const bool writable : {false, true}) {
-      const std::string said = Refusal(writable, false);
-      if (each.says == nullptr) {
-        EXPECT_EQ(said, "");
-      } else {
-        EXPECT_NE(said.find(each.says), std::string::npos) << said;
-      }
+  };
+  for (const UncleanState& state : UncleanStates()) {
+    SCOPED_TRACE(state.what);
+    make(state.make);
+    const std::string said = Refusal(true);
+    for (const char* part : {state.finding, "not unmounted cleanly", "chkdsk /f", "Fast Startup",
+                             "shutdown /s /f /t 0", "unfinished", "mount it once"}) {
+      EXPECT_NE(said.find(part), std::string::npos) << part << "\n" << said;
     }
-    EXPECT_EQ(Refusal(false, true), "");
+    EXPECT_EQ(Refusal(false), "");
+    EXPECT_EQ(report_.objections, std::vector<std::string>{said});
   }
+  make([](NtfsEditor& editor) { WriteLog(editor, 1, true); });
+  EXPECT_EQ(Refusal(true), "");
+  EXPECT_EQ(Refusal(false), "");
+  EXPECT_EQ(report_.objections, std::vector<std::string>());
 }
 
 TEST_F(NtfsOpening, DamagedVolumesAreRefused) {
@@ -187,8 +132,8 @@ TEST_F(NtfsOpening, DamagedVolumesAreRefused) {
     NtfsEditor editor(whole, report);
     damage(editor);
     Put("v.img", editor.bytes);
-    EXPECT_NE(Refusal(true, false), "");
-    EXPECT_NE(Refusal(false, true), "");
+    EXPECT_NE(Refusal(true), "");
+    EXPECT_NE(Refusal(false), "");
   }
 }
 

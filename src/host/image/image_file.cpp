@@ -19,6 +19,7 @@ std::unique_ptr<MountedVolume> OpenImage(const std::string& path, const OpenOpti
   if (options.writable) store.journal_home = MakeJournal(source);
   store.allow_dirty = options.allow_dirty;
   store.only_looking = !to_disk;
+  store.drop_restore_points = options.drop_restore_points;
   std::unique_ptr<ImageVolume> volume = OpenFileSystem(source, std::move(store));
   const std::vector<std::string>& objections = volume->Objections();
   report.objections.insert(report.objections.end(), objections.begin(), objections.end());

@@ -15,7 +15,8 @@ namespace vornalux {
 struct OpenOptions {
   bool writable = false;
   bool dry_run = false;                 // keep what is written in memory; the image is only read
-  bool allow_dirty = false;             // look at a volume that is marked dirty
+  bool allow_dirty = false;             // open a volume that is marked dirty, though not to move
+  bool drop_restore_points = false;     // work on a volume with snapshots, which are lost then
   std::optional<int> partition;         // 1-based, of a partitioned disk image
   std::optional<std::uint64_t> offset;  // bytes
 };

@@ -40,6 +40,13 @@ std::string Text(int code) { return std::generic_category().message(code); }
   throw VolumeRefused(path + " " + why);
 }
 
+void RefuseWriteProtected(const std::string& path, const FileDevice& device) {
+  int read_only = 0;
+  if (!device.IsBlockDevice()) return;
+  if (::ioctl(device.Descriptor(), BLKROGET, &read_only) != 0 || read_only == 0) return;
+  Refuse(path, "is write-protected");
+}
+
 int OpenFile(const std::string& path, bool writable) {
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0) Refuse(path, "cannot be opened: " + Text(errno));
@@ -57,7 +64,14 @@ int OpenFile(const std::string& path, bool writable) {
   if (errno == EBUSY) {
     Refuse(path, "is in use: mounted, or part of a RAID or a logical volume");
   }
-  Refuse(path, (writable ? "cannot be opened for writing: " : "cannot be opened: ") + Text(errno));
+  const int error = errno;
+  if (writable && S_ISBLK(status.st_mode)) {
+    std::unique_ptr<FileDevice> device;
+    const int reading = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (reading >= 0 && !FileDevice::Adopt(reading, false, device))
+      RefuseWriteProtected(path, *device);
+  }
+  Refuse(path, (writable ? "cannot be opened for writing: " : "cannot be opened: ") + Text(error));
 }
 
 // Of the open file, not of the process: it lasts as long as the descriptor, and the classic record
@@ -80,11 +94,7 @@ std::shared_ptr<FileDevice> OpenLocked(const std::string& path, bool writable) {
   if (error) Refuse(path, "cannot be opened: " + error.message());
   Lock(path, device->Descriptor(), writable);
   if (const auto use = FindUse(device->Descriptor())) Refuse(path, *use);
-  int read_only = 0;
-  if (writable && device->IsBlockDevice() &&
-      ::ioctl(device->Descriptor(), BLKROGET, &read_only) == 0 && read_only != 0) {
-    Refuse(path, "is write-protected");
-  }
+  if (writable) RefuseWriteProtected(path, *device);
   return device;
 }
 
@@ -217,9 +227,10 @@ VolumeIdentity Identity(const ImageSource& source) {
   identity.volume_size = source.length;
   identity.volume_offset = source.offset;
   if (source.file->IsBlockDevice()) {
-    const std::string number = DeviceNumber(*source.file);
-    identity.device = DeviceIdentity(kSysfs, number).substr(0, kLongestDeviceIdentity);
-    identity.place = DevicePlace(kSysfs, number);
+    const DiskPlace place = OnWholeDisk(kSysfs, DeviceNumber(*source.file), source.offset);
+    identity.volume_offset = place.offset;
+    identity.device = DeviceIdentity(kSysfs, place).substr(0, kLongestDeviceIdentity);
+    identity.place = AttachedAs(kSysfs, place);
   } else {
     identity.place = FilePlace(source.file->Descriptor());
   }
@@ -241,12 +252,14 @@ std::string Hex(std::uint64_t number) {
 
 // A block device's journal is found by what the device is, whatever its node is called today.
 std::string JournalPath(const ImageSource& source) {
-  const std::string offset =
-      source.offset == 0 ? std::string() : "+" + std::to_string(source.offset);
-  if (!source.file->IsBlockDevice()) return source.path + offset + kJournalSuffix;
-  const std::string& device = source.identity.device;
-  return StateFolder() + "/" + Hex(source.boot.serial) + (device.empty() ? "" : "-") +
-         (device.empty() ? "" : Hex(Hash(device))) + offset + kJournalSuffix;
+  const VolumeIdentity& identity = source.identity;
+  std::string path = source.path;
+  if (source.file->IsBlockDevice()) {
+    path = StateFolder() + "/" + Hex(identity.serial);
+    if (!identity.device.empty()) path += "-" + Hex(Hash(identity.device));
+  }
+  if (identity.volume_offset != 0) path += "+" + std::to_string(identity.volume_offset);
+  return path + kJournalSuffix;
 }
 
 // The most that a commit puts into it, or the volume with all its sectors.

@@ -137,6 +137,7 @@ ErrorCode ImageVolume::StartWork() {
   working_ = true;
   // Alone and first: what finds a journal later may touch only a volume that bears this mark.
   code = WriteDirtyFlag(true);
+  if (!code) code = PrepareForMoves();
   if (!code) code = CommitNow();
   if (code) failed_ = true;
   return code;

@@ -34,6 +34,7 @@ struct VolumeStore {
   bool allow_dirty = false;  // a volume marked dirty may be looked at, though not moved on
   // Nothing reaches the disk: what would refuse the volume to a pass is kept in Objections().
   bool only_looking = false;
+  bool drop_restore_points = false;  // give up the snapshots of a volume before anything moves
 };
 
 // A run of an attribute: count clusters from vcn on lie at lcn, or nowhere (lcn -1).
@@ -87,6 +88,7 @@ class ImageVolume : public MountedVolume {
 
   // The volume's state forbids moving. Throws VolumeRefused, unless it is only looked at.
   void Object(std::string why);
+  bool OnlyLooking() const { return store_.only_looking; }
 
   // The file system calls this once it knows how many clusters there are. Calling it again with the
   // same number, as a Reload() may, changes nothing.
@@ -114,6 +116,9 @@ class ImageVolume : public MountedVolume {
   // Where file data never comes to lie, nor metadata that moves: what the proofs of a journal are
   // taken from.
   virtual std::vector<ByteRange> StillRanges() { return {}; }
+  // The volume is about to be worked on, and marked so: changes what must not outlive that, through
+  // Device().
+  virtual ErrorCode PrepareForMoves() { return error::kSuccess; }
   // Lets the file system write what it keeps back until a commit (such as FAT's free count).
   virtual ErrorCode BeforeCommit() { return error::kSuccess; }
 

@@ -98,6 +98,9 @@ class MountedVolume {
   // As Commit(), then leaves the volume as clean as it was found. Nothing can be moved afterwards.
   virtual ErrorCode Close() = 0;
 
+  // What the work has done to the volume besides moving clusters, each as a sentence for the user.
+  virtual std::vector<std::string> Remarks() const { return {}; }
+
   // Was the volume marked dirty when it was opened?
   virtual bool Dirty() const = 0;
 };

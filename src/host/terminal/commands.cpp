@@ -139,6 +139,7 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
     outcome.code = Analyze(program, classes);
     if (outcome.code == ExitCode::Done) result.after = CollectFigures(window.engine);
   }
+  result.remarks = session.Remarks();
   result.stopped = outcome.code == ExitCode::Stopped;
   if (WantsPictures(options) && result.before) {
     report.action = ActionName(options.command);
@@ -146,6 +147,7 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
     report.before = result.before;
     report.after = result.after;
     report.moved = result.moved;
+    report.remarks = result.remarks;
     report.stopped = result.stopped;
     report.dry_run = result.dry_run;
     report.fragmented = CollectFragmentedFiles(window.engine);
@@ -191,6 +193,7 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
     result.volume = session.Volume(DriveLetter(drive.front()));
     if (engine.geometry.constants.TotalClusters > 0) result.analysis = CollectFigures(engine);
     result.moved = engine.movers.statistics;
+    result.remarks = session.Remarks();
   }
   if (code == ExitCode::Failed && !result.volume) {
     session.desktop().Say(NoSuchVolume(drive));

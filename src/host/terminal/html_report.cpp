@@ -157,7 +157,12 @@ std::string ToHtml(const ReportContent& report) {
       " &middot; clusters of " + std::to_string(volume.cluster_bytes) + " bytes";
   if (report.dry_run) html += " &middot; dry run: nothing was written to the volume";
   if (report.stopped) html += " &middot; stopped before the end";
-  html += "</p>\n<h2>Map</h2>\n";
+  html += "</p>\n";
+  for (const std::string& objection : volume.objections) {
+    html += "<p>Only looked at: a pass would refuse it: " + Text(objection) + "</p>\n";
+  }
+  for (const std::string& remark : report.remarks) html += "<p>" + Text(remark) + "</p>\n";
+  html += "<h2>Map</h2>\n";
   html += Map(report.moved ? "Before" : "Now", report.map_before, report.legend);
   html += Map("After", report.map_after, report.legend);
   html += "<h2>Figures</h2>\n" + FigureTable(report);

@@ -16,7 +16,8 @@ namespace {
 
 constexpr const char* kFooter = R"(
 IMAGE is a volume image, a block device, or a disk image with a partition. NTFS and FAT.
-The volume must not be mounted and must not be marked dirty.
+The volume must not be mounted. One that is marked dirty, hibernated or has restore points is only
+looked at.
 
 Exit codes:
   0  done
@@ -30,7 +31,8 @@ What follows "--" is the job line: one argument as it stands, several joined by 
   /drv C:        the volume            /dir "C:\dir"  this folder and below
   /d /o /c       defrag, optimize, compact
   /low /normal /high                   priority
-  /vssafe /dbg /min /close /down       as in a shortcut
+  /dbg /min /close /down /vssafe       as in a shortcut; /vssafe keeps moves aligned, but no
+                                       restore point survives a move from here
 Examples:
   vornalux job --volume C=disk.img -- /drv C: /d /low
   vornalux job --volume C=disk.img --save-job "Nightly defrag" -- /drv C: /d /low)";
@@ -109,7 +111,7 @@ void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
   command.add_option("--windows-dir", raw.windows_folder,
                      "The Windows folder (default: C:\\Windows where there is one; '' for none)");
   command.add_flag("--vss-safe", options.vss_safe,
-                   "Keep moves aligned so that restore points survive");
+                   "Keep moves aligned as on Windows; no restore point survives a move from here");
   command
       .add_option("--debug-log", options.debug_log, "Write the debug log to FILE, or - for here")
       ->type_name("FILE");
@@ -120,7 +122,9 @@ void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
   command.add_flag("--json", options.json, "Print the result as one JSON object");
 }
 
-void AddDryRun(CLI::App& command, Options& options) {
+void AddWorkOptions(CLI::App& command, Options& options) {
+  command.add_flag("--drop-restore-points", options.drop_restore_points,
+                   "Work on a volume with restore points, which are lost then");
   command.add_flag("--dry-run", options.dry_run,
                    "Find out what would happen; write nothing to the volume");
 }
@@ -223,7 +227,7 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
   const auto add_pass = [&](const char* name, const char* help, Command value) {
     CLI::App* pass = add(name, help, value);
     AddVolumeOptions(*pass, options, raw);
-    AddDryRun(*pass, options);
+    AddWorkOptions(*pass, options);
   };
   add_pass("defrag", "Make fragmented files contiguous", Command::Defrag);
   add_pass("optimize", "Arrange files by class", Command::Optimize);
@@ -237,7 +241,7 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
                   "Save the job on the desktop under this name; do not run it")
       ->type_name("NAME");
   AddCommonOptions(*job, options, raw);
-  AddDryRun(*job, options);
+  AddWorkOptions(*job, options);
 
   // A job line is no business of the parser's: it would take it apart.
   const bool is_job = !arguments.empty() && arguments.front() == "job";

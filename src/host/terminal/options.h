@@ -33,6 +33,7 @@ struct Options {
   std::string exclude;                        // "*.iso; *.vhd"
   std::optional<std::string> windows_folder;  // "C:\Windows"
   bool vss_safe = false;
+  bool drop_restore_points = false;
   bool dry_run = false;  // all as it would be, without a byte written
   bool quiet = false;
   bool json = false;

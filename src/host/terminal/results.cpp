@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <array>
 
+#include "host/image/ntfs/snapshot_catalog.h"
+
 namespace vornalux {
 namespace {
 
@@ -40,6 +42,9 @@ std::string ReasonText(const MoveFailure& failure) {
     case NotMoved::Alignment:
       return "no gap allows an aligned move";
     case NotMoved::Refused:
+      if (failure.path.find(kSnapshotFileMark) != std::string::npos) {
+        return "keeps restore points, which refer to it by its place";
+      }
       return "refused, error " + std::to_string(failure.code);
   }
   return "";
@@ -51,7 +56,8 @@ VolumeDescription Describe(const std::string& image, char letter, const VolumeFa
           .drive = {letter, ':'},
           .file_system = facts.file_system,
           .label = facts.label,
-          .cluster_bytes = std::int64_t{facts.bytes_per_sector} * facts.sectors_per_cluster};
+          .cluster_bytes = std::int64_t{facts.bytes_per_sector} * facts.sectors_per_cluster,
+          .objections = {}};
 }
 
 // A hot disk is no reason to wait: nothing runs any more.

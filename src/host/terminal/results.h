@@ -19,6 +19,7 @@ struct VolumeDescription {
   std::string file_system;
   std::string label;
   std::int64_t cluster_bytes = 0;
+  std::vector<std::string> objections;  // what a pass would refuse it for; it is only looked at
 };
 
 // The numbers of one analysis.
@@ -73,6 +74,7 @@ struct PassResult {
   std::optional<AnalysisFigures> before;
   std::optional<AnalysisFigures> after;  // missing when the run was stopped
   MoveStatistics moved;
+  std::vector<std::string> remarks;  // what was done besides moving
   bool stopped = false;
   bool dry_run = false;
 };
@@ -82,6 +84,7 @@ struct JobResult {
   std::optional<VolumeDescription> volume;  // when the job got as far as to one
   std::optional<AnalysisFigures> analysis;  // what the job itself found before it moved anything
   MoveStatistics moved;
+  std::vector<std::string> remarks;  // what was done besides moving
   bool dry_run = false;
 };
 

@@ -21,6 +21,7 @@ void AddVolume(Json& json, const VolumeDescription& volume) {
   json["file_system"] = volume.file_system;
   json["label"] = volume.label;
   json["cluster_bytes"] = volume.cluster_bytes;
+  json["objections"] = volume.objections;
 }
 
 void AddFigures(Json& json, const AnalysisFigures& figures) {
@@ -120,6 +121,7 @@ std::string ToJson(const PassResult& result) {
   json["before"] = Figures(result.before);
   json["after"] = Figures(result.after);
   AddMoves(json, result.moved);
+  json["remarks"] = result.remarks;
   json["stopped"] = result.stopped;
   json["dry_run"] = result.dry_run;
   return Dump(json);
@@ -132,6 +134,7 @@ std::string ToJson(const JobResult& result) {
     AddVolume(json, *result.volume);
     json["before"] = Figures(result.analysis);
     AddMoves(json, result.moved);
+    json["remarks"] = result.remarks;
   }
   json["stopped"] = result.outcome == JobOutcome::Stopped;
   json["dry_run"] = result.dry_run;

@@ -123,6 +123,7 @@ std::vector<std::string> JobCommand(const Options& options) {
   }
   if (options.seed != 0) add("--seed", std::to_string(options.seed));
   if (options.vss_safe) command.emplace_back("--vss-safe");
+  if (options.drop_restore_points) command.emplace_back("--drop-restore-points");
   if (options.dry_run) command.emplace_back("--dry-run");
   if (options.quiet) command.emplace_back("--quiet");
   if (options.json) command.emplace_back("--json");

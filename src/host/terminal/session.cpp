@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/terminal/session.h"
 
+#include <utility>
+
 #include "host/mounted/windows_path.h"
 
 namespace vornalux {
@@ -41,6 +43,7 @@ void Session::OpenVolumes(const Options& options) {
                               .dry_run = options.dry_run,
                               // A job checks the disk itself and says what it found.
                               .allow_dirty = options.command == Command::Job,
+                              .drop_restore_points = options.drop_restore_points,
                               .partition = options.partition,
                               .offset = options.offset};
     OpenReport report;
@@ -48,6 +51,10 @@ void Session::OpenVolumes(const Options& options) {
     arguments_.push_back(argument);
     platform_.Mount(argument.letter, *volumes_.back());
     if (report.recovered) desktop_.Say(report.recovery);
+    for (const std::string& objection : report.objections) {
+      desktop_.Say(argument.image + " is only looked at: a pass would refuse it: " + objection);
+    }
+    objections_.push_back(std::move(report.objections));
   }
 }
 
@@ -69,10 +76,20 @@ void Session::SetUpDebugLog(const Options& options) {
 std::optional<VolumeDescription> Session::Volume(char letter) const {
   for (std::size_t i = 0; i < volumes_.size(); ++i) {
     if (arguments_[i].letter == letter) {
-      return Describe(arguments_[i].image, letter, volumes_[i]->Facts());
+      VolumeDescription volume = Describe(arguments_[i].image, letter, volumes_[i]->Facts());
+      volume.objections = objections_[i];
+      return volume;
     }
   }
   return std::nullopt;
+}
+
+std::vector<std::string> Session::Remarks() const {
+  std::vector<std::string> all;
+  for (const auto& volume : volumes_) {
+    for (std::string& remark : volume->Remarks()) all.push_back(std::move(remark));
+  }
+  return all;
 }
 
 std::int64_t Session::ClusterBytes() const {
@@ -85,6 +102,9 @@ bool Session::Close() {
   bool good = true;
   for (std::size_t i = 0; i < volumes_.size(); ++i) {
     const ErrorCode code = volumes_[i]->Close();
+    for (const std::string& remark : volumes_[i]->Remarks()) {
+      desktop_.Say(arguments_[i].image + ": " + remark);
+    }
     if (code == error::kSuccess) continue;
     good = false;
     desktop_.Say(

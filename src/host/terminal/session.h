@@ -32,6 +32,9 @@ class Session {
   // The volume under a drive letter; nothing when there is none.
   std::optional<VolumeDescription> Volume(char letter) const;
 
+  // What the work has done besides moving, to be told by the result.
+  std::vector<std::string> Remarks() const;
+
   // Makes the work durable and leaves the volumes as clean as they were found. False when that or
   // the debug log failed; the user has been told.
   bool Close();
@@ -44,6 +47,7 @@ class Session {
   TerminalDesktop& desktop_;
   std::vector<VolumeArgument> arguments_;  // of the volumes, in the same order
   std::vector<std::unique_ptr<MountedVolume>> volumes_;
+  std::vector<std::vector<std::string>> objections_;  // of each volume
   bool dry_run_;
   TerminalPlatform platform_;
   DebugLogFile debug_log_;

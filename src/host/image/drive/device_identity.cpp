@@ -2,7 +2,6 @@
 #include "host/image/drive/device_identity.h"
 
 #include <blkid/blkid.h>
-#include <sys/sysmacros.h>
 
 #include <algorithm>
 #include <charconv>
@@ -44,44 +43,55 @@ std::string SerialNumber(const fs::path& sysfs, fs::path folder) {
   return {};
 }
 
-std::string PartitionUuid(const std::string& sysfs, const std::string& device) {
-  const std::string disk = DeviceNodeOf(sysfs, WholeDiskOf(sysfs, device));
+std::string PartitionUuid(const std::string& sysfs, const DiskPlace& place) {
+  constexpr std::uint64_t kUnit = 512;  // whatever the disk's sectors
+  const std::string disk = DeviceNodeOf(sysfs, place.disk);
   if (disk.empty()) return {};
   const std::unique_ptr<std::remove_pointer_t<blkid_probe>, FreeProbe> probe(
       blkid_new_probe_from_filename(disk.c_str()));
-  if (!probe) return {};
-  blkid_partlist partitions = blkid_probe_get_partitions(probe.get());
+  blkid_partlist partitions = probe ? blkid_probe_get_partitions(probe.get()) : nullptr;
   if (partitions == nullptr) return {};
-  unsigned numbers[2] = {0, 0};
-  const char* const end = device.data() + device.size();
-  const auto major_end = std::from_chars(device.data(), end, numbers[0]).ptr;
-  if (major_end == end) return {};
-  std::from_chars(major_end + 1, end, numbers[1]);
-  blkid_partition partition =
-      blkid_partlist_devno_to_partition(partitions, makedev(numbers[0], numbers[1]));
-  const char* const uuid = partition != nullptr ? blkid_partition_get_uuid(partition) : nullptr;
-  return uuid != nullptr ? uuid : "";
+  for (int i = 0; i < blkid_partlist_numof_partitions(partitions); ++i) {
+    blkid_partition partition = blkid_partlist_get_partition(partitions, i);
+    if (static_cast<std::uint64_t>(blkid_partition_get_start(partition)) * kUnit != place.offset) {
+      continue;
+    }
+    const char* const uuid = blkid_partition_get_uuid(partition);
+    return uuid != nullptr ? uuid : "";
+  }
+  return {};
+}
+
+fs::path FolderOf(const std::string& sysfs, const std::string& device) {
+  std::error_code error;
+  const fs::path folder = fs::canonical(fs::path(sysfs) / "dev" / "block" / device, error);
+  return error ? fs::path() : folder;
 }
 
 }  // namespace
 
-std::string DeviceIdentity(const std::string& sysfs, const std::string& device) {
+DiskPlace OnWholeDisk(const std::string& sysfs, const std::string& device, std::uint64_t offset) {
+  constexpr std::uint64_t kUnit = 512;
   std::error_code error;
-  const fs::path root = fs::canonical(sysfs, error);
-  const fs::path folder = fs::canonical(root / "dev" / "block" / device, error);
-  if (error) return {};
-  std::string identity = SerialNumber(root, folder);
-  if (!fs::exists(folder / "partition", error)) return identity;
-  const std::string uuid = PartitionUuid(sysfs, device);
-  if (!uuid.empty()) identity += " partition " + uuid;
-  return identity;
+  const fs::path folder = FolderOf(sysfs, device);
+  if (folder.empty() || !fs::exists(folder / "partition", error)) return {device, offset};
+  std::uint64_t start = 0;
+  const std::string text = FirstLine(folder / "start");
+  std::from_chars(text.data(), text.data() + text.size(), start);
+  return {FirstLine(folder.parent_path() / "dev"), offset + start * kUnit};
 }
 
-std::string DevicePlace(const std::string& sysfs, const std::string& device) {
+std::string DeviceIdentity(const std::string& sysfs, const DiskPlace& place) {
+  const fs::path folder = FolderOf(sysfs, place.disk);
   std::error_code error;
-  fs::path folder = fs::canonical(fs::path(sysfs) / "dev" / "block" / device, error);
-  if (!error && fs::exists(folder / "partition", error)) folder = folder.parent_path();
-  const std::string number = error ? std::string() : FirstLine(folder / "diskseq");
+  if (folder.empty()) return {};
+  const std::string serial = SerialNumber(fs::canonical(sysfs, error), folder);
+  const std::string uuid = PartitionUuid(sysfs, place);
+  return uuid.empty() ? serial : serial + " partition " + uuid;
+}
+
+std::string AttachedAs(const std::string& sysfs, const DiskPlace& place) {
+  const std::string number = FirstLine(FolderOf(sysfs, place.disk) / "diskseq");
   const std::string boot = FirstLine("/proc/sys/kernel/random/boot_id");
   if (number.empty() || boot.empty()) return {};
   return "disk " + number + " of boot " + boot;

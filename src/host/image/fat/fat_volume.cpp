@@ -9,6 +9,7 @@
 #include "host/image/fat/fat_names.h"
 #include "host/image/little_endian.h"
 #include "host/image/refused.h"
+#include "host/image/unclean_text.h"
 
 namespace vornalux {
 namespace {
@@ -24,23 +25,12 @@ std::int64_t LcnAt(const std::vector<ClusterRun>& runs, std::int64_t vcn) {
   return run->lcn + (vcn - run->vcn);
 }
 
-DirtyFlag ReadDirtyFlag(BlockDevice& device, const FatGeometry& geometry, bool accept_dirty,
-                        bool recovering) {
-  DirtyFlag flag(device, geometry, recovering);
-  if (flag.Dirty() && !accept_dirty) {
-    throw VolumeRefused(
-        "The volume is marked dirty: it was not unmounted cleanly, or the disk had errors. It was "
-        "left untouched. Mend it with fsck.fat -a IMAGE, or with chkdsk under Windows.");
-  }
-  return flag;
-}
-
 }  // namespace
 
 FatVolume::FatVolume(VolumeStore store, bool accept_dirty, bool recovering)
     : ImageVolume(std::move(store)),
       geometry_(ReadFatGeometry(Device())),
-      dirty_flag_(ReadDirtyFlag(Device(), geometry_, accept_dirty, recovering)),
+      dirty_flag_(ReadDirtyFlag(accept_dirty, recovering)),
       table_(Device(), geometry_),
       tree_(Device(), geometry_, table_) {
   facts_.file_system = geometry_.type == FatType::Fat32 ? "FAT32" : "FAT";
@@ -56,6 +46,14 @@ FatVolume::FatVolume(VolumeStore store, bool accept_dirty, bool recovering)
     bitmap[i] = table_.BitmapByte(static_cast<std::int64_t>(i) * 8);
   }
   Clusters().Load(0, bitmap);
+}
+
+DirtyFlag FatVolume::ReadDirtyFlag(bool accept_dirty, bool recovering) {
+  DirtyFlag flag(Device(), geometry_, recovering);
+  if (flag.Dirty() && !accept_dirty) {
+    Object(UncleanText("The FAT volume", "is marked dirty", false));
+  }
+  return flag;
 }
 
 ErrorCode FatVolume::Check(const StreamRef& stream) const {

@@ -40,6 +40,7 @@ class FatVolume final : public ImageVolume {
   std::vector<ByteRange> StillRanges() override { return {{0, geometry_.data_offset}}; }
 
  private:
+  DirtyFlag ReadDirtyFlag(bool accept_dirty, bool recovering);
   ErrorCode Check(const StreamRef& stream) const;
   const std::vector<ClusterRun>& RunsOf(std::uint32_t node);
 

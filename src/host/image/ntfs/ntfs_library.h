@@ -68,6 +68,7 @@ inline void SetOpen(ntfs_device* device, bool open) {
     NDevClearOpen(device);
   }
 }
+inline void LetWrite(ntfs_volume* volume) { NVolClearReadOnly(volume); }
 inline void SetSynced(ntfs_device* device) { NDevClearDirty(device); }
 inline bool NeedsSync(const ntfs_inode* inode) {
   return NInoDirty(inode) || NInoAttrListDirty(inode);

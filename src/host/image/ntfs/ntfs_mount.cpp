@@ -59,18 +59,20 @@ bool EveryStreamIsFound(ntfs_inode* inode) {
   return errno == ENOENT;
 }
 
-std::unique_ptr<NtfsMount> NtfsMount::Open(NtfsDevice& device, bool read_only) {
+std::unique_ptr<NtfsMount> NtfsMount::Open(NtfsDevice& device, bool unclean) {
   CollectLibraryMessages();
   ntfs_device* handle = device.NewHandle();
   if (handle == nullptr) return nullptr;
   errno = 0;
-  ntfs_volume* volume = ntfs_device_mount(handle, read_only ? NTFS_MNT_RDONLY : NTFS_MNT_NONE);
+  ntfs_volume* volume = ntfs_device_mount(handle, unclean ? NTFS_MNT_RDONLY : NTFS_MNT_NONE);
   if (volume == nullptr) {
     const int error = LibraryError();
     ntfs_device_free(handle);
     errno = error;
     return nullptr;
   }
+  // What may be written is for the device to say; a dry run's takes it all.
+  LetWrite(volume);
   ntfs_set_shown_files(volume, TRUE, TRUE, FALSE);
   return std::unique_ptr<NtfsMount>(new NtfsMount(device, volume));
 }

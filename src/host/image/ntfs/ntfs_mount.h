@@ -27,9 +27,9 @@ using AttributeHandle = std::unique_ptr<ntfs_attr, CloseAttribute>;
 // with errno set.
 class NtfsMount {
  public:
-  // device is not owned. Null with errno set as ntfs_device_mount() does. Read-only mounts skip the
+  // device is not owned. Null with errno set as ntfs_device_mount() does. unclean: without the
   // library's checks of whether Windows is done with the volume.
-  static std::unique_ptr<NtfsMount> Open(NtfsDevice& device, bool read_only);
+  static std::unique_ptr<NtfsMount> Open(NtfsDevice& device, bool unclean);
 
   NtfsMount(const NtfsMount&) = delete;
   NtfsMount& operator=(const NtfsMount&) = delete;

@@ -10,6 +10,7 @@
 #include "host/image/ntfs/ntfs_folder.h"
 #include "host/image/ntfs/ntfs_runs.h"
 #include "host/image/refused.h"
+#include "host/image/unclean_text.h"
 #include "host/mounted/wtf8.h"
 
 namespace vornalux {
@@ -37,40 +38,31 @@ NtfsVolume::NtfsVolume(VolumeStore store, Opening opening)
     : ImageVolume(std::move(store)), opening_(opening), device_(Device()) {
   CheckBootSector();
   Mount();
-  dirty_ = mount_->Volume()->flags & VOLUME_IS_DIRTY;
-  if (dirty_ && !opening_.recovering && !opening_.allow_dirty) {
-    Refuse("is marked dirty: it was not unmounted properly, or an error was found on it",
-           "Let Windows check it (chkdsk /f); ntfsfix --clear-dirty only takes the mark off.");
-  }
+  CheckDirtyFlag();
+  CheckSnapshots();
   LearnFacts();
   SetClusters(mount_->Volume()->nr_clusters, mount_->Volume()->cluster_size, 0);
   if (const int error = LoadBitmap()) RefuseMount(error);
+  PinSnapshotFiles();
 }
 
 NtfsVolume::~NtfsVolume() { Close(); }
 
-void NtfsVolume::Refuse(const std::string& reason, const std::string& remedy) const {
+std::string NtfsVolume::Name() const {
   std::array<char, 17> serial{};
   std::snprintf(serial.data(), serial.size(), "%016llX",
                 static_cast<unsigned long long>(facts_.serial));
-  throw VolumeRefused("NTFS volume " + std::string(serial.data()) + " " + reason + ". " + remedy);
+  return "NTFS volume " + std::string(serial.data());
+}
+
+void NtfsVolume::Refuse(const std::string& reason, const std::string& remedy) const {
+  throw VolumeRefused(Name() + " " + reason + ". " + remedy);
 }
 
 void NtfsVolume::RefuseMount(int error) const {
   const std::string messages = TakeLibraryMessages();
   const std::string details = messages.empty() ? "" : " (" + messages + ")";
   switch (error) {
-    case EPERM:
-      Refuse(
-          "is held by a hibernated Windows or one shut down with fast startup, which keeps part"
-          " of it in memory",
-          "Start that Windows and shut it down fully: shutdown /s /f /t 0.");
-    case EOPNOTSUPP:
-      Refuse("has unfinished changes in its log file ($LogFile)",
-             "Start Windows and let it finish them, or let it check the volume: chkdsk /f.");
-    case EROFS:
-      Refuse("needs a repair before it can be worked on" + details,
-             "Mount it once for writing, with Windows or ntfs-3g.");
     case EIO:
     case EINVAL:
     case ENOENT:
@@ -102,19 +94,71 @@ void NtfsVolume::CheckBootSector() {
 }
 
 void NtfsVolume::Mount() {
-  // Whoever only looks, and accepts a volume that is not clean, does without the library's checks.
-  const bool unclean_will_do = !opening_.writable && opening_.allow_dirty;
-  mount_ = NtfsMount::Open(device_, unclean_will_do);
-  int error = mount_ ? 0 : errno;
-  // The library mends a thing or two on opening; for looking it may stay as it is.
-  if (error == EROFS && !opening_.writable) {
-    mount_ = NtfsMount::Open(device_, true);
-    error = mount_ ? 0 : errno;
-  }
+  mount_ = NtfsMount::Open(device_, false);
+  const int error = mount_ ? 0 : errno;
   device_.TakeError();
-  if (error != 0) RefuseMount(error);
+  if (error != 0) MountForLooking(error);
   if (ntfs_version_is_supported(mount_->Volume()) != 0) {
     Refuse("has a version of NTFS that is not supported", "There is nothing to mend.");
+  }
+}
+
+// The library does not open the volume as one to be worked on; for looking, some of its reasons do
+// not count.
+void NtfsVolume::MountForLooking(int error) {
+  switch (error) {
+    case EPERM:
+      Object(UncleanText(Name(), "is held by a hibernated Windows", true));
+      break;
+    case EOPNOTSUPP:
+      Object(UncleanText(Name(), "has unfinished changes in its log file", true));
+      break;
+    case EROFS:
+      Object(Name() + " needs a repair before it can be worked on (" + TakeLibraryMessages() +
+             "). Mount it once for writing, with Windows or ntfs-3g.");
+      break;
+    default:
+      RefuseMount(error);
+  }
+  TakeLibraryMessages();
+  unclean_ = true;
+  mount_ = NtfsMount::Open(device_, true);
+  const int still = mount_ ? 0 : errno;
+  device_.TakeError();
+  if (still != 0) RefuseMount(still);
+}
+
+void NtfsVolume::CheckDirtyFlag() {
+  dirty_ = mount_->Volume()->flags & VOLUME_IS_DIRTY;
+  // Where the library objected, the same causes and remedies have been told.
+  if (!dirty_ || unclean_ || opening_.recovering || opening_.allow_dirty) return;
+  Object(UncleanText(Name(), "is marked dirty", true));
+}
+
+// In Windows a driver copies what a snapshot refers to before it changes. Here nothing does: a move
+// changes what used to lie in its target, and later what is written to its source.
+void NtfsVolume::CheckSnapshots() {
+  snapshots_ = ReadSnapshotCatalog(Device());
+  if (!snapshots_.Any() || opening_.recovering || opening_.drop_restore_points) return;
+  Object(Name() + " has " + SnapshotText(snapshots_) +
+         ". They refer to clusters by their place, so any move from outside Windows spoils them. "
+         "Delete them in Windows (vssadmin delete shadows /for=X: /all), or give them up with "
+         "--drop-restore-points.");
+}
+
+// The volume's header names the place of the catalog, and the catalog those of the stores.
+void NtfsVolume::PinSnapshotFiles() {
+  const std::string folder = FoldName("System Volume Information");
+  const std::string mark = FoldName(kSnapshotFileMark);
+  std::vector<FolderItem> items;
+  if (ListFolder(root_, items) != error::kSuccess) return;
+  const auto found = std::find_if(items.begin(), items.end(), [&](const FolderItem& item) {
+    return (item.attributes & attribute::kDirectory) != 0 && FoldName(item.name) == folder;
+  });
+  std::vector<FolderItem> files;
+  if (found == items.end() || ListFolder(found->id, files) != error::kSuccess) return;
+  for (const FolderItem& file : files) {
+    if (FoldName(file.name).find(mark) != std::string::npos) pinned_.insert(MREF(file.id));
   }
 }
 
@@ -283,6 +327,7 @@ ErrorCode NtfsVolume::Runs(const StreamRef& stream, std::vector<ClusterRun>& out
 
 ErrorCode NtfsVolume::MayMove(const StreamRef& stream, std::int64_t vcn, std::int64_t) {
   const std::uint64_t record = MREF(stream.item);
+  if (pinned_.contains(record)) return error::kAccessDenied;
   if (record >= kFirstOrdinaryRecord || record == FILE_root) return error::kSuccess;
   if (record != FILE_MFT) return error::kAccessDenied;
 
@@ -318,7 +363,7 @@ ErrorCode NtfsVolume::Verify(const StreamRef& stream, const MovePlan& plan, bool
 
 ErrorCode NtfsVolume::Reload() {
   mount_.reset();
-  mount_ = NtfsMount::Open(device_, false);
+  mount_ = NtfsMount::Open(device_, unclean_);
   int error = mount_ ? 0 : errno;
   if (error == 0) error = LoadBitmap();
   if (error != 0) mount_.reset();
@@ -350,10 +395,28 @@ std::vector<ByteRange> NtfsVolume::StillRanges() {
   return ranges;
 }
 
+// What no longer fits must not be read, nor copied back by Windows: the snapshots go first, and are
+// gone for good before any data is written, since they refer to free clusters too.
+ErrorCode NtfsVolume::PrepareForMoves() {
+  if (!opening_.drop_restore_points || !snapshots_.Any()) return error::kSuccess;
+  if (const std::error_code error = ForgetSnapshots(Device())) return FromDevice(error);
+  snapshots_dropped_ = true;
+  return error::kSuccess;
+}
+
+std::vector<std::string> NtfsVolume::Remarks() const {
+  if (!snapshots_dropped_) return {};
+  const bool one = snapshots_.times.size() == 1;
+  const char* const did = OnlyLooking() ? " would be dropped."
+                          : one         ? " was dropped."
+                                        : " were dropped.";
+  return {SnapshotCount(snapshots_) + did};
+}
+
 std::unique_ptr<ImageVolume> OpenNtfsVolume(VolumeStore store) {
-  const NtfsVolume::Opening opening{.writable = store.journal_home != nullptr,
-                                    .recovering = store.recovering,
-                                    .allow_dirty = store.allow_dirty};
+  const NtfsVolume::Opening opening{.recovering = store.recovering,
+                                    .allow_dirty = store.allow_dirty,
+                                    .drop_restore_points = store.drop_restore_points};
   return std::make_unique<NtfsVolume>(std::move(store), opening);
 }
 

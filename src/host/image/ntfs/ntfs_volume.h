@@ -6,12 +6,14 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "host/image/image_volume.h"
 #include "host/image/ntfs/ntfs_device.h"
 #include "host/image/ntfs/ntfs_mount.h"
 #include "host/image/ntfs/ntfs_names.h"
+#include "host/image/ntfs/snapshot_catalog.h"
 
 namespace vornalux {
 
@@ -21,9 +23,9 @@ class NtfsVolume final : public ImageVolume {
  public:
   // How far a volume that is not clean may be opened.
   struct Opening {
-    bool writable = false;
     bool recovering = false;
     bool allow_dirty = false;
+    bool drop_restore_points = false;
   };
 
   // Throws VolumeRefused.
@@ -39,6 +41,7 @@ class NtfsVolume final : public ImageVolume {
   ErrorCode StreamNames(ItemId item, std::vector<std::string>& out) override;
   ErrorCode Read(const StreamRef& stream, std::uint64_t offset, std::span<std::uint8_t> out,
                  std::size_t& done) override;
+  std::vector<std::string> Remarks() const override;
   bool Dirty() const override { return dirty_; }
 
  protected:
@@ -48,6 +51,7 @@ class NtfsVolume final : public ImageVolume {
   ErrorCode Reload() override;
   ErrorCode WriteDirtyFlag(bool dirty) override;
   std::vector<ByteRange> StillRanges() override;
+  ErrorCode PrepareForMoves() override;
 
  private:
   struct Place {
@@ -57,8 +61,13 @@ class NtfsVolume final : public ImageVolume {
 
   void CheckBootSector();
   void Mount();
+  void MountForLooking(int error);
+  void CheckDirtyFlag();
+  void CheckSnapshots();
+  void PinSnapshotFiles();
   void LearnFacts();
   int LoadBitmap();
+  std::string Name() const;
   [[noreturn]] void Refuse(const std::string& reason, const std::string& remedy) const;
   [[noreturn]] void RefuseMount(int error) const;
 
@@ -74,6 +83,10 @@ class NtfsVolume final : public ImageVolume {
   NtfsVolumeData zone_;
   ItemId root_ = 0;
   bool dirty_ = false;
+  bool unclean_ = false;  // opened past the library's checks, as far as looking goes
+  SnapshotCatalog snapshots_;
+  bool snapshots_dropped_ = false;
+  std::unordered_set<std::uint64_t> pinned_;  // record numbers of files that never move
   std::unordered_map<std::uint64_t, std::uint64_t> parents_;  // record numbers of listed folders
 };
 
