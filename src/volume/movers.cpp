@@ -15,6 +15,10 @@ constexpr std::int64_t kCannotOpen = -1;
 constexpr std::int64_t kLeastShift = 4;
 constexpr std::int64_t kMftFirstMovableVcn = 16;
 constexpr std::int32_t kWorthPieces = 12;  // extents
+// A few seconds of a slow disk's time, next to which a request of its own costs nothing.
+constexpr std::int64_t kCheckpointSectors = 32768;
+// What moves are aligned to for shadow copies, and the unit of compressed files.
+constexpr std::int64_t kCheckpointUnit = 16;  // clusters
 
 bool Holds(const FreeRun& gap, std::int64_t clusters) { return gap.length >= clusters; }
 
@@ -45,7 +49,8 @@ struct Movers::Item {
   const FreeRunList* gaps = nullptr;
   std::int64_t alignment = 0;  // of the last gap tried
   ErrorCode refusal = error::kSuccess;
-  bool stays = false;  // needs no move: not a failure when there is none
+  bool stays = false;       // needs no move: not a failure when there is none
+  bool after_stop = false;  // begun although the run was stopped
 
   std::int64_t Size() const { return extents.SizeInClusters(); }
 
@@ -64,14 +69,32 @@ struct Movers::Item {
 };
 
 ErrorCode Movers::MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
-                               std::uint32_t count, std::int64_t starting_lcn) {
+                               std::uint32_t count, std::int64_t starting_lcn, bool after_stop) {
   view_.SetActivity(activity_colour::kMoving);
   platform_.desktop.DoEvents();
+  const auto reached = [this, after_stop](std::int64_t moved) {
+    statistics.clusters_in_hand = moved;
+    platform_.desktop.DoEvents();
+    return flags_.StopRequested && !after_stop;
+  };
   const ErrorCode result =
-      platform_.volumes.MoveClusters(volume, file, starting_vcn, starting_lcn, count);
+      platform_.volumes.MoveClusters(volume, file, starting_vcn, starting_lcn, count,
+                                     {.every = CheckpointClusters(), .reached = reached});
+  statistics.clusters_in_hand = 0;
   view_.SetActivity(activity_colour::kResting);
   platform_.desktop.DoEvents();
   return result;
+}
+
+std::int64_t Movers::CheckpointClusters() const {
+  const std::int64_t sectors = std::max(geometry_.constants.SectorsPerCluster, 1);
+  return std::max(kCheckpointSectors / sectors / kCheckpointUnit, std::int64_t{1}) *
+         kCheckpointUnit;
+}
+
+// Given up because the run ends: the file is none that could not be moved.
+bool Movers::Stopped(ErrorCode result) const {
+  return result == error::kOperationAborted && flags_.StopRequested;
 }
 
 std::int64_t Movers::VssAlignShift(std::int64_t current_lcn, std::int64_t target_lcn,
@@ -150,15 +173,16 @@ Movers::Attempt Movers::TryGap(Item& item, const FreeRun& gap, std::int64_t star
     return Attempt::EndSearch;
   }
   const ErrorCode result = MoveClusters(geometry_.VolumeHandle, item.file.get(), starting_vcn,
-                                        RequestCount(item.Size()), target);
+                                        RequestCount(item.Size()), target, item.after_stop);
   if (result == error::kSuccess) {
     ++statistics.moves;
     statistics.clusters_moved += item.Allocated(starting_vcn, item.Size());
     item.refusal = error::kSuccess;
     return Attempt::Moved;
   }
-  ++statistics.refused;
   item.refusal = result;
+  if (Stopped(result)) return Attempt::EndSearch;
+  ++statistics.refused;
   return Attempt::NextGap;
 }
 
@@ -223,6 +247,7 @@ std::int64_t Movers::DefragmentFile(const std::string& path) {
 
 std::int64_t Movers::DefragmentFileInFront(const std::string& path, bool use_reserved_front) {
   Item item;
+  item.after_stop = flags_.StopRequested != False;
   if (!Begin("DFR:", path, item)) return kCannotOpen;
   const std::int64_t bound = use_reserved_front ? geometry_.constants.ReservedFront : 0;
   item.stays = item.stays || !item.extents.Fragmented();
@@ -248,11 +273,12 @@ std::int64_t Movers::MoveInPieces(Item& item, FreeRun largest) {
     platform_.desktop.DoEvents();
     const std::int64_t vcn = moved;
     const std::uint32_t count = static_cast<std::uint32_t>(largest.length);
-    result = MoveClusters(geometry_.VolumeHandle, item.file.get(), vcn, count, largest.start);
+    result = MoveClusters(geometry_.VolumeHandle, item.file.get(), vcn, count, largest.start,
+                          item.after_stop);
     if (result == error::kSuccess) {
       ++statistics.moves;
       statistics.clusters_moved += item.Allocated(vcn, count);
-    } else if (vcn < item.Size()) {
+    } else if (vcn < item.Size() && !Stopped(result)) {
       ++statistics.refused;
       item.refusal = result;
       GiveUp(item, NotMoved::Refused);
