@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // The real program, killed inside a write of its run: whatever command comes next makes the volume
-// whole, and every file is as it was.
+// whole, and every file is as it was. And told to stop inside one.
 #include <signal.h>
 
 #include <cstdlib>
@@ -36,28 +36,39 @@ struct KillCase {
   const char* command;
 };
 
-class KillTest : public ImageFolder, public testing::WithParamInterface<KillCase> {
+class WriteTest : public ImageFolder {
  protected:
   ProgramEnd RunWith(const char* name, const std::string& value) const {
     const Setting preload("LD_PRELOAD", VORNALUX_KILL_LIBRARY);
     // Sanitizer builds want to be the first library.
     const Setting order("ASAN_OPTIONS", "verify_asan_link_order=0");
     const Setting setting(name, value);
-    return RunProgram({GetParam().command, Path("work.img"), "--quiet"});
+    return RunProgram({command_, Path("work.img"), "--quiet"});
   }
 
-  void FreshCopy() const {
-    std::filesystem::copy_file(Path("volume.img"), Path("work.img"),
-                               std::filesystem::copy_options::overwrite_existing);
-  }
+  void FreshCopy() const { Run("cp --sparse=always volume.img work.img"); }
 
   std::size_t CountWrites() const {
     FreshCopy();
     EXPECT_EQ(RunWith("VORNALUX_COUNT_WRITES", Path("count")).code, 0);
-    std::size_t count = 0;
-    std::ifstream(Path("count")) >> count;
+    return Counted().writes;
+  }
+  struct Count {
+    std::size_t writes = 0;
+    std::size_t bytes = 0;
+  };
+  Count Counted() const {
+    Count count;
+    std::ifstream(Path("count")) >> count.writes >> count.bytes;
     return count;
   }
+
+  const char* command_ = "defrag";
+};
+
+class KillTest : public WriteTest, public testing::WithParamInterface<KillCase> {
+ protected:
+  void SetUp() override { command_ = GetParam().command; }
 
   // The first and the last writes, and a choice of those between.
   static std::set<std::size_t> ChooseKills(std::size_t writes, std::uint64_t seed) {
@@ -83,6 +94,32 @@ TEST_P(KillTest, EveryFileIsWholeAfterTheNextCommand) {
     ASSERT_EQ(next.code, 0) << next.err;
     ExpectIntact(Path("work.img"), manifest);
     if (HasFailure()) return;
+  }
+}
+
+using StopTest = WriteTest;
+
+// One file is all there is to move, and a large one: the run ends long before the file would.
+TEST_F(StopTest, IsHeardInsideALargeFile) {
+  for (const char* kind : {"ntfs", "fat32"}) {
+    const std::string recipe =
+        std::string(kind) +
+        " size=1G files=1 folders=0 big=1 fragmented=100% seed=" + std::to_string(TestSeed());
+    const Manifest manifest = MakeVolume(recipe, Path("volume.img"));
+    CountWrites();
+    const std::size_t all = Counted().bytes;
+    ASSERT_GT(all, 14 * kMebibyte) << recipe;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+      SCOPED_TRACE(recipe + ", signal " + std::to_string(signal));
+      FreshCopy();
+      const Setting which("VORNALUX_SIGNAL", std::to_string(signal));
+      const Setting count("VORNALUX_COUNT_WRITES", Path("count"));
+      const ProgramEnd end = RunWith("VORNALUX_KILL_AT", "4");
+      EXPECT_EQ(end.code, 4) << end.err;
+      EXPECT_EQ(end.out.find("refused"), std::string::npos) << end.out;
+      EXPECT_LT(Counted().bytes, 10 * kMebibyte) << "of " << all;
+      ExpectIntact(Path("work.img"), manifest);
+    }
   }
 }
 
