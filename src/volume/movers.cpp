@@ -49,8 +49,7 @@ struct Movers::Item {
   const FreeRunList* gaps = nullptr;
   std::int64_t alignment = 0;  // of the last gap tried
   ErrorCode refusal = error::kSuccess;
-  bool stays = false;       // needs no move: not a failure when there is none
-  bool after_stop = false;  // begun although the run was stopped
+  bool stays = false;  // needs no move: not a failure when there is none
 
   std::int64_t Size() const { return extents.SizeInClusters(); }
 
@@ -69,20 +68,21 @@ struct Movers::Item {
 };
 
 ErrorCode Movers::MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
-                               std::uint32_t count, std::int64_t starting_lcn, bool after_stop) {
+                               std::uint32_t count, std::int64_t starting_lcn) {
   view_.SetActivity(activity_colour::kMoving);
   platform_.desktop.DoEvents();
-  const auto reached = [this, after_stop](std::int64_t moved) {
+  const auto reached = [this](std::int64_t moved) {
     statistics.clusters_in_hand = moved;
     platform_.desktop.DoEvents();
-    return flags_.StopRequested && !after_stop;
+    return flags_.StopRequested != False;
   };
   const ErrorCode result =
       platform_.volumes.MoveClusters(volume, file, starting_vcn, starting_lcn, count,
                                      {.every = CheckpointClusters(), .reached = reached});
-  statistics.clusters_in_hand = 0;
   view_.SetActivity(activity_colour::kResting);
   platform_.desktop.DoEvents();
+  // Only now, when they are about to count as moved: what is shown must not fall in between.
+  statistics.clusters_in_hand = 0;
   return result;
 }
 
@@ -173,7 +173,7 @@ Movers::Attempt Movers::TryGap(Item& item, const FreeRun& gap, std::int64_t star
     return Attempt::EndSearch;
   }
   const ErrorCode result = MoveClusters(geometry_.VolumeHandle, item.file.get(), starting_vcn,
-                                        RequestCount(item.Size()), target, item.after_stop);
+                                        RequestCount(item.Size()), target);
   if (result == error::kSuccess) {
     ++statistics.moves;
     statistics.clusters_moved += item.Allocated(starting_vcn, item.Size());
@@ -247,7 +247,6 @@ std::int64_t Movers::DefragmentFile(const std::string& path) {
 
 std::int64_t Movers::DefragmentFileInFront(const std::string& path, bool use_reserved_front) {
   Item item;
-  item.after_stop = flags_.StopRequested != False;
   if (!Begin("DFR:", path, item)) return kCannotOpen;
   const std::int64_t bound = use_reserved_front ? geometry_.constants.ReservedFront : 0;
   item.stays = item.stays || !item.extents.Fragmented();
@@ -273,8 +272,7 @@ std::int64_t Movers::MoveInPieces(Item& item, FreeRun largest) {
     platform_.desktop.DoEvents();
     const std::int64_t vcn = moved;
     const std::uint32_t count = static_cast<std::uint32_t>(largest.length);
-    result = MoveClusters(geometry_.VolumeHandle, item.file.get(), vcn, count, largest.start,
-                          item.after_stop);
+    result = MoveClusters(geometry_.VolumeHandle, item.file.get(), vcn, count, largest.start);
     if (result == error::kSuccess) {
       ++statistics.moves;
       statistics.clusters_moved += item.Allocated(vcn, count);

@@ -52,9 +52,9 @@ class Movers {
   MoveStatistics statistics;
 
   // One request to the file system, during which the user and the timers are heard every few
-  // megabytes. A stop asks for it to be given up, unless it comes after a stop on purpose.
+  // megabytes. A stop asks for it to be given up.
   ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn, std::uint32_t count,
-                         std::int64_t starting_lcn, bool after_stop = false);
+                         std::int64_t starting_lcn);
 
   // How a target must shift so that a shadow copy sees aligned moves: 0 not at all, 1 too small to
   // align, 3 not possible on this cluster size, else 3 + the shift in clusters. A positive distance
