@@ -83,6 +83,8 @@ struct LargeMoveCase {
   MenuItem DefragWindow::*pass;
 };
 
+void PrintTo(const LargeMoveCase& c, std::ostream* out) { *out << c.recipe; }
+
 class LargeMoveTest : public ImageFolder, public testing::WithParamInterface<LargeMoveCase> {
  protected:
   void SetUp() override {
