@@ -55,7 +55,8 @@ class BareVolume final : public MountedVolume {
   ErrorCode Read(const StreamRef&, std::uint64_t, std::span<std::uint8_t>, std::size_t&) override {
     return error::kNotReady;
   }
-  ErrorCode Move(const StreamRef&, std::int64_t, std::int64_t, std::int64_t) override {
+  ErrorCode Move(const StreamRef&, std::int64_t, std::int64_t, std::int64_t,
+                 const MoveCheckpoint&) override {
     return error::kNotReady;
   }
   ErrorCode Commit() override { return error::kSuccess; }

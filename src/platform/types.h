@@ -41,6 +41,7 @@ inline constexpr ErrorCode kDiskFull = 112;
 inline constexpr ErrorCode kInvalidName = 123;
 inline constexpr ErrorCode kMoreData = 234;
 inline constexpr ErrorCode kNoMoreItems = 259;
+inline constexpr ErrorCode kOperationAborted = 995;
 inline constexpr ErrorCode kFileCorrupt = 1392;
 }  // namespace error
 

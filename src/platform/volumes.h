@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,16 @@ inline constexpr std::uint32_t kCdRom = 5;
 inline constexpr std::uint32_t kRamDisk = 6;
 }  // namespace drive_type
 
+// How a move that takes long lets the user and the timers have their say in between.
+struct MoveCheckpoint {
+  // Clusters that may be moved at most before they are heard again; a multiple of 16.
+  std::int64_t every = 0;
+  // Given the clusters moved so far. True: an end is wanted. A host whose moves leave no trace
+  // until they are whole gives the move up then; others finish it. May ask for anything but another
+  // move. Without it nobody is heard.
+  std::function<bool(std::int64_t moved)> reached = {};
+};
+
 // What may be asked of a volume as a whole. Drives are two characters ("C:"), roots three ("C:\").
 class Volumes {
  public:
@@ -72,9 +83,10 @@ class Volumes {
   virtual ErrorCode NtfsData(Handle volume, NtfsVolumeData& out) = 0;
 
   // Moves cluster_count clusters of the open file from starting_vcn on to starting_lcn. All or
-  // nothing: on any error the file lies where it lay.
+  // nothing: on any error the file lies where it lay. kOperationAborted: given up at a checkpoint.
   virtual ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
-                                 std::int64_t starting_lcn, std::uint32_t cluster_count) = 0;
+                                 std::int64_t starting_lcn, std::uint32_t cluster_count,
+                                 const MoveCheckpoint& checkpoint = {}) = 0;
 };
 
 }  // namespace vornalux

@@ -15,6 +15,10 @@ constexpr std::int64_t kCannotOpen = -1;
 constexpr std::int64_t kLeastShift = 4;
 constexpr std::int64_t kMftFirstMovableVcn = 16;
 constexpr std::int32_t kWorthPieces = 12;  // extents
+// A few seconds of a slow disk's time, next to which a request of its own costs nothing.
+constexpr std::int64_t kCheckpointSectors = 32768;
+// What moves are aligned to for shadow copies, and the unit of compressed files.
+constexpr std::int64_t kCheckpointUnit = 16;  // clusters
 
 bool Holds(const FreeRun& gap, std::int64_t clusters) { return gap.length >= clusters; }
 
@@ -67,11 +71,30 @@ ErrorCode Movers::MoveClusters(Handle volume, Handle file, std::int64_t starting
                                std::uint32_t count, std::int64_t starting_lcn) {
   view_.SetActivity(activity_colour::kMoving);
   platform_.desktop.DoEvents();
+  const auto reached = [this](std::int64_t moved) {
+    statistics.clusters_in_hand = moved;
+    platform_.desktop.DoEvents();
+    return flags_.StopRequested != False;
+  };
   const ErrorCode result =
-      platform_.volumes.MoveClusters(volume, file, starting_vcn, starting_lcn, count);
+      platform_.volumes.MoveClusters(volume, file, starting_vcn, starting_lcn, count,
+                                     {.every = CheckpointClusters(), .reached = reached});
   view_.SetActivity(activity_colour::kResting);
   platform_.desktop.DoEvents();
+  // Only now, when they are about to count as moved: what is shown must not fall in between.
+  statistics.clusters_in_hand = 0;
   return result;
+}
+
+std::int64_t Movers::CheckpointClusters() const {
+  const std::int64_t sectors = std::max(geometry_.constants.SectorsPerCluster, 1);
+  return std::max(kCheckpointSectors / sectors / kCheckpointUnit, std::int64_t{1}) *
+         kCheckpointUnit;
+}
+
+// Given up because the run ends: the file is none that could not be moved.
+bool Movers::Stopped(ErrorCode result) const {
+  return result == error::kOperationAborted && flags_.StopRequested;
 }
 
 std::int64_t Movers::VssAlignShift(std::int64_t current_lcn, std::int64_t target_lcn,
@@ -157,8 +180,9 @@ Movers::Attempt Movers::TryGap(Item& item, const FreeRun& gap, std::int64_t star
     item.refusal = error::kSuccess;
     return Attempt::Moved;
   }
-  ++statistics.refused;
   item.refusal = result;
+  if (Stopped(result)) return Attempt::EndSearch;
+  ++statistics.refused;
   return Attempt::NextGap;
 }
 
@@ -252,7 +276,7 @@ std::int64_t Movers::MoveInPieces(Item& item, FreeRun largest) {
     if (result == error::kSuccess) {
       ++statistics.moves;
       statistics.clusters_moved += item.Allocated(vcn, count);
-    } else if (vcn < item.Size()) {
+    } else if (vcn < item.Size() && !Stopped(result)) {
       ++statistics.refused;
       item.refusal = result;
       GiveUp(item, NotMoved::Refused);

@@ -28,7 +28,8 @@ struct MoveFailure {
 struct MoveStatistics {
   std::int64_t moves = 0;  // requests carried out
   std::int64_t clusters_moved = 0;
-  std::int64_t refused = 0;  // requests that the system refused
+  std::int64_t clusters_in_hand = 0;  // of a move that is going on, so far
+  std::int64_t refused = 0;           // requests that the system refused
   std::vector<MoveFailure> failures;
 
   void Reset() { *this = {}; }
@@ -50,7 +51,8 @@ class Movers {
 
   MoveStatistics statistics;
 
-  // One request to the file system.
+  // One request to the file system, during which the user and the timers are heard every few
+  // megabytes. A stop asks for it to be given up.
   ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn, std::uint32_t count,
                          std::int64_t starting_lcn);
 
@@ -80,6 +82,8 @@ class Movers {
   std::int64_t MoveInPieces(Item& item, FreeRun largest);
   void NoGap(Item& item, const std::string& detail = {});
   void GiveUp(Item& item, NotMoved reason);
+  std::int64_t CheckpointClusters() const;
+  bool Stopped(ErrorCode result) const;
 
   Platform& platform_;
   VolumeGeometry& geometry_;

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Loaded into the program under test ahead of the C library: lets the process die inside the event
-// that VORNALUX_KILL_AT names (from 1 on): a write with only a part of it done, as a kill may leave
-// it, or just before a flush or a removal. VORNALUX_STOP_AT halts it there instead, to go on at a
-// signal. With VORNALUX_COUNT_WRITES it writes the number of events to that file in the end.
+// that VORNALUX_KILL_AT names (from 1 on), or in the first one after VORNALUX_KILL_AFTER bytes: a
+// write with only a part of it done, as a kill may leave it, or just before a flush or a removal.
+// With VORNALUX_SIGNAL it gets that signal before the event instead, which is then done. With
+// VORNALUX_COUNT_WRITES it writes the number of events, and of bytes, to that file in the end.
 #include <dlfcn.h>
 #include <signal.h>
 #include <unistd.h>
@@ -15,10 +16,12 @@ namespace {
 constexpr std::size_t kSector = 512;
 
 std::size_t events = 0;
+std::size_t bytes = 0;
+bool done = false;
 
-bool IsNow(const char* variable) {
-  const char* const at = std::getenv(variable);
-  return at != nullptr && std::strtoull(at, nullptr, 10) == events;
+std::size_t Number(const char* variable) {
+  const char* const value = std::getenv(variable);
+  return value != nullptr ? std::strtoull(value, nullptr, 10) : 0;
 }
 
 template <typename Function>
@@ -28,12 +31,18 @@ Function Real(const char* name) {
 
 template <typename Partly>
 void Event(Partly partly) {
+  static const std::size_t at = Number("VORNALUX_KILL_AT");
+  static const std::size_t after = Number("VORNALUX_KILL_AFTER");
+  static const std::size_t signal = Number("VORNALUX_SIGNAL");
   ++events;
-  if (IsNow("VORNALUX_KILL_AT")) {
-    partly();
-    kill(getpid(), SIGKILL);
+  if (done || (events != at && (after == 0 || bytes < after))) return;
+  done = true;
+  if (signal != 0) {
+    raise(static_cast<int>(signal));
+    return;
   }
-  if (IsNow("VORNALUX_STOP_AT")) raise(SIGSTOP);
+  partly();
+  kill(getpid(), SIGKILL);
 }
 
 using WriteAt = ssize_t (*)(int, const void*, std::size_t, off_t);
@@ -45,6 +54,7 @@ ssize_t CountedWrite(const char* name, int file, const void* data, std::size_t s
     const std::size_t part = (events * 7919 % (size / kSector + 1)) * kSector;
     if (part > 0) real(file, data, part, at);
   });
+  bytes += size;
   return real(file, data, size, at);
 }
 
@@ -53,7 +63,7 @@ struct Counter {
     const char* const path = std::getenv("VORNALUX_COUNT_WRITES");
     if (!path) return;
     if (std::FILE* const out = std::fopen(path, "w")) {
-      std::fprintf(out, "%zu\n", events);
+      std::fprintf(out, "%zu %zu\n", events, bytes);
       std::fclose(out);
     }
   }

@@ -47,14 +47,23 @@ inline void RunKilledAt(std::size_t event, const Arguments& arguments) {
   EXPECT_EQ(end.signal, SIGKILL) << end.err;
 }
 
-// How many events a run has that nobody kills.
-inline std::size_t CountEvents(const Arguments& arguments, const std::string& count_file) {
+struct EventCount {
+  std::size_t events = 0;
+  std::size_t bytes = 0;  // written
+};
+
+inline EventCount ReadCount(const std::string& count_file) {
+  EventCount count;
+  std::ifstream(count_file) >> count.events >> count.bytes;
+  return count;
+}
+
+// What a run does that nobody kills.
+inline EventCount CountEvents(const Arguments& arguments, const std::string& count_file) {
   const Meddling meddling("VORNALUX_COUNT_WRITES", count_file);
   const ProgramEnd end = RunProgram(arguments);
   EXPECT_EQ(end.code, 0) << end.err;
-  std::size_t count = 0;
-  std::ifstream(count_file) >> count;
-  return count;
+  return ReadCount(count_file);
 }
 
 }  // namespace vornalux::test

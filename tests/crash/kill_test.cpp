@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // The real program, killed inside an event of its run: whatever command comes next makes the volume
-// whole, and every file is as it was.
+// whole, and every file is as it was. So it is when the program is told to stop inside one.
 #include <set>
 
 #include "crash/kill_rig.h"
@@ -42,7 +42,7 @@ TEST_P(KillTest, EveryFileIsWholeAfterTheNextCommand) {
   const std::string recipe = GetParam().recipe + (" seed=" + std::to_string(seed));
   const Manifest manifest = MakeVolume(recipe, Path("volume.img"));
   FreshCopy();
-  const std::size_t events = CountEvents(Command(), Path("count"));
+  const std::size_t events = CountEvents(Command(), Path("count")).events;
   ASSERT_GT(events, kKillsPerRun) << recipe;
   for (const std::size_t kill_at : ChooseKills(events, seed)) {
     SCOPED_TRACE(recipe + ", killed in event " + std::to_string(kill_at) + " of " +
@@ -53,6 +53,34 @@ TEST_P(KillTest, EveryFileIsWholeAfterTheNextCommand) {
     ASSERT_EQ(next.code, 0) << next.err;
     ExpectIntact(Path("work.img"), manifest);
     if (HasFailure()) return;
+  }
+}
+
+class StopTest : public ImageFolder {};
+
+// One file is all there is to move, and a large one: the run ends long before the file would.
+TEST_F(StopTest, IsHeardInsideALargeFile) {
+  const Arguments defrag = {"defrag", Path("work.img"), "--quiet"};
+  for (const char* kind : {"ntfs", "fat32"}) {
+    const std::string recipe =
+        std::string(kind) +
+        " size=1G files=1 folders=0 big=1 fragmented=100% seed=" + std::to_string(TestSeed());
+    const Manifest manifest = MakeVolume(recipe, Path("volume.img"));
+    Run("cp --sparse=always volume.img work.img");
+    const std::size_t all = CountEvents(defrag, Path("count")).bytes;
+    ASSERT_GT(all, 14 * kMebibyte) << recipe;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+      SCOPED_TRACE(recipe + ", signal " + std::to_string(signal));
+      Run("cp --sparse=always volume.img work.img");
+      const Setting which("VORNALUX_SIGNAL", std::to_string(signal));
+      const Setting count("VORNALUX_COUNT_WRITES", Path("count"));
+      const Meddling meddling("VORNALUX_KILL_AFTER", std::to_string(4 * kMebibyte));
+      const ProgramEnd end = RunProgram(defrag);
+      EXPECT_EQ(end.code, 4) << end.err;
+      EXPECT_EQ(end.out.find("refused"), std::string::npos) << end.out;
+      EXPECT_LT(ReadCount(Path("count")).bytes, 10 * kMebibyte) << "of " << all;
+      ExpectIntact(Path("work.img"), manifest);
+    }
   }
 }
 

@@ -43,7 +43,7 @@ class StrangerTest : public ImageFolder, public testing::WithParamInterface<cons
 
 TEST_P(StrangerTest, ARestoredBackupIsLeftAlone) {
   Copy("work.img");
-  const std::size_t events = CountEvents(Defrag(Path("work.img")), Path("count"));
+  const std::size_t events = CountEvents(Defrag(Path("work.img")), Path("count")).events;
   ASSERT_GT(events, 20U);
   int refused = 0;
   for (std::size_t event = 1; event <= events; ++event) {
@@ -89,7 +89,7 @@ TEST_P(StrangerTest, AClonedDeviceIsLeftAlone) {
   {
     const auto device = attach("counted");
     if (device->Node().empty()) GTEST_SKIP() << "no loop devices here";
-    events = CountEvents(Defrag(device->Node()), Path("count"));
+    events = CountEvents(Defrag(device->Node()), Path("count")).events;
   }
   for (std::size_t event = 1; event <= events; ++event) {
     SCOPED_TRACE(Where(event, events));
@@ -99,7 +99,8 @@ TEST_P(StrangerTest, AClonedDeviceIsLeftAlone) {
     {
       std::unique_ptr<Program> run;
       {
-        const Meddling meddling("VORNALUX_STOP_AT", std::to_string(event));
+        const Meddling meddling("VORNALUX_KILL_AT", std::to_string(event));
+        const Setting halted("VORNALUX_SIGNAL", std::to_string(SIGSTOP));
         run = std::make_unique<Program>(Defrag(ours->Node()));
       }
       ASSERT_TRUE(run->WaitUntilHalted());

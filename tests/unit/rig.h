@@ -100,6 +100,8 @@ inline std::unique_ptr<SimulatedVolume> SmallVolume(std::uint64_t seed,
   RandomVolumeOptions options;
   options.geometry.file_system = file_system;
   options.geometry.total_clusters = 300;
+  // Large clusters: a move of a few of them lets the user in.
+  options.geometry.sectors_per_cluster = 4096;
   options.files = 12;
   options.folders = 3;
   options.fill = 0.65;

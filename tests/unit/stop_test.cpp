@@ -17,6 +17,8 @@ struct StoppedRun {
       user.Answer(answer);
       user.AtDoEvents(before + nth, [this] {
         caption_at_stop = rig.window.caption;
+        inside_move = rig.engine.movers.statistics.clusters_in_hand > 0 &&
+                      rig.window.activity.fill_colour.get() == activity_colour::kMoving;
         calls_at_stop = rig.machine->Log().Calls().size();
         EXPECT_TRUE(rig.window.Arretdefrag.enabled);
         rig.window.Arretdefrag.Click();
@@ -59,6 +61,7 @@ struct StoppedRun {
   Rig rig;
   std::string caption_at_stop;
   std::size_t calls_at_stop = 0;
+  bool inside_move = false;
   std::size_t checkpoints = 0;
 };
 
@@ -75,6 +78,17 @@ void ExpectStopped(const StoppedRun& run, Pass pass) {
   EXPECT_FALSE(rig.window.UpdateTimer.enabled);
   EXPECT_EQ(rig.window.caption.get(), "Volume C:\\");
   EXPECT_EQ(rig.window.LblRedraw.fore_colour.get(), activity_colour::kResting);
+
+  // The move in hand is given up, and the file is none that could not be moved.
+  const std::vector<CallRecord> moves = run.Moves();
+  const auto given_up = std::find_if(moves.begin(), moves.end(), [](const CallRecord& move) {
+    return move.error == error::kOperationAborted;
+  });
+  EXPECT_TRUE(!run.inside_move || given_up != moves.end());
+  for (const MoveFailure& failure : rig.engine.movers.statistics.failures) {
+    EXPECT_NE(failure.code, error::kOperationAborted) << failure.path;
+  }
+  EXPECT_EQ(rig.engine.movers.statistics.clusters_in_hand, 0);
 
   const bool analysing =
       run.Stopped("Volume") || run.Stopped("Enumerating") || run.Stopped("Analyzing");
@@ -166,13 +180,16 @@ TEST_P(StopTest, AtEveryCheckpoint) {
   EXPECT_EQ(whole.rig.captions, captions);
   EXPECT_EQ(whole.Moves().empty(), GetParam() == Pass::Analyze);
   std::set<std::string> seen;  // captions under which a stop was tried
+  int inside_moves = 0;
   for (std::size_t nth = 1; nth <= whole.checkpoints; ++nth) {
     SCOPED_TRACE("checkpoint " + std::to_string(nth));
     const StoppedRun run(GetParam(), nth, BoxAnswer::Yes);
     ExpectStopped(run, GetParam());
     seen.insert(run.caption_at_stop);
+    inside_moves += run.inside_move;
     if (HasFailure()) return;
   }
+  EXPECT_EQ(inside_moves > 0, GetParam() == Pass::Defrag || GetParam() == Pass::Optimize);
   EXPECT_EQ(seen, std::set<std::string>(captions.begin(), captions.end()));
 }
 

@@ -114,14 +114,14 @@ class EventfulPlatform final : public MountedPlatform {
   milliseconds move_time = milliseconds(0);
 
   ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t vcn, std::int64_t lcn,
-                         std::uint32_t count) override {
+                         std::uint32_t count, const MoveCheckpoint& checkpoint) override {
     now += move_time;
     if (++moves == event_move) {
       events |= event;
       if (at_event) at_event();
     }
     if (move_time.count() > 0) events |= kTick;
-    return MountedPlatform::MoveClusters(volume, file, vcn, lcn, count);
+    return MountedPlatform::MoveClusters(volume, file, vcn, lcn, count, checkpoint);
   }
 };
 

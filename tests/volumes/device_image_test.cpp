@@ -8,11 +8,23 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <map>
 
 #include "host/image/image_source.h"
 #include "host/image/image_use.h"
 #include "host/image/little_endian.h"
 #include "support/image_folder.h"
+
+// What answers the system's call in this program; 0, or the error that it fails with. Nothing set:
+// nothing is done.
+static std::function<int(off64_t, off64_t, unsigned)> at_sync_file_range;
+
+extern "C" int sync_file_range(int, off64_t offset, off64_t length, unsigned how) noexcept {
+  const int error = at_sync_file_range ? at_sync_file_range(offset, length, how) : 0;
+  errno = error;
+  return error == 0 ? 0 : -1;
+}
 
 namespace vornalux::test {
 namespace {
@@ -265,6 +277,38 @@ TEST_F(ImageTest, IsRefusedWhileALoopDeviceHasIt) {
   const std::string refusal = Refusal(Path("fat"));
   Run("losetup -d " + std::string(device.begin(), device.end() - 1));
   EXPECT_TRUE(Contains(refusal, "attached to /dev/loop")) << refusal;
+}
+
+// What a flush finds to do after a large copy is bounded, and data that got lost on its way before
+// the flush fails it all the same: the system tells such a loss once.
+TEST_F(ImageTest, LargeWritesAreSentOnAndTheirLossIsTold) {
+  for (const int error : {0, EIO, ENOSPC, ENOSYS}) {
+    Put("file", Bytes(16 * kMebibyte));
+    std::unique_ptr<FileDevice> device;
+    ASSERT_FALSE(FileDevice::Adopt(::open(Path("file").c_str(), O_RDWR), false, device));
+    std::map<off64_t, off64_t> unsettled;
+    off64_t most = 0;
+    int calls = 0;
+    at_sync_file_range = [&](off64_t offset, off64_t length, unsigned how) {
+      if (how & SYNC_FILE_RANGE_WAIT_AFTER) unsettled.erase(offset);
+      if (how == SYNC_FILE_RANGE_WRITE) unsettled[offset] = length;
+      off64_t sum = 0;
+      for (const auto& [from, count] : unsettled) sum += count;
+      most = std::max(most, sum);
+      return ++calls == 3 ? error : 0;
+    };
+    for (std::size_t i = 0; i < 8; ++i) {
+      EXPECT_FALSE(device->Write(2 * i * kMebibyte, Bytes(2 * kMebibyte, 1)));
+      EXPECT_FALSE(device->Write(0, Bytes(4096, 2)));
+    }
+    at_sync_file_range = {};
+    EXPECT_EQ(unsettled.size(), 1u);
+    EXPECT_LE(most, static_cast<off64_t>(4 * kMebibyte));
+    const bool lost = error == EIO || error == ENOSPC;
+    for (int again = 0; again < 2; ++again) {
+      EXPECT_EQ(device->Flush().value(), lost ? error : 0) << "it stays lost";
+    }
+  }
 }
 
 TEST_F(ImageTest, FilesKeepTheirSizeAndJournalsGrow) {

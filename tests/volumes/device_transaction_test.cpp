@@ -162,6 +162,24 @@ TEST(Transaction, GathersPiecesOfAnySizeInOrder) {
   ASSERT_FALSE(stack.transaction.Read(kTo, copied));
   EXPECT_EQ(copied, wanted);
   EXPECT_TRUE(stack.transaction.GatherData(pieces, kTo)) << "half a sector is refused";
+
+  // Given up in a move that has already put something into clusters that are still referred to.
+  const std::uint64_t pending = stack.transaction.PendingSectors();
+  for (const std::size_t end : {1U, 2U, 3U}) {
+    std::vector<std::uint64_t> heard;
+    stack.transaction.BeginMove();
+    const std::error_code error = stack.transaction.GatherData(
+        whole, kTo, std::vector<ByteRange>{{kTo + kSector, kSector}}, [&](std::uint64_t bytes) {
+          EXPECT_EQ(stack.transaction.PendingSectors(), pending + 1);
+          heard.push_back(bytes);
+          return heard.size() == end;
+        });
+    stack.transaction.DropMove();
+    EXPECT_EQ(error == std::errc::operation_canceled, end < 3) << end;
+    EXPECT_EQ(heard.size(), std::min<std::size_t>(end, 2));
+    EXPECT_EQ(heard.back(), heard.size() * (2 << 20));
+    EXPECT_EQ(stack.transaction.PendingSectors(), pending);
+  }
 }
 
 TEST(Transaction, RefusesWhatItMustNotDo) {

@@ -143,6 +143,25 @@ TEST_F(LiveTerminalTest, SuspendedAndKilledItGivesTheTerminalBack) {
   ExpectWhole();
 }
 
+// Ctrl-C comes at the fourth write, in the middle of the only file that there is to move.
+TEST_F(LiveTerminalTest, CtrlCInsideALargeFileIsAnsweredThere) {
+  recipe_ =
+      "ntfs size=1G files=1 folders=0 big=1 fragmented=100% seed=" + std::to_string(TestSeed());
+  manifest_ = MakeVolume(recipe_, Path("disk.img"));
+  Type("'export LD_PRELOAD=" VORNALUX_KILL_LIBRARY
+       " ASAN_OPTIONS=verify_asan_link_order=0 VORNALUX_KILL_AT=4 VORNALUX_SIGNAL=2' Enter");
+  for (const bool stops : {true, false}) {
+    Start("defrag");
+    const std::string screen = ScreenWith("Paused ... Are you sure?   y Yes  n No");
+    EXPECT_NE(screen.find("C:\\big 0.iso"), std::string::npos) << screen;
+    EXPECT_NE(screen.find(" MiB moved"), std::string::npos) << screen;
+    Type(stops ? "y" : "n");
+    ScreenWith(stops ? "END 4" : "END 0");
+    Type("clear Enter");
+  }
+  ExpectWhole();
+}
+
 TEST_F(LiveTerminalTest, PlainLinesOnRequest) {
   for (const char* how : {"--quiet", "NO_COLOR", "pipe"}) {
     const std::string kind = how;

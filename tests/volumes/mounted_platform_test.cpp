@@ -143,6 +143,31 @@ TEST(MountedPlatformCost, ExtentsAreAskedForOnceUntilAMove) {
   EXPECT_EQ(chunk.extents[0], (Extent{1, 9500}));
   ASSERT_EQ(platform.RetrievalPointers(file, 2999, 1, chunk), error::kSuccess);
   EXPECT_EQ(chunk.extents[0], (Extent{3000, 9000}));
+
+  // Read inside a move they are those of before it, and known no longer afterwards. The file may
+  // even be closed there.
+  int heard = 0;
+  const MoveCheckpoint checkpoint = {.every = 32, .reached = [&](std::int64_t) {
+                                       ++heard;
+                                       const ErrorCode again =
+                                           platform.MoveClusters(disk, file, 0, 7000, 1);
+                                       EXPECT_EQ(again, error::kNotReady);
+                                       platform.RetrievalPointers(file, 0, 1, chunk);
+                                       EXPECT_EQ(chunk.extents[0], (Extent{1, 9500}));
+                                       return false;
+                                     }};
+  ASSERT_EQ(platform.MoveClusters(disk, file, 0, 6000, 64, checkpoint), error::kSuccess);
+  EXPECT_EQ(heard, 1);
+  ASSERT_EQ(platform.RetrievalPointers(file, 0, 1, chunk), error::kMoreData);
+  EXPECT_EQ(chunk.extents[0], (Extent{64, 6000}));
+  const auto close = [&](std::int64_t) {
+    platform.CloseFile(file);
+    return false;
+  };
+  ASSERT_EQ(platform.MoveClusters(disk, file, 0, 7000, 64, {.every = 32, .reached = close}),
+            error::kSuccess);
+  volume.Extents({item, {}}, all);
+  EXPECT_EQ(all[0], (Extent{64, 7000}));
 }
 
 TEST(MountedPlatformCost, EachFolderIsListedOnce) {

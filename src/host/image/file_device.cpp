@@ -14,6 +14,8 @@
 namespace vornalux {
 namespace {
 
+constexpr std::size_t kLargeWrite = std::size_t{1} << 20;
+
 std::error_code LastError() { return {errno, std::generic_category()}; }
 
 bool Inside(std::uint64_t offset, std::size_t length, std::uint64_t size) {
@@ -63,12 +65,36 @@ std::error_code FileDevice::Read(std::uint64_t offset, std::span<std::uint8_t> o
   return {};
 }
 
+// Left to itself the system holds as much of a large copy as memory takes, and the next flush waits
+// for all of it, with nobody heard meanwhile. So what was written is sent on its way at once, and
+// what was sent before it is awaited: reading and writing still overlap.
+void FileDevice::SendOn(std::uint64_t offset, std::size_t length) {
+  const auto ask = [this](std::uint64_t from, std::size_t count, unsigned how) {
+    if (::sync_file_range(descriptor_, static_cast<off_t>(from), static_cast<off_t>(count), how) ==
+        0) {
+      return;
+    }
+    // It is told once. Where the call is not known, nothing is lost but patience.
+    const bool gone = errno == EIO || errno == ENOSPC || errno == EDQUOT;
+    if (gone && !lost_) lost_ = LastError();
+  };
+  ask(offset, length, SYNC_FILE_RANGE_WRITE);
+  if (sent_length_ > 0) {
+    ask(sent_offset_, sent_length_,
+        SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
+  }
+  sent_offset_ = offset;
+  sent_length_ = length;
+}
+
 std::error_code FileDevice::Write(std::uint64_t offset, std::span<const std::uint8_t> data) {
   const std::uint64_t limit =
       growable_ ? static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()) : size_;
   if (!Inside(offset, data.size(), limit)) {
     return std::make_error_code(std::errc::invalid_argument);
   }
+  const std::uint64_t start = offset;
+  const std::size_t length = data.size();
   while (!data.empty()) {
     const ssize_t done =
         ::pwrite(descriptor_, data.data(), data.size(), static_cast<off_t>(offset));
@@ -79,6 +105,7 @@ std::error_code FileDevice::Write(std::uint64_t offset, std::span<const std::uin
     data = data.subspan(static_cast<std::size_t>(done));
     size_ = std::max(size_, offset);
   }
+  if (length >= kLargeWrite) SendOn(start, length);
   return {};
 }
 
@@ -86,7 +113,8 @@ std::error_code FileDevice::Flush() {
   while (::fdatasync(descriptor_) != 0) {
     if (errno != EINTR) return LastError();
   }
-  return {};
+  sent_length_ = 0;
+  return lost_;
 }
 
 }  // namespace vornalux

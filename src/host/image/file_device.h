@@ -35,12 +35,16 @@ class FileDevice final : public BlockDevice {
  private:
   FileDevice(int descriptor, bool growable) : descriptor_(descriptor), growable_(growable) {}
   std::error_code Measure();
+  void SendOn(std::uint64_t offset, std::size_t length);
 
   int descriptor_;
   bool growable_;
   bool block_device_ = false;
   std::uint32_t logical_sector_size_ = 512;
   std::uint64_t size_ = 0;
+  std::uint64_t sent_offset_ = 0;  // of the large write that is on its way to the disk
+  std::size_t sent_length_ = 0;
+  std::error_code lost_;  // why data will never be durable, once that is known
 };
 
 }  // namespace vornalux

@@ -20,6 +20,37 @@ constexpr std::uint64_t kPendingSectorsPerCommit = (std::uint64_t{16} << 20) / 5
 // size: writing a little twice is cheaper than the flushes of a commit. Larger ones commit first.
 constexpr std::uint64_t kJournaledBytesPerMove = std::uint64_t{1} << 20;
 
+// True for as long as one of these lives.
+class Inside {
+ public:
+  explicit Inside(bool& flag) : flag_(flag) { flag_ = true; }
+  ~Inside() { flag_ = false; }
+  Inside(const Inside&) = delete;
+  Inside& operator=(const Inside&) = delete;
+
+ private:
+  bool& flag_;
+};
+
+// What is written from here on belongs to one move, dropped unless it is kept.
+class MoveInHand {
+ public:
+  explicit MoveInHand(Transaction& transaction) : transaction_(&transaction) {
+    transaction_->BeginMove();
+  }
+  ~MoveInHand() { Drop(); }
+  MoveInHand(const MoveInHand&) = delete;
+  MoveInHand& operator=(const MoveInHand&) = delete;
+
+  void Keep() { std::exchange(transaction_, nullptr)->KeepMove(); }
+  void Drop() {
+    if (transaction_ != nullptr) std::exchange(transaction_, nullptr)->DropMove();
+  }
+
+ private:
+  Transaction* transaction_;
+};
+
 }  // namespace
 
 ImageVolume::ImageVolume(VolumeStore store)
@@ -60,7 +91,14 @@ ErrorCode ImageVolume::Extents(const StreamRef& stream, std::vector<Extent>& out
 }
 
 ErrorCode ImageVolume::Move(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn,
-                            std::int64_t count) {
+                            std::int64_t count, const MoveCheckpoint& checkpoint) {
+  if (moving_) return error::kNotReady;
+  const Inside inside(moving_);
+  return MoveNow(stream, vcn, lcn, count, checkpoint);
+}
+
+ErrorCode ImageVolume::MoveNow(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn,
+                               std::int64_t count, const MoveCheckpoint& checkpoint) {
   if (closed_) return error::kInvalidHandle;
   if (failed_) return error::kWriteFault;
   if (store_.journal_home == nullptr) return error::kWriteProtect;
@@ -84,7 +122,7 @@ ErrorCode ImageVolume::Move(const StreamRef& stream, std::int64_t vcn, std::int6
   if (!small && clusters_->RangeHeld(plan.target_lcn, plan.target_count)) {
     if (const ErrorCode code = CommitNow()) return code;
   }
-  if (const ErrorCode code = Execute(stream, plan)) return code;
+  if (const ErrorCode code = Execute(stream, plan, checkpoint)) return code;
   return BatchIsFull() ? CommitNow() : error::kSuccess;
 }
 
@@ -143,26 +181,28 @@ ErrorCode ImageVolume::StartWork() {
   return code;
 }
 
-ErrorCode ImageVolume::Execute(const StreamRef& stream, const MovePlan& plan) {
-  transaction_->BeginMove();
-  ErrorCode code = CopyToTarget(plan);
-  if (!code) code = Rewrite(stream, plan);
+ErrorCode ImageVolume::Execute(const StreamRef& stream, const MovePlan& plan,
+                               const MoveCheckpoint& checkpoint) {
+  MoveInHand move(*transaction_);
+  // Nothing refers to a copy that was not finished, and nothing in memory has changed.
+  if (const ErrorCode copied = CopyToTarget(plan, checkpoint)) return copied;
+  ErrorCode code = Rewrite(stream, plan);
   if (!code && !clusters_->RangeUsed(plan.target_lcn, plan.target_count)) {
     code = error::kGenFailure;
   }
   if (!code) {
-    transaction_->KeepMove();
+    move.Keep();
     ++moves_since_commit_;
     bytes_since_commit_ += static_cast<std::uint64_t>(plan.target_count) * cluster_size_;
     return error::kSuccess;
   }
-  transaction_->DropMove();
+  move.Drop();
   // Without a true picture of the volume in memory the moves so far cannot be committed either.
   if (Reload() != error::kSuccess) failed_ = true;
   return code;
 }
 
-ErrorCode ImageVolume::CopyToTarget(const MovePlan& plan) {
+ErrorCode ImageVolume::CopyToTarget(const MovePlan& plan, const MoveCheckpoint& checkpoint) {
   std::vector<ByteRange> pieces;
   pieces.reserve(plan.sources.size());
   for (const ClusterRun& run : plan.sources) {
@@ -173,7 +213,12 @@ ErrorCode ImageVolume::CopyToTarget(const MovePlan& plan) {
   for (const auto& [lcn, count] : clusters_->HeldParts(plan.target_lcn, plan.target_count)) {
     guarded.push_back({ClusterOffset(lcn), static_cast<std::uint64_t>(count) * cluster_size_});
   }
-  return FromDevice(transaction_->GatherData(pieces, ClusterOffset(plan.target_lcn), guarded));
+  const auto between = [&](std::uint64_t copied) {
+    return checkpoint.reached(static_cast<std::int64_t>(copied / cluster_size_));
+  };
+  return FromDevice(transaction_->GatherData(
+      pieces, ClusterOffset(plan.target_lcn), guarded,
+      checkpoint.reached ? between : std::function<bool(std::uint64_t)>()));
 }
 
 bool ImageVolume::BatchIsFull() const {
@@ -182,6 +227,7 @@ bool ImageVolume::BatchIsFull() const {
 }
 
 ErrorCode ImageVolume::Commit() {
+  if (moving_) return error::kNotReady;
   if (failed_) return error::kWriteFault;
   return working_ ? CommitNow() : error::kSuccess;
 }
@@ -201,6 +247,7 @@ ErrorCode ImageVolume::CommitNow() {
 }
 
 ErrorCode ImageVolume::Close() {
+  if (moving_) return error::kNotReady;
   if (closed_) return close_result_;
   close_result_ = Commit();
   if (!close_result_ && working_) close_result_ = Finish();

@@ -63,8 +63,8 @@ ErrorCode FromDevice(std::error_code error);
 // when a target lies in clusters that the durable state still refers to.
 class ImageVolume : public MountedVolume {
  public:
-  ErrorCode Move(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn,
-                 std::int64_t count) final;
+  ErrorCode Move(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn, std::int64_t count,
+                 const MoveCheckpoint& checkpoint = {}) final;
   ErrorCode Commit() final;
   ErrorCode Close() final;
   ErrorCode Extents(const StreamRef& stream, std::vector<Extent>& out) final;
@@ -127,8 +127,11 @@ class ImageVolume : public MountedVolume {
   ErrorCode StartWork();
   ErrorCode OpenJournal();
   ErrorCode DropJournal();
-  ErrorCode Execute(const StreamRef& stream, const MovePlan& plan);
-  ErrorCode CopyToTarget(const MovePlan& plan);
+  ErrorCode MoveNow(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn, std::int64_t count,
+                    const MoveCheckpoint& checkpoint);
+  ErrorCode Execute(const StreamRef& stream, const MovePlan& plan,
+                    const MoveCheckpoint& checkpoint);
+  ErrorCode CopyToTarget(const MovePlan& plan, const MoveCheckpoint& checkpoint);
   bool BatchIsFull() const;
   ErrorCode CommitNow();
   ErrorCode Finish();
@@ -143,6 +146,7 @@ class ImageVolume : public MountedVolume {
   std::uint64_t first_cluster_offset_ = 0;
   bool working_ = false;  // journal and dirty flag are there
   bool failed_ = false;
+  bool moving_ = false;  // inside Move(), whose checkpoint may call back
   bool closed_ = false;
   ErrorCode close_result_ = error::kSuccess;
   std::vector<ClusterRun> move_runs_;  // of the move in hand; kept for their memory

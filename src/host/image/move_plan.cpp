@@ -106,6 +106,7 @@ ErrorCode FromDevice(std::error_code code) {
   if (code == std::errc::operation_not_permitted) return error::kAccessDenied;
   if (code == std::errc::not_enough_memory) return error::kNotEnoughMemory;
   if (code == std::errc::invalid_argument) return error::kInvalidParameter;
+  if (code == std::errc::operation_canceled) return error::kOperationAborted;
   if (code == std::errc::no_such_file_or_directory) return error::kFileNotFound;
   return error::kGenFailure;
 }

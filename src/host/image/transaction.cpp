@@ -12,7 +12,8 @@
 namespace vornalux {
 namespace {
 
-// Large enough to keep a disk streaming, small enough to stay in the processor's cache.
+// Large enough to keep a disk streaming, small enough to stay in the processor's cache and to let
+// the user have a word in time on the slowest of disks.
 constexpr std::size_t kCopyPiece = std::size_t{2} << 20;
 
 // Gathered sectors are compared with the base in stretches of at most so many.
@@ -210,7 +211,8 @@ std::error_code Transaction::CopyInBase(const ByteRange& piece, std::uint64_t to
 }
 
 std::error_code Transaction::GatherData(std::span<const ByteRange> pieces, std::uint64_t to,
-                                        std::span<const ByteRange> guarded) try {
+                                        std::span<const ByteRange> guarded,
+                                        const std::function<bool(std::uint64_t)>& checkpoint) try {
   if (base_copies_) {
     // No guard is needed: what it protects is the durable state, and such a base has none.
     for (const ByteRange& piece : pieces) {
@@ -222,8 +224,11 @@ std::error_code Transaction::GatherData(std::span<const ByteRange> pieces, std::
   buffer_.resize(kCopyPiece);
   std::size_t filled = 0;
   std::vector<ByteRange> sources;  // of what the buffer holds
+  std::uint64_t copied = 0;
   for (ByteRange piece : pieces) {
     while (piece.length > 0) {
+      const bool between = filled == 0 && copied > 0;
+      if (between && checkpoint && checkpoint(copied)) return Error(std::errc::operation_canceled);
       const std::size_t length = std::min<std::uint64_t>(piece.length, kCopyPiece - filled);
       std::error_code error = Read(piece.offset, std::span(buffer_).subspan(filled, length));
       if (error) return error;
@@ -234,6 +239,7 @@ std::error_code Transaction::GatherData(std::span<const ByteRange> pieces, std::
       if (filled < kCopyPiece) continue;
       if (error = PutData(to, buffer_, sources, guarded); error) return error;
       to += filled;
+      copied += filled;
       filled = 0;
       sources.clear();
     }

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <span>
 #include <system_error>
@@ -51,9 +52,12 @@ class Transaction final : public BlockDevice {
   // Copies the pieces, one after the other, to one place, as Read() then WriteData() of large
   // pieces, or by the base's own Copy() where it has one. What lands in a guarded range (ascending,
   // apart), which the durable state still refers to, goes through Write() instead. All numbers are
-  // multiples of 512; no piece overlaps the target.
+  // multiples of 512; no piece overlaps the target. Between large pieces checkpoint, if there is
+  // one, is given the bytes copied so far and may read; when it answers true the copy ends with
+  // operation_canceled. A base that copies by itself is done at once.
   std::error_code GatherData(std::span<const ByteRange> pieces, std::uint64_t to,
-                             std::span<const ByteRange> guarded = {});
+                             std::span<const ByteRange> guarded = {},
+                             const std::function<bool(std::uint64_t copied)>& checkpoint = {});
 
   void BeginMove();
   void KeepMove();

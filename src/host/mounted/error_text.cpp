@@ -51,6 +51,9 @@ std::string_view Sentence(ErrorCode code) {
       return "The filename, directory name, or volume label syntax is incorrect.";
     case error::kMoreData:
       return "More data is available.";
+    case error::kOperationAborted:
+      return "The I/O operation has been aborted because of either a thread exit or an application "
+             "request.";
     case error::kFileCorrupt:
       return "The file or directory is corrupted and unreadable.";
     default:

@@ -59,7 +59,8 @@ class MountedPlatform : public Volumes, public Files, public Machine, public Raw
                          BitmapChunk& out) override;
   ErrorCode NtfsData(Handle volume, NtfsVolumeData& out) override;
   ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
-                         std::int64_t starting_lcn, std::uint32_t cluster_count) override;
+                         std::int64_t starting_lcn, std::uint32_t cluster_count,
+                         const MoveCheckpoint& checkpoint = {}) override;
 
   OpenedFile OpenPath(const std::string& path, FileAccess access, FileFlags flags) override;
   void CloseFile(Handle file) override;
@@ -102,7 +103,7 @@ class MountedPlatform : public Volumes, public Files, public Machine, public Raw
     explicit Drive(MountedVolume& mounted) : volume(&mounted), tree(mounted) {}
     MountedVolume* volume;
     FolderTree tree;
-    std::uint64_t moves = 0;  // moves asked for so far
+    std::uint64_t moves = 0;  // moves that have come to an end
   };
   struct OpenDrive {
     MountedVolume* volume = nullptr;

@@ -89,8 +89,10 @@ class MountedVolume {
   // range is clipped at the end of the allocation; holes are skipped and take no target clusters.
   // kInvalidParameter: count < 1, negative or out-of-volume numbers, vcn at or past the end of the
   // allocation. kAccessDenied: target taken or item immovable. Range with holes only: success.
+  // kOperationAborted: given up at a checkpoint, where the volume can be read as it was before the
+  // move. kNotReady: asked for inside a checkpoint; so are Commit() and Close() then.
   virtual ErrorCode Move(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn,
-                         std::int64_t count) = 0;
+                         std::int64_t count, const MoveCheckpoint& checkpoint = {}) = 0;
 
   // Makes everything moved so far durable.
   virtual ErrorCode Commit() = 0;

@@ -122,13 +122,19 @@ ErrorCode MountedPlatform::NtfsData(Handle volume, NtfsVolumeData& out) {
 }
 
 ErrorCode MountedPlatform::MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
-                                        std::int64_t starting_lcn, std::uint32_t cluster_count) {
+                                        std::int64_t starting_lcn, std::uint32_t cluster_count,
+                                        const MoveCheckpoint& checkpoint) {
   Drive* drive = DriveOf(volume);
   const OpenFile* open = FileOf(file);
   if (drive == nullptr || open == nullptr) return error::kInvalidHandle;
   if (open->found.drive != drive) return error::kInvalidParameter;
+  // A copy: what happens at a checkpoint may close the file.
+  const StreamRef stream = open->found.stream;
+  const ErrorCode result =
+      drive->volume->Move(stream, starting_vcn, starting_lcn, cluster_count, checkpoint);
+  // Last: extents read at a checkpoint are those of before the move.
   ++drive->moves;
-  return drive->volume->Move(open->found.stream, starting_vcn, starting_lcn, cluster_count);
+  return result;
 }
 
 }  // namespace vornalux

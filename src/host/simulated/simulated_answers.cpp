@@ -149,9 +149,21 @@ ErrorCode SimulatedVolume::CheckTarget(std::uint32_t stream, std::int64_t vcn, s
   return bits_.RangeFree(lcn, needed) ? error::kSuccess : error::kAccessDenied;
 }
 
+// The time that the move takes.
+bool SimulatedVolume::GivenUp(std::int64_t count, const MoveCheckpoint& checkpoint) {
+  if (!checkpoint.reached || checkpoint.every < 1) return false;
+  moving_ = true;
+  bool end = false;
+  for (std::int64_t moved = checkpoint.every; moved < count && !end; moved += checkpoint.every) {
+    end = checkpoint.reached(moved);
+  }
+  moving_ = false;
+  return end;
+}
+
 ErrorCode SimulatedVolume::Move(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn,
-                                std::int64_t count) {
-  if (closed_) return error::kNotReady;
+                                std::int64_t count, const MoveCheckpoint& checkpoint) {
+  if (closed_ || moving_) return error::kNotReady;
   const std::uint32_t found = FindStream(stream);
   if (found == kNone) return error::kFileNotFound;
   const std::int64_t size = VcnCount(found);
@@ -159,6 +171,9 @@ ErrorCode SimulatedVolume::Move(const StreamRef& stream, std::int64_t vcn, std::
     return error::kInvalidParameter;
   }
   count = std::min(count, size - vcn);
+  if (const ErrorCode error = CheckTarget(found, vcn, lcn, count)) return error;
+  if (GivenUp(count, checkpoint)) return error::kOperationAborted;
+  // Somebody may have been quicker.
   if (const ErrorCode error = CheckTarget(found, vcn, lcn, count)) return error;
 
   std::vector<SimulatedRun> after;

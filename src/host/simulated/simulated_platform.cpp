@@ -132,11 +132,13 @@ ErrorCode SimulatedPlatform::NtfsData(Handle volume, NtfsVolumeData& out) {
 }
 
 ErrorCode SimulatedPlatform::MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
-                                          std::int64_t starting_lcn, std::uint32_t cluster_count) {
+                                          std::int64_t starting_lcn, std::uint32_t cluster_count,
+                                          const MoveCheckpoint& checkpoint) {
   const std::string path = log_.HandlePath(file);
   ErrorCode error = RunFaults(faults_.Hits(CallPoint::Move, path));
   if (error == error::kSuccess) {
-    error = MountedPlatform::MoveClusters(volume, file, starting_vcn, starting_lcn, cluster_count);
+    error = MountedPlatform::MoveClusters(volume, file, starting_vcn, starting_lcn, cluster_count,
+                                          checkpoint);
   }
   log_.Add(CallKind::MoveClusters, path, file, {starting_vcn, starting_lcn, cluster_count}, error);
   return error;

@@ -48,7 +48,8 @@ class SimulatedPlatform final : public MountedPlatform {
                          BitmapChunk& out) override;
   ErrorCode NtfsData(Handle volume, NtfsVolumeData& out) override;
   ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
-                         std::int64_t starting_lcn, std::uint32_t cluster_count) override;
+                         std::int64_t starting_lcn, std::uint32_t cluster_count,
+                         const MoveCheckpoint& checkpoint = {}) override;
 
   OpenedFile OpenPath(const std::string& path, FileAccess access, FileFlags flags) override;
   void CloseFile(Handle file) override;

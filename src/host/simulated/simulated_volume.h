@@ -101,8 +101,8 @@ class SimulatedVolume final : public MountedVolume {
   SmartDrive* Drive() override { return drive_; }
   // A first sector that says which file system it is, and nothing else.
   ErrorCode ReadDevice(std::uint64_t offset, std::span<std::uint8_t> out) override;
-  ErrorCode Move(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn,
-                 std::int64_t count) override;
+  ErrorCode Move(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn, std::int64_t count,
+                 const MoveCheckpoint& checkpoint = {}) override;
   ErrorCode Commit() override;
   ErrorCode Close() override;
   bool Dirty() const override { return geometry_.dirty; }
@@ -141,6 +141,7 @@ class SimulatedVolume final : public MountedVolume {
   std::string_view NameOf(std::uint32_t item) const;
   std::uint32_t FindChild(std::uint32_t folder, std::string_view name) const;
   std::uint32_t FindStream(const StreamRef& stream) const;
+  bool GivenUp(std::int64_t count, const MoveCheckpoint& checkpoint);
   ErrorCode CheckTarget(std::uint32_t stream, std::int64_t vcn, std::int64_t lcn,
                         std::int64_t count) const;
   std::int64_t VcnCount(std::uint32_t stream) const;
@@ -163,6 +164,7 @@ class SimulatedVolume final : public MountedVolume {
   std::map<ItemId, std::string> contents_;
   SmartDrive* drive_ = nullptr;
   std::int64_t clusters_moved_ = 0;
+  bool moving_ = false;
   bool closed_ = false;
 };
 

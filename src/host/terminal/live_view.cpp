@@ -71,7 +71,8 @@ ScreenLines LiveView::Compose() const {
   state.legend = CollectLegend(*window_);
   state.item = window_->etfich.caption;
   state.progress = progress_;
-  state.bytes_moved = window_->engine.movers.statistics.clusters_moved * cluster_bytes_();
+  const MoveStatistics& moved = window_->engine.movers.statistics;
+  state.bytes_moved = (moved.clusters_moved + moved.clusters_in_hand) * cluster_bytes_();
   state.temperature = window_->Label6.caption;
   state.message = message_;
   state.question = question_;

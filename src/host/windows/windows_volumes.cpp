@@ -1,18 +1,23 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/windows/windows_volumes.h"
 
+#include <algorithm>
 #include <cstring>
+#include <limits>
 #include <span>
 
 #include "host/windows/file_system_answers.h"
 #include "host/windows/file_system_control.h"
+#include "host/windows/large_move.h"
 #include "host/windows/system_headers.h"
+#include "host/windows/windows_files.h"
 #include "host/windows/windows_text.h"
 
 namespace vornalux {
 namespace {
 
 constexpr DWORD kTextSize = 255;
+constexpr std::size_t kExtentsPerAnswer = 1024;
 
 static_assert(sizeof(STARTING_LCN_INPUT_BUFFER) == 8);
 
@@ -26,6 +31,46 @@ static_assert(offsetof(MOVE_FILE_DATA, ClusterCount) == 24);
 template <typename Record>
 std::span<const std::uint8_t> BytesOf(const Record& record) {
   return {reinterpret_cast<const std::uint8_t*>(&record), sizeof record};
+}
+
+ErrorCode Request(Handle volume, Handle file, const FilePart& part) {
+  MOVE_FILE_DATA move;
+  std::memset(&move, 0, sizeof move);  // gaps included: they are read as part of the handle
+  move.FileHandle = Native(file);
+  move.StartingVcn.QuadPart = part.vcn;
+  move.StartingLcn.QuadPart = part.lcn;
+  move.ClusterCount = static_cast<DWORD>(part.count);
+  std::size_t answered = 0;
+  return FileSystemControl(volume, FSCTL_MOVE_FILE, BytesOf(move), {}, answered);
+}
+
+// What of the file lies in [vcn, end), up to the file's end. Empty when that is not known for
+// certain, or when there are holes, over which a target does not advance.
+std::vector<FilePart> PartsWithoutHoles(Handle file, std::int64_t vcn, std::int64_t end) {
+  constexpr std::int64_t kFarthest = std::numeric_limits<std::int64_t>::max() / 2;
+  std::vector<FilePart> parts;
+  WindowsFiles files;
+  ExtentChunk chunk;
+  for (ErrorCode result = error::kMoreData; result == error::kMoreData && vcn < end;) {
+    result = files.RetrievalPointers(file, vcn, kExtentsPerAnswer, chunk);
+    const bool answered = result == error::kSuccess || result == error::kMoreData;
+    if (!answered || chunk.starting_vcn < 0 || chunk.starting_vcn > vcn) return {};
+    const std::int64_t before = vcn;
+    std::int64_t start = chunk.starting_vcn;
+    for (const Extent& extent : chunk.extents) {
+      if (extent.NextVcn <= start || extent.NextVcn > kFarthest || extent.Lcn > kFarthest)
+        return {};
+      const std::int64_t to = std::min(extent.NextVcn, end);
+      if (vcn < to) {
+        if (extent.Lcn < 0) return {};
+        parts.push_back({vcn, extent.Lcn + (vcn - start), to - vcn});
+        vcn = to;
+      }
+      start = extent.NextVcn;
+    }
+    if (vcn == before) return {};
+  }
+  return parts;
 }
 
 }  // namespace
@@ -99,15 +144,17 @@ ErrorCode WindowsVolumes::NtfsData(Handle volume, NtfsVolumeData& out) {
 }
 
 ErrorCode WindowsVolumes::MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
-                                       std::int64_t starting_lcn, std::uint32_t cluster_count) {
-  MOVE_FILE_DATA move;
-  std::memset(&move, 0, sizeof move);  // gaps included: they are read as part of the handle
-  move.FileHandle = Native(file);
-  move.StartingVcn.QuadPart = starting_vcn;
-  move.StartingLcn.QuadPart = starting_lcn;
-  move.ClusterCount = cluster_count;
-  std::size_t answered = 0;
-  return FileSystemControl(volume, FSCTL_MOVE_FILE, BytesOf(move), {}, answered);
+                                       std::int64_t starting_lcn, std::uint32_t cluster_count,
+                                       const MoveCheckpoint& checkpoint) {
+  const auto request = [=](const FilePart& part) { return Request(volume, file, part); };
+  if (checkpoint.reached && checkpoint.every > 0 && cluster_count > checkpoint.every) {
+    const std::vector<FilePart> parts =
+        PartsWithoutHoles(file, starting_vcn, starting_vcn + cluster_count);
+    if (!parts.empty() && parts.back().vcn + parts.back().count - starting_vcn > checkpoint.every) {
+      return MoveInRequests(parts, starting_lcn, checkpoint, request);
+    }
+  }
+  return request({starting_vcn, starting_lcn, cluster_count});
 }
 
 }  // namespace vornalux

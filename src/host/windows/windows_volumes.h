@@ -23,7 +23,8 @@ class WindowsVolumes final : public Volumes {
                          BitmapChunk& out) override;
   ErrorCode NtfsData(Handle volume, NtfsVolumeData& out) override;
   ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
-                         std::int64_t starting_lcn, std::uint32_t cluster_count) override;
+                         std::int64_t starting_lcn, std::uint32_t cluster_count,
+                         const MoveCheckpoint& checkpoint = {}) override;
 };
 
 }  // namespace vornalux

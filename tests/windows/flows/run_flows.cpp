@@ -6,6 +6,7 @@
 #include <shellapi.h>
 
 #include <string>
+#include <vector>
 
 #include "app/program.h"
 #include "host/simulated/scripted_desktop.h"
@@ -123,6 +124,58 @@ FLOW(StopPausesAndStops, "", Alone) {
   screen.UntilIdle();
   EXPECT_LT(log.Count(CallKind::MoveClusters), 20u) << "went on after the stop";
   KeepImageOfD(session);
+}
+
+// Files of several requests each, on a drive of their own: Stop is heard inside one, which is moved
+// to its end all the same; and one that is refused in the middle goes back first.
+FLOW(ALargeFileLeavesTheUserAWord, "", Alone) {
+  SimulatedPlatform& drives = session.machine.Drives();
+  SimulatedVolume large({.total_clusters = 65536});
+  large.AddFile("first", {{1000, 5000}, {8000, 5000}});
+  large.AddFile("second", {{16000, 3000}, {20000, 3000}, {24000, 3000}});
+  drives.AddVolume('S', large);
+  drives.Log().SetRecording(true);
+  const auto requests = [&drives](const char* path) {
+    std::vector<std::string> texts;
+    for (const CallRecord& call : drives.Log().Of(CallKind::MoveClusters, path)) {
+      texts.push_back(drives.Log().Text(call).substr(13));
+    }
+    return texts;
+  };
+  session.Start();
+  const Screen& screen = session.screen;
+  screen.UntilShown("the launcher", &Screen::Launcher);
+  const std::vector<std::string> items = Screen::Items(GetDlgItem(screen.Launcher(), IDC_VOLUMES));
+  screen.Choose(screen.Launcher(), IDC_VOLUMES, static_cast<int>(items.size()) - 1);
+  screen.Press(screen.Launcher(), IDC_SELECT);
+  screen.UntilShown("the main window", &Screen::Main);
+  screen.UntilIdle();
+  EXPECT_EQ(Screen::Text(screen.Main()), "Volume S:\\");
+
+  PostAtMove(session, 2, WM_COMMAND, IDM_STOP);
+  screen.Menu(IDM_DEFRAG);
+  screen.Until("the question", [&] { return screen.Box() != nullptr; });
+  EXPECT_EQ(requests("S:\\first").size(), 2u) << "heard before the file has ended";
+  screen.Answer("Are you sure?", IDYES);
+  screen.UntilIdle();
+  EXPECT_EQ(requests("S:\\first"), (std::vector<std::string>{"S:\\first 0 27000 4096 -> 0",
+                                                             "S:\\first 4096 31096 4096 -> 0",
+                                                             "S:\\first 8192 35192 1808 -> 0"}));
+  EXPECT_EQ(requests("S:\\second"), std::vector<std::string>());
+  EXPECT_EQ(large.RunsOf("first"), (std::vector<SimulatedRun>{{27000, 10000}}));
+
+  drives.Faults().RefuseMove({.path = {}, .nth = 2}, error::kAccessDenied);
+  screen.Run(IDM_DEFRAG);
+  EXPECT_EQ(
+      requests("S:\\second"),
+      (std::vector<std::string>{"S:\\second 0 0 4096 -> 0", "S:\\second 4096 4096 4096 -> 5",
+                                "S:\\second 3000 20000 1096 -> 0", "S:\\second 0 16000 3000 -> 0",
+                                "S:\\second 0 37000 4096 -> 0", "S:\\second 4096 41096 4096 -> 0",
+                                "S:\\second 8192 45192 808 -> 0"}));
+  EXPECT_EQ(large.RunsOf("second"), (std::vector<SimulatedRun>{{37000, 9000}}));
+  EXPECT_TRUE(large.ContentIntact());
+  screen.Menu(IDM_EXIT);
+  EXPECT_EQ(session.End(), 0u);
 }
 
 FLOW(DefragsAndOptimizesToTheEnd, "", Alone) {
