@@ -4,12 +4,16 @@
 #include <png.h>
 
 #include <algorithm>
+#include <random>
 #include <vector>
 
+#include "host/terminal/debug_log.h"
 #include "host/terminal/html_report.h"
 #include "host/terminal/map_image.h"
 #include "host/terminal/results_json.h"
 #include "host/terminal/results_text.h"
+#include "support/image_folder.h"
+#include "support/seed.h"
 
 namespace vornalux::test {
 namespace {
@@ -50,6 +54,41 @@ TEST(MapImage, ShowsEveryColumnInItsColourAndTheLegend) {
        {map_colour::kFree, map_colour::kMftZone, map_colour::kMft, map_colour::kDefrag}) {
     EXPECT_GT(std::count(pixels.begin(), pixels.end(), box), 16) << std::hex << box;
   }
+}
+
+// Names are what they like; each entry stays one line, and nothing on it steers a terminal.
+TEST(DebugLogFile, IsALineForEachEntryWhateverTheNames) {
+  ScratchFolder folder;
+  const std::uint64_t seed = TestSeed();
+  SCOPED_TRACE(SeedNote(seed));
+  std::mt19937_64 random(seed);
+  constexpr int kEntries = 500;
+  {
+    OutputFile file;
+    file.Open("--debug-log", folder.Path("log"));
+    DebugLogFile log(Charset::Utf8);
+    LogBox box;
+    log.Use(file);
+    log.Watch(box);
+    for (int i = 0; i < kEntries; ++i) {
+      std::string name;
+      for (auto length = random() % 20; length > 0; --length) {
+        constexpr std::string_view kPieces[] = {"\r\n", "\n",       "\x1b[2J", "\x7f",
+                                                "\t",   "\xc2\x9b", "a",       "\xff"};
+        name += kPieces[random() % std::size(kPieces)];
+      }
+      box.Append("fragged: " + name + ", fragments: 2");
+      box.Append("\r\n");
+    }
+    EXPECT_EQ(log.Finish(), 0);
+  }
+  const Bytes log = folder.Get("log");
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), kEntries);
+  EXPECT_TRUE(std::none_of(log.begin(), log.end(), [](std::uint8_t byte) {
+    return (byte < ' ' && byte != '\n') || byte == 0x7F;
+  }));
+  const std::string text(log.begin(), log.end());
+  EXPECT_EQ(text.find("\xc2\x9b"), std::string::npos);
 }
 
 TEST(ResultsJson, TellWhatStayedAndWhy) {
