@@ -3,33 +3,19 @@
 // whole, and every file is as it was.
 #include <signal.h>
 
-#include <cstdlib>
 #include <set>
 
 #include "mkvolume/maker.h"
 #include "support/image_folder.h"
 #include "support/intact.h"
 #include "support/seed.h"
+#include "support/setting.h"
 #include "volumes/program_process.h"
 
 namespace vornalux::test {
 namespace {
 
 constexpr std::size_t kKillsPerRun = 30;
-
-// An environment variable for the programs started meanwhile.
-class Setting {
- public:
-  Setting(const char* name, const std::string& value) : name_(name) {
-    setenv(name, value.c_str(), 1);
-  }
-  ~Setting() { unsetenv(name_); }
-  Setting(const Setting&) = delete;
-  Setting& operator=(const Setting&) = delete;
-
- private:
-  const char* name_;
-};
 
 struct KillCase {
   const char* recipe;

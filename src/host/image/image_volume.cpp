@@ -134,8 +134,12 @@ ErrorCode ImageVolume::StartWork() {
 
 ErrorCode ImageVolume::Execute(const StreamRef& stream, const MovePlan& plan) {
   transaction_->BeginMove();
-  ErrorCode code = CopyToTarget(plan);
-  if (!code) code = Rewrite(stream, plan);
+  if (const ErrorCode code = CopyToTarget(plan)) {
+    // Nothing refers to the target yet, and nothing in memory has changed: the file stays as it is.
+    transaction_->DropMove();
+    return code;
+  }
+  ErrorCode code = Rewrite(stream, plan);
   if (!code && !clusters_->RangeUsed(plan.target_lcn, plan.target_count)) {
     code = error::kGenFailure;
   }

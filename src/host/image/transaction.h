@@ -4,8 +4,10 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <span>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "host/image/block_device.h"
@@ -63,6 +65,9 @@ class Transaction final : public BlockDevice {
   // Flush data, write and flush the journal, apply, flush, drop the journal.
   std::error_code Commit();
 
+  // The offset of the last reading of the base that failed since this was asked.
+  std::optional<std::uint64_t> TakeReadFault() { return std::exchange(read_fault_, std::nullopt); }
+
   bool HasPending() const;
   bool Failed() const { return failed_; }
   std::uint64_t PendingSectors() const;
@@ -73,6 +78,7 @@ class Transaction final : public BlockDevice {
   // Ordered, so that a range is found in one step and neighbours join into runs.
   using Overlay = std::map<std::uint64_t, Sector>;
 
+  std::error_code ReadBase(std::uint64_t offset, std::span<std::uint8_t> out);
   std::error_code CheckWritable(std::uint64_t offset, std::uint64_t length) const;
   std::error_code StartData(std::uint64_t offset, std::uint64_t length);
   std::error_code CopyInBase(const ByteRange& piece, std::uint64_t to);
@@ -90,6 +96,7 @@ class Transaction final : public BlockDevice {
   bool in_move_ = false;
   bool data_written_ = false;
   bool failed_ = false;
+  std::optional<std::uint64_t> read_fault_;
   std::vector<std::uint8_t> buffer_;
 };
 

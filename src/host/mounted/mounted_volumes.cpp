@@ -2,6 +2,7 @@
 // The questions about volumes as a whole.
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 #include "host/mounted/mounted_platform.h"
 #include "host/mounted/windows_path.h"
@@ -127,8 +128,16 @@ ErrorCode MountedPlatform::MoveClusters(Handle volume, Handle file, std::int64_t
   const OpenFile* open = FileOf(file);
   if (drive == nullptr || open == nullptr) return error::kInvalidHandle;
   if (open->found.drive != drive) return error::kInvalidParameter;
+  const StreamRef& stream = open->found.stream;
+  std::pair<ItemId, std::string> key(stream.item, stream.stream);
+  if (const auto known = drive->fixed.find(key); known != drive->fixed.end()) return known->second;
   ++drive->moves;
-  return drive->volume->Move(open->found.stream, starting_vcn, starting_lcn, cluster_count);
+  const ErrorCode error = drive->volume->Move(stream, starting_vcn, starting_lcn, cluster_count);
+  if (const std::optional<std::uint64_t> byte = drive->volume->TakeReadFault()) {
+    failures_.Note(open->path, error != error::kSuccess ? error : error::kReadFault, byte);
+    if (error != error::kSuccess) drive->fixed.emplace(std::move(key), error);
+  }
+  return error;
 }
 
 }  // namespace vornalux

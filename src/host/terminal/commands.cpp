@@ -99,7 +99,8 @@ Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
   AnalysisResult result = {.volume = *session.Volume(options.volumes.front().letter),
                            .figures = CollectFigures(engine),
                            .temperature = ReadTemperature(session.program()),
-                           .list = {}};
+                           .list = {},
+                           .unreadable = {}};
   if (options.list) result.list = CollectFragmentedFiles(engine);
   if (WantsPictures(options)) {
     DefragWindow& window = session.program().main_window;
@@ -110,7 +111,9 @@ Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
     report.fragmented = CollectFragmentedFiles(engine);
     report.map_before = DrawnMap(window);
     report.legend = CollectLegend(window);
+    report.unreadable = session.platform().Unreadable();
   }
+  result.unreadable = session.platform().Unreadable();
   if (options.command == Command::Analyze) outcome.output = Present(result, options, charset);
   return outcome;
 }
@@ -151,12 +154,14 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
     if (outcome.code == ExitCode::Done) result.after = CollectFigures(window.engine);
   }
   result.stopped = outcome.code == ExitCode::Stopped;
+  result.unreadable = session.platform().Unreadable();
   if (WantsPictures(options) && result.before) {
     report.action = ActionName(options.command);
     report.volume = result.volume;
     report.before = result.before;
     report.after = result.after;
     report.moved = result.moved;
+    report.unreadable = result.unreadable;
     report.stopped = result.stopped;
     report.dry_run = result.dry_run;
     report.fragmented = CollectFragmentedFiles(window.engine);
@@ -203,6 +208,7 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
     if (engine.geometry.constants.TotalClusters > 0) result.analysis = CollectFigures(engine);
     result.moved = engine.movers.statistics;
   }
+  result.unreadable = session.platform().Unreadable();
   if (code == ExitCode::Failed && !result.volume) {
     session.desktop().Say(NoSuchVolume(drive));
     code = ExitCode::Usage;
@@ -215,7 +221,8 @@ bool SelectVolume(Session& session, const Options& options) {
   const std::string drive = {options.volumes.front().letter, ':'};
   session.program().launcher.SelectDrive(drive + "\\");
   if (options.directory.empty()) return true;
-  if (!session.platform().FolderExists(drive + "\\" + options.directory)) {
+  if (!session.platform().FolderExists(drive + "\\" + options.directory) &&
+      session.platform().Unreadable().empty()) {
     session.desktop().Say("--directory: there is no folder " + options.directory + " on " +
                           options.volumes.front().image);
     return false;
@@ -253,6 +260,10 @@ ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset 
     outcome.code = ExitCode::Failed;
   }
   if (!session.Close()) outcome.code = ExitCode::Failed;
+  if (const auto& unreadable = session.platform().Unreadable(); !unreadable.empty()) {
+    desktop.Say(ToText(unreadable, options.json));
+    outcome.code = ExitCode::Failed;
+  }
   if (outcome.code == ExitCode::Stopped) desktop.Say("Stopped.");
   if (!ShowResult(outcome, outputs, desktop)) return ExitCode::Failed;
   if (outcome.code != ExitCode::Done || !session.platform().PowerOffWanted()) return outcome.code;

@@ -21,6 +21,7 @@ struct ReportContent {
   Legend legend;
   std::vector<FragmentedFile> fragmented;  // that are left
   std::optional<MoveStatistics> moved;
+  std::vector<ReadFailure> unreadable;
   bool stopped = false;
   bool dry_run = false;
 };

@@ -9,6 +9,7 @@
 
 #include "app/program.h"
 #include "host/mounted/mounted_volume.h"
+#include "host/mounted/read_failures.h"
 
 namespace vornalux {
 
@@ -53,6 +54,9 @@ std::span<const FigureRow> FigureRows();
 // An analysis that classifies has something in at least one class.
 bool HasClasses(const AnalysisFigures& figures);
 
+// Why and where a file could not be read.
+std::string ReasonText(const ReadFailure& failure);
+
 // Why a file was left where it was.
 std::string ReasonText(const MoveFailure& failure);
 
@@ -66,6 +70,7 @@ struct AnalysisResult {
   AnalysisFigures figures;
   std::int16_t temperature = 0;  // of the disk, degrees Celsius; 0 when it does not say
   std::optional<std::vector<FragmentedFile>> list;
+  std::vector<ReadFailure> unreadable;
 };
 
 struct PassResult {
@@ -73,6 +78,7 @@ struct PassResult {
   std::optional<AnalysisFigures> before;
   std::optional<AnalysisFigures> after;  // missing when the run was stopped
   MoveStatistics moved;
+  std::vector<ReadFailure> unreadable;
   bool stopped = false;
   bool dry_run = false;
 };
@@ -82,6 +88,7 @@ struct JobResult {
   std::optional<VolumeDescription> volume;  // when the job got as far as to one
   std::optional<AnalysisFigures> analysis;  // what the job itself found before it moved anything
   MoveStatistics moved;
+  std::vector<ReadFailure> unreadable;
   bool dry_run = false;
 };
 

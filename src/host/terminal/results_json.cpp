@@ -75,6 +75,15 @@ void AddMoves(Json& json, const MoveStatistics& moved) {
   }
 }
 
+void AddUnreadable(Json& json, const std::vector<ReadFailure>& failures) {
+  json["unreadable"] = Json::array();
+  for (const ReadFailure& failure : failures) {
+    Json entry = {{"path", failure.path}, {"code", failure.code}};
+    if (failure.byte) entry["byte"] = *failure.byte;
+    json["unreadable"].push_back(std::move(entry));
+  }
+}
+
 const char* OutcomeName(JobOutcome outcome) {
   switch (outcome) {
     case JobOutcome::None:
@@ -111,6 +120,7 @@ std::string ToJson(const AnalysisResult& result) {
           {{"path", file.path}, {"extents", std::atoll(file.extents.c_str())}});
     }
   }
+  AddUnreadable(json, result.unreadable);
   return Dump(json);
 }
 
@@ -122,6 +132,7 @@ std::string ToJson(const PassResult& result) {
   AddMoves(json, result.moved);
   json["stopped"] = result.stopped;
   json["dry_run"] = result.dry_run;
+  AddUnreadable(json, result.unreadable);
   return Dump(json);
 }
 
@@ -135,6 +146,7 @@ std::string ToJson(const JobResult& result) {
   }
   json["stopped"] = result.outcome == JobOutcome::Stopped;
   json["dry_run"] = result.dry_run;
+  AddUnreadable(json, result.unreadable);
   return Dump(json);
 }
 

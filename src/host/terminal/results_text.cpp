@@ -96,6 +96,22 @@ std::string Moves(const Result& result, const VolumeDescription& volume, bool st
 
 }  // namespace
 
+std::string ToText(const std::vector<ReadFailure>& failures, bool all_are_listed) {
+  const std::ptrdiff_t shown = std::min(std::ssize(failures), kFailuresShown);
+  std::string text = Grouped(std::ssize(failures)) +
+                     (failures.size() == 1 ? " file or folder" : " files or folders") +
+                     " could not be read; figures and moves leave out what is missing:";
+  for (std::ptrdiff_t i = 0; i < shown; ++i) {
+    const ReadFailure& failure = failures[static_cast<std::size_t>(i)];
+    text += "\n  " + PrintableText(failure.path, Charset::Utf8) + "  (" + ReasonText(failure) + ")";
+  }
+  if (shown < std::ssize(failures)) {
+    text += "\n  and " + Grouped(std::ssize(failures) - shown) + " more";
+    text += all_are_listed ? "" : "; --json lists all";
+  }
+  return text;
+}
+
 std::string ToText(const AnalysisResult& result, Charset charset) {
   std::string text = Header(result.volume, result.figures, charset);
   for (const FigureRow& row : FigureRows()) AddRow(text, row, result.figures);

@@ -59,7 +59,7 @@ class NtfsVolume final : public ImageVolume {
   void LearnFacts();
   int LoadBitmap();
   [[noreturn]] void Refuse(const std::string& reason, const std::string& remedy) const;
-  [[noreturn]] void RefuseMount(int error) const;
+  [[noreturn]] void RefuseMount(int error);
 
   ErrorCode Verify(const StreamRef& stream, const MovePlan& plan, bool had_list);
   ErrorCode Find(const StreamRef& stream, Place& out);
