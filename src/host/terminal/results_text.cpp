@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <set>
+#include <string_view>
 #include <utility>
 
 #include "host/terminal/quantity_text.h"
@@ -68,11 +69,12 @@ void AddRow(std::string& text, const FigureRow& row, const AnalysisFigures& befo
 
 std::string Failures(const std::vector<MoveFailure>& failures, Charset charset) {
   std::string lines;
-  std::set<std::string> told;
+  // Paths may be long, and there may be as many as there are files.
+  std::set<std::pair<std::string_view, std::string>> told;
   for (const MoveFailure& failure : failures) {
-    const std::string line =
-        "    " + PrintableText(failure.path, charset) + "  (" + ReasonText(failure) + ")\n";
-    if (told.insert(line).second && std::ssize(told) <= kFailuresShown) lines += line;
+    const std::string reason = ReasonText(failure);
+    if (!told.emplace(failure.path, reason).second || std::ssize(told) > kFailuresShown) continue;
+    lines += "    " + PrintableText(failure.path, charset) + "  (" + reason + ")\n";
   }
   if (told.empty()) return "";
   if (std::ssize(told) > kFailuresShown) {
