@@ -2,6 +2,7 @@
 #include "host/terminal/output_file.h"
 
 #include <fcntl.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,6 +16,18 @@ namespace vornalux {
 namespace {
 
 constexpr mode_t kFileMode = 0666;
+
+// Other devices take what is written as commands, or as their memory.
+bool TakesAnyBytes(int descriptor, const struct stat& status) {
+  if (!S_ISCHR(status.st_mode)) return true;
+  constexpr unsigned kMemoryDevices = 1;
+  constexpr unsigned kNull = 3;
+  constexpr unsigned kZero = 5;
+  constexpr unsigned kFull = 7;
+  const unsigned number = minor(status.st_rdev);
+  return ::isatty(descriptor) != 0 || (major(status.st_rdev) == kMemoryDevices &&
+                                       (number == kNull || number == kZero || number == kFull));
+}
 
 std::string Reason(int code) { return std::generic_category().message(code); }
 
@@ -61,6 +74,7 @@ void OutputFile::Open(const std::string& option, const std::string& path) {
   if (descriptor_ < 0) Refuse("cannot be written: " + Reason(errno));
   if (::fstat(descriptor_, &status_) != 0) Refuse("cannot be written: " + Reason(errno));
   if (S_ISBLK(status_.st_mode)) Refuse("is a block device: what it holds would be lost.");
+  if (!TakesAnyBytes(descriptor_, status_)) Refuse("is a device that is no terminal.");
   if (!S_ISREG(status_.st_mode)) return;
   if (const auto use = FindUse(descriptor_)) Refuse(*use + ".");
 }
