@@ -94,7 +94,7 @@ TEST_F(ProgramOutputsTest, NoOutputIsAVolumeOrAnotherOutput) {
       {{"job", "--volume", second, "--save-job", "name", "--", "/drv D: /d"},
        "1<>" + Path("other.img"),
        "Standard output"},
-      {{"defrag", image, "--debug-log", "/dev/mem"}, "", "--debug-log"},
+      {{"defrag", image, "--debug-log", "/dev/random"}, "", "--debug-log"},
       {{"map", image, "--png", "/proc/self/fd/7"}, "7<" + image, "--png"},
       {{"compact", image, "--report", "/dev/fd/7"}, "7<>" + image, "--report"},
   };
