@@ -6,27 +6,13 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <cstdlib>
 #include <fstream>
 #include <string>
 
+#include "support/setting.h"
 #include "volumes/program_process.h"
 
 namespace vornalux::test {
-
-// An environment variable for the programs started meanwhile.
-class Setting {
- public:
-  Setting(const char* name, const std::string& value) : name_(name) {
-    setenv(name, value.c_str(), 1);
-  }
-  ~Setting() { unsetenv(name_); }
-  Setting(const Setting&) = delete;
-  Setting& operator=(const Setting&) = delete;
-
- private:
-  const char* name_;
-};
 
 // Settings under which a program does what the variable tells the library.
 struct Meddling {

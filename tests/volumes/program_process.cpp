@@ -10,29 +10,34 @@
 
 #include <cerrno>
 #include <stdexcept>
+#include <utility>
 
 namespace vornalux::test {
 namespace {
 
 constexpr int kPipeBytes = 4096;
 
-pid_t Spawn(const Arguments& arguments, int out, int err) {
+// line: the program first.
+pid_t SpawnLine(Arguments line, int out, int err) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
-  Arguments line = arguments;
-  line.insert(line.begin(), VORNALUX_PROGRAM);
   std::vector<char*> pointers;
   for (std::string& argument : line) pointers.push_back(argument.data());
   pointers.push_back(nullptr);
   pid_t process = -1;
   const int error =
-      posix_spawn(&process, VORNALUX_PROGRAM, &actions, nullptr, pointers.data(), environ);
+      posix_spawn(&process, pointers.front(), &actions, nullptr, pointers.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
-  if (error != 0) throw std::runtime_error("cannot run " VORNALUX_PROGRAM);
+  if (error != 0) throw std::runtime_error("cannot run " + line.front());
   return process;
+}
+
+pid_t Spawn(Arguments arguments, int out, int err) {
+  arguments.insert(arguments.begin(), VORNALUX_PROGRAM);
+  return SpawnLine(std::move(arguments), out, err);
 }
 
 std::string ReadFromStart(int file) {
@@ -103,6 +108,11 @@ bool Program::WaitUntilHalted() {
 
 void Program::Signal(int number) const { kill(process_, number); }
 
+void Program::StopReading() {
+  close(out_);
+  out_ = -1;
+}
+
 ProgramEnd Program::Wait() {
   while (ReadMore()) {
   }
@@ -119,6 +129,19 @@ ProgramEnd RunProgramInto(const std::string& out_path, const Arguments& argument
   const int out = open(out_path.c_str(), O_WRONLY | O_CLOEXEC);
   const int err = memfd_create("stderr", MFD_CLOEXEC);
   ProgramEnd end = WaitFor(Spawn(arguments, out, err));
+  end.err = ReadFromStart(err);
+  close(out);
+  close(err);
+  return end;
+}
+
+ProgramEnd RunProgramBehind(const std::string& redirections, const Arguments& arguments) {
+  Arguments line = {"/bin/sh", "-c", "exec \"$0\" \"$@\" " + redirections, VORNALUX_PROGRAM};
+  line.insert(line.end(), arguments.begin(), arguments.end());
+  const int out = memfd_create("stdout", MFD_CLOEXEC);
+  const int err = memfd_create("stderr", MFD_CLOEXEC);
+  ProgramEnd end = WaitFor(SpawnLine(std::move(line), out, err));
+  end.out = ReadFromStart(out);
   end.err = ReadFromStart(err);
   close(out);
   close(err);

@@ -32,6 +32,8 @@ class Program {
   void Signal(int number) const;
   // Waits until it is halted by a signal. False when it ended instead.
   bool WaitUntilHalted();
+  // Reads no more: what is written from now on is written to nobody.
+  void StopReading();
   // Reads the rest and waits.
   ProgramEnd Wait();
 
@@ -49,5 +51,9 @@ ProgramEnd RunProgram(const Arguments& arguments);
 
 // The same with standard output going to a file, such as "/dev/full".
 ProgramEnd RunProgramInto(const std::string& out_path, const Arguments& arguments);
+
+// The same behind a shell's redirections, such as ">&- 2>log". Where they name no other place,
+// standard output and standard error are gathered.
+ProgramEnd RunProgramBehind(const std::string& redirections, const Arguments& arguments);
 
 }  // namespace vornalux::test

@@ -115,7 +115,7 @@ TEST_F(ProgramTest, ExitCodesSayWhatWentWrong) {
       {{"analyze", image_, "--offset", "1T"}, 3, ""},
       {{"analyze", image_, "--bad"}, 2, "--bad"},
       {{"analyze", image_, "--directory", "no\\such"}, 2, "no\\such"},
-      {{"analyze", image_, "--debug-log", Path("no/such")}, 1, "no/such"},
+      {{"analyze", image_, "--debug-log", Path("no/such")}, 2, "no/such"},
       {{"job", "--volume", volume, "--", "/drv C: /d"}, 0, ""},
       {{"job", "--volume", volume, "--", "/drv C: /x"}, 2, "Invalid argument: /x"},
       {{"job", "--volume", volume, "--", "/d"}, 2, "No drive specified."},
@@ -124,7 +124,7 @@ TEST_F(ProgramTest, ExitCodesSayWhatWentWrong) {
       {{"job", "--volume", volume, "--", "/setshell"}, 2, "Explorer verbs"},
       {{"job", "--volume", dirty_volume, "--", "/drv C: /d"}, 3, "dirty"},
       {{"map", image_}, 2, "--png"},
-      {{"map", image_, "--png", Path("none/map.png")}, 1, "none/map.png"},
+      {{"map", image_, "--png", Path("none/map.png")}, 2, "none/map.png"},
       {{"map", image_, "--png", Path("a"), "--report", Path("b")}, 0, ""},
   };
   for (const Case& c : kCases) {

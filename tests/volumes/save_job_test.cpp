@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Jobs saved on the desktop, judged by what others make of the file: the validator of desktop
 // entries, and GLib, which starts it.
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <random>
@@ -158,6 +159,13 @@ TEST_F(SaveJob, RefusalsWriteNothing) {
   refuse("n", "/setshell", 2, "Explorer verbs");
   refuse("n", "/dir \"C:\\\x01\" /d", 1, "cannot be shown");
   refuse("n", good, 3, "missing: No such file", "missing");
+  // Room for a part of it.
+  rlimit limit{};
+  getrlimit(RLIMIT_FSIZE, &limit);
+  const rlimit small{.rlim_cur = 2000, .rlim_max = limit.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &small);
+  refuse("n", "/dir \"C:\\" + std::string(3000, 'x') + "\" /d", 1, "too large");
+  setrlimit(RLIMIT_FSIZE, &limit);
   fs::remove_all(desktop);
   PutText("home/Desktop", "a file");
   EXPECT_EQ(Save("n", good).code, 1);

@@ -5,6 +5,7 @@
 
 #include "check/content.h"
 #include "check/volume_check.h"
+#include "host/terminal/standard_streams.h"
 
 namespace vornalux {
 namespace {
@@ -73,6 +74,7 @@ int Run(const Arguments& arguments) {
 }  // namespace vornalux
 
 int main(int argc, char** argv) try {
+  if (!vornalux::OccupyStandardStreams()) return 2;
   vornalux::Arguments arguments;
   CLI::App app(
       "Judges the structure and content of an NTFS or FAT volume from its raw bytes.\n"

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 
+#include "host/terminal/standard_streams.h"
 #include "mkvolume/maker.h"
 
 namespace {
@@ -32,6 +33,7 @@ constexpr const char* kDescription =
 }  // namespace
 
 int main(int argc, char** argv) try {
+  if (!vornalux::OccupyStandardStreams()) return 1;
   std::string image;
   std::string manifest_path;
   std::vector<std::string> words;

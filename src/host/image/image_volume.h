@@ -71,6 +71,7 @@ class ImageVolume : public MountedVolume {
   ErrorCode ReadDevice(std::uint64_t offset, std::span<std::uint8_t> out) final {
     return FromDevice(transaction_->Read(offset, out));
   }
+  std::optional<std::uint64_t> TakeReadFault() final { return transaction_->TakeReadFault(); }
   SmartDrive* Drive() final { return store_.drive.get(); }
   std::int64_t FreeClusters() const final { return clusters_->FreeClusters(); }
   void CopyBitmap(std::int64_t first_lcn, std::span<std::uint8_t> out) const final;

@@ -52,8 +52,15 @@ Transaction::~Transaction() = default;
 
 std::uint64_t Transaction::Size() const { return base_.Size(); }
 
+std::error_code Transaction::ReadBase(std::uint64_t offset, std::span<std::uint8_t> out) {
+  const std::error_code error = base_.Read(offset, out);
+  // What lies outside is the asker's fault, not the disk's.
+  if (error && error != std::errc::invalid_argument) read_fault_ = offset;
+  return error;
+}
+
 std::error_code Transaction::Read(std::uint64_t offset, std::span<std::uint8_t> out) {
-  if (const std::error_code error = base_.Read(offset, out)) return error;
+  if (const std::error_code error = ReadBase(offset, out)) return error;
   if (out.empty()) return {};
   if (!kept_.empty()) CopyOver(kept_, offset, out);
   if (!move_.empty()) CopyOver(move_, offset, out);
@@ -296,7 +303,7 @@ std::error_code Transaction::CollectChanges(std::vector<SectorRun>& runs) {
       ++count;
     }
     buffer_.resize(count * kSector);
-    if (const std::error_code error = base_.Read(first->first * kSector, buffer_)) return error;
+    if (const std::error_code error = ReadBase(first->first * kSector, buffer_)) return error;
     for (const std::uint8_t* current = buffer_.data(); first != end; ++first, current += kSector) {
       if (std::memcmp(current, first->second.data(), kSector) != 0) {
         Append(runs, first->first, first->second);

@@ -5,8 +5,10 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <span>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "host/image/block_device.h"
@@ -69,6 +71,9 @@ class Transaction final : public BlockDevice {
   // Flush data, write and flush the journal, apply, flush, settle the journal.
   std::error_code Commit();
 
+  // The offset of the last reading of the base that failed since this was asked.
+  std::optional<std::uint64_t> TakeReadFault() { return std::exchange(read_fault_, std::nullopt); }
+
   bool HasPending() const;
   bool Failed() const { return failed_; }
   std::uint64_t PendingSectors() const;
@@ -79,6 +84,7 @@ class Transaction final : public BlockDevice {
   // Ordered, so that a range is found in one step and neighbours join into runs.
   using Overlay = std::map<std::uint64_t, Sector>;
 
+  std::error_code ReadBase(std::uint64_t offset, std::span<std::uint8_t> out);
   std::error_code CheckWritable(std::uint64_t offset, std::uint64_t length) const;
   std::error_code StartData(std::uint64_t offset, std::uint64_t length);
   std::error_code CopyInBase(const ByteRange& piece, std::uint64_t to);
@@ -105,6 +111,7 @@ class Transaction final : public BlockDevice {
   std::size_t copies_before_move_ = 0;
   bool data_written_ = false;
   bool failed_ = false;
+  std::optional<std::uint64_t> read_fault_;
   std::vector<std::uint8_t> buffer_;
 };
 

@@ -54,16 +54,26 @@ class FolderTree {
   // One name in one folder, hidden items included. kFileNotFound when there is none.
   ErrorCode Find(ItemId folder, std::string_view name, FolderItem& out);
 
-  // A folder by its path from the root ("dir\sub"). kPathNotFound when there is none.
+  // A folder by its path from the root ("dir\sub"). kPathNotFound when there is none, kInvalidName
+  // when a name on the way is empty.
   ErrorCode FindFolder(std::string_view path, ItemId& out);
 
  private:
   MountedVolume* volume_;
   std::unordered_map<ItemId, std::shared_ptr<const FolderListing>> listings_;
-  // Callers go through a folder item by item: the folder of the last path is nearly always the
-  // folder of the next.
+  // A folder on the way that last_path_ is.
+  struct Step {
+    std::size_t end = 0;  // of its path, which last_path_ begins with
+    ItemId folder = 0;
+  };
+  // The step of the way that path is; null when it is none.
+  const Step* StepTo(std::string_view path) const;
+  void DropStepsNotTo(std::string_view path);
+
+  // Callers go through a folder item by item, and from there to the next one down or back up: in a
+  // deep tree the way from the root is most of the work.
   std::string last_path_;
-  ItemId last_folder_ = 0;
+  std::vector<Step> way_;
 };
 
 }  // namespace vornalux

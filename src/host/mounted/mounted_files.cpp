@@ -103,9 +103,10 @@ ErrorCode MountedPlatform::Locate(std::string_view path, FileFlags flags, Found&
 OpenedFile MountedPlatform::OpenPath(const std::string& path, FileAccess /*access*/,
                                      FileFlags flags) {
   OpenFile file;
-  if (const ErrorCode error = Locate(path, flags, file.found)) {
+  if (const ErrorCode error = Noted(path, file.found.drive, Locate(path, flags, file.found))) {
     return {.handle = kInvalidHandle, .error = error};
   }
+  file.path = path;
   const Handle handle = NextHandle();
   files_.emplace(handle, std::move(file));
   return {.handle = handle, .error = error::kSuccess};
@@ -118,7 +119,9 @@ ErrorCode MountedPlatform::LoadExtents(OpenFile& file) {
   if (file.extents_known && file.extents_moves == moves) return error::kSuccess;
   file.extents.clear();
   file.extents_known = false;
-  const ErrorCode error = file.found.drive->volume->Extents(file.found.stream, file.extents);
+  Drive* const drive = file.found.drive;
+  const ErrorCode error =
+      Noted(file.path, drive, drive->volume->Extents(file.found.stream, file.extents));
   file.extents_known = error == error::kSuccess;
   file.extents_moves = moves;
   return error;
@@ -147,27 +150,39 @@ ErrorCode MountedPlatform::StreamNames(Handle file, std::vector<std::string>& ou
   const OpenFile* open = FileOf(file);
   if (open == nullptr) return error::kInvalidHandle;
   out.clear();
-  return open->found.drive->volume->StreamNames(open->found.stream.item, out);
+  Drive* const drive = open->found.drive;
+  return Noted(open->path, drive, drive->volume->StreamNames(open->found.stream.item, out));
 }
 
 std::unique_ptr<FolderSearch> MountedPlatform::FindFirst(const std::string& pattern) {
   WindowsPath parts;
   if (SplitPath(pattern, parts) != error::kSuccess || parts.name != "*") return nullptr;
-  Drive* drive = FindDrive(parts.drive);
-  ItemId folder = 0;
+  Drive* const drive = FindDrive(parts.drive);
+  if (drive == nullptr) return nullptr;
+  const bool is_root = parts.folder.empty();
+  const auto path = std::string_view(pattern).substr(0, pattern.size() - (is_root ? 1 : 2));
   std::shared_ptr<const FolderListing> listing;
-  if (drive == nullptr || drive->tree.FindFolder(parts.folder, folder) != error::kSuccess ||
-      MayOpen(*drive->volume, folder) != error::kSuccess ||
-      drive->tree.Listing(folder, listing) != error::kSuccess) {
+  if (Noted(path, drive, FindListing(*drive, parts.folder, listing)) != error::kSuccess) {
     return nullptr;
   }
-  return std::make_unique<ListingSearch>(std::move(listing), parts.folder.empty());
+  return std::make_unique<ListingSearch>(std::move(listing), is_root);
+}
+
+ErrorCode MountedPlatform::FindListing(Drive& drive, std::string_view folder,
+                                       std::shared_ptr<const FolderListing>& out) {
+  ItemId id = 0;
+  if (const ErrorCode error = drive.tree.FindFolder(folder, id)) return error;
+  if (const ErrorCode error = MayOpen(*drive.volume, id)) return error;
+  return drive.tree.Listing(id, out);
 }
 
 ErrorCode MountedPlatform::ReadBytes(const std::string& path, std::string& out) {
   Found found;
-  if (const ErrorCode error = Locate(path, FileFlags::None, found)) return error;
+  const ErrorCode error = Locate(path, FileFlags::None, found);
+  return Noted(path, found.drive, error != error::kSuccess ? error : ReadAll(found, out));
+}
 
+ErrorCode MountedPlatform::ReadAll(const Found& found, std::string& out) {
   std::string content;
   for (bool more = true; more;) {
     const std::size_t at = content.size();

@@ -2,6 +2,7 @@
 #include "host/mounted/mounted_platform.h"
 
 #include <limits>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -18,9 +19,19 @@ MountedPlatform::~MountedPlatform() = default;
 void MountedPlatform::Mount(char letter, MountedVolume& volume) {
   const char drive = DriveLetter(letter);
   if (drive == 0) throw std::invalid_argument("not a drive letter");
-  if (!drives_.try_emplace(drive, volume).second) {
-    throw std::invalid_argument("drive letter in use");
+  const auto [mounted, is_new] = drives_.try_emplace(drive, volume);
+  if (!is_new) throw std::invalid_argument("drive letter in use");
+  // What was not needed for opening may be needed for what comes.
+  Noted(std::string{drive, ':', '\\'}, &mounted->second, error::kSuccess);
+}
+
+ErrorCode MountedPlatform::Noted(std::string_view path, Drive* drive, ErrorCode code) {
+  if (drive == nullptr) return code;
+  const std::optional<std::uint64_t> byte = drive->volume->TakeReadFault();
+  if (code != error::kSuccess || byte) {
+    failures_.Note(path, code != error::kSuccess ? code : error::kReadFault, byte);
   }
+  return code;
 }
 
 MountedPlatform::Drive* MountedPlatform::FindDrive(char letter) {

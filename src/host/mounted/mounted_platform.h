@@ -16,6 +16,7 @@
 #include "host/mounted/folder_tree.h"
 #include "host/mounted/mounted_volume.h"
 #include "host/mounted/no_shell.h"
+#include "host/mounted/read_failures.h"
 #include "platform/platform.h"
 
 namespace vornalux {
@@ -45,6 +46,9 @@ class MountedPlatform : public Volumes, public Files, public Machine, public Raw
   Platform With(Desktop& desktop, ShellObjects& shell, Registry& registry) {
     return {*this, *this, *this, *this, desktop, shell, registry};
   }
+
+  // What the volumes' disks and structures kept from being read, so far.
+  const std::vector<ReadFailure>& Unreadable() const { return failures_.List(); }
 
   // Open volume, file and device handles together.
   std::size_t OpenHandles() const { return volumes_.size() + files_.size() + devices_.size(); }
@@ -104,6 +108,9 @@ class MountedPlatform : public Volumes, public Files, public Machine, public Raw
     MountedVolume* volume;
     FolderTree tree;
     std::uint64_t moves = 0;  // moves that have come to an end
+    // Why streams that could not be copied stay where they are: trying again and again wears out
+    // both the user and the disk.
+    std::map<std::pair<ItemId, std::string>, ErrorCode> fixed;
   };
   struct OpenDrive {
     MountedVolume* volume = nullptr;
@@ -117,6 +124,7 @@ class MountedPlatform : public Volumes, public Files, public Machine, public Raw
   };
   struct OpenFile {
     Found found;
+    std::string path;
     // Read once for all chunks of a file of many extents; stale when moves happened since.
     std::vector<Extent> extents;
     bool extents_known = false;
@@ -134,9 +142,15 @@ class MountedPlatform : public Volumes, public Files, public Machine, public Raw
   ErrorCode Resolve(std::string_view path, Found& out);
   ErrorCode ResolveStream(const FolderItem& item, std::string_view suffix, Found& out);
   ErrorCode LoadExtents(OpenFile& file);
+  ErrorCode FindListing(Drive& drive, std::string_view folder,
+                        std::shared_ptr<const FolderListing>& out);
+  ErrorCode ReadAll(const Found& found, std::string& out);
+  // Remembers the path when its volume could not be read; gives the code back.
+  ErrorCode Noted(std::string_view path, Drive* drive, ErrorCode code);
 
   MachineSettings settings_;
   NoShell no_shell_;
+  ReadFailures failures_;
   std::uint32_t priority_class_ = priority::kNormal;
   std::mt19937_64 random_;
   std::map<char, Drive> drives_;

@@ -82,6 +82,10 @@ class MountedVolume {
     return error::kNotSupported;
   }
 
+  // The byte at which the disk failed to be read, of the last such failure since this was asked;
+  // nothing when there was none.
+  virtual std::optional<std::uint64_t> TakeReadFault() { return std::nullopt; }
+
   // The disk below; null where there is none to be asked.
   virtual SmartDrive* Drive() { return nullptr; }
 

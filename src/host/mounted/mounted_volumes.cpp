@@ -2,6 +2,7 @@
 // The questions about volumes as a whole.
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 #include "host/mounted/mounted_platform.h"
 #include "host/mounted/windows_path.h"
@@ -130,10 +131,17 @@ ErrorCode MountedPlatform::MoveClusters(Handle volume, Handle file, std::int64_t
   if (open->found.drive != drive) return error::kInvalidParameter;
   // A copy: what happens at a checkpoint may close the file.
   const StreamRef stream = open->found.stream;
+  const std::string path = open->path;
+  std::pair<ItemId, std::string> key(stream.item, stream.stream);
+  if (const auto known = drive->fixed.find(key); known != drive->fixed.end()) return known->second;
   const ErrorCode result =
       drive->volume->Move(stream, starting_vcn, starting_lcn, cluster_count, checkpoint);
   // Last: extents read at a checkpoint are those of before the move.
   ++drive->moves;
+  if (const std::optional<std::uint64_t> byte = drive->volume->TakeReadFault()) {
+    failures_.Note(path, result != error::kSuccess ? result : error::kReadFault, byte);
+    if (result != error::kSuccess) drive->fixed.emplace(std::move(key), result);
+  }
   return result;
 }
 

@@ -16,7 +16,8 @@ struct WindowsPath {
 };
 
 // Takes "C:\dir\name" apart, with or without the "\\?\" prefix. kInvalidName for anything else, for
-// empty components and for paths longer than Windows takes. Characters are not looked at.
+// empty components at either end and for paths longer than Windows takes. Neither characters nor
+// what lies between are looked at.
 ErrorCode SplitPath(std::string_view path, WindowsPath& out);
 
 // 'A' to 'Z' for "\\.\C:", 0 for anything else.

@@ -3,12 +3,14 @@
 
 #include <unistd.h>
 
+#include <cstdint>
 #include <exception>
-#include <fstream>
-#include <iostream>
+#include <optional>
 #include <span>
-#include <stdexcept>
 #include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
 
 #include "host/mounted/windows_path.h"
 #include "host/terminal/html_report.h"
@@ -26,6 +28,7 @@ namespace {
 struct Outcome {
   ExitCode code = ExitCode::Done;
   std::string output;
+  std::optional<ReportContent> report;  // also what the picture of the map is drawn from
 };
 
 // Another program or a file gets names as they are; only a terminal has a character set.
@@ -52,27 +55,36 @@ ExitCode Analyze(Program& program, bool classes) {
   return window.last_run_failed ? ExitCode::Failed : ExitCode::Done;
 }
 
-void WriteFile(const std::string& path, std::span<const char> content) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file.write(content.data(), static_cast<std::streamsize>(content.size()));
-  file.close();
-  if (!file) throw std::runtime_error(path + " cannot be written.");
-}
-
 // The map with its candidates as the window shows it now.
 MapColumns DrawnMap(DefragWindow& window) {
   window.RedrawClusterMap();
   return CaptureMap(window.Picdepartvolume);
 }
 
-void WritePictures(const Options& options, const ReportContent& report) {
+std::vector<std::uint8_t> Picture(const ReportContent& report) {
   const bool ran = !report.map_after.empty();
-  if (!options.png.empty()) {
-    const std::vector<std::uint8_t> png =
-        EncodePng(DrawMapWithLegend(ran ? report.map_after : report.map_before, report.legend));
-    WriteFile(options.png, {reinterpret_cast<const char*>(png.data()), png.size()});
+  return EncodePng(DrawMapWithLegend(ran ? report.map_after : report.map_before, report.legend));
+}
+
+// False, and the user told, when the file could not be written.
+bool WriteFile(OutputFile& file, std::span<const char> content, TerminalDesktop& desktop) {
+  const int code = file.Replace(content);
+  if (code == 0) return true;
+  desktop.Say(file.Name() + " could not be written: " + std::generic_category().message(code));
+  return false;
+}
+
+bool WritePictures(const ReportContent& report, Outputs& outputs, TerminalDesktop& desktop) try {
+  bool good = true;
+  if (outputs.png.IsOpen()) {
+    const std::vector<std::uint8_t> png = Picture(report);
+    good = WriteFile(outputs.png, {reinterpret_cast<const char*>(png.data()), png.size()}, desktop);
   }
-  if (!options.report.empty()) WriteFile(options.report, ToHtml(report));
+  if (outputs.report.IsOpen()) good &= WriteFile(outputs.report, ToHtml(report), desktop);
+  return good;
+} catch (const std::exception& error) {
+  desktop.Say(error.what());
+  return false;
 }
 
 bool WantsPictures(const Options& options) {
@@ -87,19 +99,21 @@ Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
   AnalysisResult result = {.volume = *session.Volume(options.volumes.front().letter),
                            .figures = CollectFigures(engine),
                            .temperature = ReadTemperature(session.program()),
-                           .list = {}};
+                           .list = {},
+                           .unreadable = {}};
   if (options.list) result.list = CollectFragmentedFiles(engine);
   if (WantsPictures(options)) {
     DefragWindow& window = session.program().main_window;
-    ReportContent report;
+    ReportContent& report = outcome.report.emplace();
     report.action = "Analysis";
     report.volume = result.volume;
     report.before = result.figures;
     report.fragmented = CollectFragmentedFiles(engine);
     report.map_before = DrawnMap(window);
     report.legend = CollectLegend(window);
-    WritePictures(options, report);
+    report.unreadable = session.platform().Unreadable();
   }
+  result.unreadable = session.platform().Unreadable();
   if (options.command == Command::Analyze) outcome.output = Present(result, options, charset);
   return outcome;
 }
@@ -141,6 +155,7 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
   }
   result.remarks = session.Remarks();
   result.stopped = outcome.code == ExitCode::Stopped;
+  result.unreadable = session.platform().Unreadable();
   if (WantsPictures(options) && result.before) {
     report.action = ActionName(options.command);
     report.volume = result.volume;
@@ -148,12 +163,13 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
     report.after = result.after;
     report.moved = result.moved;
     report.remarks = result.remarks;
+    report.unreadable = result.unreadable;
     report.stopped = result.stopped;
     report.dry_run = result.dry_run;
     report.fragmented = CollectFragmentedFiles(window.engine);
     report.map_after = DrawnMap(window);
     report.legend = CollectLegend(window);
-    WritePictures(options, report);
+    outcome.report = std::move(report);
   }
   outcome.output = Present(result, options, charset);
   return outcome;
@@ -195,11 +211,12 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
     result.moved = engine.movers.statistics;
     result.remarks = session.Remarks();
   }
+  result.unreadable = session.platform().Unreadable();
   if (code == ExitCode::Failed && !result.volume) {
     session.desktop().Say(NoSuchVolume(drive));
     code = ExitCode::Usage;
   }
-  return {.code = code, .output = Present(result, options, charset)};
+  return {.code = code, .output = Present(result, options, charset), .report = {}};
 }
 
 // False, and the user told, when the options name something that the volume does not have.
@@ -207,7 +224,8 @@ bool SelectVolume(Session& session, const Options& options) {
   const std::string drive = {options.volumes.front().letter, ':'};
   session.program().launcher.SelectDrive(drive + "\\");
   if (options.directory.empty()) return true;
-  if (!session.platform().FolderExists(drive + "\\" + options.directory)) {
+  if (!session.platform().FolderExists(drive + "\\" + options.directory) &&
+      session.platform().Unreadable().empty()) {
     session.desktop().Say("--directory: there is no folder " + options.directory + " on " +
                           options.volumes.front().image);
     return false;
@@ -218,13 +236,24 @@ bool SelectVolume(Session& session, const Options& options) {
 
 Outcome RunOnVolumes(Session& session, const Options& options, Charset charset) {
   if (options.command == Command::Job) return RunJob(session, options, charset);
-  if (!SelectVolume(session, options)) return {.code = ExitCode::Usage, .output = {}};
+  if (!SelectVolume(session, options)) return {.code = ExitCode::Usage, .output = {}, .report = {}};
   if (OnlyLooks(options.command)) return RunAnalyze(session, options, charset);
   return RunPass(session, options, charset);
 }
 
-ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset charset) {
-  Session session(options, desktop, charset);
+// Each tells the user what went wrong.
+bool ShowResult(const Outcome& outcome, Outputs& outputs, TerminalDesktop& desktop) {
+  const bool good = !outcome.report || WritePictures(*outcome.report, outputs, desktop);
+  const int code = outputs.standard.Write(outcome.output);
+  if (code == 0) return good;
+  desktop.Say("The result could not be written to standard output: " +
+              std::generic_category().message(code));
+  return false;
+}
+
+ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset charset,
+                      Outputs& outputs) {
+  Session session(options, desktop, charset, outputs);
   Outcome outcome;
   try {
     outcome = RunOnVolumes(session, options, charset);
@@ -234,12 +263,12 @@ ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset 
     outcome.code = ExitCode::Failed;
   }
   if (!session.Close()) outcome.code = ExitCode::Failed;
-  if (outcome.code == ExitCode::Stopped) desktop.Say("Stopped.");
-  std::cout << outcome.output << std::flush;
-  if (!std::cout) {
-    desktop.Say("The result could not be written to standard output.");
-    return ExitCode::Failed;
+  if (const auto& unreadable = session.platform().Unreadable(); !unreadable.empty()) {
+    desktop.Say(ToText(unreadable, options.json));
+    outcome.code = ExitCode::Failed;
   }
+  if (outcome.code == ExitCode::Stopped) desktop.Say("Stopped.");
+  if (!ShowResult(outcome, outputs, desktop)) return ExitCode::Failed;
   if (outcome.code != ExitCode::Done || !session.platform().PowerOffWanted()) return outcome.code;
   if (options.dry_run) {
     desktop.Say("The machine stays on: this was a dry run.");
@@ -252,10 +281,11 @@ ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset 
 
 }  // namespace
 
-ExitCode RunCommand(const Options& options, TerminalDesktop& desktop, Charset charset) {
+ExitCode RunCommand(const Options& options, TerminalDesktop& desktop, Charset charset,
+                    Outputs& outputs) {
   try {
-    if (options.save_job) return SaveJob(options, desktop);
-    return OpenRunClose(options, desktop, charset);
+    if (options.save_job) return SaveJob(options, desktop, outputs.standard);
+    return OpenRunClose(options, desktop, charset, outputs);
   } catch (const VolumeRefused& refused) {
     desktop.Say(refused.what());
     return ExitCode::Refused;

@@ -3,12 +3,14 @@
 
 #include "host/terminal/exit_code.h"
 #include "host/terminal/options.h"
+#include "host/terminal/outputs.h"
 #include "host/terminal/terminal_desktop.h"
 
 namespace vornalux {
 
-// Carries out what the command line asks for: results on standard output, everything else through
-// the desktop.
-ExitCode RunCommand(const Options& options, TerminalDesktop& desktop, Charset charset);
+// Carries out what the command line asks for: results into the outputs, everything else through the
+// desktop.
+ExitCode RunCommand(const Options& options, TerminalDesktop& desktop, Charset charset,
+                    Outputs& outputs);
 
 }  // namespace vornalux

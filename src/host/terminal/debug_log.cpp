@@ -3,52 +3,53 @@
 
 #include <unistd.h>
 
-#include <cerrno>
-#include <system_error>
+#include <utility>
+
+#include "volume/debug_trace.h"
 
 namespace vornalux {
 
-DebugLogFile::~DebugLogFile() {
-  if (owned_) std::fclose(file_);
+void DebugLogFile::Use(int descriptor, Writer write) {
+  write_ = std::move(write);
+  terminal_ = isatty(descriptor) != 0;
 }
 
-void DebugLogFile::Open(const std::string& path) {
-  file_ = std::fopen(path.c_str(), "we");
-  if (file_ == nullptr) {
-    throw std::system_error(errno, std::generic_category(), "The debug log " + path);
-  }
-  owned_ = true;
-  terminal_ = isatty(fileno(file_)) != 0;
+void DebugLogFile::Use(OutputFile& file) {
+  error_ = file.Start();
+  Use(file.Descriptor(), [&file](std::string_view text) { return file.Append(text); });
 }
 
-void DebugLogFile::Use(std::FILE* stream) {
-  file_ = stream;
-  terminal_ = isatty(fileno(file_)) != 0;
+void DebugLogFile::Use(StandardOutput& output) {
+  Use(STDOUT_FILENO, [&output](std::string_view text) { return output.Write(text); });
+}
+
+void DebugLogFile::UseStandardError() {
+  Use(STDERR_FILENO, [](std::string_view text) { return WriteAll(STDERR_FILENO, text); });
 }
 
 void DebugLogFile::Watch(LogBox& log) {
   log.appended = [this](std::string_view text) { Append(text); };
 }
 
-// A line at a time, so that whoever follows the log sees whole lines at once.
+// The line break that ends an entry comes by itself; any other is part of a name.
 void DebugLogFile::Append(std::string_view text) {
-  for (std::size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
-    line_ += text.substr(0, end);
-    text.remove_prefix(end + 1);
-    if (line_.ends_with('\r')) line_.pop_back();
-    if (terminal_) line_ = PrintableText(line_, charset_);
-    line_ += '\n';
-    failed_ |= std::fwrite(line_.data(), 1, line_.size(), file_) != line_.size();
-    failed_ |= std::fflush(file_) != 0;
-    line_.clear();
+  if (text == kLineBreak) {
+    EndLine();
+  } else {
+    line_ += text;
   }
-  line_ += text;
 }
 
-bool DebugLogFile::Finish() {
-  if (file_ == nullptr) return true;
-  if (!line_.empty()) Append("\n");
-  return !failed_;
+// A line at a time, so that whoever follows the log sees whole lines at once.
+void DebugLogFile::EndLine() {
+  const std::string line = PrintableText(line_, terminal_ ? charset_ : Charset::Utf8) + "\n";
+  line_.clear();
+  if (const int code = write_(line); error_ == 0) error_ = code;
+}
+
+int DebugLogFile::Finish() {
+  if (!line_.empty()) EndLine();
+  return error_;
 }
 
 }  // namespace vornalux

@@ -133,8 +133,8 @@ std::string FragmentedTable(const std::vector<FragmentedFile>& files) {
   return html + "</table>\n" + More(files.size());
 }
 
-std::string FailureTable(const std::vector<MoveFailure>& failures) {
-  if (failures.empty()) return "<p>Nothing: every move found its place.</p>\n";
+template <typename Failure>
+std::string FailureTable(const std::vector<Failure>& failures) {
   std::string html = "<table><tr><th>File</th><th>Why</th></tr>\n";
   for (std::size_t i = 0; i < std::min(failures.size(), kMostRows); ++i) {
     html += "<tr><td>" + Text(failures[i].path) + "</td><td>" + Text(ReasonText(failures[i])) +
@@ -174,7 +174,12 @@ std::string ToHtml(const ReportContent& report) {
   html += std::string("<h2>") + (report.moved ? "Still fragmented" : "Fragmented files") +
           "</h2>\n" + FragmentedTable(report.fragmented);
   if (report.moved) {
-    html += "<h2>Left where it was</h2>\n" + FailureTable(report.moved->failures);
+    html += "<h2>Left where it was</h2>\n";
+    html += report.moved->failures.empty() ? "<p>Nothing: every move found its place.</p>\n"
+                                           : FailureTable(report.moved->failures);
+  }
+  if (!report.unreadable.empty()) {
+    html += "<h2>Could not be read</h2>\n" + FailureTable(report.unreadable);
   }
   return html + "</html>\n";
 }

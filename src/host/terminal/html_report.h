@@ -22,6 +22,7 @@ struct ReportContent {
   std::vector<FragmentedFile> fragmented;  // that are left
   std::optional<MoveStatistics> moved;
   std::vector<std::string> remarks;  // what was done besides moving
+  std::vector<ReadFailure> unreadable;
   bool stopped = false;
   bool dry_run = false;
 };

@@ -1,34 +1,67 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
+#include <unistd.h>
+
 #include <chrono>
-#include <iostream>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "host/terminal/commands.h"
 #include "host/terminal/console.h"
 #include "host/terminal/options.h"
+#include "host/terminal/outputs.h"
 #include "host/terminal/pending_events.h"
+#include "host/terminal/standard_streams.h"
 #include "host/terminal/terminal_desktop.h"
 #include "host/terminal/terminal_screen.h"
 
-int main(int argc, char** argv) {
-  using namespace vornalux;
-  constexpr auto kTick = std::chrono::milliseconds(100);
+namespace vornalux {
+namespace {
 
-  const Charset charset = SetUpCharset();
-  Options options;
-  if (const std::optional<ExitCode> end =
-          ParseOptions({argv + 1, argv + argc}, options, std::cout, std::cerr)) {
-    return static_cast<int>(*end);
+// The options, or how the program ends without them.
+std::optional<ExitCode> TakeOptions(const std::vector<std::string>& arguments, Options& options,
+                                    Outputs& outputs) {
+  std::ostringstream out;
+  std::ostringstream err;
+  const std::optional<ExitCode> end = ParseOptions(arguments, options, out, err);
+  if (!end) return std::nullopt;
+  if (!IsNamedBy(STDERR_FILENO, arguments)) WriteAll(STDERR_FILENO, err.str());
+  if (IsNamedBy(STDOUT_FILENO, arguments)) return ExitCode::Usage;
+  return outputs.standard.Write(out.str()) == 0 ? end : ExitCode::Failed;
+}
+
+ExitCode Run(const Options& options, Outputs& outputs, Charset charset) {
+  constexpr auto kTick = std::chrono::milliseconds(100);
+  StandardConsole console(charset);
+  // Before signals become wishes of the user: opening may have to wait for who reads.
+  try {
+    OpenOutputs(options, outputs);
+  } catch (const OutputRefused& refused) {
+    console.Print("vornalux: " + PrintableText(refused.what(), charset) + "\n");
+    return ExitCode::Usage;
   }
   PendingEvents events = 0;
   const StopSignals signals(events);
   const Ticker ticker(events, kTick);
-  StandardConsole console(charset);
   const std::unique_ptr<TerminalScreen> screen = TerminalScreen::Find(charset);
   TerminalDesktop desktop(console, screen.get(), events, std::chrono::steady_clock::now,
                           options.quiet);
-  return static_cast<int>(RunCommand(options, desktop, charset));
+  return RunCommand(options, desktop, charset, outputs);
+}
+
+}  // namespace
+}  // namespace vornalux
+
+int main(int argc, char** argv) {
+  using namespace vornalux;
+  if (!OccupyStandardStreams()) return static_cast<int>(ExitCode::Failed);
+  const Charset charset = SetUpCharset();
+  Outputs outputs;
+  Options options;
+  std::optional<ExitCode> code = TakeOptions({argv + 1, argv + argc}, options, outputs);
+  if (!code) code = Run(options, outputs, charset);
+  if (code == ExitCode::Done) outputs.standard.EndIfReaderLeft();
+  return static_cast<int>(*code);
 }

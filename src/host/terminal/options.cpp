@@ -18,6 +18,7 @@ constexpr const char* kFooter = R"(
 IMAGE is a volume image, a block device, or a disk image with a partition. NTFS and FAT.
 The volume must not be mounted. One that is marked dirty, hibernated or has restore points is only
 looked at.
+FILE is opened before the run, written after it, and must not be a volume or a device of blocks.
 
 Exit codes:
   0  done
@@ -98,6 +99,10 @@ const CLI::Validator kNumber(
     },
     "");
 
+const CLI::Validator kFileName(
+    [](std::string& text) { return text.empty() ? std::string("needs a file") : std::string(); },
+    "");
+
 void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
   CLI::Option* partition =
       command.add_option("--partition", options.partition, "Partition of a disk image, from 1")
@@ -114,7 +119,8 @@ void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
                    "Keep moves aligned as on Windows; no restore point survives a move from here");
   command
       .add_option("--debug-log", options.debug_log, "Write the debug log to FILE, or - for here")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(kFileName);
   command.add_option("--seed", options.seed, "Seed of random choices")
       ->type_name("N")
       ->check(kNumber);
@@ -131,9 +137,11 @@ void AddWorkOptions(CLI::App& command, Options& options) {
 
 void AddPictureOptions(CLI::App& command, Options& options) {
   command.add_option("--png", options.png, "Write the cluster map as a PNG image")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(kFileName);
   command.add_option("--report", options.report, "Write a report as one web page")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(kFileName);
 }
 
 void AddVolumeOptions(CLI::App& command, Options& options, RawOptions& raw) {

@@ -34,11 +34,13 @@ void Handle(int signal_number, void (*handler)(int)) {
 StopSignals::StopSignals(PendingEvents& events) {
   signal_target = &events;
   for (const int signal_number : {SIGINT, SIGTERM, SIGHUP}) Handle(signal_number, OnSignal);
-  Handle(SIGPIPE, SIG_IGN);
+  // A reader that has gone, or a log that may grow no more, is no reason to end in the middle.
+  for (const int signal_number : {SIGPIPE, SIGXFSZ}) Handle(signal_number, SIG_IGN);
 }
 
 StopSignals::~StopSignals() {
-  for (const int signal_number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) Handle(signal_number, SIG_DFL);
+  for (const int signal_number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ})
+    Handle(signal_number, SIG_DFL);
   signal_target = nullptr;
 }
 

@@ -33,6 +33,12 @@ bool HasClasses(const AnalysisFigures& figures) {
   });
 }
 
+std::string ReasonText(const ReadFailure& failure) {
+  if (failure.byte) return "the disk failed at byte " + std::to_string(*failure.byte);
+  if (failure.code == error::kFileCorrupt) return "damaged";
+  return "error " + std::to_string(failure.code);
+}
+
 std::string ReasonText(const MoveFailure& failure) {
   switch (failure.reason) {
     case NotMoved::CannotOpen:

@@ -9,6 +9,7 @@
 
 #include "app/program.h"
 #include "host/mounted/mounted_volume.h"
+#include "host/mounted/read_failures.h"
 
 namespace vornalux {
 
@@ -54,6 +55,9 @@ std::span<const FigureRow> FigureRows();
 // An analysis that classifies has something in at least one class.
 bool HasClasses(const AnalysisFigures& figures);
 
+// Why and where a file could not be read.
+std::string ReasonText(const ReadFailure& failure);
+
 // Why a file was left where it was.
 std::string ReasonText(const MoveFailure& failure);
 
@@ -67,6 +71,7 @@ struct AnalysisResult {
   AnalysisFigures figures;
   std::int16_t temperature = 0;  // of the disk, degrees Celsius; 0 when it does not say
   std::optional<std::vector<FragmentedFile>> list;
+  std::vector<ReadFailure> unreadable;
 };
 
 struct PassResult {
@@ -75,6 +80,7 @@ struct PassResult {
   std::optional<AnalysisFigures> after;  // missing when the run was stopped
   MoveStatistics moved;
   std::vector<std::string> remarks;  // what was done besides moving
+  std::vector<ReadFailure> unreadable;
   bool stopped = false;
   bool dry_run = false;
 };
@@ -85,6 +91,7 @@ struct JobResult {
   std::optional<AnalysisFigures> analysis;  // what the job itself found before it moved anything
   MoveStatistics moved;
   std::vector<std::string> remarks;  // what was done besides moving
+  std::vector<ReadFailure> unreadable;
   bool dry_run = false;
 };
 

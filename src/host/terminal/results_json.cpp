@@ -76,6 +76,15 @@ void AddMoves(Json& json, const MoveStatistics& moved) {
   }
 }
 
+void AddUnreadable(Json& json, const std::vector<ReadFailure>& failures) {
+  json["unreadable"] = Json::array();
+  for (const ReadFailure& failure : failures) {
+    Json entry = {{"path", failure.path}, {"code", failure.code}};
+    if (failure.byte) entry["byte"] = *failure.byte;
+    json["unreadable"].push_back(std::move(entry));
+  }
+}
+
 const char* OutcomeName(JobOutcome outcome) {
   switch (outcome) {
     case JobOutcome::None:
@@ -112,6 +121,7 @@ std::string ToJson(const AnalysisResult& result) {
           {{"path", file.path}, {"extents", std::atoll(file.extents.c_str())}});
     }
   }
+  AddUnreadable(json, result.unreadable);
   return Dump(json);
 }
 
@@ -124,6 +134,7 @@ std::string ToJson(const PassResult& result) {
   json["remarks"] = result.remarks;
   json["stopped"] = result.stopped;
   json["dry_run"] = result.dry_run;
+  AddUnreadable(json, result.unreadable);
   return Dump(json);
 }
 
@@ -138,6 +149,7 @@ std::string ToJson(const JobResult& result) {
   }
   json["stopped"] = result.outcome == JobOutcome::Stopped;
   json["dry_run"] = result.dry_run;
+  AddUnreadable(json, result.unreadable);
   return Dump(json);
 }
 

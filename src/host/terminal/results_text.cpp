@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <set>
+#include <string_view>
 #include <utility>
 
 #include "host/terminal/quantity_text.h"
@@ -68,11 +69,12 @@ void AddRow(std::string& text, const FigureRow& row, const AnalysisFigures& befo
 
 std::string Failures(const std::vector<MoveFailure>& failures, Charset charset) {
   std::string lines;
-  std::set<std::string> told;
+  // Paths may be long, and there may be as many as there are files.
+  std::set<std::pair<std::string_view, std::string>> told;
   for (const MoveFailure& failure : failures) {
-    const std::string line =
-        "    " + PrintableText(failure.path, charset) + "  (" + ReasonText(failure) + ")\n";
-    if (told.insert(line).second && std::ssize(told) <= kFailuresShown) lines += line;
+    const std::string reason = ReasonText(failure);
+    if (!told.emplace(failure.path, reason).second || std::ssize(told) > kFailuresShown) continue;
+    lines += "    " + PrintableText(failure.path, charset) + "  (" + reason + ")\n";
   }
   if (told.empty()) return "";
   if (std::ssize(told) > kFailuresShown) {
@@ -95,6 +97,22 @@ std::string Moves(const Result& result, const VolumeDescription& volume, bool st
 }
 
 }  // namespace
+
+std::string ToText(const std::vector<ReadFailure>& failures, bool all_are_listed) {
+  const std::ptrdiff_t shown = std::min(std::ssize(failures), kFailuresShown);
+  std::string text = Grouped(std::ssize(failures)) +
+                     (failures.size() == 1 ? " file or folder" : " files or folders") +
+                     " could not be read; figures and moves leave out what is missing:";
+  for (std::ptrdiff_t i = 0; i < shown; ++i) {
+    const ReadFailure& failure = failures[static_cast<std::size_t>(i)];
+    text += "\n  " + PrintableText(failure.path, Charset::Utf8) + "  (" + ReasonText(failure) + ")";
+  }
+  if (shown < std::ssize(failures)) {
+    text += "\n  and " + Grouped(std::ssize(failures) - shown) + " more";
+    text += all_are_listed ? "" : "; --json lists all";
+  }
+  return text;
+}
 
 std::string ToText(const AnalysisResult& result, Charset charset) {
   std::string text = Header(result.volume, result.figures, charset);

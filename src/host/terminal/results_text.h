@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "host/terminal/display_text.h"
 #include "host/terminal/results.h"
@@ -12,5 +13,9 @@ namespace vornalux {
 std::string ToText(const AnalysisResult& result, Charset charset);
 std::string ToText(const PassResult& result, Charset charset);
 std::string ToText(const JobResult& result, Charset charset);
+
+// What kept a result from being the whole, for a message: at least one failure, the first ones
+// told.
+std::string ToText(const std::vector<ReadFailure>& failures, bool all_are_listed);
 
 }  // namespace vornalux

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <iostream>
 #include <system_error>
 #include <vector>
 
@@ -146,9 +145,8 @@ void WriteLauncher(const std::string& path, const std::string& text) {
   std::string draft = fs::path(path).parent_path().string() + "/.vornalux-XXXXXX";
   const int file = mkstemp(draft.data());
   if (file < 0) ThrowErrno(draft);
-  const bool written = write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-                       fchmod(file, kMayBeStarted) == 0 && fsync(file) == 0;
-  int error = written ? 0 : errno;
+  int error = WriteAll(file, text);
+  if (error == 0 && (fchmod(file, kMayBeStarted) != 0 || fsync(file) != 0)) error = errno;
   if (close(file) != 0 && error == 0) error = errno;
   if (error == 0 && rename(draft.c_str(), path.c_str()) != 0) error = errno;
   if (error == 0) return;
@@ -174,14 +172,15 @@ std::string NoSuchVolume(const std::string& drive) {
   return "The job is for drive " + drive + ", which no --volume names.";
 }
 
-ExitCode SaveJob(const Options& options, TerminalDesktop& desktop) {
+ExitCode SaveJob(const Options& options, TerminalDesktop& desktop, StandardOutput& output) {
   try {
     const std::string name = NameOf(options);
     CheckJobLine(options, desktop);
     const std::string path = WriteOnDesktop(name, DesktopEntry(name, JobCommand(options)));
-    std::cout << path << '\n' << std::flush;
-    if (std::cout) return ExitCode::Done;
-    desktop.Say("The result could not be written to standard output.");
+    const int code = output.Write(path + "\n");
+    if (code == 0) return ExitCode::Done;
+    desktop.Say("The result could not be written to standard output: " +
+                std::generic_category().message(code));
     return ExitCode::Failed;
   } catch (const Refusal& refusal) {
     desktop.Say(refusal.text);

@@ -5,6 +5,7 @@
 
 #include "host/terminal/exit_code.h"
 #include "host/terminal/options.h"
+#include "host/terminal/outputs.h"
 #include "host/terminal/terminal_desktop.h"
 
 namespace vornalux {
@@ -16,6 +17,6 @@ std::string NoSuchVolume(const std::string& drive);
 // Writes a launcher of the job that options describe onto the user's desktop, in place of one of
 // the same name, and prints its path. Makes the desktop's folder where there is none. What hinders
 // it is told; then nothing is written.
-ExitCode SaveJob(const Options& options, TerminalDesktop& desktop);
+ExitCode SaveJob(const Options& options, TerminalDesktop& desktop, StandardOutput& output);
 
 }  // namespace vornalux

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/terminal/session.h"
 
+#include <system_error>
 #include <utility>
 
 #include "host/mounted/windows_path.h"
@@ -20,7 +21,8 @@ std::unique_ptr<MountedVolume> OpenNamed(const std::string& image, const OpenOpt
 
 }  // namespace
 
-Session::Session(const Options& options, TerminalDesktop& desktop, Charset charset)
+Session::Session(const Options& options, TerminalDesktop& desktop, Charset charset,
+                 Outputs& outputs)
     : desktop_(desktop), dry_run_(options.dry_run), platform_(options.seed), debug_log_(charset) {
   OpenVolumes(options);
   platform_.SetWindowsFolder(options.windows_folder ? *options.windows_folder
@@ -30,7 +32,7 @@ Session::Session(const Options& options, TerminalDesktop& desktop, Charset chars
       program_->main_window,
       {.cluster_bytes = [this] { return ClusterBytes(); },
        .terminal_in_use = [this] { return program_->flags.DebugLog && debug_log_.OnTerminal(); }});
-  SetUpDebugLog(options);
+  SetUpDebugLog(options, outputs);
   program_->launcher.ExcludeTxt.text = options.exclude;
   if (options.vss_safe) program_->launcher.VSS_LIVE.Click();
 }
@@ -58,18 +60,17 @@ void Session::OpenVolumes(const Options& options) {
   }
 }
 
-void Session::SetUpDebugLog(const Options& options) {
-  if (options.debug_log.empty()) {
+void Session::SetUpDebugLog(const Options& options, Outputs& outputs) {
+  if (outputs.debug_log.IsOpen()) {
+    debug_log_.Use(outputs.debug_log);
+  } else if (options.json) {
     // A job may switch the log on by itself; a JSON result keeps standard output to itself.
-    debug_log_.Use(options.json ? stderr : stdout);
+    debug_log_.UseStandardError();
   } else {
-    if (options.debug_log == "-") {
-      debug_log_.Use(stdout);
-    } else {
-      debug_log_.Open(options.debug_log);
-    }
-    program_->flags.DebugLog = True;
+    debug_log_.Use(outputs.standard);
   }
+  debug_log_name_ = outputs.debug_log.IsOpen() ? outputs.debug_log.Name() : "The debug log";
+  if (!options.debug_log.empty()) program_->flags.DebugLog = True;
   debug_log_.Watch(program_->debug_window.DBGTXT);
 }
 
@@ -114,9 +115,10 @@ bool Session::Close() {
              ? "Nothing is lost: this was a dry run."
              : "Nothing is lost: the journal is left in place. Run the program again to finish."));
   }
-  if (!debug_log_.Finish()) {
+  if (const int code = debug_log_.Finish()) {
     good = false;
-    desktop_.Say("The debug log could not be written completely.");
+    desktop_.Say(debug_log_name_ +
+                 " could not be written completely: " + std::generic_category().message(code));
   }
   // Last: giving the terminal back waits for one that is halted.
   desktop_.Unbind();

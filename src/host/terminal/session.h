@@ -10,6 +10,7 @@
 #include "host/image/image_file.h"
 #include "host/terminal/debug_log.h"
 #include "host/terminal/options.h"
+#include "host/terminal/outputs.h"
 #include "host/terminal/results.h"
 #include "host/terminal/terminal_desktop.h"
 #include "host/terminal/terminal_platform.h"
@@ -19,9 +20,8 @@ namespace vornalux {
 // The volumes of one invocation under their drive letters, and the program that works on them.
 class Session {
  public:
-  // Opens the volumes; throws VolumeRefused, or std::system_error for the debug log. The desktop
-  // outlives the session.
-  Session(const Options& options, TerminalDesktop& desktop, Charset charset);
+  // Opens the volumes; throws VolumeRefused. Desktop and outputs outlive the session.
+  Session(const Options& options, TerminalDesktop& desktop, Charset charset, Outputs& outputs);
   ~Session();
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
@@ -42,7 +42,7 @@ class Session {
  private:
   std::int64_t ClusterBytes() const;  // of the volume at work; 0 for none
   void OpenVolumes(const Options& options);
-  void SetUpDebugLog(const Options& options);
+  void SetUpDebugLog(const Options& options, Outputs& outputs);
 
   TerminalDesktop& desktop_;
   std::vector<VolumeArgument> arguments_;  // of the volumes, in the same order
@@ -51,6 +51,7 @@ class Session {
   bool dry_run_;
   TerminalPlatform platform_;
   DebugLogFile debug_log_;
+  std::string debug_log_name_;
   std::unique_ptr<Program> program_;
 };
 

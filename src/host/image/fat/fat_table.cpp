@@ -25,9 +25,9 @@ std::uint32_t BadMark(FatType type) {
   return 0x0FFFFFF7;
 }
 
-[[noreturn]] void CannotRead(std::uint32_t copy, std::error_code error) {
+[[noreturn]] void CannotRead(std::uint32_t copy, std::uint64_t byte, std::error_code error) {
   throw VolumeRefused("File allocation table " + std::to_string(copy + 1) +
-                      " cannot be read: " + error.message());
+                      " cannot be read at byte " + std::to_string(byte) + ": " + error.message());
 }
 
 }  // namespace
@@ -37,7 +37,7 @@ FatTable::FatTable(BlockDevice& device, const FatGeometry& geometry)
       bad_(BadMark(geometry.type)),
       bytes_(geometry.EntryBytes(geometry.EndCluster())) {
   if (const std::error_code error = device.Read(geometry_.CopyOffset(0), bytes_)) {
-    CannotRead(geometry_.first_copy, error);
+    CannotRead(geometry_.first_copy, geometry_.CopyOffset(0), error);
   }
   for (std::uint32_t copy = 1; copy < geometry_.copies; ++copy) RequireEqual(device, copy);
 }
@@ -47,7 +47,7 @@ void FatTable::RequireEqual(BlockDevice& device, std::uint32_t copy) const {
   for (std::size_t at = 0; at < bytes_.size(); at += piece.size()) {
     piece.resize(std::min(kPiece, bytes_.size() - at));
     if (const std::error_code error = device.Read(geometry_.CopyOffset(copy) + at, piece)) {
-      CannotRead(copy, error);
+      CannotRead(copy, geometry_.CopyOffset(copy) + at, error);
     }
     const auto found =
         std::mismatch(piece.begin(), piece.end(), bytes_.begin() + static_cast<std::ptrdiff_t>(at));

@@ -65,7 +65,8 @@ void FatTreeReader::ReadFolder(std::uint32_t folder) {
     buffer_.resize(piece.length);
     if (const std::error_code error = device_.Read(piece.offset, buffer_)) {
       throw VolumeRefused("The folder " + Printable(tree_.Path(folder)) +
-                          " cannot be read: " + error.message());
+                          " cannot be read at byte " + std::to_string(piece.offset) + ": " +
+                          error.message());
     }
     for (std::size_t at = 0; at < buffer_.size(); at += fat_entry::kSize) {
       ReadEntry(folder, index++, RawEntry(&buffer_[at], fat_entry::kSize));

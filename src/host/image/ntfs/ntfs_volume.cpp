@@ -59,8 +59,12 @@ void NtfsVolume::Refuse(const std::string& reason, const std::string& remedy) co
   throw VolumeRefused(Name() + " " + reason + ". " + remedy);
 }
 
-void NtfsVolume::RefuseMount(int error) const {
+void NtfsVolume::RefuseMount(int error) {
   const std::string messages = TakeLibraryMessages();
+  if (const std::optional<std::uint64_t> byte = TakeReadFault()) {
+    Refuse("cannot be read at byte " + std::to_string(*byte) + " of it: the disk fails",
+           "Save what can be read before anything else.");
+  }
   const std::string details = messages.empty() ? "" : " (" + messages + ")";
   switch (error) {
     case EIO:
@@ -255,12 +259,12 @@ ErrorCode NtfsVolume::ListFolder(ItemId folder, std::vector<FolderItem>& out) {
   if (inode == nullptr) return Failure(LibraryError());
   // A folder that holds one of its own parents would be listed for ever.
   const auto parent = parents_.find(MREF(folder));
-  if (parent != parents_.end() && !HasNamesOnlyIn(inode, parent->second))
-    return error::kFileCorrupt;
+  if (parent != parents_.end() && !HasNamesOnlyIn(inode, parent->second)) return Failure(EIO);
 
-  if (const int error = ListIndex(inode, upcase_, out)) {
+  // Also a list that seems complete may lack what the library could not read.
+  if (const ErrorCode failure = Failure(ListIndex(inode, upcase_, out))) {
     out.clear();
-    return Failure(error);
+    return failure;
   }
   for (const FolderItem& item : out) {
     if (item.attributes & attribute::kDirectory) parents_[MREF(item.id)] = MREF(folder);
@@ -294,7 +298,7 @@ ErrorCode NtfsVolume::StreamNames(ItemId item, std::vector<std::string>& out) {
         reinterpret_cast<const std::uint8_t*>(record) + le16_to_cpu(record->name_offset));
     out.push_back(":" + ToWtf8(FromUnits(units, record->name_length)) + ":$DATA");
   }
-  return errno == ENOENT ? error::kSuccess : Failure(LibraryError());
+  return Failure(errno == ENOENT ? 0 : LibraryError());
 }
 
 ErrorCode NtfsVolume::Read(const StreamRef& stream, std::uint64_t offset,
@@ -312,7 +316,7 @@ ErrorCode NtfsVolume::Read(const StreamRef& stream, std::uint64_t offset,
     if (piece <= 0) return Failure(LibraryError());
     done += static_cast<std::size_t>(piece);
   }
-  return error::kSuccess;
+  return Failure(0);
 }
 
 ErrorCode NtfsVolume::Runs(const StreamRef& stream, std::vector<ClusterRun>& out) {

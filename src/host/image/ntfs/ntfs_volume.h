@@ -69,7 +69,7 @@ class NtfsVolume final : public ImageVolume {
   int LoadBitmap();
   std::string Name() const;
   [[noreturn]] void Refuse(const std::string& reason, const std::string& remedy) const;
-  [[noreturn]] void RefuseMount(int error) const;
+  [[noreturn]] void RefuseMount(int error);
 
   ErrorCode Verify(const StreamRef& stream, const MovePlan& plan, bool had_list);
   ErrorCode Find(const StreamRef& stream, Place& out);

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <sys/stat.h>
+
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace vornalux {
+
+// A path that must not be written to, or cannot be; what() names it and the option.
+class OutputRefused : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The same file or device, by whatever names.
+bool SameFile(const struct stat& a, const struct stat& b);
+
+// Writes all of it. 0, or the errno value of what went wrong.
+int WriteAll(int descriptor, std::string_view data);
+
+// A file that a command writes to when its volumes are in order again. It is opened long before, so
+// that a path that is no good costs nothing, and keeps what it holds until then.
+class OutputFile {
+ public:
+  OutputFile() = default;
+  // A file that was made for nothing goes away again.
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  // option is what messages call the file by, such as "--png". Throws OutputRefused for what cannot
+  // be opened, is in use, or is neither a file nor something that takes a stream of bytes.
+  void Open(const std::string& option, const std::string& path);
+
+  // Keeps other runs away. Throws OutputRefused when one is there.
+  void Lock() const;
+
+  bool IsOpen() const { return descriptor_ >= 0; }
+  int Descriptor() const { return descriptor_; }
+  const struct stat& Status() const { return status_; }
+  // "--png map.png"
+  const std::string& Name() const { return name_; }
+  [[noreturn]] void Refuse(const std::string& why) const;
+
+  // What an old file holds goes. 0 or an errno value.
+  int Start();
+  // To be called after Start(). 0 or an errno value.
+  int Append(std::string_view text);
+  // Makes this the whole content. 0 or an errno value.
+  int Replace(std::span<const char> content);
+
+ private:
+  void OpenDescriptor(const std::string& path);
+
+  std::string name_;
+  std::string created_;  // the path of a file that was not there before
+  int descriptor_ = -1;
+  struct stat status_ = {};
+  bool started_ = false;
+};
+
+}  // namespace vornalux

@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The real program on disks that cannot be read: it never takes what it could not see for what is
+// not there, and loses nothing.
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "mkvolume/maker.h"
+#include "support/image_folder.h"
+#include "support/intact.h"
+#include "support/seed.h"
+#include "support/setting.h"
+#include "volumes/program_process.h"
+
+namespace vornalux::test {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr std::uint64_t kRunsOfEachKind = 25;
+
+std::vector<std::int64_t> LcnsOf(const CheckedItem& item) {
+  std::vector<std::int64_t> lcns;
+  for (const CheckedExtent& extent : item.extents) lcns.push_back(extent.lcn);
+  return lcns;
+}
+
+// Where the first cluster lies, bytes.
+std::uint64_t FirstCluster(const Bytes& volume, const CheckReport& report) {
+  if (report.file_system == "NTFS") return 0;
+  const auto word = [&](std::size_t at) { return volume[at] | std::uint64_t{volume[at + 1]} << 8; };
+  return word(11) * (word(14) + volume[16] * word(22)) + word(17) * 32;
+}
+
+class ReadTest : public ImageFolder, public testing::WithParamInterface<const char*> {
+ protected:
+  ReadTest() {
+    recipe_ = GetParam() + (" seed=" + std::to_string(seed_));
+    manifest_ = MakeVolume(recipe_, Path("volume.img"));
+  }
+
+  ProgramEnd RunWith(const char* name, const std::string& value, const char* command) const {
+    std::filesystem::copy_file(Path("volume.img"), Path("work.img"),
+                               std::filesystem::copy_options::overwrite_existing);
+    const Setting preload("LD_PRELOAD", VORNALUX_READ_LIBRARY);
+    const Setting order("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0");
+    const Setting setting(name, value);
+    return RunProgram({command, Path("work.img"), "--quiet", "--json"});
+  }
+
+  // What a sound disk gives, and how often it is read for that.
+  std::uint64_t RunWhole(const char* command, Json& result) const {
+    const ProgramEnd end = RunWith("VORNALUX_COUNT_READS", Path("count"), command);
+    EXPECT_EQ(end.code, 0) << end.err;
+    result = Json::parse(end.out);
+    std::uint64_t reads = 0;
+    std::ifstream(Path("count")) >> reads;
+    return reads;
+  }
+
+  // Each way to fail with its number, spread over the run.
+  std::set<std::pair<std::string, std::uint64_t>> Failures(std::uint64_t reads) const {
+    std::set<std::pair<std::string, std::uint64_t>> failures;
+    Random random(seed_);
+    for (std::uint64_t i = 0; i < kRunsOfEachKind; ++i) {
+      const std::uint64_t from = 1 + i * reads / kRunsOfEachKind;
+      const std::uint64_t span = std::max<std::uint64_t>(reads / kRunsOfEachKind, 1);
+      for (const char* name : {"VORNALUX_FAIL_READ", "VORNALUX_FAIL_READS"}) {
+        failures.insert({name, std::min(reads, from + Below(random, span))});
+      }
+    }
+    return failures;
+  }
+
+  const std::uint64_t seed_ = TestSeed();
+  std::string recipe_;
+  Manifest manifest_;
+};
+
+TEST_P(ReadTest, NoSickDiskLooksHealthy) {
+  Json whole;
+  const std::uint64_t reads = RunWhole("analyze", whole);
+  ASSERT_GT(reads, 10U) << recipe_;
+  for (const auto& [name, number] : Failures(reads)) {
+    SCOPED_TRACE(recipe_ + ", " + name + " " + std::to_string(number) + ", " + SeedNote(seed_));
+    const ProgramEnd end = RunWith(name.c_str(), std::to_string(number), "analyze");
+    if (end.code == 0) {
+      EXPECT_EQ(Json::parse(end.out), whole);
+    } else {
+      EXPECT_TRUE(end.code == 1 || end.code == 3) << end.code;
+      EXPECT_NE(end.err, "");
+      EXPECT_TRUE(end.code == 3 || !Json::parse(end.out)["unreadable"].empty()) << end.out;
+    }
+    EXPECT_EQ(Get("work.img"), Get("volume.img"));
+    if (HasFailure()) return;
+  }
+}
+
+TEST_P(ReadTest, PassesKeepEveryFile) {
+  Json whole;
+  const std::uint64_t reads = RunWhole("optimize", whole);
+  for (const auto& [name, number] : Failures(reads)) {
+    SCOPED_TRACE(recipe_ + ", " + name + " " + std::to_string(number) + ", " + SeedNote(seed_));
+    const ProgramEnd end = RunWith(name.c_str(), std::to_string(number), "optimize");
+    EXPECT_TRUE(end.code == 0 || end.code == 1 || end.code == 3) << end.code;
+    EXPECT_EQ(end.err == "", end.code == 0) << end.err;
+    const ProgramEnd next = RunProgram({"analyze", Path("work.img"), "--quiet"});
+    EXPECT_EQ(next.code, 0) << next.err;
+    ExpectIntact(Path("work.img"), manifest_);
+    if (HasFailure()) return;
+  }
+}
+
+// The content of one file is lost: it stays in its place, is told, and all others are done.
+TEST_P(ReadTest, AFileThatCannotBeCopiedStaysAloneWhereItIs) {
+  Json whole;
+  RunWhole("defrag", whole);
+  const auto others = whole["after"]["fragmented"].get<int>();
+  const CheckReport report = CheckVolume(Path("volume.img"), {});
+  const std::uint64_t first = FirstCluster(Get("volume.img"), report);
+  int tried = 0;
+  for (const CheckedItem& item : report.items) {
+    if (item.is_folder || !item.stream.empty() || item.extents.size() < 2) continue;
+    if (++tried > 5) break;
+    SCOPED_TRACE(recipe_ + ", " + item.path + ", " + SeedNote(seed_));
+    const std::uint64_t bad =
+        first + static_cast<std::uint64_t>(item.extents[0].lcn) * report.cluster_size;
+    const ProgramEnd end = RunWith("VORNALUX_BAD_BYTES",
+                                   std::to_string(bad) + ":" + std::to_string(bad + 512), "defrag");
+    EXPECT_EQ(end.code, 1) << end.err;
+    const Json result = Json::parse(end.out);
+    ASSERT_EQ(result["unreadable"].size(), 1U) << end.out;
+    std::string path = "C:" + item.path;
+    std::replace(path.begin(), path.end(), '/', '\\');
+    EXPECT_EQ(result["unreadable"][0]["path"], path);
+    EXPECT_TRUE(std::any_of(result["not_moved"].begin(), result["not_moved"].end(),
+                            [&](const Json& stayed) { return stayed["path"] == path; }));
+    EXPECT_LE(result["after"]["fragmented"], others + 1);
+    const CheckReport after = CheckVolume(Path("work.img"), {});
+    EXPECT_EQ(LcnsOf(*after.Find(item.path)), LcnsOf(item));
+    ExpectIntact(Path("work.img"), manifest_);
+    if (HasFailure()) return;
+  }
+  EXPECT_GT(tried, 2);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Disks, ReadTest,
+    testing::Values("ntfs size=8M files=80 folders=12 fragmented=60% fragmented-folders=50% "
+                    "streams=20% windows=1 fill=50%",
+                    "fat16 size=8M files=80 folders=12 fragmented=60% fill=50%"),
+    [](const auto& param) {
+      const std::string recipe = param.param;
+      return recipe.substr(0, recipe.find(' '));
+    });
+
+}  // namespace
+}  // namespace vornalux::test
