@@ -58,6 +58,8 @@ class NtfsVolume final : public ImageVolume {
   void Mount();
   void LearnFacts();
   int LoadBitmap();
+  void CheckSoundness();
+  std::string Sentence(const std::string& reason, const std::string& remedy) const;
   [[noreturn]] void Refuse(const std::string& reason, const std::string& remedy) const;
   [[noreturn]] void RefuseMount(int error) const;
 
