@@ -196,7 +196,7 @@ Mutant NtfsMutants::Make(Random& random) const {
         const ByteSpan bits = editor.At(editor.Meta("/$Bitmap").extents[0].lcn);
         const std::size_t at = Below(random, static_cast<std::size_t>(report_.clusters) / 8);
         const std::uint8_t was = bits[at];
-        bits[at] = Below(random, 2) == 0 ? 0 : bits[at] & static_cast<std::uint8_t>(random());
+        bits[at] &= Below(random, 2) == 0 ? std::uint8_t{0} : static_cast<std::uint8_t>(random());
         mutant.what += "$Bitmap byte " + std::to_string(at) + " from " + std::to_string(was) +
                        " to " + std::to_string(bits[at]) + "; ";
       },
@@ -252,8 +252,8 @@ Mutant NtfsMutants::Make(Random& random) const {
         editor.Attribute(0, kBitmap, [&](ByteSpan a) { lcn = NtfsEditor::FirstLcn(a); });
         const ByteSpan bits = editor.At(lcn);
         const std::size_t bit = AnyOf(random, records_);
-        bits[bit / 8] =
-            Below(random, 2) == 0 ? 0 : bits[bit / 8] & static_cast<std::uint8_t>(~(1U << bit % 8));
+        bits[bit / 8] &=
+            Below(random, 2) == 0 ? std::uint8_t{0} : static_cast<std::uint8_t>(~(1U << bit % 8));
         mutant.what += "$MFT:$BITMAP at " + std::to_string(bit) + "; ";
       },
       [&] {

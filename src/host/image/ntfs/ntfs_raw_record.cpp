@@ -16,7 +16,8 @@ constexpr std::size_t kResidentHeader = 24;
 constexpr std::size_t kRunsHeader = 64;
 constexpr std::size_t kPackedRunsHeader = 72;  // with the size that holes and compression leave
 constexpr std::uint32_t kEndMark = 0xFFFFFFFF;
-constexpr std::uint16_t kCompressed = 0x00FF;
+constexpr std::uint16_t kCompressed = 0x0001;
+constexpr std::uint16_t kEncrypted = 0x4000;
 constexpr std::uint16_t kSparse = 0x8000;
 // Beyond any volume, and far from overflow when two are added.
 constexpr std::int64_t kVcnLimit = std::int64_t{1} << 52;
@@ -104,7 +105,10 @@ const char* AttributeParser::ParseNonResident(RawAttribute& attribute) {
   if (lowest >= kVcnLimit) return "an impossible first VCN";
   attribute.lowest_vcn = static_cast<std::int64_t>(lowest);
   const auto flags = LoadLittle<std::uint16_t>(raw_, 12);
-  const bool packed = attribute.lowest_vcn == 0 && (flags & (kCompressed | kSparse)) != 0;
+  // Of other ways to store data nobody knows what a move must keep.
+  if ((flags & ~(kCompressed | kEncrypted | kSparse)) != 0) return "stored in an unknown way";
+  const bool packed = attribute.lowest_vcn == 0 && (flags & (kCompressed | kSparse)) != 0 &&
+                      record_.number != raw::kBadClusterRecord;
   const std::size_t header = packed ? kPackedRunsHeader : kRunsHeader;
   const std::size_t at = LoadLittle<std::uint16_t>(raw_, 32);
   if (at < header || at >= raw_.size()) return "its runs leave it";

@@ -31,6 +31,10 @@ inline constexpr std::uint32_t kFileName = 0x30;
 inline constexpr std::uint32_t kData = 0x80;
 inline constexpr std::uint32_t kBitmap = 0xB0;
 
+// The clusters of bad sectors are the real runs in a hole as large as the volume, one whose sizes
+// and marks follow no rule.
+inline constexpr std::uint64_t kBadClusterRecord = 8;
+
 inline constexpr std::uint16_t kInUse = 1;  // flag of a record
 
 constexpr std::uint64_t RecordOf(std::uint64_t reference) { return reference & 0xFFFFFFFFFFFF; }

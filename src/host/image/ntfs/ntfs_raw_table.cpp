@@ -145,7 +145,7 @@ std::string RawFileTable::Add(const RawRecord& record, const RawAttribute& data)
   return EndOf(runs_) > geometry_.clusters ? "$MFT is larger than the volume" : "";
 }
 
-void RawFileTable::Each(const Visit& visit) {
+std::string RawFileTable::Each(const Visit& visit) {
   const std::size_t size = geometry_.record_size;
   const std::uint64_t at_a_time = std::max<std::uint64_t>(kPiece / size, 1);
   for (std::uint64_t first = 0; first < records_; first += at_a_time) {
@@ -155,11 +155,16 @@ void RawFileTable::Each(const Visit& visit) {
         static_cast<bool>(ReadStream(device_, geometry_, runs_, first * size, buffer_));
     for (std::uint64_t i = 0; i < count; ++i) {
       const auto record = std::span(buffer_).subspan(static_cast<std::size_t>(i) * size, size);
-      std::error_code error;
-      if (failed) error = ReadStream(device_, geometry_, runs_, (first + i) * size, record);
-      visit(first + i, record, error);
+      const std::uint64_t number = first + i;
+      if (failed) {
+        if (const auto error = ReadStream(device_, geometry_, runs_, number * size, record)) {
+          return "record " + std::to_string(number) + " cannot be read: " + error.message();
+        }
+      }
+      visit(number, record);
     }
   }
+  return {};
 }
 
 }  // namespace vornalux

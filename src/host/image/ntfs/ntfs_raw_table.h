@@ -45,9 +45,9 @@ class RawFileTable {
   std::uint64_t Records() const { return records_; }
 
   // Calls visit for each record with its number and its bytes as they are stored, which it may
-  // change, or with what kept them from being read.
-  using Visit = std::function<void(std::uint64_t, std::span<std::uint8_t>, std::error_code)>;
-  void Each(const Visit& visit);
+  // change. Ends at one that cannot be read (a failing disk takes its time for each) and names it.
+  using Visit = std::function<void(std::uint64_t, std::span<std::uint8_t>)>;
+  std::string Each(const Visit& visit);
 
  private:
   std::string LocateFrom(const RawRecord& first);

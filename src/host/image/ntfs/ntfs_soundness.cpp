@@ -68,7 +68,7 @@ class Judge {
   std::string Run();
 
  private:
-  void TakeRecord(std::uint64_t number, std::span<std::uint8_t> bytes, std::error_code error);
+  void TakeRecord(std::uint64_t number, std::span<std::uint8_t> bytes);
   void TakeParsed(const RawRecord& record);
   // Does every cluster of it belong to it alone?
   bool Claim(const RawRecord& record, const RawAttribute& attribute);
@@ -117,9 +117,9 @@ void Judge::Fault(const RawRecord& record, const RawAttribute& attribute, const 
 }
 
 std::string Judge::Run() {
-  table_.Each([this](std::uint64_t number, std::span<std::uint8_t> bytes, std::error_code error) {
-    TakeRecord(number, bytes, error);
-  });
+  const std::string unread = table_.Each(
+      [this](std::uint64_t number, std::span<std::uint8_t> bytes) { TakeRecord(number, bytes); });
+  if (!unread.empty()) return unread;
   spread_.Judge(device_, findings_);
   JudgeMetafiles();
   JudgeMirror();
@@ -127,11 +127,7 @@ std::string Judge::Run() {
   return findings_.Text();
 }
 
-void Judge::TakeRecord(std::uint64_t number, std::span<std::uint8_t> bytes, std::error_code error) {
-  if (error) {
-    findings_.Add("record " + std::to_string(number) + " cannot be read: " + error.message());
-    return;
-  }
+void Judge::TakeRecord(std::uint64_t number, std::span<std::uint8_t> bytes) {
   if (!IsFileRecord(bytes)) {
     other_records_.Set(number);
     return;
@@ -198,7 +194,7 @@ void Judge::JudgeLoneRecord(const RawRecord& record) {
     }
     if (each.resident) continue;
     if (each.lowest_vcn != 0) return Fault(record, each, "its first runs are missing");
-    if (IsBadClusterList(record.number, each.name)) continue;
+    if (record.number == raw::kBadClusterRecord) continue;
     const char* wrong =
         JudgeSizes(geometry_, each.allocated, each.size, each.initialized, each.end_vcn);
     if (wrong != nullptr) return Fault(record, each, wrong);

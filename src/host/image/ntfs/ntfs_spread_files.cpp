@@ -9,8 +9,6 @@
 namespace vornalux {
 namespace {
 
-constexpr std::uint64_t kBadClusterRecord = 8;
-
 // Entries of a type together and in order, those of a stream by VCN: so the library searches them.
 bool InOrder(const ListEntry& before, const ListEntry& entry) {
   if (before.type != entry.type) return before.type < entry.type;
@@ -47,12 +45,8 @@ std::string ShownStream(std::uint32_t type, std::span<const std::uint8_t> name) 
 const char* JudgeSizes(const NtfsGeometry& geometry, std::uint64_t allocated, std::uint64_t size,
                        std::uint64_t initialized, std::int64_t end) {
   if (geometry.ClustersOf(allocated) != end) return "its allocated size does not fit its runs";
-  if (size > allocated) return "its size does not fit its runs";
-  return initialized > size ? "more of it is initialized than there is" : nullptr;
-}
-
-bool IsBadClusterList(std::uint64_t record, std::span<const std::uint8_t> name) {
-  return record == kBadClusterRecord && !name.empty();
+  // Encrypted streams may be initialized a little past their end.
+  return std::max(size, initialized) > allocated ? "its size does not fit its runs" : nullptr;
 }
 
 void SpreadFiles::AddPieces(const RawRecord& record, File& file) {
@@ -178,7 +172,7 @@ std::string SpreadFiles::JudgeStream(std::uint64_t base, std::span<const Piece> 
     }
     end = piece.end_vcn;
   }
-  if (IsBadClusterList(base, head.name)) return {};
+  if (base == raw::kBadClusterRecord) return {};
   const char* wrong = JudgeSizes(geometry_, head.allocated, head.size, head.initialized, end);
   return wrong == nullptr ? "" : wrong;
 }

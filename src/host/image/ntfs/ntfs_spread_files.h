@@ -35,10 +35,6 @@ std::string ShownStream(std::uint32_t type, std::span<const std::uint8_t> name);
 const char* JudgeSizes(const NtfsGeometry& geometry, std::uint64_t allocated, std::uint64_t size,
                        std::uint64_t initialized, std::int64_t end);
 
-// The clusters of bad sectors are the real runs in a hole as large as the volume; its sizes follow
-// no rule.
-bool IsBadClusterList(std::uint64_t record, std::span<const std::uint8_t> name);
-
 // Files whose attributes do not all stand in one record: are the attribute list and the records of
 // one mind, and do the pieces of each stream follow each other?
 class SpreadFiles {
