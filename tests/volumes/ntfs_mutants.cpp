@@ -141,6 +141,7 @@ NtfsMutants::NtfsMutants(Bytes sound)
       Learn(editor, n);
     }
   }
+  editor.Attribute(0, kBitmap, [&](ByteSpan a) { table_bitmap_ = NtfsEditor::FirstLcn(a); });
   for (std::size_t at = 0; at + kBlock <= sound_.size(); at += 512) {
     if (std::memcmp(&sound_[at], "INDX", 4) == 0) blocks_.push_back(at);
   }
@@ -173,6 +174,8 @@ Mutant NtfsMutants::Make(Random& random) const {
   NtfsEditor editor(sound_, report_);
   Mutant mutant;
   const auto record = [&](std::uint64_t number, const std::function<std::string(ByteSpan)>& edit) {
+    // The record may have been changed before.
+    if (Get(editor.RawRecord(number), 4, 2) > 64) return;
     editor.Record(number, [&](ByteSpan bytes) {
       mutant.what += "record " + std::to_string(number) + ", " + edit(bytes) + "; ";
     });
@@ -181,7 +184,6 @@ Mutant NtfsMutants::Make(Random& random) const {
                              const std::function<std::string(ByteSpan)>& edit) {
     const Spot& spot = AnyOf(random, spots);
     record(spot.record, [&](ByteSpan bytes) {
-      // The record may have been changed before.
       if (spot.at + 24 > bytes.size()) return std::string("nothing");
       const std::size_t length = Get(bytes, spot.at + 4, 4);
       if (length < 24 || length > bytes.size() - spot.at) return std::string("nothing");
@@ -248,9 +250,7 @@ Mutant NtfsMutants::Make(Random& random) const {
         });
       },
       [&] {
-        std::int64_t lcn = 0;
-        editor.Attribute(0, kBitmap, [&](ByteSpan a) { lcn = NtfsEditor::FirstLcn(a); });
-        const ByteSpan bits = editor.At(lcn);
+        const ByteSpan bits = editor.At(table_bitmap_);
         const std::size_t bit = AnyOf(random, records_);
         bits[bit / 8] &=
             Below(random, 2) == 0 ? std::uint8_t{0} : static_cast<std::uint8_t>(~(1U << bit % 8));

@@ -29,7 +29,6 @@ class NtfsMutants {
     std::uint64_t record = 0;
     std::size_t at = 0;
   };
-  struct Edit;
 
   void Learn(NtfsEditor& editor, std::uint64_t number);
 
@@ -41,6 +40,7 @@ class NtfsMutants {
   std::vector<Spot> lists_;          // attribute lists
   std::vector<Spot> roots_;          // of indexes
   std::vector<std::size_t> blocks_;  // of indexes, bytes
+  std::int64_t table_bitmap_ = 0;    // where the bitmap of $MFT lies
   std::vector<std::int64_t> owned_;  // clusters
 };
 
