@@ -55,7 +55,6 @@ class NtfsOpening : public ImageFolder {
   void MakeEmpty() const { Put("v.img", MakeNtfs("ntfs size=8M cluster=4096 files=0 folders=0")); }
 
   std::unique_ptr<MountedVolume> Open(bool writable, bool allow_dirty = false) const {
-    const MayLeak may_leak;
     OpenReport report;
     OpenOptions options;
     options.writable = writable;

@@ -27,21 +27,24 @@ std::error_code ReadStream(BlockDevice& device, const NtfsGeometry& geometry,
                            std::span<const ClusterRun> runs, std::uint64_t offset,
                            std::span<std::uint8_t> out) {
   const std::uint64_t cluster = geometry.cluster_size;
+  auto vcn = static_cast<std::int64_t>(offset / cluster);
+  std::uint64_t skipped = offset % cluster;
   auto run = std::partition_point(runs.begin(), runs.end(), [&](const ClusterRun& each) {
-    return static_cast<std::uint64_t>(each.vcn + each.count) * cluster <= offset;
+    return each.vcn + each.count <= vcn;
   });
   for (; !out.empty(); ++run) {
-    if (run == runs.end() || run->lcn < 0) {
+    if (run == runs.end() || run->lcn < 0 || run->vcn > vcn) {
       return std::make_error_code(std::errc::invalid_argument);
     }
-    const std::uint64_t skipped = offset - static_cast<std::uint64_t>(run->vcn) * cluster;
+    skipped += static_cast<std::uint64_t>(vcn - run->vcn) * cluster;
     const std::uint64_t length = std::min<std::uint64_t>(
         out.size(), static_cast<std::uint64_t>(run->count) * cluster - skipped);
     const auto piece = out.first(static_cast<std::size_t>(length));
     const std::uint64_t place = static_cast<std::uint64_t>(run->lcn) * cluster + skipped;
     if (const std::error_code error = device.Read(place, piece)) return error;
     out = out.subspan(piece.size());
-    offset += length;
+    vcn = run->vcn + run->count;
+    skipped = 0;
   }
   return {};
 }
