@@ -27,6 +27,12 @@ std::uint64_t Wrong(Random& random, std::uint64_t right, std::size_t width) {
   return choices[Below(random, std::size(choices))];
 }
 
+// Of a bitmap: nothing in use, a bit less or more, anything.
+std::uint8_t AnyByte(Random& random, std::uint8_t was) {
+  const std::uint64_t choices[] = {0, was ^ 1U << Below(random, 8), random()};
+  return static_cast<std::uint8_t>(choices[Below(random, std::size(choices))]);
+}
+
 // One of the fields, as offset and width.
 std::string Bend(Random& random, ByteSpan bytes,
                  const std::vector<std::pair<std::size_t, std::size_t>>& fields) {
@@ -198,7 +204,7 @@ Mutant NtfsMutants::Make(Random& random) const {
         const ByteSpan bits = editor.At(editor.Meta("/$Bitmap").extents[0].lcn);
         const std::size_t at = Below(random, static_cast<std::size_t>(report_.clusters) / 8);
         const std::uint8_t was = bits[at];
-        bits[at] &= Below(random, 2) == 0 ? std::uint8_t{0} : static_cast<std::uint8_t>(random());
+        bits[at] = AnyByte(random, was);
         mutant.what += "$Bitmap byte " + std::to_string(at) + " from " + std::to_string(was) +
                        " to " + std::to_string(bits[at]) + "; ";
       },
@@ -251,10 +257,13 @@ Mutant NtfsMutants::Make(Random& random) const {
       },
       [&] {
         const ByteSpan bits = editor.At(table_bitmap_);
-        const std::size_t bit = AnyOf(random, records_);
-        bits[bit / 8] &=
-            Below(random, 2) == 0 ? std::uint8_t{0} : static_cast<std::uint8_t>(~(1U << bit % 8));
-        mutant.what += "$MFT:$BITMAP at " + std::to_string(bit) + "; ";
+        // Past the last record, too.
+        const std::size_t bit =
+            AnyOf(random, records_) + Below(random, 10) / 9 * Below(random, 512);
+        const std::uint8_t was = bits[bit / 8];
+        bits[bit / 8] = AnyByte(random, was);
+        mutant.what += "$MFT:$BITMAP at " + std::to_string(bit) + " from " + std::to_string(was) +
+                       " to " + std::to_string(bits[bit / 8]) + "; ";
       },
       [&] {
         const ByteSpan mirror = editor.At(editor.Meta("/$MFTMirr").extents[0].lcn);
@@ -280,6 +289,20 @@ Mutant NtfsMutants::Make(Random& random) const {
                            BendIndex(random, block.subspan(24)) + "; ";
           });
         }
+      },
+      [&] {
+        record(AnyOf(random, records_), [&](ByteSpan bytes) {
+          const std::size_t used = std::clamp<std::size_t>(Get(bytes, 24, 4), 64, bytes.size());
+          return Bend(random, bytes, {{48 + Below(random, used - 48), 1 + Below(random, 8)}});
+        });
+      },
+      [&] {
+        const CheckedItem& item = AnyOf(random, report_.metafiles);
+        if (item.extents.empty() || item.extents[0].lcn < 0) return;
+        const CheckedExtent& extent = AnyOf(random, item.extents);
+        const std::uint64_t at =
+            Below(random, static_cast<std::uint64_t>(extent.count) * editor.Cluster());
+        mutant.what += item.path + ", " + Bend(random, editor.At(extent.lcn), {{at, 1}}) + "; ";
       },
       [&] {
         mutant.what += "boot sector, " +

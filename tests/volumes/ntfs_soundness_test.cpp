@@ -217,6 +217,15 @@ const Fault kFaults[] = {
      "is no file record"},
     {"record marked free", [](NtfsEditor& e) { FlipRecordBit(e, e.Whole(0).id); },
      "marked free in $MFT's $BITMAP"},
+    {"$MFT cut short",
+     [](NtfsEditor& e) {
+       const std::uint64_t size = 1024 * (e.Whole(0).id - 1);
+       e.Attribute(0, kData, [&](ByteSpan a) {
+         Put(a, 48, 8, size);
+         Put(a, 56, 8, size);
+       });
+     },
+     "holds a file past the end of $MFT"},
     {"extension marked free", [](NtfsEditor& e) { FlipRecordBit(e, LaterRecord(e)); },
      "marked free in $MFT's $BITMAP"},
     {"extension freed",

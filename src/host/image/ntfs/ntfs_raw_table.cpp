@@ -148,6 +148,12 @@ std::string RawFileTable::Add(const RawRecord& record, const RawAttribute& data)
   return EndOf(runs_) > geometry_.clusters ? "$MFT is larger than the volume" : "";
 }
 
+bool RawFileTable::HasFilePastEnd(std::uint64_t number) {
+  buffer_.resize(geometry_.record_size);
+  return !ReadStream(device_, geometry_, runs_, number * geometry_.record_size, buffer_) &&
+         IsFileRecord(buffer_) && InUse(buffer_);
+}
+
 std::string RawFileTable::Each(const Visit& visit) {
   const std::size_t size = geometry_.record_size;
   const std::uint64_t at_a_time = std::max<std::uint64_t>(kPiece / size, 1);

@@ -44,6 +44,9 @@ class RawFileTable {
 
   std::uint64_t Records() const { return records_; }
 
+  // Does the file table hold a file past its last record, where there should be none?
+  bool HasFilePastEnd(std::uint64_t number);
+
   // Calls visit for each record with its number and its bytes as they are stored, which it may
   // change. Ends at one that cannot be read (a failing disk takes its time for each) and names it.
   using Visit = std::function<void(std::uint64_t, std::span<std::uint8_t>)>;

@@ -78,6 +78,7 @@ class Judge {
   void JudgeMetafiles();
   void JudgeMirror();
   void JudgeTableBitmap();
+  void JudgeMark(std::uint64_t number, bool marked);
 
   void Fault(const RawRecord& record, const RawAttribute& attribute, const std::string& what);
 
@@ -259,32 +260,37 @@ void Judge::JudgeMirror() {
   }
 }
 
-// The library takes records for file data's runs from what this bitmap says is free.
+// The library takes records for more runs from what this bitmap says is free.
 void Judge::JudgeTableBitmap() {
   std::ranges::sort(table_bitmap_.runs, {}, &ClusterRun::vcn);
+  const std::uint64_t needed = (table_.Records() + 7) / 8;
+  if (table_bitmap_.size < needed) return findings_.Add("$MFT's $BITMAP is too short");
+  // A bitmap for more records than the volume has room for says nothing about them.
+  const std::uint64_t most = static_cast<std::uint64_t>(geometry_.clusters) *
+                             geometry_.cluster_size / geometry_.record_size / 8;
+  const std::uint64_t size = std::max(needed, std::min(table_bitmap_.size, most));
   std::vector<std::uint8_t> bytes;
-  constexpr std::uint64_t kRecordsAtATime = std::uint64_t{8} << 16;
-  for (std::uint64_t first = 0; first < table_.Records(); first += kRecordsAtATime) {
-    const std::uint64_t count = std::min(kRecordsAtATime, table_.Records() - first);
-    const std::uint64_t length = (count + 7) / 8;
-    bytes.assign(static_cast<std::size_t>(length), 0);
-    if (first / 8 + length > table_bitmap_.size)
-      return findings_.Add("$MFT's $BITMAP is too short");
-    if (const auto error = table_bitmap_.Read(device_, geometry_, first / 8, bytes)) {
+  for (std::uint64_t at = 0; at < size; at += bytes.size()) {
+    bytes.resize(static_cast<std::size_t>(std::min<std::uint64_t>(size - at, 1U << 16)));
+    if (const auto error = table_bitmap_.Read(device_, geometry_, at, bytes)) {
       return findings_.Add("$MFT's $BITMAP cannot be read: " + error.message());
     }
-    for (std::uint64_t i = 0; i < count; ++i) {
-      const std::uint64_t number = first + i;
-      const bool marked = bytes[static_cast<std::size_t>(i / 8)] >> (i % 8) & 1;
-      if (used_records_.Has(number) && !marked) {
-        findings_.Add("record " + std::to_string(number) +
-                      " is in use, but marked free in $MFT's $BITMAP");
-      } else if (other_records_.Has(number) && marked && number >= kFirstUserRecord) {
-        findings_.Add("record " + std::to_string(number) +
-                      " is marked in use, but is no file record");
-      }
+    for (std::uint64_t i = 0; i < bytes.size() * 8; ++i) {
+      JudgeMark(at * 8 + i, bytes[static_cast<std::size_t>(i / 8)] >> (i % 8) & 1);
     }
   }
+}
+
+void Judge::JudgeMark(std::uint64_t number, bool marked) {
+  const char* wrong = nullptr;
+  if (number >= table_.Records()) {
+    if (marked && table_.HasFilePastEnd(number)) wrong = "holds a file past the end of $MFT";
+  } else if (!marked && used_records_.Has(number)) {
+    wrong = "is in use, but marked free in $MFT's $BITMAP";
+  } else if (marked && other_records_.Has(number) && number >= kFirstUserRecord) {
+    wrong = "is marked in use, but is no file record";
+  }
+  if (wrong != nullptr) findings_.Add("record " + std::to_string(number) + " " + wrong);
 }
 
 }  // namespace

@@ -91,7 +91,7 @@ std::string SpreadFiles::JudgeFile(std::uint64_t base, File& file, BlockDevice& 
   for (const Extension& each : file.extensions) {
     if (!file.has_base || each.base_sequence != file.sequence) {
       return "record " + std::to_string(each.record) + " says that it continues this one, which " +
-             (file.has_base ? "has another sequence number" : "has no attribute list");
+             (file.has_base ? "has another sequence number" : "is no file of several");
     }
   }
   // Lists that share clusters would be read over and over; the sharing is told elsewhere.
