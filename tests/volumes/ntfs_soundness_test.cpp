@@ -246,6 +246,9 @@ const Fault kFaults[] = {
     {"list cut short",
      [](NtfsEditor& e) { e.Attribute(Shredded(e), kList, Plus(48, 8, ~std::uint64_t{31})); },
      "leaves out $DATA"},
+    {"last VCN left out where more follow",
+     [](NtfsEditor& e) { e.Attribute(Shredded(e), kData, [](ByteSpan a) { Put(a, 24, 8, 0); }); },
+     "last VCN"},
     {"endless list",
      [](NtfsEditor& e) {
        e.Attribute(Shredded(e), kList, [](ByteSpan a) { Put(a, 48, 8, 0x7FFFFFFFFFFF); });

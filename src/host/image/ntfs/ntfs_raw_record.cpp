@@ -122,7 +122,8 @@ const char* AttributeParser::ParseNonResident(RawAttribute& attribute) {
   }
   // Old drivers leave 0 in the only piece of an attribute; its sizes tell the end as well.
   const auto highest = LoadLittle<std::uint64_t>(raw_, 24);
-  const bool left_out = highest == 0 && attribute.lowest_vcn == 0;
+  const bool left_out = highest == 0 && attribute.lowest_vcn == 0 &&
+                        geometry_.ClustersOf(attribute.allocated) == attribute.end_vcn;
   if (!left_out && highest + 1 != static_cast<std::uint64_t>(attribute.end_vcn)) {
     return "its runs do not end at its last VCN";
   }
