@@ -41,7 +41,10 @@ class FoldersOnly final : public MountedVolume {
   ErrorCode Read(const StreamRef&, std::uint64_t, std::span<std::uint8_t>, std::size_t&) override {
     return 0;
   }
-  ErrorCode Move(const StreamRef&, std::int64_t, std::int64_t, std::int64_t) override { return 0; }
+  ErrorCode Move(const StreamRef&, std::int64_t, std::int64_t, std::int64_t,
+                 const MoveCheckpoint&) override {
+    return 0;
+  }
   ErrorCode Commit() override { return 0; }
   ErrorCode Close() override { return 0; }
   bool Dirty() const override { return false; }

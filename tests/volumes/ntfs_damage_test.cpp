@@ -83,7 +83,7 @@ TEST(NtfsDamage, NoDamageCrashes) {
       Damage(bytes, structures[random() % structures.size()], random);
     }
     try {
-      MemoryVolume volume(bytes);
+      MemoryVolume volume(bytes, true);
       ++opened;
       Exercise(*volume, bytes, random);
     } catch (const VolumeRefused&) {
@@ -135,7 +135,8 @@ TEST(NtfsDamage, RecordsOfAnotherFileAreNotTakenForOwn) {
   constexpr std::uint64_t kNumber = 0xFFFFFFFFFFFF;
   const std::uint64_t stolen = Get(editor.LaterDataEntry(thief.item & kNumber), 16, 6);
   editor.Record(stolen, [&](ByteSpan record) { Put(record, 0x20, 8, owner.item); });
-  MemoryVolume volume(editor.bytes);
+  EXPECT_THROW(MemoryVolume{editor.bytes}, VolumeRefused);
+  MemoryVolume volume(editor.bytes, true);
   std::vector<Extent> extents;
   EXPECT_EQ(volume->Extents(owner, extents), error::kSuccess);
   EXPECT_EQ(extents.size(), 600U);

@@ -114,11 +114,12 @@ std::int64_t FreeRun(const MountedVolume& volume, std::int64_t lcn, std::int64_t
                             lcn);
 }
 
-MemoryVolume::MemoryVolume(Bytes content)
+MemoryVolume::MemoryVolume(Bytes content, bool dry)
     : device_(std::move(content)), failing_(device_, FailingDevice::kReads) {
   VolumeStore store;
   store.device = std::make_unique<BorrowedDevice>(failing_);
   store.journal_home = std::make_unique<MemoryJournalHome>(journal_);
+  store.only_looking = dry;
   const MayLeak may_leak;
   volume_ = OpenNtfsVolume(std::move(store));
 }

@@ -48,7 +48,8 @@ std::int64_t FreeRun(const MountedVolume& volume, std::int64_t lcn, std::int64_t
 // A volume in memory, where flushing costs nothing.
 class MemoryVolume {
  public:
-  explicit MemoryVolume(Bytes content);
+  // dry: as for a dry run, which works on a volume, in memory, that a pass would refuse.
+  explicit MemoryVolume(Bytes content, bool dry = false);
 
   ImageVolume& operator*() { return *volume_; }
   ImageVolume* operator->() { return volume_.get(); }

@@ -21,7 +21,6 @@ class NtfsOpening : public ImageFolder {
   NtfsOpening() { Put("v.img", MakeStrange(4096, "size=8M files=40 folders=2", 8)); }
 
   std::unique_ptr<MountedVolume> Open(bool writable) {
-    const MayLeak may_leak;
     OpenOptions options;
     options.writable = writable;
     return OpenImage(Path("v.img"), options, report_);

@@ -9,6 +9,7 @@
 #include "host/image/little_endian.h"
 #include "host/image/ntfs/ntfs_folder.h"
 #include "host/image/ntfs/ntfs_runs.h"
+#include "host/image/ntfs/ntfs_soundness.h"
 #include "host/image/refused.h"
 #include "host/image/unclean_text.h"
 #include "host/mounted/wtf8.h"
@@ -44,6 +45,7 @@ NtfsVolume::NtfsVolume(VolumeStore store, Opening opening)
   SetClusters(mount_->Volume()->nr_clusters, mount_->Volume()->cluster_size, 0);
   if (const int error = LoadBitmap()) RefuseMount(error);
   PinSnapshotFiles();
+  CheckSoundness();
 }
 
 NtfsVolume::~NtfsVolume() { Close(); }
@@ -211,6 +213,22 @@ int NtfsVolume::LoadBitmap() {
   }
   device_.WatchBitmap(std::move(pieces), &Clusters());
   return 0;
+}
+
+// A volume that a pass is refused anyway is not judged, nor one whose interrupted run is only
+// ended: it is opened anew afterwards.
+void NtfsVolume::CheckSoundness() {
+  if (opening_.recovering || dirty_ || unclean_) return;
+  const ntfs_volume* volume = mount_->Volume();
+  const NtfsGeometry geometry{.cluster_size = volume->cluster_size,
+                              .clusters = volume->nr_clusters,
+                              .record_size = volume->mft_record_size,
+                              .mft_lcn = volume->mft_lcn,
+                              .mirror_lcn = volume->mftmirr_lcn};
+  const std::string wrong = FindUnsoundness(Device(), geometry, Clusters());
+  if (!wrong.empty()) {
+    Object(Name() + " is not sound: " + wrong + ". Let Windows check it: chkdsk /f.");
+  }
 }
 
 std::optional<NtfsVolumeData> NtfsVolume::NtfsData() const { return zone_; }

@@ -68,6 +68,7 @@ class NtfsVolume final : public ImageVolume {
   void LearnFacts();
   int LoadBitmap();
   std::string Name() const;
+  void CheckSoundness();
   [[noreturn]] void Refuse(const std::string& reason, const std::string& remedy) const;
   [[noreturn]] void RefuseMount(int error);
 

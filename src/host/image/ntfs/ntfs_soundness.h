@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <string>
+
+#include "host/image/allocation_map.h"
+#include "host/image/block_device.h"
+#include "host/image/ntfs/ntfs_raw_record.h"
+
+namespace vornalux {
+
+// Proves what moving relies on, by reading every file record: each cluster of each stream is that
+// stream's alone and marked in use, records and attribute lists fit each other, no record in use
+// can be handed out again, $MFTMirr is a copy. Says what is wrong ("record 35: ..., and 3 more"),
+// nothing when all is well. Clusters and records that are in use for nobody are no fault.
+//
+// in_use: $Bitmap. Takes one bit for each cluster of memory, and what files of several records
+// need.
+std::string FindUnsoundness(BlockDevice& device, const NtfsGeometry& geometry,
+                            const AllocationMap& in_use);
+
+}  // namespace vornalux
