@@ -47,6 +47,7 @@ TEST(TerminalOptions, RefusesWhatMakesNoSense) {
       {"analyze", "a.img", "--json", "--debug-log", "-"},
       {"analyze", "a.img", "--seed", "x"},
       {"analyze", "a.img", "--seed", "-1"},
+      {"analyze", "a.img", "--drop-restore-points"},
       {"defrag", "a.img", "--list"},
       {"job", "--volume", "C=a.img"},
       {"job", "--", "/drv C: /d"},

@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <random>
 
 #include "mkvolume/maker.h"
@@ -95,14 +96,15 @@ TEST_F(SaveJob, AnyNamePathAndJobLineComesBack) {
 TEST_F(SaveJob, WhatIsSavedRuns) {
   MakeVolume("fat16 size=16M files=40 fragmented=60% seed=1", Path("disk.img"));
   const Bytes before = Get("disk.img");
-  const ProgramEnd end =
-      Save("job", "/drv C: /d /low", "disk.img",
-           {"--exclude", "-*.a; *.b", "--windows-dir", "", "--seed", "7", "--vss-safe", "--quiet",
-            "--json", "--offset", "0", "--debug-log", Path("log"), "--dry-run"});
+  const ProgramEnd end = Save("job", "/drv C: /d /low", "disk.img",
+                              {"--exclude", "-*.a; *.b", "--windows-dir", "", "--seed", "7",
+                               "--vss-safe", "--quiet", "--drop-restore-points", "--json",
+                               "--offset", "0", "--debug-log", Path("log"), "--dry-run"});
   ASSERT_EQ(end.code, 0) << end.err;
   EXPECT_EQ(Get("disk.img"), before);
   const std::string file = Path("home/Desktop/job.desktop");
   const Arguments command = Started(file);
+  EXPECT_EQ(std::count(command.begin(), command.end(), "--drop-restore-points"), 1);
   const ProgramEnd run = RunProgram({command.begin() + 1, command.end()});
   EXPECT_EQ(run.code, 0) << run.err;
   EXPECT_NE(run.out.find("\"dry_run\": true"), std::string::npos) << run.out;

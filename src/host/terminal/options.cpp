@@ -32,8 +32,8 @@ What follows "--" is the job line: one argument as it stands, several joined by 
   /drv C:        the volume            /dir "C:\dir"  this folder and below
   /d /o /c       defrag, optimize, compact
   /low /normal /high                   priority
-  /dbg /min /close /down /vssafe       as in a shortcut; /vssafe keeps moves aligned, but no
-                                       restore point survives a move from here
+  /dbg /min /close /down /vssafe       as in a shortcut; /vssafe keeps moves aligned, but
+                                       outside Windows no restore point survives a move
 Examples:
   vornalux job --volume C=disk.img -- /drv C: /d /low
   vornalux job --volume C=disk.img --save-job "Nightly defrag" -- /drv C: /d /low)";
@@ -115,8 +115,9 @@ void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
                      "Extensions that Defrag leaves alone: '*.iso; *.vhd'");
   command.add_option("--windows-dir", raw.windows_folder,
                      "The Windows folder (default: C:\\Windows where there is one; '' for none)");
-  command.add_flag("--vss-safe", options.vss_safe,
-                   "Keep moves aligned as on Windows; no restore point survives a move from here");
+  command.add_flag(
+      "--vss-safe", options.vss_safe,
+      "Keep moves aligned, as on Windows; outside it no restore point survives a move");
   command
       .add_option("--debug-log", options.debug_log, "Write the debug log to FILE, or - for here")
       ->type_name("FILE")

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/image/ntfs/ntfs_volume.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -29,6 +30,13 @@ std::string Label(const NtfsMount& mount) {
       reinterpret_cast<const std::uint8_t*>(record) + le16_to_cpu(record->value_offset);
   return ToWtf8(FromUnits(reinterpret_cast<const ntfschar*>(value),
                           le32_to_cpu(record->value_length) / sizeof(ntfschar)));
+}
+
+// What the library had to say, as a part of a line; empty when nothing.
+std::string LibraryDetails() {
+  std::string messages = TakeLibraryMessages();
+  std::replace(messages.begin(), messages.end(), '\n', ' ');
+  return messages.empty() ? "" : " (" + messages + ")";
 }
 
 bool IsFolder(const ntfs_inode* inode) { return inode->mrec->flags & MFT_RECORD_IS_DIRECTORY; }
@@ -62,12 +70,11 @@ void NtfsVolume::Refuse(const std::string& reason, const std::string& remedy) co
 }
 
 void NtfsVolume::RefuseMount(int error) {
-  const std::string messages = TakeLibraryMessages();
   if (const std::optional<std::uint64_t> byte = TakeReadFault()) {
     Refuse("cannot be read at byte " + std::to_string(*byte) + " of it: the disk fails",
            "Save what can be read before anything else.");
   }
-  const std::string details = messages.empty() ? "" : " (" + messages + ")";
+  const std::string details = LibraryDetails();
   switch (error) {
     case EIO:
     case EINVAL:
@@ -120,8 +127,8 @@ void NtfsVolume::MountForLooking(int error) {
       Object(UncleanText(Name(), "has unfinished changes in its log file", true));
       break;
     case EROFS:
-      Object(Name() + " needs a repair before it can be worked on (" + TakeLibraryMessages() +
-             "). Mount it once for writing, with Windows or ntfs-3g.");
+      Object(Name() + " needs a repair before it can be worked on" + LibraryDetails() +
+             ". Mount it once for writing, with Windows or ntfs-3g.");
       break;
     default:
       RefuseMount(error);
