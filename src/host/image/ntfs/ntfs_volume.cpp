@@ -171,10 +171,10 @@ int NtfsVolume::LoadBitmap() {
   return 0;
 }
 
-// A volume that a pass is refused anyway is not judged, nor one whose interrupted run is only
-// ended: it is opened anew afterwards.
+// One marked dirty is refused to passes anyway, and often is not sound. One whose interrupted run
+// is only ended is opened anew afterwards.
 void NtfsVolume::CheckSoundness() {
-  if (opening_.recovering || dirty_ || !Objections().empty()) return;
+  if (opening_.recovering || dirty_) return;
   const ntfs_volume* volume = mount_->Volume();
   const NtfsGeometry geometry{.cluster_size = volume->cluster_size,
                               .clusters = volume->nr_clusters,
