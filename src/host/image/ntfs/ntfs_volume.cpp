@@ -222,8 +222,8 @@ int NtfsVolume::LoadBitmap() {
   return 0;
 }
 
-// A volume that a pass is refused anyway is not judged, nor one whose interrupted run is only
-// ended: it is opened anew afterwards.
+// One marked dirty is refused to passes anyway, and often is not sound. One whose interrupted run
+// is only ended is opened anew afterwards.
 void NtfsVolume::CheckSoundness() {
   if (opening_.recovering || dirty_ || unclean_) return;
   const ntfs_volume* volume = mount_->Volume();
