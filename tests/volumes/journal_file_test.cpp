@@ -4,7 +4,10 @@
 
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include "host/image/drive/device_identity.h"
 #include "host/image/image_file.h"
@@ -12,6 +15,18 @@
 #include "host/image/little_endian.h"
 #include "support/image_folder.h"
 #include "support/loop_device.h"
+
+namespace {
+int interruptions = 0;  // of calls to come
+}
+
+// In place of the C library's, for this whole program.
+extern "C" int fsync(int file) {
+  if (interruptions == 0) return static_cast<int>(::syscall(SYS_fsync, file));
+  --interruptions;
+  errno = EINTR;
+  return -1;
+}
 
 namespace vornalux::test {
 namespace {
@@ -89,6 +104,10 @@ TEST_F(JournalFileTest, IsThereBeforeTheRunOrThereIsNone) {
   EXPECT_EQ(Objection(Path(longest)), "");
   EXPECT_EQ(Refusal(Path("image")), "");
   EXPECT_FALSE(fs::exists(Path("image.vornalux-journal"))) << "a run that moves nothing";
+
+  interruptions = 2;
+  EXPECT_EQ(FileJournalHome(Path("interrupted")).Make(1000), "");
+  EXPECT_EQ(interruptions, 0) << "asked again";
 
   fs::create_directory(Path("full"));
   if (::mount("none", Path("full").c_str(), "tmpfs", 0, "size=2M") != 0) return;
@@ -195,15 +214,17 @@ TEST_F(JournalFileTest, OfAPartitionIsOne) {
   StoreLittle<std::uint16_t>(disk, 510, 0xAA55);
   Put("disk", disk);
   const LoopDevice device(Path("disk"), "-P");
-  if (!fs::is_block_file(device.Node() + "p1")) GTEST_SKIP() << "no partitions of loop devices";
+  if (device.Node().empty()) GTEST_SKIP() << "no loop devices here";
   OpenOptions options;
   options.partition = 1;
   const ImageSource by_number = LocateVolume(device.Node(), options, false);
+  const std::string& identity = by_number.identity.device;
+  EXPECT_NE(identity.find("cafe0001-01"), std::string::npos) << identity;
+  // Not every kernel makes nodes for the partitions of such devices.
+  if (!fs::is_block_file(device.Node() + "p1")) return;
   const ImageSource by_node = LocateVolume(device.Node() + "p1", {}, false);
   EXPECT_EQ(by_number.journal_path, by_node.journal_path);
   EXPECT_TRUE(by_number.identity == by_node.identity);
-  EXPECT_NE(by_node.identity.device.find("cafe0001-01"), std::string::npos)
-      << by_node.identity.device;
 }
 
 }  // namespace
