@@ -47,7 +47,7 @@ void MoveAbout(ImageVolume& volume, Random& random, int count) {
     const ErrorCode code = volume.Move(stream, static_cast<std::int64_t>(Below(random, end)), to,
                                        1 + static_cast<std::int64_t>(Below(random, end)));
     if (code == error::kSuccess) left.push_back(extents.front().Lcn);
-    if (Below(random, 60) == 0) {
+    if (Below(random, 30) == 0) {
       ASSERT_EQ(volume.Commit(), error::kSuccess);
     }
   }
@@ -103,7 +103,7 @@ TEST_P(PowerCutTest, LeavesEveryFileWholeAndIsRecoveredFrom) {
     MoveAbout(*volume, random, 400);
     ASSERT_EQ(volume->Close(), error::kSuccess);
   }
-  ASSERT_GT(log.size(), 100U);
+  ASSERT_GT(log.size(), 40U);
   const int rounds = start.volume.Size() < (std::size_t{16} << 20) ? 40 : 5;
   for (int round = 0; round < rounds; ++round) {
     const std::size_t events = Below(random, log.size() + 1);
