@@ -203,8 +203,9 @@ std::error_code RecordReader::FindLostCopy(std::optional<std::uint64_t>& conflic
                            LoadLittle<std::uint64_t>(entry, 16),
                            LoadLittle<std::uint32_t>(entry, 24)};
     const bool has_source = copy.from != CopiedRange::kNoSource;
-    // No honest commit copies more than the volume holds: the work is bounded.
-    bool good = inside(copy.to, copy.sectors) && copy.sectors <= volume_sectors - total &&
+    // No honest commit tells of any sector more than once as a source and once as a target: the
+    // work is bounded.
+    bool good = inside(copy.to, copy.sectors) && copy.sectors <= 2 * volume_sectors - total &&
                 (!has_source || inside(copy.from, copy.sectors));
     if (good) {
       total += copy.sectors;

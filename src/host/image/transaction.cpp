@@ -43,6 +43,17 @@ void Append(std::vector<SectorRun>& runs, std::uint64_t sector,
   runs.back().content.insert(runs.back().content.end(), content.begin(), content.end());
 }
 
+std::uint64_t EndOf(const SectorRun& run) {
+  return run.first_sector + run.content.size() / journal_format::kSector;
+}
+
+// The first of the runs that ends behind the sector.
+std::vector<SectorRun>::const_iterator FirstBehind(const std::vector<SectorRun>& runs,
+                                                   std::uint64_t sector) {
+  return std::partition_point(runs.begin(), runs.end(),
+                              [sector](const SectorRun& run) { return EndOf(run) <= sector; });
+}
+
 }  // namespace
 
 Transaction::Transaction(BlockDevice& base, RedoJournal* journal)
@@ -146,9 +157,9 @@ std::error_code Transaction::PutData(std::uint64_t to, std::span<const std::uint
     } else {
       error = StartData(to, part.size());
       if (!error) error = base_.Write(to, part);
-      if (!error) NoteCopies(to, part, sources, done);
     }
     if (error) return error;
+    NoteCopies(to, part, sources, done, !inside);
     data = data.subspan(part.size());
     done += part.size();
     to = end;
@@ -156,23 +167,31 @@ std::error_code Transaction::PutData(std::uint64_t to, std::span<const std::uint
   return {};
 }
 
-// data is the content of the sources from byte skip on.
+// data is the content of the sources from byte skip on; in_base: and now of the base, at to.
 void Transaction::NoteCopies(std::uint64_t to, std::span<const std::uint8_t> data,
-                             std::span<const ByteRange> sources, std::uint64_t skip) {
+                             std::span<const ByteRange> sources, std::uint64_t skip, bool in_base) {
   for (const ByteRange& source : sources) {
-    if (data.empty()) return;
     if (skip >= source.length) {
       skip -= source.length;
       continue;
     }
-    const std::uint64_t from = source.offset + skip;
-    const auto part = data.first(std::min<std::uint64_t>(data.size(), source.length - skip));
+    std::uint64_t from = source.offset + skip;
+    const std::uint64_t end = source.offset + source.length;
     skip = 0;
-    // What was read from memory is not what the base holds there.
-    NoteCopy(Gathered(from, part.size()) ? CopiedRange::kNoSource : from / kSector, to / kSector,
-             part);
-    to += part.size();
-    data = data.subspan(part.size());
+    while (from < end && !data.empty()) {
+      const std::uint64_t most = std::min<std::uint64_t>(data.size(), end - from);
+      const auto part = data.first(SameKind(from, most));
+      // What was read from memory is not what the base holds there, and part of the commit itself.
+      const bool gathered = Gathered(from, part.size());
+      if (in_base) {
+        NoteCopy(gathered ? CopiedRange::kNoSource : from / kSector, to / kSector, part);
+      } else if (!gathered) {
+        NoteCopy(CopiedRange::kNoSource, from / kSector, part);
+      }
+      from += part.size();
+      to += part.size();
+      data = data.subspan(part.size());
+    }
   }
 }
 
@@ -200,6 +219,15 @@ bool Transaction::Gathered(std::uint64_t offset, std::uint64_t length) const {
     if (at != overlay->end() && at->first * kSector < offset + length) return true;
   }
   return false;
+}
+
+// How far the range is gathered, or is not, from its start on.
+std::uint64_t Transaction::SameKind(std::uint64_t offset, std::uint64_t length) const {
+  if (!Gathered(offset, length)) return length;
+  const bool gathered = Gathered(offset, kSector);
+  std::uint64_t same = kSector;
+  while (same < length && Gathered(offset + same, kSector) == gathered) same += kSector;
+  return std::min(same, length);
 }
 
 // Gathered sectors win over what the base copies.
@@ -313,45 +341,48 @@ std::error_code Transaction::CollectChanges(std::vector<SectorRun>& runs) {
   return {};
 }
 
+// What the runs leave of a range, as the base holds it.
+std::error_code Transaction::CollectRest(const std::vector<SectorRun>& runs, std::uint64_t first,
+                                         std::uint64_t end, std::vector<CopiedRange>& copies) {
+  for (auto run = FirstBehind(runs, first); first < end; ++run) {
+    const std::uint64_t stop = run == runs.end() ? end : std::min(end, run->first_sector);
+    if (stop > first) {
+      CopiedRange rest{CopiedRange::kNoSource, first, stop - first, 0};
+      for (std::uint64_t done = 0; done < rest.sectors; done += kStretch) {
+        buffer_.resize(std::min(kStretch, rest.sectors - done) * kSector);
+        const std::error_code error = ReadBase((first + done) * kSector, buffer_);
+        if (error) return error;
+        rest.checksum = journal_format::Checksum(buffer_, rest.checksum);
+      }
+      copies.push_back(rest);
+    }
+    if (run == runs.end()) break;
+    first = EndOf(*run);
+  }
+  return {};
+}
+
 // The copies without what the runs replace in the same commit: metadata may have come to lie where
-// a file was for a while.
+// a file was for a while, and small files where a large one came from. The rest of both places is
+// told all the same: what somebody changed there since would be lost with the commit.
 std::error_code Transaction::CollectCopies(const std::vector<SectorRun>& runs,
                                            std::vector<CopiedRange>& copies) {
-  const auto end_of = [](const SectorRun& run) {
-    return run.first_sector + run.content.size() / kSector;
-  };
-  const auto first_behind = [&](std::uint64_t sector) {
-    return std::partition_point(runs.begin(), runs.end(),
-                                [&](const SectorRun& run) { return end_of(run) <= sector; });
+  const auto replaced = [&](std::uint64_t first, std::uint64_t sectors) {
+    const auto run = FirstBehind(runs, first);
+    return run != runs.end() && run->first_sector < first + sectors;
   };
   for (const CopiedRange& copy : copies_) {
-    CopiedRange whole = copy;
-    if (copy.from != CopiedRange::kNoSource) {
-      const auto run = first_behind(copy.from);
-      const bool replaced = run != runs.end() && run->first_sector < copy.from + copy.sectors;
-      if (replaced) whole.from = CopiedRange::kNoSource;
-    }
-    const std::uint64_t end = copy.to + copy.sectors;
-    auto run = first_behind(copy.to);
-    if (run == runs.end() || run->first_sector >= end) {
-      copies.push_back(whole);
+    const bool has_source = copy.from != CopiedRange::kNoSource;
+    const bool source_replaced = has_source && replaced(copy.from, copy.sectors);
+    if (!source_replaced && !replaced(copy.to, copy.sectors)) {
+      copies.push_back(copy);
       continue;
     }
-    for (std::uint64_t at = copy.to; at < end; ++run) {
-      const std::uint64_t stop = run == runs.end() ? end : std::min(end, run->first_sector);
-      if (stop > at) {
-        CopiedRange part{CopiedRange::kNoSource, at, stop - at, 0};
-        for (std::uint64_t done = 0; done < part.sectors; done += kStretch) {
-          buffer_.resize(std::min(kStretch, part.sectors - done) * kSector);
-          const std::error_code error = base_.Read((at + done) * kSector, buffer_);
-          if (error) return error;
-          part.checksum = journal_format::Checksum(buffer_, part.checksum);
-        }
-        copies.push_back(part);
-      }
-      if (run == runs.end()) break;
-      at = end_of(*run);
+    std::error_code error = CollectRest(runs, copy.to, copy.to + copy.sectors, copies);
+    if (!error && has_source) {
+      error = CollectRest(runs, copy.from, copy.from + copy.sectors, copies);
     }
+    if (error) return error;
   }
   return {};
 }

@@ -91,11 +91,14 @@ class Transaction final : public BlockDevice {
   std::error_code PutData(std::uint64_t to, std::span<const std::uint8_t> data,
                           std::span<const ByteRange> sources, std::span<const ByteRange> guarded);
   void NoteCopies(std::uint64_t to, std::span<const std::uint8_t> data,
-                  std::span<const ByteRange> sources, std::uint64_t skip);
+                  std::span<const ByteRange> sources, std::uint64_t skip, bool in_base);
   void NoteCopy(std::uint64_t from, std::uint64_t to, std::span<const std::uint8_t> data);
   bool Gathered(std::uint64_t offset, std::uint64_t length) const;
+  std::uint64_t SameKind(std::uint64_t offset, std::uint64_t length) const;
   std::error_code CollectCopies(const std::vector<SectorRun>& runs,
                                 std::vector<CopiedRange>& copies);
+  std::error_code CollectRest(const std::vector<SectorRun>& runs, std::uint64_t first,
+                              std::uint64_t end, std::vector<CopiedRange>& copies);
   std::error_code Gather(std::uint64_t offset, std::span<const std::uint8_t> data);
   std::error_code CollectChanges(std::vector<SectorRun>& runs);
   std::error_code CommitPending();
