@@ -200,6 +200,24 @@ TEST(JournalCorruption, StatesOfAnHonestStore) {
       EXPECT_EQ(other, as_found);
     }
   }
+  // A disk that has lost what was copied in time.
+  struct LostSector final : BlockDevice {
+    explicit LostSector(Bytes content) : base(std::move(content)) {}
+    std::uint64_t Size() const override { return base.Size(); }
+    std::error_code Read(std::uint64_t offset, std::span<std::uint8_t> out) override {
+      const bool lost = offset < 21 * kSector && offset + out.size() > 20 * kSector;
+      return lost ? std::make_error_code(std::errc::io_error) : base.Read(offset, out);
+    }
+    std::error_code Write(std::uint64_t offset, std::span<const std::uint8_t> data) override {
+      return base.Write(offset, data);
+    }
+    std::error_code Flush() override { return {}; }
+    MemoryDevice base;
+  } dying(good.before);
+  MemoryDevice its_store(good.store, true);
+  EXPECT_EQ(RedoJournal(its_store, dying).Recover(kIdentity).state, JournalState::Replayed);
+  EXPECT_EQ(dying.base.Content(), good.after);
+
   Bytes unmarked = good.unmarked;
   EXPECT_EQ(RecoverSafely(good.first_store, unmarked), JournalState::Empty);
   EXPECT_EQ(unmarked, good.unmarked);

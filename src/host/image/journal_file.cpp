@@ -46,7 +46,7 @@ std::string FileJournalHome::Adopt(int descriptor, bool for_writing) {
   if (file->IsBlockDevice() || ::fstat(descriptor, &status) != 0) return "is no file";
   std::string foreign = ForeignWriter(status);
   if (!foreign.empty()) return foreign;
-  if (status.st_nlink > 1) return "has several names (hard links)";
+  if (status.st_nlink > 1) return "has several names (hard links; remove the others)";
   struct flock lock {};
   lock.l_type = for_writing ? F_WRLCK : F_RDLCK;
   lock.l_whence = SEEK_SET;

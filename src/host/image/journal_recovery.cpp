@@ -211,9 +211,9 @@ std::error_code RecordReader::FindLostCopy(std::optional<std::uint64_t>& conflic
       total += copy.sectors;
       if (const std::error_code error = Holds(copy.to, copy, good)) return error;
     }
-    if (good && has_source) {
-      if (const std::error_code error = Holds(copy.from, copy, good)) return error;
-    }
+    // A source that cannot be read any more has not changed: the copy is all there is of it.
+    bool same = true;
+    if (good && has_source && !Holds(copy.from, copy, same)) good = same;
     if (good) continue;
     conflict_sector = copy.to;
     return {};

@@ -119,6 +119,14 @@ class Leftover {
     const bool fits = finding.state == JournalState::Empty || finding.state == JournalState::Idle ||
                       finding.state == JournalState::Pending;
     if (fits) return finding.state;
+    if (finding.state == JournalState::Unclear) {
+      Object(
+          "has a journal of a run that was interrupted when nothing of it had reached this "
+          "volume. If no other volume just like it was being worked on, a clone or the original, "
+          "delete the journal (" +
+          home_->Path() + "); else go on with that one first");
+      return std::nullopt;
+    }
     const bool ntfs = source_.boot.kind == BootKind::Ntfs;
     Object("has a journal of an interrupted run that does not fit it: " + finding.detail +
            ". Nothing was written. If this is a backup that was restored, a copy, or another "
