@@ -181,6 +181,27 @@ TEST_F(ImageTest, RefusesPartitionsThatAreUnclear) {
   EXPECT_TRUE(Contains(Refusal(Path("endless")), "past the end"));
 }
 
+TEST_F(ImageTest, WorksOnNoVolumeThatSharesSectorsWithAnotherPartition) {
+  struct Case {
+    std::size_t start;
+    std::size_t length;
+    bool refused;
+  };
+  for (const Case& c : {Case{4095, 100, true}, Case{4096, 100, false}, Case{1, 2047, false},
+                        Case{1, 2048, true}, Case{2048, 9000, false}}) {
+    Bytes disk(8 * kMebibyte);
+    SetMbrEntry(disk, 0, 0, 0x06, 2048, 2048 + 1000);
+    SetMbrEntry(disk, 0, 1, 0x83, c.start, c.length);
+    Place(disk, 2048 * 512, Fat());
+    Put("disk", disk);
+    OpenOptions options;
+    options.partition = 1;
+    EXPECT_EQ(Refusal(Path("disk"), options), "") << "to look is no harm";
+    options.writable = true;
+    EXPECT_EQ(Contains(Refusal(Path("disk"), options), "partition 2 lie"), c.refused) << c.start;
+  }
+}
+
 TEST_F(ImageTest, NamesWhatItRefuses) {
   const auto named = [](std::string_view name) {
     Bytes sector(8192);

@@ -288,8 +288,16 @@ TEST(ImageVolume, MovesNothingWithoutAJournal) {
   const std::unique_ptr<TinyVolume> volume = world.Open(&log);
   EXPECT_EQ(volume->Move(TinyVolume::File(1), 0, 60, 1), error::kAccessDenied);
   EXPECT_TRUE(log.empty());
+  EXPECT_FALSE(volume->CouldBegin());
   world.journal.refuse_open = false;
   EXPECT_EQ(volume->Move(TinyVolume::File(1), 0, 60, 1), error::kSuccess);
+  EXPECT_TRUE(volume->CouldBegin());
+  EXPECT_EQ(volume->Close(), error::kSuccess);
+
+  world.journal.refuse_open = true;
+  const std::unique_ptr<TinyVolume> unmoved = world.Open(&log);
+  EXPECT_NE(unmoved->Move(TinyVolume::File(1), 0, 30, 1), error::kSuccess);
+  EXPECT_EQ(unmoved->Close(), error::kAccessDenied) << "a run that could not begin is no success";
 
   VolumeStore store;
   store.device = std::make_unique<BorrowedDevice>(world.device);

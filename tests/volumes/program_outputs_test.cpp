@@ -6,7 +6,9 @@
 #include "mkvolume/maker.h"
 #include "support/image_folder.h"
 #include "support/intact.h"
+#include "support/loop_device.h"
 #include "support/seed.h"
+#include "support/setting.h"
 #include "volumes/program_process.h"
 
 namespace vornalux::test {
@@ -91,6 +93,8 @@ TEST_F(ProgramOutputsTest, NoOutputIsAVolumeOrAnotherOutput) {
       {{"defrag", Path("hard")}, ">/dev/null 2<>" + image, ""},
       {{"defrag", image, "--nonsense"}, "2<>" + image, ""},
       {{"defrag", image, "--help"}, "1<>" + image, ""},
+      {{"job", "--volume=C=" + image, "--nonsense"}, "2<>" + image, ""},
+      {{"defrag", image, "--nonsense"}, "2<>" + Path("linked"), ""},
       {{"job", "--volume", second, "--save-job", "name", "--", "/drv D: /d"},
        "1<>" + Path("other.img"),
        "Standard output"},
@@ -114,9 +118,37 @@ TEST_F(ProgramOutputsTest, NoOutputIsAVolumeOrAnotherOutput) {
     EXPECT_EQ(Get("disk.img"), before_);
     EXPECT_EQ(Get("other.img"), other);
     EXPECT_TRUE(Exists("disk.img.vornalux-journal"));
+    EXPECT_EQ(Get("disk.img.vornalux-journal"), Bytes());
     for (const char* made : {"new", "same", "x.vornalux-journal"}) EXPECT_FALSE(Exists(made));
     if (HasFailure()) return;
   }
+}
+
+TEST_F(ProgramOutputsTest, NoStreamIsTheFileBelowADeviceNorAMountedJournal) {
+  Make("fat16 size=8M files=60 fragmented=60%");
+  const std::string image = Path("disk.img");
+  {
+    const LoopDevice loop(image);
+    if (loop.Node().empty()) GTEST_SKIP() << "no loop devices";
+    const Setting state("VORNALUX_STATE_DIR", Path("state"));
+    for (const Arguments& line : {Arguments{"analyze", loop.Node()},
+                                  {"defrag", loop.Node(), "--nonsense"},
+                                  {"defrag", loop.Node()}}) {
+      for (const char* stream : {"1<>", "2<>", "1>>", "2>>"}) {
+        const ProgramEnd end = RunProgramBehind(stream + image, line);
+        EXPECT_EQ(end.code, 2) << end.err << stream << ::testing::PrintToString(line);
+        EXPECT_EQ(Get("disk.img"), before_);
+      }
+    }
+  }
+  Put("disk.img.vornalux-journal", Bytes(512, 'j'));
+  Put("map", {});
+  Run("mount --bind disk.img.vornalux-journal map || rm map");
+  if (!Exists("map")) GTEST_SKIP() << "nothing can be mounted";
+  const ProgramEnd end = RunProgram({"map", image, "--png", Path("map")});
+  Run("umount map");
+  EXPECT_EQ(end.code, 2) << end.err;
+  EXPECT_EQ(Get("disk.img.vornalux-journal"), Bytes(512, 'j'));
 }
 
 TEST_F(ProgramOutputsTest, WhatCannotBeWrittenCostsNothingElse) {

@@ -204,6 +204,19 @@ void Fit(ImageSource& source, Place place) {
   }
 }
 
+// What is free space of this volume could be full of another partition's files.
+void RefuseOverlap(const ImageSource& source) {
+  for (const Partition& other : Partitions(source)) {
+    if (other.offset == source.offset || other.offset >= source.offset + source.length ||
+        other.offset + other.length <= source.offset) {
+      continue;
+    }
+    Refuse(source.path, "cannot be worked on: the volume at byte " + std::to_string(source.offset) +
+                            " and partition " + std::to_string(other.number) +
+                            " lie on the same sectors; mend the partition table");
+  }
+}
+
 // As sysfs has it, "8:1"; empty for a file.
 std::string DeviceNumber(const FileDevice& file) {
   struct stat status {};
@@ -278,6 +291,7 @@ ImageSource LocateVolume(const std::string& path, const OpenOptions& options, bo
   source.path = error ? path : resolved.string();
   source.file = OpenLocked(source.path, writable);
   Fit(source, FindPlace(source, options));
+  if (options.writable && !options.offset && source.offset != 0) RefuseOverlap(source);
   source.identity = Identity(source);
   source.journal_path = JournalPath(source);
   return source;

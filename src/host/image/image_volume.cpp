@@ -169,9 +169,11 @@ ErrorCode ImageVolume::StartWork() {
   if (store_.allow_dirty && Dirty()) return error::kWriteProtect;
   ErrorCode code = OpenJournal();
   if (code) {
+    if (begin_error_ == error::kSuccess) begin_error_ = code;
     if (journal_store_ != nullptr) DropJournal();
     return code;
   }
+  begin_error_ = error::kSuccess;
   working_ = true;
   // Alone and first: what finds a journal later may touch only a volume that bears this mark.
   code = WriteDirtyFlag(true);
@@ -249,7 +251,7 @@ ErrorCode ImageVolume::CommitNow() {
 ErrorCode ImageVolume::Close() {
   if (moving_) return error::kNotReady;
   if (closed_) return close_result_;
-  close_result_ = Commit();
+  close_result_ = begin_error_ ? begin_error_ : Commit();
   if (!close_result_ && working_) close_result_ = Finish();
   closed_ = true;
   return close_result_;

@@ -67,6 +67,7 @@ class ImageVolume : public MountedVolume {
                  const MoveCheckpoint& checkpoint = {}) final;
   ErrorCode Commit() final;
   ErrorCode Close() final;
+  bool CouldBegin() const final { return begin_error_ == error::kSuccess; }
   ErrorCode Extents(const StreamRef& stream, std::vector<Extent>& out) final;
   ErrorCode ReadDevice(std::uint64_t offset, std::span<std::uint8_t> out) final {
     return FromDevice(transaction_->Read(offset, out));
@@ -147,7 +148,8 @@ class ImageVolume : public MountedVolume {
   std::uint64_t first_cluster_offset_ = 0;
   bool working_ = false;  // journal and dirty flag are there
   bool failed_ = false;
-  bool moving_ = false;  // inside Move(), whose checkpoint may call back
+  ErrorCode begin_error_ = error::kSuccess;  // why no move could be the first one
+  bool moving_ = false;                      // inside Move(), whose checkpoint may call back
   bool closed_ = false;
   ErrorCode close_result_ = error::kSuccess;
   std::vector<ClusterRun> move_runs_;  // of the move in hand; kept for their memory

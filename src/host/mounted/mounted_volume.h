@@ -104,6 +104,10 @@ class MountedVolume {
   // As Commit(), then leaves the volume as clean as it was found. Nothing can be moved afterwards.
   virtual ErrorCode Close() = 0;
 
+  // False when a move was asked for, but the volume could not even be prepared for one: nothing was
+  // written to it, and Close() gives the reason.
+  virtual bool CouldBegin() const { return true; }
+
   // What the work has done to the volume besides moving clusters, each as a sentence for the user.
   virtual std::vector<std::string> Remarks() const { return {}; }
 

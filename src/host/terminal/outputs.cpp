@@ -9,6 +9,9 @@
 #include <filesystem>
 #include <optional>
 
+#include "host/image/image_use.h"
+#include "host/image/state_folder.h"
+
 namespace vornalux {
 namespace {
 
@@ -32,8 +35,12 @@ class Protected {
   explicit Protected(const std::vector<VolumeArgument>& volumes) {
     for (const VolumeArgument& volume : volumes) {
       std::error_code error;
-      if (const auto status = StatusOf(volume.image)) images_.push_back({*status, volume.image});
-      folders_.push_back(fs::canonical(volume.image, error).parent_path());
+      const auto status = StatusOf(volume.image);
+      if (!status) continue;
+      images_.push_back({*status, volume.image});
+      folders_.push_back(S_ISBLK(status->st_mode)
+                             ? fs::path(StateFolder())
+                             : fs::canonical(volume.image, error).parent_path());
     }
   }
 
@@ -46,8 +53,17 @@ class Protected {
     }
     std::error_code error;
     const bool named = IsJournalName(path) || IsJournalName(fs::canonical(path, error));
-    if (named || (status.st_nlink > 1 && LinksToJournal(status))) return "is a volume's journal.";
+    if (named || IsKnownJournal(status)) return "is a volume's journal.";
     return std::nullopt;
+  }
+
+  // The same for a stream that is open already, which may also lie behind a volume's device.
+  std::optional<std::string> ObjectionToOpen(int stream) const {
+    struct stat status {};
+    if (::fstat(stream, &status) != 0) return std::nullopt;
+    if (auto why = Objection(status, "/proc/self/fd/" + std::to_string(stream))) return why;
+    const auto use = S_ISREG(status.st_mode) ? FindUse(stream) : std::nullopt;
+    return use ? std::optional(*use + ".") : std::nullopt;
   }
 
  private:
@@ -56,7 +72,8 @@ class Protected {
     std::string name;
   };
 
-  bool LinksToJournal(const struct stat& status) const {
+  // By whatever name: links, mounts of a single file, short names.
+  bool IsKnownJournal(const struct stat& status) const {
     for (const fs::path& folder : folders_) {
       std::error_code error;
       for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
@@ -83,9 +100,7 @@ void Silence(int descriptor) {
 void CheckStandardStreams(const Protected& forbidden) {
   std::string refusal;
   for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
-    struct stat status {};
-    if (::fstat(stream, &status) != 0) continue;
-    const auto why = forbidden.Objection(status, "/proc/self/fd/" + std::to_string(stream));
+    const auto why = forbidden.ObjectionToOpen(stream);
     if (!why) continue;
     refusal = (stream == STDOUT_FILENO ? "Standard output " : "Standard error ") + *why;
     Silence(stream);
@@ -175,17 +190,14 @@ void OpenOutputs(const Options& options, Outputs& outputs) {
 }
 
 bool IsNamedBy(int standard_stream, const std::vector<std::string>& arguments) {
-  struct stat stream {};
-  if (::fstat(standard_stream, &stream) != 0) return false;
-  if (!S_ISREG(stream.st_mode)) return S_ISBLK(stream.st_mode);
+  std::vector<VolumeArgument> named;
   for (const std::string& argument : arguments) {
-    const std::size_t equals = argument.find('=');
-    for (const std::string& path : {argument, argument.substr(equals + 1)}) {
-      const auto status = StatusOf(path);
-      if (status && SameFile(*status, stream)) return true;
+    named.push_back({.letter = 0, .image = argument});
+    for (std::size_t at = 0; (at = argument.find('=', at)) != std::string::npos;) {
+      named.push_back({.letter = 0, .image = argument.substr(++at)});
     }
   }
-  return false;
+  return Protected(named).ObjectionToOpen(standard_stream).has_value();
 }
 
 }  // namespace vornalux

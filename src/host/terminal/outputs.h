@@ -41,7 +41,8 @@ struct Outputs {
 void OpenOutputs(const Options& options, Outputs& outputs);
 
 // Is a standard stream something that one of the arguments names? What a command line that makes no
-// sense asks for is not known, so nothing may be printed there. A file by itself or behind a "=".
+// sense asks for is not known, so nothing may be printed there. A file by itself or behind any "=".
+// The same goes for a journal and a file that a device is made of.
 bool IsNamedBy(int standard_stream, const std::vector<std::string>& arguments);
 
 }  // namespace vornalux

@@ -108,6 +108,11 @@ bool Session::Close() {
     }
     if (code == error::kSuccess) continue;
     good = false;
+    if (!volumes_[i]->CouldBegin()) {
+      desktop_.Say(arguments_[i].image + ": nothing could be moved: its journal failed: " +
+                   platform_.ErrorText(code) + "\nNothing was touched.");
+      continue;
+    }
     desktop_.Say(
         arguments_[i].image +
         ": the last changes could not be finished: " + platform_.ErrorText(code) + "\n" +
