@@ -120,17 +120,6 @@ struct Pieces {
   std::unique_ptr<Rig> rig;
 };
 
-TEST(Pieces, LargestGapFirstAndPastTheEndOnce) {
-  Pieces whole;
-  // The first piece joins what it frees: then the lowest of the largest gaps is where it came from.
-  EXPECT_EQ(whole.Moves(), "0>45*5 5>10*7 ");
-  EXPECT_EQ(whole.rig->Log(),
-            "DFR:partial_mv: C:\\file extents: 2\r\n"
-            "DFR:partial_mv: C:\\file-0-5-ret:0\r\n"
-            "DFR:partial_mv: C:\\file-5-7-ret:0\r\n");
-  EXPECT_EQ(whole.rig->engine.movers.statistics.clusters_moved, 9);
-}
-
 TEST(Pieces, EndOfThePieceInHand) {
   struct Case {
     const char* name;

@@ -153,6 +153,7 @@ TEST_P(PassesTest, EqualsPlainModel) {
     if (GetParam() == Pass::Optimize) model.Optimize(order);
     if (GetParam() == Pass::Compact) model.Compact();
     ASSERT_EQ(Requests(rig), model.requests);
+    EXPECT_EQ(rig.engine.movers.statistics.clusters_moved, scene.volume->ClustersMoved());
     EXPECT_EQ(MoverLines(rig.Log()), model.log);
 
     ExpectSound(rig);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Map images and reports: what they show, and that nothing from a volume can act in them.
 #include <gtest/gtest.h>
-#include <png.h>
 
 #include <algorithm>
 #include <random>
@@ -13,26 +12,11 @@
 #include "host/terminal/results_json.h"
 #include "host/terminal/results_text.h"
 #include "support/image_folder.h"
+#include "support/png_picture.h"
 #include "support/seed.h"
 
 namespace vornalux::test {
 namespace {
-
-// The pixels of a PNG file as Colours, row by row.
-std::vector<Colour> Decode(const std::vector<std::uint8_t>& file, unsigned& width) {
-  png_image image{};
-  image.version = PNG_IMAGE_VERSION;
-  if (!png_image_begin_read_from_memory(&image, file.data(), file.size())) return {};
-  image.format = PNG_FORMAT_RGB;
-  width = image.width;
-  std::vector<std::uint8_t> bytes(PNG_IMAGE_SIZE(image));
-  if (!png_image_finish_read(&image, nullptr, bytes.data(), 0, nullptr)) return {};
-  std::vector<Colour> pixels;
-  for (std::size_t i = 0; i + 2 < bytes.size(); i += 3) {
-    pixels.push_back(bytes[i] | Colour{bytes[i + 1]} << 8 | Colour{bytes[i + 2]} << 16);
-  }
-  return pixels;
-}
 
 TEST(MapImage, ShowsEveryColumnInItsColourAndTheLegend) {
   // Colours that occur in no legend, so that each can be found again.
@@ -42,9 +26,9 @@ TEST(MapImage, ShowsEveryColumnInItsColourAndTheLegend) {
   legend.density = {{map_colour::kFree, false, 0, "free"},
                     {map_colour::kMftZone, true, map_colour::kMft, "MFT (area)"}};
   legend.candidates = {{map_colour::kDefrag, false, 0, "defrag"}};
-  unsigned width = 0;
-  const std::vector<Colour> pixels = Decode(EncodePng(DrawMapWithLegend(columns, legend)), width);
-  ASSERT_GE(width, 800u);
+  const Picture picture = ReadPng(EncodePng(DrawMapWithLegend(columns, legend)));
+  const std::vector<Colour>& pixels = picture.pixels;
+  ASSERT_GE(picture.width, 800u);
   const auto first = std::find(pixels.begin(), pixels.end(), columns.front());
   ASSERT_NE(first, pixels.end());
   for (std::ptrdiff_t i = 0; i < std::ssize(columns); ++i) {

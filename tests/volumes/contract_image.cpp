@@ -84,7 +84,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "ntfs size=48M files=150 folders=20 fragmented=50% fill=50% streams=20% "
                   "sparse=20% compressed=20% links=10% dos-names=10% mft-pieces=3"),
         ImageKind("ntfsCluster512",
-                  "ntfs size=24M cluster=512 files=150 fragmented=50% fill=50% "
+                  "ntfs partitioned=1 size=24M cluster=512 files=150 fragmented=50% fill=50% "
                   "streams=20% sparse=20% fragmented-folders=50%"),
         ImageKind("ntfsCluster65536",
                   "ntfs size=96M cluster=65536 files=150 fragmented=50% "

@@ -39,33 +39,22 @@ Kind SimulatedKind(const std::string& name, const RandomVolumeOptions& options) 
           .has_streams = ntfs && options.with_stream > 0};
 }
 
-// 4099 and 2001: no multiple of 8, so that the last bitmap byte is a part of one.
-RandomVolumeOptions LikeNtfs() {
-  RandomVolumeOptions options;
-  options.geometry.total_clusters = 4099;
-  options.files = 120;
-  options.with_stream = 0.3;
-  options.with_holes = 0.2;
-  options.immovable = 0;
-  return options;
-}
-
-RandomVolumeOptions LikeFat() {
-  RandomVolumeOptions options;
-  options.geometry.total_clusters = 2001;
-  options.geometry.file_system = "FAT32";
-  options.geometry.sectors_per_cluster = 1;
-  options.fragmented = 0.8;
-  options.with_holes = 0;
-  options.immovable = 0;
-  return options;
-}
-
 }  // namespace
 
-INSTANTIATE_TEST_SUITE_P(Simulated, VolumeContract,
-                         testing::Values(SimulatedKind("likeNtfs", LikeNtfs()),
-                                         SimulatedKind("likeFat", LikeFat())),
-                         [](const auto& test) { return test.param.name; });
+// 4099 and 2001: no multiple of 8, so that the last bitmap byte is a part of one.
+INSTANTIATE_TEST_SUITE_P(
+    Simulated, VolumeContract,
+    testing::Values(SimulatedKind("likeNtfs", {.geometry = {.total_clusters = 4099},
+                                               .files = 120,
+                                               .with_holes = 0.2,
+                                               .with_stream = 0.3,
+                                               .immovable = 0}),
+                    SimulatedKind("likeFat", {.geometry = {.total_clusters = 2001,
+                                                           .sectors_per_cluster = 1,
+                                                           .file_system = "FAT32"},
+                                              .fragmented = 0.8,
+                                              .with_holes = 0,
+                                              .immovable = 0})),
+    [](const auto& test) { return test.param.name; });
 
 }  // namespace vornalux::contract

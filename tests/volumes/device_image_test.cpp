@@ -15,6 +15,7 @@
 #include "host/image/image_use.h"
 #include "host/image/little_endian.h"
 #include "support/image_folder.h"
+#include "support/loop_device.h"
 
 // What answers the system's call in this program; 0, or the error that it fails with. Nothing set:
 // nothing is done.
@@ -289,14 +290,9 @@ TEST_F(ImageTest, SeesWhatIsMountedOrAttached) {
 
 TEST_F(ImageTest, IsRefusedWhileALoopDeviceHasIt) {
   Put("fat", Fat());
-  if (std::system(
-          ("/usr/sbin/losetup -f --show " + Path("fat") + " >" + Path("loop") + " 2>&1").c_str()) !=
-      0) {
-    GTEST_SKIP() << "no loop devices here";
-  }
-  const Bytes device = Get("loop");
+  const LoopDevice device(Path("fat"));
+  if (device.Node().empty()) GTEST_SKIP() << "no loop devices here";
   const std::string refusal = Refusal(Path("fat"));
-  Run("losetup -d " + std::string(device.begin(), device.end() - 1));
   EXPECT_TRUE(Contains(refusal, "attached to /dev/loop")) << refusal;
 }
 

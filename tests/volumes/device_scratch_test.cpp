@@ -102,36 +102,6 @@ struct Layers {
   Transaction transaction;
 };
 
-// Some pieces and a place for them, sectors all; parts of the place are guarded.
-struct RandomGather {
-  RandomGather(Random& random, std::uint64_t sectors) {
-    const std::uint64_t half = sectors / 2;
-    const bool up = Below(random, 2) == 0;
-    const std::uint64_t sources = up ? 0 : half;
-    std::uint64_t left = Below(random, half) + 1;
-    to = (up ? half : 0) + Below(random, half - left + 1);
-    std::uint64_t guard = to;
-    const std::uint64_t end = to + left;
-    while (guard < end && Below(random, 2) == 0) {
-      const std::uint64_t first = guard + Below(random, end - guard);
-      const std::uint64_t length = Below(random, 6) + 1;
-      guarded.push_back({first * kSector, length * kSector});
-      guard = first + length + 1;
-    }
-    while (left > 0) {
-      const std::uint64_t length = Below(random, left) + 1;
-      const std::uint64_t first = sources + Below(random, half - length + 1);
-      pieces.push_back({first * kSector, length * kSector});
-      left -= length;
-    }
-    to *= kSector;
-  }
-
-  std::vector<ByteRange> pieces;
-  std::vector<ByteRange> guarded;
-  std::uint64_t to = 0;
-};
-
 // Whatever is gathered, copied, dropped and committed: a transaction over a scratch device and one
 // over a real device of the same content say the same, and leave the same underneath.
 TEST(ScratchDevice, ATransactionCannotTellTheDifference) {
@@ -151,15 +121,28 @@ TEST(ScratchDevice, ATransactionCannotTellTheDifference) {
     const bool commit = choice == 13 && !in_move;
     const ByteRange range = RandomRange(random, kSectors * kSector, 3 * kSector);
     const Bytes data = RandomBytes(random, range.length);
-    RandomGather gather(random, kSectors);
-    // What lies in guarded places is no business of a move that is dropped.
-    if (in_move) gather.guarded.clear();
+    // From one half to the other. What lies in guarded places is no business of a move that is
+    // dropped.
+    const std::uint64_t half = kSectors / 2;
+    const std::uint64_t from = half * Below(random, 2);
+    std::vector<ByteRange> pieces;
+    std::vector<ByteRange> guarded;
+    std::uint64_t length = 0;
+    for (std::uint64_t left = 1 + Below(random, 4); left > 0; --left) {
+      const std::uint64_t sectors = 1 + Below(random, half / 4);
+      pieces.push_back({(from + Below(random, half - sectors + 1)) * kSector, sectors * kSector});
+      length += sectors;
+    }
+    const std::uint64_t to = half - from + Below(random, half - length + 1);
+    for (std::uint64_t at = to + Below(random, 7); at < to + length && !in_move; at += 7) {
+      guarded.push_back({at * kSector, (1 + Below(random, 6)) * kSector});
+    }
     for (Layers* layers : {&real, &scratch}) {
       Transaction& transaction = layers->transaction;
       if (choice < 6) {
         ASSERT_FALSE(transaction.Write(range.offset, data));
       } else if (choice < 11) {
-        ASSERT_FALSE(transaction.GatherData(gather.pieces, gather.to, gather.guarded));
+        ASSERT_FALSE(transaction.GatherData(pieces, to * kSector, guarded));
       } else if (choice < 13 && in_move) {
         choice == 11 ? transaction.KeepMove() : transaction.DropMove();
       } else if (choice < 13) {

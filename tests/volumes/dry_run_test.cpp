@@ -14,6 +14,7 @@
 #include "host/simulated/simulated_platform.h"
 #include "mkvolume/maker.h"
 #include "support/image_folder.h"
+#include "support/intact.h"
 #include "support/seed.h"
 #include "volumes/program_process.h"
 
@@ -36,7 +37,8 @@ class DryRunTest : public ImageFolder {
   };
 
   void Make(const std::string& recipe) {
-    MakeVolume(recipe + " seed=" + std::to_string(TestSeed()), image_ = Path("disk.img"));
+    manifest_ =
+        MakeVolume(recipe + " seed=" + std::to_string(TestSeed()), image_ = Path("disk.img"));
   }
 
   Trace Now(const std::string& file) const {
@@ -49,11 +51,6 @@ class DryRunTest : public ImageFolder {
     EXPECT_EQ(::stat(Path(file).c_str(), &status), 0);
     trace.modified = status.st_mtim;
     return trace;
-  }
-
-  static Arguments And(Arguments first, const Arguments& more) {
-    first.insert(first.end(), more.begin(), more.end());
-    return first;
   }
 
   // What a run gives, dry or not, must be one and the same.
@@ -69,10 +66,15 @@ class DryRunTest : public ImageFolder {
     EXPECT_GT(told["moves"], 0);
     told["dry_run"] = false;
     EXPECT_EQ(told, Json::parse(real.out));
-    EXPECT_NE(Now("disk.img").content, before.content);
+    ExpectIntact(image_, manifest_);
+    if (line[0] == "job") return;
+    EXPECT_LT(told["after"]["fragments"], told["before"]["fragments"]);
+    EXPECT_EQ(told["after"]["free_clusters"], told["before"]["free_clusters"]);
+    EXPECT_EQ(told["after"].size(), told["before"].size());
   }
 
   std::string image_;
+  Manifest manifest_;
 };
 
 TEST_F(DryRunTest, TellsWhatTheRunWillDo) {

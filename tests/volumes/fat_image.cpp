@@ -43,11 +43,10 @@ Bytes SmallFat(int bits) {
 FatWorld::FatWorld(Bytes image)
     : device(std::move(image)), geometry(ReadFatGeometry(device)), table(device, geometry) {}
 
-std::unique_ptr<ImageVolume> FatWorld::Open(bool recovering, BlockDevice* instead) {
+std::unique_ptr<ImageVolume> FatWorld::Open(BlockDevice* instead) {
   VolumeStore store;
   store.device = std::make_unique<BorrowedDevice>(instead != nullptr ? *instead : device);
   store.journal_home = std::make_unique<MemoryJournalHome>(journal);
-  store.recovering = recovering;
   return OpenFatVolume(std::move(store));
 }
 

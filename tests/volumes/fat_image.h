@@ -20,7 +20,7 @@ class FatWorld {
  public:
   explicit FatWorld(Bytes image);
 
-  std::unique_ptr<ImageVolume> Open(bool recovering = false, BlockDevice* instead = nullptr);
+  std::unique_ptr<ImageVolume> Open(BlockDevice* instead = nullptr);
   // Why it is not opened; empty when it is.
   std::string Refusal();
   // What fsck.fat has to say against it.

@@ -189,7 +189,7 @@ TEST(FatFaults, DropTheMoveWhole) {
   for (const int bits : {12, 32}) {
     FatWorld world(SmallFat(bits));
     FailingDevice failing(world.device, FailingDevice::kReads | FailingDevice::kWrites);
-    const auto volume = world.Open(false, &failing);
+    const auto volume = world.Open(&failing);
     const std::vector<KnownStream> streams = contract::Walk(*volume);
     std::int64_t lcn = volume->Facts().total_clusters;
     // The start of the work is another matter.

@@ -186,18 +186,6 @@ TEST_P(LargeMoveTest, WhateverHappensInsideACopyItGoesOn) {
   ExpectMended();
 }
 
-TEST_P(LargeMoveTest, AHotDiskStopsItInsideACopy) {
-  Rig run(FreshCopy(), [&](Rig& hot, int) {
-    hot.platform.User().WhileModal([&] { hot.Window().temperature_warning.Command2.Click(); });
-    hot.Window().Temperatures.HDDTempCritical(58);
-  });
-  run.Do(GetParam().pass);
-  EXPECT_TRUE(run.Stopped());
-  EXPECT_EQ(run.checkpoints, 1);
-  run.Close();
-  ExpectIntact(Path("work.img"), manifest_);
-}
-
 INSTANTIATE_TEST_SUITE_P(
     Runs, LargeMoveTest,
     testing::Values(

@@ -33,9 +33,22 @@ std::uint8_t AnyByte(Random& random, std::uint8_t was) {
   return static_cast<std::uint8_t>(choices[Below(random, std::size(choices))]);
 }
 
-// One of the fields, as offset and width.
-std::string Bend(Random& random, ByteSpan bytes,
-                 const std::vector<std::pair<std::size_t, std::size_t>>& fields) {
+// Offsets and widths.
+using Fields = std::vector<std::pair<std::size_t, std::size_t>>;
+
+const Fields kBootFields = {{13, 1}, {40, 8}, {48, 8}, {56, 8}, {64, 1}, {68, 1}, {72, 8}};
+const Fields kRecordFields = {{0, 4},  {16, 2}, {18, 2}, {20, 2}, {22, 2}, {24, 4},
+                              {28, 4}, {32, 2}, {32, 8}, {38, 2}, {40, 2}};
+const Fields kAttributeFields = {{0, 4},  {4, 4},  {8, 1},  {9, 1},  {10, 2},
+                                 {12, 2}, {14, 2}, {16, 4}, {20, 2}, {32, 2}};
+const Fields kSpreadFields = {{16, 8}, {24, 8}, {40, 8}, {48, 8}, {56, 8}, {64, 8}, {34, 2}};
+const Fields kListFields = {{0, 4},  {4, 2},  {6, 1},  {7, 1},  {8, 8},
+                            {16, 2}, {16, 6}, {22, 2}, {24, 2}, {26, 2}};
+const Fields kIndexFields = {{0, 2},  {0, 6},  {6, 2},  {8, 2},  {10, 2}, {12, 2},
+                             {16, 6}, {56, 8}, {72, 4}, {80, 1}, {81, 1}, {82, 2}};
+
+// One of the fields.
+std::string Bend(Random& random, ByteSpan bytes, const Fields& fields) {
   const auto& [at, width] = AnyOf(random, fields);
   if (at + width > bytes.size()) return "nothing";
   const std::uint64_t right = Get(bytes, at, width);
@@ -98,10 +111,7 @@ std::string BendList(Random& random, ByteSpan list) {
     std::swap_ranges(&list[at], &list[at] + length, &list[next]);
     return "two list entries swapped";
   }
-  return "list entry: " +
-         Bend(
-             random, list.subspan(at),
-             {{0, 4}, {4, 2}, {6, 1}, {7, 1}, {8, 8}, {16, 2}, {16, 6}, {22, 2}, {24, 2}, {26, 2}});
+  return "list entry: " + Bend(random, list.subspan(at), kListFields);
 }
 
 // entries: from the header of an index's entries on.
@@ -115,20 +125,9 @@ std::string BendIndex(Random& random, ByteSpan header) {
   if (entries.empty()) return "nothing";
   const ByteSpan entry = header.subspan(AnyOf(random, entries));
   const std::size_t length = std::max<std::size_t>(Get(entry, 8, 2), 16);
-  return "index entry: " + Bend(random, entry,
-                                {{0, 2},
-                                 {0, 6},
-                                 {6, 2},
-                                 {8, 2},
-                                 {10, 2},
-                                 {12, 2},
-                                 {16, 6},
-                                 {56, 8},
-                                 {72, 4},
-                                 {80, 1},
-                                 {81, 1},
-                                 {82, 2},
-                                 {length - 8, 8}});
+  Fields fields = kIndexFields;
+  fields.emplace_back(length - 8, 8);
+  return "index entry: " + Bend(random, entry, fields);
 }
 
 }  // namespace
@@ -208,26 +207,8 @@ Mutant NtfsMutants::Make(Random& random) const {
         mutant.what += "$Bitmap byte " + std::to_string(at) + " from " + std::to_string(was) +
                        " to " + std::to_string(bits[at]) + "; ";
       },
-      [&] {
-        attribute(spread_, [&](ByteSpan a) {
-          return Bend(random, a, {{16, 8}, {24, 8}, {40, 8}, {48, 8}, {56, 8}, {64, 8}, {34, 2}});
-        });
-      },
-      [&] {
-        attribute(all_, [&](ByteSpan a) {
-          return Bend(random, a,
-                      {{0, 4},
-                       {4, 4},
-                       {8, 1},
-                       {9, 1},
-                       {10, 2},
-                       {12, 2},
-                       {14, 2},
-                       {16, 4},
-                       {20, 2},
-                       {32, 2}});
-        });
-      },
+      [&] { attribute(spread_, [&](ByteSpan a) { return Bend(random, a, kSpreadFields); }); },
+      [&] { attribute(all_, [&](ByteSpan a) { return Bend(random, a, kAttributeFields); }); },
       [&] {
         attribute(lists_, [&](ByteSpan a) {
           if (a[8] == 0) return BendList(random, a.subspan(Get(a, 20, 2), Get(a, 16, 4)));
@@ -240,20 +221,8 @@ Mutant NtfsMutants::Make(Random& random) const {
         });
       },
       [&] {
-        record(AnyOf(random, records_), [&](ByteSpan bytes) {
-          return Bend(random, bytes,
-                      {{0, 4},
-                       {16, 2},
-                       {18, 2},
-                       {20, 2},
-                       {22, 2},
-                       {24, 4},
-                       {28, 4},
-                       {32, 2},
-                       {32, 8},
-                       {38, 2},
-                       {40, 2}});
-        });
+        record(AnyOf(random, records_),
+               [&](ByteSpan bytes) { return Bend(random, bytes, kRecordFields); });
       },
       [&] {
         const ByteSpan bits = editor.At(table_bitmap_);
@@ -305,10 +274,8 @@ Mutant NtfsMutants::Make(Random& random) const {
         mutant.what += item.path + ", " + Bend(random, editor.At(extent.lcn), {{at, 1}}) + "; ";
       },
       [&] {
-        mutant.what += "boot sector, " +
-                       Bend(random, ByteSpan(editor.bytes).first(512),
-                            {{13, 1}, {40, 8}, {48, 8}, {56, 8}, {64, 1}, {68, 1}, {72, 8}}) +
-                       "; ";
+        mutant.what +=
+            "boot sector, " + Bend(random, ByteSpan(editor.bytes).first(512), kBootFields) + "; ";
       },
   };
   for (std::uint64_t changes = 1 + Below(random, 4) / 3; changes > 0; --changes) {

@@ -1,16 +1,13 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// What is read of Windows' snapshots, and what a volume that has some allows.
+// What is read of Windows' snapshots.
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <random>
 
-#include "host/image/image_file.h"
 #include "host/image/ntfs/snapshot_catalog.h"
-#include "support/image_folder.h"
-#include "support/intact.h"
+#include "support/devices.h"
 #include "support/seed.h"
-#include "volumes/ntfs_image.h"
 #include "volumes/snapshot_image.h"
 
 namespace vornalux::test {
@@ -113,102 +110,6 @@ TEST(SnapshotCatalog, ReadingEndsWhateverIsThere) {
     EXPECT_LE(catalog.times.size(), 2 * 127U);
     EXPECT_TRUE(!catalog.Any() || SnapshotText(catalog).find("restore point") < 6);
   }
-}
-
-class NtfsSnapshots : public ImageFolder {
- protected:
-  NtfsSnapshots() {
-    Put("v.img", MakeNtfs("ntfs size=16M files=60 fragmented=50% seed=3"));
-    manifest_ = AddSnapshots(Path("v.img"), 2, false);
-  }
-
-  // The catalog's first block, wherever it is.
-  void WriteHeader(bool with_catalog) const {
-    Bytes image = Get("v.img");
-    const CheckReport report = CheckVolume(Path("v.img"));
-    for (const CheckedItem& item : report.items) {
-      if (!item.path.ends_with("/{3808876b-c176-4e48-b7ae-04046e6cc752}")) continue;
-      const auto at = static_cast<std::uint64_t>(item.extents[0].lcn) * report.cluster_size;
-      PutSnapshotHeader(image, at);
-      if (!with_catalog) PutCatalogBlock(image, at, 0, {});
-    }
-    Put("v.img", image);
-  }
-
-  std::unique_ptr<MountedVolume> Open(bool drop, bool dry_run = false) const {
-    OpenReport report;
-    OpenOptions options;
-    options.writable = true;
-    options.dry_run = dry_run;
-    options.drop_restore_points = drop;
-    return OpenImage(Path("v.img"), options, report);
-  }
-
-  static ErrorCode MoveOne(MountedVolume& volume, const StreamRef& file) {
-    return volume.Move(file, 0, FreeRun(volume, 0, 1), 1);
-  }
-
-  StreamRef Ordinary(MountedVolume& volume) const {
-    for (const KnownStream& each : AllStreams(volume)) {
-      const bool own = each.path.find("{3808876b-") != std::string::npos;
-      if (!own && !each.IsFolder() && !each.extents.empty() && each.extents[0].Lcn > 0) {
-        return each.ref;
-      }
-    }
-    throw std::runtime_error("no file");
-  }
-
-  Manifest manifest_;
-};
-
-// An empty catalog's place is named by the header, and what is left of dropped snapshots Windows
-// clears up by itself.
-TEST_F(NtfsSnapshots, TheirFilesStayWhereTheyAreInAnyCase) {
-  for (const bool header : {false, true}) {
-    if (header) WriteHeader(false);
-    const auto volume = Open(false);
-    int stores = 0;
-    for (const KnownStream& each : AllStreams(*volume)) {
-      if (each.path.find("{3808876b-") == std::string::npos) continue;
-      ++stores;
-      EXPECT_EQ(MoveOne(*volume, each.ref), error::kAccessDenied) << each.path;
-    }
-    EXPECT_GE(stores, 3);
-    EXPECT_EQ(MoveOne(*volume, Ordinary(*volume)), error::kSuccess);
-    EXPECT_EQ(volume->Close(), error::kSuccess);
-    EXPECT_EQ(volume->Remarks(), std::vector<std::string>());
-    EXPECT_EQ(HasSnapshotHeader(Path("v.img")), header);
-  }
-}
-
-TEST_F(NtfsSnapshots, AreGoneBeforeTheFirstMoveAndOnlyThen) {
-  WriteHeader(true);
-  const Bytes before = Get("v.img");
-  EXPECT_THROW(Open(false), VolumeRefused);
-  {
-    const auto dry = Open(true, true);
-    EXPECT_EQ(MoveOne(*dry, Ordinary(*dry)), error::kSuccess);
-    EXPECT_EQ(dry->Remarks().size(), 1U);
-  }
-  {
-    const auto idle = Open(true);
-    const StreamRef file = Ordinary(*idle);
-    EXPECT_EQ(idle->Move(file, 0, 0, 1), error::kAccessDenied) << "the target is taken";
-    EXPECT_EQ(idle->Close(), error::kSuccess);
-    EXPECT_EQ(idle->Remarks(), std::vector<std::string>());
-  }
-  EXPECT_TRUE(Get("v.img") == before);
-  {
-    const auto volume = Open(true);
-    EXPECT_EQ(MoveOne(*volume, Ordinary(*volume)), error::kSuccess);
-    EXPECT_FALSE(HasSnapshotHeader(Path("v.img"))) << "before the move is committed";
-    EXPECT_EQ(volume->Close(), error::kSuccess);
-    EXPECT_EQ(volume->Remarks(),
-              std::vector<std::string>({"2 restore points (volume shadow copies) were dropped."}));
-  }
-  ExpectIntact(Path("v.img"), manifest_);
-  const auto again = Open(false);
-  EXPECT_EQ(MoveOne(*again, Ordinary(*again)), error::kSuccess);
 }
 
 }  // namespace

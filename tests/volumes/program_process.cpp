@@ -125,22 +125,11 @@ ProgramEnd Program::Wait() {
 
 ProgramEnd RunProgram(const Arguments& arguments) { return Program(arguments).Wait(); }
 
-ProgramEnd RunProgramInto(const std::string& out_path, const Arguments& arguments) {
-  const int out = open(out_path.c_str(), O_WRONLY | O_CLOEXEC);
-  const int err = memfd_create("stderr", MFD_CLOEXEC);
-  ProgramEnd end = WaitFor(Spawn(arguments, out, err));
-  end.err = ReadFromStart(err);
-  close(out);
-  close(err);
-  return end;
-}
-
 ProgramEnd RunProgramBehind(const std::string& redirections, const Arguments& arguments) {
-  Arguments line = {"/bin/sh", "-c", "exec \"$0\" \"$@\" " + redirections, VORNALUX_PROGRAM};
-  line.insert(line.end(), arguments.begin(), arguments.end());
+  const Arguments shell = {"/bin/sh", "-c", "exec \"$0\" \"$@\" " + redirections, VORNALUX_PROGRAM};
   const int out = memfd_create("stdout", MFD_CLOEXEC);
   const int err = memfd_create("stderr", MFD_CLOEXEC);
-  ProgramEnd end = WaitFor(SpawnLine(std::move(line), out, err));
+  ProgramEnd end = WaitFor(SpawnLine(And(shell, arguments), out, err));
   end.out = ReadFromStart(out);
   end.err = ReadFromStart(err);
   close(out);

@@ -18,6 +18,11 @@ struct ProgramEnd {
 
 using Arguments = std::vector<std::string>;
 
+inline Arguments And(Arguments first, const Arguments& more) {
+  first.insert(first.end(), more.begin(), more.end());
+  return first;
+}
+
 // A started program: standard input empty, standard error gathered, standard output a pipe that
 // holds no more than one page, so that it cannot get far ahead of whoever reads it.
 class Program {
@@ -48,9 +53,6 @@ class Program {
 };
 
 ProgramEnd RunProgram(const Arguments& arguments);
-
-// The same with standard output going to a file, such as "/dev/full".
-ProgramEnd RunProgramInto(const std::string& out_path, const Arguments& arguments);
 
 // The same behind a shell's redirections, such as ">&- 2>log". Where they name no other place,
 // standard output and standard error are gathered.

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // The report as a browser shows it: what stands there, what the map looks like, and that nothing in
 // it acts or reaches for the network.
-#include <png.h>
-
 #include <algorithm>
 #include <cstring>
 #include <map>
@@ -12,6 +10,7 @@
 
 #include "mkvolume/maker.h"
 #include "support/image_folder.h"
+#include "support/png_picture.h"
 #include "support/seed.h"
 #include "volume/run_view.h"
 #include "volumes/program_process.h"
@@ -20,28 +19,6 @@ namespace vornalux::test {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-struct Picture {
-  std::size_t width = 0;
-  std::size_t height = 0;
-  std::vector<Colour> pixels;  // row by row
-
-  const Colour* Row(std::size_t y) const { return &pixels[y * width]; }
-};
-
-Picture ReadPng(const Bytes& file) {
-  png_image image{};
-  image.version = PNG_IMAGE_VERSION;
-  EXPECT_TRUE(png_image_begin_read_from_memory(&image, file.data(), file.size())) << image.message;
-  image.format = PNG_FORMAT_RGB;
-  Bytes bytes(PNG_IMAGE_SIZE(image));
-  EXPECT_TRUE(png_image_finish_read(&image, nullptr, bytes.data(), 0, nullptr)) << image.message;
-  Picture picture{image.width, image.height, {}};
-  for (std::size_t i = 0; i + 2 < bytes.size(); i += 3) {
-    picture.pixels.push_back(bytes[i] | Colour{bytes[i + 1]} << 8 | Colour{bytes[i + 2]} << 16);
-  }
-  return picture;
-}
 
 // Is part somewhere in whole, pixel for pixel?
 bool Contains(const Picture& whole, const Picture& part) {

@@ -44,11 +44,9 @@ class SaveJob : public ImageFolder {
     return {content.begin(), content.end()};
   }
   ProgramEnd Save(const std::string& name, const std::string& job,
-                  const std::string& image = "disk.img", Arguments more = {}) {
-    Arguments arguments = {"job", "--volume", "C=" + Path(image), "--save-job", name};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    arguments.insert(arguments.end(), {"--", job});
-    return RunProgram(arguments);
+                  const std::string& image = "disk.img", const Arguments& more = {}) {
+    const Arguments save = {"job", "--volume", "C=" + Path(image), "--save-job", name};
+    return RunProgram(And(And(save, more), {"--", job}));
   }
   // The command that opening the file runs.
   Arguments Started(const std::string& launcher) {

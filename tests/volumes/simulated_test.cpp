@@ -56,12 +56,11 @@ TEST(SimulatedVolume, ImmovableAndLockedItemsStay) {
 }
 
 TEST(RandomVolume, SameSeedSameVolumeAndOptionsAreKept) {
-  RandomVolumeOptions options;
-  options.geometry.total_clusters = 50000;
-  options.files = 3000;
-  options.folders = 100;
-  options.fill = 0.75;
-  options.fragmented = 0.5;
+  const RandomVolumeOptions options = {.geometry = {.total_clusters = 50000},
+                                       .files = 3000,
+                                       .folders = 100,
+                                       .fill = 0.75,
+                                       .fragmented = 0.5};
   const std::uint64_t seed = test::TestSeed();
   SCOPED_TRACE(test::SeedNote(seed));
   const auto volume = MakeRandomVolume(options, seed);
@@ -114,37 +113,6 @@ TEST_F(SimulatedPlatformTest, MovesFailByNumberAndByPath) {
   }
   EXPECT_EQ(volume_.ClustersMoved(), 2);
   EXPECT_EQ(volume_.RunsOf("dir\\b"), (std::vector<SimulatedRun>{{200, 4}}));
-}
-
-TEST_F(SimulatedPlatformTest, VolumesLieAndFail) {
-  machine_.Faults().FailFindFirst({.path = "C:\\dir"});
-  EXPECT_EQ(machine_.FindFirst("\\\\?\\C:\\dir\\*"), nullptr);
-  EXPECT_NE(machine_.FindFirst("\\\\?\\C:\\dir\\*"), nullptr);
-
-  const BitmapLie lies[] = {BitmapLie::NegativeSize, BitmapLie::HugeSize, BitmapLie::ShortBits,
-                            BitmapLie::NoBits, BitmapLie::WrongStart};
-  int nth = 0;
-  for (const BitmapLie lie : lies) machine_.Faults().LieInBitmap({.nth = ++nth}, lie);
-  machine_.Faults().FailBitmap({.nth = 6}, error::kNotReady);
-  std::string seen;
-  for (int i = 0; i < 7; ++i) {
-    BitmapChunk bits;
-    const ErrorCode error = machine_.VolumeBitmap(disk_, 0, 4096, bits);
-    seen += std::to_string(bits.starting_lcn) + ' ' + std::to_string(bits.bitmap_size) + ' ' +
-            std::to_string(bits.bits.size()) + ' ' + std::to_string(error) + '\n';
-  }
-  EXPECT_EQ(seen,
-            "0 -1000 125 0\n0 9223372036854775807 125 0\n0 1000 62 0\n0 1000 0 0\n"
-            "8 1000 125 0\n0 1000 125 21\n0 1000 125 0\n");
-
-  machine_.Faults().FailFreeSpace({.nth = 1}, error::kNotReady);
-  machine_.Faults().ReportNoClusters({.nth = 2});
-  FreeSpace figures;
-  EXPECT_EQ(machine_.FreeSpaceFigures("C:\\", figures), error::kNotReady);
-  EXPECT_EQ(machine_.FreeSpaceFigures("C:\\", figures), error::kSuccess);
-  EXPECT_EQ(figures.total_clusters, 0);
-  EXPECT_EQ(machine_.FreeSpaceFigures("C:\\", figures), error::kSuccess);
-  EXPECT_EQ(figures.total_clusters, 1000);
 }
 
 TEST_F(SimulatedPlatformTest, EveryCallIsLoggedWithThePathBehindItsHandle) {
