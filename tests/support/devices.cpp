@@ -68,7 +68,7 @@ bool FailingDevice::Fails(unsigned call) {
   return fails;
 }
 
-std::error_code MemoryJournalHome::Open(std::unique_ptr<BlockDevice>& store) {
+std::error_code MemoryJournalHome::Open(std::shared_ptr<BlockDevice>& store) {
   if (journal_.refuse_open) return std::make_error_code(std::errc::permission_denied);
   if (!journal_.exists) {
     journal_.store.Content().clear();

@@ -161,7 +161,7 @@ struct MemoryJournal {
 class MemoryJournalHome final : public JournalHome {
  public:
   explicit MemoryJournalHome(MemoryJournal& journal) : journal_(journal) {}
-  std::error_code Open(std::unique_ptr<BlockDevice>& store) override;
+  std::error_code Open(std::shared_ptr<BlockDevice>& store) override;
   std::error_code Remove() override;
 
  private:

@@ -167,7 +167,7 @@ TEST_F(JournalFileTest, IsHeldByOneRunAtATime) {
   EXPECT_NE(Objection(Path("image")).find("in use by another run"), std::string::npos);
 
   // The lock lasts as long as the store, and what was replaced under it is not removed.
-  std::unique_ptr<BlockDevice> store;
+  std::shared_ptr<BlockDevice> store;
   ASSERT_FALSE(first->Open(store));
   ASSERT_FALSE(store->Write(0, Bytes(512, 1)));
   first.reset();

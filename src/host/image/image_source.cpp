@@ -20,6 +20,7 @@
 #include "host/image/drive/linux_drive_node.h"
 #include "host/image/image_use.h"
 #include "host/image/journal_file.h"
+#include "host/image/journal_format.h"
 #include "host/image/partition_table.h"
 #include "host/image/scratch_journal.h"
 #include "host/image/state_folder.h"
@@ -32,7 +33,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* kJournalSuffix = ".vornalux-journal";
 constexpr const char* kSysfs = "/sys";
-constexpr std::size_t kLongestDeviceIdentity = 256;  // as long as a journal has room for
 
 std::string Text(int code) { return std::generic_category().message(code); }
 
@@ -242,7 +242,7 @@ VolumeIdentity Identity(const ImageSource& source) {
   if (source.file->IsBlockDevice()) {
     const DiskPlace place = OnWholeDisk(kSysfs, DeviceNumber(*source.file), source.offset);
     identity.volume_offset = place.offset;
-    identity.device = DeviceIdentity(kSysfs, place).substr(0, kLongestDeviceIdentity);
+    identity.device = DeviceIdentity(kSysfs, place).substr(0, journal_format::kLongestDevice);
     identity.place = AttachedAs(kSysfs, place);
   } else {
     identity.place = FilePlace(source.file->Descriptor());

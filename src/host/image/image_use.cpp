@@ -10,6 +10,8 @@
 #include <sstream>
 #include <vector>
 
+#include "host/image/drive/sysfs.h"
+
 namespace vornalux {
 namespace {
 
@@ -54,13 +56,6 @@ std::vector<Mount> ReadMounts(const std::string& path) {
   return mounts;
 }
 
-std::string FirstLine(const std::filesystem::path& path) {
-  std::ifstream file(path);
-  std::string line;
-  std::getline(file, line);
-  return line;
-}
-
 std::string DeviceNumber(dev_t device) {
   return std::to_string(major(device)) + ":" + std::to_string(minor(device));
 }
@@ -75,8 +70,8 @@ bool SameThing(const struct stat& ours, const std::string& path) {
 // The disk that a partition is of; empty for what is no partition.
 std::string DiskOf(const std::string& device, const UseSources& sources) {
   std::error_code error;
-  const auto folder = std::filesystem::canonical(sources.sys + "/dev/block/" + device, error);
-  if (error || !std::filesystem::exists(folder / "partition", error)) return {};
+  const auto folder = BlockFolder(sources.sys, device);
+  if (folder.empty() || !std::filesystem::exists(folder / "partition", error)) return {};
   return FirstLine(folder.parent_path() / "dev");
 }
 

@@ -20,14 +20,14 @@ namespace vornalux {
 class JournalHome {
  public:
   virtual ~JournalHome() = default;
-  virtual std::error_code Open(std::unique_ptr<BlockDevice>& store) = 0;
+  virtual std::error_code Open(std::shared_ptr<BlockDevice>& store) = 0;
   virtual std::error_code Remove() = 0;
 };
 
 // What a file system's volume stands on.
 struct VolumeStore {
   std::unique_ptr<BlockDevice> device;        // the volume alone, locked against others
-  std::unique_ptr<JournalHome> journal_home;  // null: the volume is open for reading only
+  std::shared_ptr<JournalHome> journal_home;  // null: the volume is open for reading only
   VolumeIdentity identity;
   std::unique_ptr<SmartDrive> drive;  // the disk below; null when there is none to be asked
   bool recovering = false;  // an interrupted run of ours left the dirty flag set; Recover() ends it
@@ -140,7 +140,7 @@ class ImageVolume : public MountedVolume {
 
   VolumeStore store_;
   std::vector<std::string> objections_;
-  std::unique_ptr<BlockDevice> journal_store_;
+  std::shared_ptr<BlockDevice> journal_store_;
   std::unique_ptr<RedoJournal> journal_;
   std::unique_ptr<Transaction> transaction_;
   std::unique_ptr<AllocationMap> clusters_;

@@ -100,14 +100,15 @@ std::error_code WriteCopyTable(BodyWriter& body, const std::vector<CopiedRange>&
 }
 
 std::error_code WriteBody(BodyWriter& body, BlockDevice& volume, const std::vector<SectorRun>& runs,
-                          const std::vector<CopiedRange>& copies, const Proof& proof) {
+                          const std::vector<CopiedRange>& copies,
+                          std::span<const std::uint8_t> proof) {
   if (const std::error_code error = WriteRunTable(body, runs)) return error;
   if (const std::error_code error = WriteChecksumTable(body, volume, runs)) return error;
   for (const SectorRun& run : runs) {
     if (const std::error_code error = body.Append(run.content)) return error;
   }
   if (const std::error_code error = WriteCopyTable(body, copies)) return error;
-  if (const std::error_code error = body.Append(EncodeProof(proof))) return error;
+  if (const std::error_code error = body.Append(proof)) return error;
   return body.Finish();
 }
 
@@ -161,6 +162,12 @@ void RedoJournal::UpdateProof(const std::vector<SectorRun>& runs) {
   while (proof_.size() + marks_.size() > kMostProofs) proof_.erase(std::prev(proof_.end()));
 }
 
+std::array<std::uint8_t, kSector> RedoJournal::ProofSector() const {
+  Proof proof{sequence_, proof_};
+  proof.sectors.insert(marks_.begin(), marks_.end());
+  return EncodeProof(proof);
+}
+
 std::error_code RedoJournal::Record(const std::vector<SectorRun>& runs,
                                     const std::vector<CopiedRange>& copies) try {
   RecordHeader header;
@@ -170,10 +177,10 @@ std::error_code RedoJournal::Record(const std::vector<SectorRun>& runs,
   for (const SectorRun& run : runs) header.sectors += run.content.size() / kSector;
 
   UpdateProof(runs);
-  Proof proof{sequence_, proof_};
-  proof.sectors.insert(marks_.begin(), marks_.end());
   BodyWriter body(store_);
-  if (const std::error_code error = WriteBody(body, volume_, runs, copies, proof)) return error;
+  if (const std::error_code error = WriteBody(body, volume_, runs, copies, ProofSector())) {
+    return error;
+  }
   header.body_checksum = body.BodyChecksum();
   // Header and body may reach the store in any order: it counts only when both checksums agree.
   if (const std::error_code error = store_.Write(kRecordOffset, EncodeRecordHeader(header))) {
@@ -185,9 +192,7 @@ std::error_code RedoJournal::Record(const std::vector<SectorRun>& runs,
 }
 
 std::error_code RedoJournal::Settle() {
-  Proof proof{sequence_, proof_};
-  proof.sectors.insert(marks_.begin(), marks_.end());
-  if (const std::error_code error = store_.Write(kProofOffset, EncodeProof(proof))) return error;
+  if (const std::error_code error = store_.Write(kProofOffset, ProofSector())) return error;
   return store_.Flush();
 }
 

@@ -105,6 +105,8 @@ class RedoJournal {
 
  private:
   void UpdateProof(const std::vector<SectorRun>& runs);
+  // What the journal says once the present commit is done.
+  std::array<std::uint8_t, 512> ProofSector() const;
   bool StaysPut(std::uint64_t sector) const;
 
   BlockDevice& store_;

@@ -110,16 +110,12 @@ std::string FileJournalHome::Take(bool for_writing) {
   return Adopt(descriptor, for_writing);
 }
 
-// The store shares the lock, which ends with the last of the two.
-std::error_code FileJournalHome::Open(std::unique_ptr<BlockDevice>& store) {
+// The lock lasts as long as the store.
+std::error_code FileJournalHome::Open(std::shared_ptr<BlockDevice>& store) {
   if (file_ == nullptr) return std::make_error_code(std::errc::bad_file_descriptor);
   // What nobody finds any more after an interruption is no journal: a long analysis lies behind us.
   if (!IsStillThere()) return std::make_error_code(std::errc::no_such_file_or_directory);
-  const int descriptor = ::fcntl(file_->Descriptor(), F_DUPFD_CLOEXEC, 0);
-  if (descriptor < 0) return LastError();
-  std::unique_ptr<FileDevice> device;
-  if (const std::error_code error = FileDevice::Adopt(descriptor, true, device)) return error;
-  store = std::move(device);
+  store = file_;
   made_ = false;
   return {};
 }

@@ -38,7 +38,7 @@ class FileJournalHome final : public JournalHome {
   // Take() failed because another run holds it.
   bool Busy() const { return busy_; }
 
-  std::error_code Open(std::unique_ptr<BlockDevice>& store) override;
+  std::error_code Open(std::shared_ptr<BlockDevice>& store) override;
   std::error_code Remove() override;
 
  private:
@@ -48,7 +48,7 @@ class FileJournalHome final : public JournalHome {
   std::error_code FlushFolder() const;
 
   std::string path_;
-  std::unique_ptr<FileDevice> file_;
+  std::shared_ptr<FileDevice> file_;
   bool made_ = false;
   bool busy_ = false;
 };

@@ -10,43 +10,6 @@
 namespace vornalux {
 namespace {
 
-// The journal of the run as it was left, held in memory with all that is done to it.
-class CopiedJournalHome final : public JournalHome {
- public:
-  explicit CopiedJournalHome(FileJournalHome& home) : home_(home) {}
-  std::error_code Open(std::unique_ptr<BlockDevice>& store) override {
-    if (!copy_) {
-      std::unique_ptr<BlockDevice> file;
-      if (const std::error_code error = home_.Open(file)) return error;
-      copy_ = std::make_shared<ScratchDevice>(std::move(file), true);
-    }
-    store = std::make_unique<WindowOnto>(copy_);
-    return {};
-  }
-  std::error_code Remove() override { return {}; }
-
- private:
-  // The copy is opened twice: to finish the commit, and for the commit that ends the run.
-  class WindowOnto final : public BlockDevice {
-   public:
-    explicit WindowOnto(std::shared_ptr<BlockDevice> base) : base_(std::move(base)) {}
-    std::uint64_t Size() const override { return base_->Size(); }
-    std::error_code Read(std::uint64_t offset, std::span<std::uint8_t> out) override {
-      return base_->Read(offset, out);
-    }
-    std::error_code Write(std::uint64_t offset, std::span<const std::uint8_t> data) override {
-      return base_->Write(offset, data);
-    }
-    std::error_code Flush() override { return base_->Flush(); }
-
-   private:
-    std::shared_ptr<BlockDevice> base_;
-  };
-
-  FileJournalHome& home_;
-  std::shared_ptr<BlockDevice> copy_;
-};
-
 // What is left of an interrupted run, and what may be done with it.
 class Leftover {
  public:
@@ -57,7 +20,7 @@ class Leftover {
         options_(options),
         report_(report),
         to_disk_(options.writable && !options.dry_run),
-        home_(std::make_unique<FileJournalHome>(source.journal_path)) {}
+        home_(std::make_shared<FileJournalHome>(source.journal_path)) {}
 
   void Settle() {
     if (!home_->Exists()) return;
@@ -70,7 +33,7 @@ class Leftover {
       return;
     }
     if (to_disk_) {
-      Finish(std::move(home_));
+      Finish(home_);
     } else if (options_.dry_run || !ReopenForWriting()) {
       FinishInMemory();
     } else {
@@ -107,7 +70,7 @@ class Leftover {
   // Nothing when the journal is not to be used, which has been told.
   std::optional<JournalState> Judge() {
     const VolumeStore store = MakeStore(source_);
-    std::unique_ptr<BlockDevice> file;
+    std::shared_ptr<BlockDevice> file;
     std::error_code error = home_->Open(file);
     JournalFinding finding;
     if (!error) finding = RedoJournal(*file, *store.device).Judge(source_.identity);
@@ -153,9 +116,9 @@ class Leftover {
   }
 
   // The volume is finished by its own rules: the dirty mark goes, durably, then the journal.
-  void Finish(std::unique_ptr<JournalHome> home) {
+  void Finish(const std::shared_ptr<JournalHome>& home) {
     VolumeStore store = MakeStore(source_);
-    std::unique_ptr<BlockDevice> file;
+    std::shared_ptr<BlockDevice> file;
     if (const std::error_code error = home->Open(file)) CannotFinish(error.message());
     const JournalFinding finding = RedoJournal(*file, *store.device).Recover(source_.identity);
     file.reset();
@@ -163,7 +126,7 @@ class Leftover {
     if (finding.state != JournalState::Idle && finding.state != JournalState::Replayed) {
       CannotFinish(finding.detail);
     }
-    store.journal_home = std::move(home);
+    store.journal_home = home;
     store.recovering = true;
     const std::unique_ptr<ImageVolume> volume = OpenFileSystem(source_, std::move(store));
     if (const ErrorCode code = volume->Recover()) {
@@ -183,8 +146,9 @@ class Leftover {
 
   void FinishInMemory() {
     if (!source_.scratch) source_.scratch = std::make_shared<ScratchDevice>(source_.file);
-    FileJournalHome& file = *home_;
-    Finish(std::make_unique<CopiedJournalHome>(file));
+    std::shared_ptr<BlockDevice> file;
+    if (const std::error_code error = home_->Open(file)) CannotFinish(error.message());
+    Finish(std::make_shared<ScratchJournalHome>(std::move(file)));
     report_.recovery =
         options_.dry_run
             ? "An earlier run was interrupted. This dry run starts from what finishing it will "
@@ -197,7 +161,7 @@ class Leftover {
   // Full disks and the like are no reason not to look.
   void FinishOrShow() {
     try {
-      Finish(std::make_unique<BorrowedHome>(*home_));
+      Finish(home_);
       source_.file.reset();
       source_ = LocateVolume(path_, options_, false);
     } catch (const VolumeRefused& refused) {
@@ -208,16 +172,6 @@ class Leftover {
     }
   }
 
-  class BorrowedHome final : public JournalHome {
-   public:
-    explicit BorrowedHome(FileJournalHome& home) : home_(home) {}
-    std::error_code Open(std::unique_ptr<BlockDevice>& store) override { return home_.Open(store); }
-    std::error_code Remove() override { return home_.Remove(); }
-
-   private:
-    FileJournalHome& home_;
-  };
-
   ImageSource& source_;
   const std::string& path_;
   const OpenOptions& options_;
@@ -225,7 +179,7 @@ class Leftover {
   bool to_disk_;
   bool can_write_ = true;
   std::string why_in_memory_;
-  std::unique_ptr<FileJournalHome> home_;
+  std::shared_ptr<FileJournalHome> home_;
 };
 
 }  // namespace

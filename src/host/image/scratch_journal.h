@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <system_error>
+#include <utility>
 
 #include "host/image/image_volume.h"
 #include "host/image/scratch_device.h"
@@ -10,14 +11,23 @@
 namespace vornalux {
 
 // The journal of a volume on a ScratchDevice: in memory too, since nothing outlives the run that it
-// could mend.
+// could mend. It starts as a copy of the one that an interrupted run left, if there is one.
 class ScratchJournalHome final : public JournalHome {
  public:
-  std::error_code Open(std::unique_ptr<BlockDevice>& store) override {
-    store = std::make_unique<ScratchDevice>(nullptr, true);
+  explicit ScratchJournalHome(std::shared_ptr<BlockDevice> left = nullptr)
+      : store_(std::make_shared<ScratchDevice>(std::move(left), true)) {}
+
+  std::error_code Open(std::shared_ptr<BlockDevice>& store) override {
+    store = store_;
     return {};
   }
-  std::error_code Remove() override { return {}; }
+  std::error_code Remove() override {
+    store_ = std::make_shared<ScratchDevice>(nullptr, true);
+    return {};
+  }
+
+ private:
+  std::shared_ptr<ScratchDevice> store_;
 };
 
 }  // namespace vornalux

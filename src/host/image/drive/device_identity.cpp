@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 
+#include "host/image/drive/sysfs.h"
 #include "host/image/drive/whole_disk.h"
 
 namespace vornalux {
@@ -20,10 +20,7 @@ struct FreeProbe {
   void operator()(blkid_probe probe) const { blkid_free_probe(probe); }
 };
 
-std::string FirstLine(const fs::path& path) {
-  std::ifstream file(path);
-  std::string line;
-  std::getline(file, line);
+std::string WithoutBlanks(std::string line) {
   const auto is_blank = [](unsigned char c) { return c <= ' ' || c == 127; };
   line.erase(std::remove_if(line.begin(), line.end(), is_blank), line.end());
   return line;
@@ -36,7 +33,7 @@ std::string SerialNumber(const fs::path& sysfs, fs::path folder) {
                                     "cid",    "dm/uuid", "md/uuid",       "loop/backing_file"};
   for (; folder != sysfs && folder.has_relative_path(); folder = folder.parent_path()) {
     for (const char* const name : kNames) {
-      const std::string found = FirstLine(folder / name);
+      const std::string found = WithoutBlanks(FirstLine(folder / name));
       if (!found.empty()) return found;
     }
   }
@@ -62,18 +59,12 @@ std::string PartitionUuid(const std::string& sysfs, const DiskPlace& place) {
   return {};
 }
 
-fs::path FolderOf(const std::string& sysfs, const std::string& device) {
-  std::error_code error;
-  const fs::path folder = fs::canonical(fs::path(sysfs) / "dev" / "block" / device, error);
-  return error ? fs::path() : folder;
-}
-
 }  // namespace
 
 DiskPlace OnWholeDisk(const std::string& sysfs, const std::string& device, std::uint64_t offset) {
   constexpr std::uint64_t kUnit = 512;
   std::error_code error;
-  const fs::path folder = FolderOf(sysfs, device);
+  const fs::path folder = BlockFolder(sysfs, device);
   if (folder.empty() || !fs::exists(folder / "partition", error)) return {device, offset};
   std::uint64_t start = 0;
   const std::string text = FirstLine(folder / "start");
@@ -82,7 +73,7 @@ DiskPlace OnWholeDisk(const std::string& sysfs, const std::string& device, std::
 }
 
 std::string DeviceIdentity(const std::string& sysfs, const DiskPlace& place) {
-  const fs::path folder = FolderOf(sysfs, place.disk);
+  const fs::path folder = BlockFolder(sysfs, place.disk);
   std::error_code error;
   if (folder.empty()) return {};
   const std::string serial = SerialNumber(fs::canonical(sysfs, error), folder);
@@ -91,7 +82,7 @@ std::string DeviceIdentity(const std::string& sysfs, const DiskPlace& place) {
 }
 
 std::string AttachedAs(const std::string& sysfs, const DiskPlace& place) {
-  const std::string number = FirstLine(FolderOf(sysfs, place.disk) / "diskseq");
+  const std::string number = FirstLine(BlockFolder(sysfs, place.disk) / "diskseq");
   const std::string boot = FirstLine("/proc/sys/kernel/random/boot_id");
   if (number.empty() || boot.empty()) return {};
   return "disk " + number + " of boot " + boot;

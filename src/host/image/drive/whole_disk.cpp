@@ -6,25 +6,14 @@
 #include <string_view>
 #include <system_error>
 
+#include "host/image/drive/sysfs.h"
+
 namespace vornalux {
 namespace {
 
 namespace fs = std::filesystem;
 
 constexpr int kDeepest = 8;  // devices on top of each other
-
-fs::path FolderOf(const std::string& sysfs, const std::string& device) {
-  std::error_code error;
-  fs::path folder = fs::canonical(fs::path(sysfs) / "dev" / "block" / device, error);
-  return error ? fs::path() : folder;
-}
-
-std::string FirstLine(const fs::path& path) {
-  std::ifstream file(path);
-  std::string line;
-  std::getline(file, line);
-  return line;
-}
 
 // The only device below this one; empty when there is none or several.
 fs::path OnlySlave(const fs::path& folder) {
@@ -47,20 +36,20 @@ fs::path Below(const fs::path& folder) {
 
 std::string WholeDiskOf(const std::string& sysfs, const std::string& device) {
   std::string whole;
-  fs::path folder = FolderOf(sysfs, device);
+  fs::path folder = BlockFolder(sysfs, device);
   for (int depth = 0; depth < kDeepest && !folder.empty(); ++depth) {
     const fs::path below = Below(folder);
     if (below.empty()) return whole;
     whole = FirstLine(below / "dev");
     if (whole.empty()) return {};
-    folder = FolderOf(sysfs, whole);
+    folder = BlockFolder(sysfs, whole);
   }
   return {};
 }
 
 std::string DeviceNodeOf(const std::string& sysfs, const std::string& device) {
   constexpr std::string_view kName = "DEVNAME=";
-  const fs::path folder = FolderOf(sysfs, device);
+  const fs::path folder = BlockFolder(sysfs, device);
   if (folder.empty()) return {};
   std::ifstream file(folder / "uevent");
   for (std::string line; std::getline(file, line);) {

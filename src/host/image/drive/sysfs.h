@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The kernel's file system about devices, whose root is given; devices are "8:1" (major:minor).
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <system_error>
+
+namespace vornalux {
+
+// Empty for what cannot be read.
+inline std::string FirstLine(const std::filesystem::path& path) {
+  std::ifstream file(path);
+  std::string line;
+  std::getline(file, line);
+  return line;
+}
+
+// The folder of a block device; empty for one that sysfs does not know.
+inline std::filesystem::path BlockFolder(const std::string& sysfs, const std::string& device) {
+  std::error_code error;
+  auto folder =
+      std::filesystem::canonical(std::filesystem::path(sysfs) / "dev/block" / device, error);
+  return error ? std::filesystem::path() : folder;
+}
+
+}  // namespace vornalux
