@@ -90,6 +90,7 @@ void Redraw(benchmark::State& state) {
   ScriptedDesktop user;
   Program program(machine.With(user));
   program.launcher.SelectDrive("C:\\");
+  program.main_window.OpenMenu();
   for (auto _ : state) {
     program.main_window.RedrawClusterMap();
     benchmark::DoNotOptimize(program.main_window.Picdepartvolume.Pixel(7, 0));

@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
-#include "engine/run_target.h"
 #include "platform/types.h"
 
 namespace vornalux {
 
-// The job being run. What it works on is in target; VssSafe, DebugLog, VolumeDirty and
-// StopRequested live with the other program-wide switches in RunFlags.
+// What is left of a job once it runs. Its drive and directory are the chosen volume's; VssSafe,
+// DebugLog, VolumeDirty and StopRequested live with the other program-wide switches in RunFlags.
 struct JobSettings {
-  RunTarget target;
   Boolean shutdownWhenDone = False;
   Boolean closeWhenDone = False;
 };

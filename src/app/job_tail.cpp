@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "app/job_tail.h"
 
+#include <algorithm>
+
 namespace vornalux {
 
 JobTail SplitTail(std::string_view tail) {
@@ -31,14 +33,14 @@ JobTail SplitTail(std::string_view tail) {
 }
 
 std::string NormalRoot(std::string_view drive) {
-  while (drive.ends_with('\\')) drive.remove_suffix(1);
-  return std::string(drive) + "\\";
+  return std::string(drive.substr(0, drive.find_last_not_of("\\/") + 1)) + "\\";
 }
 
 std::string NormalFolder(std::string_view folder) {
-  while (folder.starts_with('\\')) folder.remove_prefix(1);
-  while (folder.ends_with('\\')) folder.remove_suffix(1);
-  return std::string(folder);
+  std::string text(folder);
+  std::ranges::replace(text, '/', '\\');
+  text.erase(text.find_last_not_of('\\') + 1);
+  return text.substr(std::min(text.size(), text.find_first_not_of('\\')));
 }
 
 }  // namespace vornalux

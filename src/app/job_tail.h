@@ -17,10 +17,10 @@ struct JobTail {
 // one, and its blanks become "%". Later quotes are ordinary characters.
 JobTail SplitTail(std::string_view tail);
 
-// "C:", "C:\" or "C:\\" as a root with one backslash at its end.
+// "C:", "C:\", "C:/" or "C:\\" as a root with one backslash at its end.
 std::string NormalRoot(std::string_view drive);
 
-// A folder without backslashes at its ends.
+// A folder with backslashes between its parts, none at its ends.
 std::string NormalFolder(std::string_view folder);
 
 }  // namespace vornalux

@@ -1,7 +1,17 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "app/launcher.h"
 
+#include <algorithm>
+
+#include "volume/ascii_case.h"
+
 namespace vornalux {
+namespace {
+
+constexpr std::size_t kRootLength = 3;  // "C:\"
+
+}  // namespace
+
 Introfrm::Introfrm(Platform& platform, RunFlags& flags, JobSettings& settings,
                    const DebugTrace& trace, FrmDBG& debug_window, DefragWindow& main_window)
     : Form(kProgramTitle),
@@ -12,13 +22,43 @@ Introfrm::Introfrm(Platform& platform, RunFlags& flags, JobSettings& settings,
       trace_(trace),
       debug_window_(debug_window),
       main_window_(main_window),
-      sectors_(platform.devices) {
+      volume_(main_window.engine.volume) {
   const std::string windows = platform_.machine.WindowsFolder();
   main_window_.engine.walk.PrefetchDir = windows.empty() ? "" : windows + "\\Prefetch";
   main_window_.launcher = this;
   FrmAfter.enabled = false;
+  Option1.value = true;
+  action_piece_ = " /d";
   BindOptions();
   BindDriveControls();
+  ShowPriority(platform_.machine.PriorityClass());
+  volume_.Watch([this](ChosenVolume::Change) { VolumeChanged(); });
+}
+
+void Introfrm::VolumeChanged() {
+  const std::vector<std::string>& items = ImageCombo1.items();
+  const auto item = std::ranges::find_if(items, [this](const std::string& text) {
+    return EqualIgnoringAsciiCase(text.substr(0, kRootLength), volume_.Target().drive);
+  });
+  ImageCombo1.list_index =
+      item == items.end() ? -1 : static_cast<std::int32_t>(item - items.begin());
+  ComposeJobLine();
+}
+
+// "High" stops at above normal, so that a long run does not starve the desktop.
+void Introfrm::ShowPriority(std::uint32_t priority_class) {
+  OptPrioLow.value = priority_class == priority::kIdle;
+  OptPrioMed.value = priority_class == priority::kNormal;
+  OptPrioHi.value = priority_class == priority::kAboveNormal;
+  priority_piece_ = OptPrioLow.value   ? " /low"
+                    : OptPrioMed.value ? " /normal"
+                    : OptPrioHi.value  ? " /high"
+                                       : "";
+  ComposeJobLine();
+}
+
+void Introfrm::UsePriority(std::uint32_t priority_class) {
+  ShowPriority(platform_.machine.SetPriorityClass(priority_class));
 }
 
 void Introfrm::BindOptions() {
@@ -26,13 +66,11 @@ void Introfrm::BindOptions() {
   struct Choice {
     OptionButton* button;
     const char* text;
-    std::uint32_t priority_class = 0;  // takes effect at once
   };
   const auto group = [this](std::string& piece, const std::vector<Choice>& choices) {
     for (const Choice& choice : choices) {
       choice.button->click = [this, &piece, choices, choice] {
         for (const Choice& other : choices) other.button->value = other.button == choice.button;
-        if (choice.priority_class) platform_.machine.SetPriorityClass(choice.priority_class);
         piece = choice.text;
         ComposeJobLine();
       };
@@ -40,10 +78,9 @@ void Introfrm::BindOptions() {
   };
   group(action_piece_, {{&Option1, " /d"}, {&Option2, " /c"}, {&Option3, " /o"}});
   group(after_piece_, {{&OptClose, " /close"}, {&OptShutDown, " /down"}});
-  // "High" stops at above normal, so that a long run does not starve the desktop.
-  group(priority_piece_, {{&OptPrioLow, " /low", priority::kIdle},
-                          {&OptPrioMed, " /normal", priority::kNormal},
-                          {&OptPrioHi, " /high", priority::kAboveNormal}});
+  OptPrioLow.click = [this] { UsePriority(priority::kIdle); };
+  OptPrioMed.click = [this] { UsePriority(priority::kNormal); };
+  OptPrioHi.click = [this] { UsePriority(priority::kAboveNormal); };
 
   const auto toggle = [this](CheckBox& box, std::string& piece, const char* text) {
     box.click = [this, &box, &piece, text] {
@@ -63,26 +100,30 @@ void Introfrm::BindOptions() {
   };
   VSS_LIVE.click = [this] { flags_.VssSafe = ToBoolean(VSS_LIVE.value); };
   Command2.click = [this] { Command2_Click(); };
-  ExcludeTxt.change = [this] { settings_.target.exclude = ExcludeTxt.text; };
+  ExcludeTxt.change = [this] { volume_.SetExclude(ExcludeTxt.text); };
 }
 
 void Introfrm::ComposeJobLine() {
-  job_line_ = "/drv " + settings_.target.Drive() + action_piece_ + priority_piece_ +
+  Command2.enabled = volume_.IsChosen();
+  if (!volume_.IsChosen()) return;
+  job_line_ = "/drv " + volume_.Target().Drive() + action_piece_ + priority_piece_ +
               minimized_piece_ + after_piece_ + vss_piece_;
   Command2.caption = "Create desktop shortcut Job " + job_line_;
 }
 
 void Introfrm::runchkdsk(const std::string& drive) {
   flags_.VolumeDirty = False;
-  if (drive.empty()) return;
+  if (drive.empty() || main_window_.Ended()) return;
   cancel = false;
+  ImageCombo1.enabled = CmdGo.enabled = false;
   CmdCancel.visible = true;
   platform_.machine.CheckDisk(drive + "\\", *this);
   CmdCancel.visible = false;
+  ImageCombo1.enabled = CmdGo.enabled = true;
 }
 
 void Introfrm::Done(bool failed) {
-  check_heard_ = true;
+  if (main_window_.Ended()) return;
   main_window_.OpenMenu();
   if (cancel) {
     Say("Disk check was cancelled!");
@@ -95,14 +136,12 @@ void Introfrm::Done(bool failed) {
 }
 
 void Introfrm::Progress(std::int32_t percent, bool& cancel_check) {
-  check_heard_ = true;
   main_window_.progress.SetRange(0, 100);
   main_window_.progress.SetValue(percent);
   cancel_check = cancel;
 }
 
 void Introfrm::Status(const std::string&, bool& cancel_check) {
-  check_heard_ = true;
   platform_.desktop.DoEvents();
   cancel_check = cancel;
 }
@@ -119,6 +158,33 @@ void Introfrm::minimize_to_tray() {
 }
 
 void Introfrm::cleanup_systray() { platform_.desktop.RemoveTrayIcon(); }
+
+JobOutcome Introfrm::process_cmd_line(const std::string& tail) {
+  const JobReading reading = ParseJob(tail);
+  const Job& job = reading.job;
+  for (const std::string& objection : reading.objections) Say(objection);
+  for (const std::uint32_t priority_class : job.priorities) UsePriority(priority_class);
+  if (job.shutdown_when_done) settings_.shutdownWhenDone = True;
+  if (job.close_when_done) settings_.closeWhenDone = True;
+  if (job.vss_safe) flags_.VssSafe = True;
+  if (job.vss_safe) VSS_LIVE.value = true;
+  if (job.debug_log) flags_.DebugLog = True;
+  if (job.debug_log) debug_window_.Show();
+  if (reading.refused) return JobOutcome::InvalidArgument;
+  if (job.context_menu) {
+    OpenContextMenuSettings();
+    return JobOutcome::ContextMenu;
+  }
+  return RunJob(job, {platform_, flags_, settings_, trace_, main_window_, *this});
+}
+
+// The only window there is from now on: the program ends with it.
+void Introfrm::OpenContextMenuSettings() {
+  Hide();
+  main_window_.Hide();
+  context_menu.closed = [this] { main_window_.QueryUnload(CloseReason::Code); };
+  context_menu.Open();
+}
 
 void Introfrm::Say(const std::string& text) const {
   platform_.desktop.ShowBox(text, kProgramTitle, BoxButtons::Ok, BoxIcon::None);

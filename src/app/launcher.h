@@ -4,13 +4,13 @@
 #include <functional>
 #include <string>
 
+#include "app/job.h"
 #include "app/job_settings.h"
 #include "forms/controls.h"
 #include "platform/platform.h"
 #include "shell/context_window.h"
 #include "ui/debug_window.h"
 #include "ui/defrag_window.h"
-#include "volume/sector_io.h"
 
 namespace vornalux {
 
@@ -20,29 +20,7 @@ inline constexpr Colour kLinkColour = 0x800000;  // navy
 inline constexpr const char* kInfoAddress = "https://vornalux.example/readme";
 inline constexpr const char* kSupportAddress = "https://vornalux.example/issues";
 
-// How a command-line job ended.
-enum class JobOutcome {
-  None,             // no job was given yet
-  InvalidArgument,  // told to the user; nothing ran
-  NoDrive,          // neither the line nor the launcher named one; told to the user
-  ContextMenu,      // the context-menu settings were asked for
-  Dirty,            // the volume needs a disk check; told to the user
-  Failed,           // the volume could not be read; told to the user
-  Stopped,
-  Done,
-};
-
-// What a drive says of itself.
-struct DriveFacts {
-  std::uint32_t type = 0;  // one of drive_type
-  VolumeName names;
-  FreeSpace space;
-  std::string boot_text;  // what a FAT volume calls itself in its first sector
-  bool answers = false;   // it gave figures and the name of its file system
-};
-
-// The launcher: the list of volumes, job options, their job line, and the job that a command line
-// asks for.
+// The launcher: the list of volumes, the job options, and the job line that they stand for.
 class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
  public:
   Introfrm(Platform& platform, RunFlags& flags, JobSettings& settings, const DebugTrace& trace,
@@ -84,24 +62,22 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   // Lists the volumes that can be worked on, each with what its check says, and shows the window.
   void Introduction();
 
-  // Of the drive that was last asked for its figures.
-  DriveFacts drive_facts;
-
   // The mouse moved over the window: links are as at rest.
   void MouseMove();
   // The mouse did something over the icon in the notification area; message is the system's.
   void TrayMouse(std::uint32_t message);
 
-  // Takes the drive ("C:\") as the one that jobs and runs work on.
+  // Takes the drive ("C:\") as a user does who chooses it in the list.
   void SelectDrive(const std::string& root);
+
+  // The main window takes the launcher's place on the screen.
+  void ShowMainWindow();
 
   // Carries out the job that the command-line tail asks for.
   JobOutcome process_cmd_line(const std::string& tail);
 
-  // Reads the tail as process_cmd_line() does, up to where the job would begin. None: it would.
-  JobOutcome CheckJobLine(const std::string& tail);
-
-  // Tests whether the volume ("C:") is marked dirty and says so.
+  // Tests whether the volume ("C:") is marked dirty and says so. No other volume can be chosen
+  // meanwhile.
   void runchkdsk(const std::string& drive);
 
   // The user asked for the disk check to end.
@@ -115,6 +91,8 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   void ShowOverMainWindow() override;
   void minimize_to_tray() override;
   void cleanup_systray() override;
+  void UsePriority(std::uint32_t priority_class) override;
+  void CancelCheck() override { cancel = true; }
   void UnloadLauncher() override { Unload(); }
   void UnloadContextMenuSettings() override { context_menu.Unload(); }
 
@@ -124,29 +102,16 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   void Status(const std::string& line, bool& cancel_check) override;
 
  private:
-  enum class Action { None, Defrag, Optimize, Compact };
-  struct Switches;
-
-  JobOutcome ReadTail(const std::string& job, Switches& switches);
-  bool ParseSwitches(const std::string& tail, Switches& switches);
-  bool ApplySwitch(const std::string& name);
-  void TakeDrive(const std::string* operand, const std::string& token);
-  void TakeFolder(const std::string* operand, const std::string& token, const std::string& quoted);
-  // without_answer stands for the file system of a drive that does not answer.
-  void ReadDriveInformation(const char* without_answer);
-  JobOutcome RunAction(Action action);
-  void AfterRun();
   void Say(const std::string& text) const;
 
   void BindDriveControls();
   std::string DescribeDrive(const std::string& root, std::uint32_t type);
-  void ReadDriveFacts(const std::string& root);
-  void ReadBootText(const std::string& root);
   void ImageCombo1_Click();
   void CmdGo_Click();
-  void ShowMainWindow();
   void ShowJobOptions(bool shown);
   void OpenPage(const char* address) const;
+  void VolumeChanged();
+  void ShowPriority(std::uint32_t priority_class);
 
   void OpenContextMenuSettings();
   void Command2_Click();
@@ -161,8 +126,7 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   const DebugTrace& trace_;
   FrmDBG& debug_window_;
   DefragWindow& main_window_;
-  SectorIo sectors_;
-  bool check_heard_ = false;  // the check in hand has told something
+  ChosenVolume& volume_;
 
   // The pieces of the job line, each with its leading blank, empty until chosen.
   std::string action_piece_;

@@ -9,16 +9,10 @@ namespace vornalux {
 namespace {
 
 constexpr std::size_t kRootStep = 4;  // "C:\" and a NUL
-constexpr std::int32_t kSectorBytes = 512;
 constexpr std::uint32_t kLeftButtonDown = 513;
 
 // In French, unlike the text of a job in the same case.
 constexpr const char* kNoMedium = "Ins\xC3\xA9rez un support";
-
-// Up to the first NUL, without blanks at its ends.
-std::string FieldText(const std::string& field) {
-  return Trimmed(field.substr(0, field.find('\0')));
-}
 
 std::string TypeText(std::uint32_t type) {
   if (type == drive_type::kRemovable) return "Removable disk";
@@ -57,47 +51,24 @@ void Introfrm::Introduction() {
     ImageCombo1.Add(DescribeDrive(root, type), static_cast<std::int32_t>(type));
     trace_.Line(ImageCombo1.items().back());
   }
-  if (first_fixed >= 0 && settings_.target.drive.empty()) ImageCombo1.Choose(first_fixed);
+  if (main_window_.Ended()) return;
+  if (volume_.IsChosen()) {
+    VolumeChanged();
+  } else if (first_fixed >= 0) {
+    volume_.Choose(ImageCombo1.items()[static_cast<std::size_t>(first_fixed)].substr(0, 3), "",
+                   kNoMedium);
+  }
   Show();
 }
 
 std::string Introfrm::DescribeDrive(const std::string& root, std::uint32_t type) {
-  ReadDriveFacts(root);
-  const bool known = !drive_facts.names.file_system.empty();
+  const DriveFacts facts = ReadDriveFacts(platform_, root);
+  const bool known = !facts.names.file_system.empty();
   if (!known && type == drive_type::kCdRom) return root + "    ";
-  const std::string item = root + "  " + TypeText(type) + "  [" + drive_facts.names.label + "]";
+  const std::string item = root + "  " + TypeText(type) + "  [" + facts.names.label + "]";
   if (!known) return item;
   runchkdsk(root.substr(0, 2));
   return item + (flags_.VolumeDirty ? "  Status: Error!" : "  Status: Ok");
-}
-
-// What the drive says of itself, empty where it does not answer.
-void Introfrm::ReadDriveFacts(const std::string& root) {
-  drive_facts = {};
-  drive_facts.type = platform_.volumes.DriveType(root);
-  VolumeName names;
-  if (platform_.volumes.VolumeNames(root, names) == error::kSuccess) {
-    drive_facts.names = {.label = FieldText(names.label),
-                         .file_system = FieldText(names.file_system)};
-  }
-  FreeSpace& space = drive_facts.space;
-  drive_facts.answers = platform_.volumes.FreeSpaceFigures(root, space) == error::kSuccess &&
-                        !drive_facts.names.file_system.empty();
-  if (drive_facts.names.file_system.starts_with("FAT")) ReadBootText(root);
-}
-
-// FAT volumes name themselves in their first sector, each size of table in its own words.
-void Introfrm::ReadBootText(const std::string& root) {
-  const std::int64_t sector = drive_facts.space.bytes_per_sector;
-  const bool usual = sector >= kSectorBytes && sector <= 8 * kSectorBytes;
-  sectors_.device_path = "\\\\.\\" + root.substr(0, 2);
-  sectors_.bytes_per_sector = usual ? static_cast<std::int32_t>(sector) : kSectorBytes;
-  sectors_.ReadWriteSector(0, sectors_.bytes_per_sector, SectorIo::kRead);
-  if (sectors_.SectorIoFailed) return;
-  constexpr std::ptrdiff_t kTextBytes = 8;
-  const auto text =
-      sectors_.SectorBuffer.begin() + (drive_facts.names.file_system == "FAT32" ? 82 : 54);
-  drive_facts.boot_text = FieldText(std::string(text, text + kTextBytes));
 }
 
 void Introfrm::ImageCombo1_Click() {
@@ -106,25 +77,13 @@ void Introfrm::ImageCombo1_Click() {
 }
 
 void Introfrm::SelectDrive(const std::string& root) {
-  settings_.target.drive = root;
-  settings_.target.directory.clear();
+  if (main_window_.Ended()) return;
   Option1.value = true;
   Option2.value = false;
   Option3.value = false;
-  OptPrioMed.value = true;
-  OptPrioLow.value = false;
-  OptPrioHi.value = false;
   action_piece_ = " /d";
-  priority_piece_ = " /normal";
-  ComposeJobLine();
-  ReadDriveInformation(kNoMedium);
-}
-
-void Introfrm::ReadDriveInformation(const char* without_answer) {
-  ReadDriveFacts(settings_.target.Root());
-  settings_.target.file_system =
-      drive_facts.answers ? drive_facts.names.file_system : without_answer;
-  main_window_.engine.geometry.SelectVolume(settings_.target.Drive());
+  UsePriority(priority::kNormal);
+  volume_.Choose(root, "", kNoMedium);
 }
 
 void Introfrm::ShowJobOptions(bool shown) {
@@ -132,19 +91,22 @@ void Introfrm::ShowJobOptions(bool shown) {
   CmdJob.caption = shown ? "More <<" : "More >>";
 }
 
+// The launcher stays, with its Cancel, until the check has ended.
 void Introfrm::CmdGo_Click() {
-  if (settings_.target.drive.empty()) return;
+  if (!volume_.IsChosen() || main_window_.Ended()) return;
   ShowJobOptions(false);
+  if (!volume_.Choose(volume_.Target().drive, "", kNoMedium)) {
+    main_window_.TellCannotOpen();
+    return;
+  }
+  main_window_.CloseMenu();
+  runchkdsk(volume_.Target().Drive());
+  if (main_window_.Ended()) return;
+  main_window_.OpenMenu();
   ShowMainWindow();
-  check_heard_ = false;
-  runchkdsk(settings_.target.Drive());
-  // Where there is no check to open the menu at its end.
-  if (!check_heard_) main_window_.OpenMenu();
 }
 
-// Takes the launcher's place on the screen.
 void Introfrm::ShowMainWindow() {
-  main_window_.caption = "Volume " + settings_.target.Root();
   main_window_.Show();
   Hide();
 }

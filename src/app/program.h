@@ -17,7 +17,7 @@ struct Program {
   explicit Program(Platform host)
       : platform(host),
         trace(flags, debug_window),
-        main_window(platform, flags, settings.target, trace, debug_window),
+        main_window(platform, flags, trace, debug_window),
         launcher(platform, flags, settings, trace, debug_window, main_window) {}
 
   Platform platform;

@@ -3,6 +3,8 @@
 
 #include <charconv>
 
+#include "app/text.h"
+
 namespace vornalux {
 namespace {
 
@@ -72,7 +74,8 @@ StartUpResult StartUp(System& system, Program& program, const std::string& tail)
   log("Restore privilege granted=" + Word(system.EnablePrivilege("SeRestorePrivilege")));
   system.InitCommonControls(kImageComboBoxes);
   program.launcher.Introduction();
-  if (!tail.empty()) program.launcher.process_cmd_line(tail);
+  if (!Trimmed(tail).empty() && !program.main_window.Ended())
+    program.launcher.process_cmd_line(tail);
   return StartUpResult::Started;
 }
 

@@ -2,24 +2,25 @@
 #pragma once
 
 #include "engine/analysis.h"
+#include "engine/chosen_volume.h"
 #include "engine/passes.h"
-#include "engine/run_target.h"
 #include "volume/movers.h"
 #include "volume/volume_walk.h"
 
 namespace vornalux {
 
-// The parts that work on one selected volume, put together. All references outlive it.
+// The chosen volume and the parts that work on it, put together. All references outlive it.
 struct Engine {
-  Engine(Platform& platform, RunFlags& flags, const RunTarget& target, const DebugTrace& trace,
-         RunView& view)
-      : geometry(platform, trace),
+  Engine(Platform& platform, RunFlags& flags, const DebugTrace& trace, RunView& view)
+      : volume(platform, flags, geometry, table, analysis),
+        geometry(platform, trace),
         extents(platform.files),
         walk(platform, extents, geometry.constants, flags, table),
         movers(platform, geometry, extents, flags, trace, view),
-        analysis(platform, geometry, extents, table, walk, flags, target, trace, view),
-        passes(platform, geometry, analysis, movers, table, flags, target, view) {}
+        analysis(platform, geometry, extents, table, walk, flags, volume.Target(), trace, view),
+        passes(platform, geometry, analysis, movers, table, flags, volume.Target(), view) {}
 
+  ChosenVolume volume;
   VolumeGeometry geometry;
   ExtentReader extents;
   FileTable table;

@@ -34,6 +34,8 @@ class Machine {
   // The system's text for an error code; may end in CR LF. Empty when there is none.
   virtual std::string ErrorText(ErrorCode code) = 0;
 
+  // The priority class of this process; 0 when the system does not say.
+  virtual std::uint32_t PriorityClass() = 0;
   // Sets the priority class of this process and returns the one in force afterwards.
   virtual std::uint32_t SetPriorityClass(std::uint32_t priority_class) = 0;
 

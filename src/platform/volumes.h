@@ -34,8 +34,9 @@ struct NtfsVolumeData {
 };
 
 struct VolumeName {
-  std::string label;
-  std::string file_system;  // "NTFS", "FAT32", "FAT" ...
+  std::string label = {};
+  std::string file_system = {};  // "NTFS", "FAT32", "FAT" ...
+  std::uint32_t serial = 0;      // tells a medium from another in the same drive
 };
 
 // What kind of drive a root belongs to, as the system numbers them.

@@ -3,16 +3,16 @@
 
 namespace vornalux {
 
-DefragWindow::DefragWindow(Platform& platform, RunFlags& flags, const RunTarget& target,
-                           const DebugTrace& trace, FrmDBG& debug_window)
-    : engine(platform, flags, target, trace, *this),
-      map(platform.desktop, engine, flags, target, Picdepartvolume, LblRedraw),
+DefragWindow::DefragWindow(Platform& platform, RunFlags& flags, const DebugTrace& trace,
+                           FrmDBG& debug_window)
+    : engine(platform, flags, trace, *this),
+      map(platform.desktop, engine, flags, engine.volume.Target(), Picdepartvolume, LblRedraw),
       details(engine.table, engine.analysis.lists, flags),
-      Temperatures(platform.devices, target),
-      temperature_warning(platform.devices, target, trace, *this),
+      Temperatures(platform.devices, engine.volume.Target()),
+      temperature_warning(platform.devices, engine.volume.Target(), trace, *this),
       platform_(platform),
       flags_(flags),
-      target_(target),
+      target_(engine.volume.Target()),
       trace_(trace),
       debug_window_(debug_window) {
   cmdanalysemore.click = [this] { cmdanalysemore_Click(); };
@@ -27,7 +27,8 @@ DefragWindow::DefragWindow(Platform& platform, RunFlags& flags, const RunTarget&
   Arretdefrag.click = [this] { Arretdefrag_Click(); };
   UpdateTimer.tick = [this] { UpdateTimer_Timer(); };
   BindTemperatures();
-  EnterIdle();
+  engine.volume.Watch([this](ChosenVolume::Change change) { VolumeChanged(change); });
+  CloseMenu();
 }
 
 void DefragWindow::SetMenu(bool busy) {
@@ -39,24 +40,9 @@ void DefragWindow::SetMenu(bool busy) {
   tmrTemperatures.enabled = busy;
 }
 
-void DefragWindow::OpenMenu() {
-  for (MenuItem* item : {&Quitter, &cmdanalysemore, &cmdDefrag, &SmartOptimize, &cmdCompact}) {
-    item->enabled = true;
-  }
-  Arretdefrag.enabled = false;
-  Picdepartvolume.visible = true;
-  tmrTemperatures.enabled = false;
-  Label6.fore_colour = activity_colour::kResting;
-}
-
-// Back to the launcher for another drive.
-void DefragWindow::Quitter_Click() {
-  engine.geometry.CloseVolume(engine.geometry.VolumeHandle);
-  debug_window_.DBGTXT.Clear();
-  if (launcher) launcher->ShowOverMainWindow();
-  platform_.desktop.DoEvents();
-  Quitter.enabled = true;
-  for (MenuItem* item : {&cmdanalysemore, &cmdDefrag, &SmartOptimize, &cmdCompact, &Arretdefrag}) {
+void DefragWindow::CloseMenu() {
+  for (MenuItem* item :
+       {&Quitter, &cmdanalysemore, &cmdDefrag, &SmartOptimize, &cmdCompact, &Arretdefrag}) {
     item->enabled = false;
   }
   Picdepartvolume.visible = false;
@@ -64,23 +50,78 @@ void DefragWindow::Quitter_Click() {
   Label6.fore_colour = activity_colour::kResting;
 }
 
+void DefragWindow::OpenMenu() {
+  if (Busy() || Ended()) return;
+  CloseMenu();
+  Quitter.enabled = true;
+  const bool open = engine.volume.IsOpen();
+  for (MenuItem* item : {&cmdanalysemore, &cmdDefrag, &SmartOptimize, &cmdCompact}) {
+    item->enabled = open;
+  }
+  Picdepartvolume.visible = open;
+}
+
+void DefragWindow::TellCannotOpen() {
+  platform_.desktop.ShowBox("Error opening the drive.\r\nClose some applications and try again.",
+                            kProgramTitle, BoxButtons::Ok, BoxIcon::Critical);
+}
+
+void DefragWindow::VolumeChanged(ChosenVolume::Change change) {
+  if (change == ChosenVolume::Change::Forgotten) ForgetVolume();
+  if (Busy()) return;
+  caption = IdleCaption();
+  if (!engine.volume.IsOpen()) {
+    CloseMenu();
+    Quitter.enabled = true;
+  }
+}
+
+// Nothing that the window shows is left of the volume before.
+void DefragWindow::ForgetVolume() {
+  Picdepartvolume.Clear();
+  map.ClustersPerColumn = 0;
+  Picdepartvolume.Refresh();
+  for (Label& panel : status_panels) panel.caption = "";
+  SetDetailsCounts("", "", "");
+  details.ListView1.Clear();
+  details.Hide();
+  etfich.caption = "";
+  progress.SetRange(0, 1);
+  progress.SetValue(0);
+  Label6.caption = "temp N/A";
+}
+
+// Back to the launcher for another drive.
+void DefragWindow::Quitter_Click() {
+  engine.volume.Close();
+  debug_window_.DBGTXT.Clear();
+  if (launcher) launcher->ShowOverMainWindow();
+  platform_.desktop.DoEvents();
+}
+
 void DefragWindow::Minimize() {
-  if (launcher) launcher->minimize_to_tray();
-  platform_.machine.SetPriorityClass(priority::kIdle);
+  if (!launcher) return;
+  launcher->minimize_to_tray();
+  launcher->UsePriority(priority::kIdle);
 }
 
 bool DefragWindow::QueryUnload(CloseReason reason) {
-  if (Busy()) {
+  if (Ended()) return true;
+  const bool busy = Busy();
+  if (busy) {
     platform_.desktop.ShowBox("Quit current operation first!", kProgramTitle, BoxButtons::Ok,
                               BoxIcon::None);
     if (reason == CloseReason::CloseBox) return false;
-    flags_.StopRequested = True;
+  }
+  flags_.StopRequested = True;
+  flags_.ProgramEnded = True;
+  if (launcher) launcher->CancelCheck();
+  if (busy) {
     // A run that waits behind it would never look.
     if (temperature_warning.visible) temperature_warning.Unload();
     Unload();
     return true;
   }
-  flags_.StopRequested = True;
   if (launcher) {
     launcher->cleanup_systray();
     launcher->UnloadLauncher();
@@ -89,23 +130,33 @@ bool DefragWindow::QueryUnload(CloseReason reason) {
   debug_window_.Unload();
   if (launcher) launcher->UnloadContextMenuSettings();
   temperature_warning.Unload();
-  engine.geometry.CloseVolume(engine.geometry.VolumeHandle);
+  engine.volume.Close();
   Unload();
   return true;
 }
 
-void DefragWindow::cmdanalysemore_Click() {
-  const BusyWindow busy(*this);
+// What happened to the drive since it was chosen shows here at the latest.
+bool DefragWindow::OpenVolume() {
+  last_run_failed = true;
+  if (Ended()) return false;
   flags_.StopRequested = False;
+  if (engine.volume.Reopen()) return true;
+  TellCannotOpen();
+  return false;
+}
+
+void DefragWindow::cmdanalysemore_Click() {
+  if (!OpenVolume()) return;
+  const BusyWindow busy(*this);
   flags_.OptimizeMode = False;
   last_run_failed = !engine.analysis.Analyze_This() && !flags_.StopRequested;
 }
 
 void DefragWindow::RunPass(bool (Passes::*pass)()) {
-  flags_.StopRequested = False;
+  if (!OpenVolume()) return;
   last_run_failed = !(engine.passes.*pass)();
   flags_.AnalysisValid = False;
-  caption = "Volume " + target_.Root();
+  caption = IdleCaption();
   if (flags_.DebugLog) debug_window_.Show();
 }
 
@@ -119,7 +170,7 @@ void DefragWindow::RunArrangingPass(bool (Passes::*pass)()) {
   RunPass(pass);
   if (!flags_.StopRequested) return;
   // Showing the log may have let something happen.
-  caption = "Volume " + target_.Root();
+  caption = IdleCaption();
   flags_.AnalysisValid = False;
 }
 

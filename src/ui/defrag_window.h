@@ -26,6 +26,10 @@ class LauncherLink {
   virtual void ShowOverMainWindow() = 0;
   virtual void minimize_to_tray() = 0;
   virtual void cleanup_systray() = 0;
+  // Sets the process's priority class and shows which one is in force.
+  virtual void UsePriority(std::uint32_t priority_class) = 0;
+  // A disk check that is going on ends.
+  virtual void CancelCheck() = 0;
   virtual void UnloadLauncher() = 0;
   virtual void UnloadContextMenuSettings() = 0;
 };
@@ -33,8 +37,7 @@ class LauncherLink {
 // The main window, where a run happens. The menu is the only record of whether one is going on.
 class DefragWindow final : public Form, public RunView, public WatchedRun {
  public:
-  DefragWindow(Platform& platform, RunFlags& flags, const RunTarget& target,
-               const DebugTrace& trace, FrmDBG& debug_window);
+  DefragWindow(Platform& platform, RunFlags& flags, const DebugTrace& trace, FrmDBG& debug_window);
 
   MenuItem Quitter{"Drive"};
   MenuItem Arretdefrag{"Stop"};
@@ -84,8 +87,15 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
 
   bool Busy() const { return !exitmnu.enabled; }
 
-  // The disk check of a newly chosen drive has ended: shows the map and opens the menu.
+  // The window has been closed, and the program ends with it.
+  bool Ended() const { return flags_.ProgramEnded != False; }
+
+  // A disk check begins: until it has ended there is nothing to run on.
+  void CloseMenu();
+  // It has ended: shows the map and opens the menu. Passes need an open volume.
   void OpenMenu();
+  // Tells the user that the chosen volume cannot be opened.
+  void TellCannotOpen();
 
   // The window's size or state has changed.
   void Resized() {
@@ -124,12 +134,16 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
 
  private:
   void SetMenu(bool busy);
+  bool OpenVolume();
+  void VolumeChanged(ChosenVolume::Change change);
+  void ForgetVolume();
   void cmdanalysemore_Click();
   void cmdDefrag_Click();
   void SmartOptimize_Click();
   void cmdCompact_Click();
   void RunPass(bool (Passes::*pass)());
   void RunArrangingPass(bool (Passes::*pass)());
+  std::string IdleCaption() const { return "Volume " + target_.Root(); }
   void Arretdefrag_Click();
   void Quitter_Click();
   void Minimize();

@@ -76,9 +76,11 @@ ErrorCode Movers::MoveClusters(Handle volume, Handle file, std::int64_t starting
     platform_.desktop.DoEvents();
     return flags_.StopRequested != False;
   };
-  const ErrorCode result =
-      platform_.volumes.MoveClusters(volume, file, starting_vcn, starting_lcn, count,
-                                     {.every = CheckpointClusters(), .reached = reached});
+  ErrorCode result = error::kOperationAborted;
+  if (!flags_.ProgramEnded) {
+    result = platform_.volumes.MoveClusters(volume, file, starting_vcn, starting_lcn, count,
+                                            {.every = CheckpointClusters(), .reached = reached});
+  }
   view_.SetActivity(activity_colour::kResting);
   platform_.desktop.DoEvents();
   // Only now, when they are about to count as moved: what is shown must not fall in between.

@@ -14,6 +14,7 @@ struct RunFlags {
   Boolean ClassListsValid = False;  // the class lists describe the volume as it is
   Boolean AnalysisValid = False;    // the fragmented-file lists do
   Boolean VolumeDirty = False;      // the disk check found the volume dirty
+  Boolean ProgramEnded = False;     // the main window has gone: nothing begins or moves any more
 };
 
 }  // namespace vornalux

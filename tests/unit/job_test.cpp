@@ -15,6 +15,7 @@ struct JobRig {
                   events.push_back("power off");
                 }}) {
     rig.machine->AddVolume('D', d);
+    c.AddFolder("Folder");
     d.AddFile("My Games\\Saves\\a", {{10, 2}});
     rig.program.launcher.end_program = [this] { events.push_back("end"); };
     rig.machine->Log().SetObserver([this](const CallRecord& call) {
@@ -66,7 +67,7 @@ TEST(JobTail, Table) {
        R"(priority 64 | priority 32 | priority 32768 | check C:\)"},
       {R"(/dir "D:\My Games\Saves" /d)", R"(D:\)", R"(My Games\Saves)", Done,
        R"(check D:\ | Defragmenting)"},
-      {R"(/dir "D:\\My Games\" /drv C:)", R"(C:\)", "My Games", Done, R"(check C:\)"},
+      {R"(/dir "D:\\Folder\" /drv C:)", R"(C:\)", "Folder", Done, R"(check C:\)"},
       {R"(/dir "D:" /d)", R"(D:\)", "", Done, R"(check D:\ | Defragmenting)"},
       {R"(/dir D:\Games /d)", R"(C:\)", "", Done,
        R"(box No dir specified. | check C:\ | Defragmenting)"},
@@ -78,11 +79,15 @@ TEST(JobTail, Table) {
        R"(box No drive specified. | box Invalid drivename. | check C:\ | Defragmenting)"},
       {R"(/drv -d)", R"(C:\)", "", Done, R"(box Invalid drivename. | check C:\)"},
       {R"(/d  /c)", R"(C:\)", "", InvalidArgument, "box Invalid argument: "},
-      {R"(/d )", R"(C:\)", "", InvalidArgument, "box Invalid argument: "},
-      {R"(/drv D: /Bogus /close)", R"(D:\)", "", InvalidArgument, "box Invalid argument: /Bogus"},
+      {R"(/d )", R"(C:\)", "", Done, R"(check C:\ | Defragmenting)"},
+      {R"(/drv D: /Bogus /close)", R"(C:\)", "", InvalidArgument, "box Invalid argument: /Bogus"},
       {R"(/d "C:\a b")", R"(C:\)", "", InvalidArgument, R"(box Invalid argument: "C:\a%b)"},
-      {R"(/dir "D:\a" "b c")", R"(D:\)", "a", InvalidArgument, R"(box Invalid argument: "b)"},
-      {R"(/drv )", R"(\)", "", NoDrive, "box No drive specified."},
+      {R"(/dir "D:\a" "b c")", R"(C:\)", "", InvalidArgument, R"(box Invalid argument: "b)"},
+      {R"(/dir "D:/My Games/Saves/" /d)", R"(D:\)", R"(My Games\Saves)", Done,
+       R"(check D:\ | Defragmenting)"},
+      {R"(/dir "D:\none" /d /down)", R"(D:\)", "none", NoFolder,
+       R"(check D:\ | box There is no folder D:\none.)"},
+      {R"(/drv  /d)", R"(C:\)", "", NoDrive, "box No drive specified."},
       {R"(/setshell /bogus)", R"(C:\)", "", ContextMenu, ""},
       {R"(/close)", R"(C:\)", "", Done, R"(check C:\ | end)"},
       {R"(/down)", R"(C:\)", "", Done, R"(check C:\ | power off)"},
@@ -94,8 +99,8 @@ TEST(JobTail, Table) {
     SCOPED_TRACE(test.tail);
     JobRig job;
     EXPECT_EQ(job.rig.program.launcher.process_cmd_line(test.tail), test.outcome);
-    EXPECT_EQ(job.rig.program.settings.target.drive, test.drive);
-    EXPECT_EQ(job.rig.program.settings.target.directory, test.folder);
+    EXPECT_EQ(job.rig.engine.volume.Target().drive, test.drive);
+    EXPECT_EQ(job.rig.engine.volume.Target().directory, test.folder);
     EXPECT_EQ(job.Events(), test.events);
   }
 }

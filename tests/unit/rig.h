@@ -44,14 +44,21 @@ inline std::string PassName(Pass pass) {
   return names[static_cast<std::size_t>(pass)];
 }
 
+// Whether a volume is chosen when the test begins.
+enum class Chosen { C, None };
+
 // The whole program on a simulated machine whose drive C: is the given volume. Windows lies there.
 struct Rig {
-  explicit Rig(SimulatedVolume& disk, MachineSettings settings = {.windows_folder = "C:\\Windows",
-                                                                  .seed = 7,
-                                                                  .power_off = {}})
+  explicit Rig(SimulatedVolume& disk,
+               MachineSettings settings = {.windows_folder = "C:\\Windows",
+                                           .seed = 7,
+                                           .power_off = {}},
+               Chosen chosen = Chosen::C)
       : volume(disk), machine(Mounted(disk, std::move(settings))), program(machine->All()) {
-    program.launcher.SelectDrive("C:\\");
-    window.caption = "Volume C:\\";
+    if (chosen == Chosen::C) {
+      program.launcher.SelectDrive("C:\\");
+      window.OpenMenu();
+    }
     // A narrow map has fewer checkpoints.
     window.Picdepartvolume.Resize(24, 2);
     window.changed = [this] {
@@ -119,7 +126,9 @@ struct SmallDisk {
 
 // A rig with a small volume of its own.
 struct SmallRig : SmallDisk, Rig {
-  explicit SmallRig(std::uint64_t seed = 1) : SmallDisk{SmallVolume(seed)}, Rig(*disk) {}
+  explicit SmallRig(std::uint64_t seed = 1, Chosen chosen = Chosen::C)
+      : SmallDisk{SmallVolume(seed)},
+        Rig(*disk, {.windows_folder = "C:\\Windows", .seed = 7}, chosen) {}
 };
 
 // Nothing lost, nothing left open, ready for the next run.

@@ -214,13 +214,12 @@ TEST(ContextMenu, WritesReadsAndRemovesVerbs) {
 
 TEST(ContextMenu, EachVerbIsAJob) {
   for (const auto& verb : kContextVerbs) {
-    ContextRig test;
     std::string job = verb.job;
     const bool folder = std::string(verb.key).starts_with("Directory");
     job.replace(job.find("%1"), 2, folder ? "C:\\a b\\c" : "C:\\");
-    EXPECT_EQ(test.rig.program.launcher.CheckJobLine(job), JobOutcome::None) << job;
-    EXPECT_EQ(test.rig.Boxes(), std::vector<std::string>()) << job;
-    EXPECT_EQ(test.rig.program.settings.target.directory, folder ? "a b\\c" : "") << job;
+    const JobReading reading = ParseJob(job);
+    EXPECT_EQ(reading.objections, std::vector<std::string>()) << job;
+    EXPECT_EQ(reading.job.root + reading.job.directory, folder ? "C:\\a b\\c" : "C:\\") << job;
   }
 }
 

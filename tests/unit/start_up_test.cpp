@@ -10,6 +10,7 @@
 #include "health/disk_check.h"
 #include "support/noting_sink.h"
 #include "unit/rig.h"
+#include "volume/sector_io.h"
 
 namespace vornalux::testing {
 namespace {
@@ -128,11 +129,10 @@ struct Drives {
     machine.AddVolume('F', f);
     machine.AddDrive('N', drive_type::kNetwork);
     machine.AddDrive('R', drive_type::kRamDisk);
-    rig.program.settings = {};
   }
   SimulatedVolume d;
   SimulatedVolume f;
-  SmallRig rig;
+  SmallRig rig{1, Chosen::None};
   Introfrm& launcher = rig.program.launcher;
 };
 
@@ -145,33 +145,32 @@ TEST(Launcher, ListsTheVolumesThatCanBeWorkedOn) {
   EXPECT_EQ(drives.launcher.ImageCombo1.items(), expected);
   EXPECT_EQ(drives.rig.Boxes().size(), 1U) << "the dirty one is warned about";
   EXPECT_EQ(drives.launcher.ImageCombo1.list_index.get(), 1) << "the first fixed disk";
-  EXPECT_EQ(drives.rig.program.settings.target.file_system, "NTFS");
+  EXPECT_EQ(drives.rig.engine.volume.Target().file_system, "NTFS");
   EXPECT_EQ(drives.rig.machine->OpenHandles(), 1U) << "only the chosen volume";
 
   drives.launcher.ImageCombo1.Choose(3);
   drives.launcher.Introduction();
-  EXPECT_EQ(drives.rig.program.settings.target.drive, "E:\\") << "a choice is kept";
+  EXPECT_EQ(drives.rig.engine.volume.Target().drive, "E:\\") << "a choice is kept";
 }
 
 TEST(Launcher, ChoosingADriveStartsTheOptionsAnew) {
   Drives drives;
   Introfrm& launcher = drives.launcher;
-  JobSettings& settings = drives.rig.program.settings;
+  const ChosenVolume& volume = drives.rig.engine.volume;
   launcher.Introduction();
   launcher.Option3.Click();
   launcher.OptPrioLow.Click();
-  settings.target.directory = "folder";
   launcher.ImageCombo1.Choose(2);
   EXPECT_EQ(launcher.JobLine(), "/drv D: /d /normal");
   EXPECT_TRUE(launcher.Option1.value && launcher.OptPrioMed.value && !launcher.Option3.value);
-  EXPECT_EQ(settings.target.directory, "");
-  EXPECT_EQ(settings.target.file_system + " " + launcher.drive_facts.boot_text, "FAT32 FAT32");
+  EXPECT_EQ(drives.rig.machine->PriorityClass(), priority::kNormal) << "as it is shown";
+  EXPECT_EQ(volume.Target().file_system + " " + volume.Facts().boot_text, "FAT32 FAT32");
   launcher.ImageCombo1.Choose(4);
-  EXPECT_EQ(launcher.drive_facts.boot_text, "FAT16");
+  EXPECT_EQ(volume.Facts().boot_text, "FAT16");
   launcher.ImageCombo1.Choose(3);
-  EXPECT_EQ(settings.target.file_system, "Ins\xC3\xA9rez un support");
+  EXPECT_EQ(volume.Target().file_system, "Ins\xC3\xA9rez un support");
   launcher.process_cmd_line("/drv E: /d");
-  EXPECT_EQ(settings.target.file_system, "FS_Error");
+  EXPECT_EQ(volume.Target().file_system, "FS_Error");
 }
 
 TEST(Launcher, SelectDriveOpensTheMainWindow) {
@@ -185,12 +184,25 @@ TEST(Launcher, SelectDriveOpensTheMainWindow) {
     launcher.Introduction();
     launcher.ImageCombo1.Choose(index);
     launcher.CmdJob.Click();
+    const std::size_t boxes = drives.rig.Boxes().size();
+    // The check's only event.
+    ScriptedDesktop& user = drives.rig.machine->User();
+    user.AtDoEvents(user.DoEventsCount() + 1, [&] {
+      EXPECT_TRUE(launcher.visible && launcher.CmdCancel.visible && !window.visible);
+      EXPECT_FALSE(window.Quitter.enabled || window.cmdDefrag.enabled);
+      launcher.ImageCombo1.Choose(0);
+      launcher.CmdGo.Click();
+    });
     launcher.CmdGo.Click();
     EXPECT_FALSE(launcher.FrmJob.visible);
-    EXPECT_TRUE(window.visible && !launcher.visible);
-    EXPECT_EQ(window.caption.get(), "Volume " + drives.rig.program.settings.target.drive);
-    EXPECT_TRUE(window.cmdDefrag.enabled) << "with a check or, for the empty drive, without";
+    const bool opens = index != 3;
+    EXPECT_EQ(static_cast<bool>(window.visible), opens);
+    EXPECT_EQ(static_cast<bool>(launcher.visible), !opens);
+    EXPECT_EQ(static_cast<bool>(window.cmdDefrag.enabled), opens);
+    EXPECT_EQ(launcher.ImageCombo1.list_index.get(), index);
+    EXPECT_EQ(window.caption.get(), "Volume " + drives.rig.engine.volume.Target().drive);
     EXPECT_EQ(drives.rig.program.flags.VolumeDirty != False, index == 2);
+    EXPECT_EQ(drives.rig.Boxes().size(), boxes + (index == 1 ? 0 : 1)) << "dirty, or not ready";
   }
 }
 

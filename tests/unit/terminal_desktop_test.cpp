@@ -145,6 +145,7 @@ struct Scene {
     desktop.Bind(program->main_window, {.cluster_bytes = [] { return 1024; },
                                         .terminal_in_use = [this] { return terminal_in_use; }});
     program->launcher.SelectDrive("C:\\");
+    program->main_window.OpenMenu();
   }
 
   // Moves that a run makes until it ends.

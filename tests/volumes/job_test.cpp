@@ -22,6 +22,7 @@ struct Machine {
     platform.Mount('C', volume);
     program = std::make_unique<Program>(platform.All());
     program->launcher.SelectDrive("C:\\");
+    program->main_window.OpenMenu();
   }
 
   SimulatedPlatform platform;

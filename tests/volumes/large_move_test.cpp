@@ -41,6 +41,7 @@ struct Rig {
     platform.Mount('C', *volume);
     program = std::make_unique<Program>(platform.All());
     program->launcher.SelectDrive("C:\\");
+    program->main_window.OpenMenu();
     const std::int64_t cluster = volume->Facts().sectors_per_cluster * std::int64_t{512};
     platform.User().AtEveryDoEvents([this, at, cluster, busy = false]() mutable {
       const std::int64_t now = program->main_window.engine.movers.statistics.clusters_in_hand;

@@ -34,6 +34,7 @@ class Shell : public testing::Test {
     machine_.AddVolume('C', volume_);
     program_ = std::make_unique<Program>(machine_.With(machine_.User(), objects_, registry_));
     program_->launcher.SelectDrive("C:\\");
+    program_->main_window.OpenMenu();
   }
 
   SimulatedVolume volume_{{.total_clusters = 100}};

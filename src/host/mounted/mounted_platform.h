@@ -94,6 +94,7 @@ class MountedPlatform : public Volumes, public Files, public Machine, public Raw
   std::string ErrorText(ErrorCode code) override;
   // Remembers the class only; a host that has a scheduler overrides it.
   std::uint32_t SetPriorityClass(std::uint32_t priority_class) override;
+  std::uint32_t PriorityClass() override { return priority_class_; }
   void CheckDisk(const std::string& root, DiskCheckSink& sink) override;
   void PowerOff() override;
   double Random() override;

@@ -94,7 +94,10 @@ ErrorCode MountedPlatform::FreeSpaceFigures(const std::string& root, FreeSpace& 
 ErrorCode MountedPlatform::VolumeNames(const std::string& root, VolumeName& out) {
   const Drive* drive = FindDrive(DriveOfRoot(root));
   if (drive == nullptr) return error::kPathNotFound;
-  out = {.label = drive->volume->Facts().label, .file_system = drive->volume->Facts().file_system};
+  const VolumeFacts& facts = drive->volume->Facts();
+  out = {.label = facts.label,
+         .file_system = facts.file_system,
+         .serial = static_cast<std::uint32_t>(facts.serial)};
   return error::kSuccess;
 }
 

@@ -180,6 +180,7 @@ ExitCode JobExitCode(JobOutcome outcome) {
     case JobOutcome::None:
     case JobOutcome::InvalidArgument:
     case JobOutcome::NoDrive:
+    case JobOutcome::NoFolder:
     case JobOutcome::ContextMenu:
       return ExitCode::Usage;
     case JobOutcome::Dirty:
@@ -194,17 +195,25 @@ ExitCode JobExitCode(JobOutcome outcome) {
   return ExitCode::Failed;
 }
 
+// Nobody is there to look at what is wrong with the line and to stop the rest of it.
+bool IsWhole(const JobReading& job, TerminalDesktop& desktop) {
+  for (const std::string& objection : job.objections) desktop.Say(objection);
+  if (job.job.context_menu) desktop.Say(kNoExplorerVerbs);
+  return job.objections.empty() && !job.job.context_menu;
+}
+
 Outcome RunJob(Session& session, const Options& options, Charset charset) {
   Program& program = session.program();
   const Engine& engine = program.main_window.engine;
   JobResult result;
   result.dry_run = options.dry_run;
-  result.outcome = program.launcher.process_cmd_line(options.job_tail);
-  if (result.outcome == JobOutcome::ContextMenu) {
-    session.desktop().Say(kNoExplorerVerbs);
+  if (IsWhole(ParseJob(options.job_tail), session.desktop())) {
+    result.outcome = program.launcher.process_cmd_line(options.job_tail);
+  } else {
+    result.outcome = JobOutcome::InvalidArgument;
   }
   ExitCode code = JobExitCode(result.outcome);
-  const std::string& drive = program.settings.target.drive;
+  const std::string& drive = engine.volume.Target().drive;
   if (code == ExitCode::Done || code == ExitCode::Stopped || code == ExitCode::Failed) {
     result.volume = session.Volume(DriveLetter(drive.front()));
     if (engine.geometry.constants.TotalClusters > 0) result.analysis = CollectFigures(engine);
@@ -222,7 +231,9 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
 // False, and the user told, when the options name something that the volume does not have.
 bool SelectVolume(Session& session, const Options& options) {
   const std::string drive = {options.volumes.front().letter, ':'};
-  session.program().launcher.SelectDrive(drive + "\\");
+  DefragWindow& window = session.program().main_window;
+  window.engine.volume.Choose(drive + "\\", options.directory, "");
+  window.OpenMenu();
   if (options.directory.empty()) return true;
   if (!session.platform().FolderExists(drive + "\\" + options.directory) &&
       session.platform().Unreadable().empty()) {
@@ -230,7 +241,6 @@ bool SelectVolume(Session& session, const Options& options) {
                           options.volumes.front().image);
     return false;
   }
-  session.program().settings.target.directory = options.directory;
   return true;
 }
 

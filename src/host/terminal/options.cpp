@@ -10,6 +10,7 @@
 
 #include "app/job_tail.h"
 #include "host/mounted/windows_path.h"
+#include "volume/ascii_case.h"
 
 namespace vornalux {
 namespace {
@@ -203,10 +204,13 @@ void CheckTogether(const Options& options) {
 std::string JoinJobTail(const std::vector<std::string>& arguments) {
   if (arguments.size() == 1) return arguments.front();
   std::string tail;
+  bool folder = false;  // the argument names one
   for (const std::string& argument : arguments) {
     if (&argument != &arguments.front()) tail += ' ';
-    const bool quote = argument.find(' ') != std::string::npos;
-    tail += quote ? '"' + argument + '"' : argument;
+    const bool path = folder && !argument.starts_with('/') && !argument.starts_with('-');
+    const bool quote = argument.find(' ') != std::string::npos || path;
+    tail += quote && !argument.starts_with('"') ? '"' + argument + '"' : argument;
+    folder = EqualIgnoringAsciiCase(argument, "/dir") || EqualIgnoringAsciiCase(argument, "-dir");
   }
   return tail;
 }

@@ -53,7 +53,7 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
                                      std::ostream& out, std::ostream& err);
 
 // The job line that arguments stand for: a single one as it stands; several joined by a blank, in
-// double quotes where they hold one.
+// double quotes where they hold one or name a folder, whose own quotes the shell has taken.
 std::string JoinJobTail(const std::vector<std::string>& arguments);
 
 }  // namespace vornalux

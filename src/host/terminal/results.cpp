@@ -68,7 +68,7 @@ VolumeDescription Describe(const std::string& image, char letter, const VolumeFa
 
 // A hot disk is no reason to wait: nothing runs any more.
 std::int16_t ReadTemperature(Program& program) {
-  clsTemperatures probe(program.platform.devices, program.settings.target);
+  clsTemperatures probe(program.platform.devices, program.main_window.engine.volume.Target());
   probe.QueryHDDTemperature();
   return probe.Temperature();
 }

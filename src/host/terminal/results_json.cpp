@@ -93,6 +93,8 @@ const char* OutcomeName(JobOutcome outcome) {
       return "invalid_argument";
     case JobOutcome::NoDrive:
       return "no_drive";
+    case JobOutcome::NoFolder:
+      return "no_folder";
     case JobOutcome::ContextMenu:
       return "context_menu";
     case JobOutcome::Dirty:

@@ -11,12 +11,13 @@
 #include <system_error>
 #include <vector>
 
-#include "app/program.h"
+#include "app/job.h"
 #include "app/text.h"
-#include "host/mounted/mounted_platform.h"
+#include "host/image/image_file.h"
 #include "host/mounted/windows_path.h"
 #include "host/terminal/desktop_entry.h"
 #include "host/terminal/desktop_folder.h"
+#include "host/terminal/terminal_platform.h"
 
 namespace vornalux {
 namespace {
@@ -29,42 +30,34 @@ struct Refusal {
   std::string text;
 };
 
-// Says what the program says, and remembers that there was something to say.
-class Objections final : public Desktop {
- public:
-  explicit Objections(TerminalDesktop& desktop) : desktop_(desktop) {}
-  bool any = false;
+// The volume that the job works on is looked at, and closed again.
+void CheckFolder(const VolumeArgument& argument, const Options& options,
+                 const std::string& directory) {
+  OpenReport report;
+  const std::unique_ptr<MountedVolume> volume = OpenImage(
+      argument.image,
+      {.allow_dirty = true, .partition = options.partition, .offset = options.offset}, report);
+  TerminalPlatform platform(0);
+  platform.Mount(argument.letter, *volume);
+  const std::string folder = std::string{argument.letter, ':', '\\'} + directory;
+  if (platform.FolderExists(folder)) return;
+  throw Refusal{ExitCode::Usage, "The job was not saved: there is no folder " + folder + " on " +
+                                     argument.image + "."};
+}
 
-  void DoEvents() override {}
-  bool InputPending() override { return false; }
-  BoxAnswer ShowBox(const std::string& text, const std::string&, BoxButtons, BoxIcon) override {
-    any = true;
-    desktop_.Say(text);
-    return BoxAnswer::Ok;
-  }
-  void ShowModal(Form&) override {}
-
- private:
-  TerminalDesktop& desktop_;
-};
-
-// Reads the job line as the job will. Nothing runs; the volumes stay closed.
+// Reads the job line as the job will. Nothing runs.
 void CheckJobLine(const Options& options, TerminalDesktop& desktop) {
-  MountedPlatform machine;
-  Objections objections(desktop);
-  Program program(machine.With(objections));
-  const JobOutcome outcome = program.launcher.CheckJobLine(options.job_tail);
-  if (outcome == JobOutcome::ContextMenu) throw Refusal{ExitCode::Usage, kNoExplorerVerbs};
-  if (outcome != JobOutcome::None || objections.any) {
+  const auto [job, objections, refused] = ParseJob(options.job_tail);
+  for (const std::string& objection : objections) desktop.Say(objection);
+  if (job.context_menu) throw Refusal{ExitCode::Usage, kNoExplorerVerbs};
+  if (!objections.empty()) {
     throw Refusal{ExitCode::Usage, "The job was not saved: its line cannot be carried out."};
   }
-  const std::string& drive = program.settings.target.drive;
-  const auto named = [letter = DriveLetter(drive.front())](const VolumeArgument& volume) {
-    return volume.letter == letter;
-  };
-  if (std::none_of(options.volumes.begin(), options.volumes.end(), named)) {
-    throw Refusal{ExitCode::Usage, NoSuchVolume(drive)};
-  }
+  if (job.root.size() < 2) throw Refusal{ExitCode::Usage, "No drive specified."};
+  const auto volume =
+      std::ranges::find(options.volumes, DriveLetter(job.root.front()), &VolumeArgument::letter);
+  if (volume == options.volumes.end()) throw Refusal{ExitCode::Usage, NoSuchVolume(job.root)};
+  if (!job.directory.empty()) CheckFolder(*volume, options, job.directory);
 }
 
 std::string NameOf(const Options& options) {

@@ -94,7 +94,7 @@ std::vector<std::string> Session::Remarks() const {
 }
 
 std::int64_t Session::ClusterBytes() const {
-  const std::string& drive = program_->settings.target.drive;
+  const std::string& drive = program_->main_window.engine.volume.Target().drive;
   const auto volume = drive.empty() ? std::nullopt : Volume(DriveLetter(drive.front()));
   return volume ? volume->cluster_bytes : 0;
 }

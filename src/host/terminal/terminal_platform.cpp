@@ -45,8 +45,10 @@ std::string TerminalPlatform::FindWindowsFolder() {
 
 std::uint32_t TerminalPlatform::SetPriorityClass(std::uint32_t priority_class) {
   setpriority(PRIO_PROCESS, 0, NiceOf(priority_class));
-  return ClassOf(getpriority(PRIO_PROCESS, 0));
+  return PriorityClass();
 }
+
+std::uint32_t TerminalPlatform::PriorityClass() { return ClassOf(getpriority(PRIO_PROCESS, 0)); }
 
 bool ShutDownMachine() {
   char program[] = "shutdown";

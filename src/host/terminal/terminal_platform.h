@@ -26,6 +26,7 @@ class TerminalPlatform final : public MountedPlatform {
 
   // A scheduler that refuses leaves the class as it was.
   std::uint32_t SetPriorityClass(std::uint32_t priority_class) override;
+  std::uint32_t PriorityClass() override;
 
   // Remembered until the volumes are closed.
   void PowerOff() override { power_off_wanted_ = true; }

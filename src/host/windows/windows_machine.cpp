@@ -60,6 +60,8 @@ std::uint32_t WindowsMachine::SetPriorityClass(std::uint32_t priority_class) {
   return SetProcessPriority(priority_class);
 }
 
+std::uint32_t WindowsMachine::PriorityClass() { return GetPriorityClass(GetCurrentProcess()); }
+
 void WindowsMachine::CheckDisk(const std::string& root, DiskCheckSink& sink) {
   WindowsCheckLibrary library;
   CheckVolumeBy(library, volumes_, root, CheckOptions{}, sink);

@@ -22,6 +22,7 @@ class WindowsMachine final : public Machine {
   std::string ErrorText(ErrorCode code) override;
   // 0 when the system does not say.
   std::uint32_t SetPriorityClass(std::uint32_t priority_class) override;
+  std::uint32_t PriorityClass() override;
   void CheckDisk(const std::string& root, DiskCheckSink& sink) override;
   void PowerOff() override;
   double Random() override;

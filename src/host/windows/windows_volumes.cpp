@@ -108,11 +108,12 @@ ErrorCode WindowsVolumes::FreeSpaceFigures(const std::string& root, FreeSpace& o
 ErrorCode WindowsVolumes::VolumeNames(const std::string& root, VolumeName& out) {
   char label[kTextSize] = {};
   char file_system[kTextSize] = {};
-  if (!GetVolumeInformationA(ToAnsi(root).c_str(), label, kTextSize, nullptr, nullptr, nullptr,
+  DWORD serial = 0;
+  if (!GetVolumeInformationA(ToAnsi(root).c_str(), label, kTextSize, &serial, nullptr, nullptr,
                              file_system, kTextSize)) {
     return LastError();
   }
-  out = {.label = FromAnsi(label), .file_system = FromAnsi(file_system)};
+  out = {.label = FromAnsi(label), .file_system = FromAnsi(file_system), .serial = serial};
   return error::kSuccess;
 }
 

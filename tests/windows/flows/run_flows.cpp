@@ -56,6 +56,7 @@ FLOW(AnalyzeShowsNumbersAndMap, "", Alone) {
   Platform platform = drives.With(nobody);
   Program portable(platform);
   portable.launcher.SelectDrive("D:\\");
+  portable.main_window.OpenMenu();
   PictureBox& picture = portable.main_window.Picdepartvolume;
   picture.Resize(size.cx, size.cy);
   portable.main_window.cmdanalysemore.Click();

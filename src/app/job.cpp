@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "app/job.h"
+
+#include <utility>
+
+#include "app/job_tail.h"
+#include "app/text.h"
+#include "platform/machine.h"
+#include "volume/ascii_case.h"
+
+namespace vornalux {
+namespace {
+
+bool IsSwitch(std::string_view operand) {
+  return operand.starts_with('-') || operand.starts_with('/');
+}
+
+// Lower case, with the slash form turned into the dash form.
+std::string SwitchName(const std::string& token) {
+  std::string name = LowerCase(token);
+  if (name.starts_with('/')) name.front() = '-';
+  return name;
+}
+
+class JobReader {
+ public:
+  explicit JobReader(const std::string& line) : parts_(SplitTail(line)) {
+    reading_.job.line = line;
+  }
+
+  JobReading Read() && {
+    while (next_ < parts_.tokens.size() && TakeSwitch(parts_.tokens[next_++])) {
+    }
+    return std::move(reading_);
+  }
+
+ private:
+  // False when nothing of the line is to be read any more.
+  bool TakeSwitch(const std::string& token) {
+    Job& job = reading_.job;
+    const std::string name = SwitchName(token);
+    if (name == "-setshell") {
+      job.context_menu = true;
+      return false;
+    }
+    if (name == "-drv") {
+      TakeDrive(token);
+    } else if (name == "-dir") {
+      TakeFolder(token);
+    } else if (!SetAction(name) && !SetPriority(name) && !SetOption(name)) {
+      Object("Invalid argument: " + token);
+      reading_.refused = true;
+      return false;
+    }
+    return true;
+  }
+
+  bool SetAction(const std::string& name) {
+    using enum Job::Action;
+    const std::pair<const char*, Job::Action> actions[] = {
+        {"-d", Defrag}, {"-o", Optimize}, {"-c", Compact}};
+    for (const auto& [text, action] : actions) {
+      if (name == text) reading_.job.action = action;
+      if (name == text) return true;
+    }
+    return false;
+  }
+
+  bool SetPriority(const std::string& name) {
+    const std::pair<const char*, std::uint32_t> classes[] = {{"-low", priority::kIdle},
+                                                             {"-normal", priority::kNormal},
+                                                             {"-high", priority::kAboveNormal}};
+    for (const auto& [text, priority_class] : classes) {
+      if (name == text) reading_.job.priorities.push_back(priority_class);
+      if (name == text) return true;
+    }
+    return false;
+  }
+
+  bool SetOption(const std::string& name) {
+    const std::pair<const char*, bool Job::*> options[] = {{"-min", &Job::run_minimized},
+                                                           {"-down", &Job::shutdown_when_done},
+                                                           {"-close", &Job::close_when_done},
+                                                           {"-vssafe", &Job::vss_safe},
+                                                           {"-dbg", &Job::debug_log}};
+    for (const auto& [text, option] : options) {
+      if (name == text) reading_.job.*option = true;
+      if (name == text) return true;
+    }
+    return false;
+  }
+
+  // Without an operand the switch stands in for it, and is refused as one: two objections.
+  const std::string* Operand(const std::string& token, const char* missing, const char* invalid) {
+    const bool given = next_ < parts_.tokens.size();
+    if (!given) Object(missing);
+    const std::string& operand = given ? parts_.tokens[next_++] : token;
+    if (!IsSwitch(operand)) return &operand;
+    Object(invalid);
+    return nullptr;
+  }
+
+  void TakeDrive(const std::string& token) {
+    const std::string* drive = Operand(token, "No drive specified.", "Invalid drivename.");
+    if (drive) reading_.job.root = NormalRoot(*drive);
+  }
+
+  // The quoted text as typed, of which the operand has lost its blanks.
+  void TakeFolder(const std::string& token) {
+    if (!Operand(token, "No dir specified.", "Invalid directory.")) return;
+    const std::string& path = parts_.quoted;
+    if (path.size() < 2 || path[1] != ':') return Object("No dir specified.");
+    reading_.job.root = NormalRoot(path.substr(0, 2));
+    reading_.job.directory = NormalFolder(path.substr(2));
+  }
+
+  void Object(std::string text) { reading_.objections.push_back(std::move(text)); }
+
+  JobTail parts_;
+  std::size_t next_ = 0;
+  JobReading reading_;
+};
+
+}  // namespace
+
+JobReading ParseJob(std::string_view tail) { return JobReader(Trimmed(std::string(tail))).Read(); }
+
+}  // namespace vornalux
