@@ -21,11 +21,23 @@ Introfrm::Introfrm(Platform& platform, RunFlags& flags, JobSettings& settings,
   BindDriveControls();
 }
 
+OptionButton& Introfrm::PassOption(Pass pass) {
+  switch (pass) {
+    case Pass::Defrag:
+      break;
+    case Pass::Optimize:
+      return Option3;
+    case Pass::Compact:
+      return Option2;
+  }
+  return Option1;
+}
+
 void Introfrm::BindOptions() {
   // Of each group one at most is on.
   struct Choice {
     OptionButton* button;
-    const char* text;
+    std::string text;
     std::uint32_t priority_class = 0;  // takes effect at once
   };
   const auto group = [this](std::string& piece, const std::vector<Choice>& choices) {
@@ -38,7 +50,11 @@ void Introfrm::BindOptions() {
       };
     }
   };
-  group(action_piece_, {{&Option1, " /d"}, {&Option2, " /c"}, {&Option3, " /o"}});
+  std::vector<Choice> actions;
+  for (const PassRow& row : kPasses) {
+    actions.push_back({&PassOption(row.pass), std::string(" /") + row.letter});
+  }
+  group(action_piece_, actions);
   group(after_piece_, {{&OptClose, " /close"}, {&OptShutDown, " /down"}});
   // "High" stops at above normal, so that a long run does not starve the desktop.
   group(priority_piece_, {{&OptPrioLow, " /low", priority::kIdle},

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "app/job_settings.h"
+#include "engine/pass_table.h"
 #include "forms/controls.h"
 #include "platform/platform.h"
 #include "shell/context_window.h"
@@ -59,9 +61,9 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   Label lblInfo{"Information", kLinkColour};
   Label LblSupport{"Support", kLinkColour};
 
-  OptionButton Option1{"Defrag"};
-  OptionButton Option2{"Compact"};
-  OptionButton Option3{"Optimize"};
+  OptionButton Option1{RowOf(Pass::Defrag).name};
+  OptionButton Option2{RowOf(Pass::Compact).name};
+  OptionButton Option3{RowOf(Pass::Optimize).name};
   OptionButton OptPrioLow{"Low"};
   OptionButton OptPrioMed{"Normal"};
   OptionButton OptPrioHi{"High"};
@@ -75,6 +77,9 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   Button Command2{"Create desktop shortcut Job"};
   Label LblExclude{" Skip these extensions: (example: *.tmp; *.vhd) - defrag only!"};
   TextBox ExcludeTxt;
+
+  // The action's option that stands for the pass.
+  OptionButton& PassOption(Pass pass);
 
   frmContext context_menu;
 
@@ -124,7 +129,6 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   void Status(const std::string& line, bool& cancel_check) override;
 
  private:
-  enum class Action { None, Defrag, Optimize, Compact };
   struct Switches;
 
   JobOutcome ReadTail(const std::string& job, Switches& switches);
@@ -134,7 +138,7 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   void TakeFolder(const std::string* operand, const std::string& token, const std::string& quoted);
   // without_answer stands for the file system of a drive that does not answer.
   void ReadDriveInformation(const char* without_answer);
-  JobOutcome RunAction(Action action);
+  JobOutcome RunAction(std::optional<Pass> action);
   void AfterRun();
   void Say(const std::string& text) const;
 

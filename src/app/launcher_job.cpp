@@ -18,6 +18,10 @@ std::string SwitchName(const std::string& token) {
   return name;
 }
 
+std::optional<Pass> PassOfSwitch(std::string_view name) {
+  return name.starts_with('-') ? PassOfLetter(name.substr(1)) : std::nullopt;
+}
+
 std::string WithoutBlanksBefore(const std::string& tail) {
   return tail.substr(std::min(tail.find_first_not_of(' '), tail.size()));
 }
@@ -25,7 +29,7 @@ std::string WithoutBlanksBefore(const std::string& tail) {
 }  // namespace
 
 struct Introfrm::Switches {
-  Action action = Action::None;
+  std::optional<Pass> action;
   bool run_minimized = false;
   bool context_menu = false;
 };
@@ -41,12 +45,8 @@ bool Introfrm::ParseSwitches(const std::string& tail, Switches& switches) {
     if (name == "-setshell") {
       switches.context_menu = true;
       return true;
-    } else if (name == "-d") {
-      switches.action = Action::Defrag;
-    } else if (name == "-o") {
-      switches.action = Action::Optimize;
-    } else if (name == "-c") {
-      switches.action = Action::Compact;
+    } else if (const auto pass = PassOfSwitch(name)) {
+      switches.action = pass;
     } else if (name == "-min") {
       switches.run_minimized = true;
     } else if (name == "-drv") {
@@ -145,19 +145,16 @@ JobOutcome Introfrm::process_cmd_line(const std::string& tail) {
   runchkdsk(settings_.target.Drive());
   if (flags_.VolumeDirty) return JobOutcome::Dirty;
   ReadDriveInformation("FS_Error");
-  if (switches.action != Action::None) ShowMainWindow();
+  if (switches.action) ShowMainWindow();
   if (switches.run_minimized) minimize_to_tray();
   const JobOutcome outcome = RunAction(switches.action);
   if (!flags_.StopRequested) AfterRun();
   return outcome;
 }
 
-JobOutcome Introfrm::RunAction(Action action) {
-  MenuItem* const commands[] = {nullptr, &main_window_.cmdDefrag, &main_window_.SmartOptimize,
-                                &main_window_.cmdCompact};
-  MenuItem* const command = commands[static_cast<std::size_t>(action)];
-  if (!command) return JobOutcome::Done;
-  command->Click();
+JobOutcome Introfrm::RunAction(std::optional<Pass> action) {
+  if (!action) return JobOutcome::Done;
+  main_window_.PassItem(*action).Click();
   if (flags_.StopRequested) return JobOutcome::Stopped;
   return main_window_.last_run_failed ? JobOutcome::Failed : JobOutcome::Done;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include <limits>
 
+#include "engine/busy_window.h"
 #include "engine/passes.h"
 
 namespace vornalux {

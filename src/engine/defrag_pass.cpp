@@ -1,12 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
+#include "engine/busy_window.h"
 #include "engine/passes.h"
 
 namespace vornalux {
-
-void Passes::DefragmentMasterFileTable() {
-  view_.SetCurrentFile(target_.MasterFileTable());
-  movers_.DefragmentFileInFront(target_.MasterFileTable(), true);
-}
 
 bool Passes::defrag() {
   const BusyWindow busy(view_);

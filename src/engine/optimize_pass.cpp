@@ -1,33 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
+#include "engine/busy_window.h"
 #include "engine/passes.h"
 
 namespace vornalux {
-
-// What Optimize and Compact begin with. False when the run ends here.
-bool Passes::PrepareClassLists() {
-  flags_.StopRequested = False;
-  if (!flags_.ClassListsValid) {
-    flags_.OptimizeMode = True;
-    if (!analysis_.Analyze_This()) {
-      flags_.ClassListsValid = False;
-      return false;
-    }
-  }
-  flags_.StopRequested = False;
-  ShowCaption("Preparing volume ");
-  view_.RedrawClusterMap();
-  return true;
-}
-
-void Passes::RedrawUnlessStopped() {
-  if (!flags_.StopRequested) view_.RedrawClusterMap();
-}
-
-void Passes::EndWithStaleLists() {
-  flags_.AnalysisValid = False;
-  flags_.ClassListsValid = False;
-  ShowIdleCaption();
-}
 
 // The stop test comes before each entry, so that the phases after a stop move nothing.
 void Passes::OptimizePhase(const std::vector<std::string>& paths, Mover mover) {

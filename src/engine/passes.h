@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "engine/analysis.h"
 #include "volume/movers.h"
@@ -38,17 +39,17 @@ class Passes {
  private:
   using Mover = std::int64_t (Movers::*)(const std::string&);
 
-  bool PrepareClassLists();
   void OptimizePhase(const std::vector<std::string>& paths, Mover mover);
   void CompactPhase(const std::vector<std::string>& paths, Mover mover);
-  void RedrawUnlessStopped();
-  void DefragmentMasterFileTable();
-  void EndWithStaleLists();
 
-  void ShowCaption(const char* doing) { view_.SetCaption(doing + target_.Root()); }
-  void ShowIdleCaption() { view_.SetCaption("Volume " + target_.Root()); }
-  void Step() { view_.SetValue(view_.Value() + 1); }
-  void Redraw() { geometry_.ShowVolumeBitmap(target_.Drive(), view_); }
+  bool PrepareClassLists();
+  void EndWithStaleLists();
+  void DefragmentMasterFileTable();
+  void RedrawUnlessStopped();
+  void Redraw();
+  void ShowCaption(const char* doing);
+  void ShowIdleCaption();
+  void Step();
 
   Platform& platform_;
   VolumeGeometry& geometry_;
@@ -57,18 +58,6 @@ class Passes {
   FileTable& table_;
   RunFlags& flags_;
   const RunTarget& target_;
-  RunView& view_;
-};
-
-// Shows the window as busy for as long as it lives.
-class BusyWindow {
- public:
-  explicit BusyWindow(RunView& view) : view_(view) { view_.EnterBusy(); }
-  ~BusyWindow() { view_.EnterIdle(); }
-  BusyWindow(const BusyWindow&) = delete;
-  BusyWindow& operator=(const BusyWindow&) = delete;
-
- private:
   RunView& view_;
 };
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "ui/defrag_window.h"
 
+#include "engine/busy_window.h"
+
 namespace vornalux {
 
 DefragWindow::DefragWindow(Platform& platform, RunFlags& flags, const RunTarget& target,
@@ -16,9 +18,9 @@ DefragWindow::DefragWindow(Platform& platform, RunFlags& flags, const RunTarget&
       trace_(trace),
       debug_window_(debug_window) {
   cmdanalysemore.click = [this] { cmdanalysemore_Click(); };
-  cmdDefrag.click = [this] { cmdDefrag_Click(); };
-  SmartOptimize.click = [this] { SmartOptimize_Click(); };
-  cmdCompact.click = [this] { cmdCompact_Click(); };
+  for (const PassRow& row : kPasses) {
+    PassItem(row.pass).click = [this, pass = row.pass] { RunPass(pass); };
+  }
   Picdepartvolume.click = [this] { RedrawClusterMap(); };
   Quitter.click = [this] { Quitter_Click(); };
   minmnu.click = [this] { Minimize(); };
@@ -30,19 +32,33 @@ DefragWindow::DefragWindow(Platform& platform, RunFlags& flags, const RunTarget&
   EnterIdle();
 }
 
-void DefragWindow::SetMenu(bool busy) {
-  for (MenuItem* item :
-       {&Quitter, &cmdanalysemore, &cmdDefrag, &SmartOptimize, &cmdCompact, &exitmnu}) {
-    item->enabled = !busy;
+MenuItem& DefragWindow::PassItem(Pass pass) {
+  switch (pass) {
+    case Pass::Defrag:
+      break;
+    case Pass::Optimize:
+      return SmartOptimize;
+    case Pass::Compact:
+      return cmdCompact;
   }
+  return cmdDefrag;
+}
+
+void DefragWindow::EnableWork(bool enabled) {
+  Quitter.enabled = enabled;
+  cmdanalysemore.enabled = enabled;
+  for (const PassRow& row : kPasses) PassItem(row.pass).enabled = enabled;
+}
+
+void DefragWindow::SetMenu(bool busy) {
+  EnableWork(!busy);
+  exitmnu.enabled = !busy;
   Arretdefrag.enabled = busy;
   tmrTemperatures.enabled = busy;
 }
 
 void DefragWindow::OpenMenu() {
-  for (MenuItem* item : {&Quitter, &cmdanalysemore, &cmdDefrag, &SmartOptimize, &cmdCompact}) {
-    item->enabled = true;
-  }
+  EnableWork(true);
   Arretdefrag.enabled = false;
   Picdepartvolume.visible = true;
   tmrTemperatures.enabled = false;
@@ -55,10 +71,9 @@ void DefragWindow::Quitter_Click() {
   debug_window_.DBGTXT.Clear();
   if (launcher) launcher->ShowOverMainWindow();
   platform_.desktop.DoEvents();
+  EnableWork(false);
   Quitter.enabled = true;
-  for (MenuItem* item : {&cmdanalysemore, &cmdDefrag, &SmartOptimize, &cmdCompact, &Arretdefrag}) {
-    item->enabled = false;
-  }
+  Arretdefrag.enabled = false;
   Picdepartvolume.visible = false;
   tmrTemperatures.enabled = false;
   Label6.fore_colour = activity_colour::kResting;
@@ -101,23 +116,14 @@ void DefragWindow::cmdanalysemore_Click() {
   last_run_failed = !engine.analysis.Analyze_This() && !flags_.StopRequested;
 }
 
-void DefragWindow::RunPass(bool (Passes::*pass)()) {
+void DefragWindow::RunPass(Pass pass) {
+  const PassRow& row = RowOf(pass);
   flags_.StopRequested = False;
-  last_run_failed = !(engine.passes.*pass)();
+  last_run_failed = !(engine.passes.*row.run)();
   flags_.AnalysisValid = False;
   caption = "Volume " + target_.Root();
   if (flags_.DebugLog) debug_window_.Show();
-}
-
-void DefragWindow::cmdDefrag_Click() { RunPass(&Passes::defrag); }
-
-void DefragWindow::SmartOptimize_Click() { RunArrangingPass(&Passes::optimizequick); }
-
-void DefragWindow::cmdCompact_Click() { RunArrangingPass(&Passes::compactquick); }
-
-void DefragWindow::RunArrangingPass(bool (Passes::*pass)()) {
-  RunPass(pass);
-  if (!flags_.StopRequested) return;
+  if (!row.needs_class_lists || !flags_.StopRequested) return;
   // Showing the log may have let something happen.
   caption = "Volume " + target_.Root();
   flags_.AnalysisValid = False;

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "engine/engine.h"
+#include "engine/pass_table.h"
 #include "forms/controls.h"
 #include "forms/picture_box.h"
 #include "health/temperature_warning.h"
@@ -39,9 +40,9 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
   MenuItem Quitter{"Drive"};
   MenuItem Arretdefrag{"Stop"};
   MenuItem cmdanalysemore{"Analyze"};
-  MenuItem cmdDefrag{"Defrag"};
-  MenuItem SmartOptimize{"Optimize"};
-  MenuItem cmdCompact{"Compact"};
+  MenuItem cmdDefrag{RowOf(Pass::Defrag).name};
+  MenuItem SmartOptimize{RowOf(Pass::Optimize).name};
+  MenuItem cmdCompact{RowOf(Pass::Compact).name};
   MenuItem minmnu{"Minimize"};
   MenuItem exitmnu{"Exit"};
 
@@ -81,6 +82,9 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
 
   // The volume's figures could not be read in the last run; the user has been told.
   bool last_run_failed = false;
+
+  // The menu's item that starts the pass.
+  MenuItem& PassItem(Pass pass);
 
   bool Busy() const { return !exitmnu.enabled; }
 
@@ -124,12 +128,10 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
 
  private:
   void SetMenu(bool busy);
+  // Analyze, the passes, and the way to another drive.
+  void EnableWork(bool enabled);
   void cmdanalysemore_Click();
-  void cmdDefrag_Click();
-  void SmartOptimize_Click();
-  void cmdCompact_Click();
-  void RunPass(bool (Passes::*pass)());
-  void RunArrangingPass(bool (Passes::*pass)());
+  void RunPass(Pass pass);
   void Arretdefrag_Click();
   void Quitter_Click();
   void Minimize();

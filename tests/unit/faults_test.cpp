@@ -41,7 +41,7 @@ const Fault kFaults[] = {
      [](auto& f, auto&, When w) { f.ReportNoClusters(w); }},
 };
 
-class FaultTest : public ::testing::TestWithParam<Pass> {};
+class FaultTest : public ::testing::TestWithParam<RunKind> {};
 
 TEST_P(FaultTest, AtEveryCall) {
   const std::string unreadable = "Error reading the drive information.";
@@ -87,9 +87,7 @@ TEST_P(FaultTest, AtEveryCall) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, FaultTest,
-                         ::testing::Values(Pass::Analyze, Pass::Defrag, Pass::Optimize,
-                                           Pass::Compact),
+INSTANTIATE_TEST_SUITE_P(All, FaultTest, ::testing::ValuesIn(AllRuns()),
                          [](const auto& pass) { return PassName(pass.param); });
 
 // A file of nine clusters, three gaps of which none holds it whole: 5, 3 and 3 clusters.

@@ -24,7 +24,7 @@ constexpr const char* kNoDrive = "d-----me";
 
 // Runs the action inside the nth checkpoint of a run that begins now.
 template <typename Action>
-void During(Rig& rig, Pass pass, std::size_t nth, Action action) {
+void During(Rig& rig, RunKind pass, std::size_t nth, Action action) {
   ScriptedDesktop& user = rig.machine->User();
   user.AtDoEvents(user.DoEventsCount() + nth, action);
   rig.Run(pass);
@@ -34,7 +34,7 @@ TEST(Window, MenuAndTimersFollowTheState) {
   SmallRig rig;
   DefragWindow& window = rig.window;
   EXPECT_EQ(Menu(window), kIdle);
-  for (const Pass pass : {Pass::Analyze, Pass::Defrag, Pass::Optimize, Pass::Compact}) {
+  for (const RunKind pass : AllRuns()) {
     SCOPED_TRACE(PassName(pass));
     rig.machine->User().AtEveryDoEvents([&] {
       ASSERT_EQ(Menu(window), kBusy);
@@ -115,7 +115,7 @@ TEST(Window, MinimisingYieldsToOtherPrograms) {
 
 TEST(Window, StatusLineAndDebugWindow) {
   SmallRig rig;
-  rig.Run(Pass::Analyze);
+  rig.Run(kAnalyze);
   EXPECT_FALSE(rig.program.debug_window.visible);
   rig.window.UpdateTimer.tick();
   EXPECT_EQ(rig.window.etfich.caption.get(),
