@@ -91,7 +91,7 @@ void Redraw(benchmark::State& state) {
   Program program(machine.With(user));
   program.launcher.SelectDrive("C:\\");
   for (auto _ : state) {
-    program.main_window.RedrawClusterMap();
+    program.main_window.RedrawMap(MapLayers::Candidates);
     benchmark::DoNotOptimize(program.main_window.Picdepartvolume.Pixel(7, 0));
   }
   state.SetBytesProcessed(kBytes * state.iterations());

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
-#include "volume/run_view.h"
+#include "engine/run_view.h"
 
 namespace vornalux {
 

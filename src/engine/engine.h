@@ -3,6 +3,7 @@
 
 #include "engine/analysis.h"
 #include "engine/passes.h"
+#include "engine/run_context.h"
 #include "engine/run_target.h"
 #include "volume/movers.h"
 #include "volume/volume_walk.h"
@@ -17,14 +18,16 @@ struct Engine {
         extents(platform.files),
         walk(platform, extents, geometry.constants, flags, table),
         movers(platform, geometry, extents, flags, trace, view),
-        analysis(platform, geometry, extents, table, walk, flags, target, trace, view),
-        passes(platform, geometry, analysis, movers, table, flags, target, view) {}
+        context{platform, flags, target, trace, view, geometry, extents, table, walk, movers},
+        analysis(context),
+        passes(context, analysis) {}
 
   VolumeGeometry geometry;
   ExtentReader extents;
   FileTable table;
   VolumeWalk walk;
   Movers movers;
+  const RunContext context;
   Analysis analysis;
   Passes passes;
 };

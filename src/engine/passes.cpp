@@ -6,41 +6,41 @@ namespace vornalux {
 
 // What Optimize and Compact begin with. False when the run ends here.
 bool Passes::PrepareClassLists() {
-  flags_.StopRequested = False;
-  if (!flags_.ClassListsValid) {
-    flags_.OptimizeMode = True;
+  run_.flags.StopRequested = False;
+  if (!run_.flags.ClassListsValid) {
+    run_.flags.OptimizeMode = True;
     if (!analysis_.Analyze_This()) {
-      flags_.ClassListsValid = False;
+      run_.flags.ClassListsValid = False;
       return false;
     }
   }
-  flags_.StopRequested = False;
+  run_.flags.StopRequested = False;
   ShowCaption("Preparing volume ");
-  view_.RedrawClusterMap();
+  run_.view.RedrawMap(MapLayers::Candidates);
   return true;
 }
 
 void Passes::EndWithStaleLists() {
-  flags_.AnalysisValid = False;
-  flags_.ClassListsValid = False;
+  run_.flags.AnalysisValid = False;
+  run_.flags.ClassListsValid = False;
   ShowIdleCaption();
 }
 
 void Passes::DefragmentMasterFileTable() {
-  view_.SetCurrentFile(target_.MasterFileTable());
-  movers_.DefragmentFileInFront(target_.MasterFileTable(), true);
+  run_.view.SetCurrentFile(run_.target.MasterFileTable());
+  run_.movers.DefragmentFileInFront(run_.target.MasterFileTable(), true);
 }
 
 void Passes::RedrawUnlessStopped() {
-  if (!flags_.StopRequested) view_.RedrawClusterMap();
+  if (!run_.flags.StopRequested) run_.view.RedrawMap(MapLayers::Candidates);
 }
 
-void Passes::Redraw() { geometry_.ShowVolumeBitmap(target_.Drive(), view_); }
+void Passes::Redraw() { run_.view.RedrawMap(MapLayers::Volume); }
 
-void Passes::ShowCaption(const char* doing) { view_.SetCaption(doing + target_.Root()); }
+void Passes::ShowCaption(const char* doing) { run_.view.SetCaption(doing + run_.target.Root()); }
 
-void Passes::ShowIdleCaption() { view_.SetCaption("Volume " + target_.Root()); }
+void Passes::ShowIdleCaption() { run_.view.SetCaption("Volume " + run_.target.Root()); }
 
-void Passes::Step() { view_.SetValue(view_.Value() + 1); }
+void Passes::Step() { run_.view.SetValue(run_.view.Value() + 1); }
 
 }  // namespace vornalux

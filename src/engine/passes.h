@@ -15,16 +15,7 @@ namespace vornalux {
 // figures could not be read; a stop is no failure.
 class Passes {
  public:
-  Passes(Platform& platform, VolumeGeometry& geometry, Analysis& analysis, Movers& movers,
-         FileTable& table, RunFlags& flags, const RunTarget& target, RunView& view)
-      : platform_(platform),
-        geometry_(geometry),
-        analysis_(analysis),
-        movers_(movers),
-        table_(table),
-        flags_(flags),
-        target_(target),
-        view_(view) {}
+  Passes(const RunContext& run, Analysis& analysis) : run_(run), analysis_(analysis) {}
 
   // Makes each fragmented file contiguous, in the order of the fragmented-file lists.
   bool defrag();
@@ -51,14 +42,8 @@ class Passes {
   void ShowIdleCaption();
   void Step();
 
-  Platform& platform_;
-  VolumeGeometry& geometry_;
+  const RunContext& run_;
   Analysis& analysis_;
-  Movers& movers_;
-  FileTable& table_;
-  RunFlags& flags_;
-  const RunTarget& target_;
-  RunView& view_;
 };
 
 }  // namespace vornalux

@@ -45,7 +45,8 @@ void ClusterMap::PaintRange(std::int64_t first, std::int64_t last, std::int64_t 
   }
 }
 
-void ClusterMap::DrawVolumeBitmap(const VolumeBitmapImage& image) {
+void ClusterMap::DrawVolume(const MapVolume& volume) {
+  const VolumeBitmapImage& image = volume.bitmap;
   picture_.Clear();
   // A bitmap with fewer bytes than there are columns leaves the columns past it free.
   const std::int64_t bytes_per_column =
@@ -56,9 +57,8 @@ void ClusterMap::DrawVolumeBitmap(const VolumeBitmapImage& image) {
   PaintDensity(image, bytes_per_column);
   picture_.Refresh();
   // An eighth of a column a step: each zone column is painted several times.
-  const VolumeConstants& constants = engine_.geometry.constants;
-  PaintRange(constants.MftZoneStart, constants.MftZoneEnd, bytes_per_column, map_colour::kMftZone);
-  if (target_.Ntfs()) PaintMasterFileTable();
+  PaintRange(volume.zone_start, volume.zone_end, bytes_per_column, map_colour::kMftZone);
+  if (!volume.master_file_table.empty()) PaintMasterFileTable(volume.master_file_table);
   picture_.Refresh();
   desktop_.DoEvents();
   redraw_glyph_.fore_colour = activity_colour::kResting;
@@ -77,8 +77,8 @@ void ClusterMap::PaintDensity(const VolumeBitmapImage& image, std::int64_t bytes
   }
 }
 
-void ClusterMap::PaintMasterFileTable() {
-  const ExtentRecord table = engine_.extents.ReadExtents(target_.MasterFileTable(), false, false);
+void ClusterMap::PaintMasterFileTable(const std::string& path) {
+  const ExtentRecord table = extents_.ReadExtents(path, false, false);
   const std::int64_t step = ClustersPerColumn;
   std::int64_t vcn = 0;
   for (const Extent& extent : table.extents) {
@@ -88,32 +88,15 @@ void ClusterMap::PaintMasterFileTable() {
   }
 }
 
-void ClusterMap::RedrawClusterMap(RunView& view) {
-  redraw_glyph_.fore_colour = activity_colour::kMoving;
-  desktop_.DoEvents();
-  engine_.geometry.ShowVolumeBitmap(target_.Drive(), view);
-  if (flags_.ClassListsValid) {
-    const FileTable& table = engine_.table;
-    PaintCandidates(table.PrefetchFiles.paths, map_colour::kSystemArea, true);
-    PaintCandidates(table.DirsToMove.paths, map_colour::kSystemArea, true);
-    PaintCandidates(table.OptimizeFiles.paths, map_colour::kOptimize, true);
-  }
-  PaintCandidates(engine_.analysis.lists.FragNames, map_colour::kDefrag, false);
-  picture_.Refresh();
-  picture_.Refresh();
-  redraw_glyph_.fore_colour = activity_colour::kResting;
-  desktop_.DoEvents();
-}
-
-void ClusterMap::PaintCandidates(const std::vector<std::string>& paths, Colour colour,
-                                 bool refresh) {
+void ClusterMap::DrawCandidates(const std::vector<std::string>& paths, Colour colour,
+                                bool refresh) {
   std::int64_t cluster = 0;
   // The last slot is not painted. Sizes are read anew each time: events may run in between.
   for (std::size_t i = 0; i + 1 < paths.size(); ++i) {
     if (refresh && i % kEntriesPerRefresh == 0) picture_.Refresh();
     desktop_.DoEvents();
     if (i + 1 >= paths.size()) return;
-    if (!paths[i].empty()) cluster = engine_.extents.FirstAllocatedLcn(paths[i]);
+    if (!paths[i].empty()) cluster = extents_.FirstAllocatedLcn(paths[i]);
     teken_plaatje(cluster, colour);
   }
 }

@@ -8,7 +8,8 @@ namespace vornalux {
 DefragWindow::DefragWindow(Platform& platform, RunFlags& flags, const RunTarget& target,
                            const DebugTrace& trace, FrmDBG& debug_window)
     : engine(platform, flags, target, trace, *this),
-      map(platform.desktop, engine, flags, target, Picdepartvolume, LblRedraw),
+      map(platform.desktop, engine.extents, Picdepartvolume, LblRedraw),
+      map_redraw(platform.desktop, engine, flags, target, map, LblRedraw),
       details(engine.table, engine.analysis.lists, flags),
       Temperatures(platform.devices, target),
       temperature_warning(platform.devices, target, trace, *this),
@@ -21,7 +22,7 @@ DefragWindow::DefragWindow(Platform& platform, RunFlags& flags, const RunTarget&
   for (const PassRow& row : kPasses) {
     PassItem(row.pass).click = [this, pass = row.pass] { RunPass(pass); };
   }
-  Picdepartvolume.click = [this] { RedrawClusterMap(); };
+  Picdepartvolume.click = [this] { RedrawMap(MapLayers::Candidates); };
   Quitter.click = [this] { Quitter_Click(); };
   minmnu.click = [this] { Minimize(); };
   exitmnu.click = [this] { QueryUnload(CloseReason::Code); };
@@ -138,7 +139,7 @@ void DefragWindow::Arretdefrag_Click() {
   UpdateTimer.enabled = false;
   flags_.StopRequested = True;
   etfich.caption = "";
-  engine.geometry.ShowVolumeBitmap(target_.Drive(), *this);
+  RedrawMap(MapLayers::Volume);
 }
 
 void DefragWindow::UpdateTimer_Timer() {
@@ -190,7 +191,7 @@ void DefragWindow::StopWatching() {
 void DefragWindow::StopRun() {
   flags_.StopRequested = True;
   etfich.caption = "";
-  engine.geometry.ShowVolumeBitmap(target_.Drive(), *this);
+  RedrawMap(MapLayers::Volume);
 }
 
 void DefragWindow::SetRange(std::int64_t minimum, std::int64_t maximum) {

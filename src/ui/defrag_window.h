@@ -14,6 +14,7 @@
 #include "ui/cluster_map.h"
 #include "ui/debug_window.h"
 #include "ui/details_window.h"
+#include "ui/map_redraw.h"
 
 namespace vornalux {
 
@@ -73,6 +74,7 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
 
   Engine engine;
   ClusterMap map;
+  MapRedraw map_redraw;
   FrmDetails details;
   clsTemperatures Temperatures;
   HDDTempWarning temperature_warning;
@@ -115,12 +117,11 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
   void SetDetailsCounts(const std::string& fragmented, const std::string& system_area,
                         const std::string& optimize) override;
   void SetWalking(bool walking) override { UpdateTimer.enabled = walking; }
-  void DrawVolumeBitmap(const VolumeBitmapImage& image) override { map.DrawVolumeBitmap(image); }
+  bool RedrawMap(MapLayers layers) override { return map_redraw.Redraw(layers); }
   void PaintCluster(std::int64_t cluster, Colour colour) override {
     map.teken_plaatje(cluster, colour);
   }
   void RefreshMap() override { Picdepartvolume.Refresh(); }
-  void RedrawClusterMap() override { map.RedrawClusterMap(*this); }
 
   // WatchedRun
   void StopWatching() override;

@@ -93,7 +93,7 @@ TEST(ClusterMap, ShowsTheVolumeAndItsCandidates) {
     rig.window.Picdepartvolume.Resize(width, 3);
     rig.program.flags.OptimizeMode = True;
     ASSERT_TRUE(rig.engine.analysis.Analyze_This());
-    rig.window.RedrawClusterMap();
+    rig.window.RedrawMap(MapLayers::Candidates);
     PlainStrip plain(rig, width);
     plain.Candidates(rig.engine.table.PrefetchFiles.paths, rig, 0xFFC0C0);
     plain.Candidates(rig.engine.table.DirsToMove.paths, rig, 0xFFC0C0);
@@ -103,7 +103,7 @@ TEST(ClusterMap, ShowsTheVolumeAndItsCandidates) {
 
     // Without valid class lists only the fragmented files are shown.
     rig.program.flags.ClassListsValid = False;
-    rig.window.RedrawClusterMap();
+    rig.window.RedrawMap(MapLayers::Candidates);
     PlainStrip bare(rig, width);
     bare.Candidates(rig.engine.analysis.lists.FragNames, rig, 0x0000FF);
     EXPECT_EQ(Strip(rig), bare.strip());
@@ -114,7 +114,7 @@ TEST(ClusterMap, ShowsTheVolumeAndItsCandidates) {
       inside = true;
       rig.window.Picdepartvolume.click();
     });
-    rig.window.RedrawClusterMap();
+    rig.window.RedrawMap(MapLayers::Candidates);
     EXPECT_TRUE(inside || rig.machine->User().DoEventsCount() < now + 40);
     EXPECT_EQ(Strip(rig), bare.strip());
     EXPECT_EQ(rig.window.LblRedraw.fore_colour.get(), activity_colour::kResting);
@@ -138,7 +138,7 @@ TEST(ClusterMap, MftIsPaintedOneClusterPastItsEnd) {
   SimulatedVolume volume({.total_clusters = 24 * 64, .mft_zone = {640, 640}});
   volume.AddMft({{128, 64}});
   Rig rig(volume);
-  rig.window.RedrawClusterMap();
+  rig.window.RedrawMap(MapLayers::Candidates);
   const std::vector<Colour> strip = Strip(rig);
   EXPECT_EQ(std::vector<Colour>(strip.begin(), strip.begin() + 5),
             (std::vector<Colour>{0x004000, 0x004000, 0x00C0C0, 0x00C0C0, 0x004000}));
@@ -165,7 +165,7 @@ TEST(ClusterMap, HostileZonesAndTinyVolumes) {
       Rig rig(volume);
       rig.engine.geometry.constants.MftZoneStart = zone.start;
       rig.engine.geometry.constants.MftZoneEnd = zone.end;
-      rig.window.RedrawClusterMap();
+      rig.window.RedrawMap(MapLayers::Candidates);
       EXPECT_EQ(Strip(rig)[0], zone.paints ? map_colour::kMftZone : map_colour::kFree);
       EXPECT_LT(rig.machine->User().DoEventsCount(), 10000U);
     }

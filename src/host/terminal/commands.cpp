@@ -58,7 +58,7 @@ ExitCode Analyze(Program& program, bool classes) {
 
 // The map with its candidates as the window shows it now.
 MapColumns DrawnMap(DefragWindow& window) {
-  window.RedrawClusterMap();
+  window.RedrawMap(MapLayers::Candidates);
   return CaptureMap(window.Picdepartvolume);
 }
 
