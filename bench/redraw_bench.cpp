@@ -92,7 +92,7 @@ void Redraw(benchmark::State& state) {
   program.launcher.SelectDrive("C:\\");
   for (auto _ : state) {
     program.main_window.RedrawMap(MapLayers::Candidates);
-    benchmark::DoNotOptimize(program.main_window.Picdepartvolume.Pixel(7, 0));
+    benchmark::DoNotOptimize(program.main_window.Picdepartvolume.columns()[7]);
   }
   state.SetBytesProcessed(kBytes * state.iterations());
 }

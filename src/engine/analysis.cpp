@@ -130,8 +130,12 @@ void Analysis::Examine(const std::string& path, const ExtentRecord& record) {
   if (!record.opened) return;
   ++summary.fragmented;
   if (!run_.flags.OptimizeMode) {
+    std::int64_t vcn = 0;
     for (const Extent& extent : record.extents) {
-      if (extent.Lcn != -1) run_.view.PaintCluster(extent.Lcn, map_colour::kDefrag);
+      if (extent.Lcn != -1) {
+        run_.view.PaintExtent(extent.Lcn, extent.NextVcn - vcn, map_colour::kDefrag);
+      }
+      vcn = extent.NextVcn;
     }
     run_.view.RefreshMap();
   }

@@ -40,8 +40,8 @@ class RunView : public WorkView {
   // the user told, when it could not be read.
   virtual bool RedrawMap(MapLayers layers) = 0;
 
-  // A single column of the map, and showing what has been painted.
-  virtual void PaintCluster(std::int64_t cluster, Colour colour) = 0;
+  // Paints clusters onto the map as it was drawn last, and shows what has been painted.
+  virtual void PaintExtent(std::int64_t lcn, std::int64_t length, Colour colour) = 0;
   virtual void RefreshMap() = 0;
 };
 

@@ -36,15 +36,24 @@ class ClusterMap {
   // Paints the column that the cluster is nearest to. Does not refresh.
   void teken_plaatje(std::int64_t clus, Colour kleurtje);
 
+  // The columns from an extent's first cluster to the one past its end. Neither refreshes nor
+  // yields.
+  void PaintExtent(std::int64_t lcn, std::int64_t length, Colour colour);
+
   void DrawVolume(const MapVolume& volume);
 
-  // One column for each path, by where it begins. With refresh they show as they come.
+  // The picture is to have another width than it was drawn with.
+  bool NeedsRedraw() const { return picture_.ResizePending(); }
+
+  // One column for each path, by where it begins; an empty one repeats the column before it. With
+  // refresh they show as they come.
   void DrawCandidates(const std::vector<std::string>& paths, Colour colour, bool refresh);
 
   void Refresh() { picture_.Refresh(); }
 
  private:
-  void PaintDensity(const VolumeBitmapImage& image, std::int64_t bytes_per_column);
+  void PaintDensity(const VolumeBitmapImage& image);
+  std::int64_t LastVisible(std::int64_t cluster) const;
   void PaintMasterFileTable(const std::string& path);
   void PaintRange(std::int64_t first, std::int64_t last, std::int64_t step, Colour colour);
 

@@ -28,6 +28,10 @@ DefragWindow::DefragWindow(Platform& platform, RunFlags& flags, const RunTarget&
   exitmnu.click = [this] { QueryUnload(CloseReason::Code); };
   for (Label& caption_label : Label4) caption_label.click = [this] { details.Open(); };
   Arretdefrag.click = [this] { Arretdefrag_Click(); };
+  // The name that is there now is none to be shown any more.
+  ChkNoFileDisplay.click = [this] {
+    if (ChkNoFileDisplay.value) etfich.caption = "";
+  };
   UpdateTimer.tick = [this] { UpdateTimer_Timer(); };
   BindTemperatures();
   EnterIdle();

@@ -60,7 +60,7 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
   Timer tmrTemperatures{30000};
 
   // The cluster map, and the glyph that lights up while it is redrawn.
-  PictureBox Picdepartvolume{394, 29, map_colour::kFree};
+  PictureBox Picdepartvolume{394, map_colour::kFree};
   Label LblRedraw{"q", activity_colour::kResting};
 
   // The legend.
@@ -107,9 +107,10 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
   void SetValue(std::int64_t value) override { progress.SetValue(value); }
   std::int64_t Value() const override { return progress.value; }
   void SetCaption(const std::string& text) override { caption = text; }
-  void SetCurrentFile(const std::string& path) override { etfich.caption = path; }
+  void SetCurrentFile(const std::string& path) override {
+    etfich.caption = ChkNoFileDisplay.value ? "" : path;
+  }
   void SetActivity(Colour colour) override { activity.fill_colour = colour; }
-  bool HidesFileNames() const override { return ChkNoFileDisplay.value; }
   bool RedrawsAfterEachFile() const override { return Affiche.value; }
   void EnterBusy() override { SetMenu(true); }
   void EnterIdle() override { SetMenu(false); }
@@ -118,8 +119,8 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
                         const std::string& optimize) override;
   void SetWalking(bool walking) override { UpdateTimer.enabled = walking; }
   bool RedrawMap(MapLayers layers) override { return map_redraw.Redraw(layers); }
-  void PaintCluster(std::int64_t cluster, Colour colour) override {
-    map.teken_plaatje(cluster, colour);
+  void PaintExtent(std::int64_t lcn, std::int64_t length, Colour colour) override {
+    map.PaintExtent(lcn, length, colour);
   }
   void RefreshMap() override { Picdepartvolume.Refresh(); }
 

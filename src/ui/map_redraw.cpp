@@ -6,6 +6,8 @@
 namespace vornalux {
 namespace {
 
+constexpr int kMostDrawings = 10;
+
 const char* TextOf(BitmapResult result) {
   switch (result) {
     case BitmapResult::Read:
@@ -21,7 +23,14 @@ const char* TextOf(BitmapResult result) {
 }  // namespace
 
 bool MapRedraw::Redraw(MapLayers layers) {
-  return layers == MapLayers::Volume ? DrawVolume() : DrawWithCandidates();
+  bool good = false;
+  // A window that was resized in the meantime has the whole drawn once more; one that never rests
+  // gets it stretched.
+  for (int drawn = 0; drawn == 0 || (good && map_.NeedsRedraw() && drawn < kMostDrawings);
+       ++drawn) {
+    good = layers == MapLayers::Volume ? DrawVolume() : DrawWithCandidates();
+  }
+  return good;
 }
 
 bool MapRedraw::DrawVolume() {

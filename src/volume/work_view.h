@@ -23,8 +23,8 @@ class WorkView {
   virtual void SetValue(std::int64_t value) = 0;
   virtual std::int64_t Value() const = 0;
 
+  // The view may keep names to itself.
   virtual void SetCurrentFile(const std::string& path) = 0;
-  virtual bool HidesFileNames() const = 0;
   virtual void SetActivity(Colour colour) = 0;
 
   // The walk runs: the counters are shown now and then.

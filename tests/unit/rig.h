@@ -65,7 +65,7 @@ struct Rig {
     program.launcher.SelectDrive("C:\\");
     window.caption = "Volume C:\\";
     // A narrow map has fewer checkpoints.
-    window.Picdepartvolume.Resize(24, 2);
+    window.Picdepartvolume.Resize(24);
     window.changed = [this] {
       if (captions.empty() || captions.back() != window.caption.get()) {
         captions.push_back(window.caption);

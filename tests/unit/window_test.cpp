@@ -126,6 +126,26 @@ TEST(Window, StatusLineAndDebugWindow) {
   EXPECT_TRUE(rig.program.debug_window.visible);
 }
 
+TEST(Window, NamesAreShownUnlessHidden) {
+  for (const RunKind pass : AllRuns()) {
+    for (const bool hidden : {false, true}) {
+      SCOPED_TRACE(PassName(pass) + (hidden ? ", hidden" : ""));
+      SmallRig rig(3);
+      const Label& line = rig.window.etfich;
+      const auto names = [&] { return line.caption.get().find('\\') != std::string::npos; };
+      int shown = 0;
+      rig.window.etfich.changed = [&] { shown += names(); };
+      if (hidden) rig.window.ChkNoFileDisplay.Click();
+      rig.Run(pass);
+      EXPECT_EQ(shown > 0, pass && !hidden);
+    }
+  }
+  SmallRig rig(3);
+  rig.window.SetCurrentFile("C:\\file");
+  rig.window.ChkNoFileDisplay.Click();
+  EXPECT_EQ(rig.window.etfich.caption.get(), "") << "at once";
+}
+
 // Named so that each list shows which of its slots were taken.
 TEST(Details, ListsWhatEachButtonStandsFor) {
   SmallRig rig;

@@ -59,7 +59,7 @@ ExitCode Analyze(Program& program, bool classes) {
 // The map with its candidates as the window shows it now.
 MapColumns DrawnMap(DefragWindow& window) {
   window.RedrawMap(MapLayers::Candidates);
-  return CaptureMap(window.Picdepartvolume);
+  return window.Picdepartvolume.columns();
 }
 
 std::vector<std::uint8_t> Picture(const ReportContent& report) {

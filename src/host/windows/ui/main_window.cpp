@@ -49,8 +49,7 @@ NativeMainWindow::NativeMainWindow(DefragWindow& main_window)
   BindStatusBar();
   SetUpGlyph();
   AnchorControls();
-  const SIZE map = SizeOfMap();
-  main_window.Picdepartvolume.Resize(map.cx, map.cy);
+  main_window.Picdepartvolume.Resize(WidthOfMap());
 }
 
 // Room that the user gives goes to the map.
@@ -130,18 +129,17 @@ void NativeMainWindow::ArrangePanels() {
   SendMessageW(bar, SB_SETPARTS, ends.size(), reinterpret_cast<LPARAM>(ends.data()));
 }
 
-SIZE NativeMainWindow::SizeOfMap() const {
+int NativeMainWindow::WidthOfMap() const {
   RECT area;
   GetClientRect(Item(IDC_MAP), &area);
-  return {area.right, area.bottom};
+  return area.right;
 }
 
 void NativeMainWindow::ArrangeWindow() {
   SendMessageW(Item(IDC_STATUS_BAR), WM_SIZE, 0, 0);
   ArrangePanels();
   anchors_.Arrange();
-  const SIZE map = SizeOfMap();
-  main_window_.Picdepartvolume.ResizeAtNextClear(map.cx, map.cy);
+  main_window_.Picdepartvolume.ResizeAtNextClear(WidthOfMap());
   InvalidateRect(Item(IDC_MAP), nullptr, FALSE);
 }
 
