@@ -55,15 +55,11 @@ class JobReader {
     return true;
   }
 
-  bool SetAction(const std::string& name) {
-    using enum Job::Action;
-    const std::pair<const char*, Job::Action> actions[] = {
-        {"-d", Defrag}, {"-o", Optimize}, {"-c", Compact}};
-    for (const auto& [text, action] : actions) {
-      if (name == text) reading_.job.action = action;
-      if (name == text) return true;
-    }
-    return false;
+  bool SetAction(std::string_view name) {
+    const std::optional<Pass> pass =
+        name.starts_with('-') ? PassOfLetter(name.substr(1)) : std::nullopt;
+    if (pass) reading_.job.action = pass;
+    return pass.has_value();
   }
 
   bool SetPriority(const std::string& name) {

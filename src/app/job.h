@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "app/job_settings.h"
+#include "engine/pass_table.h"
 #include "volume/debug_trace.h"
 #include "volume/run_flags.h"
 
@@ -19,12 +20,10 @@ struct Platform;
 
 // What a command line asks for.
 struct Job {
-  enum class Action { None, Defrag, Optimize, Compact };
-
   std::string line;       // as it was given, without blanks at its ends
   std::string root;       // "C:\"; empty: the volume that is chosen
   std::string directory;  // below the root, no backslash at either end; empty: all of it
-  Action action = Action::None;
+  std::optional<Pass> action;
   std::vector<std::uint32_t> priorities;  // classes, to be set one after the other
   bool run_minimized = false;
   bool shutdown_when_done = false;

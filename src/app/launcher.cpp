@@ -61,11 +61,23 @@ void Introfrm::UsePriority(std::uint32_t priority_class) {
   ShowPriority(platform_.machine.SetPriorityClass(priority_class));
 }
 
+OptionButton& Introfrm::PassOption(Pass pass) {
+  switch (pass) {
+    case Pass::Defrag:
+      break;
+    case Pass::Optimize:
+      return Option3;
+    case Pass::Compact:
+      return Option2;
+  }
+  return Option1;
+}
+
 void Introfrm::BindOptions() {
   // Of each group one at most is on.
   struct Choice {
     OptionButton* button;
-    const char* text;
+    std::string text;
   };
   const auto group = [this](std::string& piece, const std::vector<Choice>& choices) {
     for (const Choice& choice : choices) {
@@ -76,7 +88,11 @@ void Introfrm::BindOptions() {
       };
     }
   };
-  group(action_piece_, {{&Option1, " /d"}, {&Option2, " /c"}, {&Option3, " /o"}});
+  std::vector<Choice> actions;
+  for (const PassRow& row : kPasses) {
+    actions.push_back({&PassOption(row.pass), std::string(" /") + row.letter});
+  }
+  group(action_piece_, actions);
   group(after_piece_, {{&OptClose, " /close"}, {&OptShutDown, " /down"}});
   OptPrioLow.click = [this] { UsePriority(priority::kIdle); };
   OptPrioMed.click = [this] { UsePriority(priority::kNormal); };

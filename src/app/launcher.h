@@ -6,6 +6,7 @@
 
 #include "app/job.h"
 #include "app/job_settings.h"
+#include "engine/pass_table.h"
 #include "forms/controls.h"
 #include "platform/platform.h"
 #include "shell/context_window.h"
@@ -37,9 +38,9 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   Label lblInfo{"Information", kLinkColour};
   Label LblSupport{"Support", kLinkColour};
 
-  OptionButton Option1{"Defrag"};
-  OptionButton Option2{"Compact"};
-  OptionButton Option3{"Optimize"};
+  OptionButton Option1{RowOf(Pass::Defrag).name};
+  OptionButton Option2{RowOf(Pass::Compact).name};
+  OptionButton Option3{RowOf(Pass::Optimize).name};
   OptionButton OptPrioLow{"Low"};
   OptionButton OptPrioMed{"Normal"};
   OptionButton OptPrioHi{"High"};
@@ -53,6 +54,9 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   Button Command2{"Create desktop shortcut Job"};
   Label LblExclude{" Skip these extensions: (example: *.tmp; *.vhd) - defrag only!"};
   TextBox ExcludeTxt;
+
+  // The action's option that stands for the pass.
+  OptionButton& PassOption(Pass pass);
 
   frmContext context_menu;
 

@@ -15,28 +15,13 @@ void Say(const JobParts& parts, const std::string& text) {
   parts.platform.desktop.ShowBox(text, kProgramTitle, BoxButtons::Ok, BoxIcon::None);
 }
 
-MenuItem* CommandOf(Job::Action action, DefragWindow& window) {
-  switch (action) {
-    case Job::Action::None:
-      return nullptr;
-    case Job::Action::Defrag:
-      return &window.cmdDefrag;
-    case Job::Action::Optimize:
-      return &window.SmartOptimize;
-    case Job::Action::Compact:
-      return &window.cmdCompact;
-  }
-  return nullptr;
-}
-
 bool FolderExists(Files& files, const std::string& path) {
   return files.FindFirst(LongPath(path + "\\*")) != nullptr;
 }
 
 JobOutcome RunAction(const Job& job, const JobParts& parts) {
   DefragWindow& window = parts.main_window;
-  MenuItem* const command = CommandOf(job.action, window);
-  if (command) {
+  if (job.action) {
     if (!window.engine.volume.IsOpen()) {
       window.TellCannotOpen();
       return JobOutcome::Failed;
@@ -44,9 +29,9 @@ JobOutcome RunAction(const Job& job, const JobParts& parts) {
     parts.launcher.ShowMainWindow();
   }
   if (job.run_minimized) parts.launcher.minimize_to_tray();
-  if (!command) return JobOutcome::Done;
+  if (!job.action) return JobOutcome::Done;
   window.OpenMenu();
-  command->Click();
+  window.PassItem(*job.action).Click();
   if (parts.flags.StopRequested) return JobOutcome::Stopped;
   return window.last_run_failed ? JobOutcome::Failed : JobOutcome::Done;
 }

@@ -47,135 +47,140 @@ bool IncludedBy(const std::string& exclude, const std::string& path) {
 
 bool Analysis::Analyze_This() {
   // The redraw brings fresh constants and a map without the last run's colours.
-  if (!geometry_.ShowVolumeBitmap(target_.Drive(), view_)) {
-    flags_.AnalysisValid = False;
+  if (!run_.view.RedrawMap(MapLayers::Volume)) {
+    run_.flags.AnalysisValid = False;
     return false;
   }
   ReportConstants();
   AnalyzeVolume();
-  flags_.AnalysisValid = True;
-  if (!flags_.StopRequested) return true;
-  view_.SetCaption("Volume " + target_.drive);
-  flags_.AnalysisValid = False;
+  run_.flags.AnalysisValid = True;
+  if (!run_.flags.StopRequested) return true;
+  run_.view.SetCaption("Volume " + run_.target.drive);
+  run_.flags.AnalysisValid = False;
   return false;
 }
 
 void Analysis::ReportConstants() {
-  const VolumeConstants& constants = geometry_.constants;
-  trace_.Line("Volume constants for drive: " + target_.drive);
-  trace_.Line("total clusters: " + std::to_string(constants.TotalClusters));
-  trace_.Line("free clusters : " + std::to_string(constants.FreeClusters));
-  trace_.Line("mftreserved  : " + std::to_string(constants.MftZoneStart) + "-" +
-              std::to_string(constants.MftZoneEnd));
-  trace_.Line("end reserved  : " + std::to_string(constants.ReservedFront));
-  trace_.Line("optimize area : " + std::to_string(constants.OptimizeArea));
-  view_.SetCaption("Volume " + target_.drive);
+  const VolumeConstants& constants = run_.geometry.constants;
+  run_.trace.Line("Volume constants for drive: " + run_.target.drive);
+  run_.trace.Line("total clusters: " + std::to_string(constants.TotalClusters));
+  run_.trace.Line("free clusters : " + std::to_string(constants.FreeClusters));
+  run_.trace.Line("mftreserved  : " + std::to_string(constants.MftZoneStart) + "-" +
+                  std::to_string(constants.MftZoneEnd));
+  run_.trace.Line("end reserved  : " + std::to_string(constants.ReservedFront));
+  run_.trace.Line("optimize area : " + std::to_string(constants.OptimizeArea));
+  run_.view.SetCaption("Volume " + run_.target.drive);
 }
 
 void Analysis::AnalyzeVolume() {
-  view_.SetRange(0, 1);
-  view_.SetValue(0);
-  extents_.LockedCount = 0;
-  flags_.AnalysisValid = False;
-  flags_.ClassListsValid = False;
+  run_.view.SetRange(0, 1);
+  run_.view.SetValue(0);
+  run_.extents.LockedCount = 0;
+  run_.flags.AnalysisValid = False;
+  run_.flags.ClassListsValid = False;
   lists.Clear();
   summary = {};
 
-  view_.SetCaption("Enumerating files on volume " + target_.Root());
-  platform_.desktop.DoEvents();
-  const std::string root = target_.directory.empty()
-                               ? target_.Root()
-                               : target_.Drive() + "\\" + target_.directory + "\\";
-  const std::vector<ExtentRecord> records = walk_.WalkVolume(root, view_);
-  if (flags_.StopRequested) {
-    view_.SetValue(0);
+  run_.view.SetCaption("Enumerating files on volume " + run_.target.Root());
+  run_.platform.desktop.DoEvents();
+  const std::string root = run_.target.directory.empty()
+                               ? run_.target.Root()
+                               : run_.target.Drive() + "\\" + run_.target.directory + "\\";
+  const std::vector<ExtentRecord> records = run_.walk.WalkVolume(root, run_.view);
+  if (run_.flags.StopRequested) {
+    run_.view.SetValue(0);
     return;
   }
-  view_.SetRange(0, static_cast<std::int64_t>(records.size()));
-  view_.SetValue(0);
-  view_.SetCaption("Analyzing files on volume " + target_.Root());
+  run_.view.SetRange(0, static_cast<std::int64_t>(records.size()));
+  run_.view.SetValue(0);
+  run_.view.SetCaption("Analyzing files on volume " + run_.target.Root());
   if (!ExamineEntries(records)) return;
 
   // The trailing empty element takes part, and so comes first.
-  lists.Quicksort(platform_, 0, std::ssize(lists.FragExtents) - 1);
-  if (flags_.OptimizeMode) {
-    ReadLayoutList(platform_.files, extents_, walk_.PrefetchDir, target_.drive,
-                   table_.PrefetchFiles);
+  lists.Quicksort(run_.platform, 0, std::ssize(lists.FragExtents) - 1);
+  if (run_.flags.OptimizeMode) {
+    ReadLayoutList(run_.platform.files, run_.extents, run_.walk.PrefetchDir, run_.target.drive,
+                   run_.table.PrefetchFiles);
   }
   ShowResults();
-  view_.SetCaption("Volume " + target_.drive);
+  run_.view.SetCaption("Volume " + run_.target.drive);
   ReportResults();
 }
 
 bool Analysis::ExamineEntries(const std::vector<ExtentRecord>& records) {
   for (std::size_t i = 0; i < records.size(); ++i) {
-    if (flags_.StopRequested) {
-      view_.SetValue(0);
+    if (run_.flags.StopRequested) {
+      run_.view.SetValue(0);
       return false;
     }
     const auto index = static_cast<std::int64_t>(i);
-    if (view_.Value() < index) view_.SetValue(index);
-    platform_.desktop.DoEvents();
-    Examine(table_.MultiExtentPaths.paths[i], records[i]);
+    if (run_.view.Value() < index) run_.view.SetValue(index);
+    run_.platform.desktop.DoEvents();
+    Examine(run_.table.MultiExtentPaths.paths[i], records[i]);
   }
   return true;
 }
 
 void Analysis::Examine(const std::string& path, const ExtentRecord& record) {
-  if (path.empty() || !IncludedBy(target_.exclude, path)) return;
-  const std::int64_t fragments = CountFragments(record.extents, target_.Ntfs());
+  if (path.empty() || !IncludedBy(run_.target.exclude, path)) return;
+  const std::int64_t fragments = CountFragments(record.extents, run_.target.Ntfs());
   if (fragments <= 1) return;
   summary.fragments += fragments;
   summary.max_per_file = std::max(summary.max_per_file, fragments);
   if (!record.opened) return;
   ++summary.fragmented;
-  if (!flags_.OptimizeMode) {
+  if (!run_.flags.OptimizeMode) {
+    std::int64_t vcn = 0;
     for (const Extent& extent : record.extents) {
-      if (extent.Lcn != -1) view_.PaintCluster(extent.Lcn, map_colour::kDefrag);
+      if (extent.Lcn != -1) {
+        run_.view.PaintExtent(extent.Lcn, extent.NextVcn - vcn, map_colour::kDefrag);
+      }
+      vcn = extent.NextVcn;
     }
-    view_.RefreshMap();
+    run_.view.RefreshMap();
   }
   lists.Add(path, record.Count());
-  if (trace_.On()) {
-    trace_.Line("fragged: " + path + ", fragments: " + std::to_string(fragments));
+  if (run_.trace.On()) {
+    run_.trace.Line("fragged: " + path + ", fragments: " + std::to_string(fragments));
   }
 }
 
 void Analysis::ShowResults() {
-  const VolumeConstants& constants = geometry_.constants;
+  const VolumeConstants& constants = run_.geometry.constants;
   const auto percent = static_cast<std::int64_t>(std::nearbyint(
       constants.FreeClusters / (static_cast<double>(constants.TotalClusters) / 100)));
   const std::string panels[] = {
-      "files: " + std::to_string(table_.TotalFiles),
-      "dirs: " + std::to_string(table_.TotalDirs),
+      "files: " + std::to_string(run_.table.TotalFiles),
+      "dirs: " + std::to_string(run_.table.TotalDirs),
       "free: " + std::to_string(constants.FreeClusters) + " (" + std::to_string(percent) + "%)",
       "fragmented: " + std::to_string(summary.fragmented),
       "fragments: " + std::to_string(summary.fragments),
       "max/file: " + std::to_string(summary.max_per_file),
   };
   int index = 0;
-  for (const std::string& panel : panels) view_.SetStatusPanel(index++, panel);
+  for (const std::string& panel : panels) run_.view.SetStatusPanel(index++, panel);
 
-  const bool classes = flags_.ClassListsValid != False;
-  view_.SetDetailsCounts(
+  const bool classes = run_.flags.ClassListsValid != False;
+  run_.view.SetDetailsCounts(
       InBrackets(summary.fragmented),
-      classes ? InBrackets(table_.DirsToMove.Entries() + table_.PrefetchFiles.Entries()) : "N/A",
-      classes ? InBrackets(table_.OptimizeFiles.Entries()) : "N/A");
+      classes ? InBrackets(run_.table.DirsToMove.Entries() + run_.table.PrefetchFiles.Entries())
+              : "N/A",
+      classes ? InBrackets(run_.table.OptimizeFiles.Entries()) : "N/A");
 }
 
 void Analysis::ReportResults() {
   const auto line = [this](const char* label, std::int64_t value) {
-    trace_.Line(label + std::to_string(value));
+    run_.trace.Line(label + std::to_string(value));
   };
-  line("total files   : ", table_.TotalFiles);
-  line("total dirs    : ", table_.TotalDirs);
+  line("total files   : ", run_.table.TotalFiles);
+  line("total dirs    : ", run_.table.TotalDirs);
   line("fragged       : ", summary.fragmented);
-  line("move_out_files: ", table_.MoveOutFiles.count);
-  line("optimize_files: ", table_.OptimizeFiles.count);
-  line("dirs_to_move  : ", table_.DirsToMove.count);
-  line("prefetch_files: ", table_.PrefetchFiles.count);
-  line("locked  _files: ", extents_.LockedCount);
-  trace_.Line("**********************************************");
+  line("move_out_files: ", run_.table.MoveOutFiles.count);
+  line("optimize_files: ", run_.table.OptimizeFiles.count);
+  line("dirs_to_move  : ", run_.table.DirsToMove.count);
+  line("prefetch_files: ", run_.table.PrefetchFiles.count);
+  line("locked  _files: ", run_.extents.LockedCount);
+  run_.trace.Line("**********************************************");
 }
 
 }  // namespace vornalux

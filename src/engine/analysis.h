@@ -6,13 +6,7 @@
 #include <vector>
 
 #include "engine/fragment_lists.h"
-#include "engine/run_target.h"
-#include "platform/platform.h"
-#include "volume/debug_trace.h"
-#include "volume/run_flags.h"
-#include "volume/run_view.h"
-#include "volume/volume_geometry.h"
-#include "volume/volume_walk.h"
+#include "engine/run_context.h"
 
 namespace vornalux {
 
@@ -30,21 +24,11 @@ std::int64_t CountFragments(const std::vector<Extent>& extents, bool ntfs);
 // False for a path whose extension, as "*.EXT", occurs anywhere in the exclusion text, case aside.
 bool IncludedBy(const std::string& exclude, const std::string& path);
 
-// Walks the volume, counts fragments, collects and sorts the fragmented files, reports.
+// Walks the volume, counts fragments, collects and sorts the fragmented files, reports. The context
+// outlives it.
 class Analysis {
  public:
-  Analysis(Platform& platform, VolumeGeometry& geometry, ExtentReader& extents, FileTable& table,
-           VolumeWalk& walk, RunFlags& flags, const RunTarget& target, const DebugTrace& trace,
-           RunView& view)
-      : platform_(platform),
-        geometry_(geometry),
-        extents_(extents),
-        table_(table),
-        walk_(walk),
-        flags_(flags),
-        target_(target),
-        trace_(trace),
-        view_(view) {}
+  explicit Analysis(const RunContext& run) : run_(run) {}
 
   FragmentLists lists;
   AnalysisSummary summary;
@@ -63,15 +47,7 @@ class Analysis {
   void ShowResults();
   void ReportResults();
 
-  Platform& platform_;
-  VolumeGeometry& geometry_;
-  ExtentReader& extents_;
-  FileTable& table_;
-  VolumeWalk& walk_;
-  RunFlags& flags_;
-  const RunTarget& target_;
-  const DebugTrace& trace_;
-  RunView& view_;
+  const RunContext& run_;
 };
 
 }  // namespace vornalux

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include <limits>
 
+#include "engine/busy_window.h"
 #include "engine/passes.h"
 
 namespace vornalux {
@@ -8,36 +9,36 @@ namespace vornalux {
 // The stop test comes after each move: the entry in hand is always moved first.
 void Passes::CompactPhase(const std::vector<std::string>& paths, Mover mover) {
   for (const std::string& path : paths) {
-    view_.SetCurrentFile(path);
-    if (!path.empty()) (movers_.*mover)(path);
-    platform_.desktop.DoEvents();
-    if (flags_.StopRequested) {
+    run_.view.SetCurrentFile(path);
+    if (!path.empty()) (run_.movers.*mover)(path);
+    run_.platform.desktop.DoEvents();
+    if (run_.flags.StopRequested) {
       ShowIdleCaption();
       return;
     }
-    if (view_.RedrawsAfterEachFile()) Redraw();
+    if (run_.view.RedrawsAfterEachFile()) Redraw();
     Step();
   }
 }
 
 bool Passes::compactquick() {
-  const BusyWindow busy(view_);
-  if (!PrepareClassLists()) return flags_.StopRequested != False;
-  view_.SetRange(0, table_.OptimizeFiles.UpperBound() + table_.DirsToMove.UpperBound() +
-                        table_.PrefetchFiles.UpperBound());
-  view_.SetValue(0);
+  const BusyWindow busy(run_.view);
+  if (!PrepareClassLists()) return run_.flags.StopRequested != False;
+  run_.view.SetRange(0, run_.table.OptimizeFiles.UpperBound() + run_.table.DirsToMove.UpperBound() +
+                            run_.table.PrefetchFiles.UpperBound());
+  run_.view.SetValue(0);
 
   ShowCaption("Optimzing volume ");
-  CompactPhase(table_.DirsToMove.paths, &Movers::PlacePrefetchFile);
+  CompactPhase(run_.table.DirsToMove.paths, &Movers::PlacePrefetchFile);
   RedrawUnlessStopped();
   ShowCaption("Compacting volume ");
-  CompactPhase(table_.OptimizeFiles.paths, &Movers::OptimizeFile);
+  CompactPhase(run_.table.OptimizeFiles.paths, &Movers::OptimizeFile);
   // The prefetch files count in the range but are not handled.
-  if (!flags_.StopRequested) view_.SetValue(std::numeric_limits<std::int64_t>::max());
+  if (!run_.flags.StopRequested) run_.view.SetValue(std::numeric_limits<std::int64_t>::max());
 
   Redraw();
   // The redraw has just computed it anew; until the next one no file counts as lying in front.
-  geometry_.constants.ReservedFront = 0;
+  run_.geometry.constants.ReservedFront = 0;
   EndWithStaleLists();
   return true;
 }

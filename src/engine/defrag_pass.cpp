@@ -1,43 +1,39 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
+#include "engine/busy_window.h"
 #include "engine/passes.h"
 
 namespace vornalux {
 
-void Passes::DefragmentMasterFileTable() {
-  view_.SetCurrentFile(target_.MasterFileTable());
-  movers_.DefragmentFileInFront(target_.MasterFileTable(), true);
-}
-
 bool Passes::defrag() {
-  const BusyWindow busy(view_);
-  if (!flags_.AnalysisValid) {
-    flags_.OptimizeMode = False;
-    if (!analysis_.Analyze_This()) return flags_.StopRequested != False;
+  const BusyWindow busy(run_.view);
+  if (!run_.flags.AnalysisValid) {
+    run_.flags.OptimizeMode = False;
+    if (!analysis_.Analyze_This()) return run_.flags.StopRequested != False;
   }
   const std::vector<std::string>& names = analysis_.lists.FragNames;
-  view_.SetRange(0, std::ssize(names));
-  view_.SetValue(0);
-  flags_.StopRequested = False;
-  view_.SetCurrentFile("");
+  run_.view.SetRange(0, std::ssize(names));
+  run_.view.SetValue(0);
+  run_.flags.StopRequested = False;
+  run_.view.SetCurrentFile("");
   ShowCaption("Defragmenting volume ");
 
-  if (target_.Ntfs()) DefragmentMasterFileTable();
+  if (run_.target.Ntfs()) DefragmentMasterFileTable();
   for (const std::string& path : names) {
-    platform_.desktop.DoEvents();
-    view_.SetCurrentFile(path);
-    if (!path.empty()) movers_.DefragmentFile(path);
-    platform_.desktop.DoEvents();
-    if (flags_.StopRequested) {
-      view_.SetValue(0);
-      view_.SetCurrentFile("");
+    run_.platform.desktop.DoEvents();
+    run_.view.SetCurrentFile(path);
+    if (!path.empty()) run_.movers.DefragmentFile(path);
+    run_.platform.desktop.DoEvents();
+    if (run_.flags.StopRequested) {
+      run_.view.SetValue(0);
+      run_.view.SetCurrentFile("");
       ShowIdleCaption();
       break;
     }
-    if (view_.RedrawsAfterEachFile()) Redraw();
+    if (run_.view.RedrawsAfterEachFile()) Redraw();
     Step();
   }
   Redraw();
-  flags_.AnalysisValid = False;
+  run_.flags.AnalysisValid = False;
   ShowIdleCaption();
   return true;
 }

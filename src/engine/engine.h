@@ -4,6 +4,7 @@
 #include "engine/analysis.h"
 #include "engine/chosen_volume.h"
 #include "engine/passes.h"
+#include "engine/run_context.h"
 #include "volume/movers.h"
 #include "volume/volume_walk.h"
 
@@ -17,8 +18,9 @@ struct Engine {
         extents(platform.files),
         walk(platform, extents, geometry.constants, flags, table),
         movers(platform, geometry, extents, flags, trace, view),
-        analysis(platform, geometry, extents, table, walk, flags, volume.Target(), trace, view),
-        passes(platform, geometry, analysis, movers, table, flags, volume.Target(), view) {}
+        context{platform, flags, volume.Target(), trace, view, geometry, extents, table, walk, movers},
+        analysis(context),
+        passes(context, analysis) {}
 
   ChosenVolume volume;
   VolumeGeometry geometry;
@@ -26,6 +28,7 @@ struct Engine {
   FileTable table;
   VolumeWalk walk;
   Movers movers;
+  const RunContext context;
   Analysis analysis;
   Passes passes;
 };

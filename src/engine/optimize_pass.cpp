@@ -1,72 +1,48 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
+#include "engine/busy_window.h"
 #include "engine/passes.h"
 
 namespace vornalux {
 
-// What Optimize and Compact begin with. False when the run ends here.
-bool Passes::PrepareClassLists() {
-  flags_.StopRequested = False;
-  if (!flags_.ClassListsValid) {
-    flags_.OptimizeMode = True;
-    if (!analysis_.Analyze_This()) {
-      flags_.ClassListsValid = False;
-      return false;
-    }
-  }
-  flags_.StopRequested = False;
-  ShowCaption("Preparing volume ");
-  view_.RedrawClusterMap();
-  return true;
-}
-
-void Passes::RedrawUnlessStopped() {
-  if (!flags_.StopRequested) view_.RedrawClusterMap();
-}
-
-void Passes::EndWithStaleLists() {
-  flags_.AnalysisValid = False;
-  flags_.ClassListsValid = False;
-  ShowIdleCaption();
-}
-
 // The stop test comes before each entry, so that the phases after a stop move nothing.
 void Passes::OptimizePhase(const std::vector<std::string>& paths, Mover mover) {
   for (const std::string& path : paths) {
-    platform_.desktop.DoEvents();
-    if (flags_.StopRequested) {
+    run_.platform.desktop.DoEvents();
+    if (run_.flags.StopRequested) {
       ShowIdleCaption();
       return;
     }
-    view_.SetCurrentFile(path);
-    if (!path.empty()) (movers_.*mover)(path);
+    run_.view.SetCurrentFile(path);
+    if (!path.empty()) (run_.movers.*mover)(path);
     Step();
   }
 }
 
 bool Passes::optimizequick() {
-  const BusyWindow busy(view_);
-  if (!PrepareClassLists()) return flags_.StopRequested != False;
+  const BusyWindow busy(run_.view);
+  if (!PrepareClassLists()) return run_.flags.StopRequested != False;
   const std::vector<std::string>& fragmented = analysis_.lists.FragNames;
   // One step for every slot that the phases go through, empty ones included.
-  view_.SetRange(0, std::ssize(table_.MoveOutFiles.paths) + std::ssize(table_.PrefetchFiles.paths) +
-                        std::ssize(table_.DirsToMove.paths) +
-                        std::ssize(table_.OptimizeFiles.paths) + std::ssize(fragmented));
-  view_.SetValue(0);
+  run_.view.SetRange(0, std::ssize(run_.table.MoveOutFiles.paths) +
+                            std::ssize(run_.table.PrefetchFiles.paths) +
+                            std::ssize(run_.table.DirsToMove.paths) +
+                            std::ssize(run_.table.OptimizeFiles.paths) + std::ssize(fragmented));
+  run_.view.SetValue(0);
 
-  OptimizePhase(table_.MoveOutFiles.paths, &Movers::MoveWholeFile);
+  OptimizePhase(run_.table.MoveOutFiles.paths, &Movers::MoveWholeFile);
   RedrawUnlessStopped();
-  if (target_.Ntfs()) {
+  if (run_.target.Ntfs()) {
     // Also after a stop.
     DefragmentMasterFileTable();
     RedrawUnlessStopped();
   }
   ShowCaption("Optimzing volume ");
-  OptimizePhase(table_.PrefetchFiles.paths, &Movers::PlacePrefetchFile);
+  OptimizePhase(run_.table.PrefetchFiles.paths, &Movers::PlacePrefetchFile);
   ShowCaption("Optimzing volume ");
-  OptimizePhase(table_.DirsToMove.paths, &Movers::PlacePrefetchFile);
+  OptimizePhase(run_.table.DirsToMove.paths, &Movers::PlacePrefetchFile);
   RedrawUnlessStopped();
   ShowCaption("Compacting volume ");
-  OptimizePhase(table_.OptimizeFiles.paths, &Movers::OptimizeFile);
+  OptimizePhase(run_.table.OptimizeFiles.paths, &Movers::OptimizeFile);
   RedrawUnlessStopped();
   ShowCaption("Defragging volume ");
   OptimizePhase(fragmented, &Movers::DefragmentFile);

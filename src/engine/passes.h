@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "engine/analysis.h"
 #include "volume/movers.h"
@@ -14,16 +15,7 @@ namespace vornalux {
 // figures could not be read; a stop is no failure.
 class Passes {
  public:
-  Passes(Platform& platform, VolumeGeometry& geometry, Analysis& analysis, Movers& movers,
-         FileTable& table, RunFlags& flags, const RunTarget& target, RunView& view)
-      : platform_(platform),
-        geometry_(geometry),
-        analysis_(analysis),
-        movers_(movers),
-        table_(table),
-        flags_(flags),
-        target_(target),
-        view_(view) {}
+  Passes(const RunContext& run, Analysis& analysis) : run_(run), analysis_(analysis) {}
 
   // Makes each fragmented file contiguous, in the order of the fragmented-file lists.
   bool defrag();
@@ -38,38 +30,20 @@ class Passes {
  private:
   using Mover = std::int64_t (Movers::*)(const std::string&);
 
-  bool PrepareClassLists();
   void OptimizePhase(const std::vector<std::string>& paths, Mover mover);
   void CompactPhase(const std::vector<std::string>& paths, Mover mover);
-  void RedrawUnlessStopped();
-  void DefragmentMasterFileTable();
+
+  bool PrepareClassLists();
   void EndWithStaleLists();
+  void DefragmentMasterFileTable();
+  void RedrawUnlessStopped();
+  void Redraw();
+  void ShowCaption(const char* doing);
+  void ShowIdleCaption();
+  void Step();
 
-  void ShowCaption(const char* doing) { view_.SetCaption(doing + target_.Root()); }
-  void ShowIdleCaption() { view_.SetCaption("Volume " + target_.Root()); }
-  void Step() { view_.SetValue(view_.Value() + 1); }
-  void Redraw() { geometry_.ShowVolumeBitmap(target_.Drive(), view_); }
-
-  Platform& platform_;
-  VolumeGeometry& geometry_;
+  const RunContext& run_;
   Analysis& analysis_;
-  Movers& movers_;
-  FileTable& table_;
-  RunFlags& flags_;
-  const RunTarget& target_;
-  RunView& view_;
-};
-
-// Shows the window as busy for as long as it lives.
-class BusyWindow {
- public:
-  explicit BusyWindow(RunView& view) : view_(view) { view_.EnterBusy(); }
-  ~BusyWindow() { view_.EnterIdle(); }
-  BusyWindow(const BusyWindow&) = delete;
-  BusyWindow& operator=(const BusyWindow&) = delete;
-
- private:
-  RunView& view_;
 };
 
 }  // namespace vornalux

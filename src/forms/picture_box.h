@@ -4,63 +4,66 @@
 #include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <utility>
 #include <vector>
 
 #include "forms/controls.h"
 
 namespace vornalux {
 
-// A surface of pixels that keeps what was drawn. Drawing shows at the next Refresh() only. A new
-// size is taken on by the next Clear(); until then the host shows the surface stretched.
+// Columns of a picture, the end excluded.
+struct ColumnRange {
+  std::int32_t first = 0;
+  std::int32_t end = 0;
+
+  bool Empty() const { return first >= end; }
+};
+
+// A picture of upright lines, each one pixel wide and of a single colour, so that however high it
+// is shown, it costs one row. Drawing shows at the next Refresh() only. A new width is taken on by
+// the next Clear(); until then the host shows the picture stretched.
 class PictureBox : public Control {
  public:
-  PictureBox(std::int32_t width, std::int32_t height, Colour back) : back_colour(back) {
-    Resize(width, height);
-  }
+  PictureBox(std::int32_t width, Colour back) : back_colour(back) { Resize(width); }
 
   const Colour back_colour;
   Event click;
-  // Shows the surface; set by the host.
-  std::function<void()> refreshed;
+  // Shows what was drawn since the last time; set by the host.
+  std::function<void(ColumnRange drawn)> refreshed;
 
-  std::int32_t width() const { return width_; }
-  std::int32_t height() const { return height_; }
-  Colour Pixel(std::int32_t x, std::int32_t y) const { return pixels_[Index(x, y)]; }
+  std::int32_t width() const { return static_cast<std::int32_t>(columns_.size()); }
+  const std::vector<Colour>& columns() const { return columns_; }
 
-  void Resize(std::int32_t width, std::int32_t height) {
-    width_ = next_width_ = std::max(width, 1);
-    height_ = next_height_ = std::max(height, 1);
-    pixels_.assign(static_cast<std::size_t>(width_) * static_cast<std::size_t>(height_),
-                   back_colour);
+  void Resize(std::int32_t width) {
+    next_width_ = std::max(width, 1);
+    Clear();
   }
-  void ResizeAtNextClear(std::int32_t width, std::int32_t height) {
-    next_width_ = width;
-    next_height_ = height;
-  }
-  void Clear() { Resize(next_width_, next_height_); }
+  void ResizeAtNextClear(std::int32_t width) { next_width_ = std::max(width, 1); }
+  bool ResizePending() const { return next_width_ != width(); }
 
-  // A vertical line, one pixel wide, over the whole height. Nothing when x is off the surface.
+  void Clear() {
+    columns_.assign(static_cast<std::size_t>(next_width_), back_colour);
+    drawn_ = {0, width()};
+  }
+
+  // Nothing when x is off the picture.
   void DrawColumn(std::int64_t x, Colour colour) {
-    if (x < 0 || x >= width_) return;
-    for (std::int32_t y = 0; y < height_; ++y) {
-      pixels_[Index(static_cast<std::int32_t>(x), y)] = colour;
-    }
+    if (x < 0 || x >= width()) return;
+    const auto column = static_cast<std::int32_t>(x);
+    columns_[static_cast<std::size_t>(x)] = colour;
+    drawn_ = drawn_.Empty() ? ColumnRange{column, column + 1}
+                                : ColumnRange{std::min(drawn_.first, column),
+                                              std::max(drawn_.end, column + 1)};
   }
-  void Refresh() const {
-    if (refreshed) refreshed();
+  void Refresh() {
+    const ColumnRange drawn = std::exchange(drawn_, {});
+    if (refreshed) refreshed(drawn);
   }
 
  private:
-  std::size_t Index(std::int32_t x, std::int32_t y) const {
-    return static_cast<std::size_t>(y) * static_cast<std::size_t>(width_) +
-           static_cast<std::size_t>(x);
-  }
-
-  std::int32_t width_ = 1;
-  std::int32_t height_ = 1;
   std::int32_t next_width_ = 1;
-  std::int32_t next_height_ = 1;
-  std::vector<Colour> pixels_;
+  std::vector<Colour> columns_;
+  ColumnRange drawn_;
 };
 
 }  // namespace vornalux

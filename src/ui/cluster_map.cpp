@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
+#include <span>
 
 #include "volume/bit_count.h"
 
@@ -32,89 +34,82 @@ void ClusterMap::teken_plaatje(std::int64_t clus, Colour kleurtje) {
   picture_.DrawColumn(static_cast<std::int64_t>(column), kleurtje);
 }
 
-// Paints the columns of every step-th cluster from first to last. Whatever a volume says about its
-// zones, only the part that can show on the strip takes time.
+// Whatever a volume says about its zones and extents, only the part that can show takes time.
+std::int64_t ClusterMap::LastVisible(std::int64_t cluster) const {
+  return std::min(cluster, ClustersPerColumn * (picture_.width() + 1));
+}
+
+void ClusterMap::PaintExtent(std::int64_t lcn, std::int64_t length, Colour colour) {
+  if (ClustersPerColumn == 0) return;
+  const std::int64_t last = LastVisible(lcn + length);
+  for (std::int64_t c = lcn; c <= last; c += ClustersPerColumn) teken_plaatje(c, colour);
+}
+
+// Paints the columns of every step-th cluster from first to last.
 void ClusterMap::PaintRange(std::int64_t first, std::int64_t last, std::int64_t step,
                             Colour colour) {
   if (first < 0) first %= step;
-  last = std::min(last, ClustersPerColumn * (picture_.width() + 1));
-  for (std::int64_t c = first; c <= last; c += step) {
+  last = LastVisible(last);
+  // A drawing inside this one that was of another width has painted the rest, and with other steps.
+  const std::int64_t scale = ClustersPerColumn;
+  for (std::int64_t c = first; c <= last && ClustersPerColumn == scale; c += step) {
     desktop_.DoEvents();
     teken_plaatje(c, colour);
     desktop_.DoEvents();
   }
 }
 
-void ClusterMap::DrawVolumeBitmap(const VolumeBitmapImage& image) {
+void ClusterMap::DrawVolume(const MapVolume& volume) {
   picture_.Clear();
-  // A bitmap with fewer bytes than there are columns leaves the columns past it free.
-  const std::int64_t bytes_per_column =
-      std::max<std::int64_t>(1, static_cast<std::int64_t>(image.UpperBound()) / picture_.width());
-  ClustersPerColumn = bytes_per_column * 8;
   redraw_glyph_.fore_colour = activity_colour::kMoving;
   desktop_.DoEvents();
-  PaintDensity(image, bytes_per_column);
+  PaintDensity(volume.bitmap);
   picture_.Refresh();
   // An eighth of a column a step: each zone column is painted several times.
-  const VolumeConstants& constants = engine_.geometry.constants;
-  PaintRange(constants.MftZoneStart, constants.MftZoneEnd, bytes_per_column, map_colour::kMftZone);
-  if (target_.Ntfs()) PaintMasterFileTable();
+  PaintRange(volume.zone_start, volume.zone_end, ClustersPerColumn / 8, map_colour::kMftZone);
+  if (!volume.master_file_table.empty()) PaintMasterFileTable(volume.master_file_table);
   picture_.Refresh();
   desktop_.DoEvents();
   redraw_glyph_.fore_colour = activity_colour::kResting;
   desktop_.DoEvents();
 }
 
-void ClusterMap::PaintDensity(const VolumeBitmapImage& image, std::int64_t bytes_per_column) {
+// Sets the scale too, by the width that the picture has now: an event may just have changed it.
+void ClusterMap::PaintDensity(const VolumeBitmapImage& image) {
   const std::span<const std::uint8_t> bytes = image.bytes;
-  const auto width = static_cast<std::size_t>(bytes_per_column);
+  // A bitmap with fewer bytes than there are columns leaves the columns past it free.
+  const std::size_t width =
+      std::max<std::size_t>(1, bytes.size() / static_cast<std::size_t>(picture_.width()));
+  ClustersPerColumn = static_cast<std::int64_t>(width) * 8;
   for (std::int32_t x = 0; x < picture_.width(); ++x) {
     const std::size_t first = std::min(bytes.size(), static_cast<std::size_t>(x) * width);
     const std::size_t count = std::min(width, bytes.size() - first);
     const auto used = static_cast<float>(CountSetBits(bytes.subspan(first, count)));
-    picture_.DrawColumn(x, DensityColour(used / static_cast<float>(bytes_per_column * 8)));
+    picture_.DrawColumn(x, DensityColour(used / static_cast<float>(ClustersPerColumn)));
     if (x % kColumnsPerRefresh == 0) picture_.Refresh();
   }
 }
 
-void ClusterMap::PaintMasterFileTable() {
-  const ExtentRecord table = engine_.extents.ReadExtents(target_.MasterFileTable(), false, false);
-  const std::int64_t step = ClustersPerColumn;
+void ClusterMap::PaintMasterFileTable(const std::string& path) {
+  const ExtentRecord table = extents_.ReadExtents(path, false, false);
   std::int64_t vcn = 0;
   for (const Extent& extent : table.extents) {
     // The cluster past the extent's end is painted too.
-    PaintRange(extent.Lcn, extent.Lcn + extent.NextVcn - vcn, step, map_colour::kMft);
+    PaintRange(extent.Lcn, extent.Lcn + extent.NextVcn - vcn, ClustersPerColumn, map_colour::kMft);
     vcn = extent.NextVcn;
   }
 }
 
-void ClusterMap::RedrawClusterMap(RunView& view) {
-  redraw_glyph_.fore_colour = activity_colour::kMoving;
-  desktop_.DoEvents();
-  engine_.geometry.ShowVolumeBitmap(target_.Drive(), view);
-  if (flags_.ClassListsValid) {
-    const FileTable& table = engine_.table;
-    PaintCandidates(table.PrefetchFiles.paths, map_colour::kSystemArea, true);
-    PaintCandidates(table.DirsToMove.paths, map_colour::kSystemArea, true);
-    PaintCandidates(table.OptimizeFiles.paths, map_colour::kOptimize, true);
-  }
-  PaintCandidates(engine_.analysis.lists.FragNames, map_colour::kDefrag, false);
-  picture_.Refresh();
-  picture_.Refresh();
-  redraw_glyph_.fore_colour = activity_colour::kResting;
-  desktop_.DoEvents();
-}
-
-void ClusterMap::PaintCandidates(const std::vector<std::string>& paths, Colour colour,
-                                 bool refresh) {
-  std::int64_t cluster = 0;
+void ClusterMap::DrawCandidates(const std::vector<std::string>& paths, Colour colour,
+                                bool refresh) {
+  std::optional<std::int64_t> cluster;
   // The last slot is not painted. Sizes are read anew each time: events may run in between.
   for (std::size_t i = 0; i + 1 < paths.size(); ++i) {
     if (refresh && i % kEntriesPerRefresh == 0) picture_.Refresh();
     desktop_.DoEvents();
     if (i + 1 >= paths.size()) return;
-    if (!paths[i].empty()) cluster = engine_.extents.FirstAllocatedLcn(paths[i]);
-    teken_plaatje(cluster, colour);
+    if (!paths[i].empty()) cluster = extents_.FirstAllocatedLcn(paths[i]);
+    if (cluster) teken_plaatje(*cluster, colour);
   }
 }
 

@@ -5,48 +5,60 @@
 #include <string>
 #include <vector>
 
-#include "engine/engine.h"
+#include "engine/run_view.h"
 #include "forms/controls.h"
 #include "forms/picture_box.h"
 #include "platform/desktop.h"
+#include "volume/extent_reader.h"
+#include "volume/volume_geometry.h"
 
 namespace vornalux {
 
-// Paints the volume as one strip on a picture box: density, NTFS zone, $MFT, candidates. Each pixel
+// A volume as the map draws it.
+struct MapVolume {
+  const VolumeBitmapImage& bitmap;
+  std::int64_t zone_start;  // of NTFS, both ends painted
+  std::int64_t zone_end;
+  std::string master_file_table;  // its path, empty where there is none
+};
+
+// Paints a volume as one strip on a picture box: density, NTFS zone, $MFT, candidates. Each pixel
 // column stands for an equal run of clusters. Yields to pending events while it paints, so a redraw
 // may start inside a redraw.
 class ClusterMap {
  public:
-  // The engine, whose lists and zone are shown, must outlive this.
-  ClusterMap(Desktop& desktop, Engine& engine, const RunFlags& flags, const RunTarget& target,
-             PictureBox& picture, Label& redraw_glyph)
-      : desktop_(desktop),
-        engine_(engine),
-        flags_(flags),
-        target_(target),
-        picture_(picture),
-        redraw_glyph_(redraw_glyph) {}
+  // All outlive this.
+  ClusterMap(Desktop& desktop, ExtentReader& extents, PictureBox& picture, Label& redraw_glyph)
+      : desktop_(desktop), extents_(extents), picture_(picture), redraw_glyph_(redraw_glyph) {}
 
-  std::int64_t ClustersPerColumn = 0;  // 0 until the first full redraw
+  std::int64_t ClustersPerColumn = 0;  // 0 until the first volume is drawn
 
   // Paints the column that the cluster is nearest to. Does not refresh.
   void teken_plaatje(std::int64_t clus, Colour kleurtje);
 
-  void DrawVolumeBitmap(const VolumeBitmapImage& image);
+  // The columns from an extent's first cluster to the one past its end. Neither refreshes nor
+  // yields.
+  void PaintExtent(std::int64_t lcn, std::int64_t length, Colour colour);
 
-  // A fresh bitmap, then one column for each candidate of the class lists and fragmented files.
-  void RedrawClusterMap(RunView& view);
+  void DrawVolume(const MapVolume& volume);
+
+  // The picture is to have another width than it was drawn with.
+  bool NeedsRedraw() const { return picture_.ResizePending(); }
+
+  // One column for each path, by where it begins; an empty one repeats the column before it. With
+  // refresh they show as they come.
+  void DrawCandidates(const std::vector<std::string>& paths, Colour colour, bool refresh);
+
+  void Refresh() { picture_.Refresh(); }
 
  private:
-  void PaintDensity(const VolumeBitmapImage& image, std::int64_t bytes_per_column);
-  void PaintMasterFileTable();
-  void PaintCandidates(const std::vector<std::string>& paths, Colour colour, bool refresh);
+  void PaintDensity(const VolumeBitmapImage& image);
+  std::int64_t LastVisible(std::int64_t cluster) const;
+  void PaintMasterFileTable(const std::string& path);
   void PaintRange(std::int64_t first, std::int64_t last, std::int64_t step, Colour colour);
 
   Desktop& desktop_;
-  Engine& engine_;
-  const RunFlags& flags_;
-  const RunTarget& target_;
+  ExtentReader& extents_;
   PictureBox& picture_;
   Label& redraw_glyph_;
 };

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "ui/defrag_window.h"
 
+#include "engine/busy_window.h"
+
 namespace vornalux {
 
 DefragWindow::DefragWindow(Platform& platform, RunFlags& flags, const DebugTrace& trace,
                            FrmDBG& debug_window)
     : engine(platform, flags, trace, *this),
-      map(platform.desktop, engine, flags, engine.volume.Target(), Picdepartvolume, LblRedraw),
+      map(platform.desktop, engine.extents, Picdepartvolume, LblRedraw),
+      map_redraw(platform.desktop, engine, flags, engine.volume.Target(), map, LblRedraw),
       details(engine.table, engine.analysis.lists, flags),
       Temperatures(platform.devices, engine.volume.Target()),
       temperature_warning(platform.devices, engine.volume.Target(), trace, *this),
@@ -16,35 +19,53 @@ DefragWindow::DefragWindow(Platform& platform, RunFlags& flags, const DebugTrace
       trace_(trace),
       debug_window_(debug_window) {
   cmdanalysemore.click = [this] { cmdanalysemore_Click(); };
-  cmdDefrag.click = [this] { cmdDefrag_Click(); };
-  SmartOptimize.click = [this] { SmartOptimize_Click(); };
-  cmdCompact.click = [this] { cmdCompact_Click(); };
-  Picdepartvolume.click = [this] { RedrawClusterMap(); };
+  for (const PassRow& row : kPasses) {
+    PassItem(row.pass).click = [this, pass = row.pass] { RunPass(pass); };
+  }
+  Picdepartvolume.click = [this] { RedrawMap(MapLayers::Candidates); };
   Quitter.click = [this] { Quitter_Click(); };
   minmnu.click = [this] { Minimize(); };
   exitmnu.click = [this] { QueryUnload(CloseReason::Code); };
   for (Label& caption_label : Label4) caption_label.click = [this] { details.Open(); };
   Arretdefrag.click = [this] { Arretdefrag_Click(); };
+  // The name that is there now is none to be shown any more.
+  ChkNoFileDisplay.click = [this] {
+    if (ChkNoFileDisplay.value) etfich.caption = "";
+  };
   UpdateTimer.tick = [this] { UpdateTimer_Timer(); };
   BindTemperatures();
   engine.volume.Watch([this](ChosenVolume::Change change) { VolumeChanged(change); });
   CloseMenu();
 }
 
-void DefragWindow::SetMenu(bool busy) {
-  for (MenuItem* item :
-       {&Quitter, &cmdanalysemore, &cmdDefrag, &SmartOptimize, &cmdCompact, &exitmnu}) {
-    item->enabled = !busy;
+MenuItem& DefragWindow::PassItem(Pass pass) {
+  switch (pass) {
+    case Pass::Defrag:
+      break;
+    case Pass::Optimize:
+      return SmartOptimize;
+    case Pass::Compact:
+      return cmdCompact;
   }
+  return cmdDefrag;
+}
+
+void DefragWindow::EnableWork(bool enabled) {
+  Quitter.enabled = enabled;
+  cmdanalysemore.enabled = enabled;
+  for (const PassRow& row : kPasses) PassItem(row.pass).enabled = enabled;
+}
+
+void DefragWindow::SetMenu(bool busy) {
+  EnableWork(!busy);
+  exitmnu.enabled = !busy;
   Arretdefrag.enabled = busy;
   tmrTemperatures.enabled = busy;
 }
 
 void DefragWindow::CloseMenu() {
-  for (MenuItem* item :
-       {&Quitter, &cmdanalysemore, &cmdDefrag, &SmartOptimize, &cmdCompact, &Arretdefrag}) {
-    item->enabled = false;
-  }
+  EnableWork(false);
+  Arretdefrag.enabled = false;
   Picdepartvolume.visible = false;
   tmrTemperatures.enabled = false;
   Label6.fore_colour = activity_colour::kResting;
@@ -53,12 +74,9 @@ void DefragWindow::CloseMenu() {
 void DefragWindow::OpenMenu() {
   if (Busy() || Ended()) return;
   CloseMenu();
+  EnableWork(engine.volume.IsOpen());
   Quitter.enabled = true;
-  const bool open = engine.volume.IsOpen();
-  for (MenuItem* item : {&cmdanalysemore, &cmdDefrag, &SmartOptimize, &cmdCompact}) {
-    item->enabled = open;
-  }
-  Picdepartvolume.visible = open;
+  Picdepartvolume.visible = engine.volume.IsOpen();
 }
 
 void DefragWindow::TellCannotOpen() {
@@ -152,23 +170,14 @@ void DefragWindow::cmdanalysemore_Click() {
   last_run_failed = !engine.analysis.Analyze_This() && !flags_.StopRequested;
 }
 
-void DefragWindow::RunPass(bool (Passes::*pass)()) {
+void DefragWindow::RunPass(Pass pass) {
   if (!OpenVolume()) return;
-  last_run_failed = !(engine.passes.*pass)();
+  const PassRow& row = RowOf(pass);
+  last_run_failed = !(engine.passes.*row.run)();
   flags_.AnalysisValid = False;
   caption = IdleCaption();
   if (flags_.DebugLog) debug_window_.Show();
-}
-
-void DefragWindow::cmdDefrag_Click() { RunPass(&Passes::defrag); }
-
-void DefragWindow::SmartOptimize_Click() { RunArrangingPass(&Passes::optimizequick); }
-
-void DefragWindow::cmdCompact_Click() { RunArrangingPass(&Passes::compactquick); }
-
-void DefragWindow::RunArrangingPass(bool (Passes::*pass)()) {
-  RunPass(pass);
-  if (!flags_.StopRequested) return;
+  if (!row.needs_class_lists || !flags_.StopRequested) return;
   // Showing the log may have let something happen.
   caption = IdleCaption();
   flags_.AnalysisValid = False;
@@ -183,7 +192,7 @@ void DefragWindow::Arretdefrag_Click() {
   UpdateTimer.enabled = false;
   flags_.StopRequested = True;
   etfich.caption = "";
-  engine.geometry.ShowVolumeBitmap(target_.Drive(), *this);
+  RedrawMap(MapLayers::Volume);
 }
 
 void DefragWindow::UpdateTimer_Timer() {
@@ -235,7 +244,7 @@ void DefragWindow::StopWatching() {
 void DefragWindow::StopRun() {
   flags_.StopRequested = True;
   etfich.caption = "";
-  engine.geometry.ShowVolumeBitmap(target_.Drive(), *this);
+  RedrawMap(MapLayers::Volume);
 }
 
 void DefragWindow::SetRange(std::int64_t minimum, std::int64_t maximum) {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "engine/engine.h"
+#include "engine/pass_table.h"
 #include "forms/controls.h"
 #include "forms/picture_box.h"
 #include "health/temperature_warning.h"
@@ -13,6 +14,7 @@
 #include "ui/cluster_map.h"
 #include "ui/debug_window.h"
 #include "ui/details_window.h"
+#include "ui/map_redraw.h"
 
 namespace vornalux {
 
@@ -42,9 +44,9 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
   MenuItem Quitter{"Drive"};
   MenuItem Arretdefrag{"Stop"};
   MenuItem cmdanalysemore{"Analyze"};
-  MenuItem cmdDefrag{"Defrag"};
-  MenuItem SmartOptimize{"Optimize"};
-  MenuItem cmdCompact{"Compact"};
+  MenuItem cmdDefrag{RowOf(Pass::Defrag).name};
+  MenuItem SmartOptimize{RowOf(Pass::Optimize).name};
+  MenuItem cmdCompact{RowOf(Pass::Compact).name};
   MenuItem minmnu{"Minimize"};
   MenuItem exitmnu{"Exit"};
 
@@ -61,7 +63,7 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
   Timer tmrTemperatures{30000};
 
   // The cluster map, and the glyph that lights up while it is redrawn.
-  PictureBox Picdepartvolume{394, 29, map_colour::kFree};
+  PictureBox Picdepartvolume{394, map_colour::kFree};
   Label LblRedraw{"q", activity_colour::kResting};
 
   // The legend.
@@ -75,6 +77,7 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
 
   Engine engine;
   ClusterMap map;
+  MapRedraw map_redraw;
   FrmDetails details;
   clsTemperatures Temperatures;
   HDDTempWarning temperature_warning;
@@ -84,6 +87,9 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
 
   // The volume's figures could not be read in the last run; the user has been told.
   bool last_run_failed = false;
+
+  // The menu's item that starts the pass.
+  MenuItem& PassItem(Pass pass);
 
   bool Busy() const { return !exitmnu.enabled; }
 
@@ -111,9 +117,10 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
   void SetValue(std::int64_t value) override { progress.SetValue(value); }
   std::int64_t Value() const override { return progress.value; }
   void SetCaption(const std::string& text) override { caption = text; }
-  void SetCurrentFile(const std::string& path) override { etfich.caption = path; }
+  void SetCurrentFile(const std::string& path) override {
+    etfich.caption = ChkNoFileDisplay.value ? "" : path;
+  }
   void SetActivity(Colour colour) override { activity.fill_colour = colour; }
-  bool HidesFileNames() const override { return ChkNoFileDisplay.value; }
   bool RedrawsAfterEachFile() const override { return Affiche.value; }
   void EnterBusy() override { SetMenu(true); }
   void EnterIdle() override { SetMenu(false); }
@@ -121,12 +128,11 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
   void SetDetailsCounts(const std::string& fragmented, const std::string& system_area,
                         const std::string& optimize) override;
   void SetWalking(bool walking) override { UpdateTimer.enabled = walking; }
-  void DrawVolumeBitmap(const VolumeBitmapImage& image) override { map.DrawVolumeBitmap(image); }
-  void PaintCluster(std::int64_t cluster, Colour colour) override {
-    map.teken_plaatje(cluster, colour);
+  bool RedrawMap(MapLayers layers) override { return map_redraw.Redraw(layers); }
+  void PaintExtent(std::int64_t lcn, std::int64_t length, Colour colour) override {
+    map.PaintExtent(lcn, length, colour);
   }
   void RefreshMap() override { Picdepartvolume.Refresh(); }
-  void RedrawClusterMap() override { map.RedrawClusterMap(*this); }
 
   // WatchedRun
   void StopWatching() override;
@@ -137,12 +143,10 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
   bool OpenVolume();
   void VolumeChanged(ChosenVolume::Change change);
   void ForgetVolume();
+  // Analyze, the passes, and the way to another drive.
+  void EnableWork(bool enabled);
   void cmdanalysemore_Click();
-  void cmdDefrag_Click();
-  void SmartOptimize_Click();
-  void cmdCompact_Click();
-  void RunPass(bool (Passes::*pass)());
-  void RunArrangingPass(bool (Passes::*pass)());
+  void RunPass(Pass pass);
   std::string IdleCaption() const { return "Volume " + target_.Root(); }
   void Arretdefrag_Click();
   void Quitter_Click();

@@ -140,7 +140,7 @@ bool Movers::Begin(std::string_view tag, const std::string& path, Item& item) {
       return false;
     }
   }
-  if (!view_.HidesFileNames()) view_.SetCurrentFile(path);
+  view_.SetCurrentFile(path);
   std::int32_t total = 0;
   item.gaps = &geometry_.GetFreeRuns(total);
   item.extents = extents_.ReadExtents(path, false, false);

@@ -10,8 +10,8 @@
 #include "volume/debug_trace.h"
 #include "volume/extent_reader.h"
 #include "volume/run_flags.h"
-#include "volume/run_view.h"
 #include "volume/volume_geometry.h"
+#include "volume/work_view.h"
 
 namespace vornalux {
 
@@ -41,7 +41,7 @@ struct MoveStatistics {
 class Movers {
  public:
   Movers(Platform& platform, VolumeGeometry& geometry, ExtentReader& extents, const RunFlags& flags,
-         const DebugTrace& trace, RunView& view)
+         const DebugTrace& trace, WorkView& view)
       : platform_(platform),
         geometry_(geometry),
         extents_(extents),
@@ -90,7 +90,7 @@ class Movers {
   ExtentReader& extents_;
   const RunFlags& flags_;
   const DebugTrace& trace_;
-  RunView& view_;
+  WorkView& view_;
 };
 
 }  // namespace vornalux

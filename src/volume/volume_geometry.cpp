@@ -28,10 +28,7 @@ bool MakesSense(const FreeSpace& space) {
 VolumeGeometry::VolumeGeometry(Platform& platform, const DebugTrace& trace)
     : platform_(platform), trace_(trace) {}
 
-VolumeGeometry::~VolumeGeometry() {
-  CloseVolume(VolumeHandle);
-  CloseVolume(map_volume_handle_);
-}
+VolumeGeometry::~VolumeGeometry() { CloseVolume(VolumeHandle); }
 
 Handle VolumeGeometry::OpenVolume(const std::string& drive) {
   return platform_.volumes.OpenVolume("\\\\.\\" + drive);
@@ -111,32 +108,20 @@ const FreeRunList& VolumeGeometry::GetFreeRuns(std::int32_t& total) {
   return free_runs_.Finish(std::min<std::int64_t>(read, total));
 }
 
-bool VolumeGeometry::ShowVolumeBitmap(const std::string& drive, RunView& view) {
-  const auto fail = [&](const char* text) {
-    platform_.desktop.ShowBox(text, kProgramTitle, BoxButtons::Ok, BoxIcon::Critical);
-    return false;
-  };
-  CloseVolume(map_volume_handle_);
-  map_volume_handle_ = OpenVolume(drive);
-  if (map_volume_handle_ == kInvalidHandle) {
-    return fail("Error opening the drive.\r\nClose some applications and try again.");
-  }
+BitmapResult VolumeGeometry::ReadVolumeBitmap(const std::string& drive, VolumeBitmapImage& image) {
+  Handle volume = OpenVolume(drive);
+  if (volume == kInvalidHandle) return BitmapResult::CannotOpen;
   const std::int32_t total = ReadVolumeConstants(drive);
-  const std::size_t bytes = static_cast<std::size_t>(total) / 8 + 1;
-  // The memory of the last drawing, unless this is a drawing inside a drawing.
-  BitmapChunk chunk{.starting_lcn = 0, .bitmap_size = 0, .bits = std::move(map_bits_)};
   // The spare byte past a whole number of bytes is part of the answer's buffer, not of the volume.
+  const std::size_t bytes = static_cast<std::size_t>(total) / 8 + 1;
+  BitmapChunk chunk{.starting_lcn = 0, .bitmap_size = 0, .bits = std::move(image.bytes)};
   chunk.bits.resize(bytes);
-  if (total == 0 ||
-      platform_.volumes.VolumeBitmap(map_volume_handle_, 0, bytes, chunk) != error::kSuccess) {
-    return fail("Error reading the drive information.");
-  }
-  CloseVolume(map_volume_handle_);
+  const bool read =
+      total != 0 && platform_.volumes.VolumeBitmap(volume, 0, bytes, chunk) == error::kSuccess;
+  CloseVolume(volume);
   chunk.bits.resize(bytes);
-  VolumeBitmapImage image{chunk.starting_lcn, chunk.bitmap_size, std::move(chunk.bits)};
-  view.DrawVolumeBitmap(image);
-  map_bits_ = std::move(image.bytes);
-  return true;
+  image = {chunk.starting_lcn, chunk.bitmap_size, std::move(chunk.bits)};
+  return read ? BitmapResult::Read : BitmapResult::CannotRead;
 }
 
 }  // namespace vornalux

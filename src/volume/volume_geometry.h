@@ -8,7 +8,6 @@
 #include "platform/platform.h"
 #include "volume/debug_trace.h"
 #include "volume/free_runs.h"
-#include "volume/run_view.h"
 
 namespace vornalux {
 
@@ -35,6 +34,8 @@ struct VolumeBitmapImage {
 
   std::size_t UpperBound() const { return bytes.size(); }
 };
+
+enum class BitmapResult { Read, CannotOpen, CannotRead };
 
 // The selected volume as a whole: its handle, its constants and its free space. Drives are two
 // characters ("C:").
@@ -67,17 +68,15 @@ class VolumeGeometry {
   // nothing could be read.
   const FreeRunList& GetFreeRuns(std::int32_t& total);
 
-  // Reads the whole bitmap and has it drawn; refreshes the constants on the way. Tells the user
-  // what failed.
-  bool ShowVolumeBitmap(const std::string& drive, RunView& view);
+  // Reads the whole bitmap anew, into the image's memory where that will do; refreshes the
+  // constants on the way.
+  BitmapResult ReadVolumeBitmap(const std::string& drive, VolumeBitmapImage& image);
 
  private:
   Platform& platform_;
   const DebugTrace& trace_;
-  Handle map_volume_handle_ = kInvalidHandle;
   FreeRunIndex free_runs_;
   BitmapChunk chunk_;
-  std::vector<std::uint8_t> map_bits_;
 };
 
 }  // namespace vornalux

@@ -89,7 +89,7 @@ void VolumeWalk::WalkFolder(const std::string& folder) {
   if (flags_.OptimizeMode && !flags_.StopRequested) flags_.ClassListsValid = True;
 }
 
-std::vector<ExtentRecord> VolumeWalk::WalkVolume(const std::string& root, RunView& view) {
+std::vector<ExtentRecord> VolumeWalk::WalkVolume(const std::string& root, WorkView& view) {
   std::vector<ExtentRecord> records;
   view.SetValue(0);
   view.SetWalking(true);

@@ -8,8 +8,8 @@
 #include "volume/extent_reader.h"
 #include "volume/file_table.h"
 #include "volume/run_flags.h"
-#include "volume/run_view.h"
 #include "volume/volume_geometry.h"
+#include "volume/work_view.h"
 
 namespace vornalux {
 
@@ -32,7 +32,7 @@ class VolumeWalk {
   void WalkFolder(const std::string& folder);
 
   // WalkFolder, then the complete extents of every entry of MultiExtentPaths, at the same index.
-  std::vector<ExtentRecord> WalkVolume(const std::string& root, RunView& view);
+  std::vector<ExtentRecord> WalkVolume(const std::string& root, WorkView& view);
 
   // The path begins with the prefetch folder's, case included.
   bool UnderPrefetch(const std::string& path) const;

@@ -4,9 +4,9 @@
 #include <gtest/gtest.h>
 #include <png.h>
 
+#include "engine/run_view.h"
 #include "platform/types.h"
 #include "support/devices.h"
-#include "volume/run_view.h"
 
 namespace vornalux::test {
 

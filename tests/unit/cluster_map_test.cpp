@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The strip of the volume, pixel by pixel.
+// The strip of the volume, column by column.
 #include "ui/cluster_map.h"
 
 #include <limits>
@@ -11,17 +11,7 @@
 namespace vornalux::testing {
 namespace {
 
-std::vector<Colour> Strip(const Rig& rig) {
-  std::vector<Colour> strip;
-  const PictureBox& picture = rig.window.Picdepartvolume;
-  for (std::int32_t x = 0; x < picture.width(); ++x) {
-    for (std::int32_t y = 0; y < picture.height(); ++y) {
-      EXPECT_EQ(picture.Pixel(x, y), picture.Pixel(x, 0));
-    }
-    strip.push_back(picture.Pixel(x, 0));
-  }
-  return strip;
-}
+const std::vector<Colour>& Strip(const Rig& rig) { return rig.window.Picdepartvolume.columns(); }
 
 // The nearest whole number, the even one of two.
 std::int64_t Nearest(std::int64_t value, std::int64_t unit) {
@@ -59,12 +49,25 @@ class PlainStrip {
     }
   }
 
-  // All slots of a list but the last; an empty one repeats the place before it.
+  // All slots of a list but the last. An empty one repeats the place before it, if there is one.
   void Candidates(const std::vector<std::string>& paths, Rig& rig, Colour colour) {
-    std::int64_t lcn = 0;
+    std::string place;
     for (std::size_t i = 0; i + 1 < paths.size(); ++i) {
-      if (!paths[i].empty()) lcn = rig.engine.extents.FirstAllocatedLcn(paths[i]);
-      Paint(lcn, colour);
+      if (!paths[i].empty()) place = paths[i];
+      if (!place.empty()) Paint(rig.engine.extents.FirstAllocatedLcn(place), colour);
+    }
+  }
+
+  // The files piece by piece, a column at a time.
+  void Pieces(const std::vector<std::string>& paths, Rig& rig, Colour colour) {
+    for (const std::string& path : paths) {
+      std::int64_t vcn = 0;
+      for (const Extent& extent : rig.engine.extents.ReadExtents(path, false, false).extents) {
+        for (std::int64_t c = 0; extent.Lcn >= 0 && c <= extent.NextVcn - vcn; c += unit_) {
+          Paint(extent.Lcn + c, colour);
+        }
+        vcn = extent.NextVcn;
+      }
     }
   }
 
@@ -90,33 +93,45 @@ TEST(ClusterMap, ShowsTheVolumeAndItsCandidates) {
     const auto volume = MakeRandomVolume(options, seed);
     Rig rig(*volume);
     const auto width = static_cast<std::int32_t>(random.Between(1, 500));
-    rig.window.Picdepartvolume.Resize(width, 3);
+    PictureBox& picture = rig.window.Picdepartvolume;
+    picture.Resize(width);
+    rig.Run(kAnalyze);
+    const std::vector<std::string>& fragmented = rig.engine.analysis.lists.FragNames;
+    PlainStrip analysed(rig, width);
+    analysed.Pieces(fragmented, rig, 0x0000FF);
+    EXPECT_EQ(Strip(rig), analysed.strip());
+
     rig.program.flags.OptimizeMode = True;
     ASSERT_TRUE(rig.engine.analysis.Analyze_This());
-    rig.window.RedrawClusterMap();
+    rig.window.RedrawMap(MapLayers::Candidates);
     PlainStrip plain(rig, width);
     plain.Candidates(rig.engine.table.PrefetchFiles.paths, rig, 0xFFC0C0);
     plain.Candidates(rig.engine.table.DirsToMove.paths, rig, 0xFFC0C0);
     plain.Candidates(rig.engine.table.OptimizeFiles.paths, rig, 0xFF0000);
-    plain.Candidates(rig.engine.analysis.lists.FragNames, rig, 0x0000FF);
+    plain.Candidates(fragmented, rig, 0x0000FF);
     EXPECT_EQ(Strip(rig), plain.strip());
 
     // Without valid class lists only the fragmented files are shown.
     rig.program.flags.ClassListsValid = False;
-    rig.window.RedrawClusterMap();
+    rig.window.RedrawMap(MapLayers::Candidates);
     PlainStrip bare(rig, width);
-    bare.Candidates(rig.engine.analysis.lists.FragNames, rig, 0x0000FF);
+    bare.Candidates(fragmented, rig, 0x0000FF);
     EXPECT_EQ(Strip(rig), bare.strip());
-    // A redraw inside a redraw, wherever it begins, ends with the same picture.
-    bool inside = false;
+    // Another redraw inside, another width, or both, wherever it comes: the picture of the last
+    // width is whole.
+    const auto last_width = static_cast<std::int32_t>(random.Between(1, 500));
+    const bool again = random.Chance(0.7);
     const std::size_t now = rig.machine->User().DoEventsCount();
-    rig.machine->User().AtDoEvents(now + static_cast<std::size_t>(random.Between(1, 40)), [&] {
-      inside = true;
-      rig.window.Picdepartvolume.click();
+    const auto nth = static_cast<std::size_t>(random.Between(1, 40));
+    rig.machine->User().AtDoEvents(now + nth, [&] {
+      picture.ResizeAtNextClear(last_width);
+      if (again) picture.click();
     });
-    rig.window.RedrawClusterMap();
-    EXPECT_TRUE(inside || rig.machine->User().DoEventsCount() < now + 40);
-    EXPECT_EQ(Strip(rig), bare.strip());
+    rig.window.RedrawMap(MapLayers::Candidates);
+    if (rig.machine->User().DoEventsCount() < now + nth) return;
+    PlainStrip last(rig, last_width);
+    last.Candidates(fragmented, rig, 0x0000FF);
+    EXPECT_EQ(Strip(rig), last.strip());
     EXPECT_EQ(rig.window.LblRedraw.fore_colour.get(), activity_colour::kResting);
   });
 }
@@ -138,7 +153,7 @@ TEST(ClusterMap, MftIsPaintedOneClusterPastItsEnd) {
   SimulatedVolume volume({.total_clusters = 24 * 64, .mft_zone = {640, 640}});
   volume.AddMft({{128, 64}});
   Rig rig(volume);
-  rig.window.RedrawClusterMap();
+  rig.window.RedrawMap(MapLayers::Candidates);
   const std::vector<Colour> strip = Strip(rig);
   EXPECT_EQ(std::vector<Colour>(strip.begin(), strip.begin() + 5),
             (std::vector<Colour>{0x004000, 0x004000, 0x00C0C0, 0x00C0C0, 0x004000}));
@@ -165,16 +180,19 @@ TEST(ClusterMap, HostileZonesAndTinyVolumes) {
       Rig rig(volume);
       rig.engine.geometry.constants.MftZoneStart = zone.start;
       rig.engine.geometry.constants.MftZoneEnd = zone.end;
-      rig.window.RedrawClusterMap();
+      rig.window.RedrawMap(MapLayers::Candidates);
       EXPECT_EQ(Strip(rig)[0], zone.paints ? map_colour::kMftZone : map_colour::kFree);
       EXPECT_LT(rig.machine->User().DoEventsCount(), 10000U);
     }
   }
-  // Nothing can be painted before the first redraw.
+  // Nothing can be painted before the first redraw; after it, what is off the strip takes no time.
   SimulatedVolume volume;
   Rig rig(volume);
-  rig.window.map.teken_plaatje(5, 0xFFFFFF);
-  EXPECT_EQ(Strip(rig)[0], map_colour::kFree);
+  for (const Colour colour : {map_colour::kFree, map_colour::kDefrag}) {
+    rig.window.PaintExtent(0, std::int64_t{1} << 60, map_colour::kDefrag);
+    EXPECT_EQ(Strip(rig), std::vector<Colour>(24, colour));
+    rig.window.RedrawMap(MapLayers::Volume);
+  }
 }
 
 }  // namespace

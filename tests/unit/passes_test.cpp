@@ -127,10 +127,23 @@ void ExpectAnalysis(Rig& rig, const PlainModel& model, bool class_lists) {
   EXPECT_EQ(WithoutEmpty(table.DirsToMove.paths), model.dirs);
 }
 
+void RunModel(PlainModel& model, Pass pass, const std::vector<std::string>& fragmented) {
+  switch (pass) {
+    case Pass::Defrag:
+      return model.Defrag(fragmented);
+    case Pass::Optimize:
+      return model.Optimize(fragmented);
+    case Pass::Compact:
+      return model.Compact();
+  }
+}
+
 class PassesTest : public ::testing::TestWithParam<Pass> {};
 
 TEST_P(PassesTest, EqualsPlainModel) {
-  ForSeeds(250, [](std::uint64_t seed) {
+  const Pass pass = GetParam();
+  const bool classes = pass != Pass::Defrag;
+  ForSeeds(250, [&](std::uint64_t seed) {
     Scene scene(seed);
     Scene twin(seed);
     Rig rig(*scene.volume);
@@ -139,19 +152,16 @@ TEST_P(PassesTest, EqualsPlainModel) {
     }
     rig.program.flags.VssSafe = ToBoolean(scene.settings.vss_safe);
     rig.program.flags.DebugLog = ToBoolean(scene.settings.debug_log);
-    rig.Run(GetParam());
+    rig.Run(pass);
 
     twin.settings.error_text = [&](ErrorCode code) {
       std::string text = rig.machine->ErrorText(code);
       return text.substr(0, text.find('\r'));
     };
     PlainModel model(*twin.volume, twin.settings);
-    model.Analyze(GetParam() != Pass::Defrag);
-    ExpectAnalysis(rig, model, GetParam() != Pass::Defrag);
-    const std::vector<std::string>& order = rig.engine.analysis.lists.FragNames;
-    if (GetParam() == Pass::Defrag) model.Defrag(order);
-    if (GetParam() == Pass::Optimize) model.Optimize(order);
-    if (GetParam() == Pass::Compact) model.Compact();
+    model.Analyze(classes);
+    ExpectAnalysis(rig, model, classes);
+    RunModel(model, pass, rig.engine.analysis.lists.FragNames);
     ASSERT_EQ(Requests(rig), model.requests);
     EXPECT_EQ(rig.engine.movers.statistics.clusters_moved, scene.volume->ClustersMoved());
     EXPECT_EQ(MoverLines(rig.Log()), model.log);
@@ -159,7 +169,7 @@ TEST_P(PassesTest, EqualsPlainModel) {
     ExpectSound(rig);
     EXPECT_EQ(rig.Boxes(), std::vector<std::string>());
     EXPECT_EQ(rig.engine.geometry.constants.ReservedFront,
-              GetParam() == Pass::Compact ? 0 : model.reserved_front());
+              pass == Pass::Compact ? 0 : model.reserved_front());
     PlainModel after(*scene.volume, scene.settings);
     after.Analyze(false);
     rig.window.cmdanalysemore.Click();
@@ -167,8 +177,7 @@ TEST_P(PassesTest, EqualsPlainModel) {
   });
 }
 
-INSTANTIATE_TEST_SUITE_P(All, PassesTest,
-                         ::testing::Values(Pass::Defrag, Pass::Optimize, Pass::Compact),
+INSTANTIATE_TEST_SUITE_P(All, PassesTest, ::testing::ValuesIn(AllPasses()),
                          [](const auto& pass) { return PassName(pass.param); });
 
 // How often the map is drawn anew: each time, the volume is opened once.
@@ -179,7 +188,7 @@ TEST(Passes, RedrawsAndReuseOfAnalysis) {
       const auto volume = SmallVolume(3, ntfs ? "NTFS" : "FAT32");
       Rig rig(*volume);
       if (each_file) rig.window.Affiche.Click();
-      const auto run = [&](Pass pass) {
+      const auto run = [&](RunKind pass) {
         rig.machine->Log().Clear();
         rig.Run(pass);
       };
@@ -188,7 +197,7 @@ TEST(Passes, RedrawsAndReuseOfAnalysis) {
       const auto slots = [&](const auto& list) { return each_file ? list.size() : 0; };
       const FileTable& table = rig.engine.table;
       const FragmentLists& lists = rig.engine.analysis.lists;
-      run(Pass::Analyze);
+      run(kAnalyze);
       EXPECT_EQ(redraws(), 1U);
       EXPECT_TRUE(rig.program.flags.AnalysisValid);
       run(Pass::Defrag);
@@ -224,7 +233,7 @@ TEST(Passes, ResultsOfAnalysisAreShown) {
     for (const Label& count : rig.window.details.counts) text += count.caption.get() + " ";
     return text;
   };
-  rig.Run(Pass::Analyze);
+  rig.Run(kAnalyze);
   EXPECT_EQ(shown(),
             "files: 3 | dirs: 1 | free: 87 (87%) | fragmented: 2 | fragments: 5 | max/file: 3 | "
             "[2] N/A N/A ");

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <memory>
 #include <numeric>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -37,11 +38,22 @@ void ForSeeds(std::size_t count, Body body) {
   }
 }
 
-enum class Pass { Analyze, Defrag, Optimize, Compact };
+// What the menu can start: a pass, or analysis alone.
+using RunKind = std::optional<Pass>;
+inline constexpr RunKind kAnalyze = std::nullopt;
 
-inline std::string PassName(Pass pass) {
-  const char* const names[] = {"Analyze", "Defrag", "Optimize", "Compact"};
-  return names[static_cast<std::size_t>(pass)];
+inline std::string PassName(RunKind run) { return run ? RowOf(*run).name : "Analyze"; }
+
+inline std::vector<Pass> AllPasses() {
+  std::vector<Pass> passes;
+  for (const PassRow& row : kPasses) passes.push_back(row.pass);
+  return passes;
+}
+inline std::vector<RunKind> AllRuns() {
+  const std::vector<Pass> passes = AllPasses();
+  std::vector<RunKind> runs(passes.begin(), passes.end());
+  runs.push_back(kAnalyze);
+  return runs;
 }
 
 // Whether a volume is chosen when the test begins.
@@ -60,7 +72,7 @@ struct Rig {
       window.OpenMenu();
     }
     // A narrow map has fewer checkpoints.
-    window.Picdepartvolume.Resize(24, 2);
+    window.Picdepartvolume.Resize(24);
     window.changed = [this] {
       if (captions.empty() || captions.back() != window.caption.get()) {
         captions.push_back(window.caption);
@@ -75,11 +87,7 @@ struct Rig {
     return platform;
   }
 
-  void Run(Pass pass) {
-    MenuItem* const commands[] = {&window.cmdanalysemore, &window.cmdDefrag, &window.SmartOptimize,
-                                  &window.cmdCompact};
-    commands[static_cast<std::size_t>(pass)]->Click();
-  }
+  void Run(RunKind run) { (run ? window.PassItem(*run) : window.cmdanalysemore).Click(); }
   void DebugOn() { program.flags.DebugLog = True; }
   const std::string& Log() const { return program.debug_window.DBGTXT.text(); }
   bool Idle() const { return !window.Busy() && !window.Arretdefrag.enabled; }

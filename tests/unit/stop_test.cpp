@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Stop pressed at every single checkpoint of every run.
 #include <algorithm>
+#include <map>
 #include <set>
 
 #include "unit/rig.h"
@@ -10,7 +11,8 @@ namespace {
 
 // One run with the Stop command clicked inside the nth checkpoint.
 struct StoppedRun {
-  StoppedRun(Pass pass, std::size_t nth, BoxAnswer answer) : volume(SmallVolume(3)), rig(*volume) {
+  StoppedRun(RunKind pass, std::size_t nth, BoxAnswer answer)
+      : volume(SmallVolume(3)), rig(*volume) {
     ScriptedDesktop& user = rig.machine->User();
     const std::size_t before = user.DoEventsCount();
     if (nth > 0) {
@@ -65,7 +67,7 @@ struct StoppedRun {
   std::size_t checkpoints = 0;
 };
 
-void ExpectStopped(const StoppedRun& run, Pass pass) {
+void ExpectStopped(const StoppedRun& run, RunKind pass) {
   const Rig& rig = run.rig;
   ExpectSound(rig);
   ASSERT_EQ(rig.machine->User().Boxes().size(), 1U);
@@ -105,9 +107,8 @@ void ExpectStopped(const StoppedRun& run, Pass pass) {
   const auto shown = [&](const char* caption) {
     return std::find(rig.captions.begin(), rig.captions.end(), caption) != rig.captions.end();
   };
-  switch (pass) {
-    case Pass::Analyze:
-      FAIL() << "nothing but analysis here";
+  ASSERT_TRUE(pass) << "nothing but analysis here";
+  switch (*pass) {
     case Pass::Defrag:
       // A file whose turn has come is still handled.
       EXPECT_LE(after.size(), 1U);
@@ -155,30 +156,31 @@ TEST(StoppedAnalysis, ReportsOnlyWhenComplete) {
       ASSERT_GT(last, 2U);
       if (++entry == (at_last_entry ? last : 1)) rig.program.flags.StopRequested = True;
     });
-    rig.Run(Pass::Analyze);
+    rig.Run(kAnalyze);
     EXPECT_FALSE(rig.program.flags.AnalysisValid);
     EXPECT_EQ(rig.Log().find("total files") != std::string::npos, at_last_entry);
     EXPECT_EQ(rig.window.progress.value.get() > 0, at_last_entry);
   }
 }
 
-class StopTest : public ::testing::TestWithParam<Pass> {};
+class StopTest : public ::testing::TestWithParam<RunKind> {};
 
 TEST_P(StopTest, AtEveryCheckpoint) {
-  const std::vector<std::string> doing[] = {{},
-                                            {"Defragmenting"},
-                                            {"Preparing", "Optimzing", "Compacting", "Defragging"},
-                                            {"Preparing", "Optimzing", "Compacting"}};
+  const std::map<RunKind, std::vector<std::string>> doing = {
+      {kAnalyze, {}},
+      {Pass::Defrag, {"Defragmenting"}},
+      {Pass::Optimize, {"Preparing", "Optimzing", "Compacting", "Defragging"}},
+      {Pass::Compact, {"Preparing", "Optimzing", "Compacting"}}};
   std::vector<std::string> captions = {"Enumerating files on volume C:\\",
                                        "Analyzing files on volume C:\\", "Volume C:\\"};
-  for (const std::string& word : doing[static_cast<std::size_t>(GetParam())]) {
+  for (const std::string& word : doing.at(GetParam())) {
     captions.push_back(word + " volume C:\\");
   }
   if (captions.size() > 3) captions.push_back("Volume C:\\");
   const StoppedRun whole(GetParam(), 0, BoxAnswer::No);
   ExpectSound(whole.rig);
   EXPECT_EQ(whole.rig.captions, captions);
-  EXPECT_EQ(whole.Moves().empty(), GetParam() == Pass::Analyze);
+  EXPECT_EQ(whole.Moves().empty(), GetParam() == kAnalyze);
   std::set<std::string> seen;  // captions under which a stop was tried
   int inside_moves = 0;
   for (std::size_t nth = 1; nth <= whole.checkpoints; ++nth) {
@@ -211,9 +213,7 @@ TEST_P(StopTest, AnsweredNoChangesNothing) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, StopTest,
-                         ::testing::Values(Pass::Analyze, Pass::Defrag, Pass::Optimize,
-                                           Pass::Compact),
+INSTANTIATE_TEST_SUITE_P(All, StopTest, ::testing::ValuesIn(AllRuns()),
                          [](const auto& pass) { return PassName(pass.param); });
 
 }  // namespace

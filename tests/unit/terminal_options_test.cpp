@@ -82,7 +82,7 @@ TEST(TerminalOptions, TakesVolumeAndFolder) {
              "1M", "--windows-dir", "", "--seed", "18446744073709551615", "--exclude", "*.iso"});
   ASSERT_EQ(parsed.end, std::nullopt) << parsed.err;
   const Options& options = parsed.options;
-  EXPECT_EQ(options.command, Command::Defrag);
+  EXPECT_EQ(options.command, Command::Pass);
   ASSERT_EQ(options.volumes.size(), 1u);
   EXPECT_EQ(options.volumes[0].letter, 'D');
   EXPECT_EQ(options.volumes[0].image, "disk.img");
@@ -90,8 +90,9 @@ TEST(TerminalOptions, TakesVolumeAndFolder) {
   EXPECT_EQ(options.offset, 1048576u);
   EXPECT_EQ(options.windows_folder, "");
   EXPECT_EQ(options.seed, 18446744073709551615u);
-  EXPECT_EQ(Parse({"optimize", "x"}).options.command, Command::Optimize);
-  EXPECT_EQ(Parse({"compact", "x"}).options.command, Command::Compact);
+  EXPECT_EQ(options.pass, Pass::Defrag);
+  EXPECT_EQ(Parse({"optimize", "x"}).options.pass, Pass::Optimize);
+  EXPECT_EQ(Parse({"compact", "x"}).options.pass, Pass::Compact);
   EXPECT_EQ(Parse({"analyze", "x"}).options.windows_folder, std::nullopt);
 }
 

@@ -24,7 +24,7 @@ constexpr const char* kNoDrive = "d-----me";
 
 // Runs the action inside the nth checkpoint of a run that begins now.
 template <typename Action>
-void During(Rig& rig, Pass pass, std::size_t nth, Action action) {
+void During(Rig& rig, RunKind pass, std::size_t nth, Action action) {
   ScriptedDesktop& user = rig.machine->User();
   user.AtDoEvents(user.DoEventsCount() + nth, action);
   rig.Run(pass);
@@ -34,7 +34,7 @@ TEST(Window, MenuAndTimersFollowTheState) {
   SmallRig rig;
   DefragWindow& window = rig.window;
   EXPECT_EQ(Menu(window), kIdle);
-  for (const Pass pass : {Pass::Analyze, Pass::Defrag, Pass::Optimize, Pass::Compact}) {
+  for (const RunKind pass : AllRuns()) {
     SCOPED_TRACE(PassName(pass));
     rig.machine->User().AtEveryDoEvents([&] {
       ASSERT_EQ(Menu(window), kBusy);
@@ -115,7 +115,7 @@ TEST(Window, MinimisingYieldsToOtherPrograms) {
 
 TEST(Window, StatusLineAndDebugWindow) {
   SmallRig rig;
-  rig.Run(Pass::Analyze);
+  rig.Run(kAnalyze);
   EXPECT_FALSE(rig.program.debug_window.visible);
   rig.window.UpdateTimer.tick();
   EXPECT_EQ(rig.window.etfich.caption.get(),
@@ -124,6 +124,26 @@ TEST(Window, StatusLineAndDebugWindow) {
   rig.DebugOn();
   rig.Run(Pass::Defrag);
   EXPECT_TRUE(rig.program.debug_window.visible);
+}
+
+TEST(Window, NamesAreShownUnlessHidden) {
+  for (const RunKind pass : AllRuns()) {
+    for (const bool hidden : {false, true}) {
+      SCOPED_TRACE(PassName(pass) + (hidden ? ", hidden" : ""));
+      SmallRig rig(3);
+      const Label& line = rig.window.etfich;
+      const auto names = [&] { return line.caption.get().find('\\') != std::string::npos; };
+      int shown = 0;
+      rig.window.etfich.changed = [&] { shown += names(); };
+      if (hidden) rig.window.ChkNoFileDisplay.Click();
+      rig.Run(pass);
+      EXPECT_EQ(shown > 0, pass && !hidden);
+    }
+  }
+  SmallRig rig(3);
+  rig.window.SetCurrentFile("C:\\file");
+  rig.window.ChkNoFileDisplay.Click();
+  EXPECT_EQ(rig.window.etfich.caption.get(), "") << "at once";
 }
 
 // Named so that each list shows which of its slots were taken.

@@ -63,8 +63,8 @@ struct Rig {
     platform.User().Answer(answer);
     Window().Arretdefrag.Click();
   }
-  Rig& Do(MenuItem DefragWindow::*pass) {
-    (Window().*pass).Click();
+  Rig& Do(Pass pass) {
+    Window().PassItem(pass).Click();
     EXPECT_FALSE(Window().Busy());
     EXPECT_EQ(copied, 0);
     return *this;
@@ -81,7 +81,7 @@ struct Rig {
 struct LargeMoveCase {
   const char* name;
   const char* recipe;
-  MenuItem DefragWindow::*pass;
+  Pass pass;
 };
 
 void PrintTo(const LargeMoveCase& c, std::ostream* out) { *out << c.recipe; }
@@ -192,15 +192,15 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         LargeMoveCase{"ntfsDefrag",
                       "ntfs size=96M files=20 folders=4 big=3 fragmented=100% pieces=4 fill=30%",
-                      &DefragWindow::cmdDefrag},
+                      Pass::Defrag},
         LargeMoveCase{"ntfsOptimize",
                       "ntfs size=96M files=20 folders=4 big=3 fragmented=50% pieces=4 fill=30%",
-                      &DefragWindow::SmartOptimize},
+                      Pass::Optimize},
         LargeMoveCase{"fat32Defrag",
                       "fat32 size=96M files=12 folders=4 big=3 fragmented=100% pieces=4 fill=30%",
-                      &DefragWindow::cmdDefrag},
+                      Pass::Defrag},
         LargeMoveCase{"fat16Compact", "fat16 size=96M files=12 folders=4 big=6 fill=60%",
-                      &DefragWindow::cmdCompact}),
+                      Pass::Compact}),
     [](const auto& param) { return param.param.name; });
 
 }  // namespace

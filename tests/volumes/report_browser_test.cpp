@@ -8,11 +8,11 @@
 #include <regex>
 #include <set>
 
+#include "engine/run_view.h"
 #include "mkvolume/maker.h"
 #include "support/image_folder.h"
 #include "support/png_picture.h"
 #include "support/seed.h"
-#include "volume/run_view.h"
 #include "volumes/program_process.h"
 
 namespace vornalux::test {

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "engine/busy_window.h"
 #include "host/mounted/windows_path.h"
 #include "host/terminal/html_report.h"
 #include "host/terminal/map_image.h"
@@ -57,8 +58,8 @@ ExitCode Analyze(Program& program, bool classes) {
 
 // The map with its candidates as the window shows it now.
 MapColumns DrawnMap(DefragWindow& window) {
-  window.RedrawClusterMap();
-  return CaptureMap(window.Picdepartvolume);
+  window.RedrawMap(MapLayers::Candidates);
+  return window.Picdepartvolume.columns();
 }
 
 std::vector<std::uint8_t> Picture(const ReportContent& report) {
@@ -118,20 +119,11 @@ Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
   return outcome;
 }
 
-const char* ActionName(Command command) {
-  if (command == Command::Optimize) return "Optimization";
-  return command == Command::Compact ? "Compaction" : "Defragmentation";
-}
-
-MenuItem& CommandItem(DefragWindow& window, Command command) {
-  if (command == Command::Optimize) return window.SmartOptimize;
-  return command == Command::Compact ? window.cmdCompact : window.cmdDefrag;
-}
-
 Outcome RunPass(Session& session, const Options& options, Charset charset) {
   Program& program = session.program();
   DefragWindow& window = program.main_window;
-  const bool classes = options.command != Command::Defrag;
+  const PassRow& pass = RowOf(options.pass);
+  const bool classes = pass.needs_class_lists;
   PassResult result;
   result.dry_run = options.dry_run;
   result.volume = *session.Volume(options.volumes.front().letter);
@@ -144,7 +136,7 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
     result.before = CollectFigures(window.engine);
     if (WantsPictures(options)) report.map_before = DrawnMap(window);
     window.engine.movers.statistics.Reset();
-    CommandItem(window, options.command).Click();
+    window.PassItem(pass.pass).Click();
     result.moved = window.engine.movers.statistics;
     if (window.last_run_failed) outcome.code = ExitCode::Failed;
     if (program.flags.StopRequested) outcome.code = ExitCode::Stopped;
@@ -157,7 +149,7 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
   result.stopped = outcome.code == ExitCode::Stopped;
   result.unreadable = session.platform().Unreadable();
   if (WantsPictures(options) && result.before) {
-    report.action = ActionName(options.command);
+    report.action = pass.noun;
     report.volume = result.volume;
     report.before = result.before;
     report.after = result.after;

@@ -15,7 +15,9 @@ constexpr auto kKeyWait = std::chrono::milliseconds(100);
 void LiveView::Bind(DefragWindow& window, std::function<std::int64_t()> cluster_bytes) {
   window_ = &window;
   cluster_bytes_ = std::move(cluster_bytes);
-  window.Picdepartvolume.refreshed = [this] { map_ = CaptureMap(window_->Picdepartvolume); };
+  window.Picdepartvolume.refreshed = [this](ColumnRange) {
+    map_ = window_->Picdepartvolume.columns();
+  };
 }
 
 void LiveView::Unbind() {

@@ -32,12 +32,6 @@ std::int32_t EntryWidth(const LegendEntry& entry) {
 
 }  // namespace
 
-MapColumns CaptureMap(const PictureBox& picture) {
-  MapColumns columns;
-  for (std::int32_t x = 0; x < picture.width(); ++x) columns.push_back(picture.Pixel(x, 0));
-  return columns;
-}
-
 Legend CollectLegend(const DefragWindow& window) {
   const auto plain = [](const Shape& box, const Label& caption) {
     return LegendEntry{box.fill_colour, false, 0, caption.caption};

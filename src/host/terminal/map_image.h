@@ -12,8 +12,6 @@ namespace vornalux {
 // The strip of a moment: one colour a column.
 using MapColumns = std::vector<Colour>;
 
-MapColumns CaptureMap(const PictureBox& picture);
-
 // One colour box of the legend with its caption.
 struct LegendEntry {
   Colour box = 0;

@@ -5,7 +5,7 @@
 #include <array>
 #include <cstdint>
 
-#include "volume/run_view.h"
+#include "engine/run_view.h"
 
 namespace vornalux {
 namespace {

@@ -28,16 +28,30 @@ Exit codes:
   3  volume refused; nothing was touched
   4  stopped by the user; the volume is in order)";
 
-constexpr const char* kJobFooter = R"(
+constexpr const char* kJobFooterBegin = R"(
 What follows "--" is the job line: one argument as it stands, several joined by blanks.
   /drv C:        the volume            /dir "C:\dir"  this folder and below
-  /d /o /c       defrag, optimize, compact
+)";
+constexpr const char* kJobFooterEnd = R"(
   /low /normal /high                   priority
   /dbg /min /close /down /vssafe       as in a shortcut; /vssafe keeps moves aligned, but
                                        outside Windows no restore point survives a move
 Examples:
   vornalux job --volume C=disk.img -- /drv C: /d /low
   vornalux job --volume C=disk.img --save-job "Nightly defrag" -- /drv C: /d /low)";
+
+// The line of the passes: their switches, then their names.
+std::string PassSwitches() {
+  std::string letters;
+  std::string names;
+  for (const PassRow& row : kPasses) {
+    letters += std::string(letters.empty() ? "/" : " /") + row.letter;
+    names += (names.empty() ? "" : ", ") + std::string(row.command);
+  }
+  constexpr std::size_t kColumn = 15;
+  letters.resize(std::max(letters.size() + 1, kColumn), ' ');
+  return "  " + letters + names;
+}
 
 // What CLI11 fills before it is looked at more closely.
 struct RawOptions {
@@ -226,7 +240,7 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
 
   const auto add = [&](const char* name, const char* help, Command value) {
     CLI::App* command = app.add_subcommand(name, help);
-    command->footer(value == Command::Job ? std::string(kJobFooter) + "\n" + kFooter : kFooter);
+    command->footer(kFooter);
     command->parse_complete_callback([&options, value] { options.command = value; });
     return command;
   };
@@ -237,15 +251,17 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
   CLI::App* map = add("map", "Draw the cluster map, change nothing", Command::Map);
   AddVolumeOptions(*map, options, raw);
   map->get_option("--png")->required();
-  const auto add_pass = [&](const char* name, const char* help, Command value) {
-    CLI::App* pass = add(name, help, value);
-    AddVolumeOptions(*pass, options, raw);
-    AddWorkOptions(*pass, options);
-  };
-  add_pass("defrag", "Make fragmented files contiguous", Command::Defrag);
-  add_pass("optimize", "Arrange files by class", Command::Optimize);
-  add_pass("compact", "Close the gaps between files", Command::Compact);
+  for (const PassRow& row : kPasses) {
+    CLI::App* command = add(row.command, row.purpose, Command::Pass);
+    command->parse_complete_callback([&options, pass = row.pass] {
+      options.command = Command::Pass;
+      options.pass = pass;
+    });
+    AddVolumeOptions(*command, options, raw);
+    AddWorkOptions(*command, options);
+  }
   CLI::App* job = add("job", "Carry out a job line", Command::Job);
+  job->footer(kJobFooterBegin + PassSwitches() + kJobFooterEnd + "\n" + kFooter);
   job->add_option("--volume", raw.volumes, "A volume under a drive letter; may be repeated")
       ->type_name("C=IMAGE")
       ->allow_extra_args(false)

@@ -7,11 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "engine/pass_table.h"
 #include "host/terminal/exit_code.h"
 
 namespace vornalux {
 
-enum class Command { Analyze, Map, Defrag, Optimize, Compact, Job };
+enum class Command { Analyze, Map, Pass, Job };
 
 // Commands that open their volume for reading only.
 inline bool OnlyLooks(Command command) {
@@ -26,6 +27,7 @@ struct VolumeArgument {
 // What the command line asks for.
 struct Options {
   Command command = Command::Analyze;
+  Pass pass = Pass::Defrag;             // which one, where the command is Pass
   std::vector<VolumeArgument> volumes;  // exactly one, except for a job
   std::optional<int> partition;
   std::optional<std::uint64_t> offset;        // bytes

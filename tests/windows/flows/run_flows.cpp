@@ -58,12 +58,13 @@ FLOW(AnalyzeShowsNumbersAndMap, "", Alone) {
   portable.launcher.SelectDrive("D:\\");
   portable.main_window.OpenMenu();
   PictureBox& picture = portable.main_window.Picdepartvolume;
-  picture.Resize(size.cx, size.cy);
+  picture.Resize(size.cx);
   portable.main_window.cmdanalysemore.Click();
   int different = 0;
   for (int y = 0; y < size.cy; ++y) {
     for (int x = 0; x < size.cx; ++x) {
-      different += map[static_cast<std::size_t>(y * size.cx + x)] != picture.Pixel(x, y);
+      different += map[static_cast<std::size_t>(y * size.cx + x)] !=
+                   picture.columns()[static_cast<std::size_t>(x)];
     }
   }
   EXPECT_GT(size.cx, 600);

@@ -8,6 +8,21 @@
 #include "host/windows/ui/resource.h"
 
 namespace vornalux {
+namespace {
+
+int IdOf(Pass pass) {
+  switch (pass) {
+    case Pass::Defrag:
+      break;
+    case Pass::Optimize:
+      return IDC_ACTION_OPTIMIZE;
+    case Pass::Compact:
+      return IDC_ACTION_COMPACT;
+  }
+  return IDC_ACTION_DEFRAG;
+}
+
+}  // namespace
 
 NativeLauncher::NativeLauncher(Introfrm& launcher, DefragWindow& main_window)
     : NativeForm(launcher, IDD_LAUNCHER), launcher_(launcher), main_window_(main_window) {
@@ -57,9 +72,7 @@ void NativeLauncher::LoadDrivePictures() {
 
 void NativeLauncher::BindJobOptions() {
   Bind(IDC_ACTION_FRAME, launcher_.Frame3);
-  Bind(IDC_ACTION_DEFRAG, launcher_.Option1);
-  Bind(IDC_ACTION_COMPACT, launcher_.Option2);
-  Bind(IDC_ACTION_OPTIMIZE, launcher_.Option3);
+  for (const PassRow& row : kPasses) Bind(IdOf(row.pass), launcher_.PassOption(row.pass));
   Bind(IDC_PRIORITY_LOW, launcher_.OptPrioLow);
   Bind(IDC_PRIORITY_NORMAL, launcher_.OptPrioMed);
   Bind(IDC_PRIORITY_HIGH, launcher_.OptPrioHi);

@@ -11,15 +11,28 @@
 #include "host/windows/windows_text.h"
 
 namespace vornalux {
+namespace {
+
+int IdOf(Pass pass) {
+  switch (pass) {
+    case Pass::Defrag:
+      break;
+    case Pass::Optimize:
+      return IDM_OPTIMIZE;
+    case Pass::Compact:
+      return IDM_COMPACT;
+  }
+  return IDM_DEFRAG;
+}
+
+}  // namespace
 
 NativeMainWindow::NativeMainWindow(DefragWindow& main_window)
     : NativeForm(main_window, IDD_MAIN), main_window_(main_window), anchors_(window()) {
   Bind(IDM_DRIVE, main_window.Quitter);
   Bind(IDM_STOP, main_window.Arretdefrag);
   Bind(IDM_ANALYZE, main_window.cmdanalysemore);
-  Bind(IDM_DEFRAG, main_window.cmdDefrag);
-  Bind(IDM_OPTIMIZE, main_window.SmartOptimize);
-  Bind(IDM_COMPACT, main_window.cmdCompact);
+  for (const PassRow& row : kPasses) Bind(IdOf(row.pass), main_window.PassItem(row.pass));
   Bind(IDM_MINIMIZE, main_window.minmnu);
   Bind(IDM_EXIT, main_window.exitmnu);
   Bind(IDC_MAP, main_window.Picdepartvolume);
@@ -36,8 +49,7 @@ NativeMainWindow::NativeMainWindow(DefragWindow& main_window)
   BindStatusBar();
   SetUpGlyph();
   AnchorControls();
-  const SIZE map = SizeOfMap();
-  main_window.Picdepartvolume.Resize(map.cx, map.cy);
+  main_window.Picdepartvolume.Resize(WidthOfMap());
 }
 
 // Room that the user gives goes to the map.
@@ -117,18 +129,17 @@ void NativeMainWindow::ArrangePanels() {
   SendMessageW(bar, SB_SETPARTS, ends.size(), reinterpret_cast<LPARAM>(ends.data()));
 }
 
-SIZE NativeMainWindow::SizeOfMap() const {
+int NativeMainWindow::WidthOfMap() const {
   RECT area;
   GetClientRect(Item(IDC_MAP), &area);
-  return {area.right, area.bottom};
+  return area.right;
 }
 
 void NativeMainWindow::ArrangeWindow() {
   SendMessageW(Item(IDC_STATUS_BAR), WM_SIZE, 0, 0);
   ArrangePanels();
   anchors_.Arrange();
-  const SIZE map = SizeOfMap();
-  main_window_.Picdepartvolume.ResizeAtNextClear(map.cx, map.cy);
+  main_window_.Picdepartvolume.ResizeAtNextClear(WidthOfMap());
   InvalidateRect(Item(IDC_MAP), nullptr, FALSE);
 }
 

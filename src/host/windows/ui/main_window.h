@@ -23,7 +23,7 @@ class NativeMainWindow final : public NativeForm {
   void ArrangePanels();
   // After a change of the window's size.
   void ArrangeWindow();
-  SIZE SizeOfMap() const;  // pixels, one column each
+  int WidthOfMap() const;  // pixels, one column each
   void SetUpGlyph();
 
   DefragWindow& main_window_;

@@ -42,25 +42,36 @@ void Fill(HDC dc, const RECT& area, Colour colour) {
   DeleteObject(brush);
 }
 
-// The whole surface at once, so that what another window covered comes back as it was.
+// One row of pixels, which the system makes as high as the area. All of it, so that what another
+// window covered comes back as it was; what need not be painted anew is clipped.
 void Show(HDC dc, const RECT& area, const PictureBox& picture) {
   BITMAPINFO info = {};
   info.bmiHeader.biSize = sizeof info.bmiHeader;
   info.bmiHeader.biWidth = picture.width();
-  info.bmiHeader.biHeight = -picture.height();  // from the top
+  info.bmiHeader.biHeight = 1;
   info.bmiHeader.biPlanes = 1;
   info.bmiHeader.biBitCount = 32;
-  std::vector<std::uint32_t> pixels;
-  pixels.reserve(static_cast<std::size_t>(picture.width()) *
-                 static_cast<std::size_t>(picture.height()));
-  for (std::int32_t y = 0; y < picture.height(); ++y) {
-    for (std::int32_t x = 0; x < picture.width(); ++x) {
-      const Colour c = picture.Pixel(x, y);
-      pixels.push_back((c & 0xFF) << 16 | (c & 0xFF00) | (c >> 16 & 0xFF));
-    }
+  std::vector<std::uint32_t> row;
+  row.reserve(picture.columns().size());
+  for (const Colour c : picture.columns()) {
+    row.push_back((c & 0xFF) << 16 | (c & 0xFF00) | (c >> 16 & 0xFF));
   }
   StretchDIBits(dc, area.left, area.top, area.right - area.left, area.bottom - area.top, 0, 0,
-                picture.width(), picture.height(), pixels.data(), &info, DIB_RGB_COLORS, SRCCOPY);
+                picture.width(), 1, row.data(), &info, DIB_RGB_COLORS, SRCCOPY);
+}
+
+// Where columns show on a control that may have another width than the picture.
+RECT AreaOf(ColumnRange columns, HWND control, const PictureBox& picture) {
+  RECT area;
+  GetClientRect(control, &area);
+  const auto shown = [width = area.right, &picture](std::int32_t x) {
+    return static_cast<LONG>(std::int64_t{x} * width / picture.width());
+  };
+  const bool stretched = area.right != picture.width();
+  const LONG margin = stretched ? 1 + area.right / picture.width() : 0;
+  area.left = shown(columns.first) - margin;
+  area.right = shown(columns.end) + margin;
+  return area;
 }
 
 }  // namespace
@@ -339,8 +350,10 @@ void NativeForm::Bind(int id, PictureBox& picture) {
     if (notification == STN_CLICKED) Raise(picture.click);
   };
   picture.changed = [this, id, &picture] { ShowState(id, picture); };
-  picture.refreshed = [this, id] {
-    InvalidateRect(Item(id), nullptr, FALSE);
+  picture.refreshed = [this, id, &picture](ColumnRange changed) {
+    if (changed.Empty()) return;
+    const RECT area = AreaOf(changed, Item(id), picture);
+    InvalidateRect(Item(id), &area, FALSE);
     UpdateWindow(Item(id));
   };
   unbind_.push_back([&picture] {

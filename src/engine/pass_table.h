@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <optional>
+#include <string_view>
+
+#include "engine/passes.h"
+
+namespace vornalux {
+
+enum class Pass { Defrag, Optimize, Compact, Last = Compact };
+inline constexpr std::size_t kPassCount = static_cast<std::size_t>(Pass::Last) + 1;
+
+// What menus, job lines, commands and reports need to know of a pass. Whoever has something of its
+// own for each pass switches over Pass without a default, so that a new one cannot be forgotten.
+struct PassRow {
+  Pass pass;
+  const char* name;        // on buttons and in menus
+  char letter;             // the job line's switch, without its slash
+  const char* command;     // of the command line
+  const char* purpose;     // in the command line's help
+  const char* noun;        // in reports
+  bool needs_class_lists;  // its analysis sorts files into classes
+  bool (Passes::*run)();
+};
+
+inline constexpr std::array<PassRow, kPassCount> kPasses = {{
+    {Pass::Defrag, "Defrag", 'd', "defrag", "Make fragmented files contiguous", "Defragmentation",
+     false, &Passes::defrag},
+    {Pass::Optimize, "Optimize", 'o', "optimize", "Arrange files by class", "Optimization", true,
+     &Passes::optimizequick},
+    {Pass::Compact, "Compact", 'c', "compact", "Close the gaps between files", "Compaction", true,
+     &Passes::compactquick},
+}};
+
+constexpr const PassRow& RowOf(Pass pass) { return kPasses[static_cast<std::size_t>(pass)]; }
+
+// The pass of a job line's switch, given without its slash.
+constexpr std::optional<Pass> PassOfLetter(std::string_view letter) {
+  for (const PassRow& row : kPasses) {
+    if (letter == std::string_view(&row.letter, 1)) return row.pass;
+  }
+  return std::nullopt;
+}
+
+// Every pass has a row of its own, in its place and complete.
+static_assert([] {
+  for (const PassRow& row : kPasses) {
+    if (&RowOf(row.pass) != &row || row.run == nullptr) return false;
+    if (PassOfLetter({&row.letter, 1}) != row.pass) return false;
+  }
+  return true;
+}());
+
+}  // namespace vornalux

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// What the passes share.
+#include "engine/passes.h"
+
+namespace vornalux {
+
+// What Optimize and Compact begin with. False when the run ends here.
+bool Passes::PrepareClassLists() {
+  run_.flags.StopRequested = False;
+  if (!run_.flags.ClassListsValid) {
+    run_.flags.OptimizeMode = True;
+    if (!analysis_.Analyze_This()) {
+      run_.flags.ClassListsValid = False;
+      return false;
+    }
+  }
+  run_.flags.StopRequested = False;
+  ShowCaption("Preparing volume ");
+  run_.view.RedrawMap(MapLayers::Candidates);
+  return true;
+}
+
+void Passes::EndWithStaleLists() {
+  run_.flags.AnalysisValid = False;
+  run_.flags.ClassListsValid = False;
+  ShowIdleCaption();
+}
+
+void Passes::DefragmentMasterFileTable() {
+  run_.view.SetCurrentFile(run_.target.MasterFileTable());
+  run_.movers.DefragmentFileInFront(run_.target.MasterFileTable(), true);
+}
+
+void Passes::RedrawUnlessStopped() {
+  if (!run_.flags.StopRequested) run_.view.RedrawMap(MapLayers::Candidates);
+}
+
+void Passes::Redraw() { run_.view.RedrawMap(MapLayers::Volume); }
+
+void Passes::ShowCaption(const char* doing) { run_.view.SetCaption(doing + run_.target.Root()); }
+
+void Passes::ShowIdleCaption() { run_.view.SetCaption("Volume " + run_.target.Root()); }
+
+void Passes::Step() { run_.view.SetValue(run_.view.Value() + 1); }
+
+}  // namespace vornalux
