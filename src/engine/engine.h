@@ -18,7 +18,8 @@ struct Engine {
         extents(platform.files),
         walk(platform, extents, geometry.constants, flags, table),
         movers(platform, geometry, extents, flags, trace, view),
-        context{platform, flags, volume.Target(), trace, view, geometry, extents, table, walk, movers},
+        context{platform, flags,   volume.Target(), trace, view,
+                geometry, extents, table,           walk,  movers},
         analysis(context),
         passes(context, analysis) {}
 

@@ -91,8 +91,10 @@ struct Rig {
   void DebugOn() { program.flags.DebugLog = True; }
   const std::string& Log() const { return program.debug_window.DBGTXT.text(); }
   bool Idle() const { return !window.Busy() && !window.Arretdefrag.enabled; }
-  // Open files and volumes besides the selected volume.
-  std::size_t StrayHandles() const { return machine->OpenHandles() - 1; }
+  // Open files and volumes besides the chosen volume.
+  std::size_t StrayHandles() const {
+    return machine->OpenHandles() - (engine.volume.IsOpen() ? 1 : 0);
+  }
   // Every box that was shown, as its text.
   std::vector<std::string> Boxes() const {
     std::vector<std::string> texts;

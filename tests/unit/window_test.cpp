@@ -53,7 +53,7 @@ TEST(Window, MenuAndTimersFollowTheState) {
   EXPECT_FALSE(window.Picdepartvolume.visible);
   EXPECT_TRUE(rig.program.launcher.visible);
   EXPECT_EQ(rig.Log(), "");
-  rig.program.launcher.Done(false);
+  rig.program.launcher.CmdGo.Click();
   EXPECT_EQ(Menu(window), kIdle);
   EXPECT_TRUE(window.Picdepartvolume.visible);
 }
@@ -103,7 +103,9 @@ TEST(Window, MinimisingYieldsToOtherPrograms) {
     }
     return classes;
   };
+  rig.machine->Log().Clear();
   During(rig, Pass::Defrag, 5, [&] { rig.window.minmnu.Click(); });
+  EXPECT_TRUE(rig.program.launcher.OptPrioLow.value) << "what is in force is shown";
   EXPECT_EQ(priorities(), std::vector<std::int64_t>{64});
   EXPECT_FALSE(rig.window.visible);
   rig.window.Resized();
