@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "app/program.h"
-#include "host/image/allocation_map.h"
+#include "host/image/volume/allocation_map.h"
 #include "host/mounted/mounted_platform.h"
 #include "host/simulated/scripted_desktop.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "app/launcher.h"
-#include "app/text.h"
+#include "text/trimmed.h"
 
 namespace vornalux {
 namespace {

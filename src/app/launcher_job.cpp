@@ -2,7 +2,7 @@
 // The launcher's unattended side: a command-line tail becomes a job and is carried out.
 #include "app/job_tail.h"
 #include "app/launcher.h"
-#include "volume/ascii_case.h"
+#include "text/ascii_case.h"
 
 namespace vornalux {
 namespace {

@@ -8,8 +8,8 @@
 #include <random>
 #include <vector>
 
-#include "host/image/block_device.h"
-#include "host/image/image_volume.h"
+#include "host/image/device/block_device.h"
+#include "host/image/volume/image_volume.h"
 
 namespace vornalux::test {
 

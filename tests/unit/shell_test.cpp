@@ -5,7 +5,6 @@
 
 #include "app/shortcut.h"
 #include "app/special_folder.h"
-#include "app/text.h"
 #include "unit/rig.h"
 
 namespace vornalux::testing {

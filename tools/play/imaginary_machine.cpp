@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <stdexcept>
 
-#include "host/image/scratch_journal.h"
+#include "host/image/journal/scratch_journal.h"
 #include "play/session.h"
 
 namespace vornalux::play {

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "host/mounted/error_text.h"
-#include "host/mounted/windows_path.h"
+#include "text/windows_path.h"
 
 namespace vornalux {
 

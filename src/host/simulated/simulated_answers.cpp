@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "host/simulated/simulated_volume.h"
-#include "volume/ascii_case.h"
+#include "text/ascii_case.h"
 
 namespace vornalux {
 

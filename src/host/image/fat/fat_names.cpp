@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "host/image/fat/upper_case.h"
-#include "host/mounted/wtf8.h"
+#include "text/wtf8.h"
 
 namespace vornalux {
 namespace {

@@ -9,7 +9,7 @@
 #include "host/image/fat/fat_geometry.h"
 #include "host/image/fat/fat_table.h"
 #include "host/image/fat/fat_tree.h"
-#include "host/image/image_volume.h"
+#include "host/image/volume/image_volume.h"
 
 namespace vornalux {
 

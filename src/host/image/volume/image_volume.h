@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "host/image/device/block_device.h"
+#include "host/image/journal/journal.h"
+#include "host/image/journal/transaction.h"
+#include "host/image/volume/allocation_map.h"
+#include "host/mounted/mounted_volume.h"
+
+namespace vornalux {
+
+// Where a volume's journal is kept. Open() gives the store, which exists durably from then on (its
+// folder entry too); Remove() deletes it durably.
+class JournalHome {
+ public:
+  virtual ~JournalHome() = default;
+  virtual std::error_code Open(std::shared_ptr<BlockDevice>& store) = 0;
+  virtual std::error_code Remove() = 0;
+};
+
+// What a file system's volume stands on.
+struct VolumeStore {
+  std::unique_ptr<BlockDevice> device;        // the volume alone, locked against others
+  std::shared_ptr<JournalHome> journal_home;  // null: the volume is open for reading only
+  VolumeIdentity identity;
+  std::unique_ptr<SmartDrive> drive;  // the disk below; null when there is none to be asked
+  bool recovering = false;  // an interrupted run of ours left the dirty flag set; Recover() ends it
+  bool allow_dirty = false;  // a volume marked dirty may be looked at, though not moved on
+  // Nothing reaches the disk: what would refuse the volume to a pass is kept in Objections().
+  bool only_looking = false;
+  bool drop_restore_points = false;  // give up the snapshots of a volume before anything moves
+};
+
+// A run of an attribute: count clusters from vcn on lie at lcn, or nowhere (lcn -1).
+struct ClusterRun {
+  std::int64_t vcn = 0;
+  std::int64_t lcn = 0;
+  std::int64_t count = 0;
+
+  friend bool operator==(const ClusterRun&, const ClusterRun&) = default;
+};
+
+// What a move does to one stream.
+struct MovePlan {
+  std::vector<ClusterRun> before;   // all runs, adjoining ones joined
+  std::vector<ClusterRun> after;    // the same VCNs, adjoining ones joined
+  std::vector<ClusterRun> sources;  // the parts that leave their place, in VCN order
+  std::int64_t target_lcn = 0;
+  std::int64_t target_count = 0;  // 0: only holes in range, nothing to do
+};
+
+// The Windows error code nearest to a device error.
+ErrorCode FromDevice(std::error_code error);
+
+// The move itself, written once for every file system: checks, copy, metadata, commit. A file
+// system adds where its metadata lies. Moves are gathered into commits, by count and bytes, and
+// when a target lies in clusters that the durable state still refers to.
+class ImageVolume : public MountedVolume {
+ public:
+  ErrorCode Move(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn, std::int64_t count,
+                 const MoveCheckpoint& checkpoint = {}) final;
+  ErrorCode Commit() final;
+  ErrorCode Close() final;
+  bool CouldBegin() const final { return begin_error_ == error::kSuccess; }
+  ErrorCode Extents(const StreamRef& stream, std::vector<Extent>& out) final;
+  ErrorCode ReadDevice(std::uint64_t offset, std::span<std::uint8_t> out) final {
+    return FromDevice(transaction_->Read(offset, out));
+  }
+  std::optional<std::uint64_t> TakeReadFault() final { return transaction_->TakeReadFault(); }
+  SmartDrive* Drive() final { return store_.drive.get(); }
+  std::int64_t FreeClusters() const final { return clusters_->FreeClusters(); }
+  void CopyBitmap(std::int64_t first_lcn, std::span<std::uint8_t> out) const final;
+
+  // What a pass would refuse this volume for, each as a sentence with its remedy; only of a volume
+  // that was opened for looking, which goes on without.
+  const std::vector<std::string>& Objections() const { return objections_; }
+
+  // Restores the dirty flag that an interrupted run of ours left set, durably, and removes the
+  // journal. Called once by whoever opened the volume with recovering set; moves come after it.
+  ErrorCode Recover();
+
+ protected:
+  explicit ImageVolume(VolumeStore store);
+
+  // The volume's state forbids moving. Throws VolumeRefused, unless it is only looked at.
+  void Object(std::string why);
+  bool OnlyLooking() const { return store_.only_looking; }
+
+  // The file system calls this once it knows how many clusters there are. Calling it again with the
+  // same number, as a Reload() may, changes nothing.
+  void SetClusters(std::int64_t total, std::uint64_t cluster_size,
+                   std::uint64_t first_cluster_offset);
+
+  Transaction& Device() { return *transaction_; }
+  AllocationMap& Clusters() { return *clusters_; }
+  const AllocationMap& Clusters() const { return *clusters_; }
+  std::uint64_t ClusterOffset(std::int64_t lcn) const;
+  std::uint64_t ClusterSize() const { return cluster_size_; }
+
+  // All runs of a stream in VCN order, holes included. Adjoining runs need not be joined.
+  virtual ErrorCode Runs(const StreamRef& stream, std::vector<ClusterRun>& out) = 0;
+  // kSuccess when clusters [vcn, vcn + count) of the stream may be moved at all.
+  virtual ErrorCode MayMove(const StreamRef& stream, std::int64_t vcn, std::int64_t count) = 0;
+  // Makes the metadata say plan.after, allocation bits included (target used, sources free, in
+  // that order), through Device(). Clusters() must agree afterwards. On an error everything written
+  // to Device() is dropped and Reload() called.
+  virtual ErrorCode Rewrite(const StreamRef& stream, const MovePlan& plan) = 0;
+  // Brings all that is held in memory back to what Device() says.
+  virtual ErrorCode Reload() = 0;
+  // Writes the volume's dirty flag through Device().
+  virtual ErrorCode WriteDirtyFlag(bool dirty) = 0;
+  // Where file data never comes to lie, nor metadata that moves: what the proofs of a journal are
+  // taken from.
+  virtual std::vector<ByteRange> StillRanges() { return {}; }
+  // The volume is about to be worked on, and marked so: changes what must not outlive that, through
+  // Device().
+  virtual ErrorCode PrepareForMoves() { return error::kSuccess; }
+  // Lets the file system write what it keeps back until a commit (such as FAT's free count).
+  virtual ErrorCode BeforeCommit() { return error::kSuccess; }
+
+ private:
+  ErrorCode CheckSources(const MovePlan& plan) const;
+  ErrorCode StartWork();
+  ErrorCode OpenJournal();
+  ErrorCode DropJournal();
+  ErrorCode MoveNow(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn, std::int64_t count,
+                    const MoveCheckpoint& checkpoint);
+  ErrorCode Execute(const StreamRef& stream, const MovePlan& plan,
+                    const MoveCheckpoint& checkpoint);
+  ErrorCode CopyToTarget(const MovePlan& plan, const MoveCheckpoint& checkpoint);
+  bool BatchIsFull() const;
+  ErrorCode CommitNow();
+  ErrorCode Finish();
+
+  VolumeStore store_;
+  std::vector<std::string> objections_;
+  std::shared_ptr<BlockDevice> journal_store_;
+  std::unique_ptr<RedoJournal> journal_;
+  std::unique_ptr<Transaction> transaction_;
+  std::unique_ptr<AllocationMap> clusters_;
+  std::uint64_t cluster_size_ = 0;
+  std::uint64_t first_cluster_offset_ = 0;
+  bool working_ = false;  // journal and dirty flag are there
+  bool failed_ = false;
+  ErrorCode begin_error_ = error::kSuccess;  // why no move could be the first one
+  bool moving_ = false;                      // inside Move(), whose checkpoint may call back
+  bool closed_ = false;
+  ErrorCode close_result_ = error::kSuccess;
+  std::vector<ClusterRun> move_runs_;  // of the move in hand; kept for their memory
+  MovePlan move_plan_;
+  int moves_since_commit_ = 0;
+  std::uint64_t bytes_since_commit_ = 0;
+};
+
+// Do the runs follow each other from VCN 0 on without gaps, and lie in the volume or nowhere?
+bool RunsAreSound(const std::vector<ClusterRun>& runs, std::int64_t total_clusters);
+
+// Splits a stream's runs for a move of [vcn, vcn + count) to lcn, clipping the range at the end of
+// the allocation. kInvalidParameter: a number is out of range, vcn is at or past the end of the
+// allocation, or the target leaves the volume. kFileCorrupt: the runs are not sound.
+ErrorCode PlanMove(const std::vector<ClusterRun>& runs, std::int64_t vcn, std::int64_t lcn,
+                   std::int64_t count, std::int64_t total_clusters, MovePlan& plan);
+
+// Joins runs that adjoin in VCN and LCN, or are both holes.
+void JoinRuns(std::vector<ClusterRun>& runs);
+
+// The file systems. Each checks the volume's structure as far as it relies on it and throws
+// VolumeRefused; dirty volumes are refused unless store.recovering or store.allow_dirty.
+std::unique_ptr<ImageVolume> OpenFatVolume(VolumeStore store);
+std::unique_ptr<ImageVolume> OpenNtfsVolume(VolumeStore store);
+
+}  // namespace vornalux
