@@ -12,8 +12,17 @@ constexpr char LowerCase(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+constexpr char UpperCase(char c) {
+  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
 inline std::string LowerCase(std::string text) {
   for (char& c : text) c = LowerCase(c);
+  return text;
+}
+
+inline std::string UpperCase(std::string text) {
+  for (char& c : text) c = UpperCase(c);
   return text;
 }
 

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "text/ascii_case.h"
+
 namespace vornalux {
 
 namespace {
@@ -29,8 +31,7 @@ std::size_t Utf16Units(std::string_view utf8) {
 }  // namespace
 
 char DriveLetter(char letter) {
-  const char upper =
-      letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
+  const char upper = UpperCase(letter);
   return upper >= 'A' && upper <= 'Z' ? upper : '\0';
 }
 

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <random>
 #include <vector>
 
+#include "host/simulated/seeded_random.h"
 #include "host/terminal/output/debug_log.h"
 #include "host/terminal/picture/map_image.h"
 #include "host/terminal/result/html_report.h"
@@ -45,7 +45,7 @@ TEST(DebugLogFile, IsALineForEachEntryWhateverTheNames) {
   ScratchFolder folder;
   const std::uint64_t seed = TestSeed();
   SCOPED_TRACE(SeedNote(seed));
-  std::mt19937_64 random(seed);
+  SeededRandom random(seed);
   constexpr int kEntries = 500;
   {
     OutputFile file;

@@ -4,13 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <random>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "host/simulated/seeded_random.h"
 #include "host/terminal/display/display_text.h"
 #include "host/terminal/live/live_frame.h"
 #include "host/terminal/live/map_strip.h"
@@ -26,7 +26,7 @@ const Charset kSetUp = SetUpCharset();
 constexpr Charset kBoth[] = {Charset::Ascii, Charset::Utf8};
 
 // Bytes that mean something to a decoder, a terminal or a width table, in any order.
-std::string Nasty(std::mt19937_64& random) {
+std::string Nasty(SeededRandom& random) {
   static std::vector<std::string> pieces = {std::string(1, '\0')};
   static std::istringstream list(
       "a|C:\\|name.txt|\x1b[2J|\x07|\r|\n|\x7f|\xC2\x9B|\xE4\xB8\xAD|\xF0\x9F\x98\x80|e\xCC\x81|"
@@ -89,7 +89,7 @@ LiveState SomeState(const std::string& text, std::int64_t done, std::int64_t tot
 TEST(TerminalText, NothingFromAVolumeSteersTheTerminal) {
   const std::uint64_t seed = test::TestSeed();
   SCOPED_TRACE(test::SeedNote(seed));
-  std::mt19937_64 random(seed);
+  SeededRandom random(seed);
   const FileTable table;
   const RunFlags flags;
   for (int round = 0; round < 1000; ++round) {

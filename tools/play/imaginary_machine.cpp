@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "host/image/fat/fat_volume.h"
 #include "host/image/journal/scratch_journal.h"
 #include "play/session.h"
 

@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <random>
 
+#include "host/simulated/seeded_random.h"
 #include "support/seed.h"
 #include "text/ascii_case.h"
 
@@ -58,7 +58,7 @@ class FoldersOnly final : public MountedVolume {
 TEST(FolderTree, AnswersAsIfItHadNeverBeenAskedBefore) {
   const std::uint64_t seed = TestSeed();
   SCOPED_TRACE(SeedNote(seed));
-  std::mt19937_64 random(seed);
+  SeededRandom random(seed);
   const std::string names[] = {"a", "b", "ab", "A", "aa"};
   FoldersOnly volume;
   std::vector<ItemId> folders = {0};

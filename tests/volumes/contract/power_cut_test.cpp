@@ -5,6 +5,8 @@
 
 #include "check/content.h"
 #include "check/volume_check.h"
+#include "host/image/fat/fat_volume.h"
+#include "host/image/ntfs/open_ntfs.h"
 #include "mkvolume/maker.h"
 #include "support/devices.h"
 #include "support/image_folder.h"

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "host/image/device/little_endian.h"
+#include "host/image/fat/fat_volume.h"
 #include "host/image/volume/refused.h"
 #include "support/image_folder.h"
 

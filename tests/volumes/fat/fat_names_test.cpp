@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include "host/image/device/little_endian.h"
+#include "host/image/ntfs/ntfs_library.h"
 #include "support/image_folder.h"
+#include "text/upper_case.h"
 #include "volumes/fat/fat_image.h"
 
 namespace vornalux::test {
@@ -19,6 +21,15 @@ Names RootNames(FatWorld& world) {
   Names names;
   for (const FolderItem& item : items) names.emplace_back(item.name, item.attributes);
   return names;
+}
+
+// The library of NTFS makes the same table in its own way.
+TEST(FatNames, UpperCaseIsThatOfANewVolume) {
+  std::vector<ntfschar> table(0x10000);
+  ntfs_upcase_table_build(table.data(), static_cast<u32>(table.size() * sizeof(ntfschar)));
+  for (std::size_t unit = 0; unit < table.size(); ++unit) {
+    ASSERT_EQ(UpperCase(static_cast<char16_t>(unit)), le16_to_cpu(table[unit])) << unit;
+  }
 }
 
 TEST(FatNames, ListedInOrderWithAttributes) {

@@ -4,11 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <iostream>
-#include <random>
 #include <tuple>
 
 #include "check/ntfs_stream.h"
 #include "check/volume_check.h"
+#include "host/simulated/seeded_random.h"
 #include "mkvolume/maker.h"
 #include "support/image_folder.h"
 #include "support/seed.h"
@@ -57,7 +57,7 @@ class GarbageTest : public test::ImageFolder, public testing::WithParamInterface
 TEST_P(GarbageTest, ChecksEnd) {
   const std::uint64_t seed = test::TestSeed();
   std::cout << test::SeedNote(seed) << std::endl;  // known even after a crash
-  std::mt19937_64 random(seed);
+  SeededRandom random(seed);
   const std::vector<std::size_t> targets = Targets();
   std::vector<std::uint8_t> broken = image_;
   for (int round = 0; round < 150; ++round) {

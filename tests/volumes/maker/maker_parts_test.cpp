@@ -16,10 +16,10 @@ namespace {
 TEST(PayloadTest, AnyPartIsThatPartOfTheWhole) {
   const std::uint64_t seed = test::TestSeed();
   SCOPED_TRACE(test::SeedNote(seed));
-  Random random(seed);
+  SeededRandom random(seed);
   for (const Payload::Kind kind :
        {Payload::Kind::Noise, Payload::Kind::Prose, Payload::Kind::Literal}) {
-    Payload payload{kind, random.Next(), 300'001, std::string(300'001, 'x')};
+    Payload payload{kind, random(), 300'001, std::string(300'001, 'x')};
     payload.literal[77] = 'y';
     std::vector<std::uint8_t> whole(payload.size + 100, 0xEE);
     payload.Fill(0, whole);
@@ -39,7 +39,7 @@ TEST(PayloadTest, AnyPartIsThatPartOfTheWhole) {
 TEST(FatEntriesTest, NamesComeBack) {
   const std::uint64_t seed = test::TestSeed();
   SCOPED_TRACE(test::SeedNote(seed));
-  Random random(seed);
+  SeededRandom random(seed);
   FatFolderEntries entries;
   std::vector<std::u16string> names = {u"MiXed.Txt", std::u16string(255, u'x')};
   std::u16string rest =

@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <cmath>
 #include <fstream>
-#include <random>
 #include <sstream>
 
 #include "check/volume_check.h"
+#include "host/simulated/seeded_random.h"
 #include "mkvolume/maker.h"
 #include "support/image_folder.h"
 #include "support/seed.h"
@@ -109,7 +109,7 @@ TEST_F(MakerTest, OthersReadTheSameContent) {
       {"fat32 size=40M files=100 odd-names=50% fragmented=60%", by_mtype},
   };
   const std::uint64_t seed = test::TestSeed();
-  std::mt19937_64 random(seed);
+  SeededRandom random(seed);
   for (const Reader& reader : readers) {
     Recipe recipe = Recipe::Parse(reader.recipe);
     recipe.seed = seed;

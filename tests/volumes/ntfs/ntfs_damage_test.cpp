@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <random>
 
 #include "check/ntfs_check.h"
 #include "host/image/volume/refused.h"
+#include "host/simulated/seeded_random.h"
 #include "support/seed.h"
 #include "volumes/maker/maker_editor.h"
 #include "volumes/ntfs/ntfs_image.h"
@@ -25,7 +25,7 @@ std::vector<std::size_t> Structures(const Bytes& image) {
   return found;
 }
 
-void Damage(Bytes& image, std::size_t structure, std::mt19937_64& random) {
+void Damage(Bytes& image, std::size_t structure, SeededRandom& random) {
   const std::uint64_t edge = ~std::uint64_t{0} >> random() % 64;
   for (std::uint64_t changes = 1 + random() % 3; changes > 0; --changes) {
     const std::size_t at = structure + random() % 500;
@@ -51,7 +51,7 @@ bool OwnersAreClear(const Bytes& image) {
 }
 
 // Asks everything and moves a little of everything.
-void Exercise(MountedVolume& volume, const Bytes& image, std::mt19937_64& random) {
+void Exercise(MountedVolume& volume, const Bytes& image, SeededRandom& random) {
   const std::int64_t total = volume.Facts().total_clusters;
   for (const KnownStream& each : AllStreams(volume)) {
     std::vector<Extent> extents;
@@ -77,7 +77,7 @@ TEST(NtfsDamage, NoDamageCrashes) {
   int opened = 0;
   for (std::uint64_t round = 0; round < 300; ++round) {
     SCOPED_TRACE("round " + std::to_string(round));
-    std::mt19937_64 random(seed * 100000 + round);
+    SeededRandom random(seed * 100000 + round);
     Bytes bytes = whole;
     for (std::uint64_t i = 1 + random() % 8; i > 0; --i) {
       Damage(bytes, structures[random() % structures.size()], random);

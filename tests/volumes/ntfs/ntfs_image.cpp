@@ -13,6 +13,7 @@
 #include "check/ntfs_check.h"
 #include "check/ntfs_stream.h"
 #include "host/image/ntfs/ntfs_volume.h"
+#include "host/image/ntfs/open_ntfs.h"
 #include "mkvolume/maker.h"
 #include "support/image_folder.h"
 #include "volumes/maker/maker_editor.h"

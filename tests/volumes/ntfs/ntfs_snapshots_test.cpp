@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <random>
 
 #include "host/image/ntfs/snapshot_catalog.h"
+#include "host/simulated/seeded_random.h"
 #include "support/devices.h"
 #include "support/seed.h"
 #include "volumes/ntfs/snapshot_image.h"
@@ -93,7 +93,7 @@ TEST(SnapshotCatalog, IsReadOrSaysWhatIsWrong) {
 TEST(SnapshotCatalog, ReadingEndsWhateverIsThere) {
   const std::uint64_t seed = TestSeed();
   SCOPED_TRACE(SeedNote(seed));
-  std::mt19937_64 random(seed);
+  SeededRandom random(seed);
   for (int round = 0; round < 2000; ++round) {
     Bytes volume(kB + kCatalogBlock);
     PutSnapshotHeader(volume, kA);

@@ -9,7 +9,9 @@
 #include <tuple>
 
 #include "app/program.h"
+#include "host/image/fat/fat_volume.h"
 #include "host/image/journal/scratch_journal.h"
+#include "host/image/ntfs/open_ntfs.h"
 #include "host/image/opening/image_file.h"
 #include "host/simulated/simulated_platform.h"
 #include "mkvolume/maker.h"

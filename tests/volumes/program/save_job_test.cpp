@@ -5,8 +5,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <random>
 
+#include "host/simulated/seeded_random.h"
 #include "mkvolume/maker.h"
 #include "support/image_folder.h"
 #include "support/seed.h"
@@ -61,7 +61,7 @@ class SaveJob : public ImageFolder {
   }
 };
 
-std::string RandomText(std::mt19937_64& random) {
+std::string RandomText(SeededRandom& random) {
   const std::vector<std::string> pieces = {" ", "'",   "\"", "\\", "$", "`", "%", "%f", "%%",  ";",
                                            "&", "|",   "<",  ">",  "~", "#", "*", "?",  "(",   "{",
                                            "=", "\\n", "é",  "漢", "a", "-", "!", "[",  "HOME"};
@@ -73,7 +73,7 @@ std::string RandomText(std::mt19937_64& random) {
 TEST_F(SaveJob, AnyNamePathAndJobLineComesBack) {
   const std::uint64_t seed = TestSeed();
   SCOPED_TRACE(SeedNote(seed));
-  std::mt19937_64 random(seed);
+  SeededRandom random(seed);
   const std::string program = fs::canonical(VORNALUX_PROGRAM);
   for (int round = 0; round < 40; ++round) {
     const std::string image = RandomText(random) + "x";

@@ -3,7 +3,7 @@
 
 #include <optional>
 
-#include "host/image/fat/upper_case.h"
+#include "text/upper_case.h"
 #include "text/wtf8.h"
 
 namespace vornalux {

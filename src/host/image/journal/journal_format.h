@@ -9,7 +9,7 @@
 #include <optional>
 #include <span>
 
-#include "host/image/journal/journal.h"
+#include "host/image/journal/volume_identity.h"
 
 namespace vornalux::journal_format {
 

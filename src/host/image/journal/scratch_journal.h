@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "host/image/device/scratch_device.h"
-#include "host/image/volume/image_volume.h"
+#include "host/image/journal/journal_home.h"
 
 namespace vornalux {
 

@@ -6,7 +6,7 @@
 
 #include "host/image/ntfs/ntfs_library.h"
 #include "host/image/ntfs/ntfs_names.h"
-#include "host/image/volume/image_volume.h"
+#include "host/image/volume/move_plan.h"
 
 namespace vornalux {
 

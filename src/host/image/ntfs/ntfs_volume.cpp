@@ -11,6 +11,7 @@
 #include "host/image/ntfs/ntfs_folder.h"
 #include "host/image/ntfs/ntfs_runs.h"
 #include "host/image/ntfs/ntfs_soundness.h"
+#include "host/image/ntfs/open_ntfs.h"
 #include "host/image/volume/refused.h"
 #include "host/image/volume/unclean_text.h"
 #include "text/wtf8.h"

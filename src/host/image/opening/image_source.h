@@ -9,8 +9,9 @@
 #include "host/image/device/scratch_device.h"
 #include "host/image/opening/boot_sector.h"
 #include "host/image/opening/file_device.h"
-#include "host/image/opening/image_file.h"
-#include "host/image/volume/image_volume.h"
+#include "host/image/opening/open_options.h"
+#include "host/image/volume/refused.h"
+#include "host/image/volume/volume_store.h"
 
 namespace vornalux {
 

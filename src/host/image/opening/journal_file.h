@@ -8,8 +8,8 @@
 #include <string>
 #include <system_error>
 
+#include "host/image/journal/journal_home.h"
 #include "host/image/opening/file_device.h"
-#include "host/image/volume/image_volume.h"
 
 namespace vornalux {
 

@@ -4,7 +4,9 @@
 #include <optional>
 #include <utility>
 
+#include "host/image/fat/fat_volume.h"
 #include "host/image/journal/scratch_journal.h"
+#include "host/image/ntfs/open_ntfs.h"
 #include "host/image/opening/journal_file.h"
 
 namespace vornalux {

@@ -4,8 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "host/image/opening/image_file.h"
 #include "host/image/opening/image_source.h"
+#include "host/image/volume/image_volume.h"
 
 namespace vornalux {
 

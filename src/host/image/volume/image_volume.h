@@ -7,56 +7,15 @@
 #include <span>
 #include <vector>
 
-#include "host/image/device/block_device.h"
+#include "host/image/device/device_error.h"
 #include "host/image/journal/journal.h"
 #include "host/image/journal/transaction.h"
 #include "host/image/volume/allocation_map.h"
+#include "host/image/volume/move_plan.h"
+#include "host/image/volume/volume_store.h"
 #include "host/mounted/mounted_volume.h"
 
 namespace vornalux {
-
-// Where a volume's journal is kept. Open() gives the store, which exists durably from then on (its
-// folder entry too); Remove() deletes it durably.
-class JournalHome {
- public:
-  virtual ~JournalHome() = default;
-  virtual std::error_code Open(std::shared_ptr<BlockDevice>& store) = 0;
-  virtual std::error_code Remove() = 0;
-};
-
-// What a file system's volume stands on.
-struct VolumeStore {
-  std::unique_ptr<BlockDevice> device;        // the volume alone, locked against others
-  std::shared_ptr<JournalHome> journal_home;  // null: the volume is open for reading only
-  VolumeIdentity identity;
-  std::unique_ptr<SmartDrive> drive;  // the disk below; null when there is none to be asked
-  bool recovering = false;  // an interrupted run of ours left the dirty flag set; Recover() ends it
-  bool allow_dirty = false;  // a volume marked dirty may be looked at, though not moved on
-  // Nothing reaches the disk: what would refuse the volume to a pass is kept in Objections().
-  bool only_looking = false;
-  bool drop_restore_points = false;  // give up the snapshots of a volume before anything moves
-};
-
-// A run of an attribute: count clusters from vcn on lie at lcn, or nowhere (lcn -1).
-struct ClusterRun {
-  std::int64_t vcn = 0;
-  std::int64_t lcn = 0;
-  std::int64_t count = 0;
-
-  friend bool operator==(const ClusterRun&, const ClusterRun&) = default;
-};
-
-// What a move does to one stream.
-struct MovePlan {
-  std::vector<ClusterRun> before;   // all runs, adjoining ones joined
-  std::vector<ClusterRun> after;    // the same VCNs, adjoining ones joined
-  std::vector<ClusterRun> sources;  // the parts that leave their place, in VCN order
-  std::int64_t target_lcn = 0;
-  std::int64_t target_count = 0;  // 0: only holes in range, nothing to do
-};
-
-// The Windows error code nearest to a device error.
-ErrorCode FromDevice(std::error_code error);
 
 // The move itself, written once for every file system: checks, copy, metadata, commit. A file
 // system adds where its metadata lies. Moves are gathered into commits, by count and bytes, and
@@ -157,22 +116,5 @@ class ImageVolume : public MountedVolume {
   int moves_since_commit_ = 0;
   std::uint64_t bytes_since_commit_ = 0;
 };
-
-// Do the runs follow each other from VCN 0 on without gaps, and lie in the volume or nowhere?
-bool RunsAreSound(const std::vector<ClusterRun>& runs, std::int64_t total_clusters);
-
-// Splits a stream's runs for a move of [vcn, vcn + count) to lcn, clipping the range at the end of
-// the allocation. kInvalidParameter: a number is out of range, vcn is at or past the end of the
-// allocation, or the target leaves the volume. kFileCorrupt: the runs are not sound.
-ErrorCode PlanMove(const std::vector<ClusterRun>& runs, std::int64_t vcn, std::int64_t lcn,
-                   std::int64_t count, std::int64_t total_clusters, MovePlan& plan);
-
-// Joins runs that adjoin in VCN and LCN, or are both holes.
-void JoinRuns(std::vector<ClusterRun>& runs);
-
-// The file systems. Each checks the volume's structure as far as it relies on it and throws
-// VolumeRefused; dirty volumes are refused unless store.recovering or store.allow_dirty.
-std::unique_ptr<ImageVolume> OpenFatVolume(VolumeStore store);
-std::unique_ptr<ImageVolume> OpenNtfsVolume(VolumeStore store);
 
 }  // namespace vornalux

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/image/volume/move_plan.h"
+
 #include <algorithm>
 #include <limits>
-
-#include "host/image/volume/image_volume.h"
 
 namespace vornalux {
 namespace {
@@ -96,19 +96,6 @@ ErrorCode PlanMove(const std::vector<ClusterRun>& runs, std::int64_t vcn, std::i
   Split(vcn, vcn + std::min(count, allocation_end - vcn), plan);
   if (plan.target_count > total_clusters - lcn) return error::kInvalidParameter;
   return error::kSuccess;
-}
-
-ErrorCode FromDevice(std::error_code code) {
-  if (!code) return error::kSuccess;
-  if (code == std::errc::no_space_on_device) return error::kDiskFull;
-  if (code == std::errc::read_only_file_system) return error::kWriteProtect;
-  if (code == std::errc::permission_denied) return error::kAccessDenied;
-  if (code == std::errc::operation_not_permitted) return error::kAccessDenied;
-  if (code == std::errc::not_enough_memory) return error::kNotEnoughMemory;
-  if (code == std::errc::invalid_argument) return error::kInvalidParameter;
-  if (code == std::errc::operation_canceled) return error::kOperationAborted;
-  if (code == std::errc::no_such_file_or_directory) return error::kFileNotFound;
-  return error::kGenFailure;
 }
 
 }  // namespace vornalux

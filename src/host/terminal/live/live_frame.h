@@ -9,17 +9,11 @@
 
 #include "host/terminal/display/styled_line.h"
 #include "host/terminal/live/run_progress.h"
+#include "host/terminal/live/screen.h"
 #include "host/terminal/picture/map_image.h"
 #include "ui/details_window.h"
 
 namespace vornalux {
-
-struct ScreenSize {
-  int columns = 80;
-  int rows = 24;
-
-  friend bool operator==(const ScreenSize&, const ScreenSize&) = default;
-};
 
 // The lines of a screen from the top; what is missing below is blank.
 using ScreenLines = std::vector<std::string>;

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "host/terminal/live/live_frame.h"
 #include "host/terminal/live/pending_events.h"
 #include "host/terminal/live/screen.h"
 #include "platform/desktop.h"

@@ -6,9 +6,15 @@
 #include <string_view>
 
 #include "host/terminal/display/styled_line.h"
-#include "host/terminal/live/live_frame.h"
 
 namespace vornalux {
+
+struct ScreenSize {
+  int columns = 80;
+  int rows = 24;
+
+  friend bool operator==(const ScreenSize&, const ScreenSize&) = default;
+};
 
 // A key that was pressed: a character, or one of these.
 using Key = int;

@@ -3,7 +3,7 @@
 
 namespace vornalux {
 
-// The upper case of a character that one UTF-16 unit holds, as volumes compare names.
+// The upper case of a character that one UTF-16 unit holds, as FAT and NTFS volumes compare names.
 char16_t UpperCase(char16_t unit);
 
 }  // namespace vornalux
