@@ -7,15 +7,15 @@
 #include <cstdint>
 #include <numeric>
 #include <optional>
-#include <random>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "app/program.h"
-#include "host/image/allocation_map.h"
+#include "host/image/volume/allocation_map.h"
 #include "host/mounted/mounted_platform.h"
 #include "host/simulated/scripted_desktop.h"
+#include "host/simulated/seeded_random.h"
 
 namespace vornalux {
 namespace {
@@ -31,7 +31,7 @@ class BareVolume final : public MountedVolume {
     facts_.file_system = "NTFS";
     facts_.sectors_per_cluster = 8;
     facts_.total_clusters = kClusters;
-    std::mt19937_64 random(1);
+    SeededRandom random(1);
     std::geometric_distribution<std::int64_t> length(1.0 / 512);
     for (std::int64_t lcn = length(random); lcn < kClusters; lcn += 1 + length(random)) {
       const std::int64_t count = std::min(1 + length(random), kClusters - lcn);

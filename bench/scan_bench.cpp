@@ -6,9 +6,9 @@
 #include <cstdint>
 #include <cstring>
 #include <numeric>
-#include <random>
 #include <vector>
 
+#include "host/simulated/seeded_random.h"
 #include "volume/bit_count.h"
 #include "volume/free_runs.h"
 
@@ -22,7 +22,7 @@ constexpr std::size_t kBytes = kClusters / 8;
 const std::vector<std::uint64_t>& Bitmap() {
   static const std::vector<std::uint64_t> bitmap = [] {
     std::vector<std::uint64_t> words(kBytes / 8);
-    std::mt19937_64 random(1);
+    SeededRandom random(1);
     std::geometric_distribution<int> length(1.0 / 8);
     std::uint64_t state = 0;
     for (std::size_t i = 0; i < words.size();) {

@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "app/job_tail.h"
-#include "app/text.h"
 #include "platform/machine.h"
-#include "volume/ascii_case.h"
+#include "text/ascii_case.h"
+#include "text/trimmed.h"
 
 namespace vornalux {
 namespace {

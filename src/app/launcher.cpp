@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "volume/ascii_case.h"
+#include "text/ascii_case.h"
 
 namespace vornalux {
 namespace {

@@ -3,7 +3,8 @@
 #include <algorithm>
 
 #include "app/launcher.h"
-#include "app/text.h"
+#include "text/ascii_case.h"
+#include "text/trimmed.h"
 
 namespace vornalux {
 namespace {
@@ -43,7 +44,7 @@ void Introfrm::Introduction() {
   for (std::size_t at = 0; at + kRootStep <= roots.size(); at += kRootStep) {
     platform_.desktop.DoEvents();
     std::string root = roots.substr(at, kRootStep - 1);
-    if (root[0] >= 'a' && root[0] <= 'z') root[0] = static_cast<char>(root[0] - 'a' + 'A');
+    root[0] = UpperCase(root[0]);
     const std::uint32_t type = platform_.volumes.DriveType(root);
     if (!IsListed(type)) continue;
     const auto index = static_cast<std::int32_t>(std::ssize(ImageCombo1.items()));

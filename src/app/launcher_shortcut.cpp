@@ -2,7 +2,8 @@
 // The launcher's job as a shortcut on the desktop.
 #include "app/launcher.h"
 #include "app/shortcut.h"
-#include "app/text.h"
+#include "text/trimmed.h"
+#include "text/windows_path.h"
 
 namespace vornalux {
 

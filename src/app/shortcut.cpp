@@ -4,8 +4,9 @@
 #include <utility>
 
 #include "app/special_folder.h"
-#include "app/text.h"
-#include "volume/ascii_case.h"
+#include "text/ascii_case.h"
+#include "text/trimmed.h"
+#include "text/windows_path.h"
 
 namespace vornalux {
 namespace {

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "volume/ascii_case.h"
+#include "text/ascii_case.h"
 
 namespace vornalux {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <charconv>
 
-#include "app/text.h"
+#include "text/trimmed.h"
 
 namespace vornalux {
 namespace {

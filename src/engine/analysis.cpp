@@ -5,16 +5,10 @@
 #include <cmath>
 
 #include "engine/layout_list.h"
+#include "text/ascii_case.h"
 
 namespace vornalux {
 namespace {
-
-std::string UpperCase(std::string text) {
-  for (char& c : text) {
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  }
-  return text;
-}
 
 std::string InBrackets(std::int64_t number) { return "[" + std::to_string(number) + "]"; }
 

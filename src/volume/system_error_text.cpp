@@ -3,15 +3,15 @@
 
 #include <charconv>
 
+#include "text/ascii_case.h"
+
 namespace vornalux {
 namespace {
 
 std::string Hex(ErrorCode code) {
   char digits[8];
   const auto end = std::to_chars(digits, digits + sizeof digits, code, 16).ptr;
-  std::string text(digits, end);
-  for (char& c : text) c = (c >= 'a' && c <= 'f') ? static_cast<char>(c - 'a' + 'A') : c;
-  return text;
+  return UpperCase(std::string(digits, end));
 }
 
 }  // namespace

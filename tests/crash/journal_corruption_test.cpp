@@ -2,9 +2,9 @@
 // Journals from strangers: damaged, cut short, or forged with checksums that fit.
 #include <gtest/gtest.h>
 
-#include "host/image/journal.h"
-#include "host/image/journal_format.h"
-#include "host/image/little_endian.h"
+#include "host/image/device/little_endian.h"
+#include "host/image/journal/journal.h"
+#include "host/image/journal/journal_format.h"
 #include "support/devices.h"
 #include "support/seed.h"
 

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "host/image/journal.h"
+#include "host/image/journal/journal.h"
 #include "support/seed.h"
 #include "support/tiny_volume.h"
 

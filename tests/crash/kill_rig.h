@@ -10,7 +10,7 @@
 #include <string>
 
 #include "support/setting.h"
-#include "volumes/program_process.h"
+#include "volumes/program/program_process.h"
 
 namespace vornalux::test {
 

@@ -8,7 +8,7 @@
 #include "support/image_folder.h"
 #include "support/intact.h"
 #include "support/seed.h"
-#include "volumes/snapshot_image.h"
+#include "volumes/ntfs/snapshot_image.h"
 
 namespace vornalux::test {
 namespace {

@@ -10,7 +10,7 @@
 #include "support/intact.h"
 #include "support/seed.h"
 #include "support/setting.h"
-#include "volumes/program_process.h"
+#include "volumes/program/program_process.h"
 
 namespace vornalux::test {
 namespace {

@@ -5,21 +5,19 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <random>
 #include <vector>
 
-#include "host/image/block_device.h"
-#include "host/image/image_volume.h"
+#include "host/image/device/block_device.h"
+#include "host/image/volume/image_volume.h"
+#include "host/simulated/seeded_random.h"
 
 namespace vornalux::test {
 
 using Bytes = std::vector<std::uint8_t>;
-using Random = std::mt19937_64;
+using Random = SeededRandom;
 
 // A number in [0, limit).
-inline std::uint64_t Below(Random& random, std::uint64_t limit) {
-  return std::uniform_int_distribution<std::uint64_t>(0, limit - 1)(random);
-}
+inline std::uint64_t Below(Random& random, std::uint64_t limit) { return random.Below(limit); }
 
 class MemoryDevice final : public BlockDevice {
  public:

@@ -5,7 +5,7 @@
 #include <array>
 #include <numeric>
 
-#include "host/image/little_endian.h"
+#include "host/image/device/little_endian.h"
 
 namespace vornalux::test {
 namespace {

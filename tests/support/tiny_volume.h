@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "host/image/image_volume.h"
+#include "host/image/volume/image_volume.h"
 #include "support/devices.h"
 
 namespace vornalux::test {

@@ -3,10 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
-#include <numeric>
 #include <optional>
 #include <string>
 #include <utility>
@@ -15,26 +14,18 @@
 #include "app/program.h"
 #include "host/simulated/random_volume.h"
 #include "host/simulated/simulated_platform.h"
+#include "support/seed.h"
 
 namespace vornalux::testing {
 
-// 1 to count, or the one seed that VORNALUX_SEED names, to repeat a failure.
-inline std::vector<std::uint64_t> Seeds(std::size_t count) {
-  if (const char* given = std::getenv("VORNALUX_SEED")) {
-    return {std::strtoull(given, nullptr, 10)};
-  }
-  std::vector<std::uint64_t> seeds(count);
-  std::iota(seeds.begin(), seeds.end(), std::uint64_t{1});
-  return seeds;
-}
-
-// Runs body for each seed until one of them fails.
+// Runs body for the seeds 1 to count until one of them fails, or for the one that is given.
 template <typename Body>
-void ForSeeds(std::size_t count, Body body) {
-  for (const std::uint64_t seed : Seeds(count)) {
-    SCOPED_TRACE("VORNALUX_SEED=" + std::to_string(seed));
+void ForSeeds(std::uint64_t count, Body body) {
+  const std::uint64_t given = test::TestSeed(0);
+  for (std::uint64_t seed = given != 0 ? given : 1; seed <= std::max(given, count); ++seed) {
+    SCOPED_TRACE(test::SeedNote(seed));
     body(seed);
-    if (::testing::Test::HasFailure()) return;
+    if (given != 0 || ::testing::Test::HasFailure()) return;
   }
 }
 

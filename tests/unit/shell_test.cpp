@@ -5,7 +5,7 @@
 
 #include "app/shortcut.h"
 #include "app/special_folder.h"
-#include "app/text.h"
+#include "text/ascii_case.h"
 #include "unit/rig.h"
 
 namespace vornalux::testing {
@@ -30,8 +30,7 @@ TEST(SpecialFolder, FindsEachNameAndFallsBack) {
   for (std::string name; names >> name;) {
     const std::string path = objects.folders[name] = "X:\\" + name;
     EXPECT_EQ(find(name), path);
-    std::transform(name.begin(), name.end(), name.begin(), ::toupper);
-    EXPECT_EQ(find(name), path);
+    EXPECT_EQ(find(UpperCase(name)), path);
   }
   EXPECT_EQ(find("QuickLaunch"), R"(X:\AppData\Microsoft\Internet Explorer\Quick Launch)");
   for (const char* name : {"", "NoSuch", "AllUsersDesktop "}) EXPECT_EQ(find(name), "");

@@ -19,22 +19,35 @@ Names Words(const std::string& text) {
   return {std::istream_iterator<std::string>(words), {}};
 }
 
-const Names kPortable = {"platform", "volume", "engine", "forms", "ui", "health", "shell", "app"};
+const Names kPortable = {"text", "platform", "volume", "engine", "forms",
+                         "ui",   "health",   "shell",  "app"};
 
 // A folder of src/, and what its files may include besides the standard library.
 const std::map<std::string, Names> kMayInclude = {
-    {"platform", {"platform"}},
-    {"volume", {"platform", "volume"}},
-    {"engine", {"platform", "volume", "engine"}},
-    {"forms", {"platform", "forms"}},
-    {"ui", {"platform", "volume", "engine", "forms", "health", "ui"}},
-    {"health", {"platform", "volume", "engine", "forms", "health"}},
-    {"shell", {"platform", "volume", "engine", "forms", "shell"}},
+    {"text", {"text"}},
+    {"platform", {"text", "platform"}},
+    {"volume", {"text", "platform", "volume"}},
+    {"engine", {"text", "platform", "volume", "engine"}},
+    {"forms", {"text", "platform", "forms"}},
+    {"ui", {"text", "platform", "volume", "engine", "forms", "health", "ui"}},
+    {"health", {"text", "platform", "volume", "engine", "forms", "health"}},
+    {"shell", {"text", "platform", "volume", "engine", "forms", "shell"}},
     {"app", kPortable},
 };
 
 // Hosts that are portable all the same: they run wherever the engine is tested.
 const Names kPortableHosts = {"host/mounted", "host/simulated"};
+
+// Rooms of the larger folders, from the ground up: each may include those before it.
+const std::map<std::string, std::vector<std::string>> kRooms = {
+    {"host/image", {"device", "journal", "volume", "fat", "ntfs", "drive", "opening"}},
+    {"host/terminal",
+     {"command_line", "display", "output", "picture", "live", "user", "result", "saved_job",
+      "session"}},
+};
+
+// Of a volume in an image these are portable too; they may ask zlib for checksums.
+const Names kPortableRooms = {"device", "journal", "volume", "fat"};
 
 // The C++ library, without the headers that C or a system brings along.
 const Names kStandardHeaders = Words(R"(
@@ -48,11 +61,26 @@ semaphore set shared_mutex source_location span sstream stack stdexcept stop_tok
 string string_view syncstream system_error thread tuple type_traits typeindex typeinfo
 unordered_map unordered_set utility valarray variant vector version)");
 
-// "ui" for src/ui/x.h, "host/image" for src/host/image/fat/x.h; empty outside src/.
-std::string FolderOf(const std::string& path) {
-  static const std::regex kFolder("src/(host/[^/]+|[^/]+)/.*");
+// Where a file lies: "ui" for src/ui/x.h, "host/image" and "fat" for src/host/image/fat/x.h; empty
+// outside src/.
+struct Place {
+  std::string folder;
+  std::string room;
+};
+
+Place PlaceOf(const std::string& path) {
+  static const std::regex kPlace("src/(host/[^/]+|[^/]+)/(?:([^/]+)/)?.*");
   std::smatch match;
-  return std::regex_match(path, match, kFolder) ? match[1].str() : "";
+  if (!std::regex_match(path, match, kPlace)) return {};
+  return {match[1], match[2]};
+}
+
+// The floor of a room, 0 for the ground; above all for what lies in none.
+std::ptrdiff_t FloorOf(const Place& place) {
+  const auto rooms = kRooms.find(place.folder);
+  if (rooms == kRooms.end()) return 0;
+  const auto& names = rooms->second;
+  return std::find(names.begin(), names.end(), place.room) - names.begin();
 }
 
 bool StartsWithFolder(const std::string& include, const std::string& folder) {
@@ -69,14 +97,21 @@ Names AllowedFolders(const std::string& folder) {
   return allowed;
 }
 
-bool MayUseSystem(const std::string& folder) {
-  return folder.starts_with("host/") && !kPortableHosts.contains(folder);
+bool MayUse(const Place& place, const std::string& system_header) {
+  if (!place.folder.starts_with("host/") || kPortableHosts.contains(place.folder)) return false;
+  return place.folder != "host/image" || !kPortableRooms.contains(place.room) ||
+         system_header == "zlib.h";
 }
 
-std::string CheckInclude(const std::string& folder, bool quoted, const std::string& name) {
+std::string CheckInclude(const Place& place, bool quoted, const std::string& name) {
   if (!quoted) {
-    if (kStandardHeaders.contains(name) || MayUseSystem(folder)) return "";
+    if (kStandardHeaders.contains(name) || MayUse(place, name)) return "";
     return "<" + name + "> is no header of the C++ library";
+  }
+  const std::string& folder = place.folder;
+  const Place included = PlaceOf("src/" + name);
+  if (included.folder == folder && FloorOf(included) > FloorOf(place)) {
+    return "\"" + name + "\" stands above " + folder + "/" + place.room + "/";
   }
   const Names allowed = AllowedFolders(folder);
   const bool known = std::any_of(allowed.begin(), allowed.end(), [&](const std::string& other) {
@@ -86,7 +121,7 @@ std::string CheckInclude(const std::string& folder, bool quoted, const std::stri
   return "\"" + name + "\" may not be included from " + folder + "/";
 }
 
-std::string CheckIncludeLine(const std::string& folder, const std::string& line) {
+std::string CheckIncludeLine(const Place& place, const std::string& line) {
   static const std::regex kInclude(R"(\s*#\s*(?:include|include_next|import)\b\s*(.*))");
   static const std::regex kName(R"re((?:"([^"]+)"|<([^>]+)>).*)re");
   std::smatch directive;
@@ -94,7 +129,7 @@ std::string CheckIncludeLine(const std::string& folder, const std::string& line)
   const std::string operand = directive[1];
   std::smatch name;
   if (!std::regex_match(operand, name, kName)) return "an include that cannot be read: " + operand;
-  return CheckInclude(folder, name[1].matched, name[1].matched ? name[1] : name[2]);
+  return CheckInclude(place, name[1].matched, name[1].matched ? name[1] : name[2]);
 }
 
 }  // namespace
@@ -104,10 +139,14 @@ std::vector<std::string> CheckSourceFile(const std::string& path, const std::str
   const auto report = [&](std::size_t number, const std::string& problem) {
     if (!problem.empty()) problems.push_back(path + ":" + std::to_string(number) + ": " + problem);
   };
-  const std::string folder = FolderOf(path);
+  const Place place = PlaceOf(path);
   const bool in_source = path.starts_with("src/");
-  if (in_source && !kMayInclude.contains(folder) && !folder.starts_with("host/")) {
-    report(1, "nobody has said what src/" + folder + "/ may include");
+  if (in_source && !kMayInclude.contains(place.folder) && !place.folder.starts_with("host/")) {
+    report(1, "nobody has said what src/" + place.folder + "/ may include");
+  }
+  if (const auto rooms = kRooms.find(place.folder);
+      rooms != kRooms.end() && !place.room.empty() && FloorOf(place) == std::ssize(rooms->second)) {
+    report(1, "nobody has said where " + place.room + "/ stands in src/" + place.folder + "/");
   }
   std::istringstream lines(text);
   std::string line;
@@ -115,7 +154,7 @@ std::vector<std::string> CheckSourceFile(const std::string& path, const std::str
     if (number == 1 && line != "// SPDX-License-Identifier: GPL-2.0-or-later") {
       report(1, "does not begin with the licence line");
     }
-    if (in_source) report(number, CheckIncludeLine(folder, line));
+    if (in_source) report(number, CheckIncludeLine(place, line));
   }
   if (text.empty()) report(1, "is empty");
   return problems;

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <random>
 
+#include "host/simulated/seeded_random.h"
 #include "host/windows/file_system_answers.h"
 #include "host/windows/system_headers.h"
 #include "support/seed.h"
@@ -161,7 +161,7 @@ TEST(Answers, StreamsThatLie) {
 TEST(Answers, NoBytesBringDownAReader) {
   const std::uint64_t seed = test::TestSeed();
   SCOPED_TRACE(test::SeedNote(seed));
-  std::mt19937_64 random(seed);
+  SeededRandom random(seed);
   for (int i = 0; i < 3000; ++i) {
     Bytes bytes(static_cast<std::size_t>(random() % 200));
     for (std::uint8_t& byte : bytes) {

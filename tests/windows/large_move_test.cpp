@@ -7,8 +7,8 @@
 #include <array>
 #include <cstring>
 #include <limits>
-#include <random>
 
+#include "host/simulated/seeded_random.h"
 #include "host/simulated/simulated_volume.h"
 #include "host/windows/system_headers.h"
 #include "host/windows/windows_volumes.h"
@@ -40,10 +40,8 @@ struct World {
 
 TEST(LargeMove, LeavesWhatOneRequestLeavesOrWhatWasThere) {
   const std::uint64_t seed = test::TestSeed();
-  std::mt19937_64 random(seed);
-  const auto below = [&](std::int64_t limit) {
-    return std::uniform_int_distribution<std::int64_t>(0, limit - 1)(random);
-  };
+  SeededRandom random(seed);
+  const auto below = [&](std::int64_t limit) { return random.Below(limit); };
   for (int round = 0; round < 3000; ++round) {
     SCOPED_TRACE(test::SeedNote(seed) + ", round " + std::to_string(round));
     std::vector<SimulatedRun> runs;

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <random>
 
+#include "host/simulated/seeded_random.h"
 #include "host/windows/system_headers.h"
 #include "host/windows/windows_text.h"
 #include "support/seed.h"
@@ -14,7 +14,7 @@ namespace {
 constexpr int kRounds = 20000;
 
 // Mostly surrogates and the borders between lengths: what goes wrong, goes wrong there.
-std::wstring RandomUnits(std::mt19937_64& random, bool well_formed) {
+std::wstring RandomUnits(SeededRandom& random, bool well_formed) {
   constexpr wchar_t kBorders[] = {0,      1,      0x7F,   0x80,   0x7FF, 0x800,
                                   0xD7FF, 0xE000, 0xFFFD, 0xFFFF, L'a',  L'\\'};
   std::wstring units;
@@ -42,7 +42,7 @@ std::wstring RandomUnits(std::mt19937_64& random, bool well_formed) {
 TEST(WindowsText, AllUnitsComeBack) {
   const std::uint64_t seed = test::TestSeed();
   SCOPED_TRACE(test::SeedNote(seed));
-  std::mt19937_64 random(seed);
+  SeededRandom random(seed);
   for (int i = 0; i < kRounds; ++i) {
     const std::wstring units = RandomUnits(random, false);
     ASSERT_EQ(ToWide(FromWide(units)), units) << "round " << i;
@@ -53,7 +53,7 @@ TEST(WindowsText, AllUnitsComeBack) {
 TEST(WindowsText, AgreesWithTheSystemOnWellFormedText) {
   const std::uint64_t seed = test::TestSeed();
   SCOPED_TRACE(test::SeedNote(seed));
-  std::mt19937_64 random(seed);
+  SeededRandom random(seed);
   for (int i = 0; i < kRounds; ++i) {
     const std::wstring units = RandomUnits(random, true);
     char bytes[128];
@@ -66,7 +66,7 @@ TEST(WindowsText, AgreesWithTheSystemOnWellFormedText) {
 TEST(WindowsText, AnyBytesAreReadToTheirEnd) {
   const std::uint64_t seed = test::TestSeed();
   SCOPED_TRACE(test::SeedNote(seed));
-  std::mt19937_64 random(seed);
+  SeededRandom random(seed);
   for (int i = 0; i < kRounds; ++i) {
     std::string bytes(static_cast<std::size_t>(random() % 12), '\0');
     for (char& c : bytes) c = static_cast<char>(random() % 2 != 0 ? random() : 0x80 | random());

@@ -5,7 +5,7 @@
 
 #include "check/content.h"
 #include "check/volume_check.h"
-#include "host/terminal/standard_streams.h"
+#include "host/terminal/output/standard_streams.h"
 
 namespace vornalux {
 namespace {

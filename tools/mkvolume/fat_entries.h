@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "mkvolume/random.h"
+#include "host/simulated/seeded_random.h"
 
 namespace vornalux::making {
 

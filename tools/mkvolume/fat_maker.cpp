@@ -6,8 +6,8 @@
 
 #include "mkvolume/fat_entries.h"
 #include "mkvolume/image.h"
+#include "mkvolume/key.h"
 #include "mkvolume/names.h"
-#include "mkvolume/random.h"
 #include "mkvolume/space.h"
 #include "mkvolume/tree.h"
 #include "mkvolume/volume_makers.h"
@@ -118,7 +118,7 @@ class FatMaker {
   Image image_;
   Layout layout_;
   ClusterSet clusters_;  // LCN 0 is cluster 2
-  Random random_;
+  SeededRandom random_;
   std::vector<std::uint32_t> next_;  // by LCN, as table entries
   Tree tree_;
   std::vector<FatFolderEntries> entries_;     // by item, of folders

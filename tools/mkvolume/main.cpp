@@ -3,7 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 
-#include "host/terminal/standard_streams.h"
+#include "host/terminal/output/standard_streams.h"
 #include "mkvolume/maker.h"
 
 namespace {

@@ -26,7 +26,7 @@ std::u16string Repeated(std::u16string_view part, std::size_t length) {
 
 std::u16string Wide(const std::string& text) { return {text.begin(), text.end()}; }
 
-std::u16string PlainFileName(std::uint64_t number, Random& random) {
+std::u16string PlainFileName(std::uint64_t number, SeededRandom& random) {
   switch (random.Below(6)) {
     case 0:
       return Wide("F" + Digits(number, 7) + ".DAT");  // as short as FAT has it
@@ -43,7 +43,7 @@ std::u16string PlainFileName(std::uint64_t number, Random& random) {
   }
 }
 
-std::u16string OddName(std::uint64_t number, bool unpaired, Random& random) {
+std::u16string OddName(std::uint64_t number, bool unpaired, SeededRandom& random) {
   const std::u16string tag = Wide(Digits(number, 6));
   const auto length = static_cast<std::size_t>(random.Between(120, 240));
   switch (random.Below(unpaired ? 9 : 8)) {
@@ -68,7 +68,7 @@ std::u16string OddName(std::uint64_t number, bool unpaired, Random& random) {
   }
 }
 
-std::u16string FolderName(std::uint64_t number, Random& random) {
+std::u16string FolderName(std::uint64_t number, SeededRandom& random) {
   static constexpr std::array kStems = {"Documents", "project", "BACKUP", "cache", "My Pictures"};
   return Wide(std::string(kStems[random.Below(kStems.size())]) + " " + Digits(number, 4));
 }

@@ -8,9 +8,9 @@
 #include <stdexcept>
 
 #include "mkvolume/image.h"
+#include "mkvolume/key.h"
 #include "mkvolume/names.h"
 #include "mkvolume/ntfs_library.h"
-#include "mkvolume/random.h"
 #include "mkvolume/space.h"
 #include "mkvolume/tree.h"
 #include "mkvolume/volume_makers.h"
@@ -74,7 +74,7 @@ class NtfsMaker {
   Image image_;
   MountedNtfs volume_;
   std::uint32_t cluster_;
-  Random random_;
+  SeededRandom random_;
   Tree tree_;
   Manifest manifest_;
   std::vector<std::uint64_t> references_;  // by item

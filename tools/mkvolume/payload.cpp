@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "mkvolume/random.h"
+#include "host/simulated/seeded_random.h"
 
 namespace vornalux::making {
 namespace {
@@ -43,7 +43,7 @@ void FillNoise(std::uint64_t key, std::uint64_t offset, std::span<std::uint8_t> 
 void FillProseBlock(std::uint64_t key, std::uint64_t block, std::span<std::uint8_t, kBlock> out) {
   static constexpr const char* kWords[] = {"the ",    "cluster ", "of ",   "a ",     "volume ",
                                            "moves, ", "and ",     "then ", "rests ", "here.\n"};
-  Random random(key ^ Scramble(block));
+  SeededRandom random(key ^ Scramble(block));
   // Whole compression units of noise, so that some units stay as they are.
   if (block / 16 % 4 == 3) {
     FillNoise(key, block * kBlock, out);

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <numeric>
 
-#include "mkvolume/random.h"
+#include "mkvolume/key.h"
 #include "mkvolume/tree.h"
 
 namespace vornalux::making {
@@ -53,7 +53,7 @@ std::vector<VcnRange> PlannedStream::Allocated(std::uint32_t cluster) const {
     if (clusters > 0) ranges.push_back({0, clusters});
     return ranges;
   }
-  Random random(KeyOf(payload.key, "holes"));
+  SeededRandom random(KeyOf(payload.key, "holes"));
   for (std::int64_t vcn = kSparseUnit * random.Between(0, 2); vcn < clusters;) {
     const std::int64_t count =
         std::min(kSparseUnit * random.Between(1, 1 + clusters / 16), clusters - vcn);
@@ -91,7 +91,7 @@ void ScaleTree(Tree& tree, std::uint32_t cluster, std::uint64_t resident, std::i
 
 std::int64_t PiecesFor(const Recipe& recipe, std::uint64_t key, bool is_folder,
                        std::int64_t clusters) {
-  Random random(KeyOf(key, "pieces"));
+  SeededRandom random(KeyOf(key, "pieces"));
   const double share = is_folder ? recipe.fragmented_folders : recipe.fragmented;
   if (clusters < 2 || !random.Chance(share)) return 1;
   const std::int64_t pieces = 2 + random.Between(0, std::int64_t{2} * (recipe.pieces - 2));

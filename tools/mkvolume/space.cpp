@@ -46,7 +46,7 @@ std::int64_t ClustersIn(const SpaceRequest& request) {
 }
 
 // Cuts a request into pieces of random sizes, at least one cluster each.
-void Cut(std::size_t request, std::int64_t clusters, std::int64_t pieces, Random& random,
+void Cut(std::size_t request, std::int64_t clusters, std::int64_t pieces, SeededRandom& random,
          std::vector<Piece>& out) {
   std::int64_t left = clusters;
   for (std::int64_t i = 0; i < pieces; ++i) {
@@ -65,7 +65,7 @@ void Cut(std::size_t request, std::int64_t clusters, std::int64_t pieces, Random
 class Placer {
  public:
   // packed: without gaps, when there is no room for them.
-  Placer(const ClusterSet& clusters, bool packed, Random& random)
+  Placer(const ClusterSet& clusters, bool packed, SeededRandom& random)
       : random_(random), packed_(packed), ranges_(clusters.FreeRanges()), free_(clusters.Free()) {}
 
   void Place(std::vector<Piece>& pieces);
@@ -79,7 +79,7 @@ class Placer {
     return last_ != nullptr && last_->request == piece.request && last_->lcn + last_->count == lcn;
   }
 
-  Random& random_;
+  SeededRandom& random_;
   bool packed_;
   std::vector<VcnRange> ranges_;  // free, by LCN
   std::int64_t free_;
@@ -236,7 +236,7 @@ void Answer(SpaceRequest& request, const std::vector<Piece>& pieces, std::size_t
   }
 }
 
-void PlacePieces(std::vector<Piece>& pieces, const ClusterSet& clusters, Random& random) {
+void PlacePieces(std::vector<Piece>& pieces, const ClusterSet& clusters, SeededRandom& random) {
   try {
     std::vector<Piece> placed = pieces;
     Placer(clusters, false, random).Place(placed);
@@ -248,7 +248,7 @@ void PlacePieces(std::vector<Piece>& pieces, const ClusterSet& clusters, Random&
 
 }  // namespace
 
-void PlaceAll(std::vector<SpaceRequest>& requests, ClusterSet& clusters, Random& random) {
+void PlaceAll(std::vector<SpaceRequest>& requests, ClusterSet& clusters, SeededRandom& random) {
   std::vector<Piece> pieces;
   std::vector<std::size_t> first(requests.size());
   for (std::size_t i = 0; i < requests.size(); ++i) {

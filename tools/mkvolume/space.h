@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "mkvolume/random.h"
+#include "host/simulated/seeded_random.h"
 #include "mkvolume/tree.h"
 
 namespace vornalux::making {
@@ -44,6 +44,6 @@ struct SpaceRequest {
 // Answers all requests and takes their clusters. Parts of one request never adjoin, so that the
 // pieces are exact (a hole between two ranges divides as well). Throws std::runtime_error when
 // there is no room.
-void PlaceAll(std::vector<SpaceRequest>& requests, ClusterSet& clusters, Random& random);
+void PlaceAll(std::vector<SpaceRequest>& requests, ClusterSet& clusters, SeededRandom& random);
 
 }  // namespace vornalux::making

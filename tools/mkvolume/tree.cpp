@@ -5,8 +5,8 @@
 #include <cmath>
 
 #include "check/bytes.h"
+#include "mkvolume/key.h"
 #include "mkvolume/names.h"
-#include "mkvolume/random.h"
 
 namespace vornalux::making {
 namespace {
@@ -40,7 +40,7 @@ class TreePlanner {
 
   const Recipe& recipe_;
   std::uint32_t cluster_;
-  Random random_;
+  SeededRandom random_;
   Tree tree_;
   std::vector<std::size_t> folders_ = {0};
   std::vector<int> depth_ = {0};
@@ -159,7 +159,7 @@ void TreePlanner::AddNamedStreams(std::size_t file) {
   static const std::u16string kNames[] = {u"Zone.Identifier", u"strøm", u"s"};
   const auto count = static_cast<std::size_t>(random_.Between(1, 3));
   for (std::size_t i = 0; i < count; ++i) {
-    const std::uint64_t size = random_.Chance(0.5) ? random_.Below(200) : DrawSize();
+    const std::uint64_t size = random_.Chance(0.5) ? random_.Below(200U) : DrawSize();
     tree_.items[file].streams.push_back(MakeStream(file, kNames[i], size));
   }
 }
@@ -197,10 +197,10 @@ void TreePlanner::AddWindows() {
     std::string hash;
     for (int digit = 0; digit < 8; ++digit) hash += kHex[random_.Below(16)];
     AddFile(prefetch, Wide("PROGRAM" + std::to_string(i) + ".EXE-" + hash + ".pf"),
-            5000 + random_.Below(60'000));
+            5000 + random_.Below(60'000U));
     AddFile(i % 3 == 0 ? drivers : system,
             Wide("module" + std::to_string(i) + (i % 3 == 0 ? ".sys" : ".dll")),
-            3000 + random_.Below(300'000));
+            3000 + random_.Below(300'000U));
   }
   AddLayoutList(prefetch);
 }

@@ -6,7 +6,8 @@
 #include <cstdio>
 #include <stdexcept>
 
-#include "host/image/scratch_journal.h"
+#include "host/image/fat/fat_volume.h"
+#include "host/image/journal/scratch_journal.h"
 #include "play/session.h"
 
 namespace vornalux::play {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "host/image/image_volume.h"
+#include "host/image/volume/image_volume.h"
 #include "host/simulated/random_volume.h"
 #include "host/simulated/simulated_platform.h"
 

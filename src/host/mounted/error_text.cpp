@@ -63,7 +63,7 @@ std::string_view Sentence(ErrorCode code) {
 
 }  // namespace
 
-std::string SystemErrorText(ErrorCode code) {
+std::string EnglishErrorText(ErrorCode code) {
   const std::string_view sentence = Sentence(code);
   return sentence.empty() ? std::string() : std::string(sentence) + "\r\n";
 }

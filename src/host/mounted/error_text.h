@@ -8,6 +8,6 @@
 namespace vornalux {
 
 // The English system text for one of our error codes, ending in CR LF; empty for other codes.
-std::string SystemErrorText(ErrorCode code);
+std::string EnglishErrorText(ErrorCode code);
 
 }  // namespace vornalux

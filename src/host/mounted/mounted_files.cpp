@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "host/mounted/mounted_platform.h"
-#include "host/mounted/windows_path.h"
-#include "volume/ascii_case.h"
+#include "text/ascii_case.h"
+#include "text/windows_path.h"
 
 namespace vornalux {
 
@@ -48,8 +48,9 @@ ErrorCode MountedPlatform::MayOpen(MountedVolume& /*volume*/, ItemId /*item*/) {
 }
 
 ErrorCode MountedPlatform::Resolve(std::string_view path, Found& out) {
-  WindowsPath parts;
-  if (const ErrorCode error = SplitPath(path, parts)) return error;
+  const std::optional<WindowsPath> split = SplitPath(path);
+  if (!split) return error::kInvalidName;
+  WindowsPath parts = *split;
   out.drive = FindDrive(parts.drive);
   if (out.drive == nullptr) return error::kPathNotFound;
 
@@ -155,14 +156,14 @@ ErrorCode MountedPlatform::StreamNames(Handle file, std::vector<std::string>& ou
 }
 
 std::unique_ptr<FolderSearch> MountedPlatform::FindFirst(const std::string& pattern) {
-  WindowsPath parts;
-  if (SplitPath(pattern, parts) != error::kSuccess || parts.name != "*") return nullptr;
-  Drive* const drive = FindDrive(parts.drive);
+  const std::optional<WindowsPath> parts = SplitPath(pattern);
+  if (!parts || parts->name != "*") return nullptr;
+  Drive* const drive = FindDrive(parts->drive);
   if (drive == nullptr) return nullptr;
-  const bool is_root = parts.folder.empty();
+  const bool is_root = parts->folder.empty();
   const auto path = std::string_view(pattern).substr(0, pattern.size() - (is_root ? 1 : 2));
   std::shared_ptr<const FolderListing> listing;
-  if (Noted(path, drive, FindListing(*drive, parts.folder, listing)) != error::kSuccess) {
+  if (Noted(path, drive, FindListing(*drive, parts->folder, listing)) != error::kSuccess) {
     return nullptr;
   }
   return std::make_unique<ListingSearch>(std::move(listing), is_root);

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "host/mounted/error_text.h"
-#include "host/mounted/windows_path.h"
+#include "text/windows_path.h"
 
 namespace vornalux {
 
@@ -57,7 +57,7 @@ Handle MountedPlatform::NextHandle() {
   return last_handle_;
 }
 
-std::string MountedPlatform::ErrorText(ErrorCode code) { return SystemErrorText(code); }
+std::string MountedPlatform::ErrorText(ErrorCode code) { return EnglishErrorText(code); }
 
 std::uint32_t MountedPlatform::SetPriorityClass(std::uint32_t priority_class) {
   priority_class_ = priority_class;

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "host/mounted/mounted_platform.h"
-#include "host/mounted/windows_path.h"
+#include "text/windows_path.h"
 
 namespace vornalux {
 

@@ -5,7 +5,7 @@
 
 #include "host/simulated/call_log.h"
 #include "host/simulated/simulated_volume.h"
-#include "volume/ascii_case.h"
+#include "text/ascii_case.h"
 
 namespace vornalux {
 

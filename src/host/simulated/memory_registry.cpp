@@ -6,7 +6,7 @@
 #include <iterator>
 #include <sstream>
 
-#include "volume/ascii_case.h"
+#include "text/ascii_case.h"
 
 namespace vornalux {
 namespace {

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "host/simulated/simulated_volume.h"
-#include "volume/ascii_case.h"
+#include "text/ascii_case.h"
 
 namespace vornalux {
 
@@ -31,11 +31,7 @@ ErrorCode SimulatedVolume::ListFolder(ItemId folder, std::vector<FolderItem>& ou
 }
 
 std::string SimulatedVolume::FoldName(std::string_view name) const {
-  std::string folded(name);
-  for (char& c : folded) {
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  }
-  return folded;
+  return UpperCase(std::string(name));
 }
 
 std::optional<FolderItem> SimulatedVolume::HiddenItem(ItemId folder, std::string_view name) {

@@ -4,7 +4,7 @@
 #include <limits>
 #include <utility>
 
-#include "host/mounted/windows_path.h"
+#include "text/windows_path.h"
 
 namespace vornalux {
 

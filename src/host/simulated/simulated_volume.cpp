@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "host/simulated/stamp.h"
-#include "volume/ascii_case.h"
+#include "text/ascii_case.h"
 
 namespace vornalux {
 

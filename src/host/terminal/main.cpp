@@ -8,14 +8,14 @@
 #include <string>
 #include <vector>
 
-#include "host/terminal/commands.h"
-#include "host/terminal/console.h"
-#include "host/terminal/options.h"
-#include "host/terminal/outputs.h"
-#include "host/terminal/pending_events.h"
-#include "host/terminal/standard_streams.h"
-#include "host/terminal/terminal_desktop.h"
-#include "host/terminal/terminal_screen.h"
+#include "host/terminal/command_line/options.h"
+#include "host/terminal/live/pending_events.h"
+#include "host/terminal/live/terminal_screen.h"
+#include "host/terminal/output/outputs.h"
+#include "host/terminal/output/standard_streams.h"
+#include "host/terminal/session/commands.h"
+#include "host/terminal/user/console.h"
+#include "host/terminal/user/terminal_desktop.h"
 
 namespace vornalux {
 namespace {

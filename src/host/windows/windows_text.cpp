@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <limits>
 
-#include "host/mounted/wtf8.h"
 #include "host/windows/system_headers.h"
+#include "text/wtf8.h"
 
 namespace vornalux {
 namespace {

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "host/image/device/little_endian.h"
 #include "host/image/fat/fat_names.h"
-#include "host/image/little_endian.h"
 #include "platform/types.h"
 
 namespace vornalux {

@@ -3,7 +3,7 @@
 
 #include <span>
 
-#include "host/image/refused.h"
+#include "host/image/volume/refused.h"
 
 namespace vornalux {
 namespace {

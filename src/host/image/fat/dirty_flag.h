@@ -5,7 +5,7 @@
 #include <system_error>
 #include <vector>
 
-#include "host/image/block_device.h"
+#include "host/image/device/block_device.h"
 #include "host/image/fat/fat_geometry.h"
 
 namespace vornalux {

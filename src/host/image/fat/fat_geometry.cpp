@@ -5,8 +5,8 @@
 #include <bit>
 #include <string>
 
-#include "host/image/little_endian.h"
-#include "host/image/refused.h"
+#include "host/image/device/little_endian.h"
+#include "host/image/volume/refused.h"
 
 namespace vornalux {
 namespace {

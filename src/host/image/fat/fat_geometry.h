@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "host/image/block_device.h"
+#include "host/image/device/block_device.h"
 
 namespace vornalux {
 

@@ -3,8 +3,8 @@
 
 #include <optional>
 
-#include "host/image/fat/upper_case.h"
-#include "host/mounted/wtf8.h"
+#include "text/upper_case.h"
+#include "text/wtf8.h"
 
 namespace vornalux {
 namespace {

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <string>
 
-#include "host/image/little_endian.h"
-#include "host/image/refused.h"
+#include "host/image/device/little_endian.h"
+#include "host/image/volume/refused.h"
 
 namespace vornalux {
 namespace {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/image/block_device.h"
+#include "host/image/device/block_device.h"
 #include "host/image/fat/fat_geometry.h"
 #include "host/image/fat/fat_table.h"
 

@@ -4,11 +4,11 @@
 #include <algorithm>
 #include <span>
 
+#include "host/image/device/little_endian.h"
 #include "host/image/fat/fat_names.h"
-#include "host/image/little_endian.h"
-#include "host/image/refused.h"
-#include "host/mounted/wtf8.h"
+#include "host/image/volume/refused.h"
 #include "platform/types.h"
+#include "text/wtf8.h"
 
 namespace vornalux {
 namespace {

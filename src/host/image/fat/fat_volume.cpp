@@ -5,11 +5,11 @@
 #include <array>
 #include <new>
 
+#include "host/image/device/little_endian.h"
 #include "host/image/fat/directory_entry.h"
 #include "host/image/fat/fat_names.h"
-#include "host/image/little_endian.h"
-#include "host/image/refused.h"
-#include "host/image/unclean_text.h"
+#include "host/image/volume/refused.h"
+#include "host/image/volume/unclean_text.h"
 
 namespace vornalux {
 namespace {

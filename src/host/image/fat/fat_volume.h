@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -9,7 +10,7 @@
 #include "host/image/fat/fat_geometry.h"
 #include "host/image/fat/fat_table.h"
 #include "host/image/fat/fat_tree.h"
-#include "host/image/image_volume.h"
+#include "host/image/volume/image_volume.h"
 
 namespace vornalux {
 
@@ -62,5 +63,9 @@ class FatVolume final : public ImageVolume {
   std::optional<std::uint32_t> runs_node_;
   std::vector<ClusterRun> runs_;
 };
+
+// Checks the volume's structure as far as moving relies on it. Throws VolumeRefused; a dirty volume
+// is refused unless store.recovering or store.allow_dirty.
+std::unique_ptr<ImageVolume> OpenFatVolume(VolumeStore store);
 
 }  // namespace vornalux

@@ -7,9 +7,9 @@
 #include <system_error>
 #include <vector>
 
-#include "host/image/allocation_map.h"
+#include "host/image/journal/transaction.h"
 #include "host/image/ntfs/ntfs_library.h"
-#include "host/image/transaction.h"
+#include "host/image/volume/allocation_map.h"
 
 namespace vornalux {
 

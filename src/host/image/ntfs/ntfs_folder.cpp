@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "host/image/ntfs/ntfs_mount.h"
-#include "host/mounted/wtf8.h"
+#include "text/wtf8.h"
 
 namespace vornalux {
 namespace {

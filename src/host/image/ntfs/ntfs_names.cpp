@@ -4,7 +4,7 @@
 #include <array>
 #include <utility>
 
-#include "host/mounted/wtf8.h"
+#include "text/wtf8.h"
 
 namespace vornalux {
 namespace {

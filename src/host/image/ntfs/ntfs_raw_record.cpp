@@ -5,8 +5,8 @@
 #include <cstring>
 #include <limits>
 
-#include "host/image/little_endian.h"
-#include "host/mounted/wtf8.h"
+#include "host/image/device/little_endian.h"
+#include "text/wtf8.h"
 
 namespace vornalux {
 namespace {

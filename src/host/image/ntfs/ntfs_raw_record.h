@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "host/image/image_volume.h"
+#include "host/image/volume/move_plan.h"
 
 namespace vornalux {
 

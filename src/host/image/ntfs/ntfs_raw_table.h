@@ -8,7 +8,7 @@
 #include <system_error>
 #include <vector>
 
-#include "host/image/block_device.h"
+#include "host/image/device/block_device.h"
 #include "host/image/ntfs/ntfs_raw_record.h"
 
 namespace vornalux {

@@ -4,9 +4,9 @@
 #include <memory>
 #include <vector>
 
-#include "host/image/image_volume.h"
 #include "host/image/ntfs/ntfs_library.h"
 #include "host/image/ntfs/ntfs_names.h"
+#include "host/image/volume/move_plan.h"
 
 namespace vornalux {
 

@@ -6,7 +6,7 @@
 #include <bit>
 #include <vector>
 
-#include "host/image/little_endian.h"
+#include "host/image/device/little_endian.h"
 #include "host/image/ntfs/ntfs_raw_table.h"
 #include "host/image/ntfs/ntfs_spread_files.h"
 

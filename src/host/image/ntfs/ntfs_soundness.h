@@ -3,9 +3,9 @@
 
 #include <string>
 
-#include "host/image/allocation_map.h"
-#include "host/image/block_device.h"
+#include "host/image/device/block_device.h"
 #include "host/image/ntfs/ntfs_raw_record.h"
+#include "host/image/volume/allocation_map.h"
 
 namespace vornalux {
 

@@ -7,13 +7,14 @@
 #include <cstring>
 #include <utility>
 
-#include "host/image/little_endian.h"
+#include "host/image/device/little_endian.h"
 #include "host/image/ntfs/ntfs_folder.h"
 #include "host/image/ntfs/ntfs_runs.h"
 #include "host/image/ntfs/ntfs_soundness.h"
-#include "host/image/refused.h"
-#include "host/image/unclean_text.h"
-#include "host/mounted/wtf8.h"
+#include "host/image/ntfs/open_ntfs.h"
+#include "host/image/volume/refused.h"
+#include "host/image/volume/unclean_text.h"
+#include "text/wtf8.h"
 
 namespace vornalux {
 namespace {

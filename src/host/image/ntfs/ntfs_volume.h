@@ -9,11 +9,11 @@
 #include <unordered_set>
 #include <vector>
 
-#include "host/image/image_volume.h"
 #include "host/image/ntfs/ntfs_device.h"
 #include "host/image/ntfs/ntfs_mount.h"
 #include "host/image/ntfs/ntfs_names.h"
 #include "host/image/ntfs/snapshot_catalog.h"
+#include "host/image/volume/image_volume.h"
 
 namespace vornalux {
 

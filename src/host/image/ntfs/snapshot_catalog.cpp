@@ -9,7 +9,7 @@
 #include <set>
 #include <span>
 
-#include "host/image/little_endian.h"
+#include "host/image/device/little_endian.h"
 
 namespace vornalux {
 namespace {

@@ -1,0 +1,199 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The writing side of the journal; journal_recovery.cpp reads what an interrupted run left.
+#include "host/image/journal/journal.h"
+
+#include <algorithm>
+#include <iterator>
+#include <new>
+#include <utility>
+
+#include "host/image/device/little_endian.h"
+#include "host/image/journal/journal_format.h"
+
+namespace vornalux {
+namespace {
+
+using namespace journal_format;
+
+// Appends to the store in large writes and sums up what went by.
+class BodyWriter {
+ public:
+  explicit BodyWriter(BlockDevice& store) : store_(store) { buffer_.reserve(kPieceBytes); }
+
+  std::error_code Append(std::span<const std::uint8_t> bytes) {
+    while (!bytes.empty()) {
+      const std::size_t length = std::min(bytes.size(), kPieceBytes - buffer_.size());
+      buffer_.insert(buffer_.end(), bytes.begin(),
+                     bytes.begin() + static_cast<std::ptrdiff_t>(length));
+      bytes = bytes.subspan(length);
+      if (buffer_.size() < kPieceBytes) continue;
+      if (const std::error_code error = Finish()) return error;
+    }
+    return {};
+  }
+
+  std::error_code Finish() {
+    checksum_ = Checksum(buffer_, checksum_);
+    const std::error_code error = store_.Write(offset_, buffer_);
+    offset_ += buffer_.size();
+    buffer_.clear();
+    return error;
+  }
+
+  std::uint32_t BodyChecksum() const { return checksum_; }
+
+ private:
+  BlockDevice& store_;
+  std::vector<std::uint8_t> buffer_;
+  std::uint64_t offset_ = kBodyOffset;
+  std::uint32_t checksum_ = 0;
+};
+
+std::error_code WriteRunTable(BodyWriter& body, const std::vector<SectorRun>& runs) {
+  for (const SectorRun& run : runs) {
+    std::array<std::uint8_t, kRunBytes> entry;
+    StoreLittle<std::uint64_t>(entry, 0, run.first_sector);
+    StoreLittle<std::uint64_t>(entry, 8, run.content.size() / kSector);
+    if (const std::error_code error = body.Append(entry)) return error;
+  }
+  return {};
+}
+
+// One piece of a run: the checksums of what the volume holds now and of what it shall hold.
+std::error_code WriteChecksums(BodyWriter& body, std::span<const std::uint8_t> before,
+                               std::span<const std::uint8_t> after) {
+  for (std::size_t at = 0; at < after.size(); at += kSector) {
+    std::array<std::uint8_t, kChecksumBytes> entry;
+    StoreLittle<std::uint32_t>(entry, 0, Checksum(before.subspan(at, kSector)));
+    StoreLittle<std::uint32_t>(entry, 4, Checksum(after.subspan(at, kSector)));
+    if (const std::error_code error = body.Append(entry)) return error;
+  }
+  return {};
+}
+
+std::error_code WriteChecksumTable(BodyWriter& body, BlockDevice& volume,
+                                   const std::vector<SectorRun>& runs) {
+  std::vector<std::uint8_t> before;
+  for (const SectorRun& run : runs) {
+    for (std::size_t at = 0; at < run.content.size(); at += kPieceBytes) {
+      const std::size_t length = std::min(kPieceBytes, run.content.size() - at);
+      before.resize(length);
+      std::error_code error = volume.Read(run.first_sector * kSector + at, before);
+      if (error) return error;
+      error = WriteChecksums(body, before, std::span(run.content).subspan(at, length));
+      if (error) return error;
+    }
+  }
+  return {};
+}
+
+std::error_code WriteCopyTable(BodyWriter& body, const std::vector<CopiedRange>& copies) {
+  for (const CopiedRange& copy : copies) {
+    std::array<std::uint8_t, kCopyBytes> entry{};
+    StoreLittle<std::uint64_t>(entry, 0, copy.from);
+    StoreLittle<std::uint64_t>(entry, 8, copy.to);
+    StoreLittle<std::uint64_t>(entry, 16, copy.sectors);
+    StoreLittle<std::uint32_t>(entry, 24, copy.checksum);
+    if (const std::error_code error = body.Append(entry)) return error;
+  }
+  return {};
+}
+
+std::error_code WriteBody(BodyWriter& body, BlockDevice& volume, const std::vector<SectorRun>& runs,
+                          const std::vector<CopiedRange>& copies,
+                          std::span<const std::uint8_t> proof) {
+  if (const std::error_code error = WriteRunTable(body, runs)) return error;
+  if (const std::error_code error = WriteChecksumTable(body, volume, runs)) return error;
+  for (const SectorRun& run : runs) {
+    if (const std::error_code error = body.Append(run.content)) return error;
+  }
+  if (const std::error_code error = WriteCopyTable(body, copies)) return error;
+  if (const std::error_code error = body.Append(proof)) return error;
+  return body.Finish();
+}
+
+// The first commit sets the dirty mark; a file system needs only a few sectors for that.
+constexpr std::size_t kMostMarks = kMostProofs / 2;
+
+}  // namespace
+
+RedoJournal::RedoJournal(BlockDevice& store, BlockDevice& volume)
+    : store_(store), volume_(volume) {}
+
+std::error_code RedoJournal::Begin(const VolumeIdentity& identity, std::vector<SectorRange> still) {
+  still_ = std::move(still);
+  // A record must never come to stand under an identity that it was not written for.
+  if (store_.Size() > kProofOffset) {
+    const std::vector<std::uint8_t> zeros(kBodyOffset - kProofOffset);
+    if (const std::error_code error = store_.Write(kProofOffset, zeros)) return error;
+    if (const std::error_code error = store_.Flush()) return error;
+  }
+  if (const std::error_code error = store_.Write(0, EncodeIdentity(identity))) return error;
+  return store_.Flush();
+}
+
+bool RedoJournal::StaysPut(std::uint64_t sector) const {
+  return std::any_of(still_.begin(), still_.end(), [sector](const SectorRange& range) {
+    return sector >= range.first && sector - range.first < range.count;
+  });
+}
+
+// What the volume will bear when the runs are on it.
+void RedoJournal::UpdateProof(const std::vector<SectorRun>& runs) {
+  std::map<std::uint64_t, std::uint32_t> fresh;
+  for (const SectorRun& run : runs) {
+    for (std::size_t at = 0; at < run.content.size(); at += kSector) {
+      const std::uint64_t sector = run.first_sector + at / kSector;
+      const bool known = marks_.contains(sector) || proof_.contains(sector);
+      if (!known && (fresh.size() >= kMostProofs || !StaysPut(sector))) continue;
+      const std::uint32_t checksum = Checksum(std::span(run.content).subspan(at, kSector));
+      if (const auto mark = marks_.find(sector); mark != marks_.end()) {
+        mark->second = checksum;
+      } else if (sequence_ == 1 && marks_.size() < kMostMarks) {
+        marks_.emplace(sector, checksum);
+      } else {
+        fresh.emplace(sector, checksum);
+      }
+    }
+  }
+  // What is older stays as far as there is room.
+  fresh.merge(proof_);
+  proof_ = std::move(fresh);
+  while (proof_.size() + marks_.size() > kMostProofs) proof_.erase(std::prev(proof_.end()));
+}
+
+std::array<std::uint8_t, kSector> RedoJournal::ProofSector() const {
+  Proof proof{sequence_, proof_};
+  proof.sectors.insert(marks_.begin(), marks_.end());
+  return EncodeProof(proof);
+}
+
+std::error_code RedoJournal::Record(const std::vector<SectorRun>& runs,
+                                    const std::vector<CopiedRange>& copies) try {
+  RecordHeader header;
+  header.sequence = ++sequence_;
+  header.runs = runs.size();
+  header.copies = copies.size();
+  for (const SectorRun& run : runs) header.sectors += run.content.size() / kSector;
+
+  UpdateProof(runs);
+  BodyWriter body(store_);
+  if (const std::error_code error = WriteBody(body, volume_, runs, copies, ProofSector())) {
+    return error;
+  }
+  header.body_checksum = body.BodyChecksum();
+  // Header and body may reach the store in any order: it counts only when both checksums agree.
+  if (const std::error_code error = store_.Write(kRecordOffset, EncodeRecordHeader(header))) {
+    return error;
+  }
+  return store_.Flush();
+} catch (const std::bad_alloc&) {
+  return std::make_error_code(std::errc::not_enough_memory);
+}
+
+std::error_code RedoJournal::Settle() {
+  if (const std::error_code error = store_.Write(kProofOffset, ProofSector())) return error;
+  return store_.Flush();
+}
+
+}  // namespace vornalux

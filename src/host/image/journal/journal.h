@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "host/image/device/block_device.h"
+#include "host/image/journal/volume_identity.h"
+
+namespace vornalux {
+
+// Sectors that must become durable together.
+struct SectorRun {
+  std::uint64_t first_sector = 0;     // of 512 bytes
+  std::vector<std::uint8_t> content;  // a multiple of 512
+};
+
+// File data that was copied before the commit that makes it count. All numbers are sectors of 512
+// bytes.
+struct CopiedRange {
+  static constexpr std::uint64_t kNoSource = ~std::uint64_t{0};
+
+  std::uint64_t from = kNoSource;  // where the same content lies until the commit after this one
+  std::uint64_t to = 0;
+  std::uint64_t sectors = 0;
+  std::uint32_t checksum = 0;  // of the content
+};
+
+// A range of sectors.
+struct SectorRange {
+  std::uint64_t first = 0;
+  std::uint64_t count = 0;
+};
+
+enum class JournalState {
+  Empty,     // nothing of ours has reached the volume
+  Idle,      // a run was interrupted between commits: only the dirty flag is left to restore
+  Pending,   // a run was interrupted inside a commit, which can be finished
+  Replayed,  // a run was interrupted inside a commit, which has now been finished
+  Unclear,   // nothing of it is on this volume, though perhaps on another one that is just like it
+  Foreign,   // belongs to another volume, or is no journal of ours
+  Conflict,  // the volume is not as the interrupted run left it
+};
+
+struct JournalFinding {
+  JournalState state = JournalState::Empty;
+  std::string detail;     // what and where, for the user
+  std::error_code error;  // an I/O error while looking; state is then meaningless
+};
+
+// A redo journal in a file beside the volume. While it exists with a valid header, a run of ours is
+// working on the volume or was interrupted on it. That the volume is the one, and in the state,
+// that the run left is proved by the volume's own content: by the sectors that the last commits
+// wrote, the dirty mark among them, and by the file data that was copied for the commit in
+// progress.
+class RedoJournal {
+ public:
+  // store grows by writing and is not owned; volume is the device that Record() refers to.
+  RedoJournal(BlockDevice& store, BlockDevice& volume);
+
+  // Looks at what an earlier run left, and changes nothing.
+  JournalFinding Judge(const VolumeIdentity& identity);
+
+  // The same, and finishes the commit that is pending: Replayed in place of Pending.
+  JournalFinding Recover(const VolumeIdentity& identity);
+
+  // Writes and flushes the header: from here on an interruption is known as ours. still: where file
+  // data never comes to lie, so that only commits change it; proofs are taken from there.
+  std::error_code Begin(const VolumeIdentity& identity, std::vector<SectorRange> still = {});
+
+  // Goes on with a journal that Recover() found Idle or Replayed.
+  std::error_code Continue();
+
+  // Writes the runs, in ascending order without overlap, with the checksums of what they replace,
+  // and flushes. From here on the commit will happen, whatever comes between. copies: the data that
+  // the commit relies on, which is durable and apart from the runs.
+  std::error_code Record(const std::vector<SectorRun>& runs,
+                         const std::vector<CopiedRange>& copies = {});
+
+  // The recorded runs are durable on the volume: the record has done its work, durably.
+  std::error_code Settle();
+
+ private:
+  void UpdateProof(const std::vector<SectorRun>& runs);
+  // What the journal says once the present commit is done.
+  std::array<std::uint8_t, 512> ProofSector() const;
+  bool StaysPut(std::uint64_t sector) const;
+
+  BlockDevice& store_;
+  BlockDevice& volume_;
+  std::uint64_t sequence_ = 0;
+  std::vector<SectorRange> still_;
+  // Checksums of sectors as the last commit left them: those of the first commit, which sets the
+  // dirty mark, stay among them.
+  std::map<std::uint64_t, std::uint32_t> marks_;
+  std::map<std::uint64_t, std::uint32_t> proof_;
+};
+
+}  // namespace vornalux

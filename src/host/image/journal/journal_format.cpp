@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/image/journal/journal_format.h"
+
+#include <zlib.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+
+#include "host/image/device/little_endian.h"
+
+namespace vornalux::journal_format {
+namespace {
+
+constexpr std::string_view kStoreMagic = "VXJOURNL";
+constexpr std::string_view kRecordMagic = "VXRECORD";
+constexpr std::string_view kProofMagic = "VXPROOF1";
+constexpr std::uint32_t kVersion = 2;
+constexpr std::size_t kDeviceAt = 64;
+constexpr std::size_t kPlaceAt = kDeviceAt + kLongestDevice;
+constexpr std::size_t kProofsAt = 24;
+constexpr std::size_t kProofBytes = 12;
+constexpr std::size_t kChecksumAt = kSector - 4;
+static_assert(kProofsAt + kMostProofs * kProofBytes <= kChecksumAt);
+static_assert(kPlaceAt + kLongestPlace <= kChecksumAt);
+
+void Seal(HeaderSector& sector, std::string_view magic) {
+  std::memcpy(sector.data(), magic.data(), magic.size());
+  StoreLittle<std::uint32_t>(sector, kChecksumAt, Checksum(std::span(sector).first(kChecksumAt)));
+}
+
+bool Sealed(const HeaderSector& sector, std::string_view magic) {
+  return std::memcmp(sector.data(), magic.data(), magic.size()) == 0 &&
+         LoadLittle<std::uint32_t>(sector, kChecksumAt) ==
+             Checksum(std::span(sector).first(kChecksumAt));
+}
+
+// A length and, elsewhere, so many bytes of text.
+void StoreText(HeaderSector& sector, std::size_t length_at, std::size_t text_at,
+               std::size_t longest, const std::string& text) {
+  const std::size_t length = std::min(text.size(), longest);
+  StoreLittle<std::uint64_t>(sector, length_at, length);
+  std::memcpy(sector.data() + text_at, text.data(), length);
+}
+
+bool LoadText(const HeaderSector& sector, std::size_t length_at, std::size_t text_at,
+              std::size_t longest, std::string& text) {
+  const auto length = LoadLittle<std::uint64_t>(sector, length_at);
+  if (length > longest) return false;
+  text.assign(reinterpret_cast<const char*>(sector.data()) + text_at, length);
+  return true;
+}
+
+}  // namespace
+
+HeaderSector EncodeIdentity(const VolumeIdentity& identity) {
+  HeaderSector sector{};
+  StoreLittle<std::uint32_t>(sector, 8, kVersion);
+  std::memcpy(sector.data() + 16, identity.file_system.data(), identity.file_system.size());
+  StoreLittle<std::uint64_t>(sector, 24, identity.serial);
+  StoreLittle<std::uint64_t>(sector, 32, identity.volume_size);
+  StoreLittle<std::uint64_t>(sector, 40, identity.volume_offset);
+  StoreText(sector, 48, kDeviceAt, kLongestDevice, identity.device);
+  StoreText(sector, 56, kPlaceAt, kLongestPlace, identity.place);
+  Seal(sector, kStoreMagic);
+  return sector;
+}
+
+std::optional<VolumeIdentity> DecodeIdentity(const HeaderSector& sector) {
+  if (!Sealed(sector, kStoreMagic)) return std::nullopt;
+  if (LoadLittle<std::uint32_t>(sector, 8) != kVersion) return std::nullopt;
+  VolumeIdentity identity;
+  std::memcpy(identity.file_system.data(), sector.data() + 16, identity.file_system.size());
+  identity.serial = LoadLittle<std::uint64_t>(sector, 24);
+  identity.volume_size = LoadLittle<std::uint64_t>(sector, 32);
+  identity.volume_offset = LoadLittle<std::uint64_t>(sector, 40);
+  if (!LoadText(sector, 48, kDeviceAt, kLongestDevice, identity.device) ||
+      !LoadText(sector, 56, kPlaceAt, kLongestPlace, identity.place)) {
+    return std::nullopt;
+  }
+  return identity;
+}
+
+HeaderSector EncodeRecordHeader(const RecordHeader& header) {
+  HeaderSector sector{};
+  StoreLittle<std::uint64_t>(sector, 8, header.sequence);
+  StoreLittle<std::uint64_t>(sector, 16, header.runs);
+  StoreLittle<std::uint64_t>(sector, 24, header.sectors);
+  StoreLittle<std::uint32_t>(sector, 32, header.body_checksum);
+  StoreLittle<std::uint64_t>(sector, 40, header.copies);
+  Seal(sector, kRecordMagic);
+  return sector;
+}
+
+std::optional<RecordHeader> DecodeRecordHeader(const HeaderSector& sector) {
+  if (!Sealed(sector, kRecordMagic)) return std::nullopt;
+  RecordHeader header;
+  header.sequence = LoadLittle<std::uint64_t>(sector, 8);
+  header.runs = LoadLittle<std::uint64_t>(sector, 16);
+  header.sectors = LoadLittle<std::uint64_t>(sector, 24);
+  header.body_checksum = LoadLittle<std::uint32_t>(sector, 32);
+  header.copies = LoadLittle<std::uint64_t>(sector, 40);
+  return header;
+}
+
+HeaderSector EncodeProof(const Proof& proof) {
+  HeaderSector sector{};
+  StoreLittle<std::uint64_t>(sector, 8, proof.sequence);
+  StoreLittle<std::uint64_t>(sector, 16, proof.sectors.size());
+  std::size_t at = kProofsAt;
+  for (const auto& [number, checksum] : proof.sectors) {
+    StoreLittle<std::uint64_t>(sector, at, number);
+    StoreLittle<std::uint32_t>(sector, at + 8, checksum);
+    at += kProofBytes;
+  }
+  Seal(sector, kProofMagic);
+  return sector;
+}
+
+std::optional<Proof> DecodeProof(const HeaderSector& sector) {
+  if (!Sealed(sector, kProofMagic)) return std::nullopt;
+  Proof proof;
+  proof.sequence = LoadLittle<std::uint64_t>(sector, 8);
+  const auto count = LoadLittle<std::uint64_t>(sector, 16);
+  if (count > kMostProofs) return std::nullopt;
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t at = kProofsAt + i * kProofBytes;
+    proof.sectors[LoadLittle<std::uint64_t>(sector, at)] =
+        LoadLittle<std::uint32_t>(sector, at + 8);
+  }
+  return proof;
+}
+
+std::uint32_t Checksum(std::span<const std::uint8_t> bytes, std::uint32_t checksum) {
+  return static_cast<std::uint32_t>(::crc32_z(checksum, bytes.data(), bytes.size()));
+}
+
+}  // namespace vornalux::journal_format

@@ -1,0 +1,332 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/image/opening/image_source.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <string_view>
+
+#include "host/image/device/window_device.h"
+#include "host/image/drive/block_drive.h"
+#include "host/image/drive/device_identity.h"
+#include "host/image/drive/linux_drive_node.h"
+#include "host/image/journal/journal_format.h"
+#include "host/image/journal/scratch_journal.h"
+#include "host/image/opening/image_use.h"
+#include "host/image/opening/journal_file.h"
+#include "host/image/opening/partition_table.h"
+#include "host/image/opening/state_folder.h"
+
+namespace vornalux {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kJournalSuffix = ".vornalux-journal";
+constexpr const char* kSysfs = "/sys";
+
+std::string Text(int code) { return std::generic_category().message(code); }
+
+[[noreturn]] void Refuse(const std::string& path, const std::string& why) {
+  throw VolumeRefused(path + " " + why);
+}
+
+void RefuseWriteProtected(const std::string& path, const FileDevice& device) {
+  int read_only = 0;
+  if (!device.IsBlockDevice()) return;
+  if (::ioctl(device.Descriptor(), BLKROGET, &read_only) != 0 || read_only == 0) return;
+  Refuse(path, "is write-protected");
+}
+
+int OpenFile(const std::string& path, bool writable) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) Refuse(path, "cannot be opened: " + Text(errno));
+  if (S_ISDIR(status.st_mode)) {
+    Refuse(path, "is a folder; name an image file or a block device");
+  }
+  if (!S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode)) {
+    Refuse(path, "is neither a file nor a block device");
+  }
+  int flags = O_CLOEXEC | (writable ? O_RDWR : O_RDONLY);
+  // The kernel's own claim on a device that is mounted or part of a larger one.
+  if (writable && S_ISBLK(status.st_mode)) flags |= O_EXCL;
+  const int descriptor = ::open(path.c_str(), flags);
+  if (descriptor >= 0) return descriptor;
+  if (errno == EBUSY) {
+    Refuse(path, "is in use: mounted, or part of a RAID or a logical volume");
+  }
+  const int error = errno;
+  if (writable && S_ISBLK(status.st_mode)) {
+    std::unique_ptr<FileDevice> device;
+    const int reading = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (reading >= 0 && !FileDevice::Adopt(reading, false, device))
+      RefuseWriteProtected(path, *device);
+  }
+  Refuse(path, (writable ? "cannot be opened for writing: " : "cannot be opened: ") + Text(error));
+}
+
+// Of the open file, not of the process: it lasts as long as the descriptor, and the classic record
+// locks of other programs collide with it.
+void Lock(const std::string& path, int descriptor, bool writable) {
+  struct flock lock {};
+  lock.l_type = writable ? F_WRLCK : F_RDLCK;
+  lock.l_whence = SEEK_SET;
+  if (::fcntl(descriptor, F_OFD_SETLK, &lock) == 0) return;
+  if (errno == EAGAIN || errno == EACCES) {
+    Refuse(path, "is in use by another program or another run of this one");
+  }
+  // Some network file systems lock nothing; looking needs no lock.
+  if (writable) Refuse(path, "cannot be locked: " + Text(errno));
+}
+
+std::shared_ptr<FileDevice> OpenLocked(const std::string& path, bool writable) {
+  std::unique_ptr<FileDevice> device;
+  const std::error_code error = FileDevice::Adopt(OpenFile(path, writable), false, device);
+  if (error) Refuse(path, "cannot be opened: " + error.message());
+  Lock(path, device->Descriptor(), writable);
+  if (const auto use = FindUse(device->Descriptor())) Refuse(path, *use);
+  if (writable) RefuseWriteProtected(path, *device);
+  return device;
+}
+
+BootSector ReadBoot(const ImageSource& source, std::uint64_t offset) {
+  std::array<std::uint8_t, 512> sector;
+  const std::uint64_t size = source.file->Size();
+  if (offset > size || size - offset < sector.size()) return {};
+  if (const std::error_code error = source.file->Read(offset, sector)) {
+    Refuse(source.path,
+           "cannot be read at byte " + std::to_string(offset) + ": " + error.message());
+  }
+  return IdentifyBootSector(sector);
+}
+
+bool IsVolume(const BootSector& boot) {
+  return boot.kind == BootKind::Fat || boot.kind == BootKind::Ntfs;
+}
+
+struct Place {
+  std::uint64_t offset = 0;
+  std::uint64_t room = 0;  // bytes up to the end of the partition or the device
+};
+
+std::vector<Partition> Partitions(const ImageSource& source) try {
+  return ReadPartitions(*source.file, source.file->LogicalSectorSize());
+} catch (const VolumeRefused& refused) {
+  Refuse(source.path, std::string("has a partition table that cannot be used. ") + refused.what());
+}
+
+std::string List(const ImageSource& source, const std::vector<Partition>& partitions) {
+  std::string list;
+  for (const Partition& partition : partitions) {
+    const BootSector boot = ReadBoot(source, partition.offset);
+    list += "\n  " + std::to_string(partition.number) + "  " +
+            (boot.name.empty() ? "unknown" : boot.name) + ", " +
+            std::to_string(partition.length >> 20) + " MiB at byte " +
+            std::to_string(partition.offset);
+  }
+  return list;
+}
+
+Place NumberedPartition(const ImageSource& source, int number) {
+  const std::vector<Partition> partitions = Partitions(source);
+  if (partitions.empty()) Refuse(source.path, "has no partition table");
+  for (const Partition& partition : partitions) {
+    if (partition.number == number) return {partition.offset, partition.length};
+  }
+  Refuse(source.path,
+         "has no partition " + std::to_string(number) + ", only:" + List(source, partitions));
+}
+
+// The whole image when a volume starts it, else its only partition with a volume in it.
+Place OnlyVolume(const ImageSource& source) {
+  const Place whole{0, source.file->Size()};
+  if (ReadBoot(source, 0).kind != BootKind::None) return whole;
+  const std::vector<Partition> partitions = Partitions(source);
+  if (partitions.empty()) return whole;
+  std::vector<Partition> volumes;
+  std::copy_if(
+      partitions.begin(), partitions.end(), std::back_inserter(volumes),
+      [&](const Partition& partition) { return IsVolume(ReadBoot(source, partition.offset)); });
+  if (volumes.empty()) {
+    Refuse(source.path,
+           "is a disk without FAT or NTFS volume. Its partitions:" + List(source, partitions));
+  }
+  if (volumes.size() > 1) {
+    Refuse(source.path, "has several volumes; name one by --partition:" + List(source, volumes));
+  }
+  return {volumes.front().offset, volumes.front().length};
+}
+
+Place FindPlace(const ImageSource& source, const OpenOptions& options) {
+  if (options.offset && options.partition) {
+    Refuse(source.path, "can be opened at an offset or in a partition, not both at once");
+  }
+  if (options.partition) return NumberedPartition(source, *options.partition);
+  if (!options.offset) return OnlyVolume(source);
+  const std::uint64_t size = source.file->Size();
+  if (*options.offset >= size) {
+    Refuse(source.path, "has only " + std::to_string(size) + " bytes; offset " +
+                            std::to_string(*options.offset) + " lies past its end");
+  }
+  return {*options.offset, size - *options.offset};
+}
+
+// The window onto the volume is as large as the volume says, not as the room that it has.
+void Fit(ImageSource& source, Place place) {
+  const std::uint64_t size = source.file->Size();
+  place.room = place.offset < size ? std::min(place.room, size - place.offset) : 0;
+  source.offset = place.offset;
+  source.boot = ReadBoot(source, place.offset);
+  const std::string where = place.offset == 0 ? "" : " at byte " + std::to_string(place.offset);
+  if (source.boot.kind == BootKind::Other) {
+    Refuse(source.path, "holds a " + source.boot.name + where + ", which is not supported");
+  }
+  if (source.boot.kind == BootKind::None) {
+    Refuse(source.path, "holds no FAT or NTFS volume" + where);
+  }
+  if (source.boot.volume_size > place.room) {
+    Refuse(source.path, "is truncated: the " + source.boot.name + " volume" + where + " has " +
+                            std::to_string(source.boot.volume_size) + " bytes, of which only " +
+                            std::to_string(place.room) + " are there");
+  }
+  source.length = source.boot.volume_size;
+  if (place.room - source.length >= source.boot.backup_size) {
+    source.length += source.boot.backup_size;
+  }
+}
+
+// What is free space of this volume could be full of another partition's files.
+void RefuseOverlap(const ImageSource& source) {
+  for (const Partition& other : Partitions(source)) {
+    if (other.offset == source.offset || other.offset >= source.offset + source.length ||
+        other.offset + other.length <= source.offset) {
+      continue;
+    }
+    Refuse(source.path, "cannot be worked on: the volume at byte " + std::to_string(source.offset) +
+                            " and partition " + std::to_string(other.number) +
+                            " lie on the same sectors; mend the partition table");
+  }
+}
+
+// As sysfs has it, "8:1"; empty for a file.
+std::string DeviceNumber(const FileDevice& file) {
+  struct stat status {};
+  if (!file.IsBlockDevice() || ::fstat(file.Descriptor(), &status) != 0) return {};
+  return std::to_string(major(status.st_rdev)) + ":" + std::to_string(minor(status.st_rdev));
+}
+
+// The number of a file is used again once it has gone; its time of birth is not.
+std::string FilePlace(int descriptor) {
+  struct statx status {};
+  if (::statx(descriptor, "", AT_EMPTY_PATH, STATX_INO | STATX_BTIME, &status) != 0) return {};
+  if ((status.stx_mask & STATX_BTIME) == 0) return {};
+  return "file " + std::to_string(status.stx_ino) + " born " +
+         std::to_string(status.stx_btime.tv_sec) + "." + std::to_string(status.stx_btime.tv_nsec);
+}
+
+VolumeIdentity Identity(const ImageSource& source) {
+  VolumeIdentity identity;
+  source.boot.name.copy(identity.file_system.data(), identity.file_system.size());
+  identity.serial = source.boot.serial;
+  identity.volume_size = source.length;
+  identity.volume_offset = source.offset;
+  if (source.file->IsBlockDevice()) {
+    const DiskPlace place = OnWholeDisk(kSysfs, DeviceNumber(*source.file), source.offset);
+    identity.volume_offset = place.offset;
+    identity.device = DeviceIdentity(kSysfs, place).substr(0, journal_format::kLongestDevice);
+    identity.place = AttachedAs(kSysfs, place);
+  } else {
+    identity.place = FilePlace(source.file->Descriptor());
+  }
+  return identity;
+}
+
+// FNV-1a: short enough for a file name, and the same for ever.
+std::uint64_t Hash(std::string_view text) {
+  std::uint64_t hash = 0xCBF29CE484222325;
+  for (const char c : text) hash = (hash ^ static_cast<std::uint8_t>(c)) * 0x100000001B3;
+  return hash;
+}
+
+std::string Hex(std::uint64_t number) {
+  std::array<char, 17> digits{};
+  std::snprintf(digits.data(), digits.size(), "%016llx", static_cast<unsigned long long>(number));
+  return digits.data();
+}
+
+// A block device's journal is found by what the device is, whatever its node is called today.
+std::string JournalPath(const ImageSource& source) {
+  const VolumeIdentity& identity = source.identity;
+  std::string path = source.path;
+  if (source.file->IsBlockDevice()) {
+    path = StateFolder() + "/" + Hex(identity.serial);
+    if (!identity.device.empty()) path += "-" + Hex(Hash(identity.device));
+  }
+  if (identity.volume_offset != 0) path += "+" + std::to_string(identity.volume_offset);
+  return path + kJournalSuffix;
+}
+
+// The most that a commit puts into it, or the volume with all its sectors.
+std::uint64_t JournalRoom(const ImageSource& source) {
+  constexpr std::uint64_t kMost = std::uint64_t{20} << 20;
+  constexpr std::uint64_t kFrame = std::uint64_t{64} << 10;
+  return std::min(kMost, source.length + source.length / 16 + kFrame);
+}
+
+}  // namespace
+
+ImageSource LocateVolume(const std::string& path, const OpenOptions& options, bool writable) {
+  ImageSource source;
+  std::error_code error;
+  const fs::path resolved = fs::canonical(path, error);
+  source.path = error ? path : resolved.string();
+  source.file = OpenLocked(source.path, writable);
+  Fit(source, FindPlace(source, options));
+  if (options.writable && !options.offset && source.offset != 0) RefuseOverlap(source);
+  source.identity = Identity(source);
+  source.journal_path = JournalPath(source);
+  return source;
+}
+
+VolumeStore MakeStore(const ImageSource& source) {
+  VolumeStore store;
+  const std::shared_ptr<BlockDevice> disk =
+      source.scratch ? std::shared_ptr<BlockDevice>(source.scratch) : source.file;
+  store.device = std::make_unique<WindowDevice>(disk, source.offset, source.length);
+  if (source.file->IsBlockDevice()) {
+    // Keeps the device open for as long as somebody asks.
+    store.drive = std::make_unique<BlockDrive>(std::make_unique<LinuxDriveNode>(
+        source.file->Descriptor(), [file = source.file]() mutable { file.reset(); }));
+  }
+  store.identity = source.identity;
+  return store;
+}
+
+std::unique_ptr<JournalHome> MakeJournal(const ImageSource& source) {
+  if (source.scratch) return std::make_unique<ScratchJournalHome>();
+  if (source.file->IsBlockDevice()) {
+    const std::string why = PrepareStateFolder(StateFolder());
+    if (!why.empty()) {
+      Refuse(source.path, "cannot be worked on: its journal must be kept in " + StateFolder() +
+                              ", " + why + "; VORNALUX_STATE_DIR names another folder");
+    }
+  }
+  auto home = std::make_unique<FileJournalHome>(source.journal_path);
+  const std::string why = home->Make(JournalRoom(source));
+  if (!why.empty()) {
+    Refuse(source.path,
+           "cannot be worked on: its journal " + source.journal_path + " " + why + ".");
+  }
+  return home;
+}
+
+}  // namespace vornalux

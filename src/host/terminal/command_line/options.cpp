@@ -1,0 +1,299 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/terminal/command_line/options.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
+#include <ostream>
+#include <set>
+#include <string_view>
+
+#include "app/job_tail.h"
+#include "text/ascii_case.h"
+#include "text/windows_path.h"
+
+namespace vornalux {
+namespace {
+
+constexpr const char* kFooter = R"(
+IMAGE is a volume image, a block device, or a disk image with a partition. NTFS and FAT.
+The volume must not be mounted. One that is marked dirty, hibernated or has restore points is only
+looked at.
+FILE is opened before the run, written after it, and must not be a volume or a device of blocks.
+
+Exit codes:
+  0  done
+  1  failed; what failed is told
+  2  bad command line or job line; nothing was touched
+  3  volume refused; nothing was touched
+  4  stopped by the user; the volume is in order)";
+
+constexpr const char* kJobFooterBegin = R"(
+What follows "--" is the job line: one argument as it stands, several joined by blanks.
+  /drv C:        the volume            /dir "C:\dir"  this folder and below
+)";
+constexpr const char* kJobFooterEnd = R"(
+  /low /normal /high                   priority
+  /dbg /min /close /down /vssafe       as in a shortcut; /vssafe keeps moves aligned, but
+                                       outside Windows no restore point survives a move
+Examples:
+  vornalux job --volume C=disk.img -- /drv C: /d /low
+  vornalux job --volume C=disk.img --save-job "Nightly defrag" -- /drv C: /d /low)";
+
+// The line of the passes: their switches, then their names.
+std::string PassSwitches() {
+  std::string letters;
+  std::string names;
+  for (const PassRow& row : kPasses) {
+    letters += std::string(letters.empty() ? "/" : " /") + row.letter;
+    names += (names.empty() ? "" : ", ") + std::string(row.command);
+  }
+  constexpr std::size_t kColumn = 15;
+  letters.resize(std::max(letters.size() + 1, kColumn), ' ');
+  return "  " + letters + names;
+}
+
+// What CLI11 fills before it is looked at more closely.
+struct RawOptions {
+  std::string image;
+  std::string drive = "C";
+  std::vector<std::string> volumes;
+  std::string windows_folder;
+  std::string save_job;
+};
+
+bool ParseDrive(const std::string& text, char& letter) {
+  const bool colon = text.size() == 2 && text[1] == ':';
+  letter = text.size() == 1 || colon ? DriveLetter(text[0]) : '\0';
+  return letter != '\0';
+}
+
+// "Users\bob", "\Users/bob\" or "C:\Users\bob" as a folder below the root of the drive.
+std::string ParseDirectory(std::string text, char letter) {
+  std::replace(text.begin(), text.end(), '/', '\\');
+  if (text.size() >= 2 && text[1] == ':') {
+    if (DriveLetter(text[0]) != letter) {
+      throw CLI::ValidationError("--directory",
+                                 text + " is not on drive " + std::string(1, letter) + ":");
+    }
+    text.erase(0, 2);
+  }
+  return NormalFolder(text);
+}
+
+// "4096", "64K", "1M", "2GiB" as a number of bytes. The parser's own reading of numbers takes "-1"
+// and what is too large for the largest one.
+std::optional<std::uint64_t> ParseSize(std::string_view text) {
+  std::uint64_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc()) return std::nullopt;
+  std::string_view unit(rest, static_cast<std::size_t>(end - rest));
+  if (unit.empty()) return number;
+  const std::size_t power = std::string_view("KMGT").find(unit.front());
+  unit.remove_prefix(1);
+  if (power == std::string_view::npos || (!unit.empty() && unit != "iB")) return std::nullopt;
+  const std::size_t shift = 10 * (power + 1);
+  if (number > UINT64_MAX >> shift) return std::nullopt;
+  return number << shift;
+}
+
+const CLI::Validator kSize(
+    [](std::string& text) {
+      const std::optional<std::uint64_t> size = ParseSize(text);
+      if (!size) return text + " is no size";
+      text = std::to_string(*size);
+      return std::string();
+    },
+    "BYTES");
+
+const CLI::Validator kNumber(
+    [](std::string& text) {
+      const bool digits = text.find_first_not_of("0123456789") == std::string::npos;
+      return digits && ParseSize(text) ? std::string() : text + " is no number";
+    },
+    "");
+
+const CLI::Validator kFileName(
+    [](std::string& text) { return text.empty() ? std::string("needs a file") : std::string(); },
+    "");
+
+void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
+  CLI::Option* partition =
+      command.add_option("--partition", options.partition, "Partition of a disk image, from 1")
+          ->type_name("N")
+          ->check(CLI::PositiveNumber);
+  command.add_option("--offset", options.offset, "Where the volume starts, in bytes (1M is 1 MiB)")
+      ->transform(kSize)
+      ->excludes(partition);
+  command.add_option("--exclude", options.exclude,
+                     "Extensions that Defrag leaves alone: '*.iso; *.vhd'");
+  command.add_option("--windows-dir", raw.windows_folder,
+                     "The Windows folder (default: C:\\Windows where there is one; '' for none)");
+  command.add_flag(
+      "--vss-safe", options.vss_safe,
+      "Keep moves aligned, as on Windows; outside it no restore point survives a move");
+  command
+      .add_option("--debug-log", options.debug_log, "Write the debug log to FILE, or - for here")
+      ->type_name("FILE")
+      ->check(kFileName);
+  command.add_option("--seed", options.seed, "Seed of random choices")
+      ->type_name("N")
+      ->check(kNumber);
+  command.add_flag("--quiet", options.quiet, "No progress");
+  command.add_flag("--json", options.json, "Print the result as one JSON object");
+}
+
+void AddWorkOptions(CLI::App& command, Options& options) {
+  command.add_flag("--drop-restore-points", options.drop_restore_points,
+                   "Work on a volume with restore points, which are lost then");
+  command.add_flag("--dry-run", options.dry_run,
+                   "Find out what would happen; write nothing to the volume");
+}
+
+void AddPictureOptions(CLI::App& command, Options& options) {
+  command.add_option("--png", options.png, "Write the cluster map as a PNG image")
+      ->type_name("FILE")
+      ->check(kFileName);
+  command.add_option("--report", options.report, "Write a report as one web page")
+      ->type_name("FILE")
+      ->check(kFileName);
+}
+
+void AddVolumeOptions(CLI::App& command, Options& options, RawOptions& raw) {
+  command.add_option("IMAGE", raw.image, "What to work on")->required();
+  command.add_option("--drive", raw.drive, "The letter that the volume gets")
+      ->type_name("LETTER")
+      ->capture_default_str();
+  command.add_option("--directory", options.directory, "Only this folder and below")
+      ->type_name("DIR");
+  AddPictureOptions(command, options);
+  AddCommonOptions(command, options, raw);
+}
+
+void TakeVolumes(const RawOptions& raw, Options& options) {
+  if (options.command != Command::Job) {
+    VolumeArgument volume{.letter = 0, .image = raw.image};
+    if (!ParseDrive(raw.drive, volume.letter)) {
+      throw CLI::ValidationError("--drive", raw.drive + " is no drive letter");
+    }
+    options.directory = ParseDirectory(options.directory, volume.letter);
+    options.volumes = {std::move(volume)};
+    return;
+  }
+  std::set<char> letters;
+  for (const std::string& text : raw.volumes) {
+    VolumeArgument volume;
+    const std::size_t equals = text.find('=');
+    if (equals == std::string::npos || equals + 1 == text.size() ||
+        !ParseDrive(text.substr(0, equals), volume.letter)) {
+      throw CLI::ValidationError("--volume", text + " is not of the form C=IMAGE");
+    }
+    if (!letters.insert(volume.letter).second) {
+      throw CLI::ValidationError("--volume",
+                                 std::string(1, volume.letter) + ": is given more than once");
+    }
+    volume.image = text.substr(equals + 1);
+    options.volumes.push_back(std::move(volume));
+  }
+  if (options.volumes.size() > 1 && (options.partition || options.offset)) {
+    throw CLI::ValidationError("--partition, --offset", "only with a single --volume");
+  }
+}
+
+void CheckTogether(const Options& options) {
+  if (options.json && options.debug_log == "-") {
+    throw CLI::ValidationError("--json, --debug-log -", "both want standard output");
+  }
+  if (options.windows_folder && !options.windows_folder->empty() &&
+      (options.windows_folder->size() < 4 ||
+       DriveOfRoot(options.windows_folder->substr(0, 3)) == 0)) {
+    throw CLI::ValidationError("--windows-dir",
+                               *options.windows_folder + " is no full path such as C:\\Windows");
+  }
+}
+
+}  // namespace
+
+std::string JoinJobTail(const std::vector<std::string>& arguments) {
+  if (arguments.size() == 1) return arguments.front();
+  std::string tail;
+  bool folder = false;  // the argument names one
+  for (const std::string& argument : arguments) {
+    if (&argument != &arguments.front()) tail += ' ';
+    const bool path = folder && !argument.starts_with('/') && !argument.starts_with('-');
+    const bool quote = argument.find(' ') != std::string::npos || path;
+    tail += quote && !argument.starts_with('"') ? '"' + argument + '"' : argument;
+    folder = EqualIgnoringAsciiCase(argument, "/dir") || EqualIgnoringAsciiCase(argument, "-dir");
+  }
+  return tail;
+}
+
+std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, Options& options,
+                                     std::ostream& out, std::ostream& err) {
+  RawOptions raw;
+  CLI::App app("Defragments and optimizes NTFS and FAT volumes.", "vornalux");
+  app.require_subcommand(1);
+  app.set_version_flag("--version", "vornalux " VORNALUX_VERSION);
+  app.footer(kFooter);
+  app.get_formatter()->column_width(28);
+
+  const auto add = [&](const char* name, const char* help, Command value) {
+    CLI::App* command = app.add_subcommand(name, help);
+    command->footer(kFooter);
+    command->parse_complete_callback([&options, value] { options.command = value; });
+    return command;
+  };
+  CLI::App* analyze = add("analyze", "Look at a volume, change nothing", Command::Analyze);
+  AddVolumeOptions(*analyze, options, raw);
+  analyze->add_flag("--list", options.list, "List the fragmented files");
+  analyze->add_flag("--classes", options.classes, "Sort files into classes as Optimize does");
+  CLI::App* map = add("map", "Draw the cluster map, change nothing", Command::Map);
+  AddVolumeOptions(*map, options, raw);
+  map->get_option("--png")->required();
+  for (const PassRow& row : kPasses) {
+    CLI::App* command = add(row.command, row.purpose, Command::Pass);
+    command->parse_complete_callback([&options, pass = row.pass] {
+      options.command = Command::Pass;
+      options.pass = pass;
+    });
+    AddVolumeOptions(*command, options, raw);
+    AddWorkOptions(*command, options);
+  }
+  CLI::App* job = add("job", "Carry out a job line", Command::Job);
+  job->footer(kJobFooterBegin + PassSwitches() + kJobFooterEnd + "\n" + kFooter);
+  job->add_option("--volume", raw.volumes, "A volume under a drive letter; may be repeated")
+      ->type_name("C=IMAGE")
+      ->allow_extra_args(false)
+      ->required();
+  job->add_option("--save-job", raw.save_job,
+                  "Save the job on the desktop under this name; do not run it")
+      ->type_name("NAME");
+  AddCommonOptions(*job, options, raw);
+  AddWorkOptions(*job, options);
+
+  // A job line is no business of the parser's: it would take it apart.
+  const bool is_job = !arguments.empty() && arguments.front() == "job";
+  const auto dashes =
+      is_job ? std::find(arguments.begin(), arguments.end(), "--") : arguments.end();
+  std::vector<std::string> reversed(std::make_reverse_iterator(dashes), arguments.rend());
+  try {
+    app.parse(std::move(reversed));
+    if (is_job && dashes == arguments.end()) {
+      throw CLI::RequiredError("A job line after \"--\"");
+    }
+    TakeVolumes(raw, options);
+    for (const CLI::App* command : app.get_subcommands()) {
+      if (command->count("--windows-dir") != 0) options.windows_folder = raw.windows_folder;
+    }
+    CheckTogether(options);
+  } catch (const CLI::ParseError& error) {
+    const bool asked_for = app.exit(error, out, err) == static_cast<int>(CLI::ExitCodes::Success);
+    return asked_for ? ExitCode::Done : ExitCode::Usage;
+  }
+  if (job->count("--save-job") != 0) options.save_job = raw.save_job;
+  if (is_job) options.job_tail = JoinJobTail({dashes + 1, arguments.end()});
+  return std::nullopt;
+}
+
+}  // namespace vornalux

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/pass_table.h"
+#include "host/terminal/command_line/exit_code.h"
+
+namespace vornalux {
+
+enum class Command { Analyze, Map, Pass, Job };
+
+// Commands that open their volume for reading only.
+inline bool OnlyLooks(Command command) {
+  return command == Command::Analyze || command == Command::Map;
+}
+
+struct VolumeArgument {
+  char letter = 'C';
+  std::string image;  // volume image, block device, or disk image with a partition
+};
+
+// What the command line asks for.
+struct Options {
+  Command command = Command::Analyze;
+  Pass pass = Pass::Defrag;             // which one, where the command is Pass
+  std::vector<VolumeArgument> volumes;  // exactly one, except for a job
+  std::optional<int> partition;
+  std::optional<std::uint64_t> offset;        // bytes
+  std::string directory;                      // below the root, "Users\bob"; empty: all
+  std::string exclude;                        // "*.iso; *.vhd"
+  std::optional<std::string> windows_folder;  // "C:\Windows"
+  bool vss_safe = false;
+  bool drop_restore_points = false;
+  bool dry_run = false;  // all as it would be, without a byte written
+  bool quiet = false;
+  bool json = false;
+  bool list = false;
+  bool classes = false;
+  std::string debug_log;  // file, "-" for standard output, empty for none
+  std::string png;        // file for the cluster map, empty for none
+  std::string report;     // file for the report as a web page, empty for none
+  std::uint64_t seed = 0;
+  std::string job_tail;
+  std::optional<std::string> save_job;  // the name of a launcher to be written instead
+};
+
+// Fills options. A code is the program's end: help or version were asked for and printed to out,
+// or the line makes no sense and err says why.
+std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, Options& options,
+                                     std::ostream& out, std::ostream& err);
+
+// The job line that arguments stand for: a single one as it stands; several joined by a blank, in
+// double quotes where they hold one or name a folder, whose own quotes the shell has taken.
+std::string JoinJobTail(const std::vector<std::string>& arguments);
+
+}  // namespace vornalux

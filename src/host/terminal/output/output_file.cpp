@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/terminal/output/output_file.h"
+
+#include <fcntl.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "host/image/opening/image_use.h"
+
+namespace vornalux {
+namespace {
+
+constexpr mode_t kFileMode = 0666;
+
+// Other devices take what is written as commands, or as their memory.
+bool TakesAnyBytes(int descriptor, const struct stat& status) {
+  if (!S_ISCHR(status.st_mode)) return true;
+  constexpr unsigned kMemoryDevices = 1;
+  constexpr unsigned kNull = 3;
+  constexpr unsigned kZero = 5;
+  constexpr unsigned kFull = 7;
+  const unsigned number = minor(status.st_rdev);
+  return ::isatty(descriptor) != 0 || (major(status.st_rdev) == kMemoryDevices &&
+                                       (number == kNull || number == kZero || number == kFull));
+}
+
+std::string Reason(int code) { return std::generic_category().message(code); }
+
+}  // namespace
+
+bool SameFile(const struct stat& a, const struct stat& b) {
+  if (S_ISBLK(a.st_mode) && S_ISBLK(b.st_mode)) return a.st_rdev == b.st_rdev;
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+int WriteAll(int descriptor, std::string_view data) {
+  while (!data.empty()) {
+    const ssize_t written = ::write(descriptor, data.data(), data.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return errno;
+    // Nothing taken and no reason given: as a full disk would.
+    if (written == 0) return ENOSPC;
+    data.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return 0;
+}
+
+OutputFile::~OutputFile() {
+  if (descriptor_ < 0) return;
+  struct stat now {};
+  if (!started_ && !created_.empty() && ::lstat(created_.c_str(), &now) == 0 &&
+      SameFile(now, status_)) {
+    ::unlink(created_.c_str());
+  }
+  ::close(descriptor_);
+}
+
+void OutputFile::Refuse(const std::string& why) const { throw OutputRefused(name_ + " " + why); }
+
+void OutputFile::Open(const std::string& option, const std::string& path) {
+  name_ = option + " " + path;
+  // Looked at before it is opened: opening alone can do things to a device.
+  struct stat before {};
+  if (::stat(path.c_str(), &before) == 0) {
+    if (S_ISBLK(before.st_mode)) Refuse("is a block device: what it holds would be lost.");
+    if (S_ISDIR(before.st_mode)) Refuse("is a folder.");
+  }
+  OpenDescriptor(path);
+  if (descriptor_ < 0) Refuse("cannot be written: " + Reason(errno));
+  if (::fstat(descriptor_, &status_) != 0) Refuse("cannot be written: " + Reason(errno));
+  if (S_ISBLK(status_.st_mode)) Refuse("is a block device: what it holds would be lost.");
+  if (!TakesAnyBytes(descriptor_, status_)) Refuse("is a device that is no terminal.");
+  if (!S_ISREG(status_.st_mode)) return;
+  if (const auto use = FindUse(descriptor_)) Refuse(*use + ".");
+}
+
+void OutputFile::Lock() const {
+  if (!S_ISREG(status_.st_mode)) return;
+  // Also what keeps another run from taking the file for a volume meanwhile.
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  if (::fcntl(descriptor_, F_OFD_SETLK, &lock) != 0 && (errno == EAGAIN || errno == EACCES)) {
+    Refuse("is in use by another program or another run of this one.");
+  }
+}
+
+void OutputFile::OpenDescriptor(const std::string& path) {
+  constexpr int kFlags = O_WRONLY | O_CLOEXEC | O_NOCTTY;
+  descriptor_ = ::open(path.c_str(), kFlags);
+  if (descriptor_ >= 0 || errno != ENOENT) return;
+  descriptor_ = ::open(path.c_str(), kFlags | O_CREAT, kFileMode);
+  if (descriptor_ < 0) return;
+  // The file that a link led to, when the path is one.
+  std::error_code error;
+  created_ = std::filesystem::canonical(path, error).string();
+}
+
+int OutputFile::Start() {
+  started_ = true;
+  if (!S_ISREG(status_.st_mode)) return 0;
+  return ::ftruncate(descriptor_, 0) == 0 ? 0 : errno;
+}
+
+int OutputFile::Append(std::string_view text) { return WriteAll(descriptor_, text); }
+
+int OutputFile::Replace(std::span<const char> content) {
+  if (const int code = Start()) return code;
+  if (const int code = Append({content.data(), content.size()})) return code;
+  // Some file systems say only now that there was no room.
+  return ::close(std::exchange(descriptor_, -1)) == 0 ? 0 : errno;
+}
+
+}  // namespace vornalux

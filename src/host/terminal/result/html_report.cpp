@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/terminal/result/html_report.h"
+
+#include <algorithm>
+#include <cstdint>
+
+#include "host/terminal/display/display_text.h"
+
+namespace vornalux {
+namespace {
+
+constexpr std::size_t kMostRows = 2000;
+
+constexpr const char* kStyle = R"(
+:root { color-scheme: light dark; --ink: #1d2630; --paper: #ffffff; --line: #d7dde3; --dim: #5d6975; }
+@media (prefers-color-scheme: dark) {
+  :root { --ink: #d2dce5; --paper: #0f1520; --line: #2b3644; --dim: #8f9cab; }
+}
+body { font: 15px/1.5 system-ui, sans-serif; color: var(--ink); background: var(--paper);
+       max-width: 60rem; margin: 2rem auto; padding: 0 1rem; }
+h1 { font-size: 1.6rem; margin: 0; } h2 { font-size: 1.15rem; margin: 2rem 0 .5rem; }
+p.sub { color: var(--dim); margin: .2rem 0 1.5rem; }
+img { max-width: 100%; display: block; margin: .3rem 0 1rem; image-rendering: pixelated; }
+table { border-collapse: collapse; width: 100%; }
+th, td { text-align: left; padding: .25rem .6rem; border-bottom: 1px solid var(--line);
+         overflow-wrap: anywhere; }
+th.n, td.n { text-align: right; font-variant-numeric: tabular-nums; white-space: nowrap; }
+figcaption { color: var(--dim); } figure { margin: 0; }
+)";
+
+std::string Text(const std::string& text) {
+  std::string out;
+  for (const char c : PrintableText(text, Charset::Utf8)) {
+    switch (c) {
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      default:
+        out += c;
+    }
+  }
+  return out;
+}
+
+std::string Base64(const std::vector<std::uint8_t>& bytes) {
+  static constexpr char kDigits[] =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  for (std::size_t i = 0; i < bytes.size(); i += 3) {
+    const std::size_t count = std::min<std::size_t>(3, bytes.size() - i);
+    std::uint32_t group = 0;
+    for (std::size_t k = 0; k < 3; ++k) group = group << 8 | (k < count ? bytes[i + k] : 0u);
+    for (std::size_t k = 0; k < 4; ++k) {
+      out += k <= count ? kDigits[group >> (18 - 6 * k) & 63] : '=';
+    }
+  }
+  return out;
+}
+
+std::string Row(const std::string& label, const std::string& first, const std::string& second,
+                bool two_columns) {
+  return "<tr><td>" + label + "</td><td class=n>" + first + "</td>" +
+         (two_columns ? "<td class=n>" + second + "</td>" : "") + "</tr>\n";
+}
+
+// What the volume's geometry means for a pass, in clusters.
+std::string ConstantRows(const ReportContent& report, bool both) {
+  struct Constant {
+    const char* label;
+    std::int64_t AnalysisFigures::*first;
+    std::int64_t AnalysisFigures::*end = nullptr;  // of a range
+  };
+  constexpr Constant kConstants[] = {
+      {"Clusters", &AnalysisFigures::total_clusters},
+      {"Sectors per cluster", &AnalysisFigures::sectors_per_cluster},
+      {"Front kept for system files, up to cluster", &AnalysisFigures::reserved_front},
+      {"Files are packed up to cluster", &AnalysisFigures::optimize_area},
+      {"MFT zone, clusters", &AnalysisFigures::mft_zone_start, &AnalysisFigures::mft_zone_end}};
+  std::string rows;
+  for (const Constant& constant : kConstants) {
+    const auto text = [&constant](const std::optional<AnalysisFigures>& figures) {
+      if (!figures) return std::string("&ndash;");
+      const std::string first = std::to_string((*figures).*constant.first);
+      if (constant.end == nullptr) return first;
+      return first + " &ndash; " + std::to_string((*figures).*constant.end);
+    };
+    rows += Row(constant.label, text(report.before), text(report.after), both);
+  }
+  return rows;
+}
+
+std::string FigureTable(const ReportContent& report) {
+  const bool both = report.moved.has_value();
+  std::string html = "<table><tr><th></th><th class=n>";
+  html += both ? "before</th><th class=n>after</th></tr>\n" : "</th></tr>\n";
+  for (const FigureRow& row : FigureRows()) {
+    if (row.of_classes && !(report.before && HasClasses(*report.before))) continue;
+    const auto number = [&row](const std::optional<AnalysisFigures>& figures) {
+      return figures ? std::to_string((*figures).*row.figure) : std::string("&ndash;");
+    };
+    html += Row(row.label, number(report.before), number(report.after), both);
+  }
+  return html + ConstantRows(report, both) + "</table>\n";
+}
+
+std::string Map(const char* caption, const MapColumns& columns, const Legend& legend) {
+  if (columns.empty()) return "";
+  return std::string("<figure><figcaption>") + caption +
+         "</figcaption><img alt=\"Cluster map\" src=\"data:image/png;base64," +
+         Base64(EncodePng(DrawMapWithLegend(columns, legend))) + "\"></figure>\n";
+}
+
+std::string More(std::size_t total) {
+  if (total <= kMostRows) return "";
+  return "<p class=sub>and " + std::to_string(total - kMostRows) + " more</p>\n";
+}
+
+std::string FragmentedTable(const std::vector<FragmentedFile>& files) {
+  if (files.empty()) return "<p>None.</p>\n";
+  std::string html = "<table><tr><th>File</th><th class=n>Extents</th></tr>\n";
+  for (std::size_t i = 0; i < std::min(files.size(), kMostRows); ++i) {
+    html += Row(Text(files[i].path), Text(files[i].extents), "", false);
+  }
+  return html + "</table>\n" + More(files.size());
+}
+
+template <typename Failure>
+std::string FailureTable(const std::vector<Failure>& failures) {
+  std::string html = "<table><tr><th>File</th><th>Why</th></tr>\n";
+  for (std::size_t i = 0; i < std::min(failures.size(), kMostRows); ++i) {
+    html += "<tr><td>" + Text(failures[i].path) + "</td><td>" + Text(ReasonText(failures[i])) +
+            "</td></tr>\n";
+  }
+  return html + "</table>\n" + More(failures.size());
+}
+
+}  // namespace
+
+std::string ToHtml(const ReportContent& report) {
+  const VolumeDescription& volume = report.volume;
+  const std::string title =
+      report.action + " of " + volume.drive + (volume.label.empty() ? "" : " " + volume.label);
+  std::string html =
+      "<!DOCTYPE html>\n<html lang=en>\n<meta charset=utf-8>\n"
+      "<meta name=viewport content=\"width=device-width\">\n<title>" +
+      Text(title) + "</title>\n<style>" + kStyle + "</style>\n<h1>" + Text(title) +
+      "</h1>\n<p class=sub>" + Text(volume.image) + " &middot; " + Text(volume.file_system) +
+      " &middot; clusters of " + std::to_string(volume.cluster_bytes) + " bytes";
+  if (report.dry_run) html += " &middot; dry run: nothing was written to the volume";
+  if (report.stopped) html += " &middot; stopped before the end";
+  html += "</p>\n";
+  for (const std::string& objection : volume.objections) {
+    html += "<p>Only looked at: a pass would refuse it: " + Text(objection) + "</p>\n";
+  }
+  for (const std::string& remark : report.remarks) html += "<p>" + Text(remark) + "</p>\n";
+  html += "<h2>Map</h2>\n";
+  html += Map(report.moved ? "Before" : "Now", report.map_before, report.legend);
+  html += Map("After", report.map_after, report.legend);
+  html += "<h2>Figures</h2>\n" + FigureTable(report);
+  if (report.moved) {
+    html += "<p>" + std::to_string(report.moved->moves) + " moves, " +
+            std::to_string(report.moved->clusters_moved) + " clusters moved, " +
+            std::to_string(report.moved->refused) + " refused.</p>\n";
+  }
+  html += std::string("<h2>") + (report.moved ? "Still fragmented" : "Fragmented files") +
+          "</h2>\n" + FragmentedTable(report.fragmented);
+  if (report.moved) {
+    html += "<h2>Left where it was</h2>\n";
+    html += report.moved->failures.empty() ? "<p>Nothing: every move found its place.</p>\n"
+                                           : FailureTable(report.moved->failures);
+  }
+  if (!report.unreadable.empty()) {
+    html += "<h2>Could not be read</h2>\n" + FailureTable(report.unreadable);
+  }
+  return html + "</html>\n";
+}
+
+}  // namespace vornalux

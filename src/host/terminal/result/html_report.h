@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/terminal/picture/map_image.h"
+#include "host/terminal/result/results.h"
+
+namespace vornalux {
+
+// What a report tells. Parts that a command has no answer to stay empty.
+struct ReportContent {
+  std::string action;  // "Defrag"
+  VolumeDescription volume;
+  std::optional<AnalysisFigures> before;
+  std::optional<AnalysisFigures> after;
+  MapColumns map_before;
+  MapColumns map_after;
+  Legend legend;
+  std::vector<FragmentedFile> fragmented;  // that are left
+  std::optional<MoveStatistics> moved;
+  std::vector<std::string> remarks;  // what was done besides moving
+  std::vector<ReadFailure> unreadable;
+  bool stopped = false;
+  bool dry_run = false;
+};
+
+// One self-contained page.
+std::string ToHtml(const ReportContent& report);
+
+}  // namespace vornalux

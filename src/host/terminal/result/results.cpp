@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/terminal/result/results.h"
+
+#include <algorithm>
+#include <array>
+
+#include "host/image/ntfs/snapshot_catalog.h"
+
+namespace vornalux {
+namespace {
+
+constexpr std::array kFigureRows = {
+    FigureRow{"Files", &AnalysisFigures::total_files},
+    FigureRow{"Folders", &AnalysisFigures::total_dirs},
+    FigureRow{"Fragmented", &AnalysisFigures::fragmented},
+    FigureRow{"Fragments", &AnalysisFigures::fragments},
+    FigureRow{"Most fragments of one", &AnalysisFigures::max_per_file},
+    FigureRow{"Cannot be opened", &AnalysisFigures::locked_files},
+    FigureRow{"Free clusters", &AnalysisFigures::free_clusters},
+    FigureRow{"To move out of the way", &AnalysisFigures::move_out_files, true},
+    FigureRow{"To pack together", &AnalysisFigures::optimize_files, true},
+    FigureRow{"Folders to place", &AnalysisFigures::dirs_to_move, true},
+    FigureRow{"Start-up files", &AnalysisFigures::prefetch_files, true},
+};
+
+}  // namespace
+
+std::span<const FigureRow> FigureRows() { return kFigureRows; }
+
+bool HasClasses(const AnalysisFigures& figures) {
+  return std::any_of(kFigureRows.begin(), kFigureRows.end(), [&](const FigureRow& row) {
+    return row.of_classes && figures.*row.figure != 0;
+  });
+}
+
+std::string ReasonText(const ReadFailure& failure) {
+  if (failure.byte) return "the disk failed at byte " + std::to_string(*failure.byte);
+  if (failure.code == error::kFileCorrupt) return "damaged";
+  return "error " + std::to_string(failure.code);
+}
+
+std::string ReasonText(const MoveFailure& failure) {
+  switch (failure.reason) {
+    case NotMoved::CannotOpen:
+      return "cannot be opened, error " + std::to_string(failure.code);
+    case NotMoved::NoGap:
+      return "no gap is large enough";
+    case NotMoved::Alignment:
+      return "no gap allows an aligned move";
+    case NotMoved::Refused:
+      if (failure.path.find(kSnapshotFileMark) != std::string::npos) {
+        return "keeps restore points, which refer to it by its place";
+      }
+      return "refused, error " + std::to_string(failure.code);
+  }
+  return "";
+}
+
+// A file may be tried in more than one step of a pass; once is enough to tell.
+VolumeDescription Describe(const std::string& image, char letter, const VolumeFacts& facts) {
+  return {.image = image,
+          .drive = {letter, ':'},
+          .file_system = facts.file_system,
+          .label = facts.label,
+          .cluster_bytes = std::int64_t{facts.bytes_per_sector} * facts.sectors_per_cluster,
+          .objections = {}};
+}
+
+// A hot disk is no reason to wait: nothing runs any more.
+std::int16_t ReadTemperature(Program& program) {
+  clsTemperatures probe(program.platform.devices, program.main_window.engine.volume.Target());
+  probe.QueryHDDTemperature();
+  return probe.Temperature();
+}
+
+AnalysisFigures CollectFigures(const Engine& engine) {
+  const VolumeConstants& constants = engine.geometry.constants;
+  const AnalysisSummary& summary = engine.analysis.summary;
+  return {.total_files = engine.table.TotalFiles,
+          .total_dirs = engine.table.TotalDirs,
+          .fragmented = summary.fragmented,
+          .fragments = summary.fragments,
+          .max_per_file = summary.max_per_file,
+          .move_out_files = engine.table.MoveOutFiles.count,
+          .optimize_files = engine.table.OptimizeFiles.count,
+          .dirs_to_move = engine.table.DirsToMove.count,
+          .prefetch_files = engine.table.PrefetchFiles.count,
+          .locked_files = engine.extents.LockedCount,
+          .total_clusters = constants.TotalClusters,
+          .free_clusters = constants.FreeClusters,
+          .sectors_per_cluster = constants.SectorsPerCluster,
+          .reserved_front = constants.ReservedFront,
+          .optimize_area = constants.OptimizeArea,
+          .mft_zone_start = constants.MftZoneStart,
+          .mft_zone_end = constants.MftZoneEnd};
+}
+
+std::vector<FragmentedFile> CollectFragmentedFiles(const Engine& engine) {
+  const FragmentLists& lists = engine.analysis.lists;
+  std::vector<FragmentedFile> files;
+  for (std::size_t i = 0; i < lists.FragNames.size(); ++i) {
+    if (lists.FragNames[i].empty()) continue;
+    files.push_back({.extents = lists.FragExtents[i], .path = lists.FragNames[i]});
+  }
+  return files;
+}
+
+}  // namespace vornalux

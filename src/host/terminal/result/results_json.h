@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <string>
+
+#include "host/terminal/result/results.h"
+
+namespace vornalux {
+
+// Results for other programs: one JSON object and a line break. Bytes of names that are no valid
+// UTF-8 become U+FFFD.
+std::string ToJson(const AnalysisResult& result);
+std::string ToJson(const PassResult& result);
+std::string ToJson(const JobResult& result);
+
+}  // namespace vornalux

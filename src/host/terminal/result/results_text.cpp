@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/terminal/result/results_text.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <set>
+#include <string_view>
+#include <utility>
+
+#include "host/terminal/display/quantity_text.h"
+
+namespace vornalux {
+namespace {
+
+constexpr std::size_t kLabelColumns = 24;
+constexpr std::size_t kNumberColumns = 14;
+constexpr std::ptrdiff_t kFailuresShown = 10;
+
+std::string Right(const std::string& text) {
+  return std::string(kNumberColumns - std::min(kNumberColumns, text.size()), ' ') + text;
+}
+
+std::string Left(std::string text) {
+  text.resize(std::max(kLabelColumns, text.size()), ' ');
+  return text;
+}
+
+std::string Header(const VolumeDescription& volume, const AnalysisFigures& figures,
+                   Charset charset) {
+  std::string text = "Volume " + volume.drive;
+  if (!volume.label.empty()) text += " " + PrintableText(volume.label, charset);
+  text += ", " + volume.file_system + ", " +
+          ByteText(figures.total_clusters * volume.cluster_bytes) + " in clusters of " +
+          ByteText(volume.cluster_bytes);
+  return text + "\n\n";
+}
+
+// The share that a number is best seen as; empty for most.
+std::string Share(const FigureRow& row, const AnalysisFigures& figures) {
+  if (row.figure == &AnalysisFigures::fragmented) {
+    return PercentText(figures.fragmented, figures.total_files + figures.total_dirs);
+  }
+  if (row.figure == &AnalysisFigures::free_clusters) {
+    return PercentText(figures.free_clusters, figures.total_clusters);
+  }
+  return "";
+}
+
+// Mostly zero, and then not worth a line.
+bool Shown(const FigureRow& row, const AnalysisFigures& figures) {
+  if (row.of_classes) return HasClasses(figures);
+  return row.figure != &AnalysisFigures::locked_files || figures.locked_files != 0;
+}
+
+void AddRow(std::string& text, const FigureRow& row, const AnalysisFigures& figures) {
+  if (!Shown(row, figures)) return;
+  const std::string share = Share(row, figures);
+  text += "  " + Left(row.label) + Right(Grouped(figures.*row.figure)) +
+          (share.empty() ? "" : "   " + share) + "\n";
+}
+
+void AddRow(std::string& text, const FigureRow& row, const AnalysisFigures& before,
+            const std::optional<AnalysisFigures>& after) {
+  if (!Shown(row, before) && !(after && Shown(row, *after))) return;
+  text += "  " + Left(row.label) + Right(Grouped(before.*row.figure)) +
+          Right(after ? Grouped((*after).*row.figure) : "-") + "\n";
+}
+
+std::string Failures(const std::vector<MoveFailure>& failures, Charset charset) {
+  std::string lines;
+  // Paths may be long, and there may be as many as there are files.
+  std::set<std::pair<std::string_view, std::string>> told;
+  for (const MoveFailure& failure : failures) {
+    const std::string reason = ReasonText(failure);
+    if (!told.emplace(failure.path, reason).second || std::ssize(told) > kFailuresShown) continue;
+    lines += "    " + PrintableText(failure.path, charset) + "  (" + reason + ")\n";
+  }
+  if (told.empty()) return "";
+  if (std::ssize(told) > kFailuresShown) {
+    lines += "    and " + Grouped(std::ssize(told) - kFailuresShown) + " more; --json lists all\n";
+  }
+  return "\n  Left where they were: " + Grouped(std::ssize(told)) + "\n" + lines;
+}
+
+// result is of a pass or of a job.
+template <typename Result>
+std::string Moves(const Result& result, const VolumeDescription& volume, bool stopped,
+                  Charset charset) {
+  const MoveStatistics& moved = result.moved;
+  std::string text = "  " + Grouped(moved.moves) + " moves, " +
+                     ByteText(moved.clusters_moved * volume.cluster_bytes) + " moved";
+  if (moved.refused > 0) text += ", " + Grouped(moved.refused) + " refused";
+  text += stopped ? "; stopped\n" : "\n";
+  if (result.dry_run) text += "  Dry run: nothing was written to the volume\n";
+  return text + Failures(moved.failures, charset);
+}
+
+}  // namespace
+
+std::string ToText(const std::vector<ReadFailure>& failures, bool all_are_listed) {
+  const std::ptrdiff_t shown = std::min(std::ssize(failures), kFailuresShown);
+  std::string text = Grouped(std::ssize(failures)) +
+                     (failures.size() == 1 ? " file or folder" : " files or folders") +
+                     " could not be read; figures and moves leave out what is missing:";
+  for (std::ptrdiff_t i = 0; i < shown; ++i) {
+    const ReadFailure& failure = failures[static_cast<std::size_t>(i)];
+    text += "\n  " + PrintableText(failure.path, Charset::Utf8) + "  (" + ReasonText(failure) + ")";
+  }
+  if (shown < std::ssize(failures)) {
+    text += "\n  and " + Grouped(std::ssize(failures) - shown) + " more";
+    text += all_are_listed ? "" : "; --json lists all";
+  }
+  return text;
+}
+
+std::string ToText(const AnalysisResult& result, Charset charset) {
+  std::string text = Header(result.volume, result.figures, charset);
+  for (const FigureRow& row : FigureRows()) AddRow(text, row, result.figures);
+  if (result.temperature != 0) {
+    const std::string degrees = TemperatureText(result.temperature, " ");
+    text += "\n  " + result.volume.drive + " temp " + WithDegrees(degrees, charset) + "\n";
+  }
+  if (result.list) {
+    text += "\n";
+    for (const FragmentedFile& file : *result.list) {
+      text += Right(file.extents) + "  " + PrintableText(file.path, charset) + "\n";
+    }
+  }
+  return text;
+}
+
+std::string ToText(const PassResult& result, Charset charset) {
+  if (!result.before) return "";
+  const AnalysisFigures& before = *result.before;
+  std::string text = Header(result.volume, before, charset);
+  text += "  " + Left("") + Right("before") + Right("after") + "\n";
+  for (const FigureRow& row : FigureRows()) AddRow(text, row, before, result.after);
+  return text + "\n" + Moves(result, result.volume, result.stopped, charset);
+}
+
+std::string ToText(const JobResult& result, Charset charset) {
+  if (!result.volume || !result.analysis) return "";
+  std::string text = Header(*result.volume, *result.analysis, charset);
+  for (const FigureRow& row : FigureRows()) AddRow(text, row, *result.analysis);
+  return text + "\n" +
+         Moves(result, *result.volume, result.outcome == JobOutcome::Stopped, charset);
+}
+
+}  // namespace vornalux

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <string>
+
+#include "host/terminal/command_line/exit_code.h"
+#include "host/terminal/command_line/options.h"
+#include "host/terminal/output/outputs.h"
+#include "host/terminal/user/terminal_desktop.h"
+
+namespace vornalux {
+
+// Why a job line that can be read cannot be carried out here.
+inline constexpr const char* kNoExplorerVerbs = "Explorer verbs exist on Windows only.";
+std::string NoSuchVolume(const std::string& drive);
+
+// Writes a launcher of the job that options describe onto the user's desktop, in place of one of
+// the same name, and prints its path. Makes the desktop's folder where there is none. What hinders
+// it is told; then nothing is written.
+ExitCode SaveJob(const Options& options, TerminalDesktop& desktop, StandardOutput& output);
+
+}  // namespace vornalux

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include "host/terminal/command_line/exit_code.h"
+#include "host/terminal/command_line/options.h"
+#include "host/terminal/output/outputs.h"
+#include "host/terminal/user/terminal_desktop.h"
+
+namespace vornalux {
+
+// Carries out what the command line asks for: results into the outputs, everything else through the
+// desktop.
+ExitCode RunCommand(const Options& options, TerminalDesktop& desktop, Charset charset,
+                    Outputs& outputs);
+
+}  // namespace vornalux

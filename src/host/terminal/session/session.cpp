@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/terminal/session/session.h"
+
+#include <system_error>
+#include <utility>
+
+#include "text/windows_path.h"
+
+namespace vornalux {
+namespace {
+
+// OpenImage() with the image named in every refusal.
+std::unique_ptr<MountedVolume> OpenNamed(const std::string& image, const OpenOptions& options,
+                                         OpenReport& report) try {
+  return OpenImage(image, options, report);
+} catch (const VolumeRefused& refused) {
+  const std::string why = refused.what();
+  if (why.find(image) != std::string::npos) throw;
+  throw VolumeRefused(image + ": " + why);
+}
+
+}  // namespace
+
+Session::Session(const Options& options, TerminalDesktop& desktop, Charset charset,
+                 Outputs& outputs)
+    : desktop_(desktop), dry_run_(options.dry_run), platform_(options.seed), debug_log_(charset) {
+  OpenVolumes(options);
+  platform_.SetWindowsFolder(options.windows_folder ? *options.windows_folder
+                                                    : platform_.FindWindowsFolder());
+  program_ = std::make_unique<Program>(platform_.With(desktop_));
+  desktop_.Bind(
+      program_->main_window,
+      {.cluster_bytes = [this] { return ClusterBytes(); },
+       .terminal_in_use = [this] { return program_->flags.DebugLog && debug_log_.OnTerminal(); }});
+  SetUpDebugLog(options, outputs);
+  program_->launcher.ExcludeTxt.text = options.exclude;
+  if (options.vss_safe) program_->launcher.VSS_LIVE.Click();
+}
+
+Session::~Session() { desktop_.Unbind(); }
+
+void Session::OpenVolumes(const Options& options) {
+  for (const VolumeArgument& argument : options.volumes) {
+    const OpenOptions open = {.writable = !OnlyLooks(options.command),
+                              .dry_run = options.dry_run,
+                              // A job checks the disk itself and says what it found.
+                              .allow_dirty = options.command == Command::Job,
+                              .drop_restore_points = options.drop_restore_points,
+                              .partition = options.partition,
+                              .offset = options.offset};
+    OpenReport report;
+    volumes_.push_back(OpenNamed(argument.image, open, report));
+    arguments_.push_back(argument);
+    platform_.Mount(argument.letter, *volumes_.back());
+    if (report.recovered) desktop_.Say(report.recovery);
+    for (const std::string& objection : report.objections) {
+      desktop_.Say(argument.image + " is only looked at: a pass would refuse it: " + objection);
+    }
+    objections_.push_back(std::move(report.objections));
+  }
+}
+
+void Session::SetUpDebugLog(const Options& options, Outputs& outputs) {
+  if (outputs.debug_log.IsOpen()) {
+    debug_log_.Use(outputs.debug_log);
+  } else if (options.json) {
+    // A job may switch the log on by itself; a JSON result keeps standard output to itself.
+    debug_log_.UseStandardError();
+  } else {
+    debug_log_.Use(outputs.standard);
+  }
+  debug_log_name_ = outputs.debug_log.IsOpen() ? outputs.debug_log.Name() : "The debug log";
+  if (!options.debug_log.empty()) program_->flags.DebugLog = True;
+  debug_log_.Watch(program_->debug_window.DBGTXT);
+}
+
+std::optional<VolumeDescription> Session::Volume(char letter) const {
+  for (std::size_t i = 0; i < volumes_.size(); ++i) {
+    if (arguments_[i].letter == letter) {
+      VolumeDescription volume = Describe(arguments_[i].image, letter, volumes_[i]->Facts());
+      volume.objections = objections_[i];
+      return volume;
+    }
+  }
+  return std::nullopt;
+}
+
+std::vector<std::string> Session::Remarks() const {
+  std::vector<std::string> all;
+  for (const auto& volume : volumes_) {
+    for (std::string& remark : volume->Remarks()) all.push_back(std::move(remark));
+  }
+  return all;
+}
+
+std::int64_t Session::ClusterBytes() const {
+  const std::string& drive = program_->main_window.engine.volume.Target().drive;
+  const auto volume = drive.empty() ? std::nullopt : Volume(DriveLetter(drive.front()));
+  return volume ? volume->cluster_bytes : 0;
+}
+
+bool Session::Close() {
+  bool good = true;
+  for (std::size_t i = 0; i < volumes_.size(); ++i) {
+    const ErrorCode code = volumes_[i]->Close();
+    for (const std::string& remark : volumes_[i]->Remarks()) {
+      desktop_.Say(arguments_[i].image + ": " + remark);
+    }
+    if (code == error::kSuccess) continue;
+    good = false;
+    if (!volumes_[i]->CouldBegin()) {
+      desktop_.Say(arguments_[i].image + ": nothing could be moved: its journal failed: " +
+                   platform_.ErrorText(code) + "\nNothing was touched.");
+      continue;
+    }
+    desktop_.Say(
+        arguments_[i].image +
+        ": the last changes could not be finished: " + platform_.ErrorText(code) + "\n" +
+        (dry_run_
+             ? "Nothing is lost: this was a dry run."
+             : "Nothing is lost: the journal is left in place. Run the program again to finish."));
+  }
+  if (const int code = debug_log_.Finish()) {
+    good = false;
+    desktop_.Say(debug_log_name_ +
+                 " could not be written completely: " + std::generic_category().message(code));
+  }
+  // Last: giving the terminal back waits for one that is halted.
+  desktop_.Unbind();
+  return good;
+}
+
+}  // namespace vornalux

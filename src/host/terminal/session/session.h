@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/program.h"
+#include "host/image/opening/image_file.h"
+#include "host/terminal/command_line/options.h"
+#include "host/terminal/output/debug_log.h"
+#include "host/terminal/output/outputs.h"
+#include "host/terminal/result/results.h"
+#include "host/terminal/session/terminal_platform.h"
+#include "host/terminal/user/terminal_desktop.h"
+
+namespace vornalux {
+
+// The volumes of one invocation under their drive letters, and the program that works on them.
+class Session {
+ public:
+  // Opens the volumes; throws VolumeRefused. Desktop and outputs outlive the session.
+  Session(const Options& options, TerminalDesktop& desktop, Charset charset, Outputs& outputs);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  Program& program() { return *program_; }
+  TerminalPlatform& platform() { return platform_; }
+  TerminalDesktop& desktop() { return desktop_; }
+  // The volume under a drive letter; nothing when there is none.
+  std::optional<VolumeDescription> Volume(char letter) const;
+
+  // What the work has done besides moving, to be told by the result.
+  std::vector<std::string> Remarks() const;
+
+  // Makes the work durable and leaves the volumes as clean as they were found. False when that or
+  // the debug log failed; the user has been told.
+  bool Close();
+
+ private:
+  std::int64_t ClusterBytes() const;  // of the volume at work; 0 for none
+  void OpenVolumes(const Options& options);
+  void SetUpDebugLog(const Options& options, Outputs& outputs);
+
+  TerminalDesktop& desktop_;
+  std::vector<VolumeArgument> arguments_;  // of the volumes, in the same order
+  std::vector<std::unique_ptr<MountedVolume>> volumes_;
+  std::vector<std::vector<std::string>> objections_;  // of each volume
+  bool dry_run_;
+  TerminalPlatform platform_;
+  DebugLogFile debug_log_;
+  std::string debug_log_name_;
+  std::unique_ptr<Program> program_;
+};
+
+}  // namespace vornalux

@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// Map images and reports: what they show, and that nothing from a volume can act in them.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "host/simulated/seeded_random.h"
+#include "host/terminal/output/debug_log.h"
+#include "host/terminal/picture/map_image.h"
+#include "host/terminal/result/html_report.h"
+#include "host/terminal/result/results_json.h"
+#include "host/terminal/result/results_text.h"
+#include "support/image_folder.h"
+#include "support/png_picture.h"
+#include "support/seed.h"
+
+namespace vornalux::test {
+namespace {
+
+TEST(MapImage, ShowsEveryColumnInItsColourAndTheLegend) {
+  // Colours that occur in no legend, so that each can be found again.
+  MapColumns columns;
+  for (Colour i = 0; i < 400; ++i) columns.push_back(0x123400 + i * 7);
+  Legend legend;
+  legend.density = {{map_colour::kFree, false, 0, "free"},
+                    {map_colour::kMftZone, true, map_colour::kMft, "MFT (area)"}};
+  legend.candidates = {{map_colour::kDefrag, false, 0, "defrag"}};
+  const Picture picture = ReadPng(EncodePng(DrawMapWithLegend(columns, legend)));
+  const std::vector<Colour>& pixels = picture.pixels;
+  ASSERT_GE(picture.width, 800u);
+  const auto first = std::find(pixels.begin(), pixels.end(), columns.front());
+  ASSERT_NE(first, pixels.end());
+  for (std::ptrdiff_t i = 0; i < std::ssize(columns); ++i) {
+    ASSERT_EQ(first[2 * i], columns[static_cast<std::size_t>(i)]) << "column " << i;
+  }
+  for (const Colour box :
+       {map_colour::kFree, map_colour::kMftZone, map_colour::kMft, map_colour::kDefrag}) {
+    EXPECT_GT(std::count(pixels.begin(), pixels.end(), box), 16) << std::hex << box;
+  }
+}
+
+// Names are what they like; each entry stays one line, and nothing on it steers a terminal.
+TEST(DebugLogFile, IsALineForEachEntryWhateverTheNames) {
+  ScratchFolder folder;
+  const std::uint64_t seed = TestSeed();
+  SCOPED_TRACE(SeedNote(seed));
+  SeededRandom random(seed);
+  constexpr int kEntries = 500;
+  {
+    OutputFile file;
+    file.Open("--debug-log", folder.Path("log"));
+    DebugLogFile log(Charset::Utf8);
+    LogBox box;
+    log.Use(file);
+    log.Watch(box);
+    for (int i = 0; i < kEntries; ++i) {
+      std::string name;
+      for (auto length = random() % 20; length > 0; --length) {
+        constexpr std::string_view kPieces[] = {"\r\n", "\n",       "\x1b[2J", "\x7f",
+                                                "\t",   "\xc2\x9b", "a",       "\xff"};
+        name += kPieces[random() % std::size(kPieces)];
+      }
+      box.Append("fragged: " + name + ", fragments: 2");
+      box.Append("\r\n");
+    }
+    EXPECT_EQ(log.Finish(), 0);
+  }
+  const Bytes log = folder.Get("log");
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), kEntries);
+  EXPECT_TRUE(std::none_of(log.begin(), log.end(), [](std::uint8_t byte) {
+    return (byte < ' ' && byte != '\n') || byte == 0x7F;
+  }));
+  const std::string text(log.begin(), log.end());
+  EXPECT_EQ(text.find("\xc2\x9b"), std::string::npos);
+}
+
+TEST(ResultsJson, TellWhatStayedAndWhy) {
+  PassResult result;
+  result.moved.failures = {{"C:\\a", NotMoved::CannotOpen, 32},
+                           {"C:\\b", NotMoved::NoGap, 0},
+                           {"C:\\c", NotMoved::Alignment, 0},
+                           {"C:\\d", NotMoved::Refused, 5}};
+  result.unreadable = {{"C:\\e", error::kGenFailure, 4096}, {"C:\\f", error::kFileCorrupt, {}}};
+  std::string json = ToJson(result);
+  std::erase_if(json, [](char c) { return c == ' ' || c == '\n'; });
+  EXPECT_NE(json.find(R"("not_moved":[{"path":"C:\\a","reason":"locked","code":32},)"
+                      R"({"path":"C:\\b","reason":"nogap"},{"path":"C:\\c","reason":"alignment"},)"
+                      R"({"path":"C:\\d","reason":"refused","code":5}])"),
+            std::string::npos)
+      << json;
+  EXPECT_NE(json.find(R"("unreadable":[{"path":"C:\\e","code":31,"byte":4096},)"
+                      R"({"path":"C:\\f","code":1392}])"),
+            std::string::npos)
+      << json;
+}
+
+TEST(ResultsText, TellTheFirstThatCouldNotBeReadAndCountTheRest) {
+  std::vector<ReadFailure> failures;
+  for (int i = 0; i < 12; ++i) failures.push_back({"C:\\\x1b" + std::to_string(i), 31, i * 512});
+  const std::string text = ToText(failures, false);
+  EXPECT_NE(text.find("12 files or folders"), std::string::npos) << text;
+  EXPECT_NE(text.find("9  (the disk failed at byte 4608)\n  and 2 more; --json"), std::string::npos)
+      << text;
+  EXPECT_EQ(text.find('\x1b'), std::string::npos);
+}
+
+TEST(Results, TheTemperatureIsToldWhereThereIsOne) {
+  AnalysisResult result;
+  result.volume.drive = "C:";
+  EXPECT_EQ(ToText(result, Charset::Utf8).find("temp"), std::string::npos);
+  EXPECT_EQ(ToJson(result).find("temperature"), std::string::npos);
+  result.temperature = 41;
+  EXPECT_NE(ToText(result, Charset::Utf8).find("\n  C: temp 41 \xC2\xB0\x43\n"), std::string::npos);
+  EXPECT_NE(ToText(result, Charset::Ascii).find("\n  C: temp 41 C\n"), std::string::npos);
+  EXPECT_NE(ToJson(result).find("\"temperature\": 41"), std::string::npos);
+}
+
+TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {
+  ReportContent report;
+  report.action = "Defragmentation";
+  report.volume.drive = "C:";
+  report.volume.label = "<b>\"&";
+  report.before = AnalysisFigures{.total_files = 4711};
+  report.moved.emplace();
+  report.moved->failures.push_back({"C:\\a<script>alert(1)</script>", NotMoved::Refused, 5});
+  report.unreadable.push_back({"C:\\<i>lost</i>", error::kFileCorrupt, {}});
+  report.fragmented.push_back({"12", "C:\\x\x1b[31m\xff.txt"});
+  report.map_before.assign(100, map_colour::kUsed);
+  const std::string html = ToHtml(report);
+
+  for (const char* absent : {"<script", "<b>", "http", "url(", "@import", "\x1b", "\xff"}) {
+    EXPECT_EQ(html.find(absent), std::string::npos) << absent;
+  }
+  for (const char* present : {"4711", "a&lt;script&gt;", "refused", "data:image/png;base64,iVBORw",
+                              "&lt;b&gt;&quot;&amp;", "Left where it was", "&lt;i&gt;lost"}) {
+    EXPECT_NE(html.find(present), std::string::npos) << present;
+  }
+}
+
+}  // namespace
+}  // namespace vornalux::test

@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The real program on real volumes: exit codes, results, the job line, and what is left behind when
+// it is stopped or killed.
+#include <signal.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "mkvolume/maker.h"
+#include "support/image_folder.h"
+#include "support/intact.h"
+#include "support/seed.h"
+#include "volumes/program/program_process.h"
+
+namespace vornalux::test {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr const char* kNtfs =
+    "ntfs size=32M files=400 folders=30 fragmented=60% fill=70% windows=1";
+constexpr const char* kFat32 = "fat32 size=64M cluster=512 files=300 fragmented=60% fill=60%";
+// So full that nearly every file is moved in pieces, each a line in the debug log.
+constexpr const char* kFull = "fat16 size=16M files=250 fragmented=100% pieces=8 fill=95%";
+
+class ProgramTest : public ImageFolder {
+ protected:
+  // Makes "disk.img" and remembers what it holds.
+  void Make(const std::string& recipe) {
+    const std::uint64_t seed = TestSeed();
+    recipe_ = recipe + " seed=" + std::to_string(seed);
+    image_ = Path("disk.img");
+    manifest_ = MakeVolume(recipe_, image_);
+    before_ = Get("disk.img");
+  }
+
+  void ExpectWhole() const {
+    SCOPED_TRACE(recipe_);
+    ExpectIntact(image_, manifest_);
+  }
+
+  // Of a whole volume's analysis, a folder's must give what lies below it, under another letter
+  // too.
+  void ExpectFolderAlone(const Json& whole) const {
+    std::set<std::string> below;
+    std::string folder;
+    for (const Json& file : whole["fragmented_files"]) {
+      const std::string path = file["path"].get<std::string>().substr(3);
+      if (folder.empty()) folder = path.substr(0, path.find('\\') + 1);
+      if (!folder.empty() && path.starts_with(folder)) below.insert("X:\\" + path);
+    }
+    ASSERT_FALSE(folder.empty()) << recipe_;
+    const ProgramEnd end =
+        RunProgram({"analyze", image_, "--json", "--list", "--drive", "X", "--directory", folder});
+    ASSERT_EQ(end.code, 0) << end.err;
+    const Json result = Json::parse(end.out);
+    EXPECT_LT(result["total_files"], whole["total_files"]);
+    std::set<std::string> found;
+    for (const Json& file : result["fragmented_files"]) found.insert(file["path"]);
+    EXPECT_EQ(found, below) << recipe_;
+  }
+
+  // Nothing lies beside the image that was not there before.
+  void ExpectNothingLeftBehind() const {
+    for (const auto& entry : std::filesystem::directory_iterator(Path(""))) {
+      EXPECT_EQ(entry.path().filename(), "disk.img");
+    }
+  }
+
+  std::string recipe_;
+  std::string image_;
+  Manifest manifest_;
+  Bytes before_;
+};
+
+const std::vector<std::string> kFigureKeys = {
+    "total_files",         "total_dirs",     "fragmented",     "fragments",
+    "max_per_file",        "move_out_files", "optimize_files", "dirs_to_move",
+    "prefetch_files",      "locked_files",   "total_clusters", "free_clusters",
+    "sectors_per_cluster", "reserved_front", "optimize_area",  "mft_zone"};
+
+void ExpectFigures(const Json& json) {
+  for (const std::string& key : kFigureKeys) EXPECT_TRUE(json.contains(key)) << key;
+}
+
+TEST_F(ProgramTest, ExitCodesSayWhatWentWrong) {
+  Make("fat16 size=16M files=20");
+  Put("text", Bytes(5000, 'x'));
+  Put("empty", {});
+  Bytes dirty = before_;
+  dirty[0x25] |= 1;  // the boot sector's mark
+  Put("dirty.img", dirty);
+  Put("short.img", Bytes(before_.begin(), before_.begin() + 70000));
+  const std::string dirty_volume = "C=" + Path("dirty.img");
+  const std::string volume = "C=" + image_;
+  struct Case {
+    Arguments arguments;
+    int code;
+    const char* says;
+  };
+  const Case kCases[] = {
+      {{"analyze", image_}, 0, ""},
+      {{"defrag", image_}, 0, ""},
+      {{"optimize", image_}, 0, ""},
+      {{"compact", image_}, 0, ""},
+      {{"analyze", Path("missing")}, 3, "No such file"},
+      {{"analyze", Path("text")}, 3, "no FAT or NTFS volume"},
+      {{"analyze", Path("empty")}, 3, "empty"},
+      {{"analyze", Path("short.img")}, 3, "short.img"},
+      {{"analyze", "/dev/null"}, 3, "/dev/null"},
+      {{"analyze", Path("")}, 3, ""},
+      {{"defrag", Path("dirty.img")}, 3, "dirty"},
+      {{"analyze", image_, "--partition", "2"}, 3, ""},
+      {{"analyze", image_, "--offset", "1T"}, 3, ""},
+      {{"analyze", image_, "--bad"}, 2, "--bad"},
+      {{"analyze", image_, "--directory", "no\\such"}, 2, "no\\such"},
+      {{"analyze", image_, "--debug-log", Path("no/such")}, 2, "no/such"},
+      {{"job", "--volume", volume, "--", "/drv C: /d"}, 0, ""},
+      {{"job", "--volume", volume, "--", "/drv C: /x"}, 2, "Invalid argument: /x"},
+      {{"job", "--volume", volume, "--", "/d"}, 2, "No drive specified."},
+      {{"job", "--volume", volume, "--", ""}, 2, "Invalid argument: "},
+      {{"job", "--volume", volume, "--", "/drv D: /d"}, 2, "D:"},
+      {{"job", "--volume", volume, "--", "/setshell"}, 2, "Explorer verbs"},
+      {{"job", "--volume", dirty_volume, "--", "/drv C: /d"}, 3, "dirty"},
+      {{"map", image_}, 2, "--png"},
+      {{"map", image_, "--png", Path("none/map.png")}, 2, "none/map.png"},
+      {{"map", image_, "--png", Path("a"), "--report", Path("b")}, 0, ""},
+  };
+  for (const Case& c : kCases) {
+    const ProgramEnd end = RunProgram(c.arguments);
+    const std::string line = ::testing::PrintToString(c.arguments);
+    EXPECT_EQ(end.code, c.code) << line << "\n" << end.err;
+    EXPECT_EQ(end.signal, 0) << line;
+    EXPECT_NE(end.err.find(c.says), std::string::npos) << line << "\n" << end.err;
+  }
+  EXPECT_GT(std::min(Get("a").size(), Get("b").size()), 100U);
+  EXPECT_EQ(Get("dirty.img"), dirty);
+  ExpectWhole();
+}
+
+TEST_F(ProgramTest, AResultThatCannotBeWrittenIsAFailure) {
+  Make("fat16 size=16M files=20");
+  const ProgramEnd end = RunProgramBehind(">/dev/full", {"analyze", image_});
+  EXPECT_EQ(end.code, 1);
+  EXPECT_NE(end.err.find("standard output"), std::string::npos) << end.err;
+}
+
+TEST_F(ProgramTest, AnalyzeChangesNothing) {
+  for (const char* recipe : {kNtfs, kFat32}) {
+    Make(recipe);
+    const ProgramEnd json = RunProgram({"analyze", image_, "--json", "--list"});
+    ASSERT_EQ(json.code, 0) << json.err;
+    const Json result = Json::parse(json.out);
+    ExpectFigures(result);
+    EXPECT_GT(result["fragmented"], 0);
+    EXPECT_EQ(result["fragmented_files"].size(), result["fragmented"]);
+    EXPECT_EQ(result["move_out_files"], 0) << "the Analyze button fills no classes";
+
+    const ProgramEnd classes = RunProgram({"analyze", image_, "--json", "--classes"});
+    EXPECT_GT(Json::parse(classes.out)["dirs_to_move"], 0);
+    const ProgramEnd text = RunProgram({"analyze", image_, "--list", "--quiet"});
+    EXPECT_NE(text.out.find("  C:\\"), std::string::npos);
+    EXPECT_EQ(text.err, "");
+    EXPECT_EQ(RunProgram({"map", image_, "--png", "/dev/null"}).out, "");
+    ExpectFolderAlone(result);
+    EXPECT_EQ(Get("disk.img"), before_) << recipe_;
+    ExpectNothingLeftBehind();
+    if (HasFailure()) return;
+  }
+}
+
+TEST_F(ProgramTest, DebugLogIsTheSameWhereverItGoes) {
+  Make("fat16 size=16M files=60 fragmented=80%");
+  const ProgramEnd shown = RunProgram({"analyze", image_, "--debug-log", "-"});
+  const ProgramEnd kept = RunProgram({"analyze", image_, "--debug-log", Path("log")});
+  EXPECT_EQ(kept.code, 0) << kept.err;
+  const Bytes log = Get("log");
+  const std::string text(log.begin(), log.end());
+  EXPECT_EQ(shown.out, text + kept.out);
+  EXPECT_EQ(text.find('\r'), std::string::npos);
+  EXPECT_NE(text.find("\nfragged: C:\\"), std::string::npos);
+}
+
+// The log is read a page at a time and its rest is many pages long: when the signal is sent, the
+// run cannot be over.
+TEST_F(ProgramTest, StoppedInTheMiddleTheVolumeIsInOrder) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    SCOPED_TRACE(number);
+    Make(kFull);
+    Program program({"job", "--volume", "C=" + image_, "--", "/drv C: /d /dbg"});
+    ASSERT_TRUE(program.ReadUntil("DFR:partial_mv"));
+    program.Signal(number);
+    const ProgramEnd end = program.Wait();
+    EXPECT_EQ(end.code, 4) << end.err;
+    EXPECT_NE(end.err.find("Stopped."), std::string::npos) << end.err;
+    EXPECT_NE(Get("disk.img"), before_);
+    ExpectWhole();
+    ExpectNothingLeftBehind();
+    if (HasFailure()) return;
+  }
+}
+
+}  // namespace
+}  // namespace vornalux::test
