@@ -51,9 +51,9 @@ class PictureBox : public Control {
     if (x < 0 || x >= width()) return;
     const auto column = static_cast<std::int32_t>(x);
     columns_[static_cast<std::size_t>(x)] = colour;
-    drawn_ = drawn_.Empty() ? ColumnRange{column, column + 1}
-                                : ColumnRange{std::min(drawn_.first, column),
-                                              std::max(drawn_.end, column + 1)};
+    drawn_ = drawn_.Empty()
+                 ? ColumnRange{column, column + 1}
+                 : ColumnRange{std::min(drawn_.first, column), std::max(drawn_.end, column + 1)};
   }
   void Refresh() {
     const ColumnRange drawn = std::exchange(drawn_, {});
