@@ -52,8 +52,9 @@ void ClusterMap::PaintRange(std::int64_t first, std::int64_t last, std::int64_t 
   last = LastVisible(last);
   // A drawing inside this one that was of another width has painted the rest, and with other steps.
   const std::int64_t scale = ClustersPerColumn;
-  for (std::int64_t c = first; c <= last && ClustersPerColumn == scale; c += step) {
+  for (std::int64_t c = first; c <= last; c += step) {
     desktop_.DoEvents();
+    if (ClustersPerColumn != scale) return;
     teken_plaatje(c, colour);
     desktop_.DoEvents();
   }
