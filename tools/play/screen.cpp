@@ -27,6 +27,12 @@ LRESULT CALLBACK OnPosted(int code, WPARAM wparam, LPARAM lparam) {
   return CallNextHookEx(nullptr, code, wparam, lparam);
 }
 
+std::wstring KindOf(HWND window) {
+  wchar_t kind[64] = {};
+  GetClassNameW(window, kind, 63);
+  return kind;
+}
+
 }  // namespace
 
 Screen::Screen() : stirred_(CreateEventA(nullptr, FALSE, FALSE, nullptr)) {
@@ -41,21 +47,33 @@ void Screen::WatchThisThread() {
   SetWindowsHookExA(WH_GETMESSAGE, OnPosted, nullptr, thread_);
 }
 
-std::vector<HWND> Screen::Windows() const {
+std::vector<HWND> Screen::TopWindows() const {
   std::vector<HWND> windows;
   if (thread_ == 0) return windows;
   EnumThreadWindows(
       thread_,
       [](HWND window, LPARAM list) -> BOOL {
-        wchar_t kind[16] = {};
-        GetClassNameW(window, kind, 15);
-        if (std::wstring(kind) == L"#32770") {
-          reinterpret_cast<std::vector<HWND>*>(list)->push_back(window);
-        }
+        reinterpret_cast<std::vector<HWND>*>(list)->push_back(window);
         return TRUE;
       },
       reinterpret_cast<LPARAM>(&windows));
   return windows;
+}
+
+std::vector<HWND> Screen::Windows() const {
+  std::vector<HWND> windows = TopWindows();
+  std::erase_if(windows, [](HWND window) { return KindOf(window) != L"#32770"; });
+  return windows;
+}
+
+std::string Screen::Vetoes() const {
+  std::string vetoes;
+  for (const HWND window : TopWindows()) {
+    if (SendMessageW(window, WM_QUERYENDSESSION, 0, 0) == FALSE) {
+      vetoes += FromWide(KindOf(window)) + " \"" + Text(window) + "\";";
+    }
+  }
+  return vetoes;
 }
 
 HWND Screen::WindowWith(int control) const {

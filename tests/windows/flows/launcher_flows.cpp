@@ -5,6 +5,7 @@
 // After the header that it needs.
 #include <commctrl.h>
 
+#include <algorithm>
 #include <functional>
 #include <set>
 #include <string>
@@ -32,7 +33,11 @@ FLOW(ListsTheDrives, "", WithCheckLibrary) {
   EXPECT_FALSE(Screen::Shown(screen.Main()));
   EXPECT_EQ(SendMessageW(GetDlgItem(screen.Main(), IDC_PROGRESS), PBM_GETPOS, 0, 0), 4200)
       << "the checks came as far as 42%";
-  PostMessageW(launcher, WM_CLOSE, 0, 0);
+  EXPECT_EQ(SetErrorMode(0), UINT{SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX});
+  EXPECT_EQ(screen.Vetoes(), "");
+  SendMessageW(launcher, WM_ENDSESSION, FALSE, 0);
+  EXPECT_TRUE(Screen::Shown(launcher)) << "the session goes on";
+  SendNotifyMessageW(launcher, WM_ENDSESSION, TRUE, 0);
   EXPECT_EQ(session.End(), 0u);
 }
 
@@ -139,6 +144,12 @@ void EverythingFits(Session& session) {
   const HDC dc = GetDC(screen.Launcher());
   std::printf("%d dots per inch\n", GetDeviceCaps(dc, LOGPIXELSX));
   ReleaseDC(screen.Launcher(), dc);
+  SIZE size;
+  const std::vector<std::uint32_t> glyph = Screen::Picture(screen.Main(), IDC_REDRAW, size);
+  double ink = 0;
+  for (const std::uint32_t pixel : glyph) ink += pixel / static_cast<double>(0x004000);
+  EXPECT_NEAR(ink / static_cast<double>(glyph.size()), 0.3, 0.06) << "of the redraw glyph";
+  EXPECT_TRUE(std::equal(glyph.begin(), glyph.end(), glyph.rbegin())) << "two arrows, one turned";
   ForEachDialog(screen, [](HWND dialog) {
     RECT inside;
     GetClientRect(dialog, &inside);
@@ -186,9 +197,18 @@ FLOW(NothingNeedsAMouse, "", Alone) {
   session.Start();
   const Screen& screen = session.screen;
   screen.UntilShown("the launcher", &Screen::Launcher);
-  screen.Press(screen.Launcher(), IDC_MORE);
-  screen.Until("the options",
-               [&] { return Screen::Text(screen.Launcher(), IDC_MORE) == "More <<"; });
+  const HWND launcher = screen.Launcher();
+  screen.Choose(launcher, IDC_VOLUMES, 2);  // chooses among the options as well
+  screen.Until("drive D:", [&] {
+    return Screen::Text(launcher, IDC_SHORTCUT).ends_with("/drv D: /d /normal");
+  });
+  for (int id = IDC_JOB_FIRST; id <= IDC_JOB_LAST; ++id) {
+    EXPECT_FALSE(Screen::Shown(GetDlgItem(launcher, id))) << id;
+    EXPECT_FALSE(IsWindowEnabled(GetDlgItem(launcher, id))) << id << " takes its letter";
+  }
+  screen.Press(launcher, IDC_MORE);
+  screen.Until("the options", [&] { return Screen::Text(launcher, IDC_MORE) == "More <<"; });
+  EXPECT_FALSE(IsWindowEnabled(GetDlgItem(launcher, IDC_AFTER_CLOSE)));
   ForEachDialog(screen, [](HWND dialog) {
     std::set<HWND> stops, reached;
     for (HWND at = GetNextDlgTabItem(dialog, nullptr, FALSE);

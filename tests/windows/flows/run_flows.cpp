@@ -5,12 +5,15 @@
 // After the header that it needs.
 #include <shellapi.h>
 
+#include <algorithm>
+#include <array>
 #include <string>
 #include <vector>
 
 #include "app/program.h"
 #include "host/simulated/scripted_desktop.h"
 #include "host/windows/ui/resource.h"
+#include "play/import_patch.h"
 #include "windows/flows/flow.h"
 
 namespace vornalux::play {
@@ -81,6 +84,9 @@ FLOW(AnalyzeShowsNumbersAndMap, "", Alone) {
   const std::vector<std::string> rows = Screen::Rows(GetDlgItem(screen.Details(), IDC_LIST));
   EXPECT_GT(rows.size(), 50u);
   EXPECT_EQ(rows, portable.main_window.details.ListView1.rows());
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(IsDlgButtonChecked(screen.Details(), IDC_DETAIL_BUTTON + i), i == 0 ? 1u : 0u) << i;
+  }
   screen.Menu(IDM_EXIT);
   EXPECT_EQ(session.End(), 0u);
 }
@@ -104,7 +110,7 @@ FLOW(StopPausesAndStops, "", Alone) {
   SelectDrive(session, kD);
   const Screen& screen = session.screen;
   PostAtMove(session, 3, WM_COMMAND, IDM_STOP);
-  PostAtMove(session, 8, WM_CLOSE, 0);
+  PostAtMove(session, 8, WM_SYSCOMMAND, SC_CLOSE);
   PostAtMove(session, 12, WM_COMMAND, IDM_STOP);
   const CallLog& log = session.machine.Drives().Log();
 
@@ -222,15 +228,134 @@ FLOW(GoesToTheNotificationAreaAndBack, "", Alone) {
   EXPECT_FALSE(Screen::Shown(screen.Launcher()));
 }
 
-FLOW(EndOfTheSessionEndsARun, "", Alone) {
+// Told, and closed all the same, answered or not.
+void EndARun(Session& session, UINT message, WPARAM wparam) {
   SelectDrive(session, kC);
   const Screen& screen = session.screen;
-  PostAtMove(session, 5, WM_QUERYENDSESSION, 0);
+  SimulatedPlatform& drives = session.machine.Drives();
+  drives.Faults().BeforeMove({.path = {}, .nth = 3}, [&screen] {
+    EXPECT_EQ(screen.Vetoes(), "");
+    SendMessageW(screen.Main(), WM_ENDSESSION, FALSE, 0);
+  });
+  drives.Faults().BeforeMove({.path = {}, .nth = 6}, [&screen, message, wparam] {
+    for (const HWND window : screen.TopWindows()) PostMessageW(window, message, wparam, 0);
+  });
   screen.Menu(IDM_DEFRAG);
-  screen.Answer("Quit current operation first!");
+  screen.Until("the message", [&screen] {
+    return screen.Box() != nullptr &&
+           Screen::BoxText(screen.Box()) == "Quit current operation first!";
+  });
+  EXPECT_GE(drives.Log().Count(CallKind::MoveClusters), 5u) << "the session went on";
   EXPECT_EQ(session.End(), 0u);
-  EXPECT_LT(session.machine.Drives().Log().Count(CallKind::MoveClusters), 12u);
+  EXPECT_LT(drives.Log().Count(CallKind::MoveClusters), 12u);
   EXPECT_TRUE(session.machine.C().ContentIntact());
+}
+
+FLOW(EndOfTheSessionEndsARun, "", Alone) { EndARun(session, WM_ENDSESSION, TRUE); }
+FLOW(EndOfTheTaskEndsARun, "", Alone) { EndARun(session, WM_CLOSE, 0); }
+
+// Two screens side by side, the main one on the right.
+HMONITOR WINAPI MonitorAt(const RECT* place, DWORD) {
+  return reinterpret_cast<HMONITOR>(INT_PTR{place->left + place->right < 0 ? 1 : 2});
+}
+BOOL WINAPI TellMonitor(HMONITOR monitor, MONITORINFO* info) {
+  const LONG left = monitor == reinterpret_cast<HMONITOR>(INT_PTR{1}) ? -1600 : 0;
+  info->rcMonitor = info->rcWork = {left, 0, left + 1600, 900};
+  return TRUE;
+}
+
+FLOW(WindowsTakeEachOthersPlace, "", Alone) {
+  Patch("MonitorFromRect", MonitorAt);
+  Patch("GetMonitorInfoW", TellMonitor);
+  session.Start();
+  const Screen& screen = session.screen;
+  screen.UntilShown("the launcher", &Screen::Launcher);
+  RECT folded, least;
+  GetWindowRect(screen.Launcher(), &folded);
+  GetWindowRect(screen.Main(), &least);
+  const LONG width = std::max(folded.right - folded.left, least.right - least.left);
+  const LONG height = std::max(folded.bottom - folded.top, least.bottom - least.top);
+  const auto place = [](HWND window) {
+    RECT area;
+    GetWindowRect(window, &area);
+    return std::array<LONG, 4>{area.left, area.top, area.right - area.left, area.bottom - area.top};
+  };
+  const auto select = [&](LONG left, LONG top) {
+    SetWindowPos(screen.Launcher(), nullptr, left, top, 0, 0, SWP_NOSIZE | SWP_NOZORDER);
+    screen.Press(screen.Launcher(), IDC_SELECT);
+    screen.Until("the main window alone",
+                 [&] { return Screen::Shown(screen.Main()) && !Screen::Shown(screen.Launcher()); });
+    screen.UntilIdle();
+    return place(screen.Main());
+  };
+  const auto back = [&] {
+    screen.Menu(IDM_DRIVE);
+    screen.UntilShown("the launcher", &Screen::Launcher);
+    return place(screen.Launcher());
+  };
+  using Place = std::array<LONG, 4>;
+  EXPECT_EQ(select(-1500, 40), (Place{-1500, 40, width, height})) << "on the other screen";
+  SetWindowPos(screen.Main(), nullptr, -1400, 50, 900, 500, SWP_NOZORDER);
+  EXPECT_EQ(back(), (Place{-1400, 50, 900, 500}));
+  EXPECT_EQ(select(1590, 890), (Place{1600 - 900, 900 - 500, 900, 500})) << "kept on the screen";
+  SetWindowPos(screen.Main(), nullptr, 10, 10, 1, 1, SWP_NOZORDER);
+  EXPECT_EQ(back(), (Place{10, 10, width, height}));
+}
+
+FLOW(EachControlIsPaintedWhereItIs, "", Alone) {
+  SelectDrive(session, kC);
+  const Screen& screen = session.screen;
+  // On the program's own thread nothing is painted before this ends.
+  session.machine.Drives().Faults().BeforeMove({.path = {}, .nth = 3}, [&screen] {
+    const HWND main = screen.Main();
+    SetWindowPos(main, nullptr, 0, 0, 900, 400, SWP_NOMOVE | SWP_NOZORDER);
+    for (HWND child = GetWindow(main, GW_CHILD); child; child = GetWindow(child, GW_HWNDNEXT)) {
+      RECT all, stale;
+      GetClientRect(child, &all);
+      GetUpdateRect(child, &stale, FALSE);
+      EXPECT_TRUE(EqualRect(&all, &stale)) << GetDlgCtrlID(child);
+    }
+  });
+  screen.Run(IDM_DEFRAG);
+}
+
+FLOW(HiddenItCanBeReachedAllTheSame, "", Alone) {
+  SelectDrive(session, kC);
+  const Screen& screen = session.screen;
+  const UINT created = RegisterWindowMessageW(L"TaskbarCreated");
+  const std::vector<TrayCall>& tray = session.machine.tray;
+  const auto minimize = [&](bool area) {
+    session.machine.notification_area = area;
+    screen.Menu(IDM_MINIMIZE);
+    screen.Until("out of the way",
+                 [&] { return Screen::Shown(screen.Main()) ? IsIconic(screen.Main()) : area; });
+  };
+  minimize(true);
+  SendMessageW(screen.Launcher(), created, 0, 0);
+  ASSERT_EQ(tray.size(), 2u) << "Explorer has come anew";
+  EXPECT_EQ(tray[1].message, DWORD{NIM_ADD});
+  EXPECT_EQ(tray[1].tip, "Volume C:\\");
+  PostMessageW(screen.Launcher(), tray[1].callback, tray[1].id, WM_LBUTTONDOWN);
+  screen.UntilShown("the main window", &Screen::Main);
+  SendMessageW(screen.Launcher(), created, 0, 0);
+  EXPECT_EQ(tray.size(), 3u) << "no icon is wanted";
+
+  minimize(false);
+  SendMessageW(screen.Launcher(), created, 0, 0);
+  EXPECT_TRUE(Screen::Shown(screen.Main()) && IsIconic(screen.Main()));
+  ShowWindow(screen.Main(), SW_RESTORE);
+  const std::size_t asked = tray.size();
+  SendMessageW(screen.Launcher(), created, 0, 0);
+  EXPECT_EQ(tray.size(), asked) << "restored by the user";
+  EXPECT_FALSE(IsIconic(screen.Main()));
+
+  minimize(false);
+  session.machine.notification_area = true;
+  SendMessageW(screen.Launcher(), created, 0, 0);
+  EXPECT_FALSE(Screen::Shown(screen.Main())) << "the icon is there at last";
+  PostMessageW(screen.Launcher(), tray[1].callback, tray[1].id, WM_LBUTTONDOWN);
+  screen.Until("as it was",
+               [&] { return screen.Shown(screen.Main()) && !IsIconic(screen.Main()); });
 }
 
 }  // namespace
