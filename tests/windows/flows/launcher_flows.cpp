@@ -228,6 +228,20 @@ FLOW(NothingNeedsAMouse, "", Alone) {
           << Screen::Text(dialog) << " " << GetDlgCtrlID(child);
     }
   });
+  // Folded away under it, the keyboard is elsewhere.
+  SendMessageW(launcher, WM_NEXTDLGCTL,
+               reinterpret_cast<WPARAM>(GetDlgItem(launcher, IDC_ACTION_DEFRAG)), TRUE);
+  const auto focus = [&screen] {
+    GUITHREADINFO info = {};
+    info.cbSize = sizeof info;
+    GetGUIThreadInfo(screen.thread(), &info);
+    return GetDlgCtrlID(info.hwndFocus);
+  };
+  EXPECT_EQ(focus(), IDC_ACTION_DEFRAG);
+  screen.Press(launcher, IDC_MORE);
+  screen.Until("folded", [&] { return Screen::Text(launcher, IDC_MORE) == "More >>"; });
+  SendMessageW(launcher, WM_NULL, 0, 0);
+  EXPECT_TRUE(IsWindowVisible(GetDlgItem(launcher, focus()))) << focus();
 }
 
 FLOW(SaysWhatItIs, "", Alone) {

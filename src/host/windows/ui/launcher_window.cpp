@@ -113,9 +113,6 @@ void NativeLauncher::ShowState(int id, const Control& control) const {
 
 void NativeLauncher::Fold() {
   const bool open = launcher_.FrmJob.visible;
-  if (!open && IsJobOption(GetDlgCtrlID(GetFocus()))) {
-    SendMessageW(window(), WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(Item(IDC_MORE)), TRUE);
-  }
   for (int id = IDC_JOB_FIRST; id <= IDC_JOB_LAST; ++id) {
     if (Item(id) != nullptr) SetState(id, open, true);
   }

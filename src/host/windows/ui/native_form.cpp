@@ -210,8 +210,11 @@ void NativeForm::ShowState(int id, const Control& control) const {
   SetState(id, control.visible, control.enabled);
 }
 
-// What cannot be seen takes no key either.
+// What cannot be seen takes no key either, and keeps the keyboard from nobody.
 void NativeForm::SetState(int id, bool visible, bool enabled) const {
+  if (!(visible && enabled) && window_ != nullptr && GetFocus() == Item(id)) {
+    SendMessageW(window_, WM_NEXTDLGCTL, FALSE, FALSE);
+  }
   EnableWindow(Item(id), visible && enabled);
   ShowWindow(Item(id), visible ? SW_SHOWNA : SW_HIDE);
 }
