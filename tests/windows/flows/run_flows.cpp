@@ -2,7 +2,8 @@
 // Runs from the main window, by a user who watches.
 #include <windows.h>
 
-// After the header that it needs.
+// After the header that they need.
+#include <commctrl.h>
 #include <shellapi.h>
 
 #include <algorithm>
@@ -84,6 +85,12 @@ FLOW(AnalyzeShowsNumbersAndMap, "", Alone) {
   const std::vector<std::string> rows = Screen::Rows(GetDlgItem(screen.Details(), IDC_LIST));
   EXPECT_GT(rows.size(), 50u);
   EXPECT_EQ(rows, portable.main_window.details.ListView1.rows());
+  const HWND list = GetDlgItem(screen.Details(), IDC_LIST);
+  const HWND button = GetDlgItem(screen.Details(), IDC_DETAIL_BUTTON);
+  SendMessageW(list, LVM_DELETEALLITEMS, 0, 0);
+  SendMessageW(screen.Details(), WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(button), TRUE);
+  PostMessageW(button, WM_KEYDOWN, VK_RETURN, 1);
+  screen.Until("the same again", [&] { return Screen::Rows(list) == rows; });
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(IsDlgButtonChecked(screen.Details(), IDC_DETAIL_BUTTON + i), i == 0 ? 1u : 0u) << i;
   }
@@ -210,7 +217,7 @@ FLOW(GoesToTheNotificationAreaAndBack, "", Alone) {
   screen.Until("low priority",
                [] { return GetPriorityClass(GetCurrentProcess()) == IDLE_PRIORITY_CLASS; });
   ASSERT_EQ(session.machine.tray.size(), 1u);
-  const TrayCall& shown = session.machine.tray[0];
+  const TrayCall shown = session.machine.tray[0];
   EXPECT_EQ(shown.message, DWORD{NIM_ADD});
   EXPECT_EQ(shown.record_size, sizeof(void*) == 8 ? 104u : 88u);
   EXPECT_EQ(shown.id, 1u);
@@ -221,10 +228,17 @@ FLOW(GoesToTheNotificationAreaAndBack, "", Alone) {
   // The right button is nobody's.
   SendMessageW(screen.Launcher(), shown.callback, shown.id, WM_RBUTTONDOWN);
   EXPECT_FALSE(Screen::Shown(screen.Main()));
+  const UINT explorer = RegisterWindowMessageW(L"TaskbarCreated");
+  SendMessageW(screen.Launcher(), explorer, 0, 0);
+  ASSERT_EQ(session.machine.tray.size(), 2u) << "put back";
+  EXPECT_EQ(session.machine.tray[1].message, DWORD{NIM_ADD});
+  EXPECT_EQ(session.machine.tray[1].tip, "Volume C:\\");
   PostMessageW(screen.Launcher(), shown.callback, shown.id, WM_LBUTTONDOWN);
   screen.UntilShown("the main window", &Screen::Main);
-  screen.Until("the icon is gone", [&] { return session.machine.tray.size() == 2; });
-  EXPECT_EQ(session.machine.tray[1].message, DWORD{NIM_DELETE});
+  screen.Until("the icon is gone", [&] { return session.machine.tray.size() == 3; });
+  EXPECT_EQ(session.machine.tray[2].message, DWORD{NIM_DELETE});
+  SendMessageW(screen.Launcher(), explorer, 0, 0);
+  EXPECT_EQ(session.machine.tray.size(), 3u) << "none is wanted";
   EXPECT_FALSE(Screen::Shown(screen.Launcher()));
 }
 
@@ -270,16 +284,14 @@ FLOW(WindowsTakeEachOthersPlace, "", Alone) {
   session.Start();
   const Screen& screen = session.screen;
   screen.UntilShown("the launcher", &Screen::Launcher);
-  RECT folded, least;
-  GetWindowRect(screen.Launcher(), &folded);
-  GetWindowRect(screen.Main(), &least);
-  const LONG width = std::max(folded.right - folded.left, least.right - least.left);
-  const LONG height = std::max(folded.bottom - folded.top, least.bottom - least.top);
-  const auto place = [](HWND window) {
+  using Place = std::array<LONG, 4>;
+  const auto place = [](HWND window) -> Place {
     RECT area;
     GetWindowRect(window, &area);
-    return std::array<LONG, 4>{area.left, area.top, area.right - area.left, area.bottom - area.top};
+    return {area.left, area.top, area.right - area.left, area.bottom - area.top};
   };
+  const Place folded = place(screen.Launcher()), least = place(screen.Main());
+  const LONG width = std::max(folded[2], least[2]), height = std::max(folded[3], least[3]);
   const auto select = [&](LONG left, LONG top) {
     SetWindowPos(screen.Launcher(), nullptr, left, top, 0, 0, SWP_NOSIZE | SWP_NOZORDER);
     screen.Press(screen.Launcher(), IDC_SELECT);
@@ -293,7 +305,6 @@ FLOW(WindowsTakeEachOthersPlace, "", Alone) {
     screen.UntilShown("the launcher", &Screen::Launcher);
     return place(screen.Launcher());
   };
-  using Place = std::array<LONG, 4>;
   EXPECT_EQ(select(-1500, 40), (Place{-1500, 40, width, height})) << "on the other screen";
   SetWindowPos(screen.Main(), nullptr, -1400, 50, 900, 500, SWP_NOZORDER);
   EXPECT_EQ(back(), (Place{-1400, 50, 900, 500}));
@@ -319,43 +330,35 @@ FLOW(EachControlIsPaintedWhereItIs, "", Alone) {
   screen.Run(IDM_DEFRAG);
 }
 
-FLOW(HiddenItCanBeReachedAllTheSame, "", Alone) {
+FLOW(WithoutNotificationAreaItWaitsOnTheTaskbar, "", Alone) {
   SelectDrive(session, kC);
   const Screen& screen = session.screen;
-  const UINT created = RegisterWindowMessageW(L"TaskbarCreated");
   const std::vector<TrayCall>& tray = session.machine.tray;
-  const auto minimize = [&](bool area) {
-    session.machine.notification_area = area;
-    screen.Menu(IDM_MINIMIZE);
-    screen.Until("out of the way",
-                 [&] { return Screen::Shown(screen.Main()) ? IsIconic(screen.Main()) : area; });
+  const auto tell_of_explorer = [&screen] {
+    SendMessageW(screen.Launcher(), RegisterWindowMessageW(L"TaskbarCreated"), 0, 0);
   };
-  minimize(true);
-  SendMessageW(screen.Launcher(), created, 0, 0);
-  ASSERT_EQ(tray.size(), 2u) << "Explorer has come anew";
-  EXPECT_EQ(tray[1].message, DWORD{NIM_ADD});
-  EXPECT_EQ(tray[1].tip, "Volume C:\\");
-  PostMessageW(screen.Launcher(), tray[1].callback, tray[1].id, WM_LBUTTONDOWN);
-  screen.UntilShown("the main window", &Screen::Main);
-  SendMessageW(screen.Launcher(), created, 0, 0);
-  EXPECT_EQ(tray.size(), 3u) << "no icon is wanted";
-
-  minimize(false);
-  SendMessageW(screen.Launcher(), created, 0, 0);
-  EXPECT_TRUE(Screen::Shown(screen.Main()) && IsIconic(screen.Main()));
+  const auto minimize = [&] {
+    session.machine.notification_area = false;
+    screen.Menu(IDM_MINIMIZE);
+    screen.Until("on the taskbar",
+                 [&] { return IsIconic(screen.Main()) && Screen::Shown(screen.Main()); });
+  };
+  minimize();
+  tell_of_explorer();
+  EXPECT_TRUE(Screen::Shown(screen.Main()) && IsIconic(screen.Main())) << "still none";
   ShowWindow(screen.Main(), SW_RESTORE);
   const std::size_t asked = tray.size();
-  SendMessageW(screen.Launcher(), created, 0, 0);
+  tell_of_explorer();
   EXPECT_EQ(tray.size(), asked) << "restored by the user";
   EXPECT_FALSE(IsIconic(screen.Main()));
 
-  minimize(false);
+  minimize();
   session.machine.notification_area = true;
-  SendMessageW(screen.Launcher(), created, 0, 0);
+  tell_of_explorer();
   EXPECT_FALSE(Screen::Shown(screen.Main())) << "the icon is there at last";
-  PostMessageW(screen.Launcher(), tray[1].callback, tray[1].id, WM_LBUTTONDOWN);
+  PostMessageW(screen.Launcher(), tray[0].callback, tray[0].id, WM_LBUTTONDOWN);
   screen.Until("as it was",
-               [&] { return screen.Shown(screen.Main()) && !IsIconic(screen.Main()); });
+               [&] { return Screen::Shown(screen.Main()) && !IsIconic(screen.Main()); });
 }
 
 }  // namespace
