@@ -33,18 +33,17 @@ NOTIFYICONDATAA TrayRecord(HWND owner) {
 static_assert(NOTIFYICONDATAA_V1_SIZE == (sizeof(void*) == 8 ? 104 : 88));
 constexpr std::size_t kTipCharacters = 64;  // of that form
 
-// Boxes and questions of this thread; forms stay.
+// Boxes and questions are; forms stay.
+BOOL CALLBACK CloseIfBox(HWND window, LPARAM) {
+  constexpr ATOM kDialog = 0x8002;
+  if (GetClassWord(window, GCW_ATOM) == kDialog && !NativeForm::Owns(window)) {
+    PostMessageW(window, WM_CLOSE, 0, 0);
+  }
+  return TRUE;
+}
+
 void CALLBACK CloseBoxes(HWND, UINT, UINT_PTR, DWORD) {
-  EnumThreadWindows(
-      GetCurrentThreadId(),
-      [](HWND window, LPARAM) -> BOOL {
-        constexpr ATOM kDialog = 0x8002;
-        if (GetClassWord(window, GCW_ATOM) == kDialog && !NativeForm::Owns(window)) {
-          PostMessageW(window, WM_CLOSE, 0, 0);
-        }
-        return TRUE;
-      },
-      0);
+  EnumThreadWindows(GetCurrentThreadId(), CloseIfBox, 0);
 }
 
 }  // namespace
