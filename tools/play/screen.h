@@ -50,6 +50,8 @@ class Screen {
   void NoteMenu(int id, bool enabled);
 
   static bool Shown(HWND window) { return window != nullptr && IsWindowVisible(window) != FALSE; }
+  static std::wstring Kind(HWND window);
+  static std::vector<HWND> Children(HWND window);
   static std::string Text(HWND window);
   static std::string Text(HWND dialog, int id) { return Text(GetDlgItem(dialog, id)); }
   static std::string Panel(HWND dialog, int status_bar, int number);

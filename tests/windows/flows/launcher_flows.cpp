@@ -105,21 +105,6 @@ void ForEachDialog(const Screen& screen, const std::function<void(HWND)>& look) 
   }
 }
 
-std::vector<HWND> Children(HWND dialog) {
-  std::vector<HWND> children;
-  for (HWND child = GetWindow(dialog, GW_CHILD); child != nullptr;
-       child = GetWindow(child, GW_HWNDNEXT)) {
-    children.push_back(child);
-  }
-  return children;
-}
-
-bool IsKind(HWND window, const wchar_t* kind) {
-  wchar_t name[64] = {};
-  GetClassNameW(window, name, 63);
-  return lstrcmpiW(name, kind) == 0;
-}
-
 // Broken into lines where the control has room for several.
 SIZE SizeOfText(HWND control, const RECT& room) {
   const HDC dc = CreateCompatibleDC(nullptr);
@@ -154,7 +139,7 @@ void EverythingFits(Session& session) {
     RECT inside;
     GetClientRect(dialog, &inside);
     std::vector<RECT> taken;
-    for (const HWND child : Children(dialog)) {
+    for (const HWND child : Screen::Children(dialog)) {
       const int id = GetDlgCtrlID(child);
       RECT area;
       GetWindowRect(child, &area);
@@ -162,8 +147,8 @@ void EverythingFits(Session& session) {
       const std::string name =
           Screen::Text(dialog) + " " + std::to_string(id) + " \"" + Screen::Text(child) + "\"";
       const bool grouping = (GetWindowLongW(child, GWL_STYLE) & BS_TYPEMASK) == BS_GROUPBOX;
-      const bool label = IsKind(child, L"Static");
-      const bool button = IsKind(child, L"Button");
+      const bool label = Screen::Kind(child) == L"Static";
+      const bool button = Screen::Kind(child) == L"Button";
       if (id < IDC_JOB_FIRST || id > IDC_JOB_LAST) {  // those may be folded away
         EXPECT_LE(area.right, inside.right) << name;
         EXPECT_LE(area.bottom, inside.bottom) << name;
@@ -218,11 +203,12 @@ FLOW(NothingNeedsAMouse, "", Alone) {
         other = GetNextDlgGroupItem(dialog, other, FALSE);
       }
     }
-    for (const HWND child : Children(dialog)) {
+    for (const HWND child : Screen::Children(dialog)) {
       const LONG type = GetWindowLongW(child, GWL_STYLE) & BS_TYPEMASK;
-      const bool usable = IsKind(child, L"Edit") || IsKind(child, L"ComboBoxEx32") ||
-                          IsKind(child, L"SysListView32") ||
-                          (IsKind(child, L"Button") && type != BS_GROUPBOX);
+      const bool usable = Screen::Kind(child) == L"Edit" ||
+                          Screen::Kind(child) == L"ComboBoxEx32" ||
+                          Screen::Kind(child) == L"SysListView32" ||
+                          (Screen::Kind(child) == L"Button" && type != BS_GROUPBOX);
       if (!usable || !IsWindowEnabled(child) || !IsWindowVisible(child)) continue;
       EXPECT_TRUE(stops.contains(child) || reached.contains(child))
           << Screen::Text(dialog) << " " << GetDlgCtrlID(child);

@@ -320,7 +320,7 @@ FLOW(EachControlIsPaintedWhereItIs, "", Alone) {
   session.machine.Drives().Faults().BeforeMove({.path = {}, .nth = 3}, [&screen] {
     const HWND main = screen.Main();
     SetWindowPos(main, nullptr, 0, 0, 900, 400, SWP_NOMOVE | SWP_NOZORDER);
-    for (HWND child = GetWindow(main, GW_CHILD); child; child = GetWindow(child, GW_HWNDNEXT)) {
+    for (const HWND child : Screen::Children(main)) {
       RECT all, stale;
       GetClientRect(child, &all);
       GetUpdateRect(child, &stale, FALSE);
