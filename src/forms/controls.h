@@ -43,7 +43,9 @@ class CommandControl : public Control {
 };
 
 class Button : public CommandControl {
+ public:
   using CommandControl::CommandControl;
+  Property<bool> marked{*this, false};  // what it stands for is what is shown
 };
 
 class MenuItem : public CommandControl {

@@ -19,6 +19,11 @@ void FrmDetails::Open() {
   Show();
 }
 
+void FrmDetails::Begin(const Button& button) {
+  for (Button* other : {&Command1, &Command2, &Command3}) other->marked = other == &button;
+  ListView1.Clear();
+}
+
 void FrmDetails::List(const std::vector<std::string>& paths, std::size_t slots) {
   for (std::size_t i = 0; i < slots; ++i) {
     if (!paths[i].empty()) ListView1.Add(paths[i]);
@@ -31,17 +36,17 @@ void FrmDetails::ListClass(const PathList& list) {
 }
 
 void FrmDetails::Command1_Click() {
-  ListView1.Clear();
+  Begin(Command1);
   List(fragmented_.FragNames, fragmented_.FragNames.size());
 }
 
 void FrmDetails::Command2_Click() {
-  ListView1.Clear();
+  Begin(Command2);
   ListClass(table_.OptimizeFiles);
 }
 
 void FrmDetails::Command3_Click() {
-  ListView1.Clear();
+  Begin(Command3);
   ListClass(table_.PrefetchFiles);
   ListClass(table_.DirsToMove);
 }

@@ -34,6 +34,8 @@ class FrmDetails final : public Form {
   void Command1_Click();
   void Command2_Click();
   void Command3_Click();
+  // Begins the list of this button.
+  void Begin(const Button& button);
   // The names in the first `slots` slots, empty ones left out.
   void List(const std::vector<std::string>& paths, std::size_t slots);
   void ListClass(const PathList& list);

@@ -154,6 +154,9 @@ TEST(Details, ListsWhatEachButtonStandsFor) {
   FrmDetails& details = rig.window.details;
   const auto rows = [&] {
     std::string text;
+    if (details.Command1.marked) text += '1';
+    if (details.Command2.marked) text += '2';
+    if (details.Command3.marked) text += '3';
     for (const std::string& row : details.ListView1.rows()) text += row;
     return text;
   };
@@ -172,22 +175,22 @@ TEST(Details, ListsWhatEachButtonStandsFor) {
   table.OptimizeFiles.count = table.PrefetchFiles.count = table.DirsToMove.count = 1;
   rig.program.flags.AnalysisValid = True;
   EXPECT_TRUE(open());
-  EXPECT_EQ(rows(), "abc") << "the last slot too";
+  EXPECT_EQ(rows(), "1abc") << "the last slot too";
   details.Command2.Click();
-  EXPECT_EQ(rows(), "abc") << "disabled without classes";
+  EXPECT_EQ(rows(), "1abc") << "disabled without classes";
   rig.program.flags.AnalysisValid = False;
   rig.program.flags.ClassListsValid = True;
   EXPECT_TRUE(open());
-  EXPECT_EQ(rows(), "abc") << "cleared first";
+  EXPECT_EQ(rows(), "1abc") << "cleared first";
   details.Command2.Click();
-  EXPECT_EQ(rows(), "de") << "not the last slot";
+  EXPECT_EQ(rows(), "2de") << "not the last slot";
   details.Command3.Click();
-  EXPECT_EQ(rows(), "gi");
+  EXPECT_EQ(rows(), "3gi");
   table.PrefetchFiles.count = 0;
   details.Command3.Click();
-  EXPECT_EQ(rows(), "i");
+  EXPECT_EQ(rows(), "3i");
   details.Command1.Click();
-  EXPECT_EQ(rows(), "abc");
+  EXPECT_EQ(rows(), "1abc");
 }
 
 TEST(Controls, StayWithinTheirBounds) {

@@ -8,26 +8,30 @@
 #include "host/windows/windows_machine.h"
 #include "host/windows/windows_system.h"
 #include "host/windows/windows_volumes.h"
+#include "play/import_patch.h"
 #include "windows/fmifs_double.h"
 
 namespace vornalux {
 namespace {
 
-// While it lives, the double is found; it lies in a folder beside this program.
+// Beside this program.
+UINT WINAPI FolderOfTheDouble(wchar_t* out, UINT room) {
+  const DWORD length = GetModuleFileNameW(nullptr, out, room);
+  const std::wstring program(out, length);
+  lstrcpyW(out + program.rfind(L'\\'), L"\\double");
+  return static_cast<UINT>(lstrlenW(out));
+}
+
+// While it lives, the double is the system's.
 class WithDouble {
  public:
   WithDouble() {
-    char path[MAX_PATH] = {};
-    GetModuleFileNameA(nullptr, path, MAX_PATH);
-    const std::string program = path;
-    SetDllDirectoryA((program.substr(0, program.rfind('\\')) + "\\double").c_str());
-    library_ = LoadLibraryA("fmifs.dll");
+    wchar_t path[MAX_PATH] = {};
+    FolderOfTheDouble(path, MAX_PATH);
+    library_ = LoadLibraryW(lstrcatW(path, L"\\fmifs.dll"));
     if (library_ == nullptr) throw std::runtime_error("the double of fmifs.dll is missing");
   }
-  ~WithDouble() {
-    FreeLibrary(library_);
-    SetDllDirectoryA(nullptr);
-  }
+  ~WithDouble() { FreeLibrary(library_); }
   WithDouble(const WithDouble&) = delete;
   WithDouble& operator=(const WithDouble&) = delete;
 
@@ -37,7 +41,17 @@ class WithDouble {
 
  private:
   HMODULE library_;
+  play::ImportPatch folder_{"GetSystemDirectoryW", reinterpret_cast<void*>(&FolderOfTheDouble)};
 };
+
+TEST(CheckLibrary, ComesFromTheSystemsFolderAlone) {
+  wchar_t folder[MAX_PATH] = {};
+  FolderOfTheDouble(folder, MAX_PATH);
+  SetDllDirectoryW(folder);  // where any library is looked for by its name
+  WindowsCheckLibrary library;
+  EXPECT_FALSE(library.Load());
+  SetDllDirectoryW(nullptr);
+}
 
 // Says "<progress>%", the line, "done" or "failed", and where it wanted the check to end.
 struct Sink : DiskCheckSink {

@@ -25,6 +25,11 @@ UINT WINAPI WindowsInTheRoot(char* folder, UINT size) {
   return lstrcpynA(folder, "C:\\", static_cast<int>(size)) != nullptr ? 3 : 0;
 }
 
+HANDLE WINAPI DenyMutex(SECURITY_ATTRIBUTES*, BOOL, const wchar_t*) {
+  SetLastError(ERROR_ACCESS_DENIED);
+  return nullptr;
+}
+
 template <typename Function>
 void* Address(Function* function) {
   return reinterpret_cast<void*>(function);
@@ -61,6 +66,27 @@ TEST_F(MachineTest, AnUnknownPrivilegeIsRefused) {
   const play::ImportPatch patch("AdjustTokenPrivileges", Address(&Grant));
   SetLastError(ERROR_NOT_ALL_ASSIGNED);  // an old failure is not this one's
   EXPECT_TRUE(system_.EnablePrivilege("SeBackupPrivilege"));
+}
+
+// As two programs do, each with a machine of its own.
+TEST_F(MachineTest, AVolumeIsOneProgramsAlone) {
+  {
+    WindowsMachine other(system_, volumes_);
+    EXPECT_TRUE(other.TakeVolume("C:\\"));
+    EXPECT_TRUE(other.TakeVolume("c:\\")) << "its own";
+    EXPECT_FALSE(machine_.TakeVolume("C:\\"));
+    EXPECT_TRUE(machine_.TakeVolume("Q:\\")) << "no such drive";
+    EXPECT_FALSE(machine_.TakeVolume("c:\\"));
+    EXPECT_FALSE(other.TakeVolume("q:\\")) << "kept when another is refused";
+    EXPECT_TRUE(machine_.TakeVolume(""));
+    EXPECT_TRUE(other.TakeVolume("Q:\\"));
+    EXPECT_TRUE(machine_.TakeVolume("C:\\")) << "given up for another";
+    EXPECT_TRUE(machine_.TakeVolume(""));
+    EXPECT_TRUE(other.TakeVolume("C:\\"));
+  }
+  EXPECT_TRUE(machine_.TakeVolume("C:\\")) << "its program has ended";
+  const play::ImportPatch patch("CreateMutexW", Address(&DenyMutex));
+  EXPECT_FALSE(machine_.TakeVolume("D:\\")) << "another user's";
 }
 
 }  // namespace

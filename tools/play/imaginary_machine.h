@@ -41,6 +41,7 @@ class ImaginaryMachine {
   // How the program finds its session.
   std::int32_t administrator = 1;
   bool windows_2000 = false;
+  bool notification_area = true;
 
   // What it asked of it.
   std::vector<TrayCall> tray;

@@ -101,7 +101,7 @@ FLOW(PicturesOnRequest, "", WithCheckLibrary) {
 FLOW(LogPictureOnRequest, "/drv C: /d /dbg", Alone) {
   session.Start();
   const Screen& screen = session.screen;
-  screen.UntilShown("the main window", &Screen::Main);
+  screen.Until("the run begins", [&screen] { return screen.RunsBegun() == 1; });
   screen.UntilIdle();
   screen.UntilShown("the log", &Screen::Debug);
   TakePicture(screen.Debug(), "debug");

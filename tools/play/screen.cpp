@@ -41,21 +41,48 @@ void Screen::WatchThisThread() {
   SetWindowsHookExA(WH_GETMESSAGE, OnPosted, nullptr, thread_);
 }
 
-std::vector<HWND> Screen::Windows() const {
+std::vector<HWND> Screen::TopWindows() const {
   std::vector<HWND> windows;
   if (thread_ == 0) return windows;
   EnumThreadWindows(
       thread_,
       [](HWND window, LPARAM list) -> BOOL {
-        wchar_t kind[16] = {};
-        GetClassNameW(window, kind, 15);
-        if (std::wstring(kind) == L"#32770") {
-          reinterpret_cast<std::vector<HWND>*>(list)->push_back(window);
-        }
+        reinterpret_cast<std::vector<HWND>*>(list)->push_back(window);
         return TRUE;
       },
       reinterpret_cast<LPARAM>(&windows));
   return windows;
+}
+
+std::vector<HWND> Screen::Windows() const {
+  std::vector<HWND> windows = TopWindows();
+  std::erase_if(windows, [](HWND window) { return Kind(window) != L"#32770"; });
+  return windows;
+}
+
+std::wstring Screen::Kind(HWND window) {
+  wchar_t kind[64] = {};
+  GetClassNameW(window, kind, 63);
+  return kind;
+}
+
+std::vector<HWND> Screen::Children(HWND window) {
+  std::vector<HWND> children;
+  for (HWND child = GetWindow(window, GW_CHILD); child != nullptr;
+       child = GetWindow(child, GW_HWNDNEXT)) {
+    children.push_back(child);
+  }
+  return children;
+}
+
+std::string Screen::Vetoes() const {
+  std::string vetoes;
+  for (const HWND window : TopWindows()) {
+    if (SendMessageW(window, WM_QUERYENDSESSION, 0, 0) == FALSE) {
+      vetoes += FromWide(Kind(window)) + " \"" + Text(window) + "\";";
+    }
+  }
+  return vetoes;
 }
 
 HWND Screen::WindowWith(int control) const {
@@ -75,10 +102,9 @@ HWND Screen::Input() const { return WindowWith(IDC_INPUT_TEXT); }
 HWND Screen::Box() const {
   for (const HWND window : Windows()) {
     bool ours = false;  // a dialog of the program's own, whose controls have large numbers
-    for (HWND child = GetWindow(window, GW_CHILD); child != nullptr && !ours;
-         child = GetWindow(child, GW_HWNDNEXT)) {
+    for (const HWND child : Children(window)) {
       const int id = GetDlgCtrlID(child);
-      ours = id >= 100 && id < 1000;
+      ours = ours || (id >= 100 && id < 1000);
     }
     if (!ours && Shown(window) && GetDlgItem(window, 0xFFFF) != nullptr) return window;
   }

@@ -50,6 +50,8 @@ class Screen {
   void NoteMenu(int id, bool enabled);
 
   static bool Shown(HWND window) { return window != nullptr && IsWindowVisible(window) != FALSE; }
+  static std::wstring Kind(HWND window);
+  static std::vector<HWND> Children(HWND window);
   static std::string Text(HWND window);
   static std::string Text(HWND dialog, int id) { return Text(GetDlgItem(dialog, id)); }
   static std::string Panel(HWND dialog, int status_bar, int number);
@@ -64,6 +66,11 @@ class Screen {
   bool MenuEnabled(int id) const;
   // Waits for a box with this text, answers it, and waits until it has gone.
   void Answer(const std::string& text, int answer = IDOK) const;
+
+  // Every window of the program without a parent, shown or not, boxes included.
+  std::vector<HWND> TopWindows() const;
+  // Asks all of them as the system does before it ends the session. The kind of each that refuses.
+  std::string Vetoes() const;
 
   // What an owner-drawn control shows when it is painted anew, row by row, as 0x00BBGGRR.
   static std::vector<std::uint32_t> Picture(HWND dialog, int id, SIZE& size);

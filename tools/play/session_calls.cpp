@@ -6,6 +6,8 @@
 // After the header that it needs.
 #include <shellapi.h>
 
+#include <string>
+
 #include "host/windows/windows_text.h"
 #include "play/import_patch.h"
 #include "play/session.h"
@@ -74,6 +76,14 @@ BOOL WINAPI NoteSessionEnd(UINT flags, DWORD reason) {
   return TRUE;
 }
 
+// The program's own folder, where a double of the library for disk checks may be.
+UINT WINAPI SystemFolder(wchar_t* out, UINT room) {
+  const DWORD length = GetModuleFileNameW(nullptr, out, room);
+  const std::wstring path(out, length);
+  out[path.rfind(L'\\')] = L'\0';
+  return static_cast<UINT>(path.rfind(L'\\'));
+}
+
 BOOL WINAPI NoteTray(DWORD message, NOTIFYICONDATAA* record) {
   MachineOfTheProgram().tray.push_back({.message = message,
                                         .record_size = record->cbSize,
@@ -81,7 +91,7 @@ BOOL WINAPI NoteTray(DWORD message, NOTIFYICONDATAA* record) {
                                         .flags = record->uFlags,
                                         .callback = record->uCallbackMessage,
                                         .tip = FromAnsi(record->szTip)});
-  return TRUE;
+  return MachineOfTheProgram().notification_area;
 }
 
 HINSTANCE WINAPI NotePage(HWND, const wchar_t*, const wchar_t* file, const wchar_t*, const wchar_t*,
@@ -112,6 +122,7 @@ void PatchSessionCalls() {
   Patch("GetProcAddress", FindProcedure);
   Patch("ExitWindowsEx", NoteSessionEnd);
   Patch("Shell_NotifyIconA", NoteTray);
+  Patch("GetSystemDirectoryW", SystemFolder);
   Patch("ShellExecuteW", NotePage);
   Patch("QueryPerformanceCounter", StandingCounter);
   Patch("GetTickCount", StandingTicks);

@@ -77,13 +77,21 @@ BOOLEAN WINAPI OnMessage(int command, DWORD /*modifier*/, void* argument) {
   }
 }
 
+// By its full path: with an administrator's rights nothing is run from the program's folder or the
+// current one, which may be anybody's.
+std::wstring SystemFile(const wchar_t* name) {
+  wchar_t folder[MAX_PATH] = {};
+  if (GetSystemDirectoryW(folder, MAX_PATH) >= MAX_PATH) folder[0] = L'\0';
+  return std::wstring(folder) + L"\\" + name;
+}
+
 BOOLEAN ToByte(bool value) { return value ? TRUE : FALSE; }
 
 }  // namespace
 
 bool WindowsCheckLibrary::Load() {
   Free();
-  const HMODULE library = LoadLibraryA("fmifs.dll");
+  const HMODULE library = LoadLibraryW(SystemFile(L"fmifs.dll").c_str());
   if (library == nullptr) return false;
   library_ = library;
   chkdsk_ = reinterpret_cast<void*>(Procedure<Chkdsk>(library, "Chkdsk"));

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/windows/windows_machine.h"
 
+#include <cwctype>
+
 #include "app/exit_windows.h"
 #include "health/disk_check.h"
 #include "host/windows/system_headers.h"
@@ -35,6 +37,21 @@ std::uint32_t SetProcessPriority(std::uint32_t priority_class) {
   return in_force;
 }
 
+// What stands for the volume in all sessions of the machine. Without an identity of its own, as
+// that of a substituted drive, it is known by its letter.
+std::wstring MarkOf(const std::string& root) {
+  constexpr DWORD kIdentityRoom = 50;
+  const std::wstring place = ToWide(root);
+  wchar_t identity[kIdentityRoom] = {};
+  const bool known =
+      GetVolumeNameForVolumeMountPointW(place.c_str(), identity, kIdentityRoom) != FALSE;
+  std::wstring name = L"Global\\Vornalux works on ";
+  for (const wchar_t c : known ? std::wstring(identity) : place) {
+    if (c != L'\\') name += known ? c : static_cast<wchar_t>(towupper(c));
+  }
+  return name;
+}
+
 }  // namespace
 
 WindowsMachine::WindowsMachine(System& system, Volumes& volumes)
@@ -65,6 +82,25 @@ std::uint32_t WindowsMachine::PriorityClass() { return GetPriorityClass(GetCurre
 void WindowsMachine::CheckDisk(const std::string& root, DiskCheckSink& sink) {
   WindowsCheckLibrary library;
   CheckVolumeBy(library, volumes_, root, CheckOptions{}, sink);
+}
+
+bool WindowsMachine::TakeVolume(const std::string& root) {
+  const std::wstring name = root.empty() ? std::wstring() : MarkOf(root);
+  if (name == taken_name_) return true;
+  HANDLE mark = nullptr;
+  if (!name.empty()) {
+    // It lasts for as long as somebody has it open, however its owner ends. Another user's may be
+    // seen but not opened.
+    SetLastError(ERROR_SUCCESS);
+    mark = CreateMutexW(nullptr, FALSE, name.c_str());
+    const DWORD error = GetLastError();
+    if (mark != nullptr && error == ERROR_ALREADY_EXISTS) CloseHandle(mark);
+    if (error == (mark != nullptr ? ERROR_ALREADY_EXISTS : ERROR_ACCESS_DENIED)) return false;
+  }
+  if (taken_ != nullptr) CloseHandle(taken_);
+  taken_ = mark;
+  taken_name_ = name;
+  return true;
 }
 
 void WindowsMachine::PowerOff() { clsExitWindows(system_).ExitWindows(clsExitWindows::kPowerOff); }

@@ -16,6 +16,9 @@ class WindowsMachine final : public Machine {
  public:
   // Neither is owned; both must outlive this.
   WindowsMachine(System& system, Volumes& volumes);
+  ~WindowsMachine() override { TakeVolume({}); }
+  WindowsMachine(const WindowsMachine&) = delete;
+  WindowsMachine& operator=(const WindowsMachine&) = delete;
 
   std::string WindowsFolder() override;
   // Empty, too, for texts above 159 bytes.
@@ -24,6 +27,8 @@ class WindowsMachine final : public Machine {
   std::uint32_t SetPriorityClass(std::uint32_t priority_class) override;
   std::uint32_t PriorityClass() override;
   void CheckDisk(const std::string& root, DiskCheckSink& sink) override;
+  // Whatever letter it goes by, and whoever the other program belongs to.
+  bool TakeVolume(const std::string& root) override;
   void PowerOff() override;
   double Random() override;
 
@@ -31,6 +36,8 @@ class WindowsMachine final : public Machine {
   System& system_;
   Volumes& volumes_;
   std::mt19937_64 random_;
+  void* taken_ = nullptr;
+  std::wstring taken_name_;
 };
 
 }  // namespace vornalux

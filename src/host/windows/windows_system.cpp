@@ -15,12 +15,9 @@ static_assert(sizeof(OSVERSIONINFOA) == 148);
 }  // namespace
 
 std::int32_t WindowsSystem::AdministratorTest() {
-  const HMODULE shell = LoadLibraryA("shell32.dll");
-  if (shell == nullptr) return 0;
+  const HMODULE shell = GetModuleHandleW(L"shell32.dll");  // imported
   const auto test = Procedure<BOOL WINAPI()>(shell, MAKEINTRESOURCEA(kAdministratorTestOrdinal));
-  const std::int32_t answer = test != nullptr ? test() : 0;
-  FreeLibrary(shell);
-  return answer;
+  return test != nullptr ? test() : 0;
 }
 
 bool WindowsSystem::Version(SystemVersion& version) {

@@ -96,7 +96,10 @@ FLOW(EndOfTheSessionFindsAHotDisk, "/drv C: /o", Alone) {
   ScriptedDrive disk;
   Heat(session, disk, {58}, {5});
   const Screen& screen = StartToTheWarning(session);
-  PostMessageW(screen.Main(), WM_QUERYENDSESSION, 0, 0);
+  EXPECT_EQ(screen.Vetoes(), "");
+  SendMessageW(screen.Warning(), WM_ENDSESSION, FALSE, 0);
+  EXPECT_TRUE(Screen::Shown(screen.Warning())) << "the session goes on";
+  SendNotifyMessageW(screen.Warning(), WM_ENDSESSION, TRUE, 0);
   screen.Answer("Quit current operation first!");
   EXPECT_EQ(session.End(), 0u);
 }

@@ -5,6 +5,7 @@
 // After the header that it needs.
 #include <commctrl.h>
 
+#include <algorithm>
 #include <functional>
 #include <set>
 #include <string>
@@ -32,7 +33,11 @@ FLOW(ListsTheDrives, "", WithCheckLibrary) {
   EXPECT_FALSE(Screen::Shown(screen.Main()));
   EXPECT_EQ(SendMessageW(GetDlgItem(screen.Main(), IDC_PROGRESS), PBM_GETPOS, 0, 0), 4200)
       << "the checks came as far as 42%";
-  PostMessageW(launcher, WM_CLOSE, 0, 0);
+  EXPECT_EQ(SetErrorMode(0), UINT{SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX});
+  EXPECT_EQ(screen.Vetoes(), "");
+  SendMessageW(launcher, WM_ENDSESSION, FALSE, 0);
+  EXPECT_TRUE(Screen::Shown(launcher)) << "the session goes on";
+  SendNotifyMessageW(launcher, WM_ENDSESSION, TRUE, 0);
   EXPECT_EQ(session.End(), 0u);
 }
 
@@ -100,21 +105,6 @@ void ForEachDialog(const Screen& screen, const std::function<void(HWND)>& look) 
   }
 }
 
-std::vector<HWND> Children(HWND dialog) {
-  std::vector<HWND> children;
-  for (HWND child = GetWindow(dialog, GW_CHILD); child != nullptr;
-       child = GetWindow(child, GW_HWNDNEXT)) {
-    children.push_back(child);
-  }
-  return children;
-}
-
-bool IsKind(HWND window, const wchar_t* kind) {
-  wchar_t name[64] = {};
-  GetClassNameW(window, name, 63);
-  return lstrcmpiW(name, kind) == 0;
-}
-
 // Broken into lines where the control has room for several.
 SIZE SizeOfText(HWND control, const RECT& room) {
   const HDC dc = CreateCompatibleDC(nullptr);
@@ -139,11 +129,17 @@ void EverythingFits(Session& session) {
   const HDC dc = GetDC(screen.Launcher());
   std::printf("%d dots per inch\n", GetDeviceCaps(dc, LOGPIXELSX));
   ReleaseDC(screen.Launcher(), dc);
+  SIZE size;
+  const std::vector<std::uint32_t> glyph = Screen::Picture(screen.Main(), IDC_REDRAW, size);
+  double ink = 0;
+  for (const std::uint32_t pixel : glyph) ink += pixel / static_cast<double>(0x004000);
+  EXPECT_NEAR(ink / static_cast<double>(glyph.size()), 0.3, 0.06) << "of the redraw glyph";
+  EXPECT_TRUE(std::equal(glyph.begin(), glyph.end(), glyph.rbegin())) << "two arrows, one turned";
   ForEachDialog(screen, [](HWND dialog) {
     RECT inside;
     GetClientRect(dialog, &inside);
     std::vector<RECT> taken;
-    for (const HWND child : Children(dialog)) {
+    for (const HWND child : Screen::Children(dialog)) {
       const int id = GetDlgCtrlID(child);
       RECT area;
       GetWindowRect(child, &area);
@@ -151,8 +147,8 @@ void EverythingFits(Session& session) {
       const std::string name =
           Screen::Text(dialog) + " " + std::to_string(id) + " \"" + Screen::Text(child) + "\"";
       const bool grouping = (GetWindowLongW(child, GWL_STYLE) & BS_TYPEMASK) == BS_GROUPBOX;
-      const bool label = IsKind(child, L"Static");
-      const bool button = IsKind(child, L"Button");
+      const bool label = Screen::Kind(child) == L"Static";
+      const bool button = Screen::Kind(child) == L"Button";
       if (id < IDC_JOB_FIRST || id > IDC_JOB_LAST) {  // those may be folded away
         EXPECT_LE(area.right, inside.right) << name;
         EXPECT_LE(area.bottom, inside.bottom) << name;
@@ -186,9 +182,18 @@ FLOW(NothingNeedsAMouse, "", Alone) {
   session.Start();
   const Screen& screen = session.screen;
   screen.UntilShown("the launcher", &Screen::Launcher);
-  screen.Press(screen.Launcher(), IDC_MORE);
-  screen.Until("the options",
-               [&] { return Screen::Text(screen.Launcher(), IDC_MORE) == "More <<"; });
+  const HWND launcher = screen.Launcher();
+  screen.Choose(launcher, IDC_VOLUMES, 2);  // chooses among the options as well
+  screen.Until("drive D:", [&] {
+    return Screen::Text(launcher, IDC_SHORTCUT).ends_with("/drv D: /d /normal");
+  });
+  for (int id = IDC_JOB_FIRST; id <= IDC_JOB_LAST; ++id) {
+    EXPECT_FALSE(Screen::Shown(GetDlgItem(launcher, id))) << id;
+    EXPECT_FALSE(IsWindowEnabled(GetDlgItem(launcher, id))) << id << " takes its letter";
+  }
+  screen.Press(launcher, IDC_MORE);
+  screen.Until("the options", [&] { return Screen::Text(launcher, IDC_MORE) == "More <<"; });
+  EXPECT_FALSE(IsWindowEnabled(GetDlgItem(launcher, IDC_AFTER_CLOSE)));
   ForEachDialog(screen, [](HWND dialog) {
     std::set<HWND> stops, reached;
     for (HWND at = GetNextDlgTabItem(dialog, nullptr, FALSE);
@@ -198,16 +203,31 @@ FLOW(NothingNeedsAMouse, "", Alone) {
         other = GetNextDlgGroupItem(dialog, other, FALSE);
       }
     }
-    for (const HWND child : Children(dialog)) {
+    for (const HWND child : Screen::Children(dialog)) {
       const LONG type = GetWindowLongW(child, GWL_STYLE) & BS_TYPEMASK;
-      const bool usable = IsKind(child, L"Edit") || IsKind(child, L"ComboBoxEx32") ||
-                          IsKind(child, L"SysListView32") ||
-                          (IsKind(child, L"Button") && type != BS_GROUPBOX);
+      const bool usable = Screen::Kind(child) == L"Edit" ||
+                          Screen::Kind(child) == L"ComboBoxEx32" ||
+                          Screen::Kind(child) == L"SysListView32" ||
+                          (Screen::Kind(child) == L"Button" && type != BS_GROUPBOX);
       if (!usable || !IsWindowEnabled(child) || !IsWindowVisible(child)) continue;
       EXPECT_TRUE(stops.contains(child) || reached.contains(child))
           << Screen::Text(dialog) << " " << GetDlgCtrlID(child);
     }
   });
+  // Folded away under it, the keyboard is elsewhere.
+  SendMessageW(launcher, WM_NEXTDLGCTL,
+               reinterpret_cast<WPARAM>(GetDlgItem(launcher, IDC_ACTION_DEFRAG)), TRUE);
+  const auto focus = [&screen] {
+    GUITHREADINFO info = {};
+    info.cbSize = sizeof info;
+    GetGUIThreadInfo(screen.thread(), &info);
+    return GetDlgCtrlID(info.hwndFocus);
+  };
+  EXPECT_EQ(focus(), IDC_ACTION_DEFRAG);
+  screen.Press(launcher, IDC_MORE);
+  screen.Until("folded", [&] { return Screen::Text(launcher, IDC_MORE) == "More >>"; });
+  SendMessageW(launcher, WM_NULL, 0, 0);
+  EXPECT_TRUE(IsWindowVisible(GetDlgItem(launcher, focus()))) << focus();
 }
 
 FLOW(SaysWhatItIs, "", Alone) {

@@ -2,15 +2,19 @@
 // Runs from the main window, by a user who watches.
 #include <windows.h>
 
-// After the header that it needs.
+// After the header that they need.
+#include <commctrl.h>
 #include <shellapi.h>
 
+#include <algorithm>
+#include <array>
 #include <string>
 #include <vector>
 
 #include "app/program.h"
 #include "host/simulated/scripted_desktop.h"
 #include "host/windows/ui/resource.h"
+#include "play/import_patch.h"
 #include "windows/flows/flow.h"
 
 namespace vornalux::play {
@@ -83,6 +87,15 @@ FLOW(AnalyzeShowsNumbersAndMap, "", Alone) {
   const std::vector<std::string> rows = Screen::Rows(GetDlgItem(screen.Details(), IDC_LIST));
   EXPECT_GT(rows.size(), 50u);
   EXPECT_EQ(rows, portable.main_window.details.ListView1.rows());
+  const HWND list = GetDlgItem(screen.Details(), IDC_LIST);
+  const HWND button = GetDlgItem(screen.Details(), IDC_DETAIL_BUTTON);
+  SendMessageW(list, LVM_DELETEALLITEMS, 0, 0);
+  SendMessageW(screen.Details(), WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(button), TRUE);
+  PostMessageW(button, WM_KEYDOWN, VK_RETURN, 1);
+  screen.Until("the same again", [&] { return Screen::Rows(list) == rows; });
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(IsDlgButtonChecked(screen.Details(), IDC_DETAIL_BUTTON + i), i == 0 ? 1u : 0u) << i;
+  }
   screen.Menu(IDM_EXIT);
   EXPECT_EQ(session.End(), 0u);
 }
@@ -106,7 +119,7 @@ FLOW(StopPausesAndStops, "", Alone) {
   SelectDrive(session, kD);
   const Screen& screen = session.screen;
   PostAtMove(session, 3, WM_COMMAND, IDM_STOP);
-  PostAtMove(session, 8, WM_CLOSE, 0);
+  PostAtMove(session, 8, WM_SYSCOMMAND, SC_CLOSE);
   PostAtMove(session, 12, WM_COMMAND, IDM_STOP);
   const CallLog& log = session.machine.Drives().Log();
 
@@ -206,7 +219,7 @@ FLOW(GoesToTheNotificationAreaAndBack, "", Alone) {
   screen.Until("low priority",
                [] { return GetPriorityClass(GetCurrentProcess()) == IDLE_PRIORITY_CLASS; });
   ASSERT_EQ(session.machine.tray.size(), 1u);
-  const TrayCall& shown = session.machine.tray[0];
+  const TrayCall shown = session.machine.tray[0];
   EXPECT_EQ(shown.message, DWORD{NIM_ADD});
   EXPECT_EQ(shown.record_size, sizeof(void*) == 8 ? 104u : 88u);
   EXPECT_EQ(shown.id, 1u);
@@ -217,22 +230,137 @@ FLOW(GoesToTheNotificationAreaAndBack, "", Alone) {
   // The right button is nobody's.
   SendMessageW(screen.Launcher(), shown.callback, shown.id, WM_RBUTTONDOWN);
   EXPECT_FALSE(Screen::Shown(screen.Main()));
+  const UINT explorer = RegisterWindowMessageW(L"TaskbarCreated");
+  SendMessageW(screen.Launcher(), explorer, 0, 0);
+  ASSERT_EQ(session.machine.tray.size(), 2u) << "put back";
+  EXPECT_EQ(session.machine.tray[1].message, DWORD{NIM_ADD});
+  EXPECT_EQ(session.machine.tray[1].tip, "Volume C:\\");
   PostMessageW(screen.Launcher(), shown.callback, shown.id, WM_LBUTTONDOWN);
   screen.UntilShown("the main window", &Screen::Main);
-  screen.Until("the icon is gone", [&] { return session.machine.tray.size() == 2; });
-  EXPECT_EQ(session.machine.tray[1].message, DWORD{NIM_DELETE});
+  screen.Until("the icon is gone", [&] { return session.machine.tray.size() == 3; });
+  EXPECT_EQ(session.machine.tray[2].message, DWORD{NIM_DELETE});
+  SendMessageW(screen.Launcher(), explorer, 0, 0);
+  EXPECT_EQ(session.machine.tray.size(), 3u) << "none is wanted";
   EXPECT_FALSE(Screen::Shown(screen.Launcher()));
 }
 
-FLOW(EndOfTheSessionEndsARun, "", Alone) {
+// Told, and closed all the same, answered or not.
+void EndARun(Session& session, UINT message, WPARAM wparam) {
   SelectDrive(session, kC);
   const Screen& screen = session.screen;
-  PostAtMove(session, 5, WM_QUERYENDSESSION, 0);
+  SimulatedPlatform& drives = session.machine.Drives();
+  drives.Faults().BeforeMove({.path = {}, .nth = 3}, [&screen] {
+    EXPECT_EQ(screen.Vetoes(), "");
+    SendMessageW(screen.Main(), WM_ENDSESSION, FALSE, 0);
+  });
+  drives.Faults().BeforeMove({.path = {}, .nth = 6}, [&screen, message, wparam] {
+    for (const HWND window : screen.TopWindows()) PostMessageW(window, message, wparam, 0);
+  });
   screen.Menu(IDM_DEFRAG);
-  screen.Answer("Quit current operation first!");
+  screen.Until("the message", [&screen] {
+    return screen.Box() != nullptr &&
+           Screen::BoxText(screen.Box()) == "Quit current operation first!";
+  });
+  EXPECT_GE(drives.Log().Count(CallKind::MoveClusters), 5u) << "the session went on";
   EXPECT_EQ(session.End(), 0u);
-  EXPECT_LT(session.machine.Drives().Log().Count(CallKind::MoveClusters), 12u);
+  EXPECT_LT(drives.Log().Count(CallKind::MoveClusters), 12u);
   EXPECT_TRUE(session.machine.C().ContentIntact());
+}
+
+FLOW(EndOfTheSessionEndsARun, "", Alone) { EndARun(session, WM_ENDSESSION, TRUE); }
+FLOW(EndOfTheTaskEndsARun, "", Alone) { EndARun(session, WM_CLOSE, 0); }
+
+// Two screens side by side, the main one on the right.
+HMONITOR WINAPI MonitorAt(const RECT* place, DWORD) {
+  return reinterpret_cast<HMONITOR>(INT_PTR{place->left + place->right < 0 ? 1 : 2});
+}
+BOOL WINAPI TellMonitor(HMONITOR monitor, MONITORINFO* info) {
+  const LONG left = monitor == reinterpret_cast<HMONITOR>(INT_PTR{1}) ? -1600 : 0;
+  info->rcMonitor = info->rcWork = {left, 0, left + 1600, 900};
+  return TRUE;
+}
+
+FLOW(WindowsTakeEachOthersPlace, "", Alone) {
+  Patch("MonitorFromRect", MonitorAt);
+  Patch("GetMonitorInfoW", TellMonitor);
+  session.Start();
+  const Screen& screen = session.screen;
+  screen.UntilShown("the launcher", &Screen::Launcher);
+  using Place = std::array<LONG, 4>;
+  const auto place = [](HWND window) -> Place {
+    RECT area;
+    GetWindowRect(window, &area);
+    return {area.left, area.top, area.right - area.left, area.bottom - area.top};
+  };
+  const Place folded = place(screen.Launcher()), least = place(screen.Main());
+  const LONG width = std::max(folded[2], least[2]), height = std::max(folded[3], least[3]);
+  const auto select = [&](LONG left, LONG top) {
+    SetWindowPos(screen.Launcher(), nullptr, left, top, 0, 0, SWP_NOSIZE | SWP_NOZORDER);
+    screen.Press(screen.Launcher(), IDC_SELECT);
+    screen.Until("the main window alone",
+                 [&] { return Screen::Shown(screen.Main()) && !Screen::Shown(screen.Launcher()); });
+    screen.UntilIdle();
+    return place(screen.Main());
+  };
+  const auto back = [&] {
+    screen.Menu(IDM_DRIVE);
+    screen.UntilShown("the launcher", &Screen::Launcher);
+    return place(screen.Launcher());
+  };
+  EXPECT_EQ(select(-1500, 40), (Place{-1500, 40, width, height})) << "on the other screen";
+  SetWindowPos(screen.Main(), nullptr, -1400, 50, 900, 500, SWP_NOZORDER);
+  EXPECT_EQ(back(), (Place{-1400, 50, 900, 500}));
+  EXPECT_EQ(select(1590, 890), (Place{1600 - 900, 900 - 500, 900, 500})) << "kept on the screen";
+  SetWindowPos(screen.Main(), nullptr, 10, 10, 1, 1, SWP_NOZORDER);
+  EXPECT_EQ(back(), (Place{10, 10, width, height}));
+}
+
+FLOW(EachControlIsPaintedWhereItIs, "", Alone) {
+  SelectDrive(session, kC);
+  const Screen& screen = session.screen;
+  // On the program's own thread nothing is painted before this ends.
+  session.machine.Drives().Faults().BeforeMove({.path = {}, .nth = 3}, [&screen] {
+    const HWND main = screen.Main();
+    SetWindowPos(main, nullptr, 0, 0, 900, 400, SWP_NOMOVE | SWP_NOZORDER);
+    for (const HWND child : Screen::Children(main)) {
+      RECT all, stale;
+      GetClientRect(child, &all);
+      GetUpdateRect(child, &stale, FALSE);
+      EXPECT_TRUE(EqualRect(&all, &stale)) << GetDlgCtrlID(child);
+    }
+  });
+  screen.Run(IDM_DEFRAG);
+}
+
+FLOW(WithoutNotificationAreaItWaitsOnTheTaskbar, "", Alone) {
+  SelectDrive(session, kC);
+  const Screen& screen = session.screen;
+  const std::vector<TrayCall>& tray = session.machine.tray;
+  const auto tell_of_explorer = [&screen] {
+    SendMessageW(screen.Launcher(), RegisterWindowMessageW(L"TaskbarCreated"), 0, 0);
+  };
+  const auto minimize = [&] {
+    session.machine.notification_area = false;
+    screen.Menu(IDM_MINIMIZE);
+    screen.Until("on the taskbar",
+                 [&] { return IsIconic(screen.Main()) && Screen::Shown(screen.Main()); });
+  };
+  minimize();
+  tell_of_explorer();
+  EXPECT_TRUE(Screen::Shown(screen.Main()) && IsIconic(screen.Main())) << "still none";
+  ShowWindow(screen.Main(), SW_RESTORE);
+  const std::size_t asked = tray.size();
+  tell_of_explorer();
+  EXPECT_EQ(tray.size(), asked) << "restored by the user";
+  EXPECT_FALSE(IsIconic(screen.Main()));
+
+  minimize();
+  session.machine.notification_area = true;
+  tell_of_explorer();
+  EXPECT_FALSE(Screen::Shown(screen.Main())) << "the icon is there at last";
+  PostMessageW(screen.Launcher(), tray[0].callback, tray[0].id, WM_LBUTTONDOWN);
+  screen.Until("as it was",
+               [&] { return Screen::Shown(screen.Main()) && !IsIconic(screen.Main()); });
 }
 
 }  // namespace

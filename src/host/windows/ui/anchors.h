@@ -16,9 +16,11 @@ class Anchors {
   // To be made while the dialog has its first size.
   explicit Anchors(HWND dialog);
 
-  void Add(int id, unsigned ways);
+  // Height, where it is not the one on the screen: of a combo box with its list.
+  void Add(int id, unsigned ways, LONG height = 0);
   // After the dialog has a new size.
   void Arrange() const;
+  SIZE LeastSize() const { return frame_; }
   void LimitSize(MINMAXINFO& limits) const;
 
  private:

@@ -42,7 +42,13 @@ NativeDetails::NativeDetails(FrmDetails& details)
   for (int id = IDC_DETAIL_SHAPE; id <= IDC_DETAIL_LABEL5; ++id) anchors_.Add(id, kMovesDown);
 }
 
-bool NativeDetails::OnMessage(UINT message, WPARAM, LPARAM lparam, INT_PTR& result) {
+bool NativeDetails::OnMessage(UINT message, WPARAM wparam, LPARAM lparam, INT_PTR& result) {
+  // Buttons that stay down leave Enter to the window.
+  const int focused = GetDlgCtrlID(GetFocus());
+  if (message == WM_COMMAND && LOWORD(wparam) == IDOK && focused >= IDC_DETAIL_BUTTON &&
+      focused < IDC_DETAIL_LABEL5) {
+    SendMessageW(GetFocus(), BM_CLICK, 0, 0);
+  }
   if (!FollowsSize(anchors_, message, lparam, result)) return false;
   ListView_SetColumnWidth(Item(IDC_LIST), 0, LVSCW_AUTOSIZE_USEHEADER);
   return true;

@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <tuple>
+#include <utility>
 
+#include "host/windows/ui/redraw_glyph.h"
 #include "host/windows/ui/resource.h"
 #include "host/windows/windows_text.h"
 
@@ -47,7 +49,9 @@ NativeMainWindow::NativeMainWindow(DefragWindow& main_window)
   Bind(main_window.tmrTemperatures);
   BindLegend();
   BindStatusBar();
-  SetUpGlyph();
+  PaintBy(IDC_REDRAW, [&glyph = main_window.LblRedraw](HDC dc, const RECT& area) {
+    PaintRedrawGlyph(dc, area, glyph.fore_colour);
+  });
   AnchorControls();
   main_window.Picdepartvolume.Resize(WidthOfMap());
 }
@@ -94,16 +98,6 @@ void NativeMainWindow::BindStatusBar() {
   }
 }
 
-// The glyph that lights up is a letter of a font of symbols.
-void NativeMainWindow::SetUpGlyph() {
-  LOGFONTW font = {};
-  GetObjectW(reinterpret_cast<HFONT>(SendMessageW(window(), WM_GETFONT, 0, 0)), sizeof font, &font);
-  font.lfCharSet = SYMBOL_CHARSET;
-  lstrcpyW(font.lfFaceName, L"Webdings");
-  symbols_ = CreateFontIndirectW(&font);
-  SendMessageW(Item(IDC_REDRAW), WM_SETFONT, reinterpret_cast<WPARAM>(symbols_), FALSE);
-}
-
 // Each panel as wide as its text, and an equal part of what is left.
 void NativeMainWindow::ArrangePanels() {
   constexpr int kPanels = std::tuple_size_v<decltype(main_window_.status_panels)>;
@@ -143,28 +137,31 @@ void NativeMainWindow::ArrangeWindow() {
   InvalidateRect(Item(IDC_MAP), nullptr, FALSE);
 }
 
+void NativeMainWindow::StandInForIcon(bool icon_shown) {
+  if (icon_shown) {
+    if (std::exchange(stands_in_, false)) main_window_.Hide();
+    return;
+  }
+  stands_in_ = true;
+  main_window_.window_state = WindowState::Minimized;
+  main_window_.Show();
+}
+
 bool NativeMainWindow::OnMessage(UINT message, WPARAM wparam, LPARAM lparam, INT_PTR& result) {
   switch (message) {
     case WM_SIZE:
       main_window_.window_state =
           wparam == SIZE_MINIMIZED ? WindowState::Minimized : WindowState::Normal;
-      main_window_.Resized();
-      if (wparam != SIZE_MINIMIZED) ArrangeWindow();
+      if (!stands_in_) main_window_.Resized();
+      if (wparam != SIZE_MINIMIZED) {
+        // The user took it from the taskbar: no icon is wanted any more.
+        if (std::exchange(stands_in_, false)) main_window_.launcher->cleanup_systray();
+        ArrangeWindow();
+      }
       result = TRUE;
       return true;
     case WM_GETMINMAXINFO:
       anchors_.LimitSize(*reinterpret_cast<MINMAXINFO*>(lparam));
-      result = TRUE;
-      return true;
-    case WM_CTLCOLORSTATIC:
-      if (GetDlgCtrlID(reinterpret_cast<HWND>(lparam)) != IDC_REDRAW) return false;
-      SetTextColor(reinterpret_cast<HDC>(wparam), main_window_.LblRedraw.fore_colour);
-      SetBkMode(reinterpret_cast<HDC>(wparam), TRANSPARENT);
-      result = reinterpret_cast<INT_PTR>(GetStockObject(BLACK_BRUSH));
-      return true;
-    case WM_QUERYENDSESSION:
-      main_window_.QueryUnload(CloseReason::EndOfSession);
-      if (window() != nullptr) SetWindowLongPtrW(window(), DWLP_MSGRESULT, TRUE);
       result = TRUE;
       return true;
     default:

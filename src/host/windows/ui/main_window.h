@@ -11,12 +11,17 @@ namespace vornalux {
 class NativeMainWindow final : public NativeForm {
  public:
   explicit NativeMainWindow(DefragWindow& main_window);
-  ~NativeMainWindow() override { DeleteObject(symbols_); }
+
+  // Hidden, the program has an icon in the notification area; without one the window waits on the
+  // taskbar in its stead.
+  void StandInForIcon(bool icon_shown);
 
  private:
   bool OnMessage(UINT message, WPARAM wparam, LPARAM lparam, INT_PTR& result) override;
   void OnCloseBox() override { main_window_.QueryUnload(CloseReason::CloseBox); }
+  void OnClose() override { close_program(CloseReason::TaskManager); }
   void OnEscape() override {}
+  SIZE LeastSize() const override { return anchors_.LeastSize(); }
   void BindLegend();
   void BindStatusBar();
   void AnchorControls();
@@ -24,11 +29,10 @@ class NativeMainWindow final : public NativeForm {
   // After a change of the window's size.
   void ArrangeWindow();
   int WidthOfMap() const;  // pixels, one column each
-  void SetUpGlyph();
 
   DefragWindow& main_window_;
   Anchors anchors_;
-  HFONT symbols_ = nullptr;
+  bool stands_in_ = false;
 };
 
 }  // namespace vornalux

@@ -14,6 +14,7 @@ namespace vornalux {
 namespace {
 
 constexpr UINT_PTR kFirstTimer = 1;
+constexpr WPARAM kCommandBits = 0xFFF0;  // of a system command
 
 std::vector<NativeForm*>& Forms() {
   static std::vector<NativeForm*> forms;
@@ -74,7 +75,33 @@ RECT AreaOf(ColumnRange columns, HWND control, const PictureBox& picture) {
   return area;
 }
 
+SIZE SizeOf(const RECT& area) { return {area.right - area.left, area.bottom - area.top}; }
+
+MONITORINFO MonitorOf(const RECT& place) {
+  MONITORINFO info = {};
+  info.cbSize = sizeof info;
+  GetMonitorInfoW(MonitorFromRect(&place, MONITOR_DEFAULTTONEAREST), &info);
+  return info;
+}
+
+// Where the window is, or would be if it were not as large as the screen.
+RECT PlaceOf(HWND window) {
+  RECT place;
+  GetWindowRect(window, &place);
+  if (!IsZoomed(window)) return place;
+  const MONITORINFO monitor = MonitorOf(place);
+  WINDOWPLACEMENT normal = {};
+  normal.length = sizeof normal;
+  GetWindowPlacement(window, &normal);
+  place = normal.rcNormalPosition;  // counts from where the taskbar leaves room
+  OffsetRect(&place, monitor.rcWork.left - monitor.rcMonitor.left,
+             monitor.rcWork.top - monitor.rcMonitor.top);
+  return place;
+}
+
 }  // namespace
+
+std::function<void(CloseReason)> NativeForm::close_program;
 
 NativeForm::NativeForm(Form& form, int dialog_id) : form_(form) {
   Forms().push_back(this);
@@ -94,6 +121,7 @@ NativeForm::NativeForm(Form& form, int dialog_id) : form_(form) {
 NativeForm::~NativeForm() {
   EndModal();
   std::erase(Forms(), this);
+  if (shares_place_ != nullptr) shares_place_->shares_place_ = nullptr;
   form_.changed = nullptr;
   form_.unloaded = nullptr;
   for (const auto& unbind : unbind_) unbind();
@@ -105,6 +133,11 @@ NativeForm* NativeForm::Of(const Form& form) {
     return &known->form_ == &form;
   });
   return found != Forms().end() ? *found : nullptr;
+}
+
+bool NativeForm::Owns(HWND window) {
+  return std::any_of(Forms().begin(), Forms().end(),
+                     [window](const NativeForm* form) { return form->window_ == window; });
 }
 
 void NativeForm::BecomeModal() {
@@ -141,15 +174,60 @@ void NativeForm::ShowForm() {
   const bool minimized = IsIconic(window_) != FALSE;
   // Before it goes: a window that takes no input would not come to the front in its stead.
   if (!form_.visible) EndModal();
-  if (shown != form_.visible) ShowWindow(window_, form_.visible ? SW_SHOW : SW_HIDE);
+  if (shown != form_.visible) {
+    if (shares_place_ != nullptr && shares_place_->OnScreen()) {
+      if (form_.visible) TakePlace(PlaceOf(shares_place_->window_));
+      if (OnScreen()) shares_place_->TakePlace(PlaceOf(window_));
+    }
+    const bool aside = form_.window_state == WindowState::Minimized;
+    ShowWindow(window_, !form_.visible ? SW_HIDE : aside ? SW_SHOWMINNOACTIVE : SW_SHOW);
+  }
   if (form_.visible && minimized && form_.window_state == WindowState::Normal) {
     ShowWindow(window_, SW_RESTORE);
   }
 }
 
+void NativeForm::SharePlaceWith(NativeForm& other) {
+  shares_place_ = &other;
+  other.shares_place_ = this;
+}
+
+SIZE NativeForm::LeastSize() const {
+  RECT area;
+  GetWindowRect(window_, &area);
+  return SizeOf(area);
+}
+
+void NativeForm::TakePlace(const RECT& place) {
+  const bool zoomed = IsZoomed(window_) != FALSE;
+  if (zoomed) {
+    if (MonitorFromWindow(window_, MONITOR_DEFAULTTONEAREST) ==
+        MonitorFromRect(&place, MONITOR_DEFAULTTONEAREST)) {
+      return;
+    }
+    ShowWindow(window_, SW_RESTORE);
+  }
+  const RECT work = MonitorOf(place).rcWork;
+  const SIZE room = SizeOf(work), wanted = SizeOf(place), least = LeastSize();
+  const LONG width = std::max(std::min(wanted.cx, room.cx), least.cx);
+  const LONG height = std::max(std::min(wanted.cy, room.cy), least.cy);
+  const LONG left = std::max(std::min(place.left, work.right - width), work.left);
+  const LONG top = std::max(std::min(place.top, work.bottom - height), work.top);
+  SetWindowPos(window_, nullptr, left, top, width, height, SWP_NOZORDER | SWP_NOACTIVATE);
+  if (zoomed) ShowWindow(window_, SW_MAXIMIZE);
+}
+
 void NativeForm::ShowState(int id, const Control& control) const {
-  EnableWindow(Item(id), control.enabled);
-  ShowWindow(Item(id), control.visible ? SW_SHOWNA : SW_HIDE);
+  SetState(id, control.visible, control.enabled);
+}
+
+// What cannot be seen takes no key either, and keeps the keyboard from nobody.
+void NativeForm::SetState(int id, bool visible, bool enabled) const {
+  if (!(visible && enabled) && window_ != nullptr && GetFocus() == Item(id)) {
+    SendMessageW(window_, WM_NEXTDLGCTL, FALSE, FALSE);
+  }
+  EnableWindow(Item(id), visible && enabled);
+  ShowWindow(Item(id), visible ? SW_SHOWNA : SW_HIDE);
 }
 
 void NativeForm::Bind(int id, Label& label) {
@@ -170,6 +248,8 @@ void NativeForm::Bind(int id, Button& button) {
   button.changed = [this, id, &button] {
     ShowState(id, button);
     SetText(Item(id), button.caption);
+    // Held down, where the template has a button that can be.
+    SendMessageW(Item(id), BM_SETCHECK, button.marked ? BST_CHECKED : BST_UNCHECKED, 0);
   };
   button.changed();
   if (!button.tool_tip.empty()) AddToolTip(id, button.tool_tip);
@@ -415,8 +495,19 @@ INT_PTR NativeForm::Handle(UINT message, WPARAM wparam, LPARAM lparam) {
         Raise(timers_[wparam - kFirstTimer]->tick);
       }
       return TRUE;
-    case WM_CLOSE:
+    case WM_SYSCOMMAND:  // Alt+F4 comes as one, too
+      if ((wparam & kCommandBits) != SC_CLOSE) return FALSE;
       OnCloseBox();
+      return TRUE;
+    case WM_CLOSE:
+      OnClose();
+      return TRUE;
+    case WM_QUERYENDSESSION:
+      // Nothing is given up yet: somebody else may keep the session.
+      SetWindowLongPtrW(window_, DWLP_MSGRESULT, TRUE);
+      return TRUE;
+    case WM_ENDSESSION:
+      if (wparam != FALSE && close_program) close_program(CloseReason::EndOfSession);
       return TRUE;
     case WM_DESTROY:
       window_ = nullptr;

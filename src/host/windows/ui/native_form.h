@@ -11,6 +11,7 @@
 #include "forms/controls.h"
 #include "forms/picture_box.h"
 #include "host/windows/system_headers.h"
+#include "ui/defrag_window.h"
 
 namespace vornalux {
 
@@ -29,8 +30,18 @@ class NativeForm {
   // The native side of a form; null when it has none.
   static NativeForm* Of(const Form& form);
 
+  static bool Owns(HWND window);
+
   // From now on until the form goes out of sight no other window of the program takes input.
   void BecomeModal();
+
+  // Whichever of the two comes into sight while the other is there, or stays when the other goes,
+  // takes the other's place and size.
+  void SharePlaceWith(NativeForm& other);
+
+  // What closes the program from outside: the session ends, or somebody closes a window that stands
+  // for the program. Set for as long as there are windows.
+  static std::function<void(CloseReason)> close_program;
 
   // Lets a dialog take its keyboard messages; for the message loop.
   static bool TakesMessage(MSG& message);
@@ -52,14 +63,25 @@ class NativeForm {
   void Bind(Timer& timer);
 
   HWND Item(int id) const { return GetDlgItem(window_, id); }
-  void ShowState(int id, const Control& control) const;
+  virtual void ShowState(int id, const Control& control) const;
+  void SetState(int id, bool visible, bool enabled) const;
   // What the native side makes of other messages. True: handled.
   virtual bool OnMessage(UINT message, WPARAM wparam, LPARAM lparam, INT_PTR& result);
-  // The user closes the window by its close box, or presses Escape in it.
+  // The user closes the window by its close box or its system menu, or presses Escape in it.
   virtual void OnCloseBox() { form_.Hide(); }
+  // Somebody else closes it.
+  virtual void OnClose() { OnCloseBox(); }
   virtual void OnEscape() { OnCloseBox(); }
   // The form is unloaded.
   virtual void OnUnload();
+  // Pixels, with the frame; a dialog of fixed size has no other.
+  virtual SIZE LeastSize() const;
+  // Place: on the screen, with the frame. Comes as near to it as its own least size and what can be
+  // seen of the screen allow.
+  virtual void TakePlace(const RECT& place);
+  // What paints an owner-drawn control.
+  using Painter = std::function<void(HDC, const RECT&)>;
+  void PaintBy(int id, Painter painter) { painters_[id] = std::move(painter); }
   // What a derived window has bound by itself is to be undone like the rest.
   void AtEnd(std::function<void()> undo) { unbind_.push_back(std::move(undo)); }
 
@@ -67,6 +89,7 @@ class NativeForm {
   static INT_PTR CALLBACK Procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam);
   INT_PTR Handle(UINT message, WPARAM wparam, LPARAM lparam);
   void ShowForm();
+  bool OnScreen() const { return IsWindowVisible(window_) && !IsIconic(window_); }
   void EndModal();
   void AddToolTip(int id, const std::string& text);
   void BindCheck(int id, CommandControl& control, Property<bool>& value);
@@ -78,9 +101,10 @@ class NativeForm {
   HWND window_ = nullptr;
   std::map<int, std::function<void(int notification)>> commands_;
   std::map<int, const Label*> labels_;
-  std::map<int, std::function<void(HDC, const RECT&)>> painters_;
+  std::map<int, Painter> painters_;
   std::vector<Timer*> timers_;
   std::vector<std::function<void()>> unbind_;
+  NativeForm* shares_place_ = nullptr;
   std::vector<HWND> held_;  // take no input because of this window
   HWND tool_tips_ = nullptr;
   bool pushing_ = false;  // a change that we make ourselves is no deed of the user's

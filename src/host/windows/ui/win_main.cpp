@@ -5,6 +5,7 @@
 #include <shellapi.h>
 
 #include <cstdlib>
+#include <utility>
 
 #include "app/program.h"
 #include "app/start_up.h"
@@ -39,6 +40,8 @@ void OpenPage(const std::string& address) {
 }
 
 int Run() {
+  // A drive without its disk is an answer; nobody is to be asked for the disk.
+  SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
   WindowsVolumes volumes;
   WindowsFiles files;
   WindowsSystem system;
@@ -60,7 +63,16 @@ int Run() {
   NativeDebug debug(program.debug_window);
   NativeTemperatureWarning warning(program.main_window.temperature_warning);
   NativeContext context(program.launcher.context_menu);
+  launcher.SharePlaceWith(main_window);
   desktop.SetTrayOwner(launcher.window());
+  desktop.tray_icon_tried = [&main_window](bool shown) { main_window.StandInForIcon(shown); };
+  launcher.taskbar_created = [&desktop] { desktop.RestoreTrayIcon(); };
+  // Once is enough, however many windows are told.
+  NativeForm::close_program = [&, closing = false](CloseReason reason) mutable {
+    if (std::exchange(closing, true)) return;
+    desktop.HurryBoxes();
+    program.main_window.QueryUnload(reason);
+  };
   const auto unloaded = program.main_window.unloaded;
   program.main_window.unloaded = [unloaded] {
     Raise(unloaded);

@@ -14,7 +14,10 @@
 namespace vornalux {
 namespace {
 
-constexpr UINT kTrayMessage = WM_MOUSEMOVE;
+// The system waits for five seconds at an end of session or task.
+constexpr UINT kBoxPatienceMilliseconds = 3000;
+constexpr int kTrayAttempts = 3;
+constexpr DWORD kTrayPauseMilliseconds = 200;
 constexpr UINT kTrayIcon = 1;
 constexpr std::array<UINT, 5> kIcons = {0, MB_ICONERROR, MB_ICONQUESTION, MB_ICONWARNING,
                                         MB_ICONINFORMATION};
@@ -29,6 +32,19 @@ NOTIFYICONDATAA TrayRecord(HWND owner) {
 }
 static_assert(NOTIFYICONDATAA_V1_SIZE == (sizeof(void*) == 8 ? 104 : 88));
 constexpr std::size_t kTipCharacters = 64;  // of that form
+
+// Boxes and questions are; forms stay.
+BOOL CALLBACK CloseIfBox(HWND window, LPARAM) {
+  constexpr ATOM kDialog = 0x8002;
+  if (GetClassWord(window, GCW_ATOM) == kDialog && !NativeForm::Owns(window)) {
+    PostMessageW(window, WM_CLOSE, 0, 0);
+  }
+  return TRUE;
+}
+
+void CALLBACK CloseBoxes(HWND, UINT, UINT_PTR, DWORD) {
+  EnumThreadWindows(GetCurrentThreadId(), CloseIfBox, 0);
+}
 
 }  // namespace
 
@@ -61,8 +77,11 @@ BoxAnswer WindowsDesktop::ShowBox(const std::string& text, const std::string& ti
                                   BoxButtons buttons, BoxIcon icon) {
   const UINT type =
       (buttons == BoxButtons::YesNo ? MB_YESNO : MB_OK) | kIcons[static_cast<std::size_t>(icon)];
+  const UINT_PTR timer =
+      hurry_ ? SetTimer(nullptr, 0, kBoxPatienceMilliseconds, CloseBoxes) : UINT_PTR{0};
   const int answer =
       MessageBoxW(GetActiveWindow(), ToWide(text).c_str(), ToWide(title).c_str(), type);
+  if (timer != 0) KillTimer(nullptr, timer);
   if (buttons == BoxButtons::Ok) return BoxAnswer::Ok;
   return answer == IDYES ? BoxAnswer::Yes : BoxAnswer::No;
 }
@@ -91,17 +110,33 @@ std::optional<std::string> WindowsDesktop::InputBox(const std::string& prompt,
 }
 
 void WindowsDesktop::ShowTrayIcon(const std::string& tooltip) {
+  tray_tip_ = tooltip;
+  PutTrayIcon();
+}
+
+void WindowsDesktop::RestoreTrayIcon() {
+  if (tray_tip_) PutTrayIcon();
+}
+
+void WindowsDesktop::PutTrayIcon() {
   NOTIFYICONDATAA record = TrayRecord(owner_);
   record.uFlags = NIF_MESSAGE | NIF_ICON | NIF_TIP;
   record.uCallbackMessage = kTrayMessage;
   record.hIcon = LoadIconW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(IDI_PROGRAM));
-  const std::string text = ToAnsi(tooltip);
+  const std::string text = ToAnsi(*tray_tip_);
   const std::size_t length = std::min({text.find('\0'), text.size(), kTipCharacters - 1});
   std::copy_n(text.begin(), length, record.szTip);
-  icon_shown_ = Shell_NotifyIconA(NIM_ADD, &record) != FALSE;
+  icon_shown_ = false;
+  for (int attempt = 0; attempt < kTrayAttempts && !icon_shown_; ++attempt) {
+    if (attempt > 0) Sleep(kTrayPauseMilliseconds);
+    // An Explorer that was too busy to say so may have put it all the same.
+    icon_shown_ = Shell_NotifyIconA(NIM_ADD, &record) || Shell_NotifyIconA(NIM_MODIFY, &record);
+  }
+  if (tray_icon_tried) tray_icon_tried(icon_shown_);
 }
 
 void WindowsDesktop::RemoveTrayIcon() {
+  tray_tip_.reset();
   if (!icon_shown_) return;
   NOTIFYICONDATAA record = TrayRecord(owner_);
   Shell_NotifyIconA(NIM_DELETE, &record);
