@@ -52,6 +52,7 @@ enum class JobOutcome {
   InvalidArgument,  // the line holds something that is no switch
   NoDrive,          // neither the line nor the launcher names a volume
   NoFolder,         // there is no such folder on it
+  InUse,            // another program of ours works on it
   ContextMenu,      // the settings of Explorer's menus were asked for
   Dirty,            // the volume needs a disk check
   Failed,           // the volume could not be read

@@ -80,6 +80,9 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   // Carries out the job that the command-line tail asks for.
   JobOutcome process_cmd_line(const std::string& tail);
 
+  // Takes the volume for work. False, and the user told: another program of ours has it.
+  bool TakeVolume(const std::string& root);
+
   // Tests whether the volume ("C:") is marked dirty and says so. No other volume can be chosen
   // meanwhile.
   void runchkdsk(const std::string& drive);

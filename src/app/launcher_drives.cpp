@@ -100,11 +100,18 @@ void Introfrm::CmdGo_Click() {
     main_window_.TellCannotOpen();
     return;
   }
+  if (!TakeVolume(volume_.Target().drive)) return;
   main_window_.CloseMenu();
   runchkdsk(volume_.Target().Drive());
   if (main_window_.Ended()) return;
   main_window_.OpenMenu();
   ShowMainWindow();
+}
+
+bool Introfrm::TakeVolume(const std::string& root) {
+  if (platform_.machine.TakeVolume(root)) return true;
+  Say("Another Vornalux is working on " + root + ".");
+  return false;
 }
 
 void Introfrm::ShowMainWindow() {

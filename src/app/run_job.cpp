@@ -55,6 +55,7 @@ JobOutcome RunJob(const Job& job, const JobParts& parts) {
     Say(parts, "No drive specified.");
     return JobOutcome::NoDrive;
   }
+  if (job.action && !parts.launcher.TakeVolume(root)) return JobOutcome::InUse;
   parts.trace.Line("CDM_line arguments: " + job.line);
   volume.Choose(root, job.directory, kNoFileSystem);
   parts.launcher.runchkdsk(volume.Target().Drive());

@@ -42,7 +42,7 @@ class Machine {
   // Tells the sink whether the volume is marked dirty; repairs nothing.
   virtual void CheckDisk(const std::string& root, DiskCheckSink& sink) = 0;
 
-  // Takes the volume with this root ("C:\\") for the program's work, in place of the one that it
+  // Takes the volume with this root ("C:\") for the program's work, in place of the one that it
   // had taken before; an empty root only gives that one up. False: another program of ours has it,
   // and what was taken before stays. Hosts that keep two from one volume by other means say true.
   virtual bool TakeVolume(const std::string& /*root*/) { return true; }

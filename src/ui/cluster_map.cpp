@@ -52,27 +52,42 @@ void ClusterMap::PaintRange(std::int64_t first, std::int64_t last, std::int64_t 
   last = LastVisible(last);
   // A drawing inside this one that was of another width has painted the rest, and with other steps.
   const std::int64_t scale = ClustersPerColumn;
+  const std::uint64_t volume = forgotten_;
   for (std::int64_t c = first; c <= last; c += step) {
     desktop_.DoEvents();
-    if (ClustersPerColumn != scale) return;
+    if (ClustersPerColumn != scale || forgotten_ != volume) return;
     teken_plaatje(c, colour);
     desktop_.DoEvents();
   }
 }
 
+void ClusterMap::Forget() {
+  ++forgotten_;
+  ClustersPerColumn = 0;
+  picture_.Clear();
+  picture_.Refresh();
+}
+
 void ClusterMap::DrawVolume(const MapVolume& volume) {
   picture_.Clear();
   redraw_glyph_.fore_colour = activity_colour::kMoving;
+  const std::uint64_t before = forgotten_;
   desktop_.DoEvents();
-  PaintDensity(volume.bitmap);
-  picture_.Refresh();
-  // An eighth of a column a step: each zone column is painted several times.
-  PaintRange(volume.zone_start, volume.zone_end, ClustersPerColumn / 8, map_colour::kMftZone);
-  if (!volume.master_file_table.empty()) PaintMasterFileTable(volume.master_file_table);
+  if (forgotten_ == before) PaintLayers(volume);
   picture_.Refresh();
   desktop_.DoEvents();
   redraw_glyph_.fore_colour = activity_colour::kResting;
   desktop_.DoEvents();
+}
+
+void ClusterMap::PaintLayers(const MapVolume& volume) {
+  PaintDensity(volume.bitmap);
+  picture_.Refresh();
+  const std::uint64_t before = forgotten_;
+  // An eighth of a column a step: each zone column is painted several times.
+  PaintRange(volume.zone_start, volume.zone_end, ClustersPerColumn / 8, map_colour::kMftZone);
+  if (forgotten_ != before || volume.master_file_table.empty()) return;
+  PaintMasterFileTable(volume.master_file_table);
 }
 
 // Sets the scale too, by the width that the picture has now: an event may just have changed it.
@@ -93,8 +108,10 @@ void ClusterMap::PaintDensity(const VolumeBitmapImage& image) {
 
 void ClusterMap::PaintMasterFileTable(const std::string& path) {
   const ExtentRecord table = extents_.ReadExtents(path, false, false);
+  const std::uint64_t volume = forgotten_;
   std::int64_t vcn = 0;
   for (const Extent& extent : table.extents) {
+    if (forgotten_ != volume) return;
     // The cluster past the extent's end is painted too.
     PaintRange(extent.Lcn, extent.Lcn + extent.NextVcn - vcn, ClustersPerColumn, map_colour::kMft);
     vcn = extent.NextVcn;
@@ -104,11 +121,12 @@ void ClusterMap::PaintMasterFileTable(const std::string& path) {
 void ClusterMap::DrawCandidates(const std::vector<std::string>& paths, Colour colour,
                                 bool refresh) {
   std::optional<std::int64_t> cluster;
+  const std::uint64_t volume = forgotten_;
   // The last slot is not painted. Sizes are read anew each time: events may run in between.
   for (std::size_t i = 0; i + 1 < paths.size(); ++i) {
     if (refresh && i % kEntriesPerRefresh == 0) picture_.Refresh();
     desktop_.DoEvents();
-    if (i + 1 >= paths.size()) return;
+    if (forgotten_ != volume || i + 1 >= paths.size()) return;
     if (!paths[i].empty()) cluster = extents_.FirstAllocatedLcn(paths[i]);
     if (cluster) teken_plaatje(*cluster, colour);
   }

@@ -31,7 +31,10 @@ class ClusterMap {
   ClusterMap(Desktop& desktop, ExtentReader& extents, PictureBox& picture, Label& redraw_glyph)
       : desktop_(desktop), extents_(extents), picture_(picture), redraw_glyph_(redraw_glyph) {}
 
-  std::int64_t ClustersPerColumn = 0;  // 0 until the first volume is drawn
+  std::int64_t ClustersPerColumn = 0;  // 0 until the volume is drawn
+
+  // Another volume is to be shown: blank until it is drawn. A drawing that is going on ends.
+  void Forget();
 
   // Paints the column that the cluster is nearest to. Does not refresh.
   void teken_plaatje(std::int64_t clus, Colour kleurtje);
@@ -54,6 +57,7 @@ class ClusterMap {
  private:
   void PaintDensity(const VolumeBitmapImage& image);
   std::int64_t LastVisible(std::int64_t cluster) const;
+  void PaintLayers(const MapVolume& volume);
   void PaintMasterFileTable(const std::string& path);
   void PaintRange(std::int64_t first, std::int64_t last, std::int64_t step, Colour colour);
 
@@ -61,6 +65,7 @@ class ClusterMap {
   ExtentReader& extents_;
   PictureBox& picture_;
   Label& redraw_glyph_;
+  std::uint64_t forgotten_ = 0;  // volumes so far
 };
 
 // The density colour of a column of which `share` (0 to 1) is in use.

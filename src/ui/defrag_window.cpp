@@ -96,9 +96,7 @@ void DefragWindow::VolumeChanged(ChosenVolume::Change change) {
 
 // Nothing that the window shows is left of the volume before.
 void DefragWindow::ForgetVolume() {
-  Picdepartvolume.Clear();
-  map.ClustersPerColumn = 0;
-  Picdepartvolume.Refresh();
+  map.Forget();
   for (Label& panel : status_panels) panel.caption = "";
   SetDetailsCounts("", "", "");
   details.ListView1.Clear();
@@ -112,6 +110,7 @@ void DefragWindow::ForgetVolume() {
 // Back to the launcher for another drive.
 void DefragWindow::Quitter_Click() {
   engine.volume.Close();
+  platform_.machine.TakeVolume({});
   debug_window_.DBGTXT.Clear();
   if (launcher) launcher->ShowOverMainWindow();
   platform_.desktop.DoEvents();

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "volume/drive_facts.h"
 
-#include <algorithm>
-
+#include "text/trimmed.h"
 #include "volume/sector_io.h"
 
 namespace vornalux {
@@ -12,9 +11,7 @@ constexpr std::int32_t kSectorBytes = 512;
 
 // Up to the first NUL, without blanks at its ends.
 std::string FieldText(const std::string& field) {
-  std::string text = field.substr(0, field.find('\0'));
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text.substr(std::min(text.size(), text.find_first_not_of(' ')));
+  return Trimmed(field.substr(0, field.find('\0')));
 }
 
 // FAT volumes name themselves in their first sector, each size of table in its own words.

@@ -123,6 +123,42 @@ TEST(ChosenVolume, TheEndDuringAJobsCheckEndsTheJob) {
   }
 }
 
+TEST(ChosenVolume, OneThatAnotherVornaluxHasIsLeftToIt) {
+  TwoVolumes two;
+  two.rig.machine->SetTakenByAnother("D:\\");
+  two.window.Quitter.Click();
+  two.launcher.ImageCombo1.Choose(1);
+  two.launcher.CmdGo.Click();
+  EXPECT_TRUE(two.launcher.visible && !two.window.cmdDefrag.enabled);
+  EXPECT_EQ(two.launcher.process_cmd_line("/drv D: /d /down"), JobOutcome::InUse);
+  EXPECT_EQ(two.rig.Boxes(), std::vector<std::string>(2, "Another Vornalux is working on D:\\."));
+  EXPECT_EQ(two.rig.machine->PowerOffs(), 0);
+}
+
+// A click on the map lets events through: the drawing of the volume before ends.
+TEST(ChosenVolume, ADrawingOfTheOneBeforeEnds) {
+  std::size_t drawings_ended = 0;
+  for (std::size_t nth = 1; nth < 60; nth += 2) {
+    TwoVolumes two;
+    two.rig.Run(kAnalyze);
+    ScriptedDesktop& user = two.rig.machine->User();
+    bool chosen = false;
+    user.AtDoEvents(user.DoEventsCount() + nth, [&] {
+      chosen = true;
+      two.window.Quitter.Click();
+      two.launcher.ImageCombo1.Choose(1);
+    });
+    two.window.Picdepartvolume.click();
+    if (!chosen) break;
+    const std::vector<Colour>& map = two.window.Picdepartvolume.columns();
+    // The first checkpoint comes before the reading: what is drawn then is D:.
+    if (nth == 1) continue;
+    EXPECT_EQ(std::set<Colour>(map.begin(), map.end()), std::set<Colour>{map_colour::kFree}) << nth;
+    ++drawings_ended;
+  }
+  EXPECT_GT(drawings_ended, 10U);
+}
+
 TEST(ChosenVolume, ShowsThePriorityInForce) {
   TwoVolumes two;
   const auto shown = [&] {

@@ -31,6 +31,10 @@ class SimulatedPlatform final : public MountedPlatform {
   // Another drive, with nothing in it unless a volume is added under the letter as well.
   void AddDrive(char letter, std::uint32_t type) { drive_types_[letter] = type; }
 
+  // Another program of ours works on the volume with this root.
+  void SetTakenByAnother(std::string root) { taken_by_another_ = std::move(root); }
+  bool TakeVolume(const std::string& root) override { return root != taken_by_another_; }
+
   FaultPlan& Faults() { return faults_; }
   ScriptedDesktop& User() { return desktop_; }
   ScriptedShell& Shell() { return shell_; }
@@ -74,6 +78,7 @@ class SimulatedPlatform final : public MountedPlatform {
   MemoryRegistry registry_;
   std::unordered_map<const MountedVolume*, const SimulatedVolume*> simulated_;
   std::map<char, std::uint32_t> drive_types_;
+  std::string taken_by_another_ = "none";
   int power_offs_ = 0;
 };
 

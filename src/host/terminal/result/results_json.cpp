@@ -95,6 +95,8 @@ const char* OutcomeName(JobOutcome outcome) {
       return "no_drive";
     case JobOutcome::NoFolder:
       return "no_folder";
+    case JobOutcome::InUse:
+      return "in_use";
     case JobOutcome::ContextMenu:
       return "context_menu";
     case JobOutcome::Dirty:

@@ -175,6 +175,7 @@ ExitCode JobExitCode(JobOutcome outcome) {
     case JobOutcome::NoFolder:
     case JobOutcome::ContextMenu:
       return ExitCode::Usage;
+    case JobOutcome::InUse:
     case JobOutcome::Dirty:
       return ExitCode::Refused;
     case JobOutcome::Failed:
