@@ -313,6 +313,12 @@ FLOW(WindowsTakeEachOthersPlace, "", Alone) {
   EXPECT_EQ(select(1590, 890), (Place{1600 - 900, 900 - 500, 900, 500})) << "kept on the screen";
   SetWindowPos(screen.Main(), nullptr, 10, 10, 1, 1, SWP_NOZORDER);
   EXPECT_EQ(back(), (Place{10, 10, width, height}));
+  SetWindowPos(screen.Launcher(), nullptr, 10, 890, 0, 0, SWP_NOSIZE | SWP_NOZORDER);
+  screen.Press(screen.Launcher(), IDC_MORE);
+  screen.Until("the options in sight", [&] {
+    const Place open = place(screen.Launcher());
+    return open[3] > height + 50 && open[1] + open[3] == 900;
+  });
 }
 
 FLOW(EachControlIsPaintedWhereItIs, "", Alone) {

@@ -131,6 +131,9 @@ void NativeLauncher::Fold() {
   GetWindowRect(window(), &frame);
   SetWindowPos(window(), nullptr, 0, 0, frame.right - frame.left,
                std::max(LeastSize().cy, taken_height_), SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+  if (!open) return;
+  GetWindowRect(window(), &frame);
+  NativeForm::TakePlace(frame);  // where all of it can be seen
 }
 
 SIZE NativeLauncher::LeastSize() const {
@@ -141,8 +144,10 @@ SIZE NativeLauncher::LeastSize() const {
 }
 
 void NativeLauncher::TakePlace(const RECT& place) {
-  taken_height_ = place.bottom - place.top;
   NativeForm::TakePlace(place);
+  RECT now;  // no higher than the screen
+  GetWindowRect(window(), &now);
+  taken_height_ = std::min(place.bottom - place.top, now.bottom - now.top);
 }
 
 // Room that another window's place leaves goes to what is written.

@@ -33,7 +33,7 @@ NOTIFYICONDATAA TrayRecord(HWND owner) {
 static_assert(NOTIFYICONDATAA_V1_SIZE == (sizeof(void*) == 8 ? 104 : 88));
 constexpr std::size_t kTipCharacters = 64;  // of that form
 
-// Boxes and questions are; forms stay.
+// A box or a question; forms stay.
 BOOL CALLBACK CloseIfBox(HWND window, LPARAM) {
   constexpr ATOM kDialog = 0x8002;
   if (GetClassWord(window, GCW_ATOM) == kDialog && !NativeForm::Owns(window)) {
