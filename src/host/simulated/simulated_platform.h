@@ -16,6 +16,9 @@
 
 namespace vornalux {
 
+// What a drive is like for the time being. Files and handles on one that is gone answer nothing.
+enum class DriveState { Well, Gone, NotOpening, NoBitmap };
+
 // A whole machine for tests: mounted volumes, usually simulated ones, on which things go wrong by
 // plan, a user who follows a script, and a log of every call.
 class SimulatedPlatform final : public MountedPlatform {
@@ -30,6 +33,10 @@ class SimulatedPlatform final : public MountedPlatform {
 
   // Another drive, with nothing in it unless a volume is added under the letter as well.
   void AddDrive(char letter, std::uint32_t type) { drive_types_[letter] = type; }
+
+  void SetDriveState(char letter, DriveState state) { drive_states_[letter] = state; }
+  // A disk check tells something so often, each time with a chance to cancel it.
+  void SetCheckLines(int lines) { check_lines_ = lines; }
 
   FaultPlan& Faults() { return faults_; }
   ScriptedDesktop& User() { return desktop_; }
@@ -59,6 +66,8 @@ class SimulatedPlatform final : public MountedPlatform {
   std::unique_ptr<FolderSearch> FindFirst(const std::string& pattern) override;
   ErrorCode ReadBytes(const std::string& path, std::string& out) override;
 
+  Handle OpenDevice(const std::string& device_path) override;
+
   std::uint32_t SetPriorityClass(std::uint32_t priority_class) override;
   void CheckDisk(const std::string& root, DiskCheckSink& sink) override;
   void PowerOff() override;
@@ -67,6 +76,13 @@ class SimulatedPlatform final : public MountedPlatform {
   ErrorCode MayOpen(MountedVolume& volume, ItemId item) override;
 
  private:
+  // path: of anything on the drive.
+  bool Is(DriveState state, std::string_view path) const;
+  // What the drive itself fails the call with.
+  ErrorCode Missing(std::string_view path) const {
+    return Is(DriveState::Gone, path) ? error::kNotReady : error::kSuccess;
+  }
+
   CallLog log_;
   FaultPlan faults_;
   ScriptedDesktop desktop_;
@@ -74,6 +90,8 @@ class SimulatedPlatform final : public MountedPlatform {
   MemoryRegistry registry_;
   std::unordered_map<const MountedVolume*, const SimulatedVolume*> simulated_;
   std::map<char, std::uint32_t> drive_types_;
+  std::map<char, DriveState> drive_states_;
+  int check_lines_ = 1;
   int power_offs_ = 0;
 };
 

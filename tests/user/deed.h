@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "forms/controls.h"
+
+namespace vornalux::testing {
+
+// Something that can happen to the program: the user does it, a timer, or the world around.
+struct Deed {
+  std::string name;  // as steps are printed and read
+  int weight = 1;    // how often it is chosen, next to the others
+  Form* window = nullptr;  // that has to be in front; null: comes whatever is in front
+  std::function<bool()> possible;
+  std::function<void()> act;
+};
+using Deeds = std::vector<Deed>;
+
+// A deed of a sequence, and when it happens.
+struct Step {
+  std::string deed;  // "start" is followed by the job line
+  int wait = 0;      // 0: when nothing runs; else the events since the step before, inside it
+  bool yes = false;  // the answer to boxes, until the next step at the same depth
+};
+
+// An invariant that does not hold.
+struct Fault {
+  std::string rule;  // the same for faults of one kind
+  std::string what;
+};
+
+}  // namespace vornalux::testing
