@@ -11,8 +11,8 @@ namespace vornalux::testing {
 
 // Something that can happen to the program: the user does it, a timer, or the world around.
 struct Deed {
-  std::string name;  // as steps are printed and read
-  int weight = 1;    // how often it is chosen, next to the others
+  std::string name;        // as steps are printed and read
+  int weight = 1;          // how often it is chosen, next to the others
   Form* window = nullptr;  // that has to be in front; null: comes whatever is in front
   std::function<bool()> possible;
   std::function<void()> act;
@@ -22,8 +22,8 @@ using Deeds = std::vector<Deed>;
 // A deed of a sequence, and when it happens.
 struct Step {
   std::string deed;  // "start" is followed by the job line
-  int wait = 0;      // 0: when nothing runs; else the events since the step before, inside it
-  bool yes = false;  // the answer to boxes, until the next step at the same depth
+  int wait = 0;      // 0: when nothing runs; else inside what does, after so many events
+  bool yes = false;  // how boxes that it brings up are answered
 };
 
 // An invariant that does not hold.

@@ -94,7 +94,7 @@ bool Player::StepsLeft() const { return given_ != nullptr ? next_ < given_->size
 
 bool Player::DueInside() const {
   if (!life_ || life_->watch.HasEnded() || depth_ >= kDeepest || !StepsLeft()) return false;
-  if (given_ == nullptr) return since_ >= gap_;
+  if (given_ == nullptr) return since_ >= due_;
   return (*given_)[next_].wait > 0 && since_ >= (*given_)[next_].wait;
 }
 
@@ -121,18 +121,20 @@ bool Player::ChooseStep(bool inside, Step& step) {
     return true;
   }
   --left_;
+  // First a choice between the program and the rest of the world.
   const Deeds& deeds = life_ ? life_->deeds : outside_;
+  const std::size_t first = life_ && random_.Chance(0.75) ? outside_.size() : 0;
   std::int64_t weights = 0;
   std::vector<const Deed*> possible;
-  for (const Deed& deed : deeds) {
-    if (!Possible(deed)) continue;
-    possible.push_back(&deed);
-    weights += deed.weight;
+  for (std::size_t i = first; i < deeds.size(); ++i) {
+    if (!Possible(deeds[i])) continue;
+    possible.push_back(&deeds[i]);
+    weights += deeds[i].weight;
   }
   std::int64_t chosen = random_.Below(weights);
-  const auto deed = std::find_if(possible.begin(), possible.end(), [&chosen](const Deed* candidate) {
-    return (chosen -= candidate->weight) < 0;
-  });
+  const auto deed =
+      std::find_if(possible.begin(), possible.end(),
+                   [&chosen](const Deed* candidate) { return (chosen -= candidate->weight) < 0; });
   step = {(*deed)->name, inside ? since_ : 0, random_.Chance(0.5)};
   if (step.deed == kStart) step.deed += RandomJobLine();
   return true;
@@ -143,11 +145,11 @@ std::string Player::RandomJobLine() {
   const auto one_of = [this](std::initializer_list<const char*> texts) {
     return std::string(texts.begin()[random_.Below(std::ssize(texts))]);
   };
-  const std::string line =
-      one_of({"", " /drv C:", " /drv D:", " /drv E:", " /drv d:", " /drv X:", " /dir \"D:\\folder0\"",
-              " /dir \"C:\\folder1\""}) +
-      one_of({" /d", " /o", " /c", ""}) + one_of({"", " /min"}) +
-      one_of({"", " /down", " /close", ""}) + one_of({"", "", " /dbg", " /low", " /vssafe"});
+  const std::string line = one_of({"", " /drv C:", " /drv D:", " /drv E:", " /drv d:", " /drv X:",
+                                   " /dir \"D:\\folder0\"", " /dir \"C:\\folder1\""}) +
+                           one_of({" /d", " /o", " /c", ""}) + one_of({"", " /min"}) +
+                           one_of({"", " /down", " /close", ""}) +
+                           one_of({"", "", " /dbg", " /low", " /vssafe"});
   return random_.Chance(0.05) ? " -setshell" : random_.Chance(0.05) ? line + " /bogus" : line;
 }
 
@@ -155,8 +157,8 @@ void Player::Perform(const Step& step, const Deed& deed) {
   played_.push_back(step);
   const bool yes_before = yes_;
   yes_ = step.yes;
-  since_ = 0;
-  gap_ = static_cast<int>(1 + random_.Below(std::int64_t{1} << random_.Below(10)));
+  if (depth_ == 0) since_ = 0;
+  due_ = static_cast<int>(since_ + 1 + random_.Below(std::int64_t{1} << random_.Below(10)));
   if (life_ && depth_ > 0) life_->watch.AtStep(tray_icon_);
   ++depth_;
   const bool pass = IsPass(step.deed);
@@ -167,6 +169,7 @@ void Player::Perform(const Step& step, const Deed& deed) {
     deed.act();
   }
   if (pass) life_->watch.EndPass();
+  if (step.deed == "Select Drive" || step.deed.starts_with("choose")) life_->watch.Chosen();
   if (step.deed == "warning Stop") life_->watch.Stopped();
   if (step.deed == "end of session") life_->watch.Ended();
   --depth_;
@@ -227,8 +230,7 @@ void Player::ShowModal(Form& form) {
   modal_.push_back(&form);
   while (form.visible && !life_->watch.HasEnded()) {
     ++since_;
-    const bool next_is_inside =
-        StepsLeft() && (given_ == nullptr || (*given_)[next_].wait > 0);
+    const bool next_is_inside = StepsLeft() && (given_ == nullptr || (*given_)[next_].wait > 0);
     if (!next_is_inside || !StepInside()) form.Unload();
   }
   modal_.pop_back();

@@ -72,8 +72,8 @@ class Player final : public Desktop {
   std::size_t next_ = 0;  // of those given
   std::size_t left_ = 0;  // of those at random
   std::vector<Step> played_;
-  int since_ = 0;  // events since a step began
-  int gap_ = 1;    // events to the next one, at random
+  int since_ = 0;  // events since the step at rest began
+  int due_ = 1;    // when the next one inside it is to happen, at random
   std::size_t depth_ = 0;
   std::size_t events_ = 0;
   std::size_t events_in_step_ = 0;

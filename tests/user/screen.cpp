@@ -73,11 +73,12 @@ void Screen::AddMainDeeds(Deeds& deeds) {
   Press(deeds, main, "Redraw after each file", main.Affiche);
   Press(deeds, main, "Do not show names", main.ChkNoFileDisplay);
   const auto always = [] { return true; };
-  deeds.push_back({"click on the map", 4, &main, [&main] { return main.Picdepartvolume.visible.get(); },
+  deeds.push_back({"click on the map", 4, &main,
+                   [&main] { return main.Picdepartvolume.visible.get(); },
                    [&main] { Raise(main.Picdepartvolume.click); }});
   deeds.push_back({"details", 4, &main, always, [&main] { Raise(main.Label4[1].click); }});
-  deeds.push_back({"close main", 1, &main, always,
-                   [&main] { main.QueryUnload(CloseReason::CloseBox); }});
+  deeds.push_back(
+      {"close main", 1, &main, always, [&main] { main.QueryUnload(CloseReason::CloseBox); }});
   deeds.push_back({"minimize main", 1, &main, always, [&main] {
                      main.window_state = WindowState::Minimized;
                      main.Resized();
@@ -88,7 +89,7 @@ void Screen::AddLauncherDeeds(Deeds& deeds) {
   Introfrm& launcher = program_->launcher;
   DefragWindow& main = program_->main_window;
   Press(deeds, launcher, "Select Drive", launcher.CmdGo, 16);
-  Press(deeds, launcher, "More", launcher.CmdJob);
+  Press(deeds, launcher, "More", launcher.CmdJob, 6);
   Press(deeds, launcher, "Cancel check", launcher.CmdCancel, 4);
   Press(deeds, launcher, "VSS safe-mode now", launcher.VSS_LIVE);
   for (std::int32_t i = 0; i < 4; ++i) {
@@ -161,7 +162,7 @@ void Screen::AddDeeds(Deeds& deeds, const std::function<bool()>& tray_icon_shown
     const auto possible = [&timer] { return timer.enabled.get(); };
     deeds.push_back({name, weight, nullptr, possible, [&timer] { Raise(timer.tick); }});
   };
-  tick("tick counters", main.UpdateTimer, 2);
+  tick("tick counters", main.UpdateTimer, 8);
   tick("tick temperature", main.tmrTemperatures, 6);
   tick("tick warning", main.temperature_warning.tmrTemperatures, 6);
   deeds.push_back({"click on the tray icon", 16, nullptr,
@@ -253,9 +254,9 @@ bool Screen::ListsValid() const {
 
 std::size_t Screen::WithoutGap() const {
   const auto& failures = program_->main_window.engine.movers.statistics.failures;
-  return static_cast<std::size_t>(std::count_if(
-      failures.begin(), failures.end(),
-      [](const MoveFailure& failure) { return failure.reason == NotMoved::NoGap; }));
+  return static_cast<std::size_t>(
+      std::count_if(failures.begin(), failures.end(),
+                    [](const MoveFailure& failure) { return failure.reason == NotMoved::NoGap; }));
 }
 
 }  // namespace vornalux::testing

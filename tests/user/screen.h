@@ -36,10 +36,10 @@ class Screen {
   Handle VolumeHandle() const { return program_->main_window.engine.geometry.VolumeHandle; }
   char OpenVolume() const;
 
-  bool Visible() const;          // any window
+  bool Visible() const;  // any window
   bool MainVisible() const { return program_->main_window.visible; }
   bool Busy() const { return program_->main_window.Busy(); }
-  bool PassesEnabled() const;    // any of them
+  bool PassesEnabled() const;     // any of them
   std::string MenuFault() const;  // in how far the menu is neither that of a run nor that of rest
   bool PanelsBlank() const;
   bool MapBlank() const;

@@ -6,9 +6,7 @@
 namespace vornalux::testing {
 namespace {
 
-[[noreturn]] void Break(const char* rule, const std::string& what) {
-  throw Fault{rule, what};
-}
+[[noreturn]] void Break(const char* rule, const std::string& what) { throw Fault{rule, what}; }
 
 std::string Name(char letter) { return letter == '\0' ? "none" : std::string{letter, ':'}; }
 
@@ -26,7 +24,8 @@ char JobLetter(const std::string& line) {
   char letter = '\0';
   for (const char* name : {"/drv ", "/dir \""}) {
     const std::size_t at = line.find(name);
-    if (at != std::string::npos) letter = LetterOf(std::string_view(line).substr(at + 5 + (name[4] == '"')));
+    if (at != std::string::npos)
+      letter = LetterOf(std::string_view(line).substr(at + 5 + (name[4] == '"')));
   }
   return letter;
 }
@@ -43,7 +42,8 @@ Watch::Watch(World& world, Screen& screen) : world_(world), screen_(screen) {
 }
 
 Watch::Run Watch::NewRun() const {
-  return {.job = {},
+  return {.is_job = false,
+          .line = {},
           .letter = screen_.Target(),
           .boxes = boxes_,
           .stops = stops_,
@@ -57,7 +57,8 @@ void Watch::BeginPass() { runs_.push_back(NewRun()); }
 
 void Watch::BeginJob(const std::string& line) {
   runs_.push_back(NewRun());
-  runs_.back().job = line;
+  runs_.back().is_job = true;
+  runs_.back().line = line;
   runs_.back().letter = JobLetter(line);
 }
 
@@ -78,9 +79,13 @@ void Watch::EndPass() {
 }
 
 void Watch::EndJob() {
-  const std::string& job = runs_.back().job;
-  if (Has(job, "/d") || Has(job, "/o") || Has(job, "/c")) CheckDeeds(runs_.back(), "a job");
+  const std::string& line = runs_.back().line;
+  if (Has(line, "/d") || Has(line, "/o") || Has(line, "/c")) CheckDeeds(runs_.back(), "a job");
   runs_.pop_back();
+}
+
+void Watch::Chosen() const {
+  if (!ended_ && !screen_.Folder().empty()) Break("a: folder", screen_.Folder() + " of a job");
 }
 
 void Watch::Ended() {
@@ -90,7 +95,7 @@ void Watch::Ended() {
 
 void Watch::PowersOff() const {
   if (ended_) Break("f: power off after the end", "");
-  if (runs_.empty() || !Has(runs_.front().job, "/down")) Break("f: power off unasked", "");
+  if (runs_.empty() || !Has(runs_.front().line, "/down")) Break("f: power off unasked", "");
   if (runs_.front().stops != stops_) Break("f: power off after a stop", "");
 }
 
@@ -100,7 +105,7 @@ void Watch::OnlyOn(char letter, const std::string& what) const {
   if (run == nullptr) Break("e: works although nothing was started", what);
   Same("d: works on another volume than the one shown", what.c_str(), letter, screen_.Target());
   if (run->letter != '\0' && letter != run->letter) {
-    Break(run->job.empty() ? "d: a pass changes its volume" : "d: a job works elsewhere",
+    Break(run->is_job ? "d: a job works elsewhere" : "d: a pass changes its volume",
           what + " instead of " + Name(run->letter));
   }
 }
@@ -143,7 +148,7 @@ void Watch::AtEvent() const {
   const std::string fault = screen_.MenuFault();
   if (!fault.empty()) Break("e: menu", fault);
   if (runs_.empty() && screen_.Busy()) Break("e: busy menu without a run", "");
-  if (!runs_.empty() && runs_.back().job.empty() && !screen_.Busy()) {
+  if (!runs_.empty() && !runs_.back().is_job && !screen_.Busy()) {
     Break("e: menu of rest inside a pass", "");
   }
 }

@@ -22,20 +22,22 @@ class Watch {
   void BeginJob(const std::string& line);
   void EndJob();
 
+  void Chosen() const;  // a drive, by the user
   void Box() { ++boxes_; }
   void Stopped() { ++stops_; }  // by the user
   void Ended();                 // the main window or the session
   void PowersOff() const;
   bool HasEnded() const { return ended_; }
 
-  void AtEvent() const;                   // inside whatever runs
+  void AtEvent() const;                     // inside whatever runs
   void AtStep(bool tray_icon_shown) const;  // before and after each step
   void AtRest(bool tray_icon_shown) const;  // when nothing is on the stack
 
  private:
   // A pass or a job, and what had been seen when it began.
   struct Run {
-    std::string job;    // the line; of a pass empty
+    bool is_job = false;
+    std::string line;    // of a job
     char letter = '\0';  // it may work on this volume only
     int boxes = 0;
     int stops = 0;

@@ -8,14 +8,13 @@ namespace {
 
 // Small: a pass over it is over soon. Its clusters are large, so that a move has checkpoints.
 RandomVolumeOptions Small(const char* file_system) {
-  return {.geometry = {.total_clusters = 200,
-                       .sectors_per_cluster = 4096,
-                       .file_system = file_system},
-          .files = 8,
-          .folders = 3,
-          .fill = 0.6,
-          .fragmented = 0.6,
-          .with_stream = 0.2};
+  return {
+      .geometry = {.total_clusters = 200, .sectors_per_cluster = 4096, .file_system = file_system},
+      .files = 8,
+      .folders = 3,
+      .fill = 0.6,
+      .fragmented = 0.6,
+      .with_stream = 0.2};
 }
 
 std::string Path(const char* name, int number) { return name + std::to_string(number); }
@@ -68,18 +67,24 @@ void World::AddDeeds(Deeds& deeds) {
       deeds.push_back({std::string{letter, ':', ' '} + name, weight, nullptr, {}, act});
     };
     const auto state = [&](const char* name, DriveState to, int weight) {
-      add(name, [this, letter, to] { machine.SetDriveState(letter, to); }, weight);
+      add(
+          name, [this, letter, to] { machine.SetDriveState(letter, to); }, weight);
     };
     state("is well", DriveState::Well, 8);
     state("is gone", DriveState::Gone, 1);
     state("does not open", DriveState::NotOpening, 1);
     state("has no bitmap", DriveState::NoBitmap, 1);
     add("is dirty", [&disk] { disk.volume->SetDirty(true); });
-    add("is clean", [&disk] { disk.volume->SetDirty(false); }, 4);
-    add("is hot", [&disk] { disk.drive.SetTemperatures({60}); }, 2);
-    add("is cool", [&disk] { disk.drive.SetTemperatures({40}); }, 2);
-    add("has a new file", [this, letter, &disk] { AddFile(letter, disk); }, 2);
-    add("loses a file", [this, letter, &disk] { RemoveFile(letter, disk); }, 2);
+    add(
+        "is clean", [&disk] { disk.volume->SetDirty(false); }, 4);
+    add(
+        "is hot", [&disk] { disk.drive.SetTemperatures({60}); }, 2);
+    add(
+        "is cool", [&disk] { disk.drive.SetTemperatures({40}); }, 2);
+    add(
+        "has a new file", [this, letter, &disk] { AddFile(letter, disk); }, 2);
+    add(
+        "loses a file", [this, letter, &disk] { RemoveFile(letter, disk); }, 2);
     const auto lock = [&disk](bool locked) {
       if (const auto file = disk.volume->Find("file2")) disk.volume->Lock(*file, locked);
     };

@@ -84,7 +84,8 @@ std::string SimulatedPlatform::LogicalDriveStrings() {
 
 std::uint32_t SimulatedPlatform::DriveType(const std::string& root) {
   const auto drive = drive_types_.find(DriveOfRoot(root));
-  return drive != drive_types_.end() && !Is(DriveState::Gone, root) ? drive->second : drive_type::kNoRoot;
+  return drive != drive_types_.end() && !Is(DriveState::Gone, root) ? drive->second
+                                                                    : drive_type::kNoRoot;
 }
 
 Handle SimulatedPlatform::OpenVolume(const std::string& device_path) {
