@@ -9,13 +9,13 @@
 
 namespace vornalux::testing {
 
-// Something that can happen to the program: the user does it, a timer, or the world around.
+// Something that can happen: the user does it, a timer, or the world around.
 struct Deed {
   std::string name;        // as steps are printed and read
   int weight = 1;          // how often it is chosen, next to the others
   Form* window = nullptr;  // that has to be in front; null: comes whatever is in front
-  std::function<bool()> possible;
-  std::function<void()> act;
+  std::function<void()> act = {};
+  std::function<bool()> possible = [] { return true; };
 };
 using Deeds = std::vector<Deed>;
 
@@ -31,5 +31,11 @@ struct Fault {
   std::string rule;  // the same for faults of one kind
   std::string what;
 };
+
+// The letter, in upper case, that a path, a volume or a drive begins with; '\0' without.
+inline char LetterOf(std::string_view text) {
+  if (text.size() < 2 || text[1] != ':') return '\0';
+  return text[0] >= 'a' ? static_cast<char>(text[0] - 'a' + 'A') : text[0];
+}
 
 }  // namespace vornalux::testing

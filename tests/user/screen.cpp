@@ -23,237 +23,189 @@ class PlainSystem final : public System {
   void ExitWindows(std::uint32_t, std::uint32_t) override {}
 };
 
-bool AnyForeign(const std::vector<std::string>& paths, char letter, std::string& found) {
-  for (const std::string& path : paths) {
-    if (path.empty() || LetterOf(path) == letter) continue;
-    found = path;
-    return true;
-  }
-  return false;
+template <typename C>
+Deed Press(Form& form, const char* name, C& control, int weight = 1) {
+  return {name, weight, &form, [&control] { control.Click(); },
+          [&control] { return control.visible && control.enabled; }};
 }
 
 }  // namespace
 
-char LetterOf(std::string_view text) {
-  if (text.size() < 2 || text[1] != ':') return '\0';
-  return text[0] >= 'a' ? static_cast<char>(text[0] - 'a' + 'A') : text[0];
-}
-
-Screen::Screen(const Platform& platform, const CallLog& log)
-    : log_(log), program_(std::make_unique<Program>(platform)) {
-  DefragWindow& main = program_->main_window;
-  main.Picdepartvolume.Resize(8, 1);  // of a narrow map the events are soon over
-  main.unloaded = [this] { Raise(ended); };
-  program_->launcher.end_program = [this] { Raise(job_closed); };
-  for (Label& panel : main.status_panels) panel.changed = [this] { Raise(panels_filled); };
-  main.Picdepartvolume.refreshed = [this] { Raise(map_shown); };
+Screen::Screen(const Platform& platform, const CallLog& log) : log_(log), program_(platform) {
+  main_.Picdepartvolume.Resize(8, 1);  // a narrow map is soon drawn
+  main_.unloaded = [this] { Raise(ended); };
+  launcher_.end_program = [this] { Raise(job_closed); };
+  for (Label& panel : main_.status_panels) panel.changed = [this] { Raise(panels_filled); };
+  main_.Picdepartvolume.refreshed = [this] { Raise(map_shown); };
 }
 
 void Screen::Start(const std::string& job_line) {
   PlainSystem system;
-  StartUp(system, *program_, job_line);
-}
-
-template <typename C>
-void Screen::Press(Deeds& deeds, Form& form, const char* name, C& control, int weight) {
-  const auto possible = [&control] { return control.visible && control.enabled; };
-  deeds.push_back({name, weight, &form, possible, [&control] { control.Click(); }});
+  StartUp(system, program_, job_line);
 }
 
 void Screen::AddMainDeeds(Deeds& deeds) {
-  DefragWindow& main = program_->main_window;
-  Press(deeds, main, "Drive", main.Quitter, 6);
-  Press(deeds, main, "Stop", main.Arretdefrag, 12);
-  Press(deeds, main, "Analyze", main.cmdanalysemore, 12);
-  Press(deeds, main, "Defrag", main.cmdDefrag, 12);
-  Press(deeds, main, "Optimize", main.SmartOptimize, 6);
-  Press(deeds, main, "Compact", main.cmdCompact, 6);
-  Press(deeds, main, "Minimize", main.minmnu, 2);
-  Press(deeds, main, "Exit", main.exitmnu);
-  Press(deeds, main, "Redraw after each file", main.Affiche);
-  Press(deeds, main, "Do not show names", main.ChkNoFileDisplay);
-  const auto always = [] { return true; };
-  deeds.push_back({"click on the map", 4, &main,
-                   [&main] { return main.Picdepartvolume.visible.get(); },
-                   [&main] { Raise(main.Picdepartvolume.click); }});
-  deeds.push_back({"details", 4, &main, always, [&main] { Raise(main.Label4[1].click); }});
-  deeds.push_back(
-      {"close main", 1, &main, always, [&main] { main.QueryUnload(CloseReason::CloseBox); }});
-  deeds.push_back({"minimize main", 1, &main, always, [&main] {
-                     main.window_state = WindowState::Minimized;
-                     main.Resized();
+  for (const auto& [name, item, weight] : {std::tuple{"Drive", &main_.Quitter, 6},
+                                           {"Stop", &main_.Arretdefrag, 12},
+                                           {"Analyze", &main_.cmdanalysemore, 12},
+                                           {"Defrag", &main_.cmdDefrag, 12},
+                                           {"Optimize", &main_.SmartOptimize, 6},
+                                           {"Compact", &main_.cmdCompact, 6},
+                                           {"Minimize", &main_.minmnu, 2},
+                                           {"Exit", &main_.exitmnu, 1}}) {
+    deeds.push_back(Press(main_, name, *item, weight));
+  }
+  deeds.push_back(Press(main_, "Redraw after each file", main_.Affiche));
+  deeds.push_back(Press(main_, "Do not show names", main_.ChkNoFileDisplay));
+  deeds.push_back({"click on the map", 4, &main_, [this] { Raise(main_.Picdepartvolume.click); },
+                   [this] { return main_.Picdepartvolume.visible.get(); }});
+  deeds.push_back({"details", 4, &main_, [this] { Raise(main_.Label4[1].click); }});
+  deeds.push_back({"close main", 1, &main_, [this] { main_.QueryUnload(CloseReason::CloseBox); }});
+  deeds.push_back({"minimize main", 1, &main_, [this] {
+                     main_.window_state = WindowState::Minimized;
+                     main_.Resized();
                    }});
 }
 
 void Screen::AddLauncherDeeds(Deeds& deeds) {
-  Introfrm& launcher = program_->launcher;
-  DefragWindow& main = program_->main_window;
-  Press(deeds, launcher, "Select Drive", launcher.CmdGo, 16);
-  Press(deeds, launcher, "More", launcher.CmdJob, 6);
-  Press(deeds, launcher, "Cancel check", launcher.CmdCancel, 4);
-  Press(deeds, launcher, "VSS safe-mode now", launcher.VSS_LIVE);
-  for (std::int32_t i = 0; i < 4; ++i) {
-    const auto possible = [&launcher, i] {
-      const ComboBox& list = launcher.ImageCombo1;
-      return list.visible && list.enabled && i < std::ssize(list.items());
-    };
-    deeds.push_back({"choose " + std::to_string(i + 1), 5, &launcher, possible,
-                     [&launcher, i] { launcher.ImageCombo1.Choose(i); }});
+  deeds.push_back(Press(launcher_, "Select Drive", launcher_.CmdGo, 16));
+  deeds.push_back(Press(launcher_, "More", launcher_.CmdJob, 6));
+  deeds.push_back(Press(launcher_, "Cancel check", launcher_.CmdCancel, 4));
+  deeds.push_back(Press(launcher_, "VSS safe-mode now", launcher_.VSS_LIVE));
+  for (std::int32_t i = 0; i < 3; ++i) {
+    deeds.push_back({"choose " + std::to_string(i + 1), 5, &launcher_,
+                     [this, i] { launcher_.ImageCombo1.Choose(i); },
+                     [this, i] {
+                       const ComboBox& list = launcher_.ImageCombo1;
+                       return list.visible && list.enabled && i < std::ssize(list.items());
+                     }});
   }
-  for (const char* text : {"", "*.pf", "*.*"}) {
-    deeds.push_back({"exclude " + std::string(text), 1, &launcher,
-                     [&launcher] { return launcher.ExcludeTxt.enabled.get(); },
-                     [&launcher, text] { launcher.ExcludeTxt.text = text; }});
+  for (const char* text : {"", "*.pf"}) {
+    deeds.push_back({"exclude " + std::string(text), 1, &launcher_,
+                     [this, text] { launcher_.ExcludeTxt.text = text; },
+                     [this] { return launcher_.ExcludeTxt.enabled.get(); }});
   }
-  deeds.push_back({"close launcher", 1, &launcher, [] { return true; },
-                   [&main] { main.QueryUnload(CloseReason::CloseBox); }});
-  // Of the options of a job, which are folded away.
-  const auto option = [&](const char* name, auto& control, bool after = false) {
-    const auto possible = [&launcher, &control, after] {
-      return launcher.FrmJob.visible && control.enabled && (!after || launcher.FrmAfter.enabled);
-    };
-    deeds.push_back({name, 1, &launcher, possible, [&control] { control.Click(); }});
+  deeds.push_back(
+      {"close launcher", 1, &launcher_, [this] { main_.QueryUnload(CloseReason::CloseBox); }});
+  // The options of a job, which are folded away at first.
+  const auto option = [&](const char* name, auto& control, const Frame& frame) {
+    deeds.push_back({name, 1, &launcher_, [&control] { control.Click(); },
+                     [this, &control, &frame] {
+                       return launcher_.FrmJob.visible && frame.enabled && control.enabled;
+                     }});
   };
-  option("job Defrag", launcher.Option1);
-  option("job Compact", launcher.Option2);
-  option("job Optimize", launcher.Option3);
-  option("job Low", launcher.OptPrioLow);
-  option("job Normal", launcher.OptPrioMed);
-  option("job High", launcher.OptPrioHi);
-  option("job When done", launcher.Chk_ShutDown);
-  option("job Close", launcher.OptClose, true);
-  option("job Shutdown", launcher.OptShutDown, true);
-  option("job Run minimized", launcher.Chk_Minmized);
-  option("job VSS safe-mode", launcher.VSS_Command);
-  option("job shortcut", launcher.Command2);
+  option("job Defrag", launcher_.Option1, launcher_.FrmJob);
+  option("job Optimize", launcher_.Option3, launcher_.FrmJob);
+  option("job High", launcher_.OptPrioHi, launcher_.FrmJob);
+  option("job When done", launcher_.Chk_ShutDown, launcher_.FrmJob);
+  option("job Shutdown", launcher_.OptShutDown, launcher_.FrmAfter);
+  option("job Run minimized", launcher_.Chk_Minmized, launcher_.FrmJob);
+  option("job VSS safe-mode", launcher_.VSS_Command, launcher_.FrmJob);
+  option("job shortcut", launcher_.Command2, launcher_.FrmJob);
 }
 
 void Screen::AddOtherDeeds(Deeds& deeds) {
-  FrmDetails& details = program_->main_window.details;
-  Press(deeds, details, "details defrag", details.Command1);
-  Press(deeds, details, "details optimize", details.Command2);
-  Press(deeds, details, "details sys area", details.Command3);
-  HDDTempWarning& warning = program_->main_window.temperature_warning;
-  Press(deeds, warning, "warning Disable", warning.Command1, 4);
-  Press(deeds, warning, "warning Stop", warning.Command2, 4);
-  Press(deeds, warning, "warning Continue", warning.Command3, 4);
-  frmContext& context = program_->launcher.context_menu;
-  Press(deeds, context, "context item", context.Check1[2]);
-  Press(deeds, context, "context OK", context.cmdOK);
-  Press(deeds, context, "context Apply", context.cmdApply);
-  Press(deeds, context, "context Cancel", context.cmdCancel);
-  const auto close = [&](const char* name, Form& form) {
-    deeds.push_back({name, 1, &form, [] { return true; }, [&form] { form.Hide(); }});
-  };
-  close("close details", details);
-  close("close log", program_->debug_window);
-  close("close warning", warning);
-  deeds.push_back({"close context", 1, &context, [] { return true; },
-                   [&context] { context.cmdCancel.Click(); }});
+  FrmDetails& details = main_.details;
+  HDDTempWarning& warning = main_.temperature_warning;
+  frmContext& context = launcher_.context_menu;
+  for (const auto& [name, form, button, weight] :
+       {std::tuple<const char*, Form*, Button*, int>{"details defrag", &details, &details.Command1,
+                                                     1},
+        {"details optimize", &details, &details.Command2, 1},
+        {"details sys area", &details, &details.Command3, 1},
+        {"warning Disable", &warning, &warning.Command1, 4},
+        {"warning Stop", &warning, &warning.Command2, 4},
+        {"warning Continue", &warning, &warning.Command3, 4},
+        {"context OK", &context, &context.cmdOK, 1},
+        {"context Apply", &context, &context.cmdApply, 1},
+        {"context Cancel", &context, &context.cmdCancel, 1}}) {
+    deeds.push_back(Press(*form, name, *button, weight));
+  }
+  deeds.push_back(Press(context, "context item", context.Check1[2]));
+  for (const auto& [name, form] : {std::pair<const char*, Form*>{"close details", &details},
+                                   {"close log", &program_.debug_window},
+                                   {"close warning", &warning}}) {
+    deeds.push_back({name, 1, form, [window = form] { window->Hide(); }});
+  }
 }
 
-void Screen::AddDeeds(Deeds& deeds, const std::function<bool()>& tray_icon_shown) {
+void Screen::AddDeeds(Deeds& deeds, const bool& tray_icon_shown) {
   AddMainDeeds(deeds);
   AddLauncherDeeds(deeds);
   AddOtherDeeds(deeds);
-  DefragWindow& main = program_->main_window;
-  Introfrm& launcher = program_->launcher;
-  const auto tick = [&](const char* name, Timer& timer, int weight) {
-    const auto possible = [&timer] { return timer.enabled.get(); };
-    deeds.push_back({name, weight, nullptr, possible, [&timer] { Raise(timer.tick); }});
-  };
-  tick("tick counters", main.UpdateTimer, 8);
-  tick("tick temperature", main.tmrTemperatures, 6);
-  tick("tick warning", main.temperature_warning.tmrTemperatures, 6);
+  const std::pair<const char*, Timer&> timers[] = {
+      {"tick counters", main_.UpdateTimer},
+      {"tick temperature", main_.tmrTemperatures},
+      {"tick warning", main_.temperature_warning.tmrTemperatures}};
+  for (const auto& [name, timer] : timers) {
+    deeds.push_back({name, 6, nullptr, [&timer = timer] { Raise(timer.tick); },
+                     [&timer = timer] { return timer.enabled.get(); }});
+  }
   deeds.push_back({"click on the tray icon", 16, nullptr,
-                   [&launcher, tray_icon_shown] { return !launcher.visible && tray_icon_shown(); },
-                   [&launcher] { launcher.TrayMouse(kLeftButtonDown); }});
-  deeds.push_back({"end of session", 2, nullptr, [] { return true; },
-                   [&main] { main.QueryUnload(CloseReason::EndOfSession); }});
+                   [this] { launcher_.TrayMouse(kLeftButtonDown); },
+                   [this, &tray_icon_shown] { return !launcher_.visible && tray_icon_shown; }});
+  deeds.push_back(
+      {"end of session", 2, nullptr, [this] { main_.QueryUnload(CloseReason::EndOfSession); }});
 }
 
-char Screen::Target() const { return LetterOf(program_->settings.target.drive); }
-
 char Screen::List() const {
-  const ComboBox& list = program_->launcher.ImageCombo1;
-  const std::int32_t index = list.list_index;
-  return index < 0 ? '\0' : LetterOf(list.items()[static_cast<std::size_t>(index)]);
+  const std::int32_t index = launcher_.ImageCombo1.list_index;
+  if (index < 0) return '\0';
+  return LetterOf(launcher_.ImageCombo1.items()[static_cast<std::size_t>(index)]);
 }
 
 char Screen::JobLine() const {
-  const std::string& line = program_->launcher.JobLine();
+  const std::string& line = launcher_.JobLine();
   return line.starts_with("/drv ") ? LetterOf(std::string_view(line).substr(5)) : '\0';
 }
 
 char Screen::Caption() const {
-  const std::string& caption = program_->main_window.caption;
-  const std::size_t colon = caption.find(':');
-  if (colon == std::string::npos || colon == 0) return '\0';
-  return LetterOf(std::string_view(caption).substr(colon - 1));
-}
-
-char Screen::Heat() const { return LetterOf(program_->main_window.Label6.caption.get()); }
-
-char Screen::OpenVolume() const { return LetterOf(log_.HandlePath(VolumeHandle())); }
-
-bool Screen::Visible() const {
-  return program_->main_window.visible || program_->launcher.visible ||
-         program_->launcher.context_menu.visible;
+  const std::string& caption = main_.caption;
+  const std::size_t colon = std::min(caption.find(':'), caption.size());
+  return colon == 0 ? '\0' : LetterOf(std::string_view(caption).substr(colon - 1));
 }
 
 bool Screen::PassesEnabled() const {
-  const DefragWindow& main = program_->main_window;
-  return main.cmdanalysemore.enabled || main.cmdDefrag.enabled || main.SmartOptimize.enabled ||
-         main.cmdCompact.enabled;
+  return main_.cmdanalysemore.enabled || main_.cmdDefrag.enabled || main_.SmartOptimize.enabled ||
+         main_.cmdCompact.enabled;
 }
 
-std::string Screen::MenuFault() const {
-  const DefragWindow& main = program_->main_window;
-  if (main.Arretdefrag.enabled != Busy()) return "Stop and Exit are alike";
-  if (Busy() && (PassesEnabled() || main.Quitter.enabled)) return "more than Stop inside a run";
-  return "";
+bool Screen::MenuMixed() const {
+  return main_.Arretdefrag.enabled != Busy() ||
+         (Busy() && (PassesEnabled() || main_.Quitter.enabled));
 }
 
 bool Screen::PanelsBlank() const {
-  const auto& panels = program_->main_window.status_panels;
-  return std::all_of(panels.begin(), panels.end(),
+  return std::all_of(main_.status_panels.begin(), main_.status_panels.end(),
                      [](const Label& panel) { return panel.caption.get().empty(); });
 }
 
 bool Screen::MapBlank() const {
-  const PictureBox& map = program_->main_window.Picdepartvolume;
-  if (!map.visible) return true;
-  for (std::int32_t x = 0; x < map.width(); ++x) {
-    if (map.Pixel(x, 0) != map.back_colour) return false;
-  }
-  return true;
+  const PictureBox& map = main_.Picdepartvolume;
+  std::int32_t x = 0;
+  while (x < map.width() && map.Pixel(x, 0) == map.back_colour) ++x;
+  return !map.visible || x == map.width();
 }
 
 std::string Screen::ForeignPath(char letter) const {
-  const DefragWindow& main = program_->main_window;
-  const Engine& engine = main.engine;
-  std::string found;
-  if (program_->flags.AnalysisValid && AnyForeign(engine.analysis.lists.FragNames, letter, found)) {
-    return found + " in the fragmented files";
-  }
+  const Engine& engine = main_.engine;
+  std::vector<const std::vector<std::string>*> lists;
+  if (program_.flags.AnalysisValid) lists = {&engine.analysis.lists.FragNames};
   for (const PathList* list : {&engine.table.MoveOutFiles, &engine.table.OptimizeFiles,
                                &engine.table.DirsToMove, &engine.table.PrefetchFiles}) {
-    if (program_->flags.ClassListsValid && AnyForeign(list->paths, letter, found)) {
-      return found + " in a class list";
+    if (program_.flags.ClassListsValid) lists.push_back(&list->paths);
+  }
+  if (main_.details.visible) lists.push_back(&main_.details.ListView1.rows());
+  for (const auto* list : lists) {
+    for (const std::string& path : *list) {
+      if (!path.empty() && LetterOf(path) != letter) return path;
     }
   }
-  if (main.details.visible && AnyForeign(main.details.ListView1.rows(), letter, found)) {
-    return found + " in the details";
-  }
-  return "";
-}
-
-bool Screen::ListsValid() const {
-  return program_->flags.AnalysisValid || program_->flags.ClassListsValid;
+  return {};
 }
 
 std::size_t Screen::WithoutGap() const {
-  const auto& failures = program_->main_window.engine.movers.statistics.failures;
+  const auto& failures = main_.engine.movers.statistics.failures;
   return static_cast<std::size_t>(
       std::count_if(failures.begin(), failures.end(),
                     [](const MoveFailure& failure) { return failure.reason == NotMoved::NoGap; }));

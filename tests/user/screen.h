@@ -2,7 +2,6 @@
 #pragma once
 
 #include <functional>
-#include <memory>
 #include <string>
 
 #include "app/program.h"
@@ -18,8 +17,8 @@ class Screen {
   Screen(const Platform& platform, const CallLog& log);
 
   // Everything that can be pressed, chosen, typed and closed, and the ticks of timers.
-  void AddDeeds(Deeds& deeds, const std::function<bool()>& tray_icon_shown);
-  // As the system starts it. Runs the job of the line.
+  void AddDeeds(Deeds& deeds, const bool& tray_icon_shown);
+  // As the system starts it; runs the job of the line.
   void Start(const std::string& job_line);
 
   std::function<void()> ended;       // the main window is unloaded
@@ -27,40 +26,41 @@ class Screen {
   std::function<void()> panels_filled;
   std::function<void()> map_shown;
 
-  char Target() const;  // what passes would work on
-  std::string Folder() const { return program_->settings.target.directory; }
+  // What passes would work on, and what is shown of it.
+  char Target() const { return LetterOf(program_.settings.target.drive); }
+  const std::string& Folder() const { return program_.settings.target.directory; }
   char List() const;
   char JobLine() const;
   char Caption() const;
-  char Heat() const;
-  Handle VolumeHandle() const { return program_->main_window.engine.geometry.VolumeHandle; }
-  char OpenVolume() const;
+  char Heat() const { return LetterOf(main_.Label6.caption.get()); }
+  Handle VolumeHandle() const { return main_.engine.geometry.VolumeHandle; }
+  char OpenVolume() const { return LetterOf(log_.HandlePath(VolumeHandle())); }
 
-  bool Visible() const;  // any window
-  bool MainVisible() const { return program_->main_window.visible; }
-  bool Busy() const { return program_->main_window.Busy(); }
-  bool PassesEnabled() const;     // any of them
-  std::string MenuFault() const;  // in how far the menu is neither that of a run nor that of rest
+  bool MainVisible() const { return main_.visible; }
+  bool Visible() const {
+    return MainVisible() || launcher_.visible || launcher_.context_menu.visible;
+  }
+  bool Busy() const { return main_.Busy(); }
+  bool PassesEnabled() const;  // any of them
+  // The menu is neither that of a run nor that of rest.
+  bool MenuMixed() const;
   bool PanelsBlank() const;
   bool MapBlank() const;
-  // The first path that is shown or would be worked on and does not lie on the volume.
+  // A path that is shown or would be worked on and does not lie on the volume; empty without.
   std::string ForeignPath(char letter) const;
-  bool ListsValid() const;
-  // Files that a pass found no gap for, so far.
+  bool ListsValid() const { return program_.flags.AnalysisValid || program_.flags.ClassListsValid; }
+  // Files that passes found no gap for, so far.
   std::size_t WithoutGap() const;
 
  private:
-  template <typename C>
-  void Press(Deeds& deeds, Form& form, const char* name, C& control, int weight = 1);
   void AddMainDeeds(Deeds& deeds);
   void AddLauncherDeeds(Deeds& deeds);
   void AddOtherDeeds(Deeds& deeds);
 
   const CallLog& log_;
-  std::unique_ptr<Program> program_;
+  Program program_;
+  DefragWindow& main_ = program_.main_window;
+  Introfrm& launcher_ = program_.launcher;
 };
-
-// The letter of a path, volume or caption that begins with one; '\0' without.
-char LetterOf(std::string_view text);
 
 }  // namespace vornalux::testing
