@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
@@ -36,6 +37,12 @@ struct Fault {
 inline char LetterOf(std::string_view text) {
   if (text.size() < 2 || text[1] != ':') return '\0';
   return text[0] >= 'a' ? static_cast<char>(text[0] - 'a' + 'A') : text[0];
+}
+
+// The same of the first volume that a text names: "Volume C:\\", "/drv C: /d".
+inline char LetterIn(std::string_view text) {
+  const std::size_t colon = std::min(text.find(':'), text.size());
+  return colon == 0 ? '\0' : LetterOf(text.substr(colon - 1));
 }
 
 }  // namespace vornalux::testing

@@ -12,7 +12,7 @@
 namespace vornalux::testing {
 namespace {
 
-constexpr std::size_t kDeepest = 3;             // steps inside steps inside one at rest
+constexpr std::size_t kDeepest = 3;     // steps inside steps inside one at rest
 constexpr int kMostEvents = 1'000'000;  // of a step at rest
 const std::string kStart = "start";
 

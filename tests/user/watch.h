@@ -26,7 +26,7 @@ class Watch {
 
   // What is on the stack: a pass by the user, or the job that the program was started with.
   void BeginPass() { runs_.push_back(NewRun(false, {}, screen_.Target())); }
-  void BeginJob(const std::string& line) { runs_.push_back(NewRun(true, line, JobLetter(line))); }
+  void BeginJob(const std::string& line) { runs_.push_back(NewRun(true, line, LetterIn(line))); }
   void EndRun() {
     CheckDeeds(runs_.back());
     runs_.pop_back();
@@ -77,7 +77,7 @@ class Watch {
     const std::size_t handles = world_.machine.OpenHandles();
     const std::size_t selected = screen_.VolumeHandle() == kInvalidHandle ? 0 : 1;
     if (handles != selected) Break("g: handles", std::to_string(handles) + " open");
-    if (!screen_.Visible() && !tray_icon_shown) Break("i: no window, no icon", "");
+    if (!screen_.AnyVisible() && !tray_icon_shown) Break("i: no window, no icon", "");
   }
 
  private:
@@ -90,7 +90,7 @@ class Watch {
     int stops = 0;
     int walks = 0;
     int bitmaps = 0;
-    std::size_t without_gap = 0;
+    std::ptrdiff_t without_gap = 0;
     bool lists_valid = false;
   };
 
@@ -104,11 +104,6 @@ class Watch {
   static bool Has(const std::string& line, const std::string& name) {
     return (line + " ").find(name + " ") != std::string::npos;
   }
-  static char JobLetter(const std::string& line) {
-    const std::size_t colon = std::min(line.find(':'), line.size());
-    return colon == 0 ? '\0' : LetterOf(std::string_view(line).substr(colon - 1));
-  }
-
   Run NewRun(bool is_job, const std::string& line, char letter) const {
     return {is_job,
             line,
