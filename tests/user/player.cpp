@@ -12,8 +12,9 @@
 namespace vornalux::testing {
 namespace {
 
-constexpr std::size_t kDeepest = 3;     // steps inside steps inside one at rest
-constexpr int kMostEvents = 1'000'000;  // of a step at rest
+constexpr std::size_t kDeepest = 3;         // steps inside steps inside one at rest
+constexpr int kMostEvents = 1'000'000;      // of a step at rest
+constexpr std::int64_t kProgramWeight = 5;  // of its deeds, next to the world's
 const std::string kStart = "start";
 
 bool IsPass(const std::string& deed) {
@@ -26,7 +27,7 @@ class Player final : public Desktop {
   Player(std::uint64_t seed, std::size_t steps, const std::vector<Step>* given)
       : world_(seed), random_(seed), given_(given), left_(given ? given->size() : steps) {
     world_.AddDeeds(outside_);
-    outside_.push_back({kStart, 6, nullptr, {}, [this] { return depth_ == 0; }});
+    outside_.push_back({kStart, 40, nullptr, {}, [this] { return depth_ == 0; }});
   }
 
   Played Play() {
@@ -145,20 +146,18 @@ class Player final : public Desktop {
   }
 
   Step ChooseStep(bool inside) {
-    // First a choice between the program and the rest of the world.
     const Deeds& deeds = life_ ? life_->deeds : outside_;
-    std::vector<const Deed*> possible;
+    std::vector<std::pair<const Deed*, std::int64_t>> possible;
     std::int64_t weights = 0;
-    for (std::size_t i = life_ && random_.Chance(0.75) ? outside_.size() : 0; i < deeds.size();
-         ++i) {
+    for (std::size_t i = 0; i < deeds.size(); ++i) {
       if (!Possible(deeds[i])) continue;
-      possible.push_back(&deeds[i]);
-      weights += deeds[i].weight;
+      possible.push_back({&deeds[i], deeds[i].weight * (i < outside_.size() ? 1 : kProgramWeight)});
+      weights += possible.back().second;
     }
     std::int64_t chosen = random_.Below(weights);
-    const Deed* deed = *std::find_if(possible.begin(), possible.end(), [&](const Deed* candidate) {
-      return (chosen -= candidate->weight) < 0;
-    });
+    std::size_t i = 0;
+    while ((chosen -= possible[i].second) >= 0) ++i;
+    const Deed* const deed = possible[i].first;
     return {deed->name + (deed->name == kStart ? RandomJobLine() : ""), inside ? since_ : 0,
             random_.Chance(0.5)};
   }

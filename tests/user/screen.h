@@ -48,7 +48,7 @@ class Screen {
                      [this] { launcher_.TrayMouse(kLeftButtonDown); },
                      [this, &tray_icon_shown] { return !launcher_.visible && tray_icon_shown; }});
     deeds.push_back(
-        {"end of session", 2, nullptr, [this] { main_.QueryUnload(CloseReason::EndOfSession); }});
+        {"end of session", 1, nullptr, [this] { main_.QueryUnload(CloseReason::EndOfSession); }});
   }
 
   Event ended;       // the main window is unloaded
@@ -141,7 +141,7 @@ class Screen {
 
   void AddMainDeeds(Deeds& deeds) {
     Add(deeds, main_, "Drive", 6, main_.Quitter);
-    Add(deeds, main_, "Stop", 12, main_.Arretdefrag);
+    Add(deeds, main_, "Stop", 5, main_.Arretdefrag);
     Add(deeds, main_, "Analyze", 12, main_.cmdanalysemore);
     Add(deeds, main_, "Defrag", 12, main_.cmdDefrag);
     Add(deeds, main_, "Optimize", 6, main_.SmartOptimize);
