@@ -24,22 +24,26 @@ bool IsPass(const std::string& deed) {
 // The user, his clock and the world. Steps also happen inside the events of what a step runs.
 class Player final : public Desktop {
  public:
-  Player(std::uint64_t seed, std::size_t steps, const std::vector<Step>* given)
-      : world_(seed), random_(seed), given_(given), left_(given ? given->size() : steps) {
+  Player(std::uint64_t seed, std::size_t steps, const std::vector<Step>* given, const Taken& taken)
+      : world_(seed),
+        random_(seed),
+        given_(given),
+        left_(given ? given->size() : steps),
+        taken_(taken) {
     world_.AddDeeds(outside_);
     outside_.push_back({kStart, 40, nullptr, {}, [this] { return depth_ == 0; }});
   }
 
-  Played Play() {
+  std::optional<Fault> Play() {
     try {
       while (left_ > 0) StepAtRest();
       EndLife();
     } catch (const Fault& fault) {
-      played_.fault = fault;
+      return fault;
     } catch (const std::exception& thrown) {
-      played_.fault = {"x: exception", thrown.what()};
+      return Fault{"x: exception", thrown.what()};
     }
-    return played_;
+    return std::nullopt;
   }
 
   void DoEvents() override {
@@ -180,7 +184,7 @@ class Player final : public Desktop {
       return candidate.name == (start ? kStart : step.deed);
     });
     if (deed == deeds.end() || !Possible(*deed)) return;
-    played_.steps.push_back(step);
+    taken_(step);
     due_ = static_cast<int>(since_ + 1 + random_.Below(std::int64_t{1} << random_.Below(10)));
     if (life_ && depth_ > 0) life_->watch.AtStep(tray_icon_);
     ++depth_;
@@ -227,7 +231,7 @@ class Player final : public Desktop {
   std::unique_ptr<Life> life_;
   const std::vector<Step>* given_;
   std::size_t left_;
-  Played played_;
+  const Taken& taken_;
   std::size_t depth_ = 0;
   int since_ = 0;  // events since the step at rest began
   int due_ = 1;    // when the next one inside it is to happen, at random
@@ -239,12 +243,13 @@ class Player final : public Desktop {
 
 }  // namespace
 
-Played PlayAtRandom(std::uint64_t seed, std::size_t steps) {
-  return Player(seed, steps, nullptr).Play();
+std::optional<Fault> PlayAtRandom(std::uint64_t seed, std::size_t steps, const Taken& taken) {
+  return Player(seed, steps, nullptr, taken).Play();
 }
 
-Played Replay(std::uint64_t seed, const std::vector<Step>& steps) {
-  return Player(seed, 0, &steps).Play();
+std::optional<Fault> Replay(std::uint64_t seed, const std::vector<Step>& steps,
+                            const Taken& taken) {
+  return Player(seed, 0, &steps, taken).Play();
 }
 
 }  // namespace vornalux::testing

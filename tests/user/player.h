@@ -9,15 +9,11 @@
 
 namespace vornalux::testing {
 
-// What came of a sequence: the steps that were taken, and the fault that ended it.
-struct Played {
-  std::vector<Step> steps;
-  std::optional<Fault> fault;
-};
-
-// The seed makes the volumes, and the steps where none are given. Of those given, the ones that are
-// not possible when their turn comes are left out.
-Played PlayAtRandom(std::uint64_t seed, std::size_t steps);
-Played Replay(std::uint64_t seed, const std::vector<Step>& steps);
+// Plays a sequence and gives the fault that ended it. The seed makes the volumes, and as many steps
+// at random; those given are taken as they come, without the ones that are not possible then. Each
+// step is told when it begins.
+using Taken = std::function<void(const Step&)>;
+std::optional<Fault> PlayAtRandom(std::uint64_t seed, std::size_t steps, const Taken& taken);
+std::optional<Fault> Replay(std::uint64_t seed, const std::vector<Step>& steps, const Taken& taken);
 
 }  // namespace vornalux::testing

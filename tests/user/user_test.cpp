@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // The whole program in the hands of a user who does anything at any moment.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -16,26 +18,63 @@ namespace {
 
 constexpr std::size_t kSteps = 100'000;
 constexpr std::size_t kStepsInSequence = 50;
+constexpr unsigned kPatience = 120;  // seconds that a sequence may take
 
-// The seed, then a line for each step.
-std::string Text(std::uint64_t seed, const std::vector<Step>& steps) {
-  std::ostringstream text;
-  text << "seed " << seed << "\n";
-  for (const Step& step : steps) {
-    text << step.wait << (step.yes ? " yes " : " no ") << step.deed << "\n";
-  }
-  return text.str();
+std::string Text(const Step& step) {
+  return std::to_string(step.wait) + (step.yes ? " yes " : " no ") + step.deed + "\n";
 }
 
-std::vector<Step> Parse(std::istream& text, std::uint64_t& seed) {
+std::vector<Step> Parse(std::istream& text) {
   std::vector<Step> steps;
-  std::string word;
-  text >> word >> seed;
-  for (Step step; text >> step.wait >> word && std::getline(text >> std::ws, step.deed);) {
-    step.yes = word == "yes";
+  std::string yes;
+  for (Step step; text >> step.wait >> yes && std::getline(text >> std::ws, step.deed);) {
+    step.yes = yes == "yes";
     steps.push_back(step);
   }
+  text.clear();
   return steps;
+}
+
+struct Played {
+  std::vector<Step> steps;
+  std::optional<Fault> fault;
+};
+
+// In a process of its own, so that a crash is a finding like any other.
+Played Play(std::uint64_t seed, const std::vector<Step>* given = nullptr) {
+  int ends[2];
+  if (pipe(ends) != 0) throw std::runtime_error("no pipe");
+  const pid_t child = fork();
+  if (child == 0) {
+    const auto tell = [&](const std::string& text) {
+      if (write(ends[1], text.data(), text.size()) < 0) _exit(1);
+    };
+    const Taken taken = [&](const Step& step) { tell(Text(step)); };
+    alarm(kPatience);
+    const auto fault =
+        given ? Replay(seed, *given, taken) : PlayAtRandom(seed, kStepsInSequence, taken);
+    tell(fault ? "! " + fault->rule + "\n" + fault->what : "!");
+    _exit(0);
+  }
+  close(ends[1]);
+  std::string text;
+  char buffer[4096];
+  for (ssize_t n; (n = read(ends[0], buffer, sizeof buffer)) > 0;) {
+    text.append(buffer, static_cast<std::size_t>(n));
+  }
+  close(ends[0]);
+  int status = 0;
+  waitpid(child, &status, 0);
+  std::istringstream lines(text);
+  Played played{.steps = Parse(lines), .fault = {}};
+  const std::size_t end = text.rfind("\n!");
+  if (status != 0) {
+    played.fault = {"x: crash", "wait status " + std::to_string(status)};
+  } else if (const std::size_t rule = end + 3; end != std::string::npos && rule < text.size()) {
+    const std::size_t what = text.find('\n', rule);
+    played.fault = {text.substr(rule, what - rule), text.substr(what + 1)};
+  }
+  return played;
 }
 
 // Chunk after chunk is dropped, ever smaller ones, as long as the same rule is broken without it.
@@ -49,7 +88,7 @@ std::vector<Step> Shortened(std::uint64_t seed, std::vector<Step> steps, const s
     std::vector<Step> fewer = steps;
     const auto first = fewer.begin() + static_cast<std::ptrdiff_t>(at);
     fewer.erase(first, first + static_cast<std::ptrdiff_t>(std::min(chunk, steps.size() - at)));
-    const std::optional<Fault> fault = Replay(seed, fewer).fault;
+    const std::optional<Fault> fault = Play(seed, &fewer).fault;
     if (fault && fault->rule == rule) {
       steps = std::move(fewer);
       // What it needed may not be needed any more.
@@ -65,14 +104,15 @@ TEST(User, DoesAnythingAtAnyMoment) {
   std::map<std::string, int> broken;
   std::size_t steps = 0;
   for (std::uint64_t seed = test::TestSeed(); steps < kSteps; ++seed) {
-    const Played played = PlayAtRandom(seed, kStepsInSequence);
-    steps += played.steps.size();
+    const Played played = Play(seed);
+    steps += std::max<std::size_t>(played.steps.size(), 1);
     if (!played.fault || ++broken[played.fault->rule] > 1) continue;
-    const std::string& rule = played.fault->rule;
-    ADD_FAILURE() << rule << " " << played.fault->what << "\n"
+    std::string fewest;
+    for (const Step& step : Shortened(seed, played.steps, played.fault->rule)) fewest += Text(step);
+    ADD_FAILURE() << played.fault->rule << " " << played.fault->what << "\n"
                   << test::SeedNote(seed) << ", " << played.steps.size()
-                  << " steps, of which these are enough:\n"
-                  << Text(seed, Shortened(seed, played.steps, rule));
+                  << " steps, of which these are enough:\nseed " << seed << "\n"
+                  << fewest;
   }
   for (const auto& [rule, times] : broken) std::cout << rule << ": " << times << " times\n";
 }
@@ -81,10 +121,12 @@ TEST(User, DoesWhatAFileSays) {
   const char* const file = std::getenv("VORNALUX_STEPS");
   if (file == nullptr) GTEST_SKIP() << "VORNALUX_STEPS names none";
   std::ifstream text(file);
+  std::string word;
   std::uint64_t seed = 0;
-  const std::vector<Step> steps = Parse(text, seed);
+  text >> word >> seed;
+  const std::vector<Step> steps = Parse(text);
   ASSERT_FALSE(steps.empty()) << file;
-  const std::optional<Fault> fault = Replay(seed, steps).fault;
+  const auto fault = Replay(seed, steps, [](const Step& step) { std::cout << Text(step); });
   EXPECT_FALSE(fault) << fault->rule << " " << fault->what;
 }
 
