@@ -24,9 +24,11 @@ std::string Text(const Step& step) {
   return std::to_string(step.wait) + (step.yes ? " yes " : " no ") + step.deed + "\n";
 }
 
-std::vector<Step> Parse(std::istream& text) {
+// From the line with the seed on.
+std::vector<Step> Parse(std::istream& text, std::uint64_t& seed) {
   std::vector<Step> steps;
   std::string yes;
+  text >> yes >> seed;
   for (Step step; text >> step.wait >> yes && std::getline(text >> std::ws, step.deed);) {
     step.yes = yes == "yes";
     steps.push_back(step);
@@ -36,24 +38,36 @@ std::vector<Step> Parse(std::istream& text) {
 }
 
 struct Played {
+  std::uint64_t seed = 0;
   std::vector<Step> steps;
   std::optional<Fault> fault;
+  std::size_t steps_in_all = 0;
 };
 
-// In a process of its own, so that a crash is a finding like any other.
-Played Play(std::uint64_t seed, const std::vector<Step>* given = nullptr) {
+// Plays the steps given, or so many at random, a sequence for each seed from this one on, up to the
+// first fault. In a process of its own, so that a crash is a finding like any other.
+Played Play(std::uint64_t seed, std::size_t steps, const std::vector<Step>* given = nullptr) {
   int ends[2];
   if (pipe(ends) != 0) throw std::runtime_error("no pipe");
   const pid_t child = fork();
   if (child == 0) {
+    std::size_t taken = 0;
     const auto tell = [&](const std::string& text) {
       if (write(ends[1], text.data(), text.size()) < 0) _exit(1);
     };
-    const Taken taken = [&](const Step& step) { tell(Text(step)); };
-    alarm(kPatience);
-    const auto fault =
-        given ? Replay(seed, *given, taken) : PlayAtRandom(seed, kStepsInSequence, taken);
-    tell(fault ? "! " + fault->rule + "\n" + fault->what : "!");
+    const Taken note = [&](const Step& step) {
+      ++taken;
+      tell(Text(step));
+    };
+    for (bool first = true; first || taken < steps; first = false, ++seed) {
+      tell("seed " + std::to_string(seed) + "\n");
+      alarm(kPatience);
+      const auto fault =
+          given ? Replay(seed, *given, note) : PlayAtRandom(seed, kStepsInSequence, note);
+      if (!fault) continue;
+      tell("! " + fault->rule + "\n" + fault->what);
+      break;
+    }
     _exit(0);
   }
   close(ends[1]);
@@ -65,14 +79,17 @@ Played Play(std::uint64_t seed, const std::vector<Step>* given = nullptr) {
   close(ends[0]);
   int status = 0;
   waitpid(child, &status, 0);
-  std::istringstream lines(text);
-  Played played{.steps = Parse(lines), .fault = {}};
-  const std::size_t end = text.rfind("\n!");
+  Played played;
+  played.steps_in_all = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+  std::istringstream last(text.substr(text.rfind("seed ")));
+  played.steps = Parse(last, played.seed);
+  std::string mark;
   if (status != 0) {
     played.fault = {"x: crash", "wait status " + std::to_string(status)};
-  } else if (const std::size_t rule = end + 3; end != std::string::npos && rule < text.size()) {
-    const std::size_t what = text.find('\n', rule);
-    played.fault = {text.substr(rule, what - rule), text.substr(what + 1)};
+  } else if (last >> mark) {
+    played.fault.emplace();
+    std::getline(last >> std::ws, played.fault->rule);
+    std::getline(last, played.fault->what);
   }
   return played;
 }
@@ -88,7 +105,7 @@ std::vector<Step> Shortened(std::uint64_t seed, std::vector<Step> steps, const s
     std::vector<Step> fewer = steps;
     const auto first = fewer.begin() + static_cast<std::ptrdiff_t>(at);
     fewer.erase(first, first + static_cast<std::ptrdiff_t>(std::min(chunk, steps.size() - at)));
-    const std::optional<Fault> fault = Play(seed, &fewer).fault;
+    const std::optional<Fault> fault = Play(seed, 0, &fewer).fault;
     if (fault && fault->rule == rule) {
       steps = std::move(fewer);
       // What it needed may not be needed any more.
@@ -102,10 +119,11 @@ std::vector<Step> Shortened(std::uint64_t seed, std::vector<Step> steps, const s
 
 TEST(User, DoesAnythingAtAnyMoment) {
   std::map<std::string, int> broken;
-  std::size_t steps = 0;
-  for (std::uint64_t seed = test::TestSeed(); steps < kSteps; ++seed) {
-    const Played played = Play(seed);
-    steps += std::max<std::size_t>(played.steps.size(), 1);
+  std::uint64_t seed = test::TestSeed();
+  for (std::size_t steps = 0; steps < kSteps; ++seed) {
+    const Played played = Play(seed, kSteps - steps);
+    steps += played.steps_in_all;
+    seed = played.seed;
     if (!played.fault || ++broken[played.fault->rule] > 1) continue;
     std::string fewest;
     for (const Step& step : Shortened(seed, played.steps, played.fault->rule)) fewest += Text(step);
@@ -121,10 +139,8 @@ TEST(User, DoesWhatAFileSays) {
   const char* const file = std::getenv("VORNALUX_STEPS");
   if (file == nullptr) GTEST_SKIP() << "VORNALUX_STEPS names none";
   std::ifstream text(file);
-  std::string word;
   std::uint64_t seed = 0;
-  text >> word >> seed;
-  const std::vector<Step> steps = Parse(text);
+  const std::vector<Step> steps = Parse(text, seed);
   ASSERT_FALSE(steps.empty()) << file;
   const auto fault = Replay(seed, steps, [](const Step& step) { std::cout << Text(step); });
   EXPECT_FALSE(fault) << fault->rule << " " << fault->what;
