@@ -16,7 +16,7 @@
 namespace vornalux::testing {
 namespace {
 
-constexpr std::size_t kSteps = 100'000;
+constexpr std::size_t kSteps = 300'000;
 constexpr std::size_t kStepsInSequence = 50;
 constexpr unsigned kPatience = 120;  // seconds that a sequence may take
 
