@@ -25,6 +25,12 @@ void MountedPlatform::Mount(char letter, MountedVolume& volume) {
   Noted(std::string{drive, ':', '\\'}, &mounted->second, error::kSuccess);
 }
 
+void MountedPlatform::Relist(char letter) {
+  Drive& drive = *FindDrive(DriveLetter(letter));
+  drive.tree = FolderTree(*drive.volume);
+  ++drive.moves;
+}
+
 ErrorCode MountedPlatform::Noted(std::string_view path, Drive* drive, ErrorCode code) {
   if (drive == nullptr) return code;
   const std::optional<std::uint64_t> byte = drive->volume->TakeReadFault();

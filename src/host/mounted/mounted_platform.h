@@ -39,6 +39,8 @@ class MountedPlatform : public Volumes, public Files, public Machine, public Raw
   // letter: 'A' to 'Z' or lower case, not in use yet. The volume is not owned, must outlive the
   // platform, and is not closed by it.
   void Mount(char letter, MountedVolume& volume);
+  // Somebody else has changed files of a mounted volume: what is known of its folders is forgotten.
+  void Relist(char letter);
 
   // All that the program asks for, with the user's side of somebody else, and with a shell and a
   // registry where there are such.

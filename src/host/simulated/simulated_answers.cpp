@@ -170,6 +170,7 @@ ErrorCode SimulatedVolume::Move(const StreamRef& stream, std::int64_t vcn, std::
   if (const ErrorCode error = CheckTarget(found, vcn, lcn, count)) return error;
   if (GivenUp(count, checkpoint)) return error::kOperationAborted;
   // Somebody may have been quicker.
+  if (vcn + count > VcnCount(found)) return error::kFileNotFound;
   if (const ErrorCode error = CheckTarget(found, vcn, lcn, count)) return error;
 
   std::vector<SimulatedRun> after;

@@ -13,8 +13,10 @@ namespace {
 using Effect = FaultPlan::Effect;
 using Fault = FaultPlan::Fault;
 
-// The error of the first fault that fails the call, after running all actions on the way.
-ErrorCode RunFaults(const std::vector<Fault>& faults) {
+// The error of the first fault that fails the call, after running all actions on the way; the one
+// that it has anyhow goes first.
+ErrorCode RunFaults(const std::vector<Fault>& faults, ErrorCode anyhow = error::kSuccess) {
+  if (anyhow != error::kSuccess) return anyhow;
   for (const Fault& fault : faults) {
     if (fault.effect == Effect::Action) fault.action();
     if (fault.effect == Effect::Fail) return fault.error;
@@ -66,19 +68,29 @@ ErrorCode SimulatedPlatform::MayOpen(MountedVolume& volume, ItemId item) {
                                                                           : error::kSuccess;
 }
 
+bool SimulatedPlatform::Is(DriveState state, std::string_view path) const {
+  const std::string_view bare = BarePath(path);
+  const auto drive = drive_states_.find(bare.empty() ? '\0' : DriveLetter(bare[0]));
+  return drive != drive_states_.end() && drive->second == state;
+}
+
 std::string SimulatedPlatform::LogicalDriveStrings() {
   std::string roots;
-  for (const auto& [letter, type] : drive_types_) roots += std::string{letter, ':', '\\', '\0'};
+  for (const auto& [letter, type] : drive_types_) {
+    if (!Is(DriveState::Gone, {&letter, 1})) roots += std::string{letter, ':', '\\', '\0'};
+  }
   return roots;
 }
 
 std::uint32_t SimulatedPlatform::DriveType(const std::string& root) {
   const auto drive = drive_types_.find(DriveOfRoot(root));
-  return drive != drive_types_.end() ? drive->second : drive_type::kNoRoot;
+  return drive != drive_types_.end() && !Is(DriveState::Gone, root) ? drive->second
+                                                                    : drive_type::kNoRoot;
 }
 
 Handle SimulatedPlatform::OpenVolume(const std::string& device_path) {
-  const bool fails = !faults_.Hits(CallPoint::OpenVolume, device_path).empty();
+  const bool fails = !faults_.Hits(CallPoint::OpenVolume, device_path).empty() ||
+                     Is(DriveState::Gone, device_path) || Is(DriveState::NotOpening, device_path);
   const Handle handle = fails ? kInvalidHandle : MountedPlatform::OpenVolume(device_path);
   if (handle != kInvalidHandle) log_.NameHandle(handle, device_path);
   log_.Add(CallKind::OpenVolume, device_path, handle, {},
@@ -94,7 +106,7 @@ void SimulatedPlatform::CloseVolume(Handle volume) {
 
 ErrorCode SimulatedPlatform::FreeSpaceFigures(const std::string& root, FreeSpace& out) {
   const std::vector<Fault> faults = faults_.Hits(CallPoint::FreeSpace, root);
-  ErrorCode error = RunFaults(faults);
+  ErrorCode error = RunFaults(faults, Missing(root));
   if (error == error::kSuccess) error = MountedPlatform::FreeSpaceFigures(root, out);
   for (const Fault& fault : faults) {
     if (fault.effect == Effect::NoClusters) out.total_clusters = out.free_clusters = 0;
@@ -104,7 +116,8 @@ ErrorCode SimulatedPlatform::FreeSpaceFigures(const std::string& root, FreeSpace
 }
 
 ErrorCode SimulatedPlatform::VolumeNames(const std::string& root, VolumeName& out) {
-  const ErrorCode error = MountedPlatform::VolumeNames(root, out);
+  const ErrorCode missing = Missing(root);
+  const ErrorCode error = missing ? missing : MountedPlatform::VolumeNames(root, out);
   log_.Add(CallKind::VolumeNames, root, kInvalidHandle, {}, error);
   return error;
 }
@@ -117,7 +130,10 @@ ErrorCode SimulatedPlatform::VolumeBitmap(Handle volume, std::int64_t starting_l
   for (const Fault& fault : faults) {
     if (fault.effect == Effect::Lie) Lie(fault.lie, out);
   }
-  if (const ErrorCode planned = RunFaults(faults)) error = planned;
+  const bool refused = Is(DriveState::NoBitmap, path);
+  if (const ErrorCode planned = RunFaults(faults, refused ? error::kReadFault : Missing(path))) {
+    error = planned;
+  }
   log_.Add(CallKind::VolumeBitmap, path, volume,
            {starting_lcn, static_cast<std::int64_t>(max_bytes),
             static_cast<std::int64_t>(out.bits.size())},
@@ -135,7 +151,7 @@ ErrorCode SimulatedPlatform::MoveClusters(Handle volume, Handle file, std::int64
                                           std::int64_t starting_lcn, std::uint32_t cluster_count,
                                           const MoveCheckpoint& checkpoint) {
   const std::string path = log_.HandlePath(file);
-  ErrorCode error = RunFaults(faults_.Hits(CallPoint::Move, path));
+  ErrorCode error = RunFaults(faults_.Hits(CallPoint::Move, path), Missing(path));
   if (error == error::kSuccess) {
     error = MountedPlatform::MoveClusters(volume, file, starting_vcn, starting_lcn, cluster_count,
                                           checkpoint);
@@ -147,7 +163,7 @@ ErrorCode SimulatedPlatform::MoveClusters(Handle volume, Handle file, std::int64
 OpenedFile SimulatedPlatform::OpenPath(const std::string& path, FileAccess access,
                                        FileFlags flags) {
   OpenedFile opened;
-  opened.error = RunFaults(faults_.Hits(CallPoint::Open, path));
+  opened.error = RunFaults(faults_.Hits(CallPoint::Open, path), Missing(path));
   if (opened.error == error::kSuccess) opened = MountedPlatform::OpenPath(path, access, flags);
   if (opened.handle != kInvalidHandle) log_.NameHandle(opened.handle, path);
   log_.Add(CallKind::OpenPath, path, opened.handle,
@@ -165,7 +181,7 @@ ErrorCode SimulatedPlatform::RetrievalPointers(Handle file, std::int64_t startin
                                                std::size_t max_extents, ExtentChunk& out) {
   const std::string path = log_.HandlePath(file);
   const std::vector<Fault> faults = faults_.Hits(CallPoint::Pointers, path);
-  ErrorCode error = RunFaults(faults);
+  ErrorCode error = RunFaults(faults, Missing(path));
   if (error == error::kSuccess) {
     error = MountedPlatform::RetrievalPointers(file, starting_vcn, max_extents, out);
   }
@@ -190,7 +206,8 @@ ErrorCode SimulatedPlatform::StreamNames(Handle file, std::vector<std::string>& 
 }
 
 std::unique_ptr<FolderSearch> SimulatedPlatform::FindFirst(const std::string& pattern) {
-  const bool fails = !faults_.Hits(CallPoint::FindFirst, FolderOf(pattern)).empty();
+  const bool fails = !faults_.Hits(CallPoint::FindFirst, FolderOf(pattern)).empty() ||
+                     Is(DriveState::Gone, pattern);
   std::unique_ptr<FolderSearch> search = fails ? nullptr : MountedPlatform::FindFirst(pattern);
   log_.Add(CallKind::FindFirst, FolderOf(pattern), kInvalidHandle, {},
            search ? error::kSuccess : error::kPathNotFound);
@@ -198,11 +215,15 @@ std::unique_ptr<FolderSearch> SimulatedPlatform::FindFirst(const std::string& pa
 }
 
 ErrorCode SimulatedPlatform::ReadBytes(const std::string& path, std::string& out) {
-  ErrorCode error = RunFaults(faults_.Hits(CallPoint::Open, path));
+  ErrorCode error = RunFaults(faults_.Hits(CallPoint::Open, path), Missing(path));
   if (error == error::kSuccess) error = MountedPlatform::ReadBytes(path, out);
   log_.Add(CallKind::ReadBytes, path, kInvalidHandle, {static_cast<std::int64_t>(out.size()), 0, 0},
            error);
   return error;
+}
+
+Handle SimulatedPlatform::OpenDevice(const std::string& device_path) {
+  return Missing(device_path) ? kInvalidHandle : MountedPlatform::OpenDevice(device_path);
 }
 
 std::uint32_t SimulatedPlatform::SetPriorityClass(std::uint32_t priority_class) {
@@ -212,7 +233,14 @@ std::uint32_t SimulatedPlatform::SetPriorityClass(std::uint32_t priority_class) 
 
 void SimulatedPlatform::CheckDisk(const std::string& root, DiskCheckSink& sink) {
   log_.Add(CallKind::CheckDisk, root, kInvalidHandle, {}, error::kSuccess);
-  MountedPlatform::CheckDisk(root, sink);
+  if (Missing(root)) return;
+  bool cancel = false;
+  for (int line = 1; line < check_lines_ && !cancel && !Missing(root); ++line) {
+    sink.Status("Stage " + std::to_string(line), cancel);
+    if (!cancel) sink.Progress(100 * line / check_lines_, cancel);
+  }
+  // A drive that has gone on the way has failed its check.
+  Missing(root) ? sink.Done(true) : MountedPlatform::CheckDisk(root, sink);
 }
 
 void SimulatedPlatform::PowerOff() {

@@ -16,6 +16,9 @@
 
 namespace vornalux {
 
+// What a drive is like for the time being. Files and handles on one that is gone answer nothing.
+enum class DriveState { Well, Gone, NotOpening, NoBitmap };
+
 // A whole machine for tests: mounted volumes, usually simulated ones, on which things go wrong by
 // plan, a user who follows a script, and a log of every call.
 class SimulatedPlatform final : public MountedPlatform {
@@ -34,6 +37,9 @@ class SimulatedPlatform final : public MountedPlatform {
   // Another program of ours works on the volume with this root.
   void SetTakenByAnother(std::string root) { taken_by_another_ = std::move(root); }
   bool TakeVolume(const std::string& root) override { return root != taken_by_another_; }
+  void SetDriveState(char letter, DriveState state) { drive_states_[letter] = state; }
+  // A disk check tells something so often, each time with a chance to cancel it.
+  void SetCheckLines(int lines) { check_lines_ = lines; }
 
   FaultPlan& Faults() { return faults_; }
   ScriptedDesktop& User() { return desktop_; }
@@ -63,6 +69,8 @@ class SimulatedPlatform final : public MountedPlatform {
   std::unique_ptr<FolderSearch> FindFirst(const std::string& pattern) override;
   ErrorCode ReadBytes(const std::string& path, std::string& out) override;
 
+  Handle OpenDevice(const std::string& device_path) override;
+
   std::uint32_t SetPriorityClass(std::uint32_t priority_class) override;
   void CheckDisk(const std::string& root, DiskCheckSink& sink) override;
   void PowerOff() override;
@@ -71,6 +79,13 @@ class SimulatedPlatform final : public MountedPlatform {
   ErrorCode MayOpen(MountedVolume& volume, ItemId item) override;
 
  private:
+  // path: of anything on the drive.
+  bool Is(DriveState state, std::string_view path) const;
+  // What the drive itself fails the call with.
+  ErrorCode Missing(std::string_view path) const {
+    return Is(DriveState::Gone, path) ? error::kNotReady : error::kSuccess;
+  }
+
   CallLog log_;
   FaultPlan faults_;
   ScriptedDesktop desktop_;
@@ -79,6 +94,8 @@ class SimulatedPlatform final : public MountedPlatform {
   std::unordered_map<const MountedVolume*, const SimulatedVolume*> simulated_;
   std::map<char, std::uint32_t> drive_types_;
   std::string taken_by_another_ = "none";
+  std::map<char, DriveState> drive_states_;
+  int check_lines_ = 1;
   int power_offs_ = 0;
 };
 

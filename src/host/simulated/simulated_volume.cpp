@@ -153,6 +153,22 @@ void SimulatedVolume::AddStream(ItemId item, std::string_view name,
   *link = stream;
 }
 
+void SimulatedVolume::Remove(ItemId file) {
+  Item& folder = items_[At(file).parent];
+  std::uint32_t before = kNone;
+  std::uint32_t child = folder.first_child;
+  for (; child != file; child = items_[child].next_sibling) before = child;
+  (before == kNone ? folder.first_child : items_[before].next_sibling) = At(file).next_sibling;
+  if (folder.last_child == file) folder.last_child = before;
+  for (std::uint32_t i = At(file).first_stream; i != kNone; i = streams_[i].next) {
+    for (const SimulatedRun& run : runs_.Get(streams_[i].runs)) {
+      if (run.lcn >= 0) bits_.Set(run.lcn, run.count, false);
+    }
+    runs_.Set(streams_[i].runs, {});
+    streams_[i].shape = Shape({});
+  }
+}
+
 ItemId SimulatedVolume::AddMft(const std::vector<SimulatedRun>& runs) {
   constexpr std::int64_t kFixedMftClusters = 16;
   const std::uint32_t item = NewItem("$MFT", attribute::kHidden | attribute::kSystem, 0);

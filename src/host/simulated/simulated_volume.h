@@ -49,6 +49,10 @@ class SimulatedVolume final : public MountedVolume {
   // "$MFT": a path, but no entry in the root, and first clusters that stay where they are.
   ItemId AddMft(const std::vector<SimulatedRun>& runs);
 
+  // Deletes a file; what it is mounted on has to be told, see MountedPlatform::Relist().
+  void Remove(ItemId file);
+  void SetDirty(bool dirty) { geometry_.dirty = dirty; }
+
   // The bytes that reading a file gives in place of stamps, whatever clusters it has.
   void SetContent(ItemId file, std::string bytes);
   void SetAttributes(ItemId item, std::uint32_t attributes);
