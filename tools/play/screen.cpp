@@ -27,6 +27,21 @@ LRESULT CALLBACK OnPosted(int code, WPARAM wparam, LPARAM lparam) {
   return CallNextHookEx(nullptr, code, wparam, lparam);
 }
 
+BOOL CALLBACK CollectDialog(HWND window, LPARAM list) {
+  wchar_t kind[16] = {};
+  GetClassNameW(window, kind, 15);
+  if (std::wstring(kind) == L"#32770") {
+    reinterpret_cast<std::vector<HWND>*>(list)->push_back(window);
+  }
+  return TRUE;
+}
+
+BOOL CALLBACK AppendText(HWND child, LPARAM out) {
+  const std::string words = IsWindowVisible(child) ? Screen::Text(child) : std::string();
+  if (!words.empty()) *reinterpret_cast<std::string*>(out) += "\n    " + words;
+  return TRUE;
+}
+
 }  // namespace
 
 Screen::Screen() : stirred_(CreateEventA(nullptr, FALSE, FALSE, nullptr)) {
@@ -44,17 +59,7 @@ void Screen::WatchThisThread() {
 std::vector<HWND> Screen::Windows() const {
   std::vector<HWND> windows;
   if (thread_ == 0) return windows;
-  EnumThreadWindows(
-      thread_,
-      [](HWND window, LPARAM list) -> BOOL {
-        wchar_t kind[16] = {};
-        GetClassNameW(window, kind, 15);
-        if (std::wstring(kind) == L"#32770") {
-          reinterpret_cast<std::vector<HWND>*>(list)->push_back(window);
-        }
-        return TRUE;
-      },
-      reinterpret_cast<LPARAM>(&windows));
+  EnumThreadWindows(thread_, CollectDialog, reinterpret_cast<LPARAM>(&windows));
   return windows;
 }
 
@@ -253,14 +258,7 @@ std::string Screen::Describe() const {
   for (const HWND window : Windows()) {
     if (!Shown(window)) continue;
     text += "\n  \"" + Text(window) + "\"";
-    EnumChildWindows(
-        window,
-        [](HWND child, LPARAM out) -> BOOL {
-          const std::string words = IsWindowVisible(child) ? Text(child) : std::string();
-          if (!words.empty()) *reinterpret_cast<std::string*>(out) += "\n    " + words;
-          return TRUE;
-        },
-        reinterpret_cast<LPARAM>(&text));
+    EnumChildWindows(window, AppendText, reinterpret_cast<LPARAM>(&text));
   }
   return text;
 }
