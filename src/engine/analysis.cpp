@@ -2,7 +2,6 @@
 #include "engine/analysis.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "engine/layout_list.h"
 
@@ -143,8 +142,7 @@ void Analysis::Examine(const std::string& path, const ExtentRecord& record) {
 
 void Analysis::ShowResults() {
   const VolumeConstants& constants = geometry_.constants;
-  const auto percent = static_cast<std::int64_t>(std::nearbyint(
-      constants.FreeClusters / (static_cast<double>(constants.TotalClusters) / 100)));
+  const std::int64_t percent = PercentFree(constants.FreeClusters, constants.TotalClusters);
   const std::string panels[] = {
       "files: " + std::to_string(table_.TotalFiles),
       "dirs: " + std::to_string(table_.TotalDirs),
