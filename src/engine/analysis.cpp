@@ -79,6 +79,7 @@ void Analysis::AnalyzeVolume() {
   flags_.ClassListsValid = False;
   lists.Clear();
   summary = {};
+  summary.reserved_front = geometry_.constants.ReservedFront;
 
   view_.SetCaption("Enumerating files on volume " + target_.Root());
   platform_.desktop.DoEvents();

@@ -41,9 +41,12 @@ ErrorCode SplitPath(std::string_view path, WindowsPath& out) {
   }
   if (path.size() > kLongestPath && Utf16Units(path) > kLongestPath) return error::kInvalidName;
 
-  const std::string_view rest = path.substr(3);
+  std::string_view rest = path.substr(3);
   if (rest.find('\0') != std::string_view::npos) return error::kInvalidName;
-  if (rest.starts_with('\\') || rest.ends_with('\\')) return error::kInvalidName;
+  if (rest.starts_with('\\')) return error::kInvalidName;
+  out.of_folder = rest.ends_with('\\');
+  if (out.of_folder) rest.remove_suffix(1);
+  if (rest.ends_with('\\')) return error::kInvalidName;
   out.drive = DriveLetter(path[0]);
   const std::size_t last = rest.rfind('\\');
   out.folder = last == std::string_view::npos ? std::string_view() : rest.substr(0, last);
