@@ -139,13 +139,6 @@ TEST_F(ProgramTest, ExitCodesSayWhatWentWrong) {
   ExpectWhole();
 }
 
-TEST_F(ProgramTest, AResultThatCannotBeWrittenIsAFailure) {
-  Make("fat16 size=16M files=20");
-  const ProgramEnd end = RunProgramBehind(">/dev/full", {"analyze", image_});
-  EXPECT_EQ(end.code, 1);
-  EXPECT_NE(end.err.find("standard output"), std::string::npos) << end.err;
-}
-
 TEST_F(ProgramTest, AnalyzeChangesNothing) {
   for (const char* recipe : {kNtfs, kFat32}) {
     Make(recipe);
