@@ -12,7 +12,7 @@
 namespace vornalux::play {
 namespace {
 
-constexpr DWORD kPatienceMilliseconds = 120000;
+constexpr DWORD kPatienceMilliseconds = 300000;
 
 HANDLE stirred_by_messages = nullptr;
 
