@@ -2,7 +2,6 @@
 #include "engine/analysis.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "engine/layout_list.h"
 #include "text/ascii_case.h"
@@ -47,8 +46,14 @@ bool Analysis::Analyze_This() {
   }
   ReportConstants();
   AnalyzeVolume();
-  run_.flags.AnalysisValid = True;
-  if (!run_.flags.StopRequested) return true;
+  // A drive that has gone in the meantime has shown few files, or none. The redraw tells so.
+  FreeSpace space;
+  const bool there =
+      run_.platform.volumes.FreeSpaceFigures(run_.target.Root(), space) == error::kSuccess ||
+      run_.view.RedrawMap(MapLayers::Volume);
+  run_.flags.AnalysisValid = ToBoolean(there);
+  if (!there) run_.flags.ClassListsValid = False;
+  if (!run_.flags.StopRequested) return there;
   run_.view.SetCaption("Volume " + run_.target.drive);
   run_.flags.AnalysisValid = False;
   return false;
@@ -74,6 +79,7 @@ void Analysis::AnalyzeVolume() {
   run_.flags.ClassListsValid = False;
   lists.Clear();
   summary = {};
+  summary.reserved_front = run_.geometry.constants.ReservedFront;
 
   run_.view.SetCaption("Enumerating files on volume " + run_.target.Root());
   run_.platform.desktop.DoEvents();
@@ -141,8 +147,7 @@ void Analysis::Examine(const std::string& path, const ExtentRecord& record) {
 
 void Analysis::ShowResults() {
   const VolumeConstants& constants = run_.geometry.constants;
-  const auto percent = static_cast<std::int64_t>(std::nearbyint(
-      constants.FreeClusters / (static_cast<double>(constants.TotalClusters) / 100)));
+  const std::int64_t percent = PercentFree(constants.FreeClusters, constants.TotalClusters);
   const std::string panels[] = {
       "files: " + std::to_string(run_.table.TotalFiles),
       "dirs: " + std::to_string(run_.table.TotalDirs),

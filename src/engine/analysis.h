@@ -12,9 +12,10 @@ namespace vornalux {
 
 // Numbers of the last analysis.
 struct AnalysisSummary {
-  std::int64_t fragmented = 0;    // files counted as fragmented
-  std::int64_t fragments = 0;     // of all included items with more than one
-  std::int64_t max_per_file = 0;  // largest fragment count
+  std::int64_t fragmented = 0;      // files counted as fragmented
+  std::int64_t fragments = 0;       // of all included items with more than one
+  std::int64_t max_per_file = 0;    // largest fragment count
+  std::int64_t reserved_front = 0;  // end of the front area by which files were sorted
 };
 
 // The fragments of one item. On NTFS runs that lie back to back, or with one hole between them,

@@ -39,6 +39,7 @@ inline constexpr ErrorCode kNotSupported = 50;
 inline constexpr ErrorCode kInvalidParameter = 87;
 inline constexpr ErrorCode kDiskFull = 112;
 inline constexpr ErrorCode kInvalidName = 123;
+inline constexpr ErrorCode kFileTooLarge = 223;
 inline constexpr ErrorCode kMoreData = 234;
 inline constexpr ErrorCode kNoMoreItems = 259;
 inline constexpr ErrorCode kOperationAborted = 995;

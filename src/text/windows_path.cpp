@@ -42,10 +42,13 @@ std::optional<WindowsPath> SplitPath(std::string_view path) {
   }
   if (path.size() > kLongestPath && Utf16Units(path) > kLongestPath) return std::nullopt;
 
-  const std::string_view rest = path.substr(3);
+  std::string_view rest = path.substr(3);
   if (rest.find('\0') != std::string_view::npos) return std::nullopt;
-  if (rest.starts_with('\\') || rest.ends_with('\\')) return std::nullopt;
+  if (rest.starts_with('\\')) return std::nullopt;
   WindowsPath out;
+  out.of_folder = rest.ends_with('\\');
+  if (out.of_folder) rest.remove_suffix(1);
+  if (rest.ends_with('\\')) return std::nullopt;
   out.drive = DriveLetter(path[0]);
   const std::size_t last = rest.rfind('\\');
   out.folder = last == std::string_view::npos ? std::string_view() : rest.substr(0, last);

@@ -12,11 +12,12 @@ struct WindowsPath {
   char drive = 0;           // 'A' to 'Z'
   std::string_view folder;  // "dir\sub", empty for the root
   std::string_view name;    // last component with its stream suffix, empty for the root itself
+  bool of_folder = false;   // a backslash came behind the name: only a folder is meant
 };
 
-// Takes "C:\dir\name" apart, with or without the "\\?\" prefix. Nothing for anything else, for
-// empty components at either end and for paths longer than Windows takes. Neither characters nor
-// what lies between are looked at.
+// Takes "C:\dir\name" or "C:\dir\name\" apart, with or without the "\\?\" prefix. Nothing for
+// anything else, for empty components at either end and for paths longer than Windows takes.
+// Neither characters nor what lies between are looked at.
 std::optional<WindowsPath> SplitPath(std::string_view path);
 
 // The path with a backslash at its end.

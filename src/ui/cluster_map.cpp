@@ -14,14 +14,24 @@ namespace {
 constexpr std::int32_t kColumnsPerRefresh = 10;
 constexpr std::size_t kEntriesPerRefresh = 100;
 
+// A float and no more. Registers of old processors keep more digits, and a colour half-way between
+// two would come out as the other one there.
+float AsFloat(float value) {
+  volatile float stored = value;
+  return stored;
+}
+
 }  // namespace
 
 Colour DensityColour(float share) {
+  share = AsFloat(share);
+  const float rest = AsFloat(1 - share);
   Colour colour = 0;
   for (unsigned shift = 0; shift < 24; shift += 8) {
     const auto free = static_cast<float>((map_colour::kFree >> shift) & 0xFF);
     const auto used = static_cast<float>((map_colour::kUsed >> shift) & 0xFF);
-    colour |= static_cast<Colour>(std::nearbyint((1 - share) * free + share * used)) << shift;
+    const float mixed = AsFloat(AsFloat(rest * free) + AsFloat(share * used));
+    colour |= static_cast<Colour>(std::nearbyint(mixed)) << shift;
   }
   return colour;
 }

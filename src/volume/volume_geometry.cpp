@@ -25,6 +25,10 @@ bool MakesSense(const FreeSpace& space) {
 
 }  // namespace
 
+std::int64_t PercentFree(std::int32_t free, std::int32_t total) {
+  return static_cast<std::int64_t>(std::nearbyint(free / (static_cast<double>(total) / 100)));
+}
+
 VolumeGeometry::VolumeGeometry(Platform& platform, const DebugTrace& trace)
     : platform_(platform), trace_(trace) {}
 
@@ -63,7 +67,7 @@ std::int32_t VolumeGeometry::ReadVolumeConstants(const std::string& drive) {
   constants.SectorsPerCluster = static_cast<std::int32_t>(space.sectors_per_cluster);
   constants.OptimizeArea = Round((total - free) / 4 * 2);
 
-  const std::int32_t percent_free = Round(free / (total / 100));
+  const std::int64_t percent_free = PercentFree(constants.FreeClusters, constants.TotalClusters);
   if (percent_free < kLowSpacePercent) {
     trace_.Line("Warning, free space low!: " + std::to_string(percent_free));
   }

@@ -25,6 +25,9 @@ struct VolumeConstants {
   bool InMftZone(std::int64_t lcn) const { return MftZoneStart < lcn && lcn < MftZoneEnd; }
 };
 
+// To nearest, of 0 < total clusters.
+std::int64_t PercentFree(std::int32_t free, std::int32_t total);
+
 // The whole bitmap for the map. Byte k (counted from 1) holds clusters 8(k-1) .. 8(k-1)+7 from
 // StartingLcn on, least significant bit first, 1 = in use.
 struct VolumeBitmapImage {

@@ -2,6 +2,7 @@
 // Loaded into the program under test ahead of the C library: lets the process die inside the event
 // that VORNALUX_KILL_AT names (from 1 on), or in the first one after VORNALUX_KILL_AFTER bytes: a
 // write with only a part of it done, as a kill may leave it, or just before a flush or a removal.
+// With VORNALUX_TAKES nothing more is taken after so many bytes, and no reason given.
 // With VORNALUX_SIGNAL it gets that signal before the event instead, which is then done. With
 // VORNALUX_COUNT_WRITES it writes the number of events, and of bytes, to that file in the end.
 #include <dlfcn.h>
@@ -45,6 +46,15 @@ void Event(Partly partly) {
   kill(getpid(), SIGKILL);
 }
 
+std::size_t Taken(std::size_t size) {
+  static const bool limited = std::getenv("VORNALUX_TAKES") != nullptr;
+  static std::size_t left = Number("VORNALUX_TAKES");
+  if (!limited) return size;
+  const std::size_t taken = size < left ? size : left;
+  left -= taken;
+  return taken;
+}
+
 using WriteAt = ssize_t (*)(int, const void*, std::size_t, off_t);
 
 ssize_t CountedWrite(const char* name, int file, const void* data, std::size_t size, off_t at) {
@@ -54,8 +64,9 @@ ssize_t CountedWrite(const char* name, int file, const void* data, std::size_t s
     const std::size_t part = (events * 7919 % (size / kSector + 1)) * kSector;
     if (part > 0) real(file, data, part, at);
   });
+  size = Taken(size);
   bytes += size;
-  return real(file, data, size, at);
+  return size == 0 ? 0 : real(file, data, size, at);
 }
 
 struct Counter {
@@ -79,6 +90,12 @@ ssize_t pwrite(int file, const void* data, std::size_t size, off_t at) {
 
 ssize_t pwrite64(int file, const void* data, std::size_t size, off64_t at) {
   return CountedWrite("pwrite64", file, data, size, at);
+}
+
+ssize_t write(int file, const void* data, std::size_t size) {
+  const std::size_t taken = file == STDERR_FILENO ? size : Taken(size);
+  return taken == 0 ? 0
+                    : Real<ssize_t (*)(int, const void*, std::size_t)>("write")(file, data, taken);
 }
 
 int fdatasync(int file) {

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Map images and reports: what they show, and that nothing from a volume can act in them.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <thread>
 #include <vector>
 
 #include "host/simulated/seeded_random.h"
@@ -64,7 +67,7 @@ TEST(DebugLogFile, IsALineForEachEntryWhateverTheNames) {
       box.Append("fragged: " + name + ", fragments: 2");
       box.Append("\r\n");
     }
-    EXPECT_EQ(log.Finish(), 0);
+    EXPECT_FALSE(log.Finish());
   }
   const Bytes log = folder.Get("log");
   EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), kEntries);
@@ -136,6 +139,27 @@ TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {
                               "&lt;b&gt;&quot;&amp;", "Left where it was", "&lt;i&gt;lost"}) {
     EXPECT_NE(html.find(present), std::string::npos) << present;
   }
+}
+
+TEST(WriteAll, WaitsForAPipeThatDoesNot) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+  const std::string text(std::size_t{1} << 20, 'x');
+  std::error_code error;
+  std::thread writer([&] {
+    error = WriteAll(ends[1], text);
+    close(ends[1]);
+  });
+  fcntl(ends[0], F_SETFL, 0);
+  std::string arrived;
+  char piece[4096];
+  for (ssize_t got; (got = read(ends[0], piece, sizeof piece)) > 0;) {
+    arrived.append(piece, static_cast<std::size_t>(got));
+  }
+  writer.join();
+  close(ends[0]);
+  EXPECT_FALSE(error) << error.message();
+  EXPECT_TRUE(arrived == text);
 }
 
 }  // namespace

@@ -173,6 +173,11 @@ TEST(LayoutList, Table) {
        {},
        1},
       {"cut at a NUL", "C:\\", std::string("C:\\a\0junk\r\nC:\\b\0", 17), {"C:\\a", "C:\\b"}, 3},
+      {"folders and no folder",
+       "C:\\",
+       "C:\\folder\\\r\nC:\\folder\r\nC:\\a\\\r\nC:\\folder\\\\\r\n",
+       {"C:\\folder\\", "C:\\folder"},
+       3},
       {"leading hole", "C:\\", "C:\\sparse", {"C:\\sparse"}, 2},
       {"more than the room", "C:\\", many_lines, many, 1235},
       {"missing", "C:\\", "-", {}, 1001},
@@ -187,6 +192,7 @@ TEST(LayoutList, Table) {
     volume.AddFile("resident");
     volume.AddFile("sparse", {{-1, 4}, {140, 2}});
     volume.Lock(volume.AddFile("locked", {{130, 2}}));
+    volume.AddFolder("folder", {{150, 1}});
     volume.AddFolder("Windows\\Prefetch");
     if (test.content != "-") {
       volume.SetContent(volume.AddFile("Windows\\Prefetch\\layout.ini"), test.content);

@@ -12,7 +12,7 @@
 namespace vornalux::play {
 namespace {
 
-constexpr DWORD kPatienceMilliseconds = 120000;
+constexpr DWORD kPatienceMilliseconds = 300000;
 
 HANDLE stirred_by_messages = nullptr;
 
@@ -25,6 +25,17 @@ LRESULT CALLBACK AfterSent(int code, WPARAM wparam, LPARAM lparam) {
 LRESULT CALLBACK OnPosted(int code, WPARAM wparam, LPARAM lparam) {
   SetEvent(stirred_by_messages);
   return CallNextHookEx(nullptr, code, wparam, lparam);
+}
+
+BOOL CALLBACK Collect(HWND window, LPARAM list) {
+  reinterpret_cast<std::vector<HWND>*>(list)->push_back(window);
+  return TRUE;
+}
+
+BOOL CALLBACK AppendText(HWND child, LPARAM out) {
+  const std::string words = IsWindowVisible(child) ? Screen::Text(child) : std::string();
+  if (!words.empty()) *reinterpret_cast<std::string*>(out) += "\n    " + words;
+  return TRUE;
 }
 
 }  // namespace
@@ -44,13 +55,7 @@ void Screen::WatchThisThread() {
 std::vector<HWND> Screen::TopWindows() const {
   std::vector<HWND> windows;
   if (thread_ == 0) return windows;
-  EnumThreadWindows(
-      thread_,
-      [](HWND window, LPARAM list) -> BOOL {
-        reinterpret_cast<std::vector<HWND>*>(list)->push_back(window);
-        return TRUE;
-      },
-      reinterpret_cast<LPARAM>(&windows));
+  EnumThreadWindows(thread_, Collect, reinterpret_cast<LPARAM>(&windows));
   return windows;
 }
 
@@ -279,14 +284,7 @@ std::string Screen::Describe() const {
   for (const HWND window : Windows()) {
     if (!Shown(window)) continue;
     text += "\n  \"" + Text(window) + "\"";
-    EnumChildWindows(
-        window,
-        [](HWND child, LPARAM out) -> BOOL {
-          const std::string words = IsWindowVisible(child) ? Text(child) : std::string();
-          if (!words.empty()) *reinterpret_cast<std::string*>(out) += "\n    " + words;
-          return TRUE;
-        },
-        reinterpret_cast<LPARAM>(&text));
+    EnumChildWindows(window, AppendText, reinterpret_cast<LPARAM>(&text));
   }
   return text;
 }

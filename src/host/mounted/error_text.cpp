@@ -49,6 +49,8 @@ std::string_view Sentence(ErrorCode code) {
       return "There is not enough space on the disk.";
     case error::kInvalidName:
       return "The filename, directory name, or volume label syntax is incorrect.";
+    case error::kFileTooLarge:
+      return "The file size exceeds the limit allowed and cannot be saved.";
     case error::kMoreData:
       return "More data is available.";
     case error::kOperationAborted:

@@ -74,7 +74,8 @@ ErrorCode MountedPlatform::Resolve(std::string_view path, Found& out) {
     if (error == error::kFileNotFound && !IsPlainName(parts.name)) return error::kInvalidName;
     if (error != error::kSuccess) return error;
   }
-  return ResolveStream(item, suffix, out);
+  const ErrorCode error = ResolveStream(item, suffix, out);
+  return error == error::kSuccess && parts.of_folder && !out.folder ? error::kInvalidName : error;
 }
 
 ErrorCode MountedPlatform::ResolveStream(const FolderItem& item, std::string_view suffix,
@@ -157,7 +158,7 @@ ErrorCode MountedPlatform::StreamNames(Handle file, std::vector<std::string>& ou
 
 std::unique_ptr<FolderSearch> MountedPlatform::FindFirst(const std::string& pattern) {
   const std::optional<WindowsPath> parts = SplitPath(pattern);
-  if (!parts || parts->name != "*") return nullptr;
+  if (!parts || parts->name != "*" || parts->of_folder) return nullptr;
   Drive* const drive = FindDrive(parts->drive);
   if (drive == nullptr) return nullptr;
   const bool is_root = parts->folder.empty();

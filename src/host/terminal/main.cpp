@@ -29,7 +29,7 @@ std::optional<ExitCode> TakeOptions(const std::vector<std::string>& arguments, O
   if (!end) return std::nullopt;
   if (!IsNamedBy(STDERR_FILENO, arguments)) WriteAll(STDERR_FILENO, err.str());
   if (IsNamedBy(STDOUT_FILENO, arguments)) return ExitCode::Usage;
-  return outputs.standard.Write(out.str()) == 0 ? end : ExitCode::Failed;
+  return outputs.standard.Write(out.str()) ? ExitCode::Failed : end;
 }
 
 ExitCode Run(const Options& options, Outputs& outputs, Charset charset) {

@@ -56,16 +56,18 @@ TEST_F(MountedPlatformTest, PathsLeadToWhatTheyName) {
       {400, {R"(C:\Dir\case)", R"(C:\Dir\Case)"}},
       {401, {R"(C:\Dir\CASE)"}},
       {402, {R"(C:\Dir\a:b)"}},
-      {-1, {R"(C:\)", R"(C:\Dir)", R"(C:\Dir::$INDEX_ALLOCATION)", R"(C:\empty)"}},
+      {-1,
+       {R"(C:\)", R"(C:\Dir)", R"(C:\Dir\)", R"(\\?\C:\Dir\Sub\)", R"(C:\Dir::$INDEX_ALLOCATION)",
+        R"(C:\empty)"}},
       {-std::int64_t{error::kFileNotFound},
        {R"(C:\Dir\Sub\File.txt:none:$DATA)", R"(C:\Dir::$DATA)", R"(C:\none)", R"(C:\Dir\none)",
         R"(C:\Dir\.)"}},
       {-std::int64_t{error::kPathNotFound},
        {R"(C:\none\File.txt)", R"(C:\empty\File.txt)", R"(D:\Dir)"}},
       {-std::int64_t{error::kInvalidName},
-       {R"(C:\Dir\\Sub)", R"(C:\Dir\)", R"(C:\\)", R"(C:\Dir\fi*e)", R"(C:\Dir\Sub/File.txt)",
-        R"(C:\empty:)", R"(C:\empty::)", R"(C:\empty:a:b:c)", "C:", "C:Dir", "Dir", "", R"(\\?\)",
-        R"(1:\Dir)"}},
+       {R"(C:\Dir\\Sub)", R"(C:\Dir\\)", R"(C:\empty\)", R"(C:\Dir:tag\)", R"(C:\\)",
+        R"(C:\Dir\fi*e)", R"(C:\Dir\Sub/File.txt)", R"(C:\empty:)", R"(C:\empty::)",
+        R"(C:\empty:a:b:c)", "C:", "C:Dir", "Dir", "", R"(\\?\)", R"(1:\Dir)"}},
   };
   for (const auto& [start, paths] : cases) {
     for (const char* path : paths) EXPECT_EQ(StartOf(path), start) << path;

@@ -165,6 +165,28 @@ TEST_F(ProgramOutputsTest, WhatCannotBeWrittenCostsNothingElse) {
   ExpectIntact(Path("disk.img"), manifest_);
 }
 
+TEST_F(ProgramOutputsTest, WhatIsTakenInPartIsToldAsThat) {
+  Make("fat16 size=8M files=60 fragmented=60%");
+  const std::string image = Path("disk.img");
+  const std::tuple<Arguments, std::string, std::string> cases[] = {
+      {{"analyze", image}, "standard output", "Only a part"},
+      {{"map", image, "--png", Path("png")}, "--png", "Only a part"},
+      {{"analyze", image, "--report", Path("report")}, "--report", "Only a part"},
+      {{"analyze", image, "--debug-log", Path("log")}, "--debug-log", "Only a part"},
+      {{"defrag", image}, "its journal failed", "cannot write to the specified device"}};
+  const Setting preload("LD_PRELOAD", VORNALUX_KILL_LIBRARY);
+  const Setting order("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0");
+  const Setting takes("VORNALUX_TAKES", "30");
+  for (const auto& [arguments, what, why] : cases) {
+    const ProgramEnd end = RunProgram(arguments);
+    EXPECT_EQ(end.code, 1);
+    for (const std::string& says : {what, why}) {
+      EXPECT_NE(end.err.find(says), std::string::npos) << says << "\n" << end.err;
+    }
+    EXPECT_EQ(Get("disk.img"), before_);
+  }
+}
+
 TEST_F(ProgramOutputsTest, ARefusedRunLeavesItsOutputsAlone) {
   const Bytes old(5000, 'o');
   Put("old", old);

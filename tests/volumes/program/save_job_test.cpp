@@ -92,22 +92,25 @@ TEST_F(SaveJob, AnyNamePathAndJobLineComesBack) {
 }
 
 TEST_F(SaveJob, WhatIsSavedRuns) {
-  MakeVolume("fat16 size=16M files=40 fragmented=60% seed=1", Path("disk.img"));
-  const Bytes before = Get("disk.img");
-  const ProgramEnd end = Save("job", "/drv C: /d /low", "disk.img",
+  // What ".." leads to behind a link is not where its name stands.
+  Run("mkdir -p far/sub && ln -s far/sub link");
+  MakeVolume("fat16 size=16M files=40 fragmented=60% seed=1", Path("far/disk.img"));
+  const Bytes before = Get("far/disk.img");
+  const ProgramEnd end = Save("job", "/drv C: /d /low", "./link/..//disk.img",
                               {"--exclude", "-*.a; *.b", "--windows-dir", "", "--seed", "7",
                                "--vss-safe", "--quiet", "--drop-restore-points", "--json",
-                               "--offset", "0", "--debug-log", Path("log"), "--dry-run"});
+                               "--offset", "0", "--debug-log", Path("link/../log"), "--dry-run"});
   ASSERT_EQ(end.code, 0) << end.err;
-  EXPECT_EQ(Get("disk.img"), before);
+  EXPECT_EQ(Get("far/disk.img"), before);
   const std::string file = Path("home/Desktop/job.desktop");
   const Arguments command = Started(file);
+  EXPECT_EQ(command[3], "C=" + Path("link/../disk.img"));
   EXPECT_EQ(std::count(command.begin(), command.end(), "--drop-restore-points"), 1);
   const ProgramEnd run = RunProgram({command.begin() + 1, command.end()});
   EXPECT_EQ(run.code, 0) << run.err;
   EXPECT_NE(run.out.find("\"dry_run\": true"), std::string::npos) << run.out;
-  EXPECT_NE(Text("log").find("CDM_line arguments: /drv C: /d /low"), std::string::npos);
-  EXPECT_EQ(Get("disk.img"), before);
+  EXPECT_NE(Text("far/log").find("CDM_line arguments: /drv C: /d /low"), std::string::npos);
+  EXPECT_EQ(Get("far/disk.img"), before);
 
   // Another of the name takes its place, as a file that may be started.
   ASSERT_EQ(Save("job", "/drv C: /o").code, 0);

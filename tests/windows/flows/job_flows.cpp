@@ -71,9 +71,11 @@ FLOW(JobWithLog, "/drv C: /d /dbg", Alone) {
   screen.UntilShown("the main window", &Screen::Main);
   screen.UntilIdle();
   const std::string log = Screen::Text(screen.Debug(), IDC_LOG);
-  EXPECT_TRUE(
-      log.starts_with("OS= Win6.1\r\nIsWow64Process=False \r\n"
-                      "Backup privilege granted=True\r\nRestore privilege granted=True\r\n"))
+  const DWORD version = GetVersion();
+  EXPECT_TRUE(log.starts_with(
+      "OS= Win" + std::to_string(LOBYTE(version)) + "." + std::to_string(HIBYTE(version)) +
+      "\r\nIsWow64Process=False \r\n"
+      "Backup privilege granted=True\r\nRestore privilege granted=True\r\n"))
       << log.substr(0, 200);
   EXPECT_NE(log.find("CDM_line arguments: /drv C: /d /dbg\r\n"), std::string::npos);
 }

@@ -8,12 +8,14 @@
 #include <new>
 #include <utility>
 
+#include "host/image/device/in_memory.h"
+
 namespace vornalux {
 namespace {
 
 // Memory is had in pieces of at most so many bytes, so that little of one stays behind when most of
 // it has been written over.
-constexpr std::uint64_t kPiece = 4096;
+constexpr std::size_t kPiece = 4096;
 
 std::error_code Error(std::errc code) { return std::make_error_code(code); }
 
@@ -46,7 +48,7 @@ ScratchDevice::Stretch ScratchDevice::At(std::uint64_t offset, std::uint64_t len
 
 std::error_code ScratchDevice::ReadBase(std::uint64_t offset, std::span<std::uint8_t> out) {
   const std::uint64_t there = offset < base_size_ ? base_size_ - offset : 0;
-  const std::size_t length = std::min<std::uint64_t>(out.size(), there);
+  const std::size_t length = AtMost(out.size(), there);
   std::fill(out.begin() + static_cast<std::ptrdiff_t>(length), out.end(), std::uint8_t{0});
   return length == 0 ? std::error_code() : base_->Read(offset, out.first(length));
 }
@@ -55,13 +57,14 @@ std::error_code ScratchDevice::Read(std::uint64_t offset, std::span<std::uint8_t
   if (!Inside(offset, out.size())) return Error(std::errc::invalid_argument);
   while (!out.empty()) {
     const Stretch stretch = At(offset, out.size());
+    const std::size_t length = AtMost(out.size(), stretch.length);
     if (stretch.memory) {
-      std::memcpy(out.data(), stretch.memory->data() + stretch.start, stretch.length);
-    } else if (const auto error = ReadBase(stretch.start, out.first(stretch.length))) {
+      std::memcpy(out.data(), stretch.memory->data() + stretch.start, length);
+    } else if (const auto error = ReadBase(stretch.start, out.first(length))) {
       return error;
     }
-    offset += stretch.length;
-    out = out.subspan(stretch.length);
+    offset += length;
+    out = out.subspan(length);
   }
   return {};
 }
@@ -70,7 +73,7 @@ std::error_code ScratchDevice::Write(std::uint64_t offset, std::span<const std::
   const std::uint64_t limit = growable_ ? std::numeric_limits<std::uint64_t>::max() : size_;
   if (offset > limit || data.size() > limit - offset) return Error(std::errc::invalid_argument);
   while (!data.empty()) {
-    const std::size_t length = std::min<std::uint64_t>(data.size(), kPiece - offset % kPiece);
+    const std::size_t length = AtMost(data.size(), kPiece - offset % kPiece);
     WritePiece(offset, data.first(length));
     offset += length;
     size_ = std::max(size_, offset);

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <string>
 
+#include "host/image/device/in_memory.h"
 #include "host/image/device/little_endian.h"
 #include "host/image/volume/refused.h"
 
@@ -35,7 +36,7 @@ std::uint32_t BadMark(FatType type) {
 FatTable::FatTable(BlockDevice& device, const FatGeometry& geometry)
     : geometry_(geometry),
       bad_(BadMark(geometry.type)),
-      bytes_(geometry.EntryBytes(geometry.EndCluster())) {
+      bytes_(InMemory(geometry.EntryBytes(geometry.EndCluster()))) {
   if (const std::error_code error = device.Read(geometry_.CopyOffset(0), bytes_)) {
     CannotRead(geometry_.first_copy, geometry_.CopyOffset(0), error);
   }
@@ -100,8 +101,8 @@ void FatTable::Set(std::uint32_t cluster, std::uint32_t value) {
 std::error_code FatTable::Write(BlockDevice& device, std::uint32_t cluster,
                                 std::uint32_t count) const {
   const std::uint64_t bits = static_cast<std::uint64_t>(geometry_.type);
-  const std::uint64_t first = cluster * bits / 8;
-  const std::uint64_t end = geometry_.EntryBytes(std::uint64_t{cluster} + count);
+  const std::size_t first = InMemory(cluster * bits / 8);
+  const std::size_t end = InMemory(geometry_.EntryBytes(std::uint64_t{cluster} + count));
   const std::span<const std::uint8_t> changed(&bytes_[first], end - first);
   for (std::uint32_t copy = 0; copy < geometry_.copies; ++copy) {
     if (const std::error_code error = device.Write(geometry_.CopyOffset(copy) + first, changed)) {

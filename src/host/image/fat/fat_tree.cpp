@@ -2,6 +2,7 @@
 #include "host/image/fat/fat_tree.h"
 
 #include "host/image/fat/fat_tree_reader.h"
+#include "host/image/device/in_memory.h"
 #include "platform/types.h"
 
 namespace vornalux {
@@ -17,7 +18,7 @@ bool FatTree::IsFolder(std::uint32_t node) const {
 }
 
 std::string_view FatTree::Name(std::uint32_t node) const {
-  return std::string_view(names_).substr(nodes_[node].name_at, nodes_[node].name_length);
+  return std::string_view(names_).substr(InMemory(nodes_[node].name_at), nodes_[node].name_length);
 }
 
 std::string FatTree::Path(std::uint32_t node) const {

@@ -6,6 +6,7 @@
 
 #include "host/image/device/little_endian.h"
 #include "host/image/fat/fat_names.h"
+#include "host/image/device/in_memory.h"
 #include "host/image/volume/refused.h"
 #include "platform/types.h"
 #include "text/wtf8.h"
@@ -62,7 +63,7 @@ void FatTreeReader::ReadFolder(std::uint32_t folder) {
   end_seen_ = false;
   for (const Piece& piece : PiecesOf(folder)) {
     if (index > kMostEntries) Damaged(folder, "the folder is too long");
-    buffer_.resize(piece.length);
+    buffer_.resize(InMemory(piece.length));
     if (const std::error_code error = device_.Read(piece.offset, buffer_)) {
       throw VolumeRefused("The folder " + Printable(tree_.Path(folder)) +
                           " cannot be read at byte " + std::to_string(piece.offset) + ": " +

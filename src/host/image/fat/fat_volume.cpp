@@ -8,6 +8,7 @@
 #include "host/image/device/little_endian.h"
 #include "host/image/fat/directory_entry.h"
 #include "host/image/fat/fat_names.h"
+#include "host/image/device/in_memory.h"
 #include "host/image/volume/refused.h"
 #include "host/image/volume/unclean_text.h"
 
@@ -129,7 +130,8 @@ ErrorCode FatVolume::Read(const StreamRef& stream, std::uint64_t offset,
         runs.begin(), runs.end(), [vcn](const ClusterRun& r) { return r.vcn + r.count <= vcn; });
     const std::uint64_t run_start = static_cast<std::uint64_t>(run->vcn) * geometry_.cluster_size;
     const std::uint64_t run_size = static_cast<std::uint64_t>(run->count) * geometry_.cluster_size;
-    const std::uint64_t length = std::min(end, run_start + run_size) - offset;
+    const std::size_t length =
+        AtMost(out.size() - done, std::min(end, run_start + run_size) - offset);
     if (const std::error_code error = Device().Read(ClusterOffset(run->lcn) + (offset - run_start),
                                                     out.subspan(done, length))) {
       return FromDevice(error);

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "host/image/device/in_memory.h"
 #include "host/image/device/little_endian.h"
 
 namespace vornalux::journal_format {
@@ -47,7 +48,7 @@ bool LoadText(const HeaderSector& sector, std::size_t length_at, std::size_t tex
               std::size_t longest, std::string& text) {
   const auto length = LoadLittle<std::uint64_t>(sector, length_at);
   if (length > longest) return false;
-  text.assign(reinterpret_cast<const char*>(sector.data()) + text_at, length);
+  text.assign(reinterpret_cast<const char*>(sector.data()) + text_at, AtMost(longest, length));
   return true;
 }
 

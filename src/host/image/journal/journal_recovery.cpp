@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 
+#include "host/image/device/in_memory.h"
 #include "host/image/device/little_endian.h"
 #include "host/image/journal/journal.h"
 #include "host/image/journal/journal_format.h"
@@ -67,7 +68,7 @@ class RecordReader {
   std::error_code EachRun(Visit visit);
   template <typename Visit>
   std::error_code EachPiece(Visit visit);
-  std::error_code ReadPayload(std::uint64_t index, std::uint64_t sectors);
+  std::error_code ReadPayload(std::uint64_t index, std::size_t sectors);
   std::error_code Holds(std::uint64_t first, const CopiedRange& copy, bool& holds);
 
   BlockDevice& store_;
@@ -82,7 +83,7 @@ std::error_code RecordReader::BodyMatches(bool& matches) {
   std::uint32_t checksum = 0;
   std::vector<std::uint8_t> piece;
   for (std::uint64_t at = kBodyOffset; at < BodyEnd(); at += piece.size()) {
-    piece.resize(std::min<std::uint64_t>(kPieceBytes, BodyEnd() - at));
+    piece.resize(AtMost(kPieceBytes, BodyEnd() - at));
     if (const std::error_code error = store_.Read(at, piece)) return error;
     checksum = Checksum(piece, checksum);
   }
@@ -93,10 +94,10 @@ std::error_code RecordReader::BodyMatches(bool& matches) {
 // Calls visit(run) for the entries of the run table until it returns false.
 template <typename Visit>
 std::error_code RecordReader::EachRun(Visit visit) {
-  constexpr std::uint64_t kEntries = kPieceBytes / kRunBytes;
+  constexpr std::size_t kEntries = kPieceBytes / kRunBytes;
   std::vector<std::uint8_t> table;
   for (std::uint64_t done = 0; done < header_.runs; done += kEntries) {
-    table.resize(std::min(kEntries, header_.runs - done) * kRunBytes);
+    table.resize(AtMost(kEntries, header_.runs - done) * kRunBytes);
     const std::error_code error = store_.Read(kBodyOffset + done * kRunBytes, table);
     if (error) return error;
     for (std::size_t at = 0; at < table.size(); at += kRunBytes) {
@@ -128,12 +129,12 @@ std::error_code RecordReader::RunsAreSound(bool& sound) {
 // the runs, until it returns an error or true for "enough".
 template <typename Visit>
 std::error_code RecordReader::EachPiece(Visit visit) {
-  constexpr std::uint64_t kSectors = kPieceBytes / kSector;
+  constexpr std::size_t kSectors = kPieceBytes / kSector;
   std::uint64_t index = 0;
   std::error_code result;
   const std::error_code error = EachRun([&](const RunEntry& run) {
     for (std::uint64_t done = 0; done < run.sectors; done += kSectors) {
-      const std::uint64_t count = std::min(kSectors, run.sectors - done);
+      const std::size_t count = AtMost(kSectors, run.sectors - done);
       bool enough = false;
       result = visit(run.first_sector + done, index, count, enough);
       if (result || enough) return false;
@@ -144,7 +145,7 @@ std::error_code RecordReader::EachPiece(Visit visit) {
   return error ? error : result;
 }
 
-std::error_code RecordReader::ReadPayload(std::uint64_t index, std::uint64_t sectors) {
+std::error_code RecordReader::ReadPayload(std::uint64_t index, std::size_t sectors) {
   payload_.resize(sectors * kSector);
   return store_.Read(PayloadAt() + index * kSector, payload_);
 }
@@ -152,35 +153,34 @@ std::error_code RecordReader::ReadPayload(std::uint64_t index, std::uint64_t sec
 std::error_code RecordReader::FindConflict(std::optional<std::uint64_t>& conflict_sector,
                                            bool& applied) {
   applied = false;
-  return EachPiece(
-      [&](std::uint64_t first, std::uint64_t index, std::uint64_t count, bool& enough) {
-        if (const std::error_code error = ReadPayload(index, count)) return error;
-        checksums_.resize(count * kChecksumBytes);
-        current_.resize(count * kSector);
-        std::error_code error = store_.Read(ChecksumsAt() + index * kChecksumBytes, checksums_);
-        if (!error) error = volume_.Read(first * kSector, current_);
-        if (error) return error;
-        for (std::uint64_t i = 0; i < count && !enough; ++i) {
-          const auto now = std::span(current_).subspan(i * kSector, kSector);
-          const auto after = std::span(payload_).subspan(i * kSector, kSector);
-          const auto old_checksum = LoadLittle<std::uint32_t>(checksums_, i * kChecksumBytes);
-          const auto new_checksum = LoadLittle<std::uint32_t>(checksums_, i * kChecksumBytes + 4);
-          const bool is_old = Checksum(now) == old_checksum;
-          const bool is_new = std::memcmp(now.data(), after.data(), kSector) == 0;
-          applied = applied || !is_old;
-          if ((is_old || is_new) && Checksum(after) == new_checksum) continue;
-          conflict_sector = first + i;
-          enough = true;
-        }
-        return error;
-      });
+  return EachPiece([&](std::uint64_t first, std::uint64_t index, std::size_t count, bool& enough) {
+    if (const std::error_code error = ReadPayload(index, count)) return error;
+    checksums_.resize(count * kChecksumBytes);
+    current_.resize(count * kSector);
+    std::error_code error = store_.Read(ChecksumsAt() + index * kChecksumBytes, checksums_);
+    if (!error) error = volume_.Read(first * kSector, current_);
+    if (error) return error;
+    for (std::size_t i = 0; i < count && !enough; ++i) {
+      const auto now = std::span(current_).subspan(i * kSector, kSector);
+      const auto after = std::span(payload_).subspan(i * kSector, kSector);
+      const auto old_checksum = LoadLittle<std::uint32_t>(checksums_, i * kChecksumBytes);
+      const auto new_checksum = LoadLittle<std::uint32_t>(checksums_, i * kChecksumBytes + 4);
+      const bool is_old = Checksum(now) == old_checksum;
+      const bool is_new = std::memcmp(now.data(), after.data(), kSector) == 0;
+      applied = applied || !is_old;
+      if ((is_old || is_new) && Checksum(after) == new_checksum) continue;
+      conflict_sector = first + i;
+      enough = true;
+    }
+    return error;
+  });
 }
 
 std::error_code RecordReader::Holds(std::uint64_t first, const CopiedRange& copy, bool& holds) {
-  constexpr std::uint64_t kSectors = kPieceBytes / kSector;
+  constexpr std::size_t kSectors = kPieceBytes / kSector;
   std::uint32_t checksum = 0;
   for (std::uint64_t done = 0; done < copy.sectors; done += kSectors) {
-    current_.resize(std::min(kSectors, copy.sectors - done) * kSector);
+    current_.resize(AtMost(kSectors, copy.sectors - done) * kSector);
     if (const std::error_code error = volume_.Read((first + done) * kSector, current_)) {
       return error;
     }
@@ -240,7 +240,7 @@ std::error_code RecordReader::ReadProof(std::optional<HeaderSector>& proof) {
 }
 
 std::error_code RecordReader::Apply() {
-  return EachPiece([&](std::uint64_t first, std::uint64_t index, std::uint64_t count, bool&) {
+  return EachPiece([&](std::uint64_t first, std::uint64_t index, std::size_t count, bool&) {
     const std::error_code error = ReadPayload(index, count);
     return error ? error : volume_.Write(first * kSector, payload_);
   });
@@ -250,7 +250,7 @@ std::error_code RecordReader::Apply() {
 std::error_code ReadHeader(BlockDevice& store, std::uint64_t offset, HeaderSector& sector) {
   sector = {};
   if (store.Size() <= offset) return {};
-  const std::size_t length = std::min<std::uint64_t>(kSector, store.Size() - offset);
+  const std::size_t length = AtMost(kSector, store.Size() - offset);
   return store.Read(offset, std::span(sector).first(length));
 }
 

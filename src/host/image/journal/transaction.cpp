@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 
+#include "host/image/device/in_memory.h"
 #include "host/image/journal/journal.h"
 #include "host/image/journal/journal_format.h"
 
@@ -17,20 +18,20 @@ namespace {
 constexpr std::size_t kCopyPiece = std::size_t{2} << 20;
 
 // Gathered sectors are compared with the base in stretches of at most so many.
-constexpr std::uint64_t kStretch = 2048;
+constexpr std::size_t kStretch = 2048;
 
 std::error_code Error(std::errc code) { return std::make_error_code(code); }
 
 template <typename Overlay>
 void CopyOver(const Overlay& overlay, std::uint64_t offset, std::span<std::uint8_t> out) {
-  constexpr std::uint64_t kSector = std::tuple_size_v<typename Overlay::mapped_type>;
+  constexpr std::size_t kSector = std::tuple_size_v<typename Overlay::mapped_type>;
   const std::uint64_t end = offset + out.size();
   for (auto at = overlay.lower_bound(offset / kSector);
        at != overlay.end() && at->first * kSector < end; ++at) {
     const std::uint64_t start = at->first * kSector;
     const std::uint64_t from = std::max(start, offset);
-    const std::uint64_t to = std::min(start + kSector, end);
-    std::memcpy(out.data() + (from - offset), at->second.data() + (from - start), to - from);
+    std::memcpy(out.data() + (from - offset), at->second.data() + (from - start),
+                AtMost(kSector, std::min(start + kSector, end) - from));
   }
 }
 
@@ -150,7 +151,7 @@ std::error_code Transaction::PutData(std::uint64_t to, std::span<const std::uint
       const ByteRange& next = guarded.front();
       end = std::min(end, inside ? next.offset + next.length : next.offset);
     }
-    const auto part = data.first(end - to);
+    const auto part = data.first(AtMost(data.size(), end - to));
     std::error_code error;
     if (inside) {
       error = Write(to, part);
@@ -179,7 +180,7 @@ void Transaction::NoteCopies(std::uint64_t to, std::span<const std::uint8_t> dat
     const std::uint64_t end = source.offset + source.length;
     skip = 0;
     while (from < end && !data.empty()) {
-      const std::uint64_t most = std::min<std::uint64_t>(data.size(), end - from);
+      const std::size_t most = AtMost(data.size(), end - from);
       const auto part = data.first(SameKind(from, most));
       // What was read from memory is not what the base holds there, and part of the commit itself.
       const bool gathered = Gathered(from, part.size());
@@ -222,10 +223,10 @@ bool Transaction::Gathered(std::uint64_t offset, std::uint64_t length) const {
 }
 
 // How far the range is gathered, or is not, from its start on.
-std::uint64_t Transaction::SameKind(std::uint64_t offset, std::uint64_t length) const {
+std::size_t Transaction::SameKind(std::uint64_t offset, std::size_t length) const {
   if (!Gathered(offset, length)) return length;
   const bool gathered = Gathered(offset, kSector);
-  std::uint64_t same = kSector;
+  std::size_t same = kSector;
   while (same < length && Gathered(offset + same, kSector) == gathered) same += kSector;
   return std::min(same, length);
 }
@@ -264,7 +265,7 @@ std::error_code Transaction::GatherData(std::span<const ByteRange> pieces, std::
     while (piece.length > 0) {
       const bool between = filled == 0 && copied > 0;
       if (between && checkpoint && checkpoint(copied)) return Error(std::errc::operation_canceled);
-      const std::size_t length = std::min<std::uint64_t>(piece.length, kCopyPiece - filled);
+      const std::size_t length = AtMost(kCopyPiece - filled, piece.length);
       std::error_code error = Read(piece.offset, std::span(buffer_).subspan(filled, length));
       if (error) return error;
       sources.push_back({piece.offset, length});
@@ -325,7 +326,7 @@ std::uint64_t Transaction::PendingSectors() const { return kept_.size() + move_.
 std::error_code Transaction::CollectChanges(std::vector<SectorRun>& runs) {
   for (auto first = kept_.begin(); first != kept_.end();) {
     auto end = first;
-    std::uint64_t count = 0;
+    std::size_t count = 0;
     while (end != kept_.end() && end->first == first->first + count && count < kStretch) {
       ++end;
       ++count;
@@ -349,7 +350,7 @@ std::error_code Transaction::CollectRest(const std::vector<SectorRun>& runs, std
     if (stop > first) {
       CopiedRange rest{CopiedRange::kNoSource, first, stop - first, 0};
       for (std::uint64_t done = 0; done < rest.sectors; done += kStretch) {
-        buffer_.resize(std::min(kStretch, rest.sectors - done) * kSector);
+        buffer_.resize(AtMost(kStretch, rest.sectors - done) * kSector);
         const std::error_code error = ReadBase((first + done) * kSector, buffer_);
         if (error) return error;
         rest.checksum = journal_format::Checksum(buffer_, rest.checksum);

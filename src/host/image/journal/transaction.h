@@ -94,7 +94,7 @@ class Transaction final : public BlockDevice {
                   std::span<const ByteRange> sources, std::uint64_t skip, bool in_base);
   void NoteCopy(std::uint64_t from, std::uint64_t to, std::span<const std::uint8_t> data);
   bool Gathered(std::uint64_t offset, std::uint64_t length) const;
-  std::uint64_t SameKind(std::uint64_t offset, std::uint64_t length) const;
+  std::size_t SameKind(std::uint64_t offset, std::size_t length) const;
   std::error_code CollectCopies(const std::vector<SectorRun>& runs,
                                 std::vector<CopiedRange>& copies);
   std::error_code CollectRest(const std::vector<SectorRun>& runs, std::uint64_t first,

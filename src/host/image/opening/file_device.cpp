@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <limits>
 
+#include "host/image/device/short_write.h"
+
 namespace vornalux {
 namespace {
 
@@ -100,7 +102,7 @@ std::error_code FileDevice::Write(std::uint64_t offset, std::span<const std::uin
         ::pwrite(descriptor_, data.data(), data.size(), static_cast<off_t>(offset));
     if (done < 0 && errno == EINTR) continue;
     if (done < 0) return LastError();
-    if (done == 0) return std::make_error_code(std::errc::io_error);
+    if (done == 0) return ShortWrite();
     offset += static_cast<std::uint64_t>(done);
     data = data.subspan(static_cast<std::size_t>(done));
     size_ = std::max(size_, offset);

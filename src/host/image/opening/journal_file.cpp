@@ -12,8 +12,8 @@ namespace {
 
 std::error_code LastError() { return {errno, std::generic_category()}; }
 
-std::string Trouble(const char* what) {
-  return std::string(what) + " (" + LastError().message() + ")";
+std::string Trouble(const char* what, std::error_code why = LastError()) {
+  return std::string(what) + " (" + why.message() + ")";
 }
 
 }  // namespace
@@ -87,7 +87,9 @@ std::string FileJournalHome::Make(std::uint64_t room) {
   made_ = true;
   why = Reserve(room);
   if (why.empty()) {
-    if (file_->Flush() || FlushFolder()) why = Trouble("cannot be made durable");
+    std::error_code error = file_->Flush();
+    if (!error) error = FlushFolder();
+    if (error) why = Trouble("cannot be made durable", error);
   }
   if (!why.empty()) Remove();
   return why;

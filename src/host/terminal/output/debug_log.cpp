@@ -44,10 +44,10 @@ void DebugLogFile::Append(std::string_view text) {
 void DebugLogFile::EndLine() {
   const std::string line = PrintableText(line_, terminal_ ? charset_ : Charset::Utf8) + "\n";
   line_.clear();
-  if (const int code = write_(line); error_ == 0) error_ = code;
+  if (const std::error_code error = write_(line); !error_) error_ = error;
 }
 
-int DebugLogFile::Finish() {
+std::error_code DebugLogFile::Finish() {
   if (!line_.empty()) EndLine();
   return error_;
 }

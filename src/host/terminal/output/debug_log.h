@@ -31,20 +31,20 @@ class DebugLogFile {
   // It is written to a terminal.
   bool OnTerminal() const { return terminal_; }
 
-  // Writes what is left of the last line. 0, or the errno value of the first write that failed.
-  int Finish();
+  // Writes what is left of the last line. The reason of the first write that failed.
+  std::error_code Finish();
 
  private:
-  using Writer = std::function<int(std::string_view)>;
+  using Writer = std::function<std::error_code(std::string_view)>;
 
   void Use(int descriptor, Writer write);
   void Append(std::string_view text);
   void EndLine();
 
   Charset charset_;
-  Writer write_;  // gives 0 or an errno value
+  Writer write_;
   bool terminal_ = false;
-  int error_ = 0;
+  std::error_code error_;
   std::string line_;  // not yet complete
 };
 

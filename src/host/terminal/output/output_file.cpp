@@ -2,6 +2,7 @@
 #include "host/terminal/output/output_file.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <system_error>
 #include <utility>
 
+#include "host/image/device/short_write.h"
 #include "host/image/opening/image_use.h"
 
 namespace vornalux {
@@ -29,7 +31,7 @@ bool TakesAnyBytes(int descriptor, const struct stat& status) {
                                        (number == kNull || number == kZero || number == kFull));
 }
 
-std::string Reason(int code) { return std::generic_category().message(code); }
+std::error_code LastError() { return {errno, std::generic_category()}; }
 
 }  // namespace
 
@@ -38,16 +40,21 @@ bool SameFile(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-int WriteAll(int descriptor, std::string_view data) {
+std::error_code WriteAll(int descriptor, std::string_view data) {
   while (!data.empty()) {
     const ssize_t written = ::write(descriptor, data.data(), data.size());
     if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return errno;
-    // Nothing taken and no reason given: as a full disk would.
-    if (written == 0) return ENOSPC;
+    if (written < 0 && errno == EAGAIN) {
+      // A pipe or a terminal that another program has told not to wait.
+      pollfd room = {descriptor, POLLOUT, 0};
+      ::poll(&room, 1, -1);
+      continue;
+    }
+    if (written < 0) return LastError();
+    if (written == 0) return ShortWrite();
     data.remove_prefix(static_cast<std::size_t>(written));
   }
-  return 0;
+  return {};
 }
 
 OutputFile::~OutputFile() {
@@ -71,8 +78,10 @@ void OutputFile::Open(const std::string& option, const std::string& path) {
     if (S_ISDIR(before.st_mode)) Refuse("is a folder.");
   }
   OpenDescriptor(path);
-  if (descriptor_ < 0) Refuse("cannot be written: " + Reason(errno));
-  if (::fstat(descriptor_, &status_) != 0) Refuse("cannot be written: " + Reason(errno));
+  if (descriptor_ < 0) Refuse("cannot be written: " + LastError().message());
+  if (::fstat(descriptor_, &status_) != 0) {
+    Refuse("cannot be written: " + LastError().message());
+  }
   if (S_ISBLK(status_.st_mode)) Refuse("is a block device: what it holds would be lost.");
   if (!TakesAnyBytes(descriptor_, status_)) Refuse("is a device that is no terminal.");
   if (!S_ISREG(status_.st_mode)) return;
@@ -101,19 +110,19 @@ void OutputFile::OpenDescriptor(const std::string& path) {
   created_ = std::filesystem::canonical(path, error).string();
 }
 
-int OutputFile::Start() {
+std::error_code OutputFile::Start() {
   started_ = true;
-  if (!S_ISREG(status_.st_mode)) return 0;
-  return ::ftruncate(descriptor_, 0) == 0 ? 0 : errno;
+  if (!S_ISREG(status_.st_mode) || ::ftruncate(descriptor_, 0) == 0) return {};
+  return LastError();
 }
 
-int OutputFile::Append(std::string_view text) { return WriteAll(descriptor_, text); }
+std::error_code OutputFile::Append(std::string_view text) { return WriteAll(descriptor_, text); }
 
-int OutputFile::Replace(std::span<const char> content) {
-  if (const int code = Start()) return code;
-  if (const int code = Append({content.data(), content.size()})) return code;
+std::error_code OutputFile::Replace(std::span<const char> content) {
+  if (const std::error_code error = Start()) return error;
+  if (const std::error_code error = Append({content.data(), content.size()})) return error;
   // Some file systems say only now that there was no room.
-  return ::close(std::exchange(descriptor_, -1)) == 0 ? 0 : errno;
+  return ::close(std::exchange(descriptor_, -1)) == 0 ? std::error_code() : LastError();
 }
 
 }  // namespace vornalux

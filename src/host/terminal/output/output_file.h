@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 namespace vornalux {
 
@@ -19,8 +20,8 @@ class OutputRefused : public std::runtime_error {
 // The same file or device, by whatever names.
 bool SameFile(const struct stat& a, const struct stat& b);
 
-// Writes all of it. 0, or the errno value of what went wrong.
-int WriteAll(int descriptor, std::string_view data);
+// Writes all of it, or gives the reason why not.
+std::error_code WriteAll(int descriptor, std::string_view data);
 
 // A file that a command writes to when its volumes are in order again. It is opened long before, so
 // that a path that is no good costs nothing, and keeps what it holds until then.
@@ -46,12 +47,12 @@ class OutputFile {
   const std::string& Name() const { return name_; }
   [[noreturn]] void Refuse(const std::string& why) const;
 
-  // What an old file holds goes. 0 or an errno value.
-  int Start();
-  // To be called after Start(). 0 or an errno value.
-  int Append(std::string_view text);
-  // Makes this the whole content. 0 or an errno value.
-  int Replace(std::span<const char> content);
+  // What an old file holds goes.
+  std::error_code Start();
+  // To be called after Start().
+  std::error_code Append(std::string_view text);
+  // Makes this the whole content.
+  std::error_code Replace(std::span<const char> content);
 
  private:
   void OpenDescriptor(const std::string& path);

@@ -5,7 +5,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <filesystem>
 #include <optional>
 
@@ -139,11 +138,11 @@ StandardOutput::StandardOutput() {
       ::sigaction(SIGPIPE, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
-int StandardOutput::Write(std::string_view text) {
-  if (reader_left_) return 0;
-  const int code = WriteAll(STDOUT_FILENO, text);
-  reader_left_ = code == EPIPE && !leaving_is_an_error_;
-  return reader_left_ ? 0 : code;
+std::error_code StandardOutput::Write(std::string_view text) {
+  if (reader_left_) return {};
+  const std::error_code error = WriteAll(STDOUT_FILENO, text);
+  reader_left_ = error == std::errc::broken_pipe && !leaving_is_an_error_;
+  return reader_left_ ? std::error_code() : error;
 }
 
 void StandardOutput::EndIfReaderLeft() const {

@@ -15,9 +15,9 @@ class StandardOutput {
  public:
   StandardOutput();
 
-  // 0, or the errno value of what went wrong. With the reader gone it goes nowhere, and is well,
-  // unless whoever started the program wants that to be an error.
-  int Write(std::string_view text);
+  // Writes all of it, or gives the reason why not. With the reader gone it goes nowhere, and is
+  // well, unless whoever started the program wants that to be an error.
+  std::error_code Write(std::string_view text);
 
   // To be called when all is done: ends the process as it ends others that write to nobody.
   void EndIfReaderLeft() const;

@@ -89,7 +89,8 @@ AnalysisFigures CollectFigures(const Engine& engine) {
           .total_clusters = constants.TotalClusters,
           .free_clusters = constants.FreeClusters,
           .sectors_per_cluster = constants.SectorsPerCluster,
-          .reserved_front = constants.ReservedFront,
+          // A pass may have ended without one.
+          .reserved_front = summary.reserved_front,
           .optimize_area = constants.OptimizeArea,
           .mft_zone_start = constants.MftZoneStart,
           .mft_zone_end = constants.MftZoneEnd};

@@ -72,8 +72,13 @@ std::string NameOf(const Options& options) {
 }
 
 // Links stay as they are: one like /dev/disk/by-id/... says better than its target what is meant.
+// What ".." leads to behind a link is for the system to say.
 std::string AbsolutePath(const std::string& path) {
-  return fs::absolute(path).lexically_normal().string();
+  fs::path absolute;
+  for (const fs::path& part : fs::absolute(path)) {
+    if (!part.empty() && part != ".") absolute /= part;
+  }
+  return absolute.string();
 }
 
 std::string ImagePath(const std::string& image) {
@@ -128,24 +133,21 @@ std::vector<std::string> JobCommand(const Options& options) {
   return command;
 }
 
-[[noreturn]] void ThrowErrno(const std::string& path) {
-  throw std::system_error(errno, std::generic_category(), path);
-}
+std::error_code LastError() { return {errno, std::generic_category()}; }
 
 // As a whole or not at all: beside its place first, then put there.
 void WriteLauncher(const std::string& path, const std::string& text) {
   constexpr mode_t kMayBeStarted = 0755;
   std::string draft = fs::path(path).parent_path().string() + "/.vornalux-XXXXXX";
   const int file = mkstemp(draft.data());
-  if (file < 0) ThrowErrno(draft);
-  int error = WriteAll(file, text);
-  if (error == 0 && (fchmod(file, kMayBeStarted) != 0 || fsync(file) != 0)) error = errno;
-  if (close(file) != 0 && error == 0) error = errno;
-  if (error == 0 && rename(draft.c_str(), path.c_str()) != 0) error = errno;
-  if (error == 0) return;
+  if (file < 0) throw std::system_error(LastError(), draft);
+  std::error_code error = WriteAll(file, text);
+  if (!error && (fchmod(file, kMayBeStarted) != 0 || fsync(file) != 0)) error = LastError();
+  if (close(file) != 0 && !error) error = LastError();
+  if (!error && rename(draft.c_str(), path.c_str()) != 0) error = LastError();
+  if (!error) return;
   unlink(draft.c_str());
-  errno = error;
-  ThrowErrno(path);
+  throw std::system_error(error, path);
 }
 
 std::string WriteOnDesktop(const std::string& name, const std::string& text) {
@@ -170,10 +172,9 @@ ExitCode SaveJob(const Options& options, TerminalDesktop& desktop, StandardOutpu
     const std::string name = NameOf(options);
     CheckJobLine(options, desktop);
     const std::string path = WriteOnDesktop(name, DesktopEntry(name, JobCommand(options)));
-    const int code = output.Write(path + "\n");
-    if (code == 0) return ExitCode::Done;
-    desktop.Say("The result could not be written to standard output: " +
-                std::generic_category().message(code));
+    const std::error_code error = output.Write(path + "\n");
+    if (!error) return ExitCode::Done;
+    desktop.Say("The result could not be written to standard output: " + error.message());
     return ExitCode::Failed;
   } catch (const Refusal& refusal) {
     desktop.Say(refusal.text);

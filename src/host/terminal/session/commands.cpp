@@ -69,9 +69,9 @@ std::vector<std::uint8_t> Picture(const ReportContent& report) {
 
 // False, and the user told, when the file could not be written.
 bool WriteFile(OutputFile& file, std::span<const char> content, TerminalDesktop& desktop) {
-  const int code = file.Replace(content);
-  if (code == 0) return true;
-  desktop.Say(file.Name() + " could not be written: " + std::generic_category().message(code));
+  const std::error_code error = file.Replace(content);
+  if (!error) return true;
+  desktop.Say(file.Name() + " could not be written: " + error.message());
   return false;
 }
 
@@ -247,10 +247,9 @@ Outcome RunOnVolumes(Session& session, const Options& options, Charset charset) 
 // Each tells the user what went wrong.
 bool ShowResult(const Outcome& outcome, Outputs& outputs, TerminalDesktop& desktop) {
   const bool good = !outcome.report || WritePictures(*outcome.report, outputs, desktop);
-  const int code = outputs.standard.Write(outcome.output);
-  if (code == 0) return good;
-  desktop.Say("The result could not be written to standard output: " +
-              std::generic_category().message(code));
+  const std::error_code error = outputs.standard.Write(outcome.output);
+  if (!error) return good;
+  desktop.Say("The result could not be written to standard output: " + error.message());
   return false;
 }
 

@@ -120,10 +120,9 @@ bool Session::Close() {
              ? "Nothing is lost: this was a dry run."
              : "Nothing is lost: the journal is left in place. Run the program again to finish."));
   }
-  if (const int code = debug_log_.Finish()) {
+  if (const std::error_code error = debug_log_.Finish()) {
     good = false;
-    desktop_.Say(debug_log_name_ +
-                 " could not be written completely: " + std::generic_category().message(code));
+    desktop_.Say(debug_log_name_ + " could not be written completely: " + error.message());
   }
   // Last: giving the terminal back waits for one that is halted.
   desktop_.Unbind();
