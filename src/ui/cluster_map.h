@@ -30,7 +30,7 @@ class ClusterMap {
   std::int64_t ClustersPerColumn = 0;  // 0 until the first full redraw
 
   // Paints the column that the cluster is nearest to. Does not refresh.
-  void teken_plaatje(std::int64_t clus, Colour kleurtje);
+  void teken_plaatje(std::int64_t cluster, Colour colour);
 
   void DrawVolumeBitmap(const VolumeBitmapImage& image);
 

@@ -60,7 +60,7 @@ class NativeForm {
   virtual void OnEscape() { OnCloseBox(); }
   // The form is unloaded.
   virtual void OnUnload();
-  // What a derived window has bound by itself is to be undone like the rest.
+  // A derived window undoes here what it has bound by itself.
   void AtEnd(std::function<void()> undo) { unbind_.push_back(std::move(undo)); }
 
  private:
@@ -83,7 +83,7 @@ class NativeForm {
   std::vector<std::function<void()>> unbind_;
   std::vector<HWND> held_;  // take no input because of this window
   HWND tool_tips_ = nullptr;
-  bool pushing_ = false;  // a change that we make ourselves is no deed of the user's
+  bool pushing_ = false;  // the change in hand is ours, not the user's
 };
 
 }  // namespace vornalux
