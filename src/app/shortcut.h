@@ -43,7 +43,7 @@ class cShortcut {
   bool URLExists(const std::string& name);
 
  private:
-  // What special folder is meant, by the table of names.
+  // The special folder that a name stands for.
   ShellResult Find(const std::string& folder_name, std::string& folder);
 
   ShellObjects& objects_;

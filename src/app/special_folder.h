@@ -8,8 +8,8 @@
 namespace vornalux {
 
 // The path of a special folder by its name, in any case: "AllUsersDesktop", "QuickLaunch" and so
-// on. All users' folders stand back for the user's own where there are none. Empty for a name that
-// is not known, and for a folder that the system does not have.
+// on. Where the system has no such folder for all users, it is the user's own. Empty for a name
+// that is not known, and for a folder that the system does not have.
 ShellResult GetSpecialFolder(ScriptShell& shell, const std::string& name, std::string& folder);
 
 }  // namespace vornalux

@@ -22,7 +22,8 @@ struct AnalysisSummary {
 // count as one; elsewhere every extent counts.
 std::int64_t CountFragments(const std::vector<Extent>& extents, bool ntfs);
 
-// False for a path whose extension, as "*.EXT", occurs anywhere in the exclusion text, case aside.
+// False for a path whose extension, written "*.EXT", occurs anywhere in the exclusion text, in any
+// case of letters.
 bool IncludedBy(const std::string& exclude, const std::string& path);
 
 // Walks the volume, counts fragments, collects and sorts the fragmented files, reports. The context

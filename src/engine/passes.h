@@ -11,8 +11,8 @@
 namespace vornalux {
 
 // The runs. Each analyses first when what it needs is not valid, shows the window as busy from
-// beginning to end, and leaves failures of single files to the movers. False when the volume's
-// figures could not be read; a stop is no failure.
+// beginning to end, and leaves it to the movers to note failures of single files. False when the
+// volume's figures could not be read; a stop is no failure.
 class Passes {
  public:
   Passes(const RunContext& run, Analysis& analysis) : run_(run), analysis_(analysis) {}

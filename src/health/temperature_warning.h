@@ -19,7 +19,7 @@ class WatchedRun {
   virtual void StopRun() = 0;
 };
 
-// "58 °C" with what stands between number and unit.
+// "58 °C"; between is what stands between number and unit.
 std::string TemperatureText(std::int16_t temperature, const char* between);
 
 // The window that holds a run up while the disk is too hot. It closes by itself when the disk has

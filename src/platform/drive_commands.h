@@ -21,7 +21,7 @@ struct DriveRegisters {
 
 namespace drive_command {
 inline constexpr std::uint8_t kNone = 0x00;
-inline constexpr std::uint8_t kSmart = 0xB0;  // which one says the features register
+inline constexpr std::uint8_t kSmart = 0xB0;  // the features register says which one
 }  // namespace drive_command
 
 namespace smart_feature {

@@ -14,15 +14,15 @@ class modReg {
  public:
   modReg(Registry& registry, Desktop& desktop) : registry_(registry), desktop_(desktop) {}
 
-  // Makes the key where there is none. What fails is not told.
+  // Makes the key where there is none. A failure is silent.
   void WriteString(Handle root, const std::string& path, const std::string& name,
                    const std::string& data);
 
   // Up to its first NUL; empty when there is no such key or value.
   std::string ReadString(Handle root, const std::string& path, const std::string& name);
 
-  // Deletes the key with all keys below it. Only a parent that cannot be opened is told to the
-  // user; what cannot be deleted stays.
+  // Deletes the key with all keys below it; what cannot be deleted stays. The user hears only of a
+  // parent that cannot be opened.
   void DeleteKeyTree(Handle root, const std::string& path);
 
  private:

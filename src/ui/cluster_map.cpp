@@ -36,12 +36,12 @@ Colour DensityColour(float share) {
   return colour;
 }
 
-void ClusterMap::teken_plaatje(std::int64_t clus, Colour kleurtje) {
+void ClusterMap::teken_plaatje(std::int64_t cluster, Colour colour) {
   if (ClustersPerColumn == 0) return;
   // Rounded, not truncated: the upper half of a column's clusters shows one column to the right.
   const double column =
-      std::nearbyint(static_cast<double>(clus) / static_cast<double>(ClustersPerColumn));
-  picture_.DrawColumn(static_cast<std::int64_t>(column), kleurtje);
+      std::nearbyint(static_cast<double>(cluster) / static_cast<double>(ClustersPerColumn));
+  picture_.DrawColumn(static_cast<std::int64_t>(column), colour);
 }
 
 // Whatever a volume says about its zones and extents, only the part that can show takes time.

@@ -37,7 +37,7 @@ class ClusterMap {
   void Forget();
 
   // Paints the column that the cluster is nearest to. Does not refresh.
-  void teken_plaatje(std::int64_t clus, Colour kleurtje);
+  void teken_plaatje(std::int64_t cluster, Colour colour);
 
   // The columns from an extent's first cluster to the one past its end. Neither refreshes nor
   // yields.

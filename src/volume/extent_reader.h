@@ -31,7 +31,7 @@ class ExtentReader {
  public:
   explicit ExtentReader(Files& files) : files_(files) {}
 
-  std::int32_t LockedCount = 0;         // items that could not be opened, where that counts
+  std::int32_t LockedCount = 0;         // items that could not be opened when asked to be counted
   std::vector<std::string> StreamList;  // named streams found by the last QueryStreams, as paths
 
   ExtentRecord ReadExtents(const std::string& path, bool first_chunk_only, bool count_locked);

@@ -51,8 +51,8 @@ class Movers {
 
   MoveStatistics statistics;
 
-  // One request to the file system, during which the user and the timers are heard every few
-  // megabytes. A stop asks for it to be given up.
+  // One request to the file system. Every few megabytes the user and the timers get their turn; a
+  // stop asks the host to give the move up.
   ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn, std::uint32_t count,
                          std::int64_t starting_lcn);
 
@@ -70,7 +70,8 @@ class Movers {
   std::int64_t PlacePrefetchFile(const std::string& path);
   // DFR: in one piece into the lowest gap that holds it, else in pieces, largest gap first.
   std::int64_t DefragmentFile(const std::string& path);
-  // DFR for the master file table: in one piece only from behind to before the front limit.
+  // DFR for the master file table: in one piece only when it begins behind the front area, into a
+  // gap that begins in it; in pieces when it is in twelve or more.
   std::int64_t DefragmentFileInFront(const std::string& path, bool use_reserved_front);
 
  private:

@@ -12,7 +12,7 @@ struct RunFlags {
   Boolean StopRequested = False;    // every walk and pass ends at its next check
   Boolean OptimizeMode = False;     // the walk fills the class lists
   Boolean ClassListsValid = False;  // the class lists describe the volume as it is
-  Boolean AnalysisValid = False;    // the fragmented-file lists do
+  Boolean AnalysisValid = False;    // the fragmented-file lists describe it
   Boolean VolumeDirty = False;      // the disk check found the volume dirty
   Boolean ProgramEnded = False;     // the main window has gone: nothing begins or moves any more
 };

@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <cstdlib>
 #include <string>
+
+#include "host/simulated/seeded_random.h"
 
 namespace vornalux::test {
 
@@ -15,5 +19,11 @@ inline std::uint64_t TestSeed(std::uint64_t otherwise = 1) {
 }
 
 inline std::string SeedNote(std::uint64_t seed) { return "VORNALUX_SEED=" + std::to_string(seed); }
+
+// Random numbers from that seed, which failures name for as long as this lives.
+struct TestRandom : SeededRandom {
+  TestRandom() : SeededRandom(TestSeed()) {}
+  const ::testing::ScopedTrace trace{__FILE__, __LINE__, SeedNote(TestSeed())};
+};
 
 }  // namespace vornalux::test

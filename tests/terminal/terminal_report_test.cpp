@@ -46,9 +46,7 @@ TEST(MapImage, ShowsEveryColumnInItsColourAndTheLegend) {
 // Names are what they like; each entry stays one line, and nothing on it steers a terminal.
 TEST(DebugLogFile, IsALineForEachEntryWhateverTheNames) {
   ScratchFolder folder;
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedNote(seed));
-  SeededRandom random(seed);
+  TestRandom random;
   constexpr int kEntries = 500;
   {
     OutputFile file;

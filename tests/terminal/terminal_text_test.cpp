@@ -87,9 +87,7 @@ LiveState SomeState(const std::string& text, std::int64_t done, std::int64_t tot
 }
 
 TEST(TerminalText, NothingFromAVolumeSteersTheTerminal) {
-  const std::uint64_t seed = test::TestSeed();
-  SCOPED_TRACE(test::SeedNote(seed));
-  SeededRandom random(seed);
+  test::TestRandom random;
   const FileTable table;
   const RunFlags flags;
   for (int round = 0; round < 1000; ++round) {

@@ -159,9 +159,7 @@ TEST(Answers, StreamsThatLie) {
 }
 
 TEST(Answers, NoBytesBringDownAReader) {
-  const std::uint64_t seed = test::TestSeed();
-  SCOPED_TRACE(test::SeedNote(seed));
-  SeededRandom random(seed);
+  test::TestRandom random;
   for (int i = 0; i < 3000; ++i) {
     Bytes bytes(static_cast<std::size_t>(random() % 200));
     for (std::uint8_t& byte : bytes) {

@@ -40,9 +40,7 @@ std::wstring RandomUnits(SeededRandom& random, bool well_formed) {
 }
 
 TEST(WindowsText, AllUnitsComeBack) {
-  const std::uint64_t seed = test::TestSeed();
-  SCOPED_TRACE(test::SeedNote(seed));
-  SeededRandom random(seed);
+  test::TestRandom random;
   for (int i = 0; i < kRounds; ++i) {
     const std::wstring units = RandomUnits(random, false);
     ASSERT_EQ(ToWide(FromWide(units)), units) << "round " << i;
@@ -51,9 +49,7 @@ TEST(WindowsText, AllUnitsComeBack) {
 
 // Where there is nothing unpaired the system's converter must agree, both ways.
 TEST(WindowsText, AgreesWithTheSystemOnWellFormedText) {
-  const std::uint64_t seed = test::TestSeed();
-  SCOPED_TRACE(test::SeedNote(seed));
-  SeededRandom random(seed);
+  test::TestRandom random;
   for (int i = 0; i < kRounds; ++i) {
     const std::wstring units = RandomUnits(random, true);
     char bytes[128];
@@ -64,9 +60,7 @@ TEST(WindowsText, AgreesWithTheSystemOnWellFormedText) {
 }
 
 TEST(WindowsText, AnyBytesAreReadToTheirEnd) {
-  const std::uint64_t seed = test::TestSeed();
-  SCOPED_TRACE(test::SeedNote(seed));
-  SeededRandom random(seed);
+  test::TestRandom random;
   for (int i = 0; i < kRounds; ++i) {
     std::string bytes(static_cast<std::size_t>(random() % 12), '\0');
     for (char& c : bytes) c = static_cast<char>(random() % 2 != 0 ? random() : 0x80 | random());

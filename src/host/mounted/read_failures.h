@@ -23,7 +23,7 @@ struct ReadFailure {
 // use or not there; whoever shows its figures must say that they are not the whole.
 class ReadFailures {
  public:
-  // A code that is an answer, such as that there is no such file, is none without a byte.
+  // An answer such as "no such file" is no failure, unless the disk failed at a byte.
   void Note(std::string_view path, ErrorCode code, std::optional<std::uint64_t> byte);
 
   const std::vector<ReadFailure>& List() const { return list_; }

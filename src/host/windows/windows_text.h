@@ -20,8 +20,8 @@ std::string FromWide(std::wstring_view text);
 // are. Null for text that is no UTF-8 or holds a NUL, since it would name another file.
 std::optional<std::wstring> ToWidePath(std::string_view path);
 
-// Code pages of the A form of calls. What a page cannot say becomes what
-// the system thinks nearest, at worst '?'.
+// Code pages of the A form of calls. A character that a page does not have becomes the one that the
+// system thinks nearest, at worst '?'.
 std::string ToAnsi(std::string_view text);
 std::string FromAnsi(std::string_view text);
 std::string ToOem(std::string_view text);

@@ -56,9 +56,7 @@ class FoldersOnly final : public MountedVolume {
 };
 
 TEST(FolderTree, AnswersAsIfItHadNeverBeenAskedBefore) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedNote(seed));
-  SeededRandom random(seed);
+  TestRandom random;
   const std::string names[] = {"a", "b", "ab", "A", "aa"};
   FoldersOnly volume;
   std::vector<ItemId> folders = {0};

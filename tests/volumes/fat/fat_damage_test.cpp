@@ -179,9 +179,7 @@ TEST(FatDamage, HarmlessOddityIsKept) {
 
 // Any bytes may have changed in any way: the volume is refused, or every file of it survives.
 TEST(FatDamage, RandomDamageIsRefusedOrHarmless) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedNote(seed));
-  Random random(seed);
+  TestRandom random;
   int opened = 0;
   for (int i = 0; i < 2000; ++i) {
     FatWorld world(Sound(std::array{12, 16, 32}[Below(random, 3)]));

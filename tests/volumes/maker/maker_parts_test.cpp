@@ -14,9 +14,7 @@ namespace vornalux::making {
 namespace {
 
 TEST(PayloadTest, AnyPartIsThatPartOfTheWhole) {
-  const std::uint64_t seed = test::TestSeed();
-  SCOPED_TRACE(test::SeedNote(seed));
-  SeededRandom random(seed);
+  test::TestRandom random;
   for (const Payload::Kind kind :
        {Payload::Kind::Noise, Payload::Kind::Prose, Payload::Kind::Literal}) {
     Payload payload{kind, random(), 300'001, std::string(300'001, 'x')};
@@ -37,9 +35,7 @@ TEST(PayloadTest, AnyPartIsThatPartOfTheWhole) {
 
 // The maker's folder entries, read back by the checker.
 TEST(FatEntriesTest, NamesComeBack) {
-  const std::uint64_t seed = test::TestSeed();
-  SCOPED_TRACE(test::SeedNote(seed));
-  SeededRandom random(seed);
+  test::TestRandom random;
   FatFolderEntries entries;
   std::vector<std::u16string> names = {u"MiXed.Txt", std::u16string(255, u'x')};
   std::u16string rest =

@@ -91,9 +91,7 @@ TEST(SnapshotCatalog, IsReadOrSaysWhatIsWrong) {
 }
 
 TEST(SnapshotCatalog, ReadingEndsWhateverIsThere) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedNote(seed));
-  SeededRandom random(seed);
+  TestRandom random;
   for (int round = 0; round < 2000; ++round) {
     Bytes volume(kB + kCatalogBlock);
     PutSnapshotHeader(volume, kA);

@@ -71,9 +71,7 @@ std::string RandomText(SeededRandom& random) {
 }
 
 TEST_F(SaveJob, AnyNamePathAndJobLineComesBack) {
-  const std::uint64_t seed = TestSeed();
-  SCOPED_TRACE(SeedNote(seed));
-  SeededRandom random(seed);
+  TestRandom random;
   const std::string program = fs::canonical(VORNALUX_PROGRAM);
   for (int round = 0; round < 40; ++round) {
     const std::string image = RandomText(random) + "x";

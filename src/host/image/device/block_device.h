@@ -26,9 +26,8 @@ class BlockDevice {
   // Returns when everything written before is durable.
   virtual std::error_code Flush() = 0;
 
-  // Makes length bytes at to what the bytes at from are now, without reading them. For devices that
-  // live in memory, where nothing is durable; any other says operation_not_supported, whatever the
-  // numbers.
+  // Copies length bytes from one offset to another without reading them. For devices that live in
+  // memory, where nothing is durable; any other says operation_not_supported, whatever the numbers.
   virtual std::error_code Copy([[maybe_unused]] std::uint64_t from,
                                [[maybe_unused]] std::uint64_t to,
                                [[maybe_unused]] std::uint64_t length) {

@@ -14,8 +14,8 @@ bool AnswersWithSector(const DriveRegisters& registers);
 // ATA PASS-THROUGH (16) with these registers.
 ScsiCommand PackAtaCommand(const DriveRegisters& registers, bool with_sector);
 
-// What became of such a command: kNotSupported when nobody passed it through, kGenFailure when the
-// drive did not carry it out. Errors of the kernel as they are nearest.
+// How such a command ended: kNotSupported when nobody passed it through, kGenFailure when the drive
+// did not carry it out; for an error of the kernel, the nearest code.
 ErrorCode AtaResult(const ScsiReply& reply);
 
 // The Windows error code nearest to an errno of a refused request.

@@ -39,7 +39,7 @@ class LongName {
   void Drop();
 
   // Ends the gathering at the entry that follows the pieces. No name when they are not whole,
-  // belong to another entry (one who knew no long names replaced it), or hold what a path cannot.
+  // belong to another entry (a system without long names replaced it), or hold what a path cannot.
   std::optional<std::u16string> Take(RawEntry entry);
 
  private:

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/image/fat/fat_tree.h"
 
-#include "host/image/fat/fat_tree_reader.h"
 #include "host/image/device/in_memory.h"
+#include "host/image/fat/fat_tree_reader.h"
 #include "platform/types.h"
 
 namespace vornalux {

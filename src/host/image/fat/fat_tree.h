@@ -24,8 +24,8 @@ struct FatNode {
   std::uint32_t first_child = 0;    // of a folder; its children follow one another
   std::uint32_t children = 0;
   std::uint8_t attributes = 0;
-  // Something lies behind the folder's end mark. Who reads on behind it would find items there that
-  // know the folder's place.
+  // There are entries behind the folder's end mark. Who reads past the mark would find items there
+  // that refer to the folder's place.
   bool used_behind_end = false;
 };
 

@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <span>
 
+#include "host/image/device/in_memory.h"
 #include "host/image/device/little_endian.h"
 #include "host/image/fat/fat_names.h"
-#include "host/image/device/in_memory.h"
 #include "host/image/volume/refused.h"
 #include "platform/types.h"
 #include "text/wtf8.h"

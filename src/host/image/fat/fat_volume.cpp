@@ -5,10 +5,10 @@
 #include <array>
 #include <new>
 
+#include "host/image/device/in_memory.h"
 #include "host/image/device/little_endian.h"
 #include "host/image/fat/directory_entry.h"
 #include "host/image/fat/fat_names.h"
-#include "host/image/device/in_memory.h"
 #include "host/image/volume/refused.h"
 #include "host/image/volume/unclean_text.h"
 

@@ -55,10 +55,9 @@ struct JournalFinding {
 };
 
 // A redo journal in a file beside the volume. While it exists with a valid header, a run of ours is
-// working on the volume or was interrupted on it. That the volume is the one, and in the state,
-// that the run left is proved by the volume's own content: by the sectors that the last commits
-// wrote, the dirty mark among them, and by the file data that was copied for the commit in
-// progress.
+// working on the volume or was interrupted on it. The volume's own content has to prove that it is
+// the one that the run left, and as the run left it: by the sectors that the last commits wrote,
+// the dirty mark among them, and by the file data that was copied for the commit in progress.
 class RedoJournal {
  public:
   // store grows by writing and is not owned; volume is the device that Record() refers to.
@@ -70,8 +69,8 @@ class RedoJournal {
   // The same, and finishes the commit that is pending: Replayed in place of Pending.
   JournalFinding Recover(const VolumeIdentity& identity);
 
-  // Writes and flushes the header: from here on an interruption is known as ours. still: where file
-  // data never comes to lie, so that only commits change it; proofs are taken from there.
+  // Writes and flushes the header: from here on an interruption is known as ours. still: ranges in
+  // which file data never lies, so that only commits change them; proofs are taken from these.
   std::error_code Begin(const VolumeIdentity& identity, std::vector<SectorRange> still = {});
 
   // Goes on with a journal that Recover() found Idle or Replayed.
@@ -83,7 +82,8 @@ class RedoJournal {
   std::error_code Record(const std::vector<SectorRun>& runs,
                          const std::vector<CopiedRange>& copies = {});
 
-  // The recorded runs are durable on the volume: the record has done its work, durably.
+  // To be called once the recorded runs are durable on the volume: marks the record as done,
+  // durably.
   std::error_code Settle();
 
  private:

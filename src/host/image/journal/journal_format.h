@@ -59,7 +59,7 @@ HeaderSector EncodeProof(const Proof& proof);
 // Nothing when the sector is no whole proof.
 std::optional<Proof> DecodeProof(const HeaderSector& sector);
 
-// CRC-32 (IEEE 802.3) of what checksum stands for followed by bytes.
+// CRC-32 (IEEE 802.3) of bytes, going on from the checksum of what came before them.
 std::uint32_t Checksum(std::span<const std::uint8_t> bytes, std::uint32_t checksum = 0);
 
 }  // namespace vornalux::journal_format

@@ -10,8 +10,8 @@
 
 namespace vornalux {
 
-// The journal of a volume on a ScratchDevice: in memory too, since nothing outlives the run that it
-// could mend. It starts as a copy of the one that an interrupted run left, if there is one.
+// The journal of a volume on a ScratchDevice. It is in memory too: nothing of such a run remains
+// that a journal could mend. It starts as a copy of the one that an interrupted run left, if any.
 class ScratchJournalHome final : public JournalHome {
  public:
   explicit ScratchJournalHome(std::shared_ptr<BlockDevice> left = nullptr)

@@ -38,17 +38,17 @@ class NtfsMount {
 
   ntfs_volume* Volume() const { return volume_; }
 
-  // The item's inode, valid until another one is asked for. Clean between calls of this class's
-  // owner: who changes it syncs it.
+  // The item's inode, valid until another one is asked for. Whoever changes it also syncs it, so
+  // that it is clean whenever another one may be asked for.
   ntfs_inode* Inode(ItemId item);
 
-  // Closes the one of ours: the next Inode() reads what is written.
+  // Closes our inode, so that the next Inode() reads what has been written.
   void CloseInode();
 
   // The attribute of inode with exactly this name, which must be closed before the inode is.
   AttributeHandle OpenAttribute(ntfs_inode* inode, const AttributeName& name);
 
-  // Writes what changing other files has changed in the library's own.
+  // Writes the files that the library keeps open, which changes to other files change too.
   int SyncSystemFiles();
 
   int WriteDirtyFlag(bool dirty);
@@ -61,14 +61,14 @@ class NtfsMount {
 
   NtfsDevice& device_;
   ntfs_volume* volume_;
-  ntfs_inode* inode_ = nullptr;  // the one of ours
+  ntfs_inode* inode_ = nullptr;  // ours, the one at a time
 };
 
 // Finds the first (or from lowest_vcn on, the covering) record of an attribute.
 int FindAttribute(const AttributeName& name, s64 lowest_vcn, ntfs_attr_search_ctx* context);
 
 // Can every data stream be found by its name? In damaged records, where names are out of order,
-// some are only met in passing.
+// some are found only by going through all of them.
 bool EveryStreamIsFound(ntfs_inode* inode);
 
 }  // namespace vornalux

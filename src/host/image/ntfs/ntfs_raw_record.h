@@ -31,8 +31,8 @@ inline constexpr std::uint32_t kFileName = 0x30;
 inline constexpr std::uint32_t kData = 0x80;
 inline constexpr std::uint32_t kBitmap = 0xB0;
 
-// The clusters of bad sectors are the real runs in a hole as large as the volume, one whose sizes
-// and marks follow no rule.
+// Holds the clusters of bad sectors: they are the only runs with clusters in a stream as large as
+// the volume. Its sizes and marks follow no rule.
 inline constexpr std::uint64_t kBadClusterRecord = 8;
 
 inline constexpr std::uint16_t kInUse = 1;  // flag of a record
@@ -74,12 +74,12 @@ struct RawRecord {
 bool IsFileRecord(std::span<const std::uint8_t> record);  // by its first bytes
 bool InUse(std::span<const std::uint8_t> record);         // of a file record
 
-// The record as it is without what guards its sectors against torn writes. Says what is wrong,
-// nothing when all is well.
+// Takes out what guards the record's sectors against torn writes. Returns what is wrong; empty when
+// all is well.
 std::string UndoFixups(std::span<std::uint8_t> record);
 
-// Takes a record apart whose fixups are undone. Believes nothing: what is wrong is said, and then
-// out is not to be used. Nothing is said of a record that is as every NTFS driver writes it.
+// Takes apart a record whose fixups are undone. Trusts nothing: returns what is wrong, and out is
+// then not to be used. Empty for a record as every NTFS driver writes it.
 std::string ParseRecord(const NtfsGeometry& geometry, std::uint64_t number,
                         std::span<const std::uint8_t> bytes, RawRecord& out);
 

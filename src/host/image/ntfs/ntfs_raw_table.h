@@ -39,7 +39,7 @@ class RawFileTable {
   RawFileTable(BlockDevice& device, const NtfsGeometry& geometry)
       : device_(device), geometry_(geometry) {}
 
-  // Finds out where $MFT lies. Says what is wrong, nothing when all is well.
+  // Finds out where $MFT lies. Returns what is wrong; empty when all is well.
   std::string Locate();
 
   std::uint64_t Records() const { return records_; }

@@ -11,8 +11,8 @@ namespace vornalux {
 
 // Proves what moving relies on, by reading every file record: each cluster of each stream is that
 // stream's alone and marked in use, records and attribute lists fit each other, no record in use
-// can be handed out again, $MFTMirr is a copy. Says what is wrong ("record 35: ..., and 3 more"),
-// nothing when all is well. Clusters and records that are in use for nobody are no fault.
+// can be handed out again, $MFTMirr is a copy. Returns what is wrong ("record 35: ..., and 3
+// more"); empty when all is well. Clusters and records marked in use that nobody owns are no fault.
 //
 // in_use: $Bitmap. Takes one bit for each cluster of memory, and what files of several records
 // need.

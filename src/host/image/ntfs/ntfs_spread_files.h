@@ -30,18 +30,18 @@ class Findings {
 // For people: "$DATA "name"".
 std::string ShownStream(std::uint32_t type, std::span<const std::uint8_t> name);
 
-// What is wrong with the sizes of a stream whose pieces end before VCN end; null when nothing is.
-// They are those of its first piece, in bytes.
+// What is wrong with the sizes of a stream, in bytes as its first piece has them, when its pieces
+// end before VCN end; null when nothing is.
 const char* JudgeSizes(const NtfsGeometry& geometry, std::uint64_t allocated, std::uint64_t size,
                        std::uint64_t initialized, std::int64_t end);
 
-// Files whose attributes do not all stand in one record: are the attribute list and the records of
-// one mind, and do the pieces of each stream follow each other?
+// Judges files whose attributes do not all stand in one record: do the attribute list and the
+// records agree, and do the pieces of each stream follow each other?
 class SpreadFiles {
  public:
   explicit SpreadFiles(const NtfsGeometry& geometry) : geometry_(geometry) {}
 
-  // Takes in a record: of these files all are needed.
+  // Takes in a record. Every record of such a file must be given.
   void AddBase(const RawRecord& record, const RawAttribute& list, bool list_is_its_own);
   void AddExtension(const RawRecord& record);
 
@@ -76,7 +76,7 @@ class SpreadFiles {
   };
 
   static void AddPieces(const RawRecord& record, File& file);
-  // Say what is wrong, nothing when all is well.
+  // Return what is wrong; empty when all is well.
   std::string JudgeFile(std::uint64_t base, File& file, BlockDevice& device) const;
   static std::string JudgeList(std::uint64_t base, File& file,
                                const std::vector<ListEntry>& entries);

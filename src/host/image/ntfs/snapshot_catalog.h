@@ -22,7 +22,7 @@ struct SnapshotCatalog {
   bool Any() const { return !times.empty() || !damage.empty(); }
 };
 
-// Reads header and catalog. Nothing in them is believed; reading ends in any case.
+// Reads header and catalog. Nothing in them is trusted: reading ends whatever they say.
 SnapshotCatalog ReadSnapshotCatalog(BlockDevice& volume);
 
 // Clears the header that leads to the catalog: afterwards there are no snapshots any more.

@@ -31,8 +31,8 @@ struct ImageSource {
 // name. Throws VolumeRefused.
 ImageSource LocateVolume(const std::string& path, const OpenOptions& options, bool writable);
 
-// What a file system is opened on: the scratch device where there is one. As it is, for reading
-// only.
+// What a file system is opened on: the scratch device where there is one, else the file. Without a
+// journal home as yet, and so for reading only.
 VolumeStore MakeStore(const ImageSource& source);
 
 // Makes a new journal, before anything depends on it. Throws VolumeRefused when there can be none.

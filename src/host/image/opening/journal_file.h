@@ -16,8 +16,8 @@ namespace vornalux {
 // A journal in a file of its own, held locked from Make() or Take() on, so that no other run
 // obeys, takes or removes it. One that was made and never written to goes away with its home.
 //
-// What says why something failed says it as the end of a sentence about the journal; empty is
-// success.
+// Results that are text are the reason of a failure, worded as the end of a sentence about the
+// journal; empty is success.
 class FileJournalHome final : public JournalHome {
  public:
   explicit FileJournalHome(std::string path) : path_(std::move(path)) {}
@@ -25,7 +25,7 @@ class FileJournalHome final : public JournalHome {
 
   const std::string& Path() const { return path_; }
 
-  // True also for what cannot be looked at: taking it then says why.
+  // Also true when it cannot be looked at; Take() then says why.
   bool Exists() const;
 
   // A new journal, with room for so many bytes.
@@ -53,8 +53,8 @@ class FileJournalHome final : public JournalHome {
   bool busy_ = false;
 };
 
-// Who but the user who runs this, and root, may write to it or put something in its place? Empty
-// when nobody may. As the end of a sentence.
+// Who, besides root and the user who runs this, may write to it or put something in its place, as
+// the end of a sentence. Empty when nobody may.
 std::string ForeignWriter(const struct stat& status);
 
 }  // namespace vornalux

@@ -15,7 +15,7 @@ struct Partition {
 };
 
 // The partitions of a disk: GPT, or MBR with logical partitions. Empty when there is no table.
-// sector_size is the unit of the table, bytes; a GPT in 4096-byte units is found besides. Throws
+// sector_size is the unit of the table, bytes; a GPT in 4096-byte units is found as well. Throws
 // VolumeRefused when the table is damaged or cannot be read.
 std::vector<Partition> ReadPartitions(BlockDevice& disk, std::uint32_t sector_size);
 

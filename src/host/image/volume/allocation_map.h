@@ -25,7 +25,7 @@ class AllocationMap {
   bool RangeUsed(std::int64_t lcn, std::int64_t count) const;
   // Any cluster of the range freed since the last commit?
   bool RangeHeld(std::int64_t lcn, std::int64_t count) const;
-  // The parts of the range, first LCN and count, that RangeHeld() means, ascending.
+  // The parts of the range freed since the last commit, as first LCN and count, ascending.
   std::vector<std::pair<std::int64_t, std::int64_t>> HeldParts(std::int64_t lcn,
                                                                std::int64_t count) const;
 
@@ -37,8 +37,9 @@ class AllocationMap {
 
   // Sets the state of the 8 clusters from lcn (a multiple of 8) on, holding those that become free.
   void SetByte(std::int64_t lcn, std::uint8_t bits);
-  // Loads bitmap bytes from lcn (a multiple of 8) on. Holds nothing more, and what is held stays
-  // so: dropping a move takes back none of the moves before it. Bits past the end are ignored.
+  // Loads bitmap bytes from lcn (a multiple of 8) on. Nothing more becomes held, and what is held
+  // stays so, because dropping a move takes back none of the moves before it. Bits past the end are
+  // ignored.
   void Load(std::int64_t lcn, std::span<const std::uint8_t> bytes);
   // Copies bitmap bytes from lcn (a multiple of 8) on; clusters past the end read as 0.
   void Copy(std::int64_t lcn, std::span<std::uint8_t> out) const;

@@ -36,8 +36,8 @@ class ImageVolume : public MountedVolume {
   std::int64_t FreeClusters() const final { return clusters_->FreeClusters(); }
   void CopyBitmap(std::int64_t first_lcn, std::span<std::uint8_t> out) const final;
 
-  // What a pass would refuse this volume for, each as a sentence with its remedy; only of a volume
-  // that was opened for looking, which goes on without.
+  // What a pass would refuse this volume for, each as a sentence with its remedy. Collected only of
+  // a volume that was opened for looking; any other is refused at the first of them.
   const std::vector<std::string>& Objections() const { return objections_; }
 
   // Restores the dirty flag that an interrupted run of ours left set, durably, and removes the
@@ -77,8 +77,8 @@ class ImageVolume : public MountedVolume {
   // Where file data never comes to lie, nor metadata that moves: what the proofs of a journal are
   // taken from.
   virtual std::vector<ByteRange> StillRanges() { return {}; }
-  // The volume is about to be worked on, and marked so: changes what must not outlive that, through
-  // Device().
+  // The volume is about to be worked on, and marked so: gets rid, through Device(), of what would
+  // no longer be true afterwards.
   virtual ErrorCode PrepareForMoves() { return error::kSuccess; }
   // Lets the file system write what it keeps back until a commit (such as FAT's free count).
   virtual ErrorCode BeforeCommit() { return error::kSuccess; }

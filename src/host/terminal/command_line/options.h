@@ -49,8 +49,8 @@ struct Options {
   std::optional<std::string> save_job;  // the name of a launcher to be written instead
 };
 
-// Fills options. A code is the program's end: help or version were asked for and printed to out,
-// or the line makes no sense and err says why.
+// Fills options. Returns an exit code when the program ends here: help or version was asked for and
+// printed to out, or the line makes no sense and err says why.
 std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, Options& options,
                                      std::ostream& out, std::ostream& err);
 

@@ -9,7 +9,8 @@
 namespace vornalux {
 
 // The cluster map drawn with characters. Where there are fewer places than columns a place shows
-// the most telling of its columns: a candidate before the MFT before how full they are.
+// the most telling of its columns: a candidate if there is one, else the MFT, else how full they
+// are.
 
 // Adds the whole map in `cells` columns of the line. Two columns of the map share a cell where the
 // terminal has colours and half blocks.

@@ -28,7 +28,7 @@ inline constexpr Key kHome = 260;
 inline constexpr Key kEnd = 261;
 }  // namespace key
 
-// A whole terminal: what is shown on it goes away again.
+// A terminal as a whole. What is drawn on it disappears when it is given back.
 class Screen {
  public:
   virtual ~Screen() = default;
@@ -42,7 +42,7 @@ class Screen {
   // Gives it back as it was.
   virtual void Release() = 0;
 
-  // What was sent is on its way completely.
+  // Everything that was sent has gone out.
   virtual bool Ready() = 0;
   // Never waits: what the terminal does not take now goes out with later calls of Ready(). To be
   // called when Ready() only.

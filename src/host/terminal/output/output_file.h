@@ -23,12 +23,12 @@ bool SameFile(const struct stat& a, const struct stat& b);
 // Writes all of it, or gives the reason why not.
 std::error_code WriteAll(int descriptor, std::string_view data);
 
-// A file that a command writes to when its volumes are in order again. It is opened long before, so
-// that a path that is no good costs nothing, and keeps what it holds until then.
+// A file that a command writes to when its volumes are in order again. It is opened before the work
+// begins, so that a bad path is found in time, and keeps its old content until it is written.
 class OutputFile {
  public:
   OutputFile() = default;
-  // A file that was made for nothing goes away again.
+  // Removes a file that was made and never written to.
   ~OutputFile();
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
@@ -47,7 +47,7 @@ class OutputFile {
   const std::string& Name() const { return name_; }
   [[noreturn]] void Refuse(const std::string& why) const;
 
-  // What an old file holds goes.
+  // Drops what an old file holds.
   std::error_code Start();
   // To be called after Start().
   std::error_code Append(std::string_view text);

@@ -15,11 +15,11 @@ class StandardOutput {
  public:
   StandardOutput();
 
-  // Writes all of it, or gives the reason why not. With the reader gone it goes nowhere, and is
-  // well, unless whoever started the program wants that to be an error.
+  // Writes all of it, or gives the reason why not. Once the reader has gone, text is dropped
+  // without an error, unless whoever started the program wants it to be one.
   std::error_code Write(std::string_view text);
 
-  // To be called when all is done: ends the process as it ends others that write to nobody.
+  // To be called when all is done. Where the reader has gone, ends the process by SIGPIPE.
   void EndIfReaderLeft() const;
 
  private:
@@ -40,9 +40,9 @@ struct Outputs {
 // same file. A standard error that must not be written is silent from then on.
 void OpenOutputs(const Options& options, Outputs& outputs);
 
-// Is a standard stream something that one of the arguments names? What a command line that makes no
-// sense asks for is not known, so nothing may be printed there. A file by itself or behind any "=".
-// The same goes for a journal and a file that a device is made of.
+// Is a standard stream a file that one of the arguments names, by itself or behind a "="; or its
+// journal, or a file that such a device is made of? Then nothing may be printed there when the
+// command line makes no sense, since nobody knows what it was to do with the file.
 bool IsNamedBy(int standard_stream, const std::vector<std::string>& arguments);
 
 }  // namespace vornalux

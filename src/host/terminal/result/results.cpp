@@ -56,7 +56,6 @@ std::string ReasonText(const MoveFailure& failure) {
   return "";
 }
 
-// A file may be tried in more than one step of a pass; once is enough to tell.
 VolumeDescription Describe(const std::string& image, char letter, const VolumeFacts& facts) {
   return {.image = image,
           .drive = {letter, ':'},

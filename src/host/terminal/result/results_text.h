@@ -14,8 +14,8 @@ std::string ToText(const AnalysisResult& result, Charset charset);
 std::string ToText(const PassResult& result, Charset charset);
 std::string ToText(const JobResult& result, Charset charset);
 
-// What kept a result from being the whole, for a message: at least one failure, the first ones
-// told.
+// Why a result is incomplete, for a message. There is at least one failure; the first ones are
+// named.
 std::string ToText(const std::vector<ReadFailure>& failures, bool all_are_listed);
 
 }  // namespace vornalux

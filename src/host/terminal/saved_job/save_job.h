@@ -15,8 +15,8 @@ inline constexpr const char* kNoExplorerVerbs = "Explorer verbs exist on Windows
 std::string NoSuchVolume(const std::string& drive);
 
 // Writes a launcher of the job that options describe onto the user's desktop, in place of one of
-// the same name, and prints its path. Makes the desktop's folder where there is none. What hinders
-// it is told; then nothing is written.
+// the same name, and prints its path. Makes the desktop's folder where there is none. When
+// something prevents that, says what, and writes nothing.
 ExitCode SaveJob(const Options& options, TerminalDesktop& desktop, StandardOutput& output);
 
 }  // namespace vornalux

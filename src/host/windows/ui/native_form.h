@@ -82,7 +82,7 @@ class NativeForm {
   // What paints an owner-drawn control.
   using Painter = std::function<void(HDC, const RECT&)>;
   void PaintBy(int id, Painter painter) { painters_[id] = std::move(painter); }
-  // What a derived window has bound by itself is to be undone like the rest.
+  // A derived window undoes here what it has bound by itself.
   void AtEnd(std::function<void()> undo) { unbind_.push_back(std::move(undo)); }
 
  private:
@@ -107,7 +107,7 @@ class NativeForm {
   NativeForm* shares_place_ = nullptr;
   std::vector<HWND> held_;  // take no input because of this window
   HWND tool_tips_ = nullptr;
-  bool pushing_ = false;  // a change that we make ourselves is no deed of the user's
+  bool pushing_ = false;  // the change in hand is ours, not the user's
 };
 
 }  // namespace vornalux
