@@ -24,7 +24,7 @@ class SaveJob : public ImageFolder {
     fs::create_directory(Path("bin"));
     setenv("HOME", Path("home").c_str(), 1);
     unsetenv("XDG_CONFIG_HOME");
-    PutText("disk.img", "");
+    Run("mkfs.fat -C disk.img 1000");
     // A terminal that tells what it is to run, whichever name it is looked for by.
     for (const char* terminal : {"xdg-terminal-exec", "gnome-terminal", "xterm"}) {
       PutText(std::string("bin/") + terminal,
@@ -76,10 +76,14 @@ TEST_F(SaveJob, AnyNamePathAndJobLineComesBack) {
   for (int round = 0; round < 40; ++round) {
     const std::string image = RandomText(random) + "x";
     const std::string name = RandomText(random) + "x";
-    std::string folder = RandomText(random);
-    std::erase(folder, '"');
+    std::string folder = std::to_string(round) + RandomText(random) + "x";
+    std::erase_if(folder, [](char c) {
+      return std::string_view("\"\\<>|?*[").find(c) != std::string_view::npos;
+    });
     const std::string job = "/dir \"C:\\" + folder + "\" /d";
-    PutText(image, "");
+    setenv("IMAGE", Path(image).c_str(), 1);
+    setenv("FOLDER", ("::/" + folder).c_str(), 1);
+    Run("LC_ALL=C.UTF-8 mmd -i disk.img \"$FOLDER\" && cp disk.img \"$IMAGE\"");
     const ProgramEnd end = Save("  " + name + " ", job, image);
     ASSERT_EQ(end.code, 0) << end.err;
     const std::string file = Path("home/Desktop/" + name + ".desktop");
@@ -141,8 +145,9 @@ TEST_F(SaveJob, LiesOnTheUsersDesktop) {
 TEST_F(SaveJob, RefusalsWriteNothing) {
   const fs::path desktop = Path("home/Desktop");
   const auto refuse = [&](const std::string& name, const std::string& job, int code,
-                          const char* says, const std::string& image = "disk.img") {
-    const ProgramEnd end = Save(name, job, image);
+                          const char* says, const std::string& image = "disk.img",
+                          const std::string& exclude = "*.a") {
+    const ProgramEnd end = Save(name, job, image, {"--exclude=" + exclude});
     EXPECT_EQ(end.code, code) << name << "|" << job << "\n" << end.err;
     EXPECT_NE(end.err.find(says), std::string::npos) << end.err;
     EXPECT_EQ(end.out, "");
@@ -158,14 +163,15 @@ TEST_F(SaveJob, RefusalsWriteNothing) {
   refuse("n", "/dir C:\\x /d", 2, "No dir specified.");
   refuse("n", "/drv D: /d", 2, "D:");
   refuse("n", "/setshell", 2, "Explorer verbs");
-  refuse("n", "/dir \"C:\\\x01\" /d", 1, "cannot be shown");
+  refuse("n", "/dir \"C:\\none\" /d", 2, "there is no folder C:\\none on ");
+  refuse("n", good, 1, "cannot be shown", "disk.img", "\x01");
   refuse("n", good, 3, "missing: No such file", "missing");
   // Room for a part of it.
   rlimit limit{};
   getrlimit(RLIMIT_FSIZE, &limit);
   const rlimit small{.rlim_cur = 2000, .rlim_max = limit.rlim_max};
   setrlimit(RLIMIT_FSIZE, &small);
-  refuse("n", "/dir \"C:\\" + std::string(3000, 'x') + "\" /d", 1, "too large");
+  refuse("n", good, 1, "too large", "disk.img", std::string(3000, 'x'));
   setrlimit(RLIMIT_FSIZE, &limit);
   fs::remove_all(desktop);
   PutText("home/Desktop", "a file");

@@ -13,9 +13,9 @@
 
 #include "app/job.h"
 #include "host/image/opening/image_file.h"
+#include "host/mounted/mounted_platform.h"
 #include "host/terminal/saved_job/desktop_entry.h"
 #include "host/terminal/saved_job/desktop_folder.h"
-#include "host/terminal/session/terminal_platform.h"
 #include "text/trimmed.h"
 #include "text/windows_path.h"
 
@@ -37,10 +37,10 @@ void CheckFolder(const VolumeArgument& argument, const Options& options,
   const std::unique_ptr<MountedVolume> volume = OpenImage(
       argument.image,
       {.allow_dirty = true, .partition = options.partition, .offset = options.offset}, report);
-  TerminalPlatform platform(0);
+  MountedPlatform platform;
   platform.Mount(argument.letter, *volume);
   const std::string folder = std::string{argument.letter, ':', '\\'} + directory;
-  if (platform.FolderExists(folder)) return;
+  if (platform.FindFirst(folder + "\\*") != nullptr) return;
   throw Refusal{ExitCode::Usage, "The job was not saved: there is no folder " + folder + " on " +
                                      argument.image + "."};
 }
