@@ -78,7 +78,7 @@ TEST_F(SaveJob, AnyNamePathAndJobLineComesBack) {
     const std::string name = RandomText(random) + "x";
     std::string folder = std::to_string(round) + RandomText(random) + "x";
     std::erase_if(folder, [](char c) {
-      return std::string_view("\"\\<>|?*[").find(c) != std::string_view::npos;
+      return std::string_view("\"\\<>|?*[~").find(c) != std::string_view::npos;
     });
     const std::string job = "/dir \"C:\\" + folder + "\" /d";
     setenv("IMAGE", Path(image).c_str(), 1);
