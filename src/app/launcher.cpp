@@ -133,7 +133,7 @@ void Introfrm::runchkdsk(const std::string& drive) {
   cancel = false;
   ImageCombo1.enabled = CmdGo.enabled = false;
   CmdCancel.visible = true;
-  platform_.machine.CheckDisk(drive + "\\", *this);
+  CheckVolumeBy(platform_.checks, platform_.volumes, drive + "\\", DiskCheckOptions{}, *this);
   CmdCancel.visible = false;
   ImageCombo1.enabled = CmdGo.enabled = true;
 }

@@ -8,6 +8,7 @@
 #include "app/job_settings.h"
 #include "engine/pass_table.h"
 #include "forms/controls.h"
+#include "health/disk_check.h"
 #include "platform/platform.h"
 #include "shell/context_window.h"
 #include "ui/debug_window.h"

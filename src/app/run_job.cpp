@@ -38,7 +38,9 @@ JobOutcome RunAction(const Job& job, const JobParts& parts) {
 
 void AfterRun(const JobParts& parts) {
   const DefragWindow& window = parts.main_window;
-  if (parts.settings.shutdownWhenDone) parts.platform.machine.PowerOff();
+  if (parts.settings.shutdownWhenDone) {
+    clsExitWindows(parts.platform.system).ExitWindows(clsExitWindows::kPowerOff);
+  }
   if (parts.flags.StopRequested || window.Ended() || !parts.settings.closeWhenDone) return;
   parts.launcher.cleanup_systray();
   if (parts.launcher.end_program) parts.launcher.end_program();

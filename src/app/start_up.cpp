@@ -52,7 +52,8 @@ void GetOSName(System& system, OsDescription& description) {
   description.build = std::to_string(version.build & kLowWord);
 }
 
-StartUpResult StartUp(System& system, Program& program, const std::string& tail) {
+StartUpResult StartUp(Program& program, const std::string& tail) {
+  System& system = program.platform.system;
   Desktop& desktop = program.platform.desktop;
   if (system.AdministratorTest() != 1) {
     desktop.ShowBox("no admin", kProgramTitle, BoxButtons::Ok, BoxIcon::None);

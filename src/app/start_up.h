@@ -27,6 +27,6 @@ enum class StartUpResult { NoAdministrator, OldSystem, Started };
 // What the program does before anything else: refuses to run where it cannot work, notes what it
 // runs on in the debug log, shows the launcher, and carries out the job of a command-line tail that
 // is not empty. Refusals are told to the user.
-StartUpResult StartUp(System& system, Program& program, const std::string& tail);
+StartUpResult StartUp(Program& program, const std::string& tail);
 
 }  // namespace vornalux

@@ -4,21 +4,17 @@
 namespace vornalux {
 namespace {
 
-constexpr std::uint32_t kProgress = 0;
-constexpr std::uint32_t kDone = 11;
-constexpr std::uint32_t kOutput = 14;
-
 // False when the sink wants the check to stop.
 bool Tell(DiskCheckSink& sink, const CheckMessage& message) {
   bool cancel = false;
   switch (message.command) {
-    case kProgress:
+    case check_command::kProgress:
       sink.Progress(message.number, cancel);
       break;
-    case kDone:
+    case check_command::kDone:
       sink.Done(message.number == 0);
       break;
-    case kOutput:
+    case check_command::kOutput:
       if (message.line) sink.Status(*message.line, cancel);
       break;
     default:
@@ -30,7 +26,7 @@ bool Tell(DiskCheckSink& sink, const CheckMessage& message) {
 }  // namespace
 
 void CheckVolumeBy(CheckLibrary& library, Volumes& volumes, const std::string& root,
-                   CheckOptions options, DiskCheckSink& sink) {
+                   DiskCheckOptions options, DiskCheckSink& sink) {
   if (root.empty() || !library.Load()) return;
   VolumeName names;
   if (volumes.VolumeNames(root, names) == error::kSuccess) {

@@ -8,12 +8,19 @@
 
 namespace vornalux {
 
-struct CheckOptions {
+struct DiskCheckOptions {
   bool correct_errors = false;
   bool verbose = false;
   bool only_if_dirty = true;
   bool scan_drive = false;
 };
+
+// What a message of the check is about; others are of no interest.
+namespace check_command {
+inline constexpr std::uint32_t kProgress = 0;
+inline constexpr std::uint32_t kDone = 11;
+inline constexpr std::uint32_t kOutput = 14;
+}  // namespace check_command
 
 // What the check says on its way. The host reads it from the library's memory and keeps to what can
 // be read.
@@ -40,7 +47,7 @@ class CheckLibrary {
 
   // Checks the volume with this root; the callback is called on the way.
   virtual void Check(const std::string& root, const std::string& file_system,
-                     const CheckOptions& options, const Callback& callback) = 0;
+                     const DiskCheckOptions& options, const Callback& callback) = 0;
 };
 
 }  // namespace vornalux

@@ -14,15 +14,6 @@ inline constexpr std::uint32_t kIdle = 64;
 inline constexpr std::uint32_t kAboveNormal = 32768;
 }  // namespace priority
 
-// Hears how a disk check goes on. Setting cancel asks it to stop.
-class DiskCheckSink {
- public:
-  virtual ~DiskCheckSink() = default;
-  virtual void Done(bool failed) = 0;
-  virtual void Progress(std::int32_t percent, bool& cancel) = 0;
-  virtual void Status(const std::string& line, bool& cancel) = 0;
-};
-
 // The machine around the volumes.
 class Machine {
  public:
@@ -39,16 +30,10 @@ class Machine {
   // Sets the priority class of this process and returns the one in force afterwards.
   virtual std::uint32_t SetPriorityClass(std::uint32_t priority_class) = 0;
 
-  // Tells the sink whether the volume is marked dirty; repairs nothing.
-  virtual void CheckDisk(const std::string& root, DiskCheckSink& sink) = 0;
-
   // Takes the volume with this root ("C:\") for the program's work, in place of the one that it
   // had taken before; an empty root only gives that one up. False: another program of ours has it,
   // and what was taken before stays. Hosts that keep two from one volume by other means say true.
   virtual bool TakeVolume(const std::string& /*root*/) { return true; }
-
-  // Asks the system to switch the machine off, without regard to other programs.
-  virtual void PowerOff() = 0;
 
   // A random number in [0, 1).
   virtual double Random() = 0;

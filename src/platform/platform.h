@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include "platform/check_library.h"
 #include "platform/desktop.h"
 #include "platform/files.h"
 #include "platform/machine.h"
 #include "platform/raw_devices.h"
 #include "platform/registry.h"
 #include "platform/shell_objects.h"
+#include "platform/system.h"
 #include "platform/volumes.h"
 
 namespace vornalux {
@@ -21,6 +23,8 @@ struct Platform {
   Desktop& desktop;
   ShellObjects& shell;
   Registry& registry;
+  System& system;
+  CheckLibrary& checks;
 };
 
 }  // namespace vornalux

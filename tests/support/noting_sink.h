@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/platform.h"
+#include "health/disk_check.h"
 
 namespace vornalux::test {
 

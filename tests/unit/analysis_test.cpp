@@ -51,8 +51,8 @@ TEST(Constants, FromFigures) {
     SCOPED_TRACE(std::to_string(test.free) + " of " + std::to_string(test.total));
     SimulatedPlatform machine({.windows_folder = "C:\\Windows", .seed = 0, .power_off = {}});
     Figures figures;
-    Platform platform{figures,        machine,         machine,       machine,
-                      machine.User(), machine.Shell(), machine.Keys()};
+    Platform platform{figures,         machine,        machine, machine, machine.User(),
+                      machine.Shell(), machine.Keys(), machine, machine};
     RunFlags flags;
     flags.DebugLog = True;
     FrmDBG log;

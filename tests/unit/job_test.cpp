@@ -93,7 +93,7 @@ TEST(JobTail, Table) {
       {R"(/down)", R"(C:\)", "", Done, R"(check C:\ | power off)"},
       {R"(/down /close /d)", R"(C:\)", "", Done, R"(check C:\ | Defragmenting | power off | end)"},
       {R"(/drv X: /d)", R"(X:\)", "", Failed,
-       "check X:\\ | box Error opening the drive.\r\nClose some applications and try again."},
+       "box Error opening the drive.\r\nClose some applications and try again."},
   };
   for (const Case& test : cases) {
     SCOPED_TRACE(test.tail);

@@ -42,6 +42,17 @@ class FakeSystem final : public System {
   }
 };
 
+// The program on a system to order.
+struct StartRig {
+  FakeSystem system;
+  std::unique_ptr<SimulatedVolume> disk = SmallVolume(1);
+  SimulatedPlatform machine;
+  Platform platform{machine,         machine,        machine, machine, machine.User(),
+                    machine.Shell(), machine.Keys(), system,  machine};
+  Program program{platform};
+  StartRig() { machine.AddVolume('C', *disk); }
+};
+
 TEST(StartUp, RefusesWhereItCannotWork) {
   struct Case {
     std::int32_t administrator;
@@ -60,32 +71,33 @@ TEST(StartUp, RefusesWhereItCannotWork) {
                         {1, true, 10, 0, Started}};
   for (const Case& c : cases) {
     SCOPED_TRACE(std::to_string(c.major) + "." + std::to_string(c.minor));
-    SmallRig rig;
-    FakeSystem system;
-    system.administrator = c.administrator;
-    system.says_version = c.says_version;
-    system.version = {2, c.major, c.minor, 0, {}};
-    EXPECT_EQ(StartUp(system, rig.program, ""), c.result);
+    StartRig rig;
+    rig.system.administrator = c.administrator;
+    rig.system.says_version = c.says_version;
+    rig.system.version = {2, c.major, c.minor, 0, {}};
+    EXPECT_EQ(StartUp(rig.program, ""), c.result);
     EXPECT_EQ(rig.program.launcher.visible, c.box == nullptr);
-    const std::vector<std::string> boxes = rig.Boxes();
+    const std::vector<ShownBox>& boxes = rig.machine.User().Boxes();
     ASSERT_EQ(boxes.size(), c.box ? 1U : 0U);
     if (c.box) {
-      EXPECT_NE(boxes[0].find(c.box), std::string::npos) << boxes[0];
-      EXPECT_EQ(system.notes + rig.Log(), "") << "nothing is done any more";
+      EXPECT_NE(boxes[0].text.find(c.box), std::string::npos) << boxes[0].text;
+      EXPECT_EQ(rig.system.notes + rig.program.debug_window.DBGTXT.text(), "")
+          << "nothing is done any more";
     }
   }
 }
 
 TEST(StartUp, LogsWhatItRunsOnAndDoesTheJob) {
-  SmallRig rig;
-  FakeSystem system;
-  system.refused = "SeRestorePrivilege";
-  EXPECT_EQ(StartUp(system, rig.program, "/drv C: /d"), StartUpResult::Started);
-  EXPECT_EQ(rig.Log(),
+  StartRig rig;
+  rig.system.refused = "SeRestorePrivilege";
+  EXPECT_EQ(StartUp(rig.program, "/drv C: /d /down"), StartUpResult::Started);
+  EXPECT_EQ(rig.program.debug_window.DBGTXT.text(),
             "OS= Win6.1\r\nIsWow64Process=True \r\nBackup privilege granted=True\r\n"
             "Restore privilege granted=False\r\n");
-  EXPECT_EQ(system.notes, "SeBackupPrivilege SeRestorePrivilege controls 512 ");
-  EXPECT_NE(rig.machine->Log().Count(CallKind::MoveClusters), 0U);
+  EXPECT_EQ(rig.system.notes,
+            "SeBackupPrivilege SeRestorePrivilege controls 512 SeShutdownPrivilege exit 12 "
+            "4294967295");
+  EXPECT_NE(rig.machine.Log().Count(CallKind::MoveClusters), 0U);
   EXPECT_FALSE(rig.program.debug_window.visible);
 }
 
@@ -223,8 +235,8 @@ class FakeLibrary final : public CheckLibrary {
     notes += path + " ";
     return !in_use;
   }
-  void Check(const std::string& root, const std::string& file_system, const CheckOptions& options,
-             const Callback& callback) override {
+  void Check(const std::string& root, const std::string& file_system,
+             const DiskCheckOptions& options, const Callback& callback) override {
     notes += root + " " + file_system + (options.correct_errors ? " correct " : " ");
     for (const CheckMessage& message : messages) {
       if (!callback(message)) {

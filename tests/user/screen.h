@@ -26,10 +26,7 @@ class Screen {
   }
 
   // As the system starts it; runs the job of the line.
-  void Start(const std::string& job_line) {
-    PlainSystem system;
-    StartUp(system, program_, job_line);
-  }
+  void Start(const std::string& job_line) { StartUp(program_, job_line); }
 
   // Everything that can be pressed, chosen, typed and closed, and the ticks of timers.
   void AddDeeds(Deeds& deeds, const bool& tray_icon_shown) {
@@ -119,19 +116,6 @@ class Screen {
   }
 
  private:
-  class PlainSystem final : public System {
-   public:
-    std::int32_t AdministratorTest() override { return 1; }
-    bool Version(SystemVersion& version) override {
-      version = {2, 6, 1, 7601, {}};
-      return true;
-    }
-    bool IsWow64Process() override { return false; }
-    bool EnablePrivilege(const std::string&) override { return true; }
-    void InitCommonControls(std::uint32_t) override {}
-    void ExitWindows(std::uint32_t, std::uint32_t) override {}
-  };
-
   static void Add(Deeds& deeds, Form& form, const char* name, int weight, auto& control) {
     deeds.push_back({name, weight, &form, [&control] { control.Click(); },
                      [&control] { return control.visible && control.enabled; }});

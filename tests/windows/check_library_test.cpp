@@ -3,10 +3,9 @@
 
 #include <stdexcept>
 
+#include "health/disk_check.h"
 #include "host/windows/system_headers.h"
 #include "host/windows/windows_check_library.h"
-#include "host/windows/windows_machine.h"
-#include "host/windows/windows_system.h"
 #include "host/windows/windows_volumes.h"
 #include "play/import_patch.h"
 #include "windows/fmifs_double.h"
@@ -71,11 +70,10 @@ struct Sink : DiskCheckSink {
 
 TEST(CheckLibrary, WhatItSaysArrives) {
   const WithDouble with;
-  WindowsSystem system;
   WindowsVolumes volumes;
-  WindowsMachine machine(system, volumes);
+  WindowsCheckLibrary library;
   Sink sink;
-  machine.CheckDisk("C:\\", sink);
+  CheckVolumeBy(library, volumes, "C:\\", {}, sink);
   EXPECT_EQ(sink.heard, GetOEMCP() == 437 ? "The volume is called Tür.\r\n;42%;done;" : sink.heard);
   const test::CheckLog& log = with.Log();
   EXPECT_EQ(std::wstring(log.root), L"C:\\");
@@ -91,10 +89,10 @@ TEST(CheckLibrary, OptionsAndCancelReachIt) {
   WindowsCheckLibrary library;
   ASSERT_TRUE(library.Load());
   for (int option = 0; option < 4; ++option) {
-    const CheckOptions options{.correct_errors = option == 0,
-                               .verbose = option == 1,
-                               .only_if_dirty = option == 2,
-                               .scan_drive = option == 3};
+    const DiskCheckOptions options{.correct_errors = option == 0,
+                                   .verbose = option == 1,
+                                   .only_if_dirty = option == 2,
+                                   .scan_drive = option == 3};
     library.Check("D:\\", "FAT32", options,
                   [](const CheckMessage& message) { return message.command != 0; });
     const test::CheckLog& log = with.Log();

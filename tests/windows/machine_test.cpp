@@ -4,7 +4,6 @@
 #include "host/windows/system_headers.h"
 #include "host/windows/windows_machine.h"
 #include "host/windows/windows_system.h"
-#include "host/windows/windows_volumes.h"
 #include "play/import_patch.h"
 
 namespace vornalux {
@@ -38,8 +37,7 @@ void* Address(Function* function) {
 class MachineTest : public testing::Test {
  protected:
   WindowsSystem system_;
-  WindowsVolumes volumes_;
-  WindowsMachine machine_{system_, volumes_};
+  WindowsMachine machine_;
 };
 
 TEST_F(MachineTest, WindowsFolder) {
@@ -71,7 +69,7 @@ TEST_F(MachineTest, AnUnknownPrivilegeIsRefused) {
 // As two programs do, each with a machine of its own.
 TEST_F(MachineTest, AVolumeIsOneProgramsAlone) {
   {
-    WindowsMachine other(system_, volumes_);
+    WindowsMachine other;
     EXPECT_TRUE(other.TakeVolume("C:\\"));
     EXPECT_TRUE(other.TakeVolume("c:\\")) << "its own";
     EXPECT_FALSE(machine_.TakeVolume("C:\\"));

@@ -70,16 +70,24 @@ std::uint32_t MountedPlatform::SetPriorityClass(std::uint32_t priority_class) {
   return priority_class_;
 }
 
-void MountedPlatform::CheckDisk(const std::string& root, DiskCheckSink& sink) {
+void MountedPlatform::Check(const std::string& root, const std::string& /*file_system*/,
+                            const DiskCheckOptions& /*options*/, const Callback& callback) {
   const Drive* drive = FindDrive(DriveOfRoot(root));
   if (drive == nullptr) return;
-  bool cancel = false;
-  sink.Status("The type of the file system is " + drive->volume->Facts().file_system + ".", cancel);
-  if (!cancel) sink.Progress(100, cancel);
-  sink.Done(drive->volume->Dirty());
+  const std::string type =
+      "The type of the file system is " + drive->volume->Facts().file_system + ".";
+  if (callback({check_command::kOutput, 0, type})) {
+    callback({check_command::kProgress, 100, {}});
+  }
+  callback({check_command::kDone, drive->volume->Dirty() ? 0 : 1, {}});
 }
 
-void MountedPlatform::PowerOff() {
+bool MountedPlatform::Version(SystemVersion& version) {
+  version = {.platform = 2, .major = 10, .minor = 0, .build = 0, .service_pack = {}};
+  return true;
+}
+
+void MountedPlatform::ExitWindows(std::uint32_t, std::uint32_t) {
   if (settings_.power_off) settings_.power_off();
 }
 

@@ -29,7 +29,12 @@ struct MachineSettings {
 
 // Answers the program's questions from mounted volumes, each under a drive letter, with Windows'
 // meaning of paths, handles and error codes. The desktop is somebody else's. Not thread-safe.
-class MountedPlatform : public Volumes, public Files, public Machine, public RawDevices {
+class MountedPlatform : public Volumes,
+                        public Files,
+                        public Machine,
+                        public RawDevices,
+                        public System,
+                        public CheckLibrary {
  public:
   explicit MountedPlatform(MachineSettings settings = {});
   ~MountedPlatform() override;
@@ -46,7 +51,7 @@ class MountedPlatform : public Volumes, public Files, public Machine, public Raw
   // registry where there are such.
   Platform With(Desktop& desktop) { return With(desktop, no_shell_, no_shell_); }
   Platform With(Desktop& desktop, ShellObjects& shell, Registry& registry) {
-    return {*this, *this, *this, *this, desktop, shell, registry};
+    return {*this, *this, *this, *this, desktop, shell, registry, *this, *this};
   }
 
   // What the volumes' disks and structures kept from being read, so far.
@@ -97,9 +102,22 @@ class MountedPlatform : public Volumes, public Files, public Machine, public Raw
   // Remembers the class only; a host that has a scheduler overrides it.
   std::uint32_t SetPriorityClass(std::uint32_t priority_class) override;
   std::uint32_t PriorityClass() override { return priority_class_; }
-  void CheckDisk(const std::string& root, DiskCheckSink& sink) override;
-  void PowerOff() override;
   double Random() override;
+
+  // There is nobody who could lack a right, and no version to ask for.
+  std::int32_t AdministratorTest() override { return 1; }
+  bool Version(SystemVersion& version) override;
+  bool IsWow64Process() override { return false; }
+  bool EnablePrivilege(const std::string&) override { return true; }
+  void InitCommonControls(std::uint32_t) override {}
+  void ExitWindows(std::uint32_t flags, std::uint32_t reason) override;
+
+  // The check is whether the volume is marked dirty.
+  bool Load() override { return true; }
+  void Free() override {}
+  bool CanOpenForWriting(const std::string&) override { return false; }
+  void Check(const std::string& root, const std::string& file_system,
+             const DiskCheckOptions& options, const Callback& callback) override;
 
  protected:
   // Last word on opening what a path led to: anything but kSuccess refuses it.

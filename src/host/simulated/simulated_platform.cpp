@@ -231,22 +231,24 @@ std::uint32_t SimulatedPlatform::SetPriorityClass(std::uint32_t priority_class) 
   return MountedPlatform::SetPriorityClass(priority_class);
 }
 
-void SimulatedPlatform::CheckDisk(const std::string& root, DiskCheckSink& sink) {
+void SimulatedPlatform::Check(const std::string& root, const std::string& file_system,
+                              const DiskCheckOptions& options, const Callback& callback) {
   log_.Add(CallKind::CheckDisk, root, kInvalidHandle, {}, error::kSuccess);
-  if (Missing(root)) return;
-  bool cancel = false;
-  for (int line = 1; line < check_lines_ && !cancel && !Missing(root); ++line) {
-    sink.Status("Stage " + std::to_string(line), cancel);
-    if (!cancel) sink.Progress(100 * line / check_lines_, cancel);
+  for (int line = 1; line < check_lines_ && !Missing(root); ++line) {
+    if (!callback({check_command::kOutput, 0, "Stage " + std::to_string(line)}) ||
+        !callback({check_command::kProgress, 100 * line / check_lines_, {}})) {
+      break;
+    }
   }
+  if (!Missing(root)) return MountedPlatform::Check(root, file_system, options, callback);
   // A drive that has gone on the way has failed its check.
-  Missing(root) ? sink.Done(true) : MountedPlatform::CheckDisk(root, sink);
+  callback({check_command::kDone, 0, {}});
 }
 
-void SimulatedPlatform::PowerOff() {
+void SimulatedPlatform::ExitWindows(std::uint32_t flags, std::uint32_t reason) {
   ++power_offs_;
   log_.Add(CallKind::PowerOff, {}, kInvalidHandle, {}, error::kSuccess);
-  MountedPlatform::PowerOff();
+  MountedPlatform::ExitWindows(flags, reason);
 }
 
 }  // namespace vornalux

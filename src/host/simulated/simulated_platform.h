@@ -72,8 +72,9 @@ class SimulatedPlatform final : public MountedPlatform {
   Handle OpenDevice(const std::string& device_path) override;
 
   std::uint32_t SetPriorityClass(std::uint32_t priority_class) override;
-  void CheckDisk(const std::string& root, DiskCheckSink& sink) override;
-  void PowerOff() override;
+  void Check(const std::string& root, const std::string& file_system,
+             const DiskCheckOptions& options, const Callback& callback) override;
+  void ExitWindows(std::uint32_t flags, std::uint32_t reason) override;
 
  protected:
   ErrorCode MayOpen(MountedVolume& volume, ItemId item) override;

@@ -115,7 +115,7 @@ bool WindowsCheckLibrary::CanOpenForWriting(const std::string& device_path) {
 }
 
 void WindowsCheckLibrary::Check(const std::string& root, const std::string& file_system,
-                                const CheckOptions& options, const Callback& callback) {
+                                const DiskCheckOptions& options, const Callback& callback) {
   if (chkdsk_ == nullptr || running != nullptr) return;
   RunningCheck check{.callback = callback};
   running = &check;

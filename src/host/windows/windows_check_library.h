@@ -21,8 +21,8 @@ class WindowsCheckLibrary final : public CheckLibrary {
   bool CanOpenForWriting(const std::string& device_path) override;
   // Does nothing when the library is not loaded. What the callback throws comes out here, after the
   // library has ended its work.
-  void Check(const std::string& root, const std::string& file_system, const CheckOptions& options,
-             const Callback& callback) override;
+  void Check(const std::string& root, const std::string& file_system,
+             const DiskCheckOptions& options, const Callback& callback) override;
 
  private:
   void* library_ = nullptr;

@@ -3,10 +3,7 @@
 
 #include <cwctype>
 
-#include "app/exit_windows.h"
-#include "health/disk_check.h"
 #include "host/windows/system_headers.h"
-#include "host/windows/windows_check_library.h"
 #include "host/windows/windows_text.h"
 
 namespace vornalux {
@@ -54,8 +51,7 @@ std::wstring MarkOf(const std::string& root) {
 
 }  // namespace
 
-WindowsMachine::WindowsMachine(System& system, Volumes& volumes)
-    : system_(system), volumes_(volumes), random_(Seed()) {}
+WindowsMachine::WindowsMachine() : random_(Seed()) {}
 
 std::string WindowsMachine::WindowsFolder() {
   char folder[MAX_PATH] = {};
@@ -79,11 +75,6 @@ std::uint32_t WindowsMachine::SetPriorityClass(std::uint32_t priority_class) {
 
 std::uint32_t WindowsMachine::PriorityClass() { return GetPriorityClass(GetCurrentProcess()); }
 
-void WindowsMachine::CheckDisk(const std::string& root, DiskCheckSink& sink) {
-  WindowsCheckLibrary library;
-  CheckVolumeBy(library, volumes_, root, CheckOptions{}, sink);
-}
-
 bool WindowsMachine::TakeVolume(const std::string& root) {
   const std::wstring name = root.empty() ? std::wstring() : MarkOf(root);
   if (name == taken_name_) return true;
@@ -102,8 +93,6 @@ bool WindowsMachine::TakeVolume(const std::string& root) {
   taken_name_ = name;
   return true;
 }
-
-void WindowsMachine::PowerOff() { clsExitWindows(system_).ExitWindows(clsExitWindows::kPowerOff); }
 
 double WindowsMachine::Random() {
   constexpr double kTwoToMinus53 = 1.0 / 9007199254740992.0;

@@ -6,16 +6,13 @@
 #include <string>
 
 #include "platform/machine.h"
-#include "platform/system.h"
-#include "platform/volumes.h"
 
 namespace vornalux {
 
 // The machine that the program runs on.
 class WindowsMachine final : public Machine {
  public:
-  // Neither is owned; both must outlive this.
-  WindowsMachine(System& system, Volumes& volumes);
+  WindowsMachine();
   ~WindowsMachine() override { TakeVolume({}); }
   WindowsMachine(const WindowsMachine&) = delete;
   WindowsMachine& operator=(const WindowsMachine&) = delete;
@@ -26,15 +23,11 @@ class WindowsMachine final : public Machine {
   // 0 when the system does not say.
   std::uint32_t SetPriorityClass(std::uint32_t priority_class) override;
   std::uint32_t PriorityClass() override;
-  void CheckDisk(const std::string& root, DiskCheckSink& sink) override;
   // Whatever letter it goes by, and whoever the other program belongs to.
   bool TakeVolume(const std::string& root) override;
-  void PowerOff() override;
   double Random() override;
 
  private:
-  System& system_;
-  Volumes& volumes_;
   std::mt19937_64 random_;
   void* taken_ = nullptr;
   std::wstring taken_name_;

@@ -302,14 +302,14 @@ TEST(MountedMachine, DiskCheckTellsWhetherTheVolumeIsDirty) {
     MountedPlatform platform;
     platform.Mount('C', volume);
     test::NotingSink listener;
-    platform.CheckDisk("C:\\", listener);
+    CheckVolumeBy(platform, platform, "C:\\", {}, listener);
     EXPECT_TRUE(listener.notes.ends_with(dirty ? ". 100% failed " : ". 100% good "));
     test::NotingSink cancelling(true);
-    platform.CheckDisk("C:\\", cancelling);
+    CheckVolumeBy(platform, platform, "C:\\", {}, cancelling);
     EXPECT_TRUE(cancelling.notes.ends_with(dirty ? " failed " : " good "));
     EXPECT_EQ(cancelling.notes.find('%'), std::string::npos);
     test::NotingSink absent;
-    platform.CheckDisk("D:\\", absent);
+    CheckVolumeBy(platform, platform, "D:\\", {}, absent);
     EXPECT_EQ(absent.notes, "");
   }
 }

@@ -29,7 +29,7 @@ class TerminalPlatform final : public MountedPlatform {
   std::uint32_t PriorityClass() override;
 
   // Remembered until the volumes are closed.
-  void PowerOff() override { power_off_wanted_ = true; }
+  void ExitWindows(std::uint32_t, std::uint32_t) override { power_off_wanted_ = true; }
   bool PowerOffWanted() const { return power_off_wanted_; }
 
  private:

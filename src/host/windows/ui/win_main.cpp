@@ -17,6 +17,7 @@
 #include "host/windows/ui/resource.h"
 #include "host/windows/ui/temperature_window.h"
 #include "host/windows/ui/windows_desktop.h"
+#include "host/windows/windows_check_library.h"
 #include "host/windows/windows_devices.h"
 #include "host/windows/windows_files.h"
 #include "host/windows/windows_machine.h"
@@ -45,12 +46,13 @@ int Run() {
   WindowsVolumes volumes;
   WindowsFiles files;
   WindowsSystem system;
-  WindowsMachine machine(system, volumes);
+  WindowsMachine machine;
+  WindowsCheckLibrary checks;
   WindowsDevices devices;
   WindowsDesktop desktop;
   WindowsShellObjects shell;
   WindowsRegistry registry;
-  Program program({volumes, files, machine, devices, desktop, shell, registry});
+  Program program({volumes, files, machine, devices, desktop, shell, registry, system, checks});
   program.launcher.open_page = OpenPage;
   // A job that asks for it ends the program from inside its run.
   program.launcher.end_program = [&desktop] {
@@ -79,7 +81,7 @@ int Run() {
     PostQuitMessage(EXIT_SUCCESS);
   };
   const std::string tail = Tail(shell);
-  if (StartUp(system, program, tail) != StartUpResult::Started) return EXIT_FAILURE;
+  if (StartUp(program, tail) != StartUpResult::Started) return EXIT_FAILURE;
   if (!desktop.Ended()) desktop.Run();
   return EXIT_SUCCESS;
 }
