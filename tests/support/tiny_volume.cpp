@@ -31,8 +31,6 @@ bool HoldsCounter(int file, std::int64_t vcn, std::size_t at) {
   return file == 0 && vcn == 0 && at < 8;
 }
 
-ErrorCode Result(std::error_code code) { return FromDevice(code); }
-
 }  // namespace
 
 TinyVolume::TinyVolume(VolumeStore store) : ImageVolume(std::move(store)) {
@@ -108,7 +106,7 @@ ErrorCode TinyVolume::Runs(const StreamRef& stream, std::vector<ClusterRun>& out
   if (!lie.empty()) return error::kSuccess;
   if (stream.item >= kFiles) return error::kFileNotFound;
   std::array<std::uint8_t, kSector> entry;
-  if (const auto code = Device().Read(FileSector(stream.item), entry)) return Result(code);
+  if (const auto code = Device().Read(FileSector(stream.item), entry)) return FromDevice(code);
   std::int64_t vcn = 0;
   for (std::uint32_t run = 0; run < LoadLittle<std::uint32_t>(entry, 0); ++run) {
     const std::uint32_t lcn = LoadLittle<std::uint32_t>(entry, 4 + run * 8);
@@ -137,7 +135,7 @@ ErrorCode TinyVolume::Rewrite(const StreamRef& stream, const MovePlan& plan) {
     StoreLittle<std::uint32_t>(entry, at + 4, static_cast<std::uint32_t>(run.count));
     at += 8;
   }
-  if (const auto code = Device().Write(FileSector(stream.item), entry)) return Result(code);
+  if (const auto code = Device().Write(FileSector(stream.item), entry)) return FromDevice(code);
   return CountMove();
 }
 
@@ -147,46 +145,42 @@ ErrorCode TinyVolume::WriteBitmap() {
   // In single bytes, as unaligned as it gets.
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     const auto code = Device().Write(kSector + i, std::span(bytes).subspan(i, 1));
-    if (code) return Result(code);
+    if (code) return FromDevice(code);
   }
   return error::kSuccess;
 }
 
 ErrorCode TinyVolume::CountMove() {
   std::array<std::uint8_t, 8> counter;
-  if (const auto code = Device().Read(8, counter)) return Result(code);
+  if (const auto code = Device().Read(8, counter)) return FromDevice(code);
   StoreLittle<std::uint64_t>(counter, 0, LoadLittle<std::uint64_t>(counter, 0) + 1);
-  if (const auto code = Device().Write(8, counter)) return Result(code);
+  if (const auto code = Device().Write(8, counter)) return FromDevice(code);
   std::vector<ClusterRun> runs;
   if (const ErrorCode code = Runs(File(0), runs)) return code;
-  return Result(Device().Write(ClusterOffset(runs.front().lcn), counter));
+  return FromDevice(Device().Write(ClusterOffset(runs.front().lcn), counter));
 }
 
 ErrorCode TinyVolume::Reload() {
   ++reloads;
   if (fail_reload) return error::kReadFault;
   Bytes bytes(static_cast<std::size_t>(Clusters().Clusters() / 8));
-  if (const auto code = Device().Read(kSector, bytes)) return Result(code);
+  if (const auto code = Device().Read(kSector, bytes)) return FromDevice(code);
   Clusters().Load(0, bytes);
   return error::kSuccess;
 }
 
 ErrorCode TinyVolume::WriteDirtyFlag(bool dirty) {
   const std::uint8_t flag = dirty ? 1 : 0;
-  return Result(Device().Write(0, {&flag, 1}));
+  return FromDevice(Device().Write(0, {&flag, 1}));
 }
 
-std::unique_ptr<TinyVolume> TinyWorld::Open(DeviceLog* log, BlockDevice* instead) {
-  BlockDevice& base = instead != nullptr ? *instead : device;
+std::unique_ptr<TinyVolume> TinyWorld::Open(DeviceLog* log, BlockDevice* instead, bool recovering) {
   VolumeStore store;
-  if (log != nullptr) {
-    store.device = std::make_unique<RecordingDevice>(base, *log, 0);
-  } else {
-    store.device = std::make_unique<BorrowedDevice>(base);
-  }
   journal.log = log;
+  store.device = std::make_unique<RecordingDevice>(instead ? *instead : device, log, 0);
   store.journal_home = std::make_unique<MemoryJournalHome>(journal);
   store.identity = TinyVolume::Identity();
+  store.recovering = recovering;
   return std::make_unique<TinyVolume>(std::move(store));
 }
 
@@ -200,13 +194,9 @@ std::string TinyWorld::Recover() {
   if (finding.state != JournalState::Idle && finding.state != JournalState::Replayed) {
     return finding.detail;
   }
-  VolumeStore store;
-  store.device = std::make_unique<BorrowedDevice>(device);
-  store.journal_home = std::make_unique<MemoryJournalHome>(journal);
-  store.identity = TinyVolume::Identity();
-  store.recovering = true;
-  TinyVolume volume(std::move(store));
-  if (const ErrorCode code = volume.Recover()) return "error " + std::to_string(code);
+  if (const ErrorCode code = Open(nullptr, nullptr, true)->Recover()) {
+    return "error " + std::to_string(code);
+  }
   if (journal.exists) return "the journal was not removed";
   return device.Content()[0] == 0 ? "" : "still dirty";
 }
