@@ -31,6 +31,16 @@ bool HoldsCounter(int file, std::int64_t vcn, std::size_t at) {
   return file == 0 && vcn == 0 && at < 8;
 }
 
+void PutRuns(std::span<std::uint8_t> entry, const std::vector<ClusterRun>& runs) {
+  StoreLittle<std::uint32_t>(entry, 0, static_cast<std::uint32_t>(runs.size()));
+  std::size_t at = 4;
+  for (const ClusterRun& run : runs) {
+    StoreLittle<std::uint32_t>(entry, at, static_cast<std::uint32_t>(run.lcn));
+    StoreLittle<std::uint32_t>(entry, at + 4, static_cast<std::uint32_t>(run.count));
+    at += 8;
+  }
+}
+
 }  // namespace
 
 TinyVolume::TinyVolume(VolumeStore store) : ImageVolume(std::move(store)) {
@@ -48,24 +58,22 @@ Bytes TinyVolume::Format(Random& random, std::int64_t clusters) {
   std::iota(places.begin(), places.end(), 0U);
   std::shuffle(places.begin(), places.end(), random);
   for (int file = 0; file < kFiles; ++file) {
-    const std::uint64_t runs = 1 + Below(random, 6);
-    std::int64_t vcn = 0;
-    const std::span<std::uint8_t> entry =
-        std::span(volume).subspan(FileSector(static_cast<std::uint64_t>(file)), kSector);
-    StoreLittle<std::uint32_t>(entry, 0, static_cast<std::uint32_t>(runs));
-    for (std::uint64_t run = 0; run < runs; ++run, ++vcn) {
+    std::vector<ClusterRun> runs;
+    for (auto left = 1 + Below(random, 6); left > 0; --left) {
+      const auto vcn = static_cast<std::int64_t>(runs.size());
       const bool hole = vcn > 0 && Below(random, 4) == 0;
-      const std::uint32_t lcn = hole ? kHole : places.back();
-      StoreLittle<std::uint32_t>(entry, 4 + run * 8, lcn);
-      StoreLittle<std::uint32_t>(entry, 8 + run * 8, 1);
+      const std::int64_t lcn = hole ? -1 : std::int64_t{places.back()};
+      runs.push_back({vcn, lcn, 1});
       if (hole) continue;
       places.pop_back();
-      volume[kSector + lcn / 8] |= static_cast<std::uint8_t>(1 << lcn % 8);
+      volume[kSector + static_cast<std::size_t>(lcn / 8)] |=
+          static_cast<std::uint8_t>(1 << lcn % 8);
       for (std::size_t at = 0; at < kClusterSize; ++at) {
         volume[ClusterAt(lcn) + at] =
             HoldsCounter(file, vcn, at) ? std::uint8_t{0} : ContentByte(file, vcn, at);
       }
     }
+    PutRuns(std::span(volume).subspan(FileSector(static_cast<std::uint64_t>(file))), runs);
   }
   return volume;
 }
@@ -128,13 +136,7 @@ ErrorCode TinyVolume::Rewrite(const StreamRef& stream, const MovePlan& plan) {
   // Too late on purpose: what was done so far must be taken back.
   if (plan.after.size() > kMaxRuns) return error::kDiskFull;
   std::array<std::uint8_t, kSector> entry{};
-  StoreLittle<std::uint32_t>(entry, 0, static_cast<std::uint32_t>(plan.after.size()));
-  std::size_t at = 4;
-  for (const ClusterRun& run : plan.after) {
-    StoreLittle<std::uint32_t>(entry, at, static_cast<std::uint32_t>(run.lcn));
-    StoreLittle<std::uint32_t>(entry, at + 4, static_cast<std::uint32_t>(run.count));
-    at += 8;
-  }
+  PutRuns(entry, plan.after);
   if (const auto code = Device().Write(FileSector(stream.item), entry)) return FromDevice(code);
   return CountMove();
 }
