@@ -55,7 +55,7 @@ FLOW(JobWithLog, "/dir \"S:\\My Games\\Saved Ones\" /d /dbg", Alone) {
   session.Start();
   const Screen& screen = session.screen;
   screen.UntilShown("the log", &Screen::Debug);
-  screen.UntilShown("the main window", &Screen::Main);
+  screen.Until("the job begins", [&] { return screen.RunsBegun() == 1; });
   screen.UntilIdle();
   EXPECT_EQ(own.RunsOf("My Games\\Saved Ones\\one.sav").size(), 1u);
   EXPECT_EQ(own.RunsOf("two.sav").size(), 2u) << "not in the folder";
