@@ -31,8 +31,11 @@ DWORD WINAPI Play(void* name) {
   const std::string filter = std::string("--gtest_filter=Flow.") + static_cast<const char*>(name);
   char program[] = "flows";
   std::string argument = filter;
-  char* arguments[] = {program, argument.data(), nullptr};
-  int count = 2;
+  // Where it caught exceptions, GoogleTest would set the process's error mode, which is the
+  // program's.
+  char uncaught[] = "--gtest_catch_exceptions=0";
+  char* arguments[] = {program, argument.data(), uncaught, nullptr};
+  int count = 3;
   testing::InitGoogleTest(&count, arguments);
   for (const FlowEntry& flow : Flows()) {
     testing::RegisterTest("Flow", flow.name, nullptr, nullptr, __FILE__, __LINE__,

@@ -22,6 +22,9 @@ using Texts = std::vector<std::string>;
 FLOW(ListsTheDrives, "", WithCheckLibrary) {
   session.Start();
   const Screen& screen = session.screen;
+  screen.Until("the box", [&] { return screen.Box() != nullptr; });
+  EXPECT_EQ(SendMessageW(GetDlgItem(screen.Main(), IDC_PROGRESS), PBM_GETPOS, 0, 0), 4200)
+      << "the checks came as far as 42%";
   screen.Answer("One or more volumes are 'dirty'!\r\nYou should run Chkdsk to correct errors.");
   screen.UntilShown("the launcher", &Screen::Launcher);
   const HWND launcher = screen.Launcher();
@@ -31,8 +34,6 @@ FLOW(ListsTheDrives, "", WithCheckLibrary) {
                    "E:\\    ", "R:\\  Fixed disk  [Archive]  Status: Error!"}));
   EXPECT_EQ(SendMessageW(GetDlgItem(launcher, IDC_VOLUMES), CB_GETCURSEL, 0, 0), 1);
   EXPECT_FALSE(Screen::Shown(screen.Main()));
-  EXPECT_EQ(SendMessageW(GetDlgItem(screen.Main(), IDC_PROGRESS), PBM_GETPOS, 0, 0), 4200)
-      << "the checks came as far as 42%";
   EXPECT_EQ(SetErrorMode(0), UINT{SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX});
   EXPECT_EQ(screen.Vetoes(), "");
   SendMessageW(launcher, WM_ENDSESSION, FALSE, 0);
