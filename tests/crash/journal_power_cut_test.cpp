@@ -135,50 +135,6 @@ TEST(JournalPowerCut, FilesAreWholeAfterAPowerCutAtAnyWrite) {
   }
 }
 
-// The flushes: one when work begins, and those of a commit in their order.
-enum class Phase { Begin, Data, Record, Apply, Drop };
-
-// The same history on a machine that takes no notice of one kind of flush.
-History Without(Phase phase, const History& history) {
-  History out = history;
-  out.log.clear();
-  Phase last_of_journal = Phase::Drop;
-  bool begun = false;
-  for (std::size_t i = 0; i < history.log.size(); ++i) {
-    const DeviceEvent& event = history.log[i];
-    if (event.kind == DeviceEvent::Kind::Flush) {
-      const bool recorded = last_of_journal == Phase::Record;
-      Phase now = recorded ? Phase::Apply : Phase::Data;
-      if (event.device == 1) {
-        now = !begun ? Phase::Begin : recorded ? Phase::Drop : Phase::Record;
-        last_of_journal = now;
-        begun = true;
-      }
-      if (now == phase) {
-        for (std::size_t state = 0; state < out.states.size(); ++state) {
-          if (history.states[state].events > i) --out.states[state].events;
-        }
-        continue;
-      }
-    }
-    out.log.push_back(event);
-  }
-  return out;
-}
-
-TEST(JournalPowerCut, EveryFlushIsNeeded) {
-  for (const Phase phase : {Phase::Begin, Phase::Data, Phase::Record, Phase::Apply, Phase::Drop}) {
-    bool noticed = false;
-    const std::uint64_t first_seed = TestSeed();
-    for (std::uint64_t seed = first_seed; seed < first_seed + 10 && !noticed; ++seed) {
-      Random random(seed);
-      const History history = Without(phase, RandomHistory(random, 250));
-      noticed = !FirstViolation(history, random, 6).empty();
-    }
-    EXPECT_TRUE(noticed) << "flush " << static_cast<int>(phase) << " " << SeedNote(first_seed);
-  }
-}
-
 // Each call of the volume's device fails in turn, once or for ever. The program goes on as long as
 // it is let; then it is as if the power had gone.
 TEST(JournalPowerCut, FilesAreWholeAfterAnIoErrorAtAnyCall) {

@@ -1,14 +1,18 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Loaded into the program under test ahead of the C library: lets the process die inside the event
-// that VORNALUX_KILL_AT names (from 1 on), or in the first one after VORNALUX_KILL_AFTER bytes: a
-// write with only a part of it done, as a kill may leave it, or just before a flush or a removal.
-// With VORNALUX_TAKES nothing more is taken after so many bytes, and no reason given.
-// With VORNALUX_SIGNAL it gets that signal before the event instead, which is then done. With
-// VORNALUX_COUNT_WRITES it writes the number of events, and of bytes, to that file in the end.
+// that VORNALUX_KILL_AT names (from 1 on): a write with only a part of it done, as a kill may leave
+// it, or just before a flush or a removal. With VORNALUX_TAKES nothing more is taken after so many
+// bytes, and no reason given. With VORNALUX_SIGNAL it gets that signal before the event instead,
+// which is then done. Disks that cannot be read: VORNALUX_FAIL_READ names the reading that fails
+// (from 1 on), VORNALUX_FAIL_READS as well all that come after it, and VORNALUX_BAD_BYTES=FROM:TO
+// what nobody can read. With VORNALUX_COUNT the numbers of events and of readings go to that file
+// in the end.
 #include <dlfcn.h>
 #include <signal.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -17,8 +21,7 @@ namespace {
 constexpr std::size_t kSector = 512;
 
 std::size_t events = 0;
-std::size_t bytes = 0;
-bool done = false;
+std::size_t reads = 0;
 
 std::size_t Number(const char* variable) {
   const char* const value = std::getenv(variable);
@@ -33,11 +36,8 @@ Function Real(const char* name) {
 template <typename Partly>
 void Event(Partly partly) {
   static const std::size_t at = Number("VORNALUX_KILL_AT");
-  static const std::size_t after = Number("VORNALUX_KILL_AFTER");
   static const std::size_t signal = Number("VORNALUX_SIGNAL");
-  ++events;
-  if (done || (events != at && (after == 0 || bytes < after))) return;
-  done = true;
+  if (++events != at) return;
   if (signal != 0) {
     raise(static_cast<int>(signal));
     return;
@@ -65,16 +65,43 @@ ssize_t CountedWrite(const char* name, int file, const void* data, std::size_t s
     if (part > 0) real(file, data, part, at);
   });
   size = Taken(size);
-  bytes += size;
   return size == 0 ? 0 : real(file, data, size, at);
+}
+
+struct Bad {
+  std::uint64_t from = 0;
+  std::uint64_t to = 0;
+  Bad() {
+    const char* const text = std::getenv("VORNALUX_BAD_BYTES");
+    char* rest = nullptr;
+    if (text == nullptr) return;
+    from = std::strtoull(text, &rest, 10);
+    to = std::strtoull(rest + 1, nullptr, 10);
+  }
+};
+
+using ReadAt = ssize_t (*)(int, void*, std::size_t, off_t);
+
+ssize_t CountedRead(const char* name, int file, void* data, std::size_t size, off_t at) {
+  static const std::size_t once = Number("VORNALUX_FAIL_READ");
+  static const std::size_t for_ever = Number("VORNALUX_FAIL_READS");
+  static const Bad bad;
+  ++reads;
+  const auto start = static_cast<std::uint64_t>(at);
+  const bool in_bad = start < bad.to && start + size > bad.from;
+  if (reads == once || (for_ever != 0 && reads >= for_ever) || (in_bad && start >= bad.from)) {
+    errno = EIO;
+    return -1;
+  }
+  return Real<ReadAt>(name)(file, data, in_bad ? bad.from - start : size, at);
 }
 
 struct Counter {
   ~Counter() {
-    const char* const path = std::getenv("VORNALUX_COUNT_WRITES");
+    const char* const path = std::getenv("VORNALUX_COUNT");
     if (!path) return;
     if (std::FILE* const out = std::fopen(path, "w")) {
-      std::fprintf(out, "%zu %zu\n", events, bytes);
+      std::fprintf(out, "%zu %zu\n", events, reads);
       std::fclose(out);
     }
   }
@@ -83,6 +110,14 @@ struct Counter {
 }  // namespace
 
 extern "C" {
+
+ssize_t pread(int file, void* data, std::size_t size, off_t at) {
+  return CountedRead("pread", file, data, size, at);
+}
+
+ssize_t pread64(int file, void* data, std::size_t size, off64_t at) {
+  return CountedRead("pread64", file, data, size, at);
+}
 
 ssize_t pwrite(int file, const void* data, std::size_t size, off_t at) {
   return CountedWrite("pwrite", file, data, size, at);

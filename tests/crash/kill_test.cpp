@@ -1,13 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // The real program, killed inside an event of its run: whatever command comes next makes the volume
-// whole, and every file is as it was. So it is when the program is told to stop inside one.
+// whole, and every file is as it was.
 #include <set>
 
 #include "crash/kill_rig.h"
-#include "mkvolume/maker.h"
-#include "support/image_folder.h"
-#include "support/intact.h"
-#include "support/seed.h"
 #include "volumes/ntfs/snapshot_image.h"
 
 namespace vornalux::test {
@@ -21,13 +17,8 @@ struct KillCase {
   bool snapshots = false;  // that the run gives up
 };
 
-class KillTest : public ImageFolder, public testing::WithParamInterface<KillCase> {
+class KillTest : public MadeVolume, public testing::WithParamInterface<KillCase> {
  protected:
-  void FreshCopy() const {
-    std::filesystem::copy_file(Path("volume.img"), Path("work.img"),
-                               std::filesystem::copy_options::overwrite_existing);
-  }
-
   Arguments Command() const {
     Arguments line = {GetParam().command, Path("work.img"), "--quiet"};
     if (GetParam().snapshots) line.emplace_back("--drop-restore-points");
@@ -59,51 +50,20 @@ class KillTest : public ImageFolder, public testing::WithParamInterface<KillCase
 };
 
 TEST_P(KillTest, EveryFileIsWholeAfterTheNextCommand) {
-  const std::uint64_t seed = TestSeed();
-  const std::string recipe = GetParam().recipe + (" seed=" + std::to_string(seed));
-  Manifest manifest = MakeVolume(recipe, Path("volume.img"));
-  if (GetParam().snapshots) manifest = AddSnapshots(Path("volume.img"), 2);
-  FreshCopy();
+  Make(GetParam().recipe);
+  if (GetParam().snapshots) manifest_ = AddSnapshots(Path("volume.img"), 2);
+  Copy();
   const std::size_t events = CountEvents(Command(), Path("count")).events;
-  ASSERT_GT(events, kKillsPerRun) << recipe;
-  for (const std::size_t kill_at : ChooseKills(events, seed)) {
-    SCOPED_TRACE(recipe + ", killed in event " + std::to_string(kill_at) + " of " +
-                 std::to_string(events) + ", " + SeedNote(seed));
-    FreshCopy();
+  ASSERT_GT(events, kKillsPerRun) << recipe_;
+  for (const std::size_t kill_at : ChooseKills(events, seed_)) {
+    SCOPED_TRACE(Where("killed in event ", kill_at, events));
+    Copy();
     RunKilledAt(kill_at, Command());
     const ProgramEnd next = RunProgram({"analyze", Path("work.img"), "--quiet"});
     ASSERT_EQ(next.code, 0) << next.err;
-    ExpectIntact(Path("work.img"), manifest);
+    ExpectIntact(Path("work.img"), manifest_);
     if (GetParam().snapshots) ExpectNoFalseSnapshots();
     if (HasFailure()) return;
-  }
-}
-
-class StopTest : public ImageFolder {};
-
-// One file is all there is to move, and a large one: the run ends long before the file would.
-TEST_F(StopTest, IsHeardInsideALargeFile) {
-  const Arguments defrag = {"defrag", Path("work.img"), "--quiet"};
-  for (const char* kind : {"ntfs", "fat32"}) {
-    const std::string recipe =
-        std::string(kind) +
-        " size=1G files=1 folders=0 big=1 fragmented=100% seed=" + std::to_string(TestSeed());
-    const Manifest manifest = MakeVolume(recipe, Path("volume.img"));
-    Run("cp --sparse=always volume.img work.img");
-    const std::size_t all = CountEvents(defrag, Path("count")).bytes;
-    ASSERT_GT(all, 14 * kMebibyte) << recipe;
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-      SCOPED_TRACE(recipe + ", signal " + std::to_string(signal));
-      Run("cp --sparse=always volume.img work.img");
-      const Setting which("VORNALUX_SIGNAL", std::to_string(signal));
-      const Setting count("VORNALUX_COUNT_WRITES", Path("count"));
-      const Meddling meddling("VORNALUX_KILL_AFTER", std::to_string(4 * kMebibyte));
-      const ProgramEnd end = RunProgram(defrag);
-      EXPECT_EQ(end.code, 4) << end.err;
-      EXPECT_EQ(end.out.find("refused"), std::string::npos) << end.out;
-      EXPECT_LT(ReadCount(Path("count")).bytes, 10 * kMebibyte) << "of " << all;
-      ExpectIntact(Path("work.img"), manifest);
-    }
   }
 }
 
@@ -117,8 +77,7 @@ INSTANTIATE_TEST_SUITE_P(
         KillCase{"fat16 size=16M files=250 fragmented=90% fill=70%", "compact"},
         KillCase{"fat32 size=40M cluster=512 files=300 fragmented=90% fill=60%", "optimize"}),
     [](const auto& param) {
-      const std::string recipe = param.param.recipe;
-      return recipe.substr(0, recipe.find(' ')) + "_" + param.param.command +
+      return FileSystemOf(param.param.recipe) + "_" + param.param.command +
              (param.param.snapshots ? "_snapshots" : "");
     });
 

@@ -5,53 +5,37 @@
 #include <filesystem>
 
 #include "crash/kill_rig.h"
-#include "mkvolume/maker.h"
-#include "support/image_folder.h"
-#include "support/intact.h"
 #include "support/loop_device.h"
-#include "support/seed.h"
 
 namespace vornalux::test {
 namespace {
 
 namespace fs = std::filesystem;
 
-class StrangerTest : public ImageFolder, public testing::WithParamInterface<const char*> {
+class StrangerTest : public MadeVolume, public testing::WithParamInterface<const char*> {
  protected:
   void SetUp() override {
-    recipe_ = GetParam() + (" seed=" + std::to_string(TestSeed()));
-    manifest_ = MakeVolume(recipe_, Path("volume.img"));
+    Make(GetParam());
     pristine_ = Get("volume.img");
   }
 
   static Arguments Defrag(const std::string& volume) { return {"defrag", volume, "--quiet"}; }
   static Arguments Analyze(const std::string& volume) { return {"analyze", volume, "--quiet"}; }
 
-  void Copy(const std::string& to) const {
-    fs::copy_file(Path("volume.img"), Path(to), fs::copy_options::overwrite_existing);
-  }
-
-  std::string Where(std::size_t event, std::size_t events) const {
-    return recipe_ + ", killed in event " + std::to_string(event) + " of " +
-           std::to_string(events) + ", " + SeedNote(TestSeed());
-  }
-
-  std::string recipe_;
-  Manifest manifest_;
   Bytes pristine_;
 };
 
 TEST_P(StrangerTest, ARestoredBackupIsLeftAlone) {
-  Copy("work.img");
+  Copy();
   const std::size_t events = CountEvents(Defrag(Path("work.img")), Path("count")).events;
   ASSERT_GT(events, 20U);
   int refused = 0;
   for (std::size_t event = 1; event <= events; ++event) {
-    SCOPED_TRACE(Where(event, events));
-    Copy("work.img");
+    SCOPED_TRACE(Where("killed in event ", event, events));
+    Copy();
     RunKilledAt(event, Defrag(Path("work.img")));
     fs::rename(Path("work.img"), Path("killed.img"));
-    Copy("work.img");
+    Copy();
     const ProgramEnd look = RunProgram(Analyze(Path("work.img")));
     EXPECT_EQ(look.code, 0) << look.err;
     EXPECT_TRUE(Get("work.img") == pristine_) << "looked at: " << look.err;
@@ -92,7 +76,7 @@ TEST_P(StrangerTest, AClonedDeviceIsLeftAlone) {
     events = CountEvents(Defrag(device->Node()), Path("count")).events;
   }
   for (std::size_t event = 1; event <= events; ++event) {
-    SCOPED_TRACE(Where(event, events));
+    SCOPED_TRACE(Where("killed in event ", event, events));
     for (const char* const name : {"ours", "clone"}) fs::remove(Path(name));
     const auto ours = attach("ours");
     const auto clone = attach("clone");
@@ -132,10 +116,7 @@ INSTANTIATE_TEST_SUITE_P(
                     "fat12 size=1M cluster=512 files=10 fragmented=100% pieces=4 fill=40%",
                     "fat16 size=4M cluster=512 files=10 fragmented=100% pieces=4 fill=20%",
                     "fat32 size=34M cluster=512 files=10 fragmented=100% pieces=4 fill=5%"),
-    [](const auto& param) {
-      const std::string recipe = param.param;
-      return recipe.substr(0, recipe.find(' '));
-    });
+    [](const auto& param) { return FileSystemOf(param.param); });
 
 }  // namespace
 }  // namespace vornalux::test

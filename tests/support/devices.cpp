@@ -75,11 +75,7 @@ std::error_code MemoryJournalHome::Open(std::shared_ptr<BlockDevice>& store) {
     if (journal_.log != nullptr) journal_.log->push_back({1, DeviceEvent::Kind::Create, 0, {}});
   }
   journal_.exists = true;
-  if (journal_.log != nullptr) {
-    store = std::make_unique<RecordingDevice>(journal_.store, *journal_.log, 1);
-  } else {
-    store = std::make_unique<BorrowedDevice>(journal_.store);
-  }
+  store = std::make_unique<RecordingDevice>(journal_.store, journal_.log, 1);
   return {};
 }
 

@@ -49,28 +49,44 @@ struct DeviceEvent {
 };
 using DeviceLog = std::vector<DeviceEvent>;
 
-// Passes everything on and notes writes and flushes, before they happen.
-class RecordingDevice final : public BlockDevice {
+// A device that another one outlives. Passes everything on.
+class BorrowedDevice : public BlockDevice {
  public:
-  RecordingDevice(BlockDevice& base, DeviceLog& log, int device)
-      : base_(base), log_(log), device_(device) {}
+  explicit BorrowedDevice(BlockDevice& base) : base_(base) {}
 
   std::uint64_t Size() const override { return base_.Size(); }
   std::error_code Read(std::uint64_t offset, std::span<std::uint8_t> out) override {
     return base_.Read(offset, out);
   }
   std::error_code Write(std::uint64_t offset, std::span<const std::uint8_t> data) override {
-    log_.push_back({device_, DeviceEvent::Kind::Write, offset, {data.begin(), data.end()}});
     return base_.Write(offset, data);
   }
-  std::error_code Flush() override {
-    log_.push_back({device_, DeviceEvent::Kind::Flush, 0, {}});
-    return base_.Flush();
-  }
+  std::error_code Flush() override { return base_.Flush(); }
 
  private:
   BlockDevice& base_;
-  DeviceLog& log_;
+};
+
+// Notes writes and flushes, before they happen, where there is a log.
+class RecordingDevice final : public BorrowedDevice {
+ public:
+  RecordingDevice(BlockDevice& base, DeviceLog* log, int device)
+      : BorrowedDevice(base), log_(log), device_(device) {}
+  RecordingDevice(BlockDevice& base, DeviceLog& log, int device)
+      : RecordingDevice(base, &log, device) {}
+
+  std::error_code Write(std::uint64_t offset, std::span<const std::uint8_t> data) override {
+    if (log_)
+      log_->push_back({device_, DeviceEvent::Kind::Write, offset, {data.begin(), data.end()}});
+    return BorrowedDevice::Write(offset, data);
+  }
+  std::error_code Flush() override {
+    if (log_) log_->push_back({device_, DeviceEvent::Kind::Flush, 0, {}});
+    return BorrowedDevice::Flush();
+  }
+
+ private:
+  DeviceLog* log_;
   int device_;
 };
 
@@ -95,11 +111,11 @@ class PowerCutDevice {
 };
 
 // Fails the nth call (from 0 on) of those that count, once or from then on.
-class FailingDevice final : public BlockDevice {
+class FailingDevice final : public BorrowedDevice {
  public:
   enum Calls : unsigned { kReads = 1, kWrites = 2, kFlushes = 4, kAll = 7 };
 
-  FailingDevice(BlockDevice& base, unsigned calls) : base_(base), calls_(calls) {}
+  FailingDevice(BlockDevice& base, unsigned calls) : BorrowedDevice(base), calls_(calls) {}
 
   void FailAt(std::int64_t nth, bool for_ever) {
     next_ = 0;
@@ -110,42 +126,23 @@ class FailingDevice final : public BlockDevice {
   // Since the last FailAt().
   bool HasFailed() const { return has_failed_; }
 
-  std::uint64_t Size() const override { return base_.Size(); }
   std::error_code Read(std::uint64_t offset, std::span<std::uint8_t> out) override {
-    return Fails(kReads) ? Trouble() : base_.Read(offset, out);
+    return Fails(kReads) ? Trouble() : BorrowedDevice::Read(offset, out);
   }
   std::error_code Write(std::uint64_t offset, std::span<const std::uint8_t> data) override {
-    return Fails(kWrites) ? Trouble() : base_.Write(offset, data);
+    return Fails(kWrites) ? Trouble() : BorrowedDevice::Write(offset, data);
   }
-  std::error_code Flush() override { return Fails(kFlushes) ? Trouble() : base_.Flush(); }
+  std::error_code Flush() override { return Fails(kFlushes) ? Trouble() : BorrowedDevice::Flush(); }
 
  private:
   bool Fails(unsigned call);
   static std::error_code Trouble() { return std::make_error_code(std::errc::io_error); }
 
-  BlockDevice& base_;
   unsigned calls_;
   std::int64_t next_ = 0;
   std::int64_t fail_at_ = -1;
   bool for_ever_ = false;
   bool has_failed_ = false;
-};
-
-// A device that another one outlives.
-class BorrowedDevice final : public BlockDevice {
- public:
-  explicit BorrowedDevice(BlockDevice& base) : base_(base) {}
-  std::uint64_t Size() const override { return base_.Size(); }
-  std::error_code Read(std::uint64_t offset, std::span<std::uint8_t> out) override {
-    return base_.Read(offset, out);
-  }
-  std::error_code Write(std::uint64_t offset, std::span<const std::uint8_t> data) override {
-    return base_.Write(offset, data);
-  }
-  std::error_code Flush() override { return base_.Flush(); }
-
- private:
-  BlockDevice& base_;
 };
 
 // The place of a journal that lives in memory, and outlives the volume that uses it.

@@ -31,7 +31,15 @@ bool HoldsCounter(int file, std::int64_t vcn, std::size_t at) {
   return file == 0 && vcn == 0 && at < 8;
 }
 
-ErrorCode Result(std::error_code code) { return FromDevice(code); }
+void PutRuns(std::span<std::uint8_t> entry, const std::vector<ClusterRun>& runs) {
+  StoreLittle<std::uint32_t>(entry, 0, static_cast<std::uint32_t>(runs.size()));
+  std::size_t at = 4;
+  for (const ClusterRun& run : runs) {
+    StoreLittle<std::uint32_t>(entry, at, static_cast<std::uint32_t>(run.lcn));
+    StoreLittle<std::uint32_t>(entry, at + 4, static_cast<std::uint32_t>(run.count));
+    at += 8;
+  }
+}
 
 }  // namespace
 
@@ -50,24 +58,22 @@ Bytes TinyVolume::Format(Random& random, std::int64_t clusters) {
   std::iota(places.begin(), places.end(), 0U);
   std::shuffle(places.begin(), places.end(), random);
   for (int file = 0; file < kFiles; ++file) {
-    const std::uint64_t runs = 1 + Below(random, 6);
-    std::int64_t vcn = 0;
-    const std::span<std::uint8_t> entry =
-        std::span(volume).subspan(FileSector(static_cast<std::uint64_t>(file)), kSector);
-    StoreLittle<std::uint32_t>(entry, 0, static_cast<std::uint32_t>(runs));
-    for (std::uint64_t run = 0; run < runs; ++run, ++vcn) {
+    std::vector<ClusterRun> runs;
+    for (auto left = 1 + Below(random, 6); left > 0; --left) {
+      const auto vcn = static_cast<std::int64_t>(runs.size());
       const bool hole = vcn > 0 && Below(random, 4) == 0;
-      const std::uint32_t lcn = hole ? kHole : places.back();
-      StoreLittle<std::uint32_t>(entry, 4 + run * 8, lcn);
-      StoreLittle<std::uint32_t>(entry, 8 + run * 8, 1);
+      const std::int64_t lcn = hole ? -1 : std::int64_t{places.back()};
+      runs.push_back({vcn, lcn, 1});
       if (hole) continue;
       places.pop_back();
-      volume[kSector + lcn / 8] |= static_cast<std::uint8_t>(1 << lcn % 8);
+      volume[kSector + static_cast<std::size_t>(lcn / 8)] |=
+          static_cast<std::uint8_t>(1 << lcn % 8);
       for (std::size_t at = 0; at < kClusterSize; ++at) {
         volume[ClusterAt(lcn) + at] =
             HoldsCounter(file, vcn, at) ? std::uint8_t{0} : ContentByte(file, vcn, at);
       }
     }
+    PutRuns(std::span(volume).subspan(FileSector(static_cast<std::uint64_t>(file))), runs);
   }
   return volume;
 }
@@ -108,7 +114,7 @@ ErrorCode TinyVolume::Runs(const StreamRef& stream, std::vector<ClusterRun>& out
   if (!lie.empty()) return error::kSuccess;
   if (stream.item >= kFiles) return error::kFileNotFound;
   std::array<std::uint8_t, kSector> entry;
-  if (const auto code = Device().Read(FileSector(stream.item), entry)) return Result(code);
+  if (const auto code = Device().Read(FileSector(stream.item), entry)) return FromDevice(code);
   std::int64_t vcn = 0;
   for (std::uint32_t run = 0; run < LoadLittle<std::uint32_t>(entry, 0); ++run) {
     const std::uint32_t lcn = LoadLittle<std::uint32_t>(entry, 4 + run * 8);
@@ -130,14 +136,8 @@ ErrorCode TinyVolume::Rewrite(const StreamRef& stream, const MovePlan& plan) {
   // Too late on purpose: what was done so far must be taken back.
   if (plan.after.size() > kMaxRuns) return error::kDiskFull;
   std::array<std::uint8_t, kSector> entry{};
-  StoreLittle<std::uint32_t>(entry, 0, static_cast<std::uint32_t>(plan.after.size()));
-  std::size_t at = 4;
-  for (const ClusterRun& run : plan.after) {
-    StoreLittle<std::uint32_t>(entry, at, static_cast<std::uint32_t>(run.lcn));
-    StoreLittle<std::uint32_t>(entry, at + 4, static_cast<std::uint32_t>(run.count));
-    at += 8;
-  }
-  if (const auto code = Device().Write(FileSector(stream.item), entry)) return Result(code);
+  PutRuns(entry, plan.after);
+  if (const auto code = Device().Write(FileSector(stream.item), entry)) return FromDevice(code);
   return CountMove();
 }
 
@@ -147,46 +147,42 @@ ErrorCode TinyVolume::WriteBitmap() {
   // In single bytes, as unaligned as it gets.
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     const auto code = Device().Write(kSector + i, std::span(bytes).subspan(i, 1));
-    if (code) return Result(code);
+    if (code) return FromDevice(code);
   }
   return error::kSuccess;
 }
 
 ErrorCode TinyVolume::CountMove() {
   std::array<std::uint8_t, 8> counter;
-  if (const auto code = Device().Read(8, counter)) return Result(code);
+  if (const auto code = Device().Read(8, counter)) return FromDevice(code);
   StoreLittle<std::uint64_t>(counter, 0, LoadLittle<std::uint64_t>(counter, 0) + 1);
-  if (const auto code = Device().Write(8, counter)) return Result(code);
+  if (const auto code = Device().Write(8, counter)) return FromDevice(code);
   std::vector<ClusterRun> runs;
   if (const ErrorCode code = Runs(File(0), runs)) return code;
-  return Result(Device().Write(ClusterOffset(runs.front().lcn), counter));
+  return FromDevice(Device().Write(ClusterOffset(runs.front().lcn), counter));
 }
 
 ErrorCode TinyVolume::Reload() {
   ++reloads;
   if (fail_reload) return error::kReadFault;
   Bytes bytes(static_cast<std::size_t>(Clusters().Clusters() / 8));
-  if (const auto code = Device().Read(kSector, bytes)) return Result(code);
+  if (const auto code = Device().Read(kSector, bytes)) return FromDevice(code);
   Clusters().Load(0, bytes);
   return error::kSuccess;
 }
 
 ErrorCode TinyVolume::WriteDirtyFlag(bool dirty) {
   const std::uint8_t flag = dirty ? 1 : 0;
-  return Result(Device().Write(0, {&flag, 1}));
+  return FromDevice(Device().Write(0, {&flag, 1}));
 }
 
-std::unique_ptr<TinyVolume> TinyWorld::Open(DeviceLog* log, BlockDevice* instead) {
-  BlockDevice& base = instead != nullptr ? *instead : device;
+std::unique_ptr<TinyVolume> TinyWorld::Open(DeviceLog* log, BlockDevice* instead, bool recovering) {
   VolumeStore store;
-  if (log != nullptr) {
-    store.device = std::make_unique<RecordingDevice>(base, *log, 0);
-  } else {
-    store.device = std::make_unique<BorrowedDevice>(base);
-  }
   journal.log = log;
+  store.device = std::make_unique<RecordingDevice>(instead ? *instead : device, log, 0);
   store.journal_home = std::make_unique<MemoryJournalHome>(journal);
   store.identity = TinyVolume::Identity();
+  store.recovering = recovering;
   return std::make_unique<TinyVolume>(std::move(store));
 }
 
@@ -200,13 +196,9 @@ std::string TinyWorld::Recover() {
   if (finding.state != JournalState::Idle && finding.state != JournalState::Replayed) {
     return finding.detail;
   }
-  VolumeStore store;
-  store.device = std::make_unique<BorrowedDevice>(device);
-  store.journal_home = std::make_unique<MemoryJournalHome>(journal);
-  store.identity = TinyVolume::Identity();
-  store.recovering = true;
-  TinyVolume volume(std::move(store));
-  if (const ErrorCode code = volume.Recover()) return "error " + std::to_string(code);
+  if (const ErrorCode code = Open(nullptr, nullptr, true)->Recover()) {
+    return "error " + std::to_string(code);
+  }
   if (journal.exists) return "the journal was not removed";
   return device.Content()[0] == 0 ? "" : "still dirty";
 }

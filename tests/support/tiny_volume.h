@@ -80,7 +80,8 @@ struct TinyWorld {
   explicit TinyWorld(Bytes content) : device(std::move(content)) {}
 
   // Opens the volume; log notes what is done to volume (0) and journal (1).
-  std::unique_ptr<TinyVolume> Open(DeviceLog* log = nullptr, BlockDevice* instead = nullptr);
+  std::unique_ptr<TinyVolume> Open(DeviceLog* log = nullptr, BlockDevice* instead = nullptr,
+                                   bool recovering = false);
   // What a program does that finds a journal. Says what went wrong.
   std::string Recover();
 

@@ -2,23 +2,17 @@
 // What drivers answer, taken apart: right answers, and answers that lie.
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "host/simulated/seeded_random.h"
 #include "host/windows/file_system_answers.h"
 #include "host/windows/system_headers.h"
 #include "support/seed.h"
+#include "windows/packed.h"
 
 namespace vornalux {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-template <typename Number>
-void Put(Bytes& bytes, Number number) {
-  const auto* from = reinterpret_cast<const std::uint8_t*>(&number);
-  bytes.insert(bytes.end(), from, from + sizeof number);
-}
+using test::Bytes;
+using test::Packed;
 
 // Memory that ends where the answer ends: reading on is a crash.
 class Guarded {
@@ -43,15 +37,9 @@ class Guarded {
 };
 
 Bytes Extents(std::uint32_t count, std::int64_t vcn, const std::vector<Extent>& extents) {
-  Bytes bytes;
-  Put(bytes, count);
-  Put(bytes, std::uint32_t{0xCCCCCCCC});
-  Put(bytes, vcn);
-  for (const Extent& extent : extents) {
-    Put(bytes, extent.NextVcn);
-    Put(bytes, extent.Lcn);
-  }
-  return bytes;
+  std::vector<std::int64_t> numbers = {std::int64_t{0x4CCCCCCC} << 32 | count, vcn};
+  for (const Extent& extent : extents) numbers.insert(numbers.end(), {extent.NextVcn, extent.Lcn});
+  return Packed(numbers);
 }
 
 TEST(Answers, ExtentsMustFitTheBytesAnswered) {
@@ -65,10 +53,6 @@ TEST(Answers, ExtentsMustFitTheBytesAnswered) {
     EXPECT_EQ(chunk.starting_vcn, 2);
     EXPECT_EQ(chunk.extents,
               std::vector<Extent>(extents.begin(), extents.begin() + static_cast<int>(count)));
-  }
-  ExtentChunk chunk;
-  for (std::size_t size = 0; size < 16; ++size) {
-    EXPECT_EQ(TakeExtentsAnswer(Guarded(Bytes(size)).Answer(), chunk), kInvalidAnswer) << size;
   }
 }
 
@@ -87,32 +71,23 @@ TEST(Answers, BitmapSizeMustFitTheBytesAnswered) {
   };
   for (const Case& c : kCases) {
     BitmapChunk chunk;
-    Put(chunk.bits, c.lcn);
-    Put(chunk.bits, c.size);
-    for (std::size_t i = 0; i < c.bytes; ++i) Put(chunk.bits, static_cast<std::uint8_t>(i + 1));
+    chunk.bits = Packed({c.lcn, c.size}, c.bytes);
     const ErrorCode error = TakeBitmapAnswer(c.more, chunk);
     ASSERT_EQ(error == error::kSuccess, c.valid) << c.lcn << ' ' << c.size << ' ' << c.bytes;
     if (!c.valid) continue;
     EXPECT_EQ(chunk.starting_lcn, c.lcn);
     EXPECT_EQ(chunk.bitmap_size, c.size);
-    ASSERT_EQ(chunk.bits.size(), c.bytes);
-    if (c.bytes != 0) {
-      EXPECT_EQ(chunk.bits.front(), 1);
-    }
-  }
-  for (std::size_t size = 0; size < 16; ++size) {
-    BitmapChunk chunk{.starting_lcn = 0, .bitmap_size = 0, .bits = Bytes(size)};
-    EXPECT_EQ(TakeBitmapAnswer(true, chunk), kInvalidAnswer) << size;
+    EXPECT_EQ(chunk.bits, Bytes(c.bytes, 0xA5));
   }
 }
 
 void PutStream(Bytes& bytes, std::uint32_t next, std::uint32_t length, std::wstring_view name) {
   const std::size_t at = bytes.size();
-  Put(bytes, next);
-  Put(bytes, length);
-  Put(bytes, std::int64_t{5});
-  Put(bytes, std::int64_t{4096});
-  for (const wchar_t unit : name) Put(bytes, unit);
+  const std::size_t name_bytes = name.size() * sizeof name[0];
+  const Bytes entry =
+      Packed({static_cast<std::int64_t>(std::uint64_t{length} << 32 | next), 5, 4096}, name_bytes);
+  bytes.insert(bytes.end(), entry.begin(), entry.end());
+  std::memcpy(&bytes[at + 24], name.data(), name_bytes);
   if (next != 0 && bytes.size() < at + next) bytes.resize(at + next);
 }
 
@@ -170,11 +145,14 @@ TEST(Answers, NoBytesBringDownAReader) {
     NtfsVolumeData data;
     std::vector<std::string> names;
     BitmapChunk bitmap{.starting_lcn = 0, .bitmap_size = 0, .bits = bytes};
-    TakeExtentsAnswer(memory.Answer(), extents);
+    std::uint32_t count = 0;
+    std::memcpy(&count, bytes.data(), std::min(bytes.size(), sizeof count));
+    EXPECT_EQ(TakeExtentsAnswer(memory.Answer(), extents) == error::kSuccess,
+              bytes.size() >= 16 && count <= bytes.size() / 16 - 1);
     TakeStreamsAnswer(memory.Answer(), names);
-    TakeBitmapAnswer(random() % 2 != 0, bitmap);
+    const ErrorCode bits_error = TakeBitmapAnswer(random() % 2 != 0, bitmap);
+    EXPECT_TRUE(bits_error != error::kSuccess || bytes.size() >= 16);
     EXPECT_EQ(TakeNtfsAnswer(memory.Answer(), data) == error::kSuccess, bytes.size() >= 96);
-    EXPECT_LE(extents.extents.size(), bytes.size() / 16);
     EXPECT_LE(names.size(), bytes.size() / 24);
   }
 }

@@ -2,19 +2,18 @@
 // The calls that go to a file system, with a file system that answers what it is told to.
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <functional>
-
 #include "host/windows/file_system_answers.h"
 #include "host/windows/system_headers.h"
 #include "host/windows/windows_files.h"
 #include "host/windows/windows_volumes.h"
 #include "play/import_patch.h"
+#include "windows/packed.h"
 
 namespace vornalux {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using test::Bytes;
+using test::Packed;
 
 constexpr auto kBufferOverflow = static_cast<NTSTATUS>(0x80000005);
 constexpr auto kEndOfFile = static_cast<NTSTATUS>(0xC0000011);
@@ -63,21 +62,6 @@ NTSTATUS NTAPI Query(HANDLE, IO_STATUS_BLOCK* block, void* out, ULONG size,
   return size < file_system.enough ? kBufferOverflow : file_system.status;
 }
 
-template <typename Number>
-void Put(Bytes& bytes, Number number) {
-  const auto* from = reinterpret_cast<const std::uint8_t*>(&number);
-  bytes.insert(bytes.end(), from, from + sizeof number);
-}
-
-template <typename Number>
-Number Asked(std::size_t at) {
-  Number number{};
-  if (at + sizeof number <= file_system.asked.size()) {
-    std::memcpy(&number, file_system.asked.data() + at, sizeof number);
-  }
-  return number;
-}
-
 class FileSystemCalls : public testing::Test {
  protected:
   FileSystemCalls() { file_system = {}; }
@@ -88,8 +72,8 @@ class FileSystemCalls : public testing::Test {
     file_system.answer = std::move(answer);
   }
 
-  play::ImportPatch control_{"NtFsControlFile", reinterpret_cast<void*>(&Control)};
-  play::ImportPatch query_{"NtQueryInformationFile", reinterpret_cast<void*>(&Query)};
+  play::ImportPatch control_{"NtFsControlFile", Control};
+  play::ImportPatch query_{"NtQueryInformationFile", Query};
   WindowsVolumes volumes_;
   WindowsFiles files_;
 };
@@ -109,35 +93,23 @@ TEST_F(FileSystemCalls, AMoveIsOneRecord) {
   }
   EXPECT_EQ(file_system.handle, Native(kVolume));
   EXPECT_EQ(file_system.code, 0x90074u);
-  ASSERT_EQ(file_system.asked.size(), 32u);
-  EXPECT_EQ(Asked<std::uint64_t>(0), std::uint64_t{kFile});
-  EXPECT_EQ(Asked<std::int64_t>(8), 0x1122334455LL);
-  EXPECT_EQ(Asked<std::int64_t>(16), 0x66778899AALL);
-  EXPECT_EQ(Asked<std::uint64_t>(24), 0xBBCCDDEEu);
-}
-
-Bytes Bitmap(std::int64_t lcn, std::int64_t size, std::size_t bytes) {
-  Bytes answer;
-  Put(answer, lcn);
-  Put(answer, size);
-  answer.insert(answer.end(), bytes, 0xA5);
-  return answer;
+  EXPECT_EQ(file_system.asked, Packed({kFile, 0x1122334455, 0x66778899AA, 0xBBCCDDEE}));
 }
 
 TEST_F(FileSystemCalls, ABitmapThatLiesIsRefused) {
   BitmapChunk chunk;
-  Say(0, Bitmap(0, 1000, 10));
+  Say(0, Packed({0, 1000}, 10));
   EXPECT_EQ(volumes_.VolumeBitmap(kVolume, 0, 10, chunk), kInvalidAnswer);
   EXPECT_TRUE(chunk.bits.empty());
 
   // More bytes than there was room for: what is there counts.
-  Say(kBufferOverflow, Bitmap(0, 1000, 10));
+  Say(kBufferOverflow, Packed({0, 1000}, 10));
   file_system.information = 0x7FFFFFFF;
   EXPECT_EQ(volumes_.VolumeBitmap(kVolume, 0, 10, chunk), error::kMoreData);
   EXPECT_EQ(chunk.bits.size(), 10u);
 
   // A failure that claims to have written something.
-  Say(kAccessDenied, Bitmap(0, 80, 10));
+  Say(kAccessDenied, Packed({0, 80}, 10));
   EXPECT_EQ(volumes_.VolumeBitmap(kVolume, 0, 10, chunk), error::kAccessDenied);
   EXPECT_TRUE(chunk.bits.empty());
 }
@@ -149,10 +121,7 @@ TEST_F(FileSystemCalls, AnswersThatAreShort) {
   Say(kInvalidDevice, {});
   EXPECT_EQ(volumes_.NtfsData(kVolume, data), error::kInvalidFunction);
 
-  Bytes answer;
-  Put(answer, std::uint64_t{2});
-  for (const std::int64_t number : {16, 20, 500, 32, -1}) Put(answer, number);
-  Say(kBufferOverflow, answer);
+  Say(kBufferOverflow, Packed({2, 16, 20, 500, 32, -1}));
   ExtentChunk chunk;
   EXPECT_EQ(files_.RetrievalPointers(kFile, 17, 2, chunk), error::kMoreData);
   // A count for more than was answered, though the buffer still holds the old answer.
@@ -163,15 +132,11 @@ TEST_F(FileSystemCalls, AnswersThatAreShort) {
 }
 
 TEST_F(FileSystemCalls, ManyStreamsAreAskedForWithMoreRoomUpToABound) {
-  Bytes answer;
-  Put(answer, std::uint32_t{0});
-  Put(answer, std::uint32_t{14});
-  Put(answer, std::int64_t{0});
-  Put(answer, std::int64_t{0});
-  for (const wchar_t unit : std::wstring_view(L"::$DATA")) Put(answer, unit);
   std::vector<std::string> names;
 
-  Say(0, answer);
+  // One entry: 14 bytes of name, "::$DATA".
+  Say(0, Packed({std::int64_t{14} << 32, 0, 0, 0x0024003A003A + (std::int64_t{'D'} << 48),
+                 0x004100540041}));
   file_system.enough = 100000;
   EXPECT_EQ(files_.StreamNames(kFile, names), error::kSuccess);
   EXPECT_EQ(names, std::vector<std::string>{"::$DATA"});

@@ -97,30 +97,6 @@ TEST(LargeMove, LeavesWhatOneRequestLeavesOrWhatWasThere) {
   }
 }
 
-// In the way of what goes back: it stops there, in two pieces instead of one.
-TEST(LargeMove, GoesBackFromTheEnd) {
-  World world({{100, 160}});
-  int requests = 0;
-  std::vector<std::int64_t> heard;
-  const MoveCheckpoint checkpoint = {.every = 32, .reached = [&](std::int64_t moved) {
-                                       heard.push_back(moved);
-                                       return false;
-                                     }};
-  const std::vector<FilePart> parts = {{0, 100, 160}};
-  EXPECT_EQ(MoveInRequests(parts, kTarget, checkpoint,
-                           [&](const FilePart& part) -> ErrorCode {
-                             if (++requests == 4) {
-                               world.volume.TakeClusters(110, 1);
-                               return error::kAccessDenied;
-                             }
-                             return world.volume.Move(world.file, part.vcn, part.lcn, part.count);
-                           }),
-            error::kAccessDenied);
-  EXPECT_EQ(world.Extents(), (std::vector<Extent>{{32, kTarget}, {160, 132}}));
-  EXPECT_EQ(heard, (std::vector<std::int64_t>{32, 64, 96, 64, 32}));
-  world.ExpectSound();
-}
-
 // --- Which requests the file system gets.
 
 struct Answer {
@@ -176,24 +152,19 @@ TEST(LargeMove, IsCutOnlyWhereItIsSureWhatLiesThere) {
       {"in pieces", 0, 40, {{0, 0, {{7, 100}, {39, 300}, {80, 200}}}}, cut},
       {"told in two answers", 0, 40, {{kMore, 0, {{7, 100}}}, {0, 7, {{40, 20}}}}, cut},
       {"from its middle", 20, 20, {{0, 8, {{60, 100}}}}, {{20, 900, 16}, {36, 916, 4}}},
-      {"shorter than asked for",
-       0,
-       0x7FFFFFFF,
-       {{0, 0, {{18, 100}}}},
-       {{0, 900, 16}, {16, 916, 2}}},
+      {"shorter", 0, 1 << 30, {{0, 0, {{18, 100}}}}, {{0, 900, 16}, {16, 916, 2}}},
       {"much shorter", 0, 40, {{0, 0, {{16, 100}}}}, whole},
       {"with a hole", 0, 40, {{0, 0, {{7, 100}, {9, -1}, {40, 200}}}}, whole},
       {"a hole behind it", 0, 40, {{0, 0, {{40, 100}, {90, -1}}}}, cut},
       {"below the first cluster", 0, 40, {{0, 0, {{40, -8}}}}, whole},
       {"no answer", 0, 40, {{kEndOfFile, 0, {}}}, whole},
-      {"no second answer", 0, 40, {{kMore, 0, {{7, 100}}}, {kEndOfFile, 0, {}}}, whole},
       {"an empty answer", 0, 40, {{kMore, 0, {}}}, whole},
       {"an answer that begins too late", 0, 40, {{0, 8, {{60, 100}}}}, whole},
       {"numbers that fall", 0, 40, {{0, 0, {{7, 100}, {7, 200}, {60, 300}}}}, whole},
       {"numbers that overflow", 0, 40, {{0, 0, {{kHuge, kHuge}}}}, whole},
       {"the same answer again", 0, 40, {{kMore, 0, {{7, 1}}}, {kMore, 0, {{7, 1}}}}, whole},
   };
-  const play::ImportPatch control("NtFsControlFile", reinterpret_cast<void*>(&Control));
+  const play::ImportPatch control("NtFsControlFile", Control);
   const MoveCheckpoint checkpoint = {.every = 16, .reached = [](std::int64_t) { return false; }};
   WindowsVolumes volumes;
   for (const Case& c : cases) {

@@ -29,11 +29,6 @@ HANDLE WINAPI DenyMutex(SECURITY_ATTRIBUTES*, BOOL, const wchar_t*) {
   return nullptr;
 }
 
-template <typename Function>
-void* Address(Function* function) {
-  return reinterpret_cast<void*>(function);
-}
-
 class MachineTest : public testing::Test {
  protected:
   WindowsSystem system_;
@@ -45,7 +40,7 @@ TEST_F(MachineTest, WindowsFolder) {
   ASSERT_GT(folder.size(), 3u);
   EXPECT_EQ(folder.substr(1, 2), ":\\");
   EXPECT_NE(folder.back(), '\\');
-  const play::ImportPatch patch("GetWindowsDirectoryA", Address(&WindowsInTheRoot));
+  const play::ImportPatch patch("GetWindowsDirectoryA", WindowsInTheRoot);
   EXPECT_EQ(machine_.WindowsFolder(), "C:");
 }
 
@@ -58,10 +53,10 @@ TEST_F(MachineTest, WhatTheSystemDoesNotKnow) {
 TEST_F(MachineTest, AnUnknownPrivilegeIsRefused) {
   EXPECT_FALSE(system_.EnablePrivilege("SeNoSuchPrivilege"));
   {
-    const play::ImportPatch patch("AdjustTokenPrivileges", Address(&Refuse));
+    const play::ImportPatch patch("AdjustTokenPrivileges", Refuse);
     EXPECT_FALSE(system_.EnablePrivilege("SeBackupPrivilege"));
   }
-  const play::ImportPatch patch("AdjustTokenPrivileges", Address(&Grant));
+  const play::ImportPatch patch("AdjustTokenPrivileges", Grant);
   SetLastError(ERROR_NOT_ALL_ASSIGNED);  // an old failure is not this one's
   EXPECT_TRUE(system_.EnablePrivilege("SeBackupPrivilege"));
 }
@@ -83,7 +78,7 @@ TEST_F(MachineTest, AVolumeIsOneProgramsAlone) {
     EXPECT_TRUE(other.TakeVolume("C:\\"));
   }
   EXPECT_TRUE(machine_.TakeVolume("C:\\")) << "its program has ended";
-  const play::ImportPatch patch("CreateMutexW", Address(&DenyMutex));
+  const play::ImportPatch patch("CreateMutexW", DenyMutex);
   EXPECT_FALSE(machine_.TakeVolume("D:\\")) << "another user's";
 }
 

@@ -2,7 +2,7 @@
 // The system's calls for drives, volumes and files, answered in the layouts that the system uses.
 // They are packed here by hand, so that the program's own idea of them is put to the test. What is
 // not about an imaginary drive goes to the system.
-#include <windows.h>
+#include "host/windows/system_headers.h"
 
 // After the header that they need.
 #include <winioctl.h>

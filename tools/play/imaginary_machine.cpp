@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "play/imaginary_machine.h"
 
-#include <windows.h>
-
 #include <cstdio>
 #include <stdexcept>
 
 #include "host/image/fat/fat_volume.h"
 #include "host/image/journal/scratch_journal.h"
+#include "host/windows/system_headers.h"
 #include "play/session.h"
 
 namespace vornalux::play {

@@ -9,6 +9,9 @@ class ImportPatch {
  public:
   // Throws std::runtime_error when this program does not import the function.
   ImportPatch(const char* function, void* replacement);
+  template <typename Function>
+  ImportPatch(const char* function, Function* replacement)
+      : ImportPatch(function, reinterpret_cast<void*>(replacement)) {}
   ~ImportPatch();
   ImportPatch(const ImportPatch&) = delete;
   ImportPatch& operator=(const ImportPatch&) = delete;
@@ -21,7 +24,7 @@ class ImportPatch {
 // The same for good.
 template <typename Function>
 void Patch(const char* function, Function* replacement) {
-  new ImportPatch(function, reinterpret_cast<void*>(replacement));
+  new ImportPatch(function, replacement);
 }
 
 }  // namespace vornalux::play

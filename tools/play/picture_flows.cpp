@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Pictures of the program's windows, for tools/make-window-pictures.
-#include <windows.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
@@ -9,6 +7,7 @@
 #include <vector>
 
 #include "host/simulated/scripted_drive.h"
+#include "host/windows/system_headers.h"
 #include "host/windows/ui/resource.h"
 #include "play/flow.h"
 #include "play/session.h"

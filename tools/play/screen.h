@@ -2,14 +2,14 @@
 // The program's windows as its user sees and uses them, from another thread of its process.
 #pragma once
 
-#include <windows.h>
-
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "host/windows/system_headers.h"
 
 namespace vornalux::play {
 

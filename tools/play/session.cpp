@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "play/session.h"
 
-#include <windows.h>
-
 #include <cstdlib>
 
+#include "host/windows/system_headers.h"
 #include "play/flow.h"
 
 namespace vornalux::play {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // The system's calls that are about the session: noted, scripted, or let through with a word to
 // whoever watches the windows.
-#include <windows.h>
+#include "host/windows/system_headers.h"
 
 // After the header that it needs.
 #include <shellapi.h>

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "host/windows/ui/resource.h"
+
 namespace vornalux::play {
 namespace {
 
@@ -25,32 +27,20 @@ class PlayedFlow : public testing::Test {
   const FlowEntry& flow_;
 };
 
-// A line for each flow, and what is wrong.
-class BriefPrinter final : public testing::EmptyTestEventListener {
-  void OnTestPartResult(const testing::TestPartResult& result) override {
-    if (!result.failed()) return;
-    std::printf("%s:%d: %s\n", result.file_name() != nullptr ? result.file_name() : "",
-                result.line_number(), result.message());
-  }
-  void OnTestEnd(const testing::TestInfo& test) override {
-    std::printf("%s %s\n", test.result()->Failed() ? "FAILED" : "passed", test.name());
-  }
-};
-
 DWORD WINAPI Play(void* name) {
   const std::string filter = std::string("--gtest_filter=Flow.") + static_cast<const char*>(name);
   char program[] = "flows";
   std::string argument = filter;
-  char* arguments[] = {program, argument.data(), nullptr};
-  int count = 2;
+  // Where it caught exceptions, GoogleTest would set the process's error mode, which is the
+  // program's.
+  char uncaught[] = "--gtest_catch_exceptions=0";
+  char* arguments[] = {program, argument.data(), uncaught, nullptr};
+  int count = 3;
   testing::InitGoogleTest(&count, arguments);
   for (const FlowEntry& flow : Flows()) {
     testing::RegisterTest("Flow", flow.name, nullptr, nullptr, __FILE__, __LINE__,
                           [&flow]() -> testing::Test* { return new PlayedFlow(flow); });
   }
-  testing::TestEventListeners& listeners = testing::UnitTest::GetInstance()->listeners();
-  delete listeners.Release(listeners.default_result_printer());
-  listeners.Append(new BriefPrinter);
   const int failed = RUN_ALL_TESTS();
   std::fflush(stdout);
   TerminateProcess(GetCurrentProcess(), failed != 0 ? 1 : 0);
@@ -65,6 +55,27 @@ bool HasRealDrives(const std::string& name) {
 }
 
 }  // namespace
+
+const Screen& StartToTheLauncher(Session& session) {
+  session.Start();
+  session.screen.UntilShown("the launcher", &Screen::Launcher);
+  return session.screen;
+}
+
+void OpenOptions(const Screen& screen) {
+  const HWND launcher = screen.Launcher();
+  screen.Press(launcher, IDC_MORE);
+  screen.Until("the options", [&] { return Screen::Text(launcher, IDC_MORE) == "More <<"; });
+}
+
+const Screen& SelectDrive(Session& session, int index) {
+  const Screen& screen = StartToTheLauncher(session);
+  screen.Choose(screen.Launcher(), IDC_VOLUMES, index);
+  screen.Press(screen.Launcher(), IDC_SELECT);
+  screen.UntilShown("the main window", &Screen::Main);
+  screen.UntilIdle();
+  return screen;
+}
 
 void KeepImageOfD(Session& session) {
   ASSERT_EQ(session.machine.D().Close(), error::kSuccess);

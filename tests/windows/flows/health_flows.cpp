@@ -13,9 +13,11 @@ namespace {
 
 constexpr UINT kTemperatureInterval = 30000;
 
-// The disk of C: has these temperatures, and the main window asks for them at these moves.
-void Heat(Session& session, ScriptedDrive& disk, std::initializer_list<std::uint8_t> degrees,
-          std::initializer_list<int> at_moves) {
+// The disk of C: has these temperatures, and the main window asks for them at these moves. Up to
+// the first warning.
+const Screen& Heat(Session& session, ScriptedDrive& disk,
+                   std::initializer_list<std::uint8_t> degrees,
+                   std::initializer_list<int> at_moves) {
   disk.SetTemperatures(degrees);
   session.machine.C().SetDrive(disk);
   for (const int nth : at_moves) {
@@ -23,9 +25,6 @@ void Heat(Session& session, ScriptedDrive& disk, std::initializer_list<std::uint
       EXPECT_TRUE(session.screen.Tick(session.screen.Main(), kTemperatureInterval));
     });
   }
-}
-
-const Screen& StartToTheWarning(Session& session) {
   session.Start();
   session.screen.UntilShown("the warning", &Screen::Warning);
   return session.screen;
@@ -37,8 +36,7 @@ std::string Degrees(const Screen& screen) {
 
 FLOW(HotDiskHoldsAJobUp, "/drv C: /o /dbg /close", Alone) {
   ScriptedDrive disk;
-  Heat(session, disk, {41, 58, 60, 0, 55}, {5, 8});
-  const Screen& screen = StartToTheWarning(session);
+  const Screen& screen = Heat(session, disk, {41, 58, 60, 0, 55}, {5, 8});
   const CallLog& log = session.machine.Drives().Log();
   EXPECT_EQ(Degrees(screen), "58\u00B0C");
   EXPECT_EQ(Screen::Text(screen.Main(), IDC_TEMPERATURE), "C: temp 58 \u00B0C");
@@ -65,8 +63,7 @@ FLOW(HotDiskHoldsAJobUp, "/drv C: /o /dbg /close", Alone) {
 
 FLOW(HotDiskMayBeUsedOn, "/drv C: /o /close", Alone) {
   ScriptedDrive disk;
-  Heat(session, disk, {58, 59, 60}, {5, 10});
-  const Screen& screen = StartToTheWarning(session);
+  const Screen& screen = Heat(session, disk, {58, 59, 60}, {5, 10});
   screen.Press(screen.Warning(), IDC_WARNING_CONTINUE);
   screen.Until("the next warning",
                [&] { return Screen::Shown(screen.Warning()) && Degrees(screen) == "59\u00B0C"; });
@@ -77,8 +74,7 @@ FLOW(HotDiskMayBeUsedOn, "/drv C: /o /close", Alone) {
 
 FLOW(HotDiskMayEndTheRun, "/drv C: /o /close", Alone) {
   ScriptedDrive disk;
-  Heat(session, disk, {58}, {5});
-  const Screen& screen = StartToTheWarning(session);
+  const Screen& screen = Heat(session, disk, {58}, {5});
   // Neither of these means anything here; Enter does.
   PostMessageW(screen.Warning(), WM_CLOSE, 0, 0);
   PostMessageW(screen.Warning(), WM_KEYDOWN, VK_ESCAPE, 1);
@@ -94,8 +90,7 @@ FLOW(HotDiskMayEndTheRun, "/drv C: /o /close", Alone) {
 
 FLOW(EndOfTheSessionFindsAHotDisk, "/drv C: /o", Alone) {
   ScriptedDrive disk;
-  Heat(session, disk, {58}, {5});
-  const Screen& screen = StartToTheWarning(session);
+  const Screen& screen = Heat(session, disk, {58}, {5});
   EXPECT_EQ(screen.Vetoes(), "");
   SendMessageW(screen.Warning(), WM_ENDSESSION, FALSE, 0);
   EXPECT_TRUE(Screen::Shown(screen.Warning())) << "the session goes on";

@@ -40,23 +40,6 @@ FLOW(JobRunsAndEnds, "/drv D: /o /min /low /close", Alone) {
       << "the volume is not what the portable program makes of it";
 }
 
-FLOW(JobOnAFolderWithBlanks, "/dir \"C:\\My Games\\Saved Ones\" /d /close", Alone) {
-  SimulatedVolume& volume = session.machine.C();
-  // Every other one of six free clusters.
-  std::vector<std::uint8_t> bits(static_cast<std::size_t>(volume.Facts().total_clusters / 8));
-  volume.CopyBitmap(0, bits);
-  std::int64_t lcn = 0;
-  while (bits[static_cast<std::size_t>(lcn / 8)] != 0) lcn += 8;
-  const ItemId file =
-      volume.AddFile("My Games\\Saved Ones\\one.sav", {{lcn, 1}, {lcn + 2, 1}, {lcn + 4, 1}});
-  session.Start();
-  EXPECT_EQ(session.End(), 0u);
-  std::vector<Extent> extents;
-  EXPECT_EQ(volume.Extents({.item = file, .stream = {}}, extents), error::kSuccess);
-  EXPECT_EQ(extents.size(), 1u);
-  EXPECT_TRUE(volume.ContentIntact());
-}
-
 FLOW(JobPowersOff, "/drv C: /c /down /close", Alone) {
   session.Start();
   EXPECT_EQ(session.End(), 0u);
@@ -64,12 +47,18 @@ FLOW(JobPowersOff, "/drv C: /c /down /close", Alone) {
             std::vector<std::uint64_t>{std::uint64_t{0xFFFFFFFF} << 32 | 12});
 }
 
-FLOW(JobWithLog, "/drv C: /d /dbg", Alone) {
+FLOW(JobWithLog, "/dir \"S:\\My Games\\Saved Ones\" /d /dbg", Alone) {
+  SimulatedVolume own({.total_clusters = 4096});
+  own.AddFile("My Games\\Saved Ones\\one.sav", {{100, 1}, {200, 1}, {300, 1}});
+  own.AddFile("two.sav", {{400, 1}, {500, 1}});
+  session.machine.Drives().AddVolume('S', own);
   session.Start();
   const Screen& screen = session.screen;
   screen.UntilShown("the log", &Screen::Debug);
-  screen.UntilShown("the main window", &Screen::Main);
+  screen.Until("the job begins", [&] { return screen.RunsBegun() == 1; });
   screen.UntilIdle();
+  EXPECT_EQ(own.RunsOf("My Games\\Saved Ones\\one.sav").size(), 1u);
+  EXPECT_EQ(own.RunsOf("two.sav").size(), 2u) << "not in the folder";
   const std::string log = Screen::Text(screen.Debug(), IDC_LOG);
   const DWORD version = GetVersion();
   EXPECT_TRUE(log.starts_with(
@@ -77,7 +66,8 @@ FLOW(JobWithLog, "/drv C: /d /dbg", Alone) {
       "\r\nIsWow64Process=False \r\n"
       "Backup privilege granted=True\r\nRestore privilege granted=True\r\n"))
       << log.substr(0, 200);
-  EXPECT_NE(log.find("CDM_line arguments: /drv C: /d /dbg\r\n"), std::string::npos);
+  EXPECT_NE(log.find("CDM_line arguments: /dir \"S:\\My Games\\Saved Ones\" /d /dbg\r\n"),
+            std::string::npos);
 }
 
 FLOW(WrongSwitchRunsNothing, "/drv C: /nonsense /d", Alone) {
@@ -86,26 +76,6 @@ FLOW(WrongSwitchRunsNothing, "/drv C: /nonsense /d", Alone) {
   session.screen.UntilShown("the launcher", &Screen::Launcher);
   EXPECT_FALSE(Screen::Shown(session.screen.Main()));
   EXPECT_EQ(session.machine.Drives().Log().Count(CallKind::MoveClusters), 0u);
-}
-
-FLOW(DriveAndFolderMayBeMissing, "/dir D:\\Games /drv", Alone) {
-  session.Start();
-  session.screen.Answer("No dir specified.");
-  session.screen.Answer("No drive specified.");
-  session.screen.Answer("Invalid drivename.");
-  session.screen.UntilShown("the launcher", &Screen::Launcher);
-}
-
-FLOW(DirtyVolumeStopsAJob, "/drv R: /d /down /close", WithCheckLibrary) {
-  session.Start();
-  constexpr const char* kDirty =
-      "One or more volumes are 'dirty'!\r\nYou should run Chkdsk to correct errors.";
-  session.screen.Answer(kDirty);  // of the list
-  session.screen.Answer(kDirty);  // of the job
-  session.screen.UntilShown("the launcher", &Screen::Launcher);
-  EXPECT_EQ(session.machine.Drives().Log().Count(CallKind::MoveClusters), 0u);
-  EXPECT_TRUE(session.machine.session_ends.empty());
-  EXPECT_FALSE(session.HasEnded());
 }
 
 // The library tells of one line after another until it is asked to end.

@@ -6,7 +6,7 @@
 #include <commctrl.h>
 
 #include <algorithm>
-#include <functional>
+#include <array>
 #include <set>
 #include <string>
 #include <vector>
@@ -22,6 +22,9 @@ using Texts = std::vector<std::string>;
 FLOW(ListsTheDrives, "", WithCheckLibrary) {
   session.Start();
   const Screen& screen = session.screen;
+  screen.Until("the box", [&] { return screen.Box() != nullptr; });
+  EXPECT_EQ(SendMessageW(GetDlgItem(screen.Main(), IDC_PROGRESS), PBM_GETPOS, 0, 0), 4200)
+      << "the checks came as far as 42%";
   screen.Answer("One or more volumes are 'dirty'!\r\nYou should run Chkdsk to correct errors.");
   screen.UntilShown("the launcher", &Screen::Launcher);
   const HWND launcher = screen.Launcher();
@@ -31,8 +34,6 @@ FLOW(ListsTheDrives, "", WithCheckLibrary) {
                    "E:\\    ", "R:\\  Fixed disk  [Archive]  Status: Error!"}));
   EXPECT_EQ(SendMessageW(GetDlgItem(launcher, IDC_VOLUMES), CB_GETCURSEL, 0, 0), 1);
   EXPECT_FALSE(Screen::Shown(screen.Main()));
-  EXPECT_EQ(SendMessageW(GetDlgItem(screen.Main(), IDC_PROGRESS), PBM_GETPOS, 0, 0), 4200)
-      << "the checks came as far as 42%";
   EXPECT_EQ(SetErrorMode(0), UINT{SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX});
   EXPECT_EQ(screen.Vetoes(), "");
   SendMessageW(launcher, WM_ENDSESSION, FALSE, 0);
@@ -42,19 +43,9 @@ FLOW(ListsTheDrives, "", WithCheckLibrary) {
 }
 
 FLOW(OptionsMakeTheJobLine, "", Alone) {
-  session.Start();
-  const Screen& screen = session.screen;
-  screen.UntilShown("the launcher", &Screen::Launcher);
+  const Screen& screen = StartToTheLauncher(session);
   const HWND launcher = screen.Launcher();
-  RECT folded, open;
-  GetWindowRect(launcher, &folded);
-  EXPECT_FALSE(Screen::Shown(GetDlgItem(launcher, IDC_ACTION_OPTIMIZE)));
-  screen.Press(launcher, IDC_MORE);
-  screen.Until("the options", [&] { return Screen::Text(launcher, IDC_MORE) == "More <<"; });
-  GetWindowRect(launcher, &open);
-  EXPECT_GT(open.bottom - open.top, folded.bottom - folded.top + 50);
-  EXPECT_FALSE(IsWindowEnabled(GetDlgItem(launcher, IDC_AFTER_CLOSE)));
-
+  OpenOptions(screen);
   const auto line = [&] { return Screen::Text(launcher, IDC_SHORTCUT); };
   const auto press = [&](int id, const std::string& job) {
     screen.Press(launcher, id);
@@ -98,11 +89,9 @@ FLOW(RefusesWindows2000, "/drv C: /d", Alone) {
 }
 
 // Every dialog of the program, at whatever resolution it was started with.
-void ForEachDialog(const Screen& screen, const std::function<void(HWND)>& look) {
-  for (const HWND dialog : {screen.Launcher(), screen.Main(), screen.Details(), screen.Debug(),
-                            screen.Warning(), screen.Context()}) {
-    look(dialog);
-  }
+std::array<HWND, 6> Dialogs(const Screen& screen) {
+  return {screen.Launcher(), screen.Main(),    screen.Details(),
+          screen.Debug(),    screen.Warning(), screen.Context()};
 }
 
 // Broken into lines where the control has room for several.
@@ -123,19 +112,14 @@ SIZE SizeOfText(HWND control, const RECT& room) {
 
 // Captions that are cut off or lie over each other are what resolutions bring about.
 void EverythingFits(Session& session) {
-  session.Start();
-  const Screen& screen = session.screen;
-  screen.UntilShown("the launcher", &Screen::Launcher);
-  const HDC dc = GetDC(screen.Launcher());
-  std::printf("%d dots per inch\n", GetDeviceCaps(dc, LOGPIXELSX));
-  ReleaseDC(screen.Launcher(), dc);
+  const Screen& screen = StartToTheLauncher(session);
   SIZE size;
   const std::vector<std::uint32_t> glyph = Screen::Picture(screen.Main(), IDC_REDRAW, size);
   double ink = 0;
   for (const std::uint32_t pixel : glyph) ink += pixel / static_cast<double>(0x004000);
   EXPECT_NEAR(ink / static_cast<double>(glyph.size()), 0.3, 0.06) << "of the redraw glyph";
   EXPECT_TRUE(std::equal(glyph.begin(), glyph.end(), glyph.rbegin())) << "two arrows, one turned";
-  ForEachDialog(screen, [](HWND dialog) {
+  for (const HWND dialog : Dialogs(screen)) {
     RECT inside;
     GetClientRect(dialog, &inside);
     std::vector<RECT> taken;
@@ -169,7 +153,7 @@ void EverythingFits(Session& session) {
       }
       taken.push_back(area);
     }
-  });
+  }
 }
 
 const FlowRegistration at_96({"EverythingFitsAt96", "", Place::Alone, EverythingFits, 96});
@@ -179,9 +163,7 @@ const FlowRegistration at_192({"EverythingFitsAt192", "", Place::Alone, Everythi
 
 // What can be reached by Tab and arrows is what a keyboard alone can use.
 FLOW(NothingNeedsAMouse, "", Alone) {
-  session.Start();
-  const Screen& screen = session.screen;
-  screen.UntilShown("the launcher", &Screen::Launcher);
+  const Screen& screen = StartToTheLauncher(session);
   const HWND launcher = screen.Launcher();
   screen.Choose(launcher, IDC_VOLUMES, 2);  // chooses among the options as well
   screen.Until("drive D:", [&] {
@@ -191,10 +173,9 @@ FLOW(NothingNeedsAMouse, "", Alone) {
     EXPECT_FALSE(Screen::Shown(GetDlgItem(launcher, id))) << id;
     EXPECT_FALSE(IsWindowEnabled(GetDlgItem(launcher, id))) << id << " takes its letter";
   }
-  screen.Press(launcher, IDC_MORE);
-  screen.Until("the options", [&] { return Screen::Text(launcher, IDC_MORE) == "More <<"; });
+  OpenOptions(screen);
   EXPECT_FALSE(IsWindowEnabled(GetDlgItem(launcher, IDC_AFTER_CLOSE)));
-  ForEachDialog(screen, [](HWND dialog) {
+  for (const HWND dialog : Dialogs(screen)) {
     std::set<HWND> stops, reached;
     for (HWND at = GetNextDlgTabItem(dialog, nullptr, FALSE);
          at != nullptr && stops.insert(at).second; at = GetNextDlgTabItem(dialog, at, FALSE)) {
@@ -213,7 +194,7 @@ FLOW(NothingNeedsAMouse, "", Alone) {
       EXPECT_TRUE(stops.contains(child) || reached.contains(child))
           << Screen::Text(dialog) << " " << GetDlgCtrlID(child);
     }
-  });
+  }
   // Folded away under it, the keyboard is elsewhere.
   SendMessageW(launcher, WM_NEXTDLGCTL,
                reinterpret_cast<WPARAM>(GetDlgItem(launcher, IDC_ACTION_DEFRAG)), TRUE);
@@ -235,17 +216,12 @@ FLOW(SaysWhatItIs, "", Alone) {
   GetModuleFileNameW(nullptr, path, MAX_PATH);
   std::vector<std::uint8_t> block(GetFileVersionInfoSizeW(path, nullptr));
   ASSERT_TRUE(GetFileVersionInfoW(path, 0, static_cast<DWORD>(block.size()), block.data()));
-  const auto text = [&block](const wchar_t* name) {
-    wchar_t* value = nullptr;
-    UINT length = 0;
-    const std::wstring query = std::wstring(L"\\StringFileInfo\\040904B0\\") + name;
-    VerQueryValueW(block.data(), query.c_str(), reinterpret_cast<void**>(&value), &length);
-    return value != nullptr ? std::wstring(value) : std::wstring();
-  };
-  EXPECT_EQ(text(L"ProductName"), L"Vornalux");
-  EXPECT_EQ(text(L"OriginalFilename"), L"vornalux.exe");
-  EXPECT_EQ(text(L"FileVersion"), text(L"ProductVersion"));
-  EXPECT_FALSE(text(L"FileVersion").empty());
+  wchar_t* name = nullptr;
+  UINT length = 0;
+  VerQueryValueW(block.data(), L"\\StringFileInfo\\040904B0\\ProductName",
+                 reinterpret_cast<void**>(&name), &length);
+  ASSERT_NE(name, nullptr);
+  EXPECT_EQ(std::wstring(name), L"Vornalux");
 
   WIN32_FILE_ATTRIBUTE_DATA file = {};
   ASSERT_TRUE(GetFileAttributesExW(path, GetFileExInfoStandard, &file));

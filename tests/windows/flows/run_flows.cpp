@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Runs from the main window, by a user who watches.
-#include <windows.h>
+#include "host/windows/system_headers.h"
 
 // After the header that they need.
 #include <commctrl.h>
@@ -20,19 +20,9 @@
 namespace vornalux::play {
 namespace {
 
-// Past the launcher, to the main window of the drive that is number index in the list.
-void SelectDrive(Session& session, int index) {
-  session.Start();
-  const Screen& screen = session.screen;
-  screen.UntilShown("the launcher", &Screen::Launcher);
-  screen.Choose(screen.Launcher(), IDC_VOLUMES, index);
-  screen.Press(screen.Launcher(), IDC_SELECT);
-  screen.UntilShown("the main window", &Screen::Main);
-  screen.UntilIdle();
-}
-
 constexpr int kC = 1;
 constexpr int kD = 2;
+constexpr int kBehindAll = 5;
 
 // While the program makes its nth move from here on, something is posted to its main window.
 void PostAtMove(Session& session, int nth, UINT message, WPARAM wparam) {
@@ -43,8 +33,7 @@ void PostAtMove(Session& session, int nth, UINT message, WPARAM wparam) {
 
 // The same volume analysed by the portable program, in this process but past the system's calls.
 FLOW(AnalyzeShowsNumbersAndMap, "", Alone) {
-  SelectDrive(session, kD);
-  const Screen& screen = session.screen;
+  const Screen& screen = SelectDrive(session, kD);
   EXPECT_EQ(Screen::Text(screen.Main()), "Volume D:\\");
   EXPECT_FALSE(Screen::Shown(screen.Launcher()));
   RECT frame;
@@ -101,9 +90,7 @@ FLOW(AnalyzeShowsNumbersAndMap, "", Alone) {
 }
 
 FLOW(KeysAloneWillDo, "", Alone) {
-  session.Start();
-  const Screen& screen = session.screen;
-  screen.UntilShown("the launcher", &Screen::Launcher);
+  const Screen& screen = StartToTheLauncher(session);
   PostMessageW(screen.Launcher(), WM_KEYDOWN, VK_RETURN, 1);
   screen.UntilShown("the main window", &Screen::Main);
   screen.UntilIdle();
@@ -116,8 +103,7 @@ FLOW(KeysAloneWillDo, "", Alone) {
 }
 
 FLOW(StopPausesAndStops, "", Alone) {
-  SelectDrive(session, kD);
-  const Screen& screen = session.screen;
+  const Screen& screen = SelectDrive(session, kD);
   PostAtMove(session, 3, WM_COMMAND, IDM_STOP);
   PostAtMove(session, 8, WM_SYSCOMMAND, SC_CLOSE);
   PostAtMove(session, 12, WM_COMMAND, IDM_STOP);
@@ -157,14 +143,7 @@ FLOW(ALargeFileLeavesTheUserAWord, "", Alone) {
     }
     return texts;
   };
-  session.Start();
-  const Screen& screen = session.screen;
-  screen.UntilShown("the launcher", &Screen::Launcher);
-  const std::vector<std::string> items = Screen::Items(GetDlgItem(screen.Launcher(), IDC_VOLUMES));
-  screen.Choose(screen.Launcher(), IDC_VOLUMES, static_cast<int>(items.size()) - 1);
-  screen.Press(screen.Launcher(), IDC_SELECT);
-  screen.UntilShown("the main window", &Screen::Main);
-  screen.UntilIdle();
+  const Screen& screen = SelectDrive(session, kBehindAll);
   EXPECT_EQ(Screen::Text(screen.Main()), "Volume S:\\");
 
   PostAtMove(session, 2, WM_COMMAND, IDM_STOP);
@@ -194,8 +173,7 @@ FLOW(ALargeFileLeavesTheUserAWord, "", Alone) {
 }
 
 FLOW(DefragsAndOptimizesToTheEnd, "", Alone) {
-  SelectDrive(session, kC);
-  const Screen& screen = session.screen;
+  const Screen& screen = SelectDrive(session, kC);
   SimulatedVolume& volume = session.machine.C();
   screen.Run(IDM_DEFRAG);
   EXPECT_EQ(Screen::Text(screen.Main()), "Volume C:\\");
@@ -211,15 +189,20 @@ FLOW(DefragsAndOptimizesToTheEnd, "", Alone) {
   screen.Until("no drive", [&screen] { return !screen.MenuEnabled(IDM_DEFRAG); });
 }
 
+// As Explorer does when it begins.
+void TellOfExplorer(const Screen& screen) {
+  SendMessageW(screen.Launcher(), RegisterWindowMessageW(L"TaskbarCreated"), 0, 0);
+}
+
 FLOW(GoesToTheNotificationAreaAndBack, "", Alone) {
-  SelectDrive(session, kC);
-  const Screen& screen = session.screen;
+  const Screen& screen = SelectDrive(session, kC);
   screen.Menu(IDM_MINIMIZE);
   screen.Until("the main window is hidden", [&] { return !Screen::Shown(screen.Main()); });
   screen.Until("low priority",
                [] { return GetPriorityClass(GetCurrentProcess()) == IDLE_PRIORITY_CLASS; });
-  ASSERT_EQ(session.machine.tray.size(), 1u);
-  const TrayCall shown = session.machine.tray[0];
+  const std::vector<TrayCall>& tray = session.machine.tray;
+  ASSERT_EQ(tray.size(), 1u);
+  const TrayCall shown = tray[0];
   EXPECT_EQ(shown.message, DWORD{NIM_ADD});
   EXPECT_EQ(shown.record_size, sizeof(void*) == 8 ? 104u : 88u);
   EXPECT_EQ(shown.id, 1u);
@@ -230,24 +213,22 @@ FLOW(GoesToTheNotificationAreaAndBack, "", Alone) {
   // The right button is nobody's.
   SendMessageW(screen.Launcher(), shown.callback, shown.id, WM_RBUTTONDOWN);
   EXPECT_FALSE(Screen::Shown(screen.Main()));
-  const UINT explorer = RegisterWindowMessageW(L"TaskbarCreated");
-  SendMessageW(screen.Launcher(), explorer, 0, 0);
-  ASSERT_EQ(session.machine.tray.size(), 2u) << "put back";
-  EXPECT_EQ(session.machine.tray[1].message, DWORD{NIM_ADD});
-  EXPECT_EQ(session.machine.tray[1].tip, "Volume C:\\");
+  TellOfExplorer(screen);
+  ASSERT_EQ(tray.size(), 2u) << "put back";
+  EXPECT_EQ(tray[1].message, DWORD{NIM_ADD});
+  EXPECT_EQ(tray[1].tip, "Volume C:\\");
   PostMessageW(screen.Launcher(), shown.callback, shown.id, WM_LBUTTONDOWN);
   screen.UntilShown("the main window", &Screen::Main);
-  screen.Until("the icon is gone", [&] { return session.machine.tray.size() == 3; });
-  EXPECT_EQ(session.machine.tray[2].message, DWORD{NIM_DELETE});
-  SendMessageW(screen.Launcher(), explorer, 0, 0);
-  EXPECT_EQ(session.machine.tray.size(), 3u) << "none is wanted";
+  screen.Until("the icon is gone", [&] { return tray.size() == 3; });
+  EXPECT_EQ(tray[2].message, DWORD{NIM_DELETE});
+  TellOfExplorer(screen);
+  EXPECT_EQ(tray.size(), 3u) << "none is wanted";
   EXPECT_FALSE(Screen::Shown(screen.Launcher()));
 }
 
 // Told, and closed all the same, answered or not.
 void EndARun(Session& session, UINT message, WPARAM wparam) {
-  SelectDrive(session, kC);
-  const Screen& screen = session.screen;
+  const Screen& screen = SelectDrive(session, kC);
   SimulatedPlatform& drives = session.machine.Drives();
   drives.Faults().BeforeMove({.path = {}, .nth = 3}, [&screen] {
     EXPECT_EQ(screen.Vetoes(), "");
@@ -283,9 +264,7 @@ BOOL WINAPI TellMonitor(HMONITOR monitor, MONITORINFO* info) {
 FLOW(WindowsTakeEachOthersPlace, "", Alone) {
   Patch("MonitorFromRect", MonitorAt);
   Patch("GetMonitorInfoW", TellMonitor);
-  session.Start();
-  const Screen& screen = session.screen;
-  screen.UntilShown("the launcher", &Screen::Launcher);
+  const Screen& screen = StartToTheLauncher(session);
   using Place = std::array<LONG, 4>;
   const auto place = [](HWND window) -> Place {
     RECT area;
@@ -322,8 +301,7 @@ FLOW(WindowsTakeEachOthersPlace, "", Alone) {
 }
 
 FLOW(EachControlIsPaintedWhereItIs, "", Alone) {
-  SelectDrive(session, kC);
-  const Screen& screen = session.screen;
+  const Screen& screen = SelectDrive(session, kC);
   // On the program's own thread nothing is painted before this ends.
   session.machine.Drives().Faults().BeforeMove({.path = {}, .nth = 3}, [&screen] {
     const HWND main = screen.Main();
@@ -339,12 +317,8 @@ FLOW(EachControlIsPaintedWhereItIs, "", Alone) {
 }
 
 FLOW(WithoutNotificationAreaItWaitsOnTheTaskbar, "", Alone) {
-  SelectDrive(session, kC);
-  const Screen& screen = session.screen;
+  const Screen& screen = SelectDrive(session, kC);
   const std::vector<TrayCall>& tray = session.machine.tray;
-  const auto tell_of_explorer = [&screen] {
-    SendMessageW(screen.Launcher(), RegisterWindowMessageW(L"TaskbarCreated"), 0, 0);
-  };
   const auto minimize = [&] {
     session.machine.notification_area = false;
     screen.Menu(IDM_MINIMIZE);
@@ -352,17 +326,17 @@ FLOW(WithoutNotificationAreaItWaitsOnTheTaskbar, "", Alone) {
                  [&] { return IsIconic(screen.Main()) && Screen::Shown(screen.Main()); });
   };
   minimize();
-  tell_of_explorer();
+  TellOfExplorer(screen);
   EXPECT_TRUE(Screen::Shown(screen.Main()) && IsIconic(screen.Main())) << "still none";
   ShowWindow(screen.Main(), SW_RESTORE);
   const std::size_t asked = tray.size();
-  tell_of_explorer();
+  TellOfExplorer(screen);
   EXPECT_EQ(tray.size(), asked) << "restored by the user";
   EXPECT_FALSE(IsIconic(screen.Main()));
 
   minimize();
   session.machine.notification_area = true;
-  tell_of_explorer();
+  TellOfExplorer(screen);
   EXPECT_FALSE(Screen::Shown(screen.Main())) << "the icon is there at last";
   PostMessageW(screen.Launcher(), tray[0].callback, tray[0].id, WM_LBUTTONDOWN);
   screen.Until("as it was",

@@ -17,7 +17,7 @@ namespace vornalux::play {
 namespace {
 
 struct Link {
-  std::wstring target, arguments, folder;
+  std::wstring target, arguments;
 };
 
 // False when there is no such file.
@@ -35,8 +35,6 @@ bool ReadLink(const std::wstring& path, Link& out) {
     out.target = text;
     link->GetArguments(text, 1024);
     out.arguments = text;
-    link->GetWorkingDirectory(text, 1024);
-    out.folder = text;
   }
   file->Release();
   link->Release();
@@ -52,12 +50,9 @@ std::wstring ProgramFolder() {
 }
 
 FLOW(JobBecomesAShortcut, "", Alone) {
-  session.Start();
-  const Screen& screen = session.screen;
-  screen.UntilShown("the launcher", &Screen::Launcher);
+  const Screen& screen = StartToTheLauncher(session);
   const HWND launcher = screen.Launcher();
-  screen.Press(launcher, IDC_MORE);
-  screen.Until("the options", [&] { return Screen::Text(launcher, IDC_MORE) == "More <<"; });
+  OpenOptions(screen);
   screen.Press(launcher, IDC_ACTION_OPTIMIZE);
   screen.Press(launcher, IDC_MINIMIZED);
   screen.Until("a job", [&] { return Screen::Text(launcher, IDC_SHORTCUT).ends_with("/min"); });
@@ -82,7 +77,6 @@ FLOW(JobBecomesAShortcut, "", Alone) {
   ASSERT_TRUE(ReadLink(std::wstring(desktop) + L"\\Night run \x00E9.lnk", link));
   EXPECT_EQ(lstrcmpiW(link.target.c_str(), (ProgramFolder() + L"vornalux.exe").c_str()), 0);
   EXPECT_EQ(link.arguments, L"/drv C: /o /normal /min");
-  EXPECT_EQ(link.folder, ProgramFolder());
 }
 
 // The default value of a key below HKEY_CLASSES_ROOT; nothing when there is none.
@@ -92,15 +86,15 @@ std::string Command(const std::string& key) {
   return RegQueryValueA(HKEY_CLASSES_ROOT, key.c_str(), text, &size) == ERROR_SUCCESS ? text : "";
 }
 
-// All verbs that drives and folders have.
-std::vector<std::string> Verbs() {
-  std::vector<std::string> verbs;
+// The verbs of the program that drives and folders have, known by their first word.
+std::size_t Verbs() {
+  std::size_t verbs = 0;
   for (const char* parent : {"Drive\\shell", "Directory\\shell"}) {
     HKEY key;
     RegCreateKeyA(HKEY_CLASSES_ROOT, parent, &key);
     char name[256];
     for (DWORD i = 0; RegEnumKeyA(key, i, name, sizeof name) == ERROR_SUCCESS; ++i) {
-      verbs.push_back(std::string(parent) + "\\" + name);
+      verbs += std::string(name).starts_with("Vornalux");
     }
     RegCloseKey(key);
   }
@@ -108,7 +102,6 @@ std::vector<std::string> Verbs() {
 }
 
 FLOW(VerbsAreWrittenShownAndRemoved, "-setshell", Alone) {
-  const std::vector<std::string> before = Verbs();
   // As an earlier run of the program would have left it.
   RegSetValueA(HKEY_CLASSES_ROOT, "Drive\\shell\\Vornalux Optimize\\command", REG_SZ, "old", 3);
   session.Start();
@@ -122,10 +115,7 @@ FLOW(VerbsAreWrittenShownAndRemoved, "-setshell", Alone) {
   };
   for (int i = 0; i < 6; ++i) EXPECT_EQ(checked(i), i == 4) << i;
 
-  for (const int i : {0, 3, 5}) {
-    screen.Press(settings, IDC_CONTEXT_CHECK + i);
-    screen.Until("a check mark", [&] { return checked(i); });
-  }
+  for (const int i : {0, 3, 5}) screen.Press(settings, IDC_CONTEXT_CHECK + i);
   screen.Press(settings, IDC_CONTEXT_APPLY);
   screen.Until("the last command", [&] {
     return !Command("Drive\\shell\\Vornalux Optimize Shutdown\\command").empty();
@@ -138,12 +128,12 @@ FLOW(VerbsAreWrittenShownAndRemoved, "-setshell", Alone) {
   EXPECT_EQ(Command("Drive\\shell\\Vornalux Optimize\\command"), program + "/o /drv %1");
   EXPECT_EQ(Command("Drive\\shell\\Vornalux Optimize Shutdown\\command"),
             program + "/down /o /drv %1");
-  EXPECT_EQ(Verbs().size(), before.size() + 4);
+  EXPECT_EQ(Verbs(), 4u);
 
   for (const int i : {0, 3, 4, 5}) screen.Press(settings, IDC_CONTEXT_CHECK + i);
   screen.Press(settings, IDC_CONTEXT_OK);
   EXPECT_EQ(session.End(), 0u);
-  EXPECT_EQ(Verbs(), before);
+  EXPECT_EQ(Verbs(), 0u);
 }
 
 }  // namespace

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The commands to a disk as the system's driver is asked, with a driver that answers what it is
-// told to.
+// Devices below the file systems: a real one of the system that the tests run on, and commands to a
+// disk whose driver answers what it is told to. tests/windows/run-under-wine makes the drive.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <numeric>
+#include <tuple>
 
 #include "host/windows/system_headers.h"
 #include "host/windows/windows_devices.h"
@@ -21,9 +23,7 @@ struct Driver {
   DWORD returned = 0;  // what it claims to have written
 
   HANDLE device = nullptr;
-  std::vector<DWORD> codes;
-  std::vector<Bytes> asked;
-  std::vector<DWORD> room;
+  std::vector<std::tuple<DWORD, Bytes, DWORD>> asked;  // code, request, room
 };
 Driver driver;
 
@@ -32,20 +32,11 @@ BOOL WINAPI Control(HANDLE device, DWORD code, void* in, DWORD in_size, void* ou
   EXPECT_EQ(overlapped, nullptr);
   const auto* bytes = static_cast<const std::uint8_t*>(in);
   driver.device = device;
-  driver.codes.push_back(code);
-  driver.asked.emplace_back(bytes, bytes + in_size);
-  driver.room.push_back(out_size);
+  driver.asked.emplace_back(code, Bytes(bytes, bytes + in_size), out_size);
   std::memcpy(out, driver.answer.data(), std::min<std::size_t>(out_size, driver.answer.size()));
   *returned = driver.returned;
   SetLastError(driver.error);
   return driver.error == 0;
-}
-
-// An answer whose sector counts its bytes.
-Bytes Counted() {
-  Bytes answer(528, 0xEE);
-  std::iota(answer.begin() + 16, answer.end(), std::uint8_t{1});
-  return answer;
 }
 
 Bytes Request(DWORD buffer_size, Bytes registers) {
@@ -58,7 +49,7 @@ Bytes Request(DWORD buffer_size, Bytes registers) {
 class Smart : public testing::Test {
  protected:
   Smart() { driver = {}; }
-  play::ImportPatch control_{"DeviceIoControl", reinterpret_cast<void*>(&Control)};
+  play::ImportPatch control_{"DeviceIoControl", Control};
   WindowsDevices devices_;
 };
 
@@ -66,7 +57,8 @@ TEST_F(Smart, ARequestIsOneRecord) {
   constexpr DriveRegisters kAll = {1, 2, 3, 4, 5, 6, 7};
   DriveSector sector;
   DriverVersion version;
-  driver.answer = Counted();
+  driver.answer.resize(528, 0xEE);
+  std::iota(driver.answer.begin() + 16, driver.answer.end(), std::uint8_t{1});
   driver.returned = 528;
   EXPECT_EQ(devices_.SendDriveCommand(0x1234, kAll), error::kSuccess);
   EXPECT_EQ(devices_.ReceiveDriveData(0x1234, kAll, sector), error::kSuccess);
@@ -77,10 +69,10 @@ TEST_F(Smart, ARequestIsOneRecord) {
   EXPECT_EQ(devices_.ReadDriverVersion(0x1234, version), error::kSuccess);
   EXPECT_EQ(version, (DriverVersion{1, 2, 3, 4, 5, 6}));
   EXPECT_EQ(driver.device, Native(0x1234));
-  EXPECT_EQ(driver.codes, (std::vector<DWORD>{0x7C084, 0x7C088, 0x74080}));
-  EXPECT_EQ(driver.asked, (std::vector<Bytes>{Request(0, {1, 2, 3, 4, 5, 6, 7}),
-                                              Request(512, {1, 2, 3, 4, 5, 6, 7}), Bytes()}));
-  EXPECT_EQ(driver.room, (std::vector<DWORD>{528, 528, 24}));
+  const Bytes registers = {1, 2, 3, 4, 5, 6, 7};
+  EXPECT_EQ(driver.asked[0], std::tuple(0x7C084, Request(0, registers), 528));
+  EXPECT_EQ(driver.asked[1], std::tuple(0x7C088, Request(512, registers), 528));
+  EXPECT_EQ(driver.asked[2], std::tuple(0x74080, Bytes(), 24));
 }
 
 TEST_F(Smart, OfAnAnswerCountsWhatWasWritten) {
@@ -108,12 +100,43 @@ TEST_F(Smart, OfAnAnswerCountsWhatWasWritten) {
     EXPECT_EQ(static_cast<std::size_t>(std::count(sector.begin(), sector.end(), 0xEE)), c.given);
     EXPECT_EQ(static_cast<std::size_t>(std::count(sector.begin(), sector.end(), 0)), 512 - c.given);
   }
-  driver = {};
-  driver.answer.assign(24, 0xEE);
-  driver.returned = 6;
-  DriverVersion version{1, 1, 1, 1, 1, 1};
-  EXPECT_EQ(devices_.ReadDriverVersion(0x1234, version), error::kSuccess);
-  EXPECT_EQ(version, (DriverVersion{0xEEEEEEEE, 0xEEEE, 0, 0, 0, 0}));
+}
+
+// I: is an image of 5 GiB with a FAT file system and a mark at 4 GiB + 1 MiB.
+TEST(Drives, RawSectors) {
+  if (std::getenv("VORNALUX_TEST_DRIVES") == nullptr) GTEST_SKIP() << "no drives made for tests";
+  WindowsDevices devices;
+  EXPECT_EQ(devices.OpenDevice("\\\\.\\Q:"), kInvalidHandle);
+  const Handle device = devices.OpenDevice("\\\\.\\I:");
+  ASSERT_NE(device, kInvalidHandle);
+  std::vector<std::uint8_t> sector(512);
+  ASSERT_TRUE(devices.ReadDevice(device, sector));
+  EXPECT_EQ(sector[510], 0x55);
+  EXPECT_EQ(sector[511], 0xAA);
+  EXPECT_EQ(std::string(sector.begin() + 82, sector.begin() + 90), "FAT32   ");
+
+  ASSERT_EQ(devices.SetPointer(device, 0x100000, 1), 0x100000u);
+  ASSERT_TRUE(devices.ReadDevice(device, sector));
+  EXPECT_EQ(std::string(sector.begin(), sector.begin() + 4), "mark");
+
+  // A low half with its highest bit set is no negative distance.
+  const std::vector<std::uint8_t> pattern(1024, 0xB7);
+  const auto low = static_cast<std::int32_t>(0xC0000000);
+  ASSERT_EQ(devices.SetPointer(device, low, 0), 0xC0000000u);
+  devices.LockRange(device, 0xC0000000u, 1024);
+  EXPECT_TRUE(devices.WriteDevice(device, pattern));
+  devices.FlushDevice(device);
+  devices.UnlockRange(device, 0xC0000000u, 1024);
+  ASSERT_EQ(devices.SetPointer(device, low, 0), 0xC0000000u);
+  std::vector<std::uint8_t> back(1024);
+  EXPECT_TRUE(devices.ReadDevice(device, back));
+  EXPECT_EQ(back, pattern);
+
+  EXPECT_EQ(devices.SetPointer(device, 0, -1), RawDevices::kNoPosition);
+  ASSERT_NE(devices.SetPointer(device, 0x40000000 - 512, 1), RawDevices::kNoPosition);
+  EXPECT_FALSE(devices.ReadDevice(device, back)) << "half of it lies past the end";
+  devices.CloseDevice(device);
+  EXPECT_FALSE(devices.ReadDevice(device, sector));
 }
 
 }  // namespace
