@@ -341,41 +341,32 @@ struct HotScene : Scene {
   std::function<void()> at_wait;  // the first time that the warning waits
 };
 
-TEST(TerminalDesktop, WithoutAViewAHotDiskIsWaitedForAndToldOnce) {
-  for (const unsigned event : {0U, kInterrupt, kTerminate}) {  // while it waits
-    for (const auto look : {Scene::Look::Plain, Scene::Look::Quiet}) {
-      SCOPED_TRACE(event);
-      HotScene scene(look, {58, 60, 50});
-      scene.at_wait = [&] { scene.platform.events |= event; };
-      EXPECT_EQ(scene.Defrag() > 50, event == 0);
-      EXPECT_EQ(scene.Stopped(), event != 0);
-      EXPECT_GE(scene.waited, milliseconds(event == 0 ? 60000 : 0));
-      EXPECT_EQ(scene.console.shown,
-                "vornalux: Waiting for disk to cool down ... 58C. Vornalux is waiting for the disk "
-                "to cool off and will automatically continue.\n");
-      EXPECT_EQ(scene.platform.events & ~kTick, 0U);
-    }
-  }
-}
-
-TEST(LiveView, AHotDiskPutsABoxWithThreeKeysInFrontOfTheMap) {
+// In a box with three keys in front of the map, or told once where there is no view.
+TEST(TerminalDesktop, AHotDiskIsWaitedFor) {
   struct Case {
+    Scene::Look look;
     std::deque<Key> keys;  // without any the disk cools
     unsigned event;
     bool stops, watches;
   };
-  for (const Case& c : {Case{{}, 0, false, true},
-                        {{'x', 'q', 'm', 'y', 'n', key::kEscape, '\n', 'c'}, 0, false, true},
-                        {{'s'}, 0, true, false},
-                        {{'d'}, 0, false, false},
-                        {{}, kInterrupt, true, false},
-                        {{}, kTerminate, true, false}}) {
-    SCOPED_TRACE(c.event + c.keys.size());
-    HotScene scene(Scene::Look::Live, {58, 50});
+  using enum Scene::Look;
+  for (const Case& c : {Case{Plain, {}, 0, false, true},
+                        {Quiet, {}, 0, false, true},
+                        {Plain, {}, kInterrupt, true, false},
+                        {Quiet, {}, kTerminate, true, false},
+                        {Live, {}, 0, false, true},
+                        {Live, {'x', 'q', 'm', 'y', 'n', key::kEscape, '\n', 'c'}, 0, false, true},
+                        {Live, {'s'}, 0, true, false},
+                        {Live, {'d'}, 0, false, false},
+                        {Live, {}, kInterrupt, true, false},
+                        {Live, {}, kTerminate, true, false}}) {
+    SCOPED_TRACE(std::to_string(static_cast<int>(c.look)) + " " + std::to_string(c.event) + " " +
+                 std::to_string(c.keys.size()));
+    HotScene scene(c.look, {58, 60, 50});
     DefragWindow& window = scene.program->main_window;
     // Typed before there was anything to see, and the details in front.
     window.tmrTemperatures.tick = [&, tick = window.tmrTemperatures.tick] {
-      if (scene.drive.Readings() == 0) {
+      if (c.look == Live && scene.drive.Readings() == 0) {
         scene.screen.keys = {'s', 'd'};
         window.details.Show();
       }
@@ -385,7 +376,7 @@ TEST(LiveView, AHotDiskPutsABoxWithThreeKeysInFrontOfTheMap) {
     scene.at_wait = [&] {
       for (const char* part : {"58C   Waiting for", " c  Continue ", " s  Stop ", " d  Disable ",
                                "C: temp 58 C", "+----"}) {
-        EXPECT_TRUE(scene.screen.Shows(part)) << part;
+        EXPECT_EQ(scene.screen.Shows(part), c.look == Live) << part;
       }
       EXPECT_FALSE(scene.screen.Shows("candidate for:"));
       EXPECT_FALSE(scene.screen.Shows("View details"));
@@ -397,7 +388,13 @@ TEST(LiveView, AHotDiskPutsABoxWithThreeKeysInFrontOfTheMap) {
     EXPECT_EQ(scene.Stopped(), c.stops);
     EXPECT_EQ(watches, c.watches);
     EXPECT_FALSE(scene.Warning().visible);
-    EXPECT_EQ(scene.console.shown, "");
+    EXPECT_GE(scene.waited, milliseconds(c.keys.empty() && c.event == 0 ? 60000 : 0));
+    EXPECT_EQ(scene.console.shown,
+              c.look == Live
+                  ? ""
+                  : "vornalux: Waiting for disk to cool down ... 58C. Vornalux is waiting for the "
+                    "disk to cool off and will automatically continue.\n");
+    EXPECT_EQ(scene.platform.events & ~kTick, 0U);
   }
 }
 

@@ -135,26 +135,6 @@ TEST(ClusterMap, ShowsTheVolumeAndItsCandidates) {
   });
 }
 
-// The zone ends where the steps of the two widths paint different columns.
-TEST(ClusterMap, AnotherWidthAtEveryCheckpoint) {
-  for (std::size_t nth = 1; nth <= 7; ++nth) {
-    SCOPED_TRACE(nth);
-    SimulatedVolume volume({.total_clusters = 1536, .mft_zone = {0, 50}});
-    Rig rig(volume);
-    PictureBox& picture = rig.window.Picdepartvolume;
-    picture.Resize(4);
-    rig.machine->User().AtDoEvents(rig.machine->User().DoEventsCount() + nth, [&] {
-      picture.ResizeAtNextClear(17);
-      rig.window.RedrawMap(MapLayers::Volume);
-    });
-    rig.window.RedrawMap(MapLayers::Volume);
-    const std::vector<Colour> strip = Strip(rig);
-    picture.Resize(17);
-    rig.window.RedrawMap(MapLayers::Volume);
-    EXPECT_EQ(strip, Strip(rig));
-  }
-}
-
 TEST(ClusterMap, HostileZonesAndTinyVolumes) {
   constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
   constexpr std::int32_t kLeast = std::numeric_limits<std::int32_t>::min();

@@ -193,17 +193,6 @@ TEST(ContextMenu, WritesReadsAndRemovesVerbs) {
   EXPECT_EQ(test.keys.OpenKeys(), 0U);
 }
 
-TEST(ContextMenu, EachVerbIsAJob) {
-  for (const auto& verb : kContextVerbs) {
-    std::string job = verb.job;
-    const bool folder = std::string(verb.key).starts_with("Directory");
-    job.replace(job.find("%1"), 2, folder ? "C:\\a b\\c" : "C:\\");
-    const JobReading reading = ParseJob(job);
-    EXPECT_EQ(reading.objections, std::vector<std::string>()) << job;
-    EXPECT_EQ(reading.job.root + reading.job.directory, folder ? "C:\\a b\\c" : "C:\\") << job;
-  }
-}
-
 TEST(ContextMenu, DeletingMeetsMissingParentsAndKeysThatStay) {
   ContextRig test;
   for (const char* below : {"", "\\a", "\\a\\b", "\\command", "\\z"}) {

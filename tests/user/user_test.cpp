@@ -70,11 +70,9 @@ Played Play(std::uint64_t seed, std::size_t steps, const std::vector<Step>* give
     _exit(0);
   }
   close(ends[1]);
-  std::string text;
-  char buffer[4096];
-  for (ssize_t n; (n = read(ends[0], buffer, sizeof buffer)) > 0;) {
-    text.append(buffer, static_cast<std::size_t>(n));
-  }
+  std::stringstream told;
+  told << std::ifstream("/dev/fd/" + std::to_string(ends[0])).rdbuf();
+  const std::string text = told.str();
   close(ends[0]);
   int status = 0;
   waitpid(child, &status, 0);
