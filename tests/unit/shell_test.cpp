@@ -22,7 +22,9 @@ TEST(SpecialFolder, FindsNamesAndFallsBack) {
     const ShellResult result = GetSpecialFolder(*shell, name, folder);
     return result.Failed() ? "failed" : folder;
   };
-  for (const std::string name : {"AppData", "Desktop", "Programs", "StartMenu"}) {
+  for (const std::string name :
+       {"AppData", "Desktop", "Favorites", "Fonts", "MyDocuments", "NetHood", "PrintHood",
+        "Programs", "Recent", "SendTo", "StartMenu", "Startup", "Templates"}) {
     objects.folders[name] = "X:\\" + name;
     EXPECT_EQ(find(UpperCase(name)), "X:\\" + name);
   }
@@ -31,7 +33,7 @@ TEST(SpecialFolder, FindsNamesAndFallsBack) {
     EXPECT_EQ(find("AllUsers" + name), "X:\\" + name);
   }
   objects.folders.erase("AppData");
-  for (const char* name : {"", "NoSuch", "Desktop ", "AllUsersStartup", "Fonts", "quicklaunch"}) {
+  for (const char* name : {"", "NoSuch", "Desktop ", "AllUsersStartup", "quicklaunch"}) {
     EXPECT_EQ(find(name), "") << name;
   }
   objects.fails_at = "folder AllUsersDesktop";
