@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
 
 #include "app/program.h"
 #include "host/mounted/mounted_platform.h"
@@ -166,35 +167,44 @@ struct Scene {
 };
 
 TEST(TerminalDesktop, StopAsksAndDoesAsToldAtOnce) {
+  using enum Scene::Look;
   struct Case {
     const char* what;
+    Scene::Look look;
     unsigned event;
-    bool can_ask;
     std::deque<std::string> answers;
-    bool stops, asks;
+    std::deque<Key> keys;  // not typed before: a key is obeyed at once
+    bool stops, asks;      // asks: in a line of text
   };
   const Case kCases[] = {
-      {"no", kInterrupt, true, {"n"}, false, true},
-      {"nonsense, then no", kInterrupt, true, {"", "what?", "no"}, false, true},
-      {"yes", kInterrupt, true, {"y"}, true, true},
-      {"end of input", kInterrupt, true, {}, true, true},
-      {"twice", kInterrupt | kInsist, true, {"n"}, true, true},
-      {"nobody to ask", kInterrupt, false, {"n"}, true, false},
-      {"terminate", kTerminate, true, {"n"}, true, false},
-      {"interrupt and terminate", kInterrupt | kTerminate, true, {"n"}, true, false},
+      {"no", Quiet, kInterrupt, {"n"}, {}, false, true},
+      {"nonsense, then no", Quiet, kInterrupt, {"", "what?", "no"}, {}, false, true},
+      {"yes", Quiet, kInterrupt, {"y"}, {}, true, true},
+      {"end of input", Quiet, kInterrupt, {}, {}, true, true},
+      {"twice", Quiet, kInterrupt | kInsist, {"n"}, {}, true, true},
+      {"terminate", Quiet, kTerminate, {"n"}, {}, true, false},
+      {"interrupt and terminate", Quiet, kInterrupt | kTerminate, {"n"}, {}, true, false},
+      {"no, later no again", Live, 0, {}, {'s', 'n', 's', key::kEscape}, false, false},
+      {"other keys, then yes", Live, 0, {}, {'s', 'x', key::kUp, 'y'}, true, false},
+      {"no, then yes", Live, 0, {}, {'s', 'n', 's', 'Y'}, true, false},
+      {"Ctrl-C, no", Live, kInterrupt, {}, {'n'}, false, false},
+      {"Ctrl-C, Ctrl-C", Live, kInterrupt | kInsist, {}, {}, true, false},
+      {"terminate", Live, kTerminate, {}, {'n'}, true, false},
   };
   for (const Case& c : kCases) {
     SCOPED_TRACE(c.what);
-    Scene scene(Scene::Look::Quiet);
-    scene.console.can_ask = c.can_ask;
+    Scene scene(c.look);
     scene.console.answers = c.answers;
     scene.platform.event_move = 5;
     scene.platform.event = c.event;
+    scene.platform.at_event = [&] { scene.screen.keys = c.keys; };
+    scene.platform.move_time = milliseconds(c.look == Live ? 200 : 0);
     const int moves = scene.Defrag();
     EXPECT_EQ(scene.Stopped(), c.stops);
-    EXPECT_TRUE(c.stops ? moves == 5 : moves > 50) << moves;
+    EXPECT_TRUE(c.stops ? moves < 9 : moves > 50) << moves;
+    EXPECT_TRUE(c.event == 0 || !c.stops || moves == 5) << moves;
     EXPECT_EQ(scene.console.shown.starts_with("Paused ... Are you sure? [y/n] "), c.asks);
-    EXPECT_EQ(scene.platform.events, 0u) << "an event was left to stop the next run";
+    EXPECT_EQ(scene.platform.events & ~kTick, 0u) << "an event was left to stop the next run";
   }
 }
 
@@ -213,40 +223,36 @@ TEST(TerminalDesktop, TimerTicksByTheClock) {
   int ticks = 0;
   Timer& timer = scene.program->main_window.UpdateTimer;
   timer.tick = [&] { ++ticks; };
-  struct Pass {
-    bool enabled;
-    int time, ticks;  // in milliseconds; so far
-  };
-  // Enabled again it starts its interval anew.
-  const Pass passes[] = {{false, 10000, 0}, {true, 100, 0},   {true, 1999, 0}, {true, 1, 1},
-                         {true, 1999, 1},   {false, 5000, 1}, {true, 1000, 1}, {true, 2000, 2}};
-  for (const Pass& pass : passes) {
-    timer.enabled = pass.enabled;
-    scene.platform.now += milliseconds(pass.time);
+  // Enabled or not, milliseconds, ticks so far. Enabled again it starts its interval anew.
+  const std::tuple<bool, int, int> passes[] = {{false, 10000, 0}, {true, 100, 0},  {true, 1999, 0},
+                                               {true, 1, 1},      {true, 1999, 1}, {false, 5000, 1},
+                                               {true, 1000, 1},   {true, 2000, 2}};
+  for (const auto& [enabled, time, expected] : passes) {
+    timer.enabled = enabled;
+    scene.platform.now += milliseconds(time);
     scene.platform.events |= kTick;
     scene.desktop.DoEvents();
-    EXPECT_EQ(ticks, pass.ticks) << "after " << pass.time;
+    EXPECT_EQ(ticks, expected) << "after " << time;
   }
 }
 
 TEST(TerminalDesktop, PlainProgressIsAFewLines) {
-  for (const bool in_use : {false, true}) {
-    Scene scene(in_use ? Scene::Look::Live : Scene::Look::Plain);
-    scene.terminal_in_use = in_use;
+  for (const auto look : {Scene::Look::Plain, Scene::Look::Live, Scene::Look::Quiet}) {
+    Scene scene(look);
+    scene.terminal_in_use = look == Scene::Look::Live;
     scene.platform.move_time = milliseconds(1000);
     scene.Defrag();
     EXPECT_EQ(scene.screen.sent, 0);
-    EXPECT_EQ(scene.console.progress.find('\x1b'), std::string::npos);
-    EXPECT_NE(scene.console.progress.find("Enumerating files on volume C:\\\n"), std::string::npos);
-    EXPECT_NE(scene.console.progress.find("\nDefragmenting volume C:\\\n  1"), std::string::npos);
-    EXPECT_LT(std::count(scene.console.progress.begin(), scene.console.progress.end(), '\n'), 15);
+    const std::string& lines = scene.console.progress;
+    EXPECT_EQ(lines.find('\x1b'), std::string::npos);
+    for (const char* line :
+         {"Enumerating files on volume C:\\\n", "\nDefragmenting volume C:\\\n  1"}) {
+      EXPECT_EQ(lines.find(line) == std::string::npos, look == Scene::Look::Quiet) << line;
+    }
+    EXPECT_LT(std::count(lines.begin(), lines.end(), '\n'), 15);
     scene.desktop.ShowBox("one\r\ntwo", "title", BoxButtons::Ok, BoxIcon::Warning);
     EXPECT_EQ(scene.console.shown, "vornalux: one\ntwo\n");
   }
-  Scene quiet(Scene::Look::Quiet);
-  quiet.platform.move_time = milliseconds(1000);
-  quiet.Defrag();
-  EXPECT_EQ(quiet.console.progress, "");
 }
 
 // A live scene; its user may do something at the tenth move.
@@ -257,33 +263,6 @@ struct LiveScene : Scene {
   }
   DefragWindow& Window() { return program->main_window; }
 };
-
-TEST(LiveView, KeysAnswerTheStopBox) {
-  struct Case {
-    const char* what;
-    std::deque<Key> keys;
-    unsigned event;
-    bool stops;
-  };
-  const Case kCases[] = {{"no, later no again", {'s', 'n', 's', key::kEscape}, 0, false},
-                         {"other keys, then yes", {'s', 'x', key::kUp, 'y'}, 0, true},
-                         {"no, then yes", {'s', 'n', 's', 'Y'}, 0, true},
-                         {"Ctrl-C, no", {'n'}, kInterrupt, false},
-                         {"Ctrl-C, Ctrl-C", {}, kInterrupt | kInsist, true},
-                         {"terminate", {'n'}, kTerminate, true}};
-  for (const Case& c : kCases) {
-    SCOPED_TRACE(c.what);
-    LiveScene scene;
-    // Not before: a key is obeyed at once.
-    scene.platform.at_event = [&] { scene.screen.keys = c.keys; };
-    scene.platform.event = c.event;
-    const int moves = scene.Defrag();
-    EXPECT_EQ(scene.Stopped(), c.stops);
-    EXPECT_EQ(moves > 50, !c.stops) << moves;
-    EXPECT_EQ(scene.platform.events & ~kTick, 0U);
-    EXPECT_EQ(scene.console.shown, "");
-  }
-}
 
 TEST(LiveView, ShowsTheRunAndGivesTheTerminalBack) {
   LiveScene scene;
@@ -306,24 +285,6 @@ TEST(LiveView, ShowsTheRunAndGivesTheTerminalBack) {
   scene.desktop.Unbind();
   EXPECT_FALSE(scene.screen.taken);
   EXPECT_EQ(scene.console.shown, "vornalux: one\ntwo\n") << "said while only the view was seen";
-}
-
-TEST(LiveView, DetailsStandInFrontWhileTheRunGoesOn) {
-  LiveScene scene;
-  FrmDetails& details = scene.Window().details;
-  scene.platform.at_event = [&] { scene.screen.keys = {'d'}; };
-  int move = 0;
-  scene.Window().etfich.changed = [&] {
-    if (!details.visible) return;
-    if (++move != 3) return;
-    EXPECT_TRUE(scene.screen.Shows("View details   1 - 19 of "));
-    EXPECT_TRUE(scene.screen.Shows(details.ListView1.rows()[18]));
-    scene.screen.keys = {key::kPageDown, key::kDown, 'q'};
-  };
-  EXPECT_GT(scene.Defrag(), 50);
-  EXPECT_GE(move, 3);
-  EXPECT_FALSE(details.visible);
-  EXPECT_TRUE(scene.screen.Shows("Vornalux")) << "q closed the list, not the window";
 }
 
 TEST(LiveView, RedrawsTheMapOnceAtATime) {
@@ -380,45 +341,32 @@ struct HotScene : Scene {
   std::function<void()> at_wait;  // the first time that the warning waits
 };
 
-TEST(TerminalDesktop, WithoutAViewAHotDiskIsWaitedForAndToldOnce) {
-  for (const unsigned event : {0U, kInterrupt, kTerminate}) {  // while it waits
-    for (const auto look : {Scene::Look::Plain, Scene::Look::Quiet}) {
-      SCOPED_TRACE(event);
-      HotScene scene(look, {58, 60, 50});
-      scene.at_wait = [&] { scene.platform.events |= event; };
-      EXPECT_EQ(scene.Defrag() > 50, event == 0);
-      EXPECT_EQ(scene.Stopped(), event != 0);
-      EXPECT_GE(scene.waited, milliseconds(event == 0 ? 60000 : 0));
-      EXPECT_EQ(scene.console.shown,
-                "vornalux: Waiting for disk to cool down ... 58C. Vornalux is waiting for the disk "
-                "to cool off and will automatically continue.\n");
-      EXPECT_EQ(scene.platform.events & ~kTick, 0U);
-    }
-  }
-}
-
-TEST(LiveView, AHotDiskPutsABoxWithThreeKeysInFrontOfTheMap) {
+// In a box with three keys in front of the map, or told once where there is no view.
+TEST(TerminalDesktop, AHotDiskIsWaitedFor) {
   struct Case {
-    const char* what;
-    std::deque<Key> keys;
+    Scene::Look look;
+    std::deque<Key> keys;  // without any the disk cools
     unsigned event;
     bool stops, watches;
   };
-  const Case kCases[] = {
-      {"it cools", {}, 0, false, true},
-      {"other keys, then it cools", {'x', 'q', 'm', 'y', 'n', key::kEscape, '\n'}, 0, false, true},
-      {"continue", {'c'}, 0, false, true},
-      {"stop", {'s'}, 0, true, false},
-      {"disable", {'d'}, 0, false, false},
-      {"Ctrl-C", {}, kInterrupt, true, false},
-      {"terminate", {}, kTerminate, true, false}};
-  for (const Case& c : kCases) {
-    SCOPED_TRACE(c.what);
-    HotScene scene(Scene::Look::Live, {58, 50});
+  using enum Scene::Look;
+  for (const Case& c : {Case{Plain, {}, 0, false, true},
+                        {Quiet, {}, 0, false, true},
+                        {Plain, {}, kInterrupt, true, false},
+                        {Quiet, {}, kTerminate, true, false},
+                        {Live, {}, 0, false, true},
+                        {Live, {'x', 'q', 'm', 'y', 'n', key::kEscape, '\n', 'c'}, 0, false, true},
+                        {Live, {'s'}, 0, true, false},
+                        {Live, {'d'}, 0, false, false},
+                        {Live, {}, kInterrupt, true, false},
+                        {Live, {}, kTerminate, true, false}}) {
+    SCOPED_TRACE(std::to_string(static_cast<int>(c.look)) + " " + std::to_string(c.event) + " " +
+                 std::to_string(c.keys.size()));
+    HotScene scene(c.look, {58, 60, 50});
     DefragWindow& window = scene.program->main_window;
     // Typed before there was anything to see, and the details in front.
     window.tmrTemperatures.tick = [&, tick = window.tmrTemperatures.tick] {
-      if (scene.drive.Readings() == 0) {
+      if (c.look == Live && scene.drive.Readings() == 0) {
         scene.screen.keys = {'s', 'd'};
         window.details.Show();
       }
@@ -428,7 +376,7 @@ TEST(LiveView, AHotDiskPutsABoxWithThreeKeysInFrontOfTheMap) {
     scene.at_wait = [&] {
       for (const char* part : {"58C   Waiting for", " c  Continue ", " s  Stop ", " d  Disable ",
                                "C: temp 58 C", "+----"}) {
-        EXPECT_TRUE(scene.screen.Shows(part)) << part;
+        EXPECT_EQ(scene.screen.Shows(part), c.look == Live) << part;
       }
       EXPECT_FALSE(scene.screen.Shows("candidate for:"));
       EXPECT_FALSE(scene.screen.Shows("View details"));
@@ -440,7 +388,13 @@ TEST(LiveView, AHotDiskPutsABoxWithThreeKeysInFrontOfTheMap) {
     EXPECT_EQ(scene.Stopped(), c.stops);
     EXPECT_EQ(watches, c.watches);
     EXPECT_FALSE(scene.Warning().visible);
-    EXPECT_EQ(scene.console.shown, "");
+    EXPECT_GE(scene.waited, milliseconds(c.keys.empty() && c.event == 0 ? 60000 : 0));
+    EXPECT_EQ(scene.console.shown,
+              c.look == Live
+                  ? ""
+                  : "vornalux: Waiting for disk to cool down ... 58C. Vornalux is waiting for the "
+                    "disk to cool off and will automatically continue.\n");
+    EXPECT_EQ(scene.platform.events & ~kTick, 0U);
   }
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -12,75 +14,70 @@ namespace {
 
 struct Parsed {
   Options options;
+  std::ostringstream out, err;
   std::optional<ExitCode> end;
-  std::string out;
-  std::string err;
 };
 
 Parsed Parse(const std::vector<std::string>& arguments) {
   Parsed parsed;
-  std::ostringstream out;
-  std::ostringstream err;
-  parsed.end = ParseOptions(arguments, parsed.options, out, err);
-  parsed.out = out.str();
-  parsed.err = err.str();
+  parsed.end = ParseOptions(arguments, parsed.options, parsed.out, parsed.err);
   return parsed;
 }
 
-TEST(TerminalOptions, RefusesWhatMakesNoSense) {
-  const std::vector<std::string> kLines[] = {
-      {},
-      {"mend", "a.img"},
-      {"analyze"},
-      {"analyze", "a.img", "b.img"},
-      {"analyze", "a.img", "--drive", "CD"},
-      {"analyze", "a.img", "--drive", "1"},
-      {"analyze", "a.img", "--drive", ""},
-      {"analyze", "a.img", "--partition", "0"},
-      {"analyze", "a.img", "--partition", "two"},
-      {"analyze", "a.img", "--offset", "-1"},
-      {"analyze", "a.img", "--offset", "99999999999999999999"},
-      {"analyze", "a.img", "--offset", "99999999999T"},
-      {"analyze", "a.img", "--partition", "1", "--offset", "0"},
-      {"analyze", "a.img", "--directory", "D:\\x"},
-      {"analyze", "a.img", "--windows-dir", "Windows"},
-      {"analyze", "a.img", "--json", "--debug-log", "-"},
-      {"analyze", "a.img", "--seed", "x"},
-      {"analyze", "a.img", "--seed", "-1"},
-      {"analyze", "a.img", "--drop-restore-points"},
-      {"defrag", "a.img", "--list"},
-      {"job", "--volume", "C=a.img"},
-      {"job", "--", "/drv C: /d"},
-      {"job", "--volume", "a.img", "--", "/d"},
-      {"job", "--volume", "C=", "--", "/d"},
-      {"job", "--volume", "CC=a.img", "--", "/d"},
-      {"job", "--volume", "C=a.img", "--volume", "c:=b.img", "--", "/d"},
-      {"job", "--volume", "C=a.img", "/drv", "C:", "/d"},
-      {"job", "--volume", "C=a", "--volume", "D=b", "--partition", "1", "--", "/d"},
-      {"job", "--volume", "C=a", "--directory", "x", "--", "/d"},
-  };
-  for (const auto& line : kLines) {
-    const Parsed parsed = Parse(line);
-    EXPECT_EQ(parsed.end, ExitCode::Usage) << ::testing::PrintToString(line);
-    EXPECT_FALSE(parsed.err.empty()) << ::testing::PrintToString(line);
-    EXPECT_EQ(parsed.out, "") << ::testing::PrintToString(line);
-  }
+// '' is an empty word.
+Parsed ParseWords(const std::string& line) {
+  std::istringstream text(line);
+  std::vector<std::string> words(std::istream_iterator<std::string>(text), {});
+  std::ranges::replace(words, "''", "");
+  return Parse(words);
 }
 
-TEST(TerminalOptions, HelpAndVersionAreNoErrors) {
-  for (const auto& line : std::vector<std::vector<std::string>>{
-           {"--help"}, {"--version"}, {"analyze", "--help"}, {"job", "--help"}}) {
-    const Parsed parsed = Parse(line);
-    EXPECT_EQ(parsed.end, ExitCode::Done);
-    EXPECT_FALSE(parsed.out.empty());
+TEST(TerminalOptions, RefusesWhatMakesNoSense) {
+  for (const char* line : {"",
+                           "mend a.img",
+                           "analyze",
+                           "analyze a.img b.img",
+                           "analyze a.img --drive CD",
+                           "analyze a.img --drive 1",
+                           "analyze a.img --drive ''",
+                           "analyze a.img --partition 0",
+                           "analyze a.img --partition two",
+                           "analyze a.img --offset -1",
+                           "analyze a.img --offset 99999999999999999999",
+                           "analyze a.img --offset 99999999999T",
+                           "analyze a.img --partition 1 --offset 0",
+                           "analyze a.img --directory D:\\x",
+                           "analyze a.img --windows-dir Windows",
+                           "analyze a.img --json --debug-log -",
+                           "analyze a.img --seed -1",
+                           "analyze a.img --drop-restore-points",
+                           "defrag a.img --list",
+                           "job --volume C=a.img",
+                           "job -- /drv C: /d",
+                           "job --volume a.img -- /d",
+                           "job --volume C= -- /d",
+                           "job --volume CC=a.img -- /d",
+                           "job --volume C=a.img --volume c:=b.img -- /d",
+                           "job --volume C=a.img /drv C: /d",
+                           "job --volume C=a --volume D=b --partition 1 -- /d",
+                           "job --volume C=a --directory x -- /d"}) {
+    const Parsed parsed = ParseWords(line);
+    EXPECT_EQ(parsed.end, ExitCode::Usage) << line;
+    EXPECT_FALSE(parsed.err.str().empty()) << line;
+    EXPECT_EQ(parsed.out.str(), "") << line;
+  }
+  for (const char* line : {"--help", "--version", "analyze --help", "job --help"}) {
+    const Parsed parsed = ParseWords(line);
+    EXPECT_EQ(parsed.end, ExitCode::Done) << line;
+    EXPECT_FALSE(parsed.out.str().empty()) << line;
   }
 }
 
 TEST(TerminalOptions, TakesVolumeAndFolder) {
-  const Parsed parsed =
-      Parse({"defrag", "disk.img", "--drive", "d:", "--directory", "D:/Users\\bob\\", "--offset",
-             "1M", "--windows-dir", "", "--seed", "18446744073709551615", "--exclude", "*.iso"});
-  ASSERT_EQ(parsed.end, std::nullopt) << parsed.err;
+  const Parsed parsed = ParseWords(
+      "defrag disk.img --drive d: --directory D:/Users\\bob\\ --offset 1M --windows-dir '' "
+      "--seed 18446744073709551615 --exclude *.iso");
+  ASSERT_EQ(parsed.end, std::nullopt) << parsed.err.str();
   const Options& options = parsed.options;
   EXPECT_EQ(options.command, Command::Pass);
   ASSERT_EQ(options.volumes.size(), 1u);
@@ -91,17 +88,13 @@ TEST(TerminalOptions, TakesVolumeAndFolder) {
   EXPECT_EQ(options.windows_folder, "");
   EXPECT_EQ(options.seed, 18446744073709551615u);
   EXPECT_EQ(options.pass, Pass::Defrag);
-  EXPECT_EQ(Parse({"optimize", "x"}).options.pass, Pass::Optimize);
-  EXPECT_EQ(Parse({"compact", "x"}).options.pass, Pass::Compact);
-  EXPECT_EQ(Parse({"analyze", "x"}).options.windows_folder, std::nullopt);
+  EXPECT_EQ(ParseWords("optimize x").options.pass, Pass::Optimize);
+  EXPECT_EQ(ParseWords("compact x").options.pass, Pass::Compact);
+  EXPECT_EQ(ParseWords("analyze x").options.windows_folder, std::nullopt);
 }
 
 TEST(TerminalOptions, HandsTheJobLineOnAsItIs) {
-  struct Case {
-    std::vector<std::string> arguments;
-    const char* tail;
-  };
-  const Case kCases[] = {
+  const std::pair<std::vector<std::string>, const char*> kCases[] = {
       {{"/drv C: /d"}, "/drv C: /d"},
       {{"/drv", "C:", "/d"}, "/drv C: /d"},
       {{"/dir", "C:\\my files", "/d"}, "/dir \"C:\\my files\" /d"},
@@ -111,13 +104,13 @@ TEST(TerminalOptions, HandsTheJobLineOnAsItIs) {
       {{"\"C:\\a b\""}, "\"C:\\a b\""},
       {{}, ""},
   };
-  for (const Case& c : kCases) {
+  for (const auto& [arguments, tail] : kCases) {
     std::vector<std::string> line = {"job",      "--json", "--volume", "C=a.img",
                                      "--volume", "d:=b=c", "--"};
-    line.insert(line.end(), c.arguments.begin(), c.arguments.end());
+    line.insert(line.end(), arguments.begin(), arguments.end());
     const Parsed parsed = Parse(line);
-    ASSERT_EQ(parsed.end, std::nullopt) << parsed.err;
-    EXPECT_EQ(parsed.options.job_tail, c.tail);
+    ASSERT_EQ(parsed.end, std::nullopt) << parsed.err.str();
+    EXPECT_EQ(parsed.options.job_tail, tail);
     EXPECT_EQ(parsed.options.command, Command::Job);
     ASSERT_EQ(parsed.options.volumes.size(), 2u);
     EXPECT_EQ(parsed.options.volumes[1].letter, 'D');

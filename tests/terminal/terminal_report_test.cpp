@@ -5,6 +5,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
+#include <regex>
+#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -68,12 +71,10 @@ TEST(DebugLogFile, IsALineForEachEntryWhateverTheNames) {
     EXPECT_FALSE(log.Finish());
   }
   const Bytes log = folder.Get("log");
-  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), kEntries);
-  EXPECT_TRUE(std::none_of(log.begin(), log.end(), [](std::uint8_t byte) {
-    return (byte < ' ' && byte != '\n') || byte == 0x7F;
-  }));
   const std::string text(log.begin(), log.end());
-  EXPECT_EQ(text.find("\xc2\x9b"), std::string::npos);
+  EXPECT_EQ(std::ranges::count(text, '\n'), kEntries);
+  static const std::regex kSteering("[\\x01-\\x09\\x0b-\\x1f\\x7f]|\xc2\x9b");
+  EXPECT_FALSE(std::regex_search(text, kSteering));
 }
 
 TEST(ResultsJson, TellWhatStayedAndWhy) {
@@ -85,15 +86,13 @@ TEST(ResultsJson, TellWhatStayedAndWhy) {
   result.unreadable = {{"C:\\e", error::kGenFailure, 4096}, {"C:\\f", error::kFileCorrupt, {}}};
   std::string json = ToJson(result);
   std::erase_if(json, [](char c) { return c == ' ' || c == '\n'; });
-  EXPECT_NE(json.find(R"("not_moved":[{"path":"C:\\a","reason":"locked","code":32},)"
-                      R"({"path":"C:\\b","reason":"nogap"},{"path":"C:\\c","reason":"alignment"},)"
-                      R"({"path":"C:\\d","reason":"refused","code":5}])"),
-            std::string::npos)
-      << json;
-  EXPECT_NE(json.find(R"("unreadable":[{"path":"C:\\e","code":31,"byte":4096},)"
-                      R"({"path":"C:\\f","code":1392}])"),
-            std::string::npos)
-      << json;
+  for (const char* part :
+       {R"("not_moved":[{"path":"C:\\a","reason":"locked","code":32},)"
+        R"({"path":"C:\\b","reason":"nogap"},{"path":"C:\\c","reason":"alignment"},)"
+        R"({"path":"C:\\d","reason":"refused","code":5}])",
+        R"("unreadable":[{"path":"C:\\e","code":31,"byte":4096},{"path":"C:\\f","code":1392}])"}) {
+    EXPECT_NE(json.find(part), std::string::npos) << json;
+  }
 }
 
 TEST(ResultsText, TellTheFirstThatCouldNotBeReadAndCountTheRest) {
@@ -148,16 +147,12 @@ TEST(WriteAll, WaitsForAPipeThatDoesNot) {
     error = WriteAll(ends[1], text);
     close(ends[1]);
   });
-  fcntl(ends[0], F_SETFL, 0);
-  std::string arrived;
-  char piece[4096];
-  for (ssize_t got; (got = read(ends[0], piece, sizeof piece)) > 0;) {
-    arrived.append(piece, static_cast<std::size_t>(got));
-  }
+  std::ostringstream arrived;
+  arrived << std::ifstream("/dev/fd/" + std::to_string(ends[0])).rdbuf();
   writer.join();
   close(ends[0]);
   EXPECT_FALSE(error) << error.message();
-  EXPECT_TRUE(arrived == text);
+  EXPECT_TRUE(arrived.str() == text);
 }
 
 }  // namespace

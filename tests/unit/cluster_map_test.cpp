@@ -6,6 +6,7 @@
 
 #include "host/simulated/random_volume.h"
 #include "host/simulated/seeded_random.h"
+#include "unit/plain_model.h"
 #include "unit/rig.h"
 
 namespace vornalux::testing {
@@ -24,16 +25,14 @@ std::int64_t Nearest(std::int64_t value, std::int64_t unit) {
 class PlainStrip {
  public:
   PlainStrip(Rig& rig, std::int32_t width) : strip_(static_cast<std::size_t>(width)) {
-    const std::int64_t total = rig.volume.Facts().total_clusters;
-    std::vector<std::uint8_t> bits(static_cast<std::size_t>(total / 8 + 1));
-    rig.volume.CopyBitmap(0, bits);
-    const auto bytes = static_cast<std::int64_t>(bits.size());
+    const Bits bits = BitmapOf(rig.volume);
+    const auto bytes = std::ssize(bits);
     const std::int64_t step = std::max<std::int64_t>(1, bytes / width);
     unit_ = step * 8;
     for (std::int64_t x = 0; x < width; ++x) {
       std::int64_t used = 0;
       for (std::int64_t lcn = x * unit_; lcn < (x + 1) * unit_; ++lcn) {
-        if (lcn / 8 < bytes) used += bits[static_cast<std::size_t>(lcn / 8)] >> (lcn % 8) & 1;
+        used += lcn / 8 < bytes && Used(bits, lcn);
       }
       const std::int64_t green = 64 * unit_ + 191 * used;
       strip_[static_cast<std::size_t>(x)] = static_cast<Colour>(Nearest(green, unit_)) << 8;
@@ -136,72 +135,24 @@ TEST(ClusterMap, ShowsTheVolumeAndItsCandidates) {
   });
 }
 
-// The map is clicked while nothing runs, and a run is started before it is drawn.
-TEST(ClusterMap, RunInsideARedraw) {
-  for (std::size_t nth = 1; nth < 80; ++nth) {
-    SmallRig rig(nth);
-    rig.program.flags.OptimizeMode = True;
-    rig.engine.analysis.Analyze_This();
-    rig.machine->User().AtDoEvents(rig.machine->User().DoEventsCount() + nth,
-                                   [&] { rig.Run(nth % 2 == 0 ? Pass::Optimize : Pass::Defrag); });
-    rig.window.Picdepartvolume.click();
-    ExpectSound(rig);
-  }
-}
-
-TEST(ClusterMap, MftIsPaintedOneClusterPastItsEnd) {
-  SimulatedVolume volume({.total_clusters = 24 * 64, .mft_zone = {640, 640}});
-  volume.AddMft({{128, 64}});
-  Rig rig(volume);
-  rig.window.RedrawMap(MapLayers::Candidates);
-  const std::vector<Colour> strip = Strip(rig);
-  EXPECT_EQ(std::vector<Colour>(strip.begin(), strip.begin() + 5),
-            (std::vector<Colour>{0x004000, 0x004000, 0x00C0C0, 0x00C0C0, 0x004000}));
-  EXPECT_EQ(strip[10], map_colour::kMftZone);
-}
-
-// The zone ends where the steps of the two widths paint different columns.
-TEST(ClusterMap, AnotherWidthAtEveryCheckpoint) {
-  for (std::size_t nth = 1; nth <= 7; ++nth) {
-    SCOPED_TRACE(nth);
-    SimulatedVolume volume({.total_clusters = 1536, .mft_zone = {0, 50}});
-    Rig rig(volume);
-    PictureBox& picture = rig.window.Picdepartvolume;
-    picture.Resize(4);
-    rig.machine->User().AtDoEvents(rig.machine->User().DoEventsCount() + nth, [&] {
-      picture.ResizeAtNextClear(17);
-      rig.window.RedrawMap(MapLayers::Volume);
-    });
-    rig.window.RedrawMap(MapLayers::Volume);
-    const std::vector<Colour> strip = Strip(rig);
-    picture.Resize(17);
-    rig.window.RedrawMap(MapLayers::Volume);
-    EXPECT_EQ(strip, Strip(rig));
-  }
-}
-
 TEST(ClusterMap, HostileZonesAndTinyVolumes) {
   constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
   constexpr std::int32_t kLeast = std::numeric_limits<std::int32_t>::min();
-  struct Zone {
-    std::int32_t start, end;
-    bool paints;
-  };
-  for (const std::int64_t total : {1, 7, 8, 9, 100, 5000}) {
-    for (const Zone zone : {Zone{0, 0, true},
-                            {kLeast, kMost, true},
-                            {kLeast, -9999, false},
-                            {kMost, kMost, false},
-                            {kMost, kLeast, false},
-                            {50, 10, false},
-                            {-1, 3, true}}) {
-      SCOPED_TRACE(std::to_string(total) + ": " + std::to_string(zone.start));
+  for (const std::int64_t total : {1, 8, 9, 5000}) {
+    for (const auto& [start, end, paints] : {std::tuple{0, 0, true},
+                                             {kLeast, kMost, true},
+                                             {kLeast, -9999, false},
+                                             {kMost, kMost, false},
+                                             {kMost, kLeast, false},
+                                             {50, 10, false},
+                                             {-1, 3, true}}) {
+      SCOPED_TRACE(std::to_string(total) + ": " + std::to_string(start));
       SimulatedVolume volume({.total_clusters = total, .file_system = "FAT"});
       Rig rig(volume);
-      rig.engine.geometry.constants.MftZoneStart = zone.start;
-      rig.engine.geometry.constants.MftZoneEnd = zone.end;
+      rig.engine.geometry.constants.MftZoneStart = start;
+      rig.engine.geometry.constants.MftZoneEnd = end;
       rig.window.RedrawMap(MapLayers::Candidates);
-      EXPECT_EQ(Strip(rig)[0], zone.paints ? map_colour::kMftZone : map_colour::kFree);
+      EXPECT_EQ(Strip(rig)[0], paints ? map_colour::kMftZone : map_colour::kFree);
       EXPECT_LT(rig.machine->User().DoEventsCount(), 10000U);
     }
   }

@@ -35,15 +35,9 @@ inline constexpr RunKind kAnalyze = std::nullopt;
 
 inline std::string PassName(RunKind run) { return run ? RowOf(*run).name : "Analyze"; }
 
-inline std::vector<Pass> AllPasses() {
-  std::vector<Pass> passes;
-  for (const PassRow& row : kPasses) passes.push_back(row.pass);
-  return passes;
-}
 inline std::vector<RunKind> AllRuns() {
-  const std::vector<Pass> passes = AllPasses();
-  std::vector<RunKind> runs(passes.begin(), passes.end());
-  runs.push_back(kAnalyze);
+  std::vector<RunKind> runs = {kAnalyze};
+  for (const PassRow& row : kPasses) runs.push_back(row.pass);
   return runs;
 }
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // What the program leaves with the shell: shortcuts, and verbs in context menus.
-#include <algorithm>
-#include <sstream>
+#include <tuple>
 
 #include "app/shortcut.h"
 #include "app/special_folder.h"
@@ -14,37 +13,29 @@ namespace {
 const std::string kDesktop = "C:\\Users\\me\\Desktop";
 const std::string kAllDesktop = "C:\\Users\\Public\\Desktop";
 
-TEST(SpecialFolder, FindsEachNameAndFallsBack) {
+TEST(SpecialFolder, FindsNamesAndFallsBack) {
   ScriptedShell objects;
   std::unique_ptr<ScriptShell> shell;
   ASSERT_FALSE(objects.CreateScriptShell(shell).Failed());
-  std::istringstream names(
-      "AllUsersDesktop AllUsersStartMenu AllUsersPrograms AllUsersStartup AppData Desktop "
-      "Favorites "
-      "Fonts MyDocuments NetHood PrintHood Programs Recent SendTo StartMenu Startup Templates");
-  const auto find = [&](std::string name) {
+  const auto find = [&](const std::string& name) {
     std::string folder = "left over";
     const ShellResult result = GetSpecialFolder(*shell, name, folder);
     return result.Failed() ? "failed" : folder;
   };
-  for (std::string name; names >> name;) {
-    const std::string path = objects.folders[name] = "X:\\" + name;
-    EXPECT_EQ(find(name), path);
-    EXPECT_EQ(find(UpperCase(name)), path);
+  for (const std::string name :
+       {"AppData", "Desktop", "Favorites", "Fonts", "MyDocuments", "NetHood", "PrintHood",
+        "Programs", "Recent", "SendTo", "StartMenu", "Startup", "Templates"}) {
+    objects.folders[name] = "X:\\" + name;
+    EXPECT_EQ(find(UpperCase(name)), "X:\\" + name);
   }
   EXPECT_EQ(find("QuickLaunch"), R"(X:\AppData\Microsoft\Internet Explorer\Quick Launch)");
-  for (const char* name : {"", "NoSuch", "AllUsersDesktop "}) EXPECT_EQ(find(name), "");
-
-  for (const char* name : {"Desktop", "StartMenu", "Programs"}) {
-    const std::string of_all = std::string("AllUsers") + name;
-    objects.folders.erase(of_all);
-    EXPECT_EQ(find(of_all), std::string("X:\\") + name);
+  for (const std::string name : {"Desktop", "StartMenu", "Programs"}) {
+    EXPECT_EQ(find("AllUsers" + name), "X:\\" + name);
   }
-  for (const char* name : {"AllUsersStartup", "Fonts", "AppData"}) {
-    objects.folders.erase(name);
-    EXPECT_EQ(find(name), "");
+  objects.folders.erase("AppData");
+  for (const char* name : {"", "NoSuch", "Desktop ", "AllUsersStartup", "quicklaunch"}) {
+    EXPECT_EQ(find(name), "") << name;
   }
-  EXPECT_EQ(find("quicklaunch"), "") << "half a path is none";
   objects.fails_at = "folder AllUsersDesktop";
   EXPECT_EQ(find("AllUsersDesktop"), "X:\\Desktop");
   objects.fails_at = "folder Desktop";
@@ -83,18 +74,14 @@ TEST(Shortcut, OfTheInternet) {
   ScriptedShell objects;
   objects.folders = {{"Desktop", kDesktop}};
   cShortcut shortcut(objects);
-  const std::tuple<const char*, const char*, const char*> cases[] = {
-      {"  C:\\a b ", "FILE", "file://C:\\a b"},
-      {" vornalux.example", "web", "http://vornalux.example"},
-      {"https://x", "", "http://https://x"}};
-  for (const auto& [address, kind, url] : cases) {
+  for (const auto& [address, kind, url] : {std::tuple{"  C:\\a b ", "FILE", "file://C:\\a b"},
+                                           {" vornalux.example", "web", "http://vornalux.example"},
+                                           {"https://x", "", "http://https://x"}}) {
     EXPECT_FALSE(shortcut.CreateInternetShortcut("page", address, kind).Failed());
     EXPECT_EQ(objects.files[kDesktop + "\\page.url"],
               std::string("[InternetShortcut]\r\nURL=") + url + "\r\n");
   }
   EXPECT_TRUE(shortcut.URLExists("page"));
-  EXPECT_FALSE(shortcut.CreateInternetShortcutAt("p", "x", "web", "D:\\").Failed());
-  EXPECT_TRUE(objects.FileExists("D:\\p.url"));
   objects.fails_at = "write";
   EXPECT_TRUE(shortcut.CreateInternetShortcut("no", "x", "web").Failed());
 }
@@ -102,16 +89,13 @@ TEST(Shortcut, OfTheInternet) {
 // The launcher on drive C: with a program folder, whose shell has both desktops.
 struct ShortcutRig {
   ShortcutRig() { shell.folders = {{"AllUsersDesktop", kAllDesktop}, {"Desktop", kDesktop}}; }
-  // Types the title, if any, and returns what the boxes then say.
+  // Types the title, if any, and returns what a box then says.
   std::string Press(const char* title) {
     const std::size_t before = user.Boxes().size();
     if (title) user.Type(title);
     rig.program.launcher.Command2.Click();
-    std::string said;
-    for (std::size_t i = before; i < user.Boxes().size(); ++i) {
-      said += user.Boxes()[i].title + "|" + user.Boxes()[i].text;
-    }
-    return said;
+    if (user.Boxes().size() == before) return "";
+    return user.Boxes().back().title + "|" + user.Boxes().back().text;
   }
   SmallRig rig;
   ScriptedShell& shell = rig.machine->Shell();
@@ -163,36 +147,34 @@ struct ContextRig {
   ContextRig() {
     keys.Add("Directory\\shell");
     keys.Add("Drive\\shell");
-  }
-  std::string Checked() {
-    std::string checked;
-    for (const CheckBox& box : window.Check1) checked += box.value ? '1' : '0';
-    return checked;
+    before = keys.Dump();
   }
   SmallRig rig;
   MemoryRegistry& keys = rig.machine->Keys();
   frmContext& window = rig.program.launcher.context_menu;
+  modReg registry{keys, rig.machine->User()};
+  std::string before;
 };
 
 TEST(ContextMenu, WritesReadsAndRemovesVerbs) {
   ContextRig test;
-  const std::string before = test.keys.Dump();
   MemoryRegistry all;
   const std::string exe = "C:\\Program Files\\Vornalux\\Vornalux.exe ";
-  const std::pair<const char*, const char*> verbs[] = {
-      {"Directory\\shell\\Vornalux Defrag", "/d /dir \"%1\""},
-      {"Directory\\shell\\Vornalux Defrag Background", "/min /close /d /dir \"%1\""},
-      {"Drive\\shell\\Vornalux Defrag", "/d /drv %1"},
-      {"Drive\\shell\\Vornalux Defrag Background", "/min /close /d /drv %1"},
-      {"Drive\\shell\\Vornalux Optimize", "/o /drv %1"},
-      {"Drive\\shell\\Vornalux Optimize Shutdown", "/down /o /drv %1"}};
-  for (const auto& [key, job] : verbs) all.Add(std::string(key) + "\\command", exe + job);
+  for (const auto& [key, job] :
+       {std::pair{"Directory\\shell\\Vornalux Defrag", "/d /dir \"%1\""},
+        {"Directory\\shell\\Vornalux Defrag Background", "/min /close /d /dir \"%1\""},
+        {"Drive\\shell\\Vornalux Defrag", "/d /drv %1"},
+        {"Drive\\shell\\Vornalux Defrag Background", "/min /close /d /drv %1"},
+        {"Drive\\shell\\Vornalux Optimize", "/o /drv %1"},
+        {"Drive\\shell\\Vornalux Optimize Shutdown", "/down /o /drv %1"}}) {
+    all.Add(std::string(key) + "\\command", exe + job);
+  }
   for (CheckBox& box : test.window.Check1) box.Click();
   bool ended = false;
   test.window.closed = [&ended] { ended = true; };
   test.window.cmdCancel.Click();
   EXPECT_TRUE(ended && !test.window.visible);
-  EXPECT_EQ(test.keys.Dump(), before) << "nothing is written";
+  EXPECT_EQ(test.keys.Dump(), test.before) << "nothing is written";
 
   test.window.Show();
   test.window.cmdApply.Click();
@@ -203,48 +185,35 @@ TEST(ContextMenu, WritesReadsAndRemovesVerbs) {
   test.window.cmdOK.Click();
   EXPECT_FALSE(test.window.visible);
   test.window.Open();
-  EXPECT_EQ(test.Checked(), "101101") << "as the registry has it";
+  std::string checked;
+  for (const CheckBox& box : test.window.Check1) checked += box.value ? '1' : '0';
+  EXPECT_EQ(checked, "101101") << "as the registry has it";
   for (CheckBox& box : test.window.Check1) box.value = false;
   test.window.cmdOK.Click();
-  EXPECT_EQ(test.keys.Dump(), before) << "as it was";
+  EXPECT_EQ(test.keys.Dump(), test.before) << "as it was";
   EXPECT_EQ(test.rig.Boxes(), std::vector<std::string>());
   EXPECT_EQ(test.keys.OpenKeys(), 0U);
 }
 
-TEST(ContextMenu, EachVerbIsAJob) {
-  for (const auto& verb : kContextVerbs) {
-    std::string job = verb.job;
-    const bool folder = std::string(verb.key).starts_with("Directory");
-    job.replace(job.find("%1"), 2, folder ? "C:\\a b\\c" : "C:\\");
-    const JobReading reading = ParseJob(job);
-    EXPECT_EQ(reading.objections, std::vector<std::string>()) << job;
-    EXPECT_EQ(reading.job.root + reading.job.directory, folder ? "C:\\a b\\c" : "C:\\") << job;
-  }
-}
-
 TEST(ContextMenu, DeletingMeetsMissingParentsAndKeysThatStay) {
   ContextRig test;
-  modReg registry(test.keys, test.rig.machine->User());
-  const std::string before = test.keys.Dump();
   for (const char* below : {"", "\\a", "\\a\\b", "\\command", "\\z"}) {
     test.keys.Add(std::string("Drive\\shell\\v") + below, "text");
   }
-  registry.DeleteKeyTree(kClassesRoot, "Drive\\shell\\v\\");
-  EXPECT_EQ(test.keys.Dump(), before);
-  registry.DeleteKeyTree(kClassesRoot, "Drive\\shell\\v");
-  registry.DeleteKeyTree(kClassesRoot, "");
   test.keys.Add("alone\\x");
-  registry.DeleteKeyTree(kClassesRoot, "alone");
-  EXPECT_EQ(test.keys.Dump(), before);
+  for (const char* key : {"Drive\\shell\\v\\", "Drive\\shell\\v", "", "alone"}) {
+    test.registry.DeleteKeyTree(kClassesRoot, key);
+  }
+  EXPECT_EQ(test.keys.Dump(), test.before);
   EXPECT_EQ(test.rig.Boxes(), std::vector<std::string>());
-  registry.DeleteKeyTree(kClassesRoot, "Missing\\shell\\v");
+  test.registry.DeleteKeyTree(kClassesRoot, "Missing\\shell\\v");
   EXPECT_EQ(test.rig.Boxes(), std::vector<std::string>{"Error opening parent key"});
 
   // What cannot be deleted stays, and ends.
   test.keys.Add("Drive\\shell\\v\\a\\b");
   const std::string with_verb = test.keys.Dump();
   const auto stays = [&](const char* what) {
-    registry.DeleteKeyTree(kClassesRoot, "Drive\\shell\\v");
+    test.registry.DeleteKeyTree(kClassesRoot, "Drive\\shell\\v");
     EXPECT_EQ(test.keys.Dump(), with_verb) << what;
     test.keys.undeletable = test.keys.unopenable = {};
   };
@@ -261,13 +230,14 @@ TEST(ContextMenu, DeletingMeetsMissingParentsAndKeysThatStay) {
 
 TEST(ContextMenu, ValuesAreFoundByNameAndCut) {
   ContextRig test;
-  modReg registry(test.keys, test.rig.machine->User());
-  registry.WriteString(kClassesRoot, "a\\b\\c", "", "default");
-  registry.WriteString(kClassesRoot, "a\\b\\c", "Name", std::string("x\0y", 3));
-  EXPECT_EQ(registry.ReadString(kClassesRoot, "a\\b\\c", ""), "default");
-  EXPECT_EQ(registry.ReadString(kClassesRoot, "A\\B\\C", "NAME"), "x");
-  EXPECT_EQ(registry.ReadString(kClassesRoot, "a\\b", ""), "");
-  EXPECT_EQ(registry.ReadString(kClassesRoot, "a\\x", ""), "");
+  test.registry.WriteString(kClassesRoot, "a\\b\\c", "", "default");
+  test.registry.WriteString(kClassesRoot, "a\\b\\c", "Name", std::string("x\0y", 3));
+  for (const auto& [key, name, value] : {std::tuple{"a\\b\\c", "", "default"},
+                                         {"A\\B\\C", "NAME", "x"},
+                                         {"a\\b", "", ""},
+                                         {"a\\x", "", ""}}) {
+    EXPECT_EQ(test.registry.ReadString(kClassesRoot, key, name), value);
+  }
 }
 
 }  // namespace

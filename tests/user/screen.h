@@ -188,12 +188,11 @@ class Screen {
     Add(deeds, context, "context OK", 1, context.cmdOK);
     Add(deeds, context, "context Apply", 1, context.cmdApply);
     Add(deeds, context, "context Cancel", 1, context.cmdCancel);
-    const auto close = [&deeds](const char* name, Form& form) {
-      deeds.push_back({name, 1, &form, [&form] { form.Hide(); }});
-    };
-    close("close details", details);
-    close("close log", program_.debug_window);
-    close("close warning", warning_);
+    for (const auto& [name, form] : {std::pair<const char*, Form*>{"close details", &details},
+                                     {"close log", &program_.debug_window},
+                                     {"close warning", &warning_}}) {
+      deeds.push_back({name, 1, form, [form] { form->Hide(); }});
+    }
   }
 
   const CallLog& log_;

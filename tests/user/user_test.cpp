@@ -62,8 +62,7 @@ Played Play(std::uint64_t seed, std::size_t steps, const std::vector<Step>* give
     for (bool first = true; first || taken < steps; first = false, ++seed) {
       tell("seed " + std::to_string(seed) + "\n");
       alarm(kPatience);
-      const auto fault =
-          given ? Replay(seed, *given, note) : PlayAtRandom(seed, kStepsInSequence, note);
+      const auto fault = Player(seed, kStepsInSequence, given, note).Play();
       if (!fault) continue;
       tell("! " + fault->rule + "\n" + fault->what);
       break;
@@ -71,11 +70,9 @@ Played Play(std::uint64_t seed, std::size_t steps, const std::vector<Step>* give
     _exit(0);
   }
   close(ends[1]);
-  std::string text;
-  char buffer[4096];
-  for (ssize_t n; (n = read(ends[0], buffer, sizeof buffer)) > 0;) {
-    text.append(buffer, static_cast<std::size_t>(n));
-  }
+  std::stringstream told;
+  told << std::ifstream("/dev/fd/" + std::to_string(ends[0])).rdbuf();
+  const std::string text = told.str();
   close(ends[0]);
   int status = 0;
   waitpid(child, &status, 0);
@@ -142,7 +139,8 @@ TEST(User, DoesWhatAFileSays) {
   std::uint64_t seed = 0;
   const std::vector<Step> steps = Parse(text, seed);
   ASSERT_FALSE(steps.empty()) << file;
-  const auto fault = Replay(seed, steps, [](const Step& step) { std::cout << Text(step); });
+  const auto fault =
+      Player(seed, 0, &steps, [](const Step& step) { std::cout << Text(step); }).Play();
   EXPECT_FALSE(fault) << fault->rule << " " << fault->what;
 }
 
