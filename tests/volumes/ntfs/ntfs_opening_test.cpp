@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
+#include <algorithm>
+
 #include "check/ntfs_check.h"
 #include "host/image/device/little_endian.h"
 #include "host/image/opening/image_file.h"
+#include "host/image/volume/refused.h"
 #include "support/image_folder.h"
+#include "volumes/maker/maker_editor.h"
 #include "volumes/ntfs/ntfs_image.h"
 
 namespace vornalux::test {
@@ -30,6 +34,59 @@ TEST_F(NtfsOpening, TellsWhatTheVolumeIsAndMarksItWhileAtWork) {
   EXPECT_TRUE(CheckNtfs(Path("v.img")).dirty);
   ASSERT_EQ(volume->Close(), error::kSuccess);
   EXPECT_FALSE(CheckNtfs(Path("v.img")).dirty);
+}
+
+// The first index entry of a folder says that it is the folder itself.
+TEST(NtfsReading, FoldersInsideThemselvesAreListedOnce) {
+  Bytes image = MakeNtfs("ntfs size=8M files=20 folders=3");
+  const CheckReport report = CheckNtfs(MemorySource(image));
+  NtfsEditor editor(image, report);
+  // Items come in the order of their paths: what lies in a folder follows it.
+  const auto folder = std::adjacent_find(report.items.begin(), report.items.end(),
+                                         [](const CheckedItem& item, const CheckedItem& next) {
+                                           return item.is_folder && item.extents.empty() &&
+                                                  next.path.starts_with(item.path + "/");
+                                         });
+  const ItemId outer = folder->id | Get(editor.RawRecord(folder->id), 16, 2) << 48;
+  constexpr std::uint32_t kIndexRoot = 0x90;
+  editor.Attribute(
+      folder->id, kIndexRoot,
+      [&](ByteSpan a) {
+        const std::size_t header = Get(a, 20, 2) + 16;
+        const std::size_t entry = header + Get(a, header, 4);
+        Put(a, entry, 8, outer);
+        Put(a, entry + 16 + 56, 4, 0x10000000);  // what its name says: a folder
+      },
+      4);
+  MemoryVolume volume(editor.bytes);
+  std::vector<FolderItem> items;
+  ASSERT_EQ(volume->ListFolder(volume->Root(), items), error::kSuccess);
+  ASSERT_EQ(volume->ListFolder(outer, items), error::kSuccess);
+  const auto self = std::find_if(items.begin(), items.end(),
+                                 [&](const FolderItem& item) { return item.id == outer; });
+  ASSERT_NE(self, items.end());
+  EXPECT_EQ(volume->ListFolder(self->id, items), error::kFileCorrupt);
+}
+
+// A record that the attribute list of one file names says that it is the other's.
+TEST(NtfsReading, RecordsOfAnotherFileAreNotTakenForOwn) {
+  Bytes image = MakeNtfs("ntfs size=8M cluster=512 files=5 shredded=2:600");
+  const CheckReport report = CheckNtfs(MemorySource(image));
+  NtfsEditor editor(image, report);
+  MemoryVolume sound(image);
+  const StreamRef thief = FindStream(*sound, "shredded 0.bin");
+  const StreamRef owner = FindStream(*sound, "shredded 1.bin");
+  constexpr std::uint64_t kNumber = 0xFFFFFFFFFFFF;
+  const std::uint64_t stolen = Get(editor.LaterDataEntry(thief.item & kNumber), 16, 6);
+  editor.Record(stolen, [&](ByteSpan record) { Put(record, 0x20, 8, owner.item); });
+  EXPECT_THROW(MemoryVolume{editor.bytes}, VolumeRefused);
+  MemoryVolume volume(editor.bytes, true);
+  std::vector<Extent> extents;
+  EXPECT_EQ(volume->Extents(owner, extents), error::kSuccess);
+  EXPECT_EQ(extents.size(), 600U);
+  const std::int64_t last = extents.back().NextVcn - 1;
+  EXPECT_EQ(volume->Extents(thief, extents), error::kFileCorrupt);
+  EXPECT_EQ(volume->Move(thief, last, FreeRun(*volume, 0, 1), 1), error::kFileCorrupt);
 }
 
 }  // namespace
