@@ -210,7 +210,13 @@ TEST(FatDamage, FoldersAndTables) {
        {"but its chain has"}},
       {"a folder with a size", InFile(kDir, 29, 2), {}, {"a folder of size"}},
       {"a label in a folder", InFile("C       TXT", 11, 8), {}, {"has a volume label"}},
-      {"long name's checksum", InLongName(13, 1), {}, {"long name"}},
+      {"long name's checksum",
+       [](FatWorld& w) {
+         InLongName(13, 1)(w);
+         InLongName(32 + 13, 1)(w);
+       },
+       {},
+       {"long name"}},
       {"long name's order", InLongName(32, 0x13), {}, {"a part of a long name out of place"}},
       {"long name alone", InLongName(64, 0xE5), {}, {"deleted, but has a long name"}},
       {"root's chain",

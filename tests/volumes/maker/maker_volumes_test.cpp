@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
 
 #include "check/volume_check.h"
 #include "host/simulated/seeded_random.h"
@@ -162,6 +163,31 @@ TEST_F(MakerTest, FragmentsAreExact) {
         EXPECT_LE(item.Fragments(), 6U) << item.path;
       }
     }
+  }
+}
+
+TEST_F(MakerTest, WindowsHasALayoutListOfExistingFiles) {
+  for (const std::string kind : {"ntfs", "fat16"}) {
+    SCOPED_TRACE(kind);
+    const CheckReport report = Make(kind + " files=400 windows=1 drive=E");
+    Run(kind == "ntfs" ? "ntfscat v.img /Windows/Prefetch/layout.ini >list"
+                       : "mcopy -n -i v.img ::/Windows/Prefetch/layout.ini list");
+    std::ifstream list(Path("list"), std::ios::binary);
+    std::string line;
+    std::getline(list, line);
+    EXPECT_EQ(line, "[OptimalLayoutFile]\r");
+    std::getline(list, line);
+    int named = 0;
+    while (std::getline(list, line)) {
+      ASSERT_EQ(line.back(), '\r');
+      line.pop_back();
+      ASSERT_EQ(line.substr(0, 3), "E:\\");
+      std::string path = line.substr(2);
+      std::replace(path.begin(), path.end(), '\\', '/');
+      EXPECT_NE(report.Find(path), nullptr) << path;
+      ++named;
+    }
+    EXPECT_GE(named, 30);
   }
 }
 
