@@ -3,10 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
-
 #include "host/simulated/simulated_volume.h"
-#include "support/noting_sink.h"
 
 namespace vornalux {
 namespace {
@@ -294,46 +291,6 @@ TEST_F(MountedPlatformTest, ReadBytesGivesWholeSmallFiles) {
   EXPECT_EQ(platform_.ReadBytes("C:\\Dir", bytes), error::kAccessDenied);
   EXPECT_EQ(platform_.ReadBytes("C:\\none", bytes), error::kFileNotFound);
   EXPECT_EQ(platform_.OpenHandles(), 0U);
-}
-
-TEST(MountedMachine, DiskCheckTellsWhetherTheVolumeIsDirty) {
-  for (const bool dirty : {false, true}) {
-    SimulatedVolume volume({.dirty = dirty});
-    MountedPlatform platform;
-    platform.Mount('C', volume);
-    test::NotingSink listener;
-    CheckVolumeBy(platform, platform, "C:\\", {}, listener);
-    EXPECT_TRUE(listener.notes.ends_with(dirty ? ". 100% failed " : ". 100% good "));
-    test::NotingSink cancelling(true);
-    CheckVolumeBy(platform, platform, "C:\\", {}, cancelling);
-    EXPECT_TRUE(cancelling.notes.ends_with(dirty ? " failed " : " good "));
-    EXPECT_EQ(cancelling.notes.find('%'), std::string::npos);
-    test::NotingSink absent;
-    CheckVolumeBy(platform, platform, "D:\\", {}, absent);
-    EXPECT_EQ(absent.notes, "");
-  }
-}
-
-TEST(MountedMachine, EveryErrorOfOursHasATextOfItsOwn) {
-  MountedPlatform platform;
-  std::set<std::string> texts;
-  const ErrorCode codes[] = {0,  1,  2,  3,  5,  6,  8,  18,  19,  21,  25,
-                             29, 30, 31, 32, 38, 50, 87, 112, 123, 234, 1392};
-  for (const ErrorCode code : codes) {
-    const std::string text = platform.ErrorText(code);
-    EXPECT_TRUE(text.ends_with(".\r\n")) << code;
-    EXPECT_TRUE(texts.insert(text).second) << code;
-  }
-  EXPECT_EQ(platform.ErrorText(4), "");
-}
-
-TEST(MountedMachine, RandomDependsOnTheSeedAlone) {
-  MountedPlatform a({.windows_folder = {}, .seed = 3, .power_off = {}});
-  MountedPlatform b({.windows_folder = {}, .seed = 3, .power_off = {}});
-  for (int i = 0; i < 1000; ++i) {
-    const double value = a.Random();
-    ASSERT_TRUE(value == b.Random() && value >= 0.0 && value < 1.0) << value;
-  }
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 
-#include "support/seed.h"
 #include "support/tiny_volume.h"
 
 namespace vornalux::test {
@@ -13,64 +12,6 @@ namespace {
 constexpr std::int64_t kTotal = 1000;
 constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
 using Runs = std::vector<ClusterRun>;
-
-// The LCN of every VCN, which is what runs are a short form of.
-std::vector<std::int64_t> Places(const Runs& runs) {
-  std::vector<std::int64_t> places;
-  for (const ClusterRun& run : runs) {
-    for (std::int64_t i = 0; i < run.count; ++i) places.push_back(run.lcn < 0 ? -1 : run.lcn + i);
-  }
-  return places;
-}
-
-bool Joined(const Runs& runs) {
-  Runs copy = runs;
-  JoinRuns(copy);
-  return copy == runs;
-}
-
-Runs RandomRuns(Random& random) {
-  Runs runs;
-  std::int64_t vcn = 0;
-  std::int64_t lcn = 0;
-  for (std::uint64_t i = 1 + Below(random, 8); i > 0; --i) {
-    const auto count = static_cast<std::int64_t>(1 + Below(random, 6));
-    lcn += static_cast<std::int64_t>(Below(random, 2) * Below(random, 20));
-    const bool hole = Below(random, 3) == 0;
-    runs.push_back({vcn, hole ? -1 : lcn, count});
-    vcn += count;
-    lcn += hole ? 0 : count;
-  }
-  return runs;
-}
-
-TEST(PlanMove, AgreesWithMovingClusterByCluster) {
-  const std::uint64_t seed = TestSeed();
-  Random random(seed);
-  for (int round = 0; round < 20000; ++round) {
-    SCOPED_TRACE(SeedNote(seed) + ", round " + std::to_string(round));
-    const Runs runs = RandomRuns(random);
-    const std::vector<std::int64_t> before = Places(runs);
-    const auto vcn = static_cast<std::int64_t>(Below(random, before.size()));
-    const std::int64_t count =
-        Below(random, 10) == 0 ? kMax : 1 + static_cast<std::int64_t>(Below(random, 50));
-    std::vector<std::int64_t> after = before;
-    std::vector<std::int64_t> sources;
-    std::int64_t next = 500;
-    for (std::size_t i = static_cast<std::size_t>(vcn); i < after.size(); ++i) {
-      if (static_cast<std::int64_t>(i) - vcn >= count || after[i] < 0) continue;
-      sources.push_back(after[i]);
-      after[i] = next++;
-    }
-    MovePlan plan;
-    ASSERT_EQ(PlanMove(runs, vcn, 500, count, kTotal, plan), error::kSuccess);
-    ASSERT_EQ(Places(plan.before), before);
-    ASSERT_EQ(Places(plan.after), after);
-    ASSERT_EQ(Places(plan.sources), sources);
-    ASSERT_EQ(plan.target_count, next - 500);
-    ASSERT_TRUE(Joined(plan.before) && Joined(plan.after));
-  }
-}
 
 TEST(PlanMove, ChecksNumbersAndRuns) {
   struct Case {

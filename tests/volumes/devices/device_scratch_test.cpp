@@ -6,9 +6,7 @@
 #include "host/image/device/window_device.h"
 #include "host/image/journal/journal.h"
 #include "host/image/journal/transaction.h"
-#include "host/image/opening/image_file.h"
-#include "host/image/opening/image_source.h"
-#include "support/image_folder.h"
+#include "support/devices.h"
 #include "support/seed.h"
 
 namespace vornalux::test {
@@ -83,117 +81,6 @@ TEST(ScratchDevice, ACopyReadsNothing) {
   EXPECT_FALSE(base->HasFailed());
   Bytes sector(kSector);
   EXPECT_TRUE(transaction.Read(1000 * kSector, sector)) << "now somebody asks";
-}
-
-// A volume's worth of layers above a device.
-struct Layers {
-  explicit Layers(BlockDevice& base) : device(base), journal(store, base), transaction(base) {
-    transaction.AttachJournal(&journal);
-  }
-  Bytes All(BlockDevice& from) const {
-    Bytes bytes(device.Size());
-    EXPECT_FALSE(from.Read(0, bytes));
-    return bytes;
-  }
-
-  BlockDevice& device;
-  MemoryDevice store{0, true};
-  RedoJournal journal;
-  Transaction transaction;
-};
-
-// Whatever is gathered, copied, dropped and committed: a transaction over a scratch device and one
-// over a real device of the same content say the same, and leave the same underneath.
-TEST(ScratchDevice, ATransactionCannotTellTheDifference) {
-  const std::uint64_t seed = TestSeed();
-  Random random(seed);
-  constexpr std::uint64_t kSectors = 64;
-  const auto base = std::make_shared<MemoryDevice>(RandomBytes(random, kSectors * kSector));
-  const Bytes before = base->Content();
-  MemoryDevice real_device(before);
-  ScratchDevice scratch_device(base);
-  Layers real(real_device);
-  Layers scratch(scratch_device);
-  bool in_move = false;
-  for (int round = 0; round < 10'000; ++round) {
-    SCOPED_TRACE(SeedNote(seed) + ", round " + std::to_string(round));
-    const std::uint64_t choice = Below(random, 15);
-    const bool commit = choice == 13 && !in_move;
-    const ByteRange range = RandomRange(random, kSectors * kSector, 3 * kSector);
-    const Bytes data = RandomBytes(random, range.length);
-    // From one half to the other. What lies in guarded places is no business of a move that is
-    // dropped.
-    const std::uint64_t half = kSectors / 2;
-    const std::uint64_t from = half * Below(random, 2);
-    std::vector<ByteRange> pieces;
-    std::vector<ByteRange> guarded;
-    std::uint64_t length = 0;
-    for (std::uint64_t left = 1 + Below(random, 4); left > 0; --left) {
-      const std::uint64_t sectors = 1 + Below(random, half / 4);
-      pieces.push_back({(from + Below(random, half - sectors + 1)) * kSector, sectors * kSector});
-      length += sectors;
-    }
-    const std::uint64_t to = half - from + Below(random, half - length + 1);
-    for (std::uint64_t at = to + Below(random, 7); at < to + length && !in_move; at += 7) {
-      guarded.push_back({at * kSector, (1 + Below(random, 6)) * kSector});
-    }
-    for (Layers* layers : {&real, &scratch}) {
-      Transaction& transaction = layers->transaction;
-      if (choice < 6) {
-        ASSERT_FALSE(transaction.Write(range.offset, data));
-      } else if (choice < 11) {
-        ASSERT_FALSE(transaction.GatherData(pieces, to * kSector, guarded));
-      } else if (choice < 13 && in_move) {
-        choice == 11 ? transaction.KeepMove() : transaction.DropMove();
-      } else if (choice < 13) {
-        transaction.BeginMove();
-      } else if (commit) {
-        ASSERT_FALSE(transaction.Commit());
-      }
-    }
-    if (choice == 11 || choice == 12) in_move = !in_move;
-    ASSERT_EQ(scratch.All(scratch.transaction), real.All(real.transaction));
-    if (commit) {
-      ASSERT_EQ(scratch.All(scratch.device), real.All(real.device));
-    }
-  }
-  EXPECT_EQ(base->Content(), before);
-}
-
-// A journal that breaks off inside a commit is finished for the dry run's eyes only.
-class DryOpenTest : public ImageFolder {};
-
-TEST_F(DryOpenTest, FinishesACommitInMemory) {
-  Put("a.txt", Bytes(3000, 'a'));
-  Bytes before = Fat();
-  Put("image", before);
-  Run("mcopy -i image a.txt ::");
-  Bytes after = Get("image");
-  constexpr std::size_t kState = 0x25;
-  MemoryDevice device(before);
-  MemoryDevice store(0, true);
-  RedoJournal journal(store, device);
-  Put("image", before);
-  ASSERT_FALSE(journal.Begin(LocateVolume(Path("image"), {}, false).identity));
-  before[kState] = after[kState] = 1;
-  ASSERT_FALSE(journal.Record({{0, Bytes(before.begin(), before.begin() + kSector)}}));
-  ASSERT_FALSE(journal.Settle());
-  device.Content() = before;
-  Put("image", before);
-  ASSERT_FALSE(journal.Record({{0, after}}));
-  Put("image.vornalux-journal", store.Content());
-
-  OpenOptions options;
-  options.writable = options.dry_run = true;
-  OpenReport report;
-  const auto volume = OpenImage(Path("image"), options, report);
-  EXPECT_TRUE(report.recovered);
-  std::vector<FolderItem> items;
-  EXPECT_EQ(volume->ListFolder(volume->Root(), items), error::kSuccess);
-  EXPECT_EQ(items.size(), 1u);
-  EXPECT_EQ(volume->Close(), error::kSuccess);
-  EXPECT_EQ(Get("image"), before);
-  EXPECT_EQ(Get("image.vornalux-journal"), store.Content());
 }
 
 }  // namespace

@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <array>
-#include <numeric>
 
+#include "host/image/device/scratch_device.h"
 #include "host/image/device/window_device.h"
 #include "host/image/journal/journal.h"
 #include "host/image/journal/transaction.h"
@@ -24,7 +24,6 @@ struct Stack {
         recorded_store(store, log, 1),
         journal(recorded_store, recorded_volume),
         transaction(recorded_volume) {
-    std::iota(volume.Content().begin(), volume.Content().end(), std::uint8_t{0});
     EXPECT_FALSE(journal.Begin(kIdentity));
     transaction.AttachJournal(&journal);
     log.clear();
@@ -85,60 +84,109 @@ TEST(Transaction, NeighboursAreWrittenAsOneRun) {
   EXPECT_EQ(writes, (std::vector<std::pair<std::uint64_t, std::size_t>>{{7, 4}, {30, 1}}));
 }
 
-// Any mixture of calls reads back as from a plain array that can be set back to a move's start.
+struct Layers {
+  explicit Layers(BlockDevice& base) : device(base), journal(store, base), transaction(base) {
+    transaction.AttachJournal(&journal);
+  }
+
+  BlockDevice& device;
+  MemoryDevice store{0, true};
+  RedoJournal journal;
+  Transaction transaction;
+};
+
+// Any mixture of calls reads back as from a plain array that can be set back to a move's start, on
+// a device that is written to and on that of a dry run.
 TEST(Transaction, ReadsWhatWasWrittenThroughAllLevels) {
   const std::uint64_t seed = TestSeed();
   Random random(seed);
-  constexpr std::size_t kSize = 40 * kSector;
-  Stack stack(kSize);
-  Transaction& transaction = stack.transaction;
-  Bytes now = stack.volume.Content();
+  constexpr std::uint64_t kHalf = 32;  // sectors
+  Bytes now(2 * kHalf * kSector);
+  for (std::uint8_t& byte : now) byte = static_cast<std::uint8_t>(random());
   Bytes at_move = now;
   Bytes at_commit = now;
+  const Bytes before = now;
+  MemoryDevice real_device(now);
+  const auto base = std::make_shared<MemoryDevice>(now);
+  ScratchDevice scratch_device(base);
+  Layers real(real_device);
+  Layers scratch(scratch_device);
+  const auto put = [](Bytes& bytes, std::uint64_t at, std::span<const std::uint8_t> data) {
+    std::copy(data.begin(), data.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at));
+  };
   bool in_move = false;
+  bool guards = false;  // since the last commit
   for (int round = 0; round < 20000; ++round) {
     SCOPED_TRACE(SeedNote(seed) + ", round " + std::to_string(round));
     const std::uint64_t choice = Below(random, 40);
-    if (choice < 20) {
-      const std::uint64_t at = Below(random, kSize);
-      const Bytes data(Below(random, std::min<std::uint64_t>(kSize - at, 1800) + 1),
-                       static_cast<std::uint8_t>(random()));
-      ASSERT_FALSE(transaction.Write(at, data));
-      std::copy(data.begin(), data.end(), now.begin() + static_cast<std::ptrdiff_t>(at));
-    } else if (choice < 23 && !in_move) {
-      // Only here does the array know what the base holds: data is not taken back.
-      const std::uint64_t sector = Below(random, 36);
-      const Bytes data(4 * kSector, static_cast<std::uint8_t>(random()));
-      ASSERT_FALSE(transaction.WriteData(sector * kSector, data));
-      for (Bytes* bytes : {&now, &at_commit}) {
-        std::copy(data.begin(), data.end(),
-                  bytes->begin() + static_cast<std::ptrdiff_t>(sector * kSector));
+    const std::uint64_t at = Below(random, now.size());
+    const Bytes data(Below(random, std::min<std::uint64_t>(now.size() - at, 1800) + 1),
+                     static_cast<std::uint8_t>(random()));
+    const std::uint64_t sector = Below(random, 2 * kHalf - 4);
+    const Bytes sectors(4 * kSector, static_cast<std::uint8_t>(random()));
+    // From one half to the other, in part to guarded places. A dry run's device takes nothing back
+    // from these, so that nothing may be given up until the commit.
+    const std::uint64_t from = kHalf * Below(random, 2);
+    std::vector<ByteRange> pieces;
+    std::vector<ByteRange> guarded;
+    Bytes gathered;
+    for (std::uint64_t left = 1 + Below(random, 4); left > 0; --left) {
+      const std::uint64_t count = 1 + Below(random, kHalf / 4);
+      pieces.push_back({(from + Below(random, kHalf - count + 1)) * kSector, count * kSector});
+      const auto piece = std::span(now).subspan(pieces.back().offset, pieces.back().length);
+      gathered.insert(gathered.end(), piece.begin(), piece.end());
+    }
+    const std::uint64_t length = gathered.size() / kSector;
+    const std::uint64_t to = kHalf - from + Below(random, kHalf - length + 1);
+    for (std::uint64_t guard = to + Below(random, 7); guard < to + length && !in_move; guard += 7) {
+      guarded.push_back({guard * kSector, (1 + Below(random, 6)) * kSector});
+    }
+    const bool keep = Below(random, 2) == 0;
+    for (Layers* layers : {&real, &scratch}) {
+      Transaction& transaction = layers->transaction;
+      if (choice < 16) {
+        ASSERT_FALSE(transaction.Write(at, data));
+      } else if (choice < 19) {
+        ASSERT_FALSE(transaction.WriteData(sector * kSector, sectors));
+      } else if (choice < 24) {
+        ASSERT_FALSE(transaction.GatherData(pieces, to * kSector, guarded));
+      } else if (choice < 28) {
+        !in_move ? transaction.BeginMove() : keep ? transaction.KeepMove() : transaction.DropMove();
+      } else if (choice == 28 && !in_move) {
+        ASSERT_FALSE(transaction.Commit());
+      } else if (choice == 29 && !in_move && !guards) {
+        transaction.Discard();
+      }
+    }
+    if (choice < 16) {
+      put(now, at, data);
+    } else if (choice < 24) {
+      // Data is not taken back.
+      const bool one = choice < 19;
+      guards = guards || (!one && !guarded.empty());
+      for (Bytes* bytes : {&now, &at_move, &at_commit}) {
+        put(*bytes, (one ? sector : to) * kSector, one ? sectors : gathered);
       }
     } else if (choice < 28) {
-      if (!in_move) {
-        transaction.BeginMove();
-        at_move = now;
-      } else if (Below(random, 2) == 0) {
-        transaction.KeepMove();
-      } else {
-        transaction.DropMove();
-        now = at_move;
-      }
+      if (!in_move) at_move = now;
+      if (in_move && !keep) now = at_move;
       in_move = !in_move;
     } else if (choice == 28 && !in_move) {
-      ASSERT_FALSE(transaction.Commit());
       at_commit = now;
-      ASSERT_EQ(stack.volume.Content(), now);
-    } else if (choice == 29 && !in_move) {
-      transaction.Discard();
+      guards = false;
+    } else if (choice == 29 && !in_move && !guards) {
       now = at_commit;
     }
-    const std::uint64_t at = Below(random, kSize);
-    Bytes read(Below(random, kSize - at + 1));
-    ASSERT_FALSE(transaction.Read(at, read));
-    ASSERT_TRUE(
-        std::equal(read.begin(), read.end(), now.begin() + static_cast<std::ptrdiff_t>(at)));
+    for (Layers* layers : {&real, &scratch}) {
+      Bytes read(now.size() - at);
+      ASSERT_FALSE(layers->transaction.Read(at, read));
+      ASSERT_TRUE(std::equal(read.begin(), read.end(), now.end() - std::ssize(read)));
+      if (choice != 28 || in_move) continue;
+      ASSERT_FALSE(layers->device.Read(at, read));
+      ASSERT_TRUE(std::equal(read.begin(), read.end(), now.end() - std::ssize(read)));
+    }
   }
+  EXPECT_EQ(base->Content(), before);
 }
 
 TEST(Transaction, GathersPiecesOfAnySizeInOrder) {

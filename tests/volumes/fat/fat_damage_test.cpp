@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 
+#include "check/fat_check.h"
 #include "host/image/device/little_endian.h"
 #include "host/image/volume/refused.h"
 #include "support/seed.h"
@@ -19,100 +20,129 @@ const Bytes& Sound(int bits) {
   return made[bits];
 }
 
-struct Damage {
-  std::function<void(FatWorld&)> inflict;
-  std::vector<std::string> told;
-  std::vector<int> kinds = {12, 16, 32};
-};
+using Words = std::vector<std::string>;
+using Inflict = std::function<void(FatWorld&)>;
 
-// Nothing is written while a volume is refused, and the refusal says what and where.
-void ExpectRefused(const std::vector<Damage>& damages) {
-  for (std::size_t i = 0; i < damages.size(); ++i) {
-    for (const int bits : damages[i].kinds) {
-      FatWorld world(Sound(bits));
-      damages[i].inflict(world);
-      const Bytes before = world.Image();
-      const std::string refusal = world.Refusal();
-      for (const std::string& part : damages[i].told) {
-        EXPECT_NE(refusal.find(part), std::string::npos)
-            << "damage " << i << " of FAT" << bits << " gives '" << refusal << "', not " << part;
-      }
-      EXPECT_TRUE(world.Image() == before);
-    }
+void ExpectWords(const std::string& text, const Words& words) {
+  EXPECT_EQ(text.empty(), words.empty()) << text;
+  for (const std::string& part : words) {
+    EXPECT_NE(text.find(part), std::string::npos) << "not '" << part << "' but " << text;
   }
 }
 
-TEST(FatDamage, BootSectorIsRefused) {
+// The refusal says what and where, without a byte written, and the checker, which shares no code
+// with it, tells the damage in its own words. Without words the volume is opened, or clean.
+void ExpectTold(int bits, const std::string& what, const Inflict& inflict, const Words& refused,
+                const Words& checked) {
+  SCOPED_TRACE("FAT" + std::to_string(bits) + ", " + what);
+  FatWorld world(Sound(bits));
+  inflict(world);
+  const Bytes before = world.Image();
+  ASSERT_NE(before, Sound(bits));
+  ExpectWords(CheckFat(MemorySource(before), {.hash = true}).ProblemText(), checked);
+  ExpectWords(world.Refusal(), refused);
+  EXPECT_TRUE(world.Image() == before);
+}
+
+TEST(FatDamage, BootSector) {
   struct Row {
     int bits;
     std::uint32_t at;
     std::uint8_t value;
-    const char* told;
+    const char* refused;
+    const char* checked;
   };
   const Row rows[] = {
-      {16, 510, 0, "55 AA"},
-      {16, 0x15, 0x10, "media byte"},
-      {16, 0x0B, 1, "513 bytes per sector"},
-      {16, 0x0C, 0x20, "8192 bytes per sector"},
-      {16, 0x0C, 0, "0 bytes per sector"},
-      {16, 0x0D, 0, "0 sectors per cluster"},
-      {16, 0x0D, 3, "3 sectors per cluster"},
-      {12, 0x0E, 0, "no sector is reserved"},
-      {16, 0x10, 0, "no file allocation table"},
-      {16, 0x11, 1, "does not end with a sector"},
-      {16, 0x12, 0, "root directory has 0 entries"},
-      {16, 0x16, 1, "too small for its"},
-      {16, 0x17, 0x7F, "data area would start at sector"},
-      {16, 0x10, 255, "tables 1 and 3 differ"},
-      {16, 0x14, 0xFF, "the image is cut off"},
-      {16, 0x23, 1, "differ"},
-      {12, 0x0F, 0x10, "data area would start at sector"},
-      {32, 0x25, 0, "too small for its"},
-      {32, 0x27, 0xFF, "data area would start at sector"},
-      {32, 0x11, 16, "no fixed root directory"},
-      {32, 0x28, 0x85, "number 5 of 2"},
-      {32, 0x2A, 1, "version 1"},
-      {32, 0x2C, 1, "starts at cluster 1, outside"},
-      {32, 0x2F, 0x10, "outside the volume"},
+      {16, 510, 0, "55 AA", "no 55 AA"},
+      {16, 0x15, 0x10, "media byte", "impossible media byte 16"},
+      {16, 0x0B, 1, "513 bytes per sector", "impossible sector size: 513"},
+      {16, 0x0C, 0x20, "8192 bytes per sector", "impossible sector size: 8192"},
+      {16, 0x0C, 0, "0 bytes per sector", "impossible sector size: 0"},
+      {16, 0x0D, 0, "0 sectors per cluster", "impossible cluster size: 0"},
+      {16, 0x0D, 3, "3 sectors per cluster", "impossible cluster size"},
+      {12, 0x0E, 0, "no sector is reserved", "impossible number of reserved sectors"},
+      {16, 0x10, 0, "no file allocation table", "impossible number of tables"},
+      {16, 0x11, 1, "does not end with a sector", "lost: cluster"},
+      {16, 0x12, 0, "root directory has 0 entries", "no root entries"},
+      {16, 0x16, 1, "too small for its", "impossible"},
+      {16, 0x17, 0x7F, "data area would start at sector", "impossible number of sectors"},
+      {16, 0x10, 255, "tables 1 and 3 differ", "impossible number of tables: 255"},
+      {16, 0x14, 0xFF, "the image is cut off", "impossible number of sectors"},
+      {16, 0x23, 1, "differ", nullptr},
+      {12, 0x0F, 0x10, "data area would start at sector", "impossible number of sectors"},
+      {32, 0x23, 0x7F, "the image is cut off", "impossible number of sectors"},
+      {32, 0x25, 0, "too small for its", "impossible"},
+      {32, 0x27, 0xFF, "data area would start at sector", "impossible number of sectors"},
+      {32, 0x11, 16, "no fixed root directory", "FAT32 with a fixed root"},
+      {32, 0x28, 0x85, "number 5 of 2", "table 5 is said to be the active one"},
+      {32, 0x2A, 1, "version 1", "backup boot sector differs"},
+      {32, 0x2C, 0, "starts at cluster 0, outside", "/: its chain leads to cluster 0"},
+      {32, 0x2C, 1, "starts at cluster 1, outside", "leads to cluster 1"},
+      {32, 0x2F, 0x10, "outside the volume", "leads to cluster 268435458"},
+      {32, 512 + 488, 1, nullptr, "free clusters"},
+      {32, 512, 0, nullptr, "without its marks"},
+      {32, 512 + 492, 1, nullptr, "next free cluster"},
+      {32, 6 * 512 + 3, 1, nullptr, "backup boot sector differs"},
   };
+  const auto words = [](const char* part) { return part == nullptr ? Words() : Words{part}; };
   for (const Row& row : rows) {
-    ExpectRefused({{[&](FatWorld& w) { w.Image()[row.at] = row.value; }, {row.told}, {row.bits}}});
+    ExpectTold(
+        row.bits, "byte " + std::to_string(row.at),
+        [&](FatWorld& w) { w.Image()[row.at] = row.value; }, words(row.refused),
+        words(row.checked));
   }
-  ExpectRefused({{[](FatWorld& w) { StoreLittle(w.Image(), 0x24, std::uint32_t{0}); },
-                  {"0 sectors per file allocation table"},
-                  {32}},
-                 {[](FatWorld& w) { w.Image().resize(300); }, {"only 300 bytes"}},
-                 {[](FatWorld& w) { w.Image().resize(w.Image().size() / 2); }, {"cut off"}}});
+  ExpectTold(32, "no table", [](FatWorld& w) { StoreLittle(w.Image(), 0x24, std::uint32_t{0}); },
+             {"0 sectors per file allocation table"}, {"impossible"});
+  ExpectTold(16, "cut in half", [](FatWorld& w) { w.Image().resize(w.Image().size() / 2); },
+             {"cut off"}, {"impossible number of sectors"});
+  ExpectTold(16, "cut short", [](FatWorld& w) { w.Image().resize(300); }, {"only 300 bytes"},
+             {"cannot be read"});
 }
 
-TEST(FatDamage, ChainsAreRefusedByPath) {
+const char *const kA = "A       TXT", *const kB = "B       TXT", *const kDir = "DIR        ",
+                  *const kSub = "SUB        ", *const kLongName = "LONGEN~1TXT";
+
+std::uint32_t ChainEnd(const FatWorld& w) { return w.table.Bad() + 8; }
+std::uint32_t FreeCluster(const FatWorld& w) {
+  std::uint32_t cluster = 2;
+  while (w.Entry(cluster) != 0) ++cluster;
+  return cluster;
+}
+
+TEST(FatDamage, Chains) {
   struct Row {
     const char* name;
     const char* path;
     int step;  // -1: its entry, else this cluster of its chain
     std::function<std::uint32_t(FatWorld&)> value;
-    const char* told;
+    const char* refused;
+    Words checked;
   };
   const auto fixed = [](std::uint32_t value) { return [=](FatWorld&) { return value; }; };
   const auto start = [](const char* name) { return [=](FatWorld& w) { return w.Start(name); }; };
   const auto past_end = [](FatWorld& w) { return w.geometry.EndCluster(); };
-  const char *const a = "A       TXT", *const dir = "DIR        ", *const sub = "SUB        ";
+  const auto bad = [](FatWorld& w) { return w.table.Bad(); };
   const Row rows[] = {
-      {a, "\\A.TXT", 1, fixed(0), "which is free"},
-      {a, "\\A.TXT", 1, fixed(1), "outside the volume"},
-      {a, "\\A.TXT", 1, past_end, "outside the volume"},
-      {a, "\\A.TXT", 1, [](FatWorld& w) { return w.table.Bad(); }, "marked bad"},
-      {a, "\\A.TXT", 2, start(a), "is endless"},
-      {a, "\\A.TXT", 0, start(a), "is endless"},
-      {a, "\\A.TXT", 0, [](FatWorld& w) { return w.table.Bad() + 1; }, "into its 1 clusters"},
-      {a, "\\A.TXT", -1, fixed(0), "do not fit into its 0 clusters"},
-      {a, "\\A.TXT", -1, fixed(1), "starts at cluster 1, outside"},
-      {a, "\\A.TXT", -1, past_end, "outside the volume"},
-      {"B       TXT", "\\B.TXT", -1, start(a), "also belongs to \\A.TXT"},
-      {"B       TXT", "\\B.TXT", 0, start(a), "also belongs to \\A.TXT"},
-      {"C       TXT", "\\DIR\\C.TXT", -1, start(dir), "back to the folder \\DIR above"},
-      {sub, "\\DIR\\SUB", -1, start(dir), "back to the folder \\DIR above"},
-      {sub, "\\DIR\\SUB", -1, fixed(0), "has no clusters"},
+      {kA, "\\A.TXT", 1, fixed(0), "which is free", {"marked free"}},
+      {kA, "\\A.TXT", 1, fixed(1), "outside the volume", {"leads to cluster 1"}},
+      {kA, "\\A.TXT", 1, past_end, "outside the volume", {"leads to cluster"}},
+      {kA, "\\A.TXT", 1, bad, "marked bad", {"marked bad"}},
+      {kA, "\\A.TXT", 2, start(kA), "is endless", {"is in its chain twice"}},
+      {kA, "\\A.TXT", 0, start(kA), "is endless", {"is in its chain twice"}},
+      {kA, "\\A.TXT", 0, ChainEnd, "into its 1 clusters", {"but its chain has", "lost: cluster"}},
+      {kA, "\\A.TXT", -1, fixed(0), "do not fit into its 0 clusters", {"but its chain has"}},
+      {kA, "\\A.TXT", -1, fixed(1), "starts at cluster 1, outside", {"leads to cluster 1"}},
+      {kA, "\\A.TXT", -1, past_end, "outside the volume", {"leads to cluster"}},
+      {kB, "\\B.TXT", -1, start(kA), "also belongs to \\A.TXT", {"belongs to"}},
+      {kB, "\\B.TXT", 0, start(kA), "also belongs to \\A.TXT", {"belongs to"}},
+      {"C       TXT",
+       "\\DIR\\C.TXT",
+       -1,
+       start(kDir),
+       "back to the folder \\DIR above",
+       {"belongs to"}},
+      {kSub, "\\DIR\\SUB", -1, start(kDir), "back to the folder \\DIR above", {"belongs to"}},
+      {kSub, "\\DIR\\SUB", -1, fixed(0), "has no clusters", {"leads to cluster 0"}},
   };
   for (const Row& row : rows) {
     const auto inflict = [&](FatWorld& w) {
@@ -120,38 +150,111 @@ TEST(FatDamage, ChainsAreRefusedByPath) {
       if (row.step < 0) return w.SetStart(w.Find(row.name), value);
       w.SetEntry(w.Start(row.name) + static_cast<std::uint32_t>(row.step), value);
     };
-    ExpectRefused({{inflict, {std::string(row.path) + ": ", row.told, "fsck.fat -a"}}});
+    for (const int bits : {12, 16, 32}) {
+      ExpectTold(bits, std::string(row.path) + " " + row.refused, inflict,
+                 {std::string(row.path) + ": ", row.refused, "fsck.fat -a"}, row.checked);
+    }
   }
 }
 
-TEST(FatDamage, FoldersAndTablesAreRefused) {
-  const auto sub = [](FatWorld& w) { return w.geometry.ClusterOffset(w.Start("SUB        ")); };
-  const auto blank = [](FatWorld& w, char first) {
-    const std::size_t at = w.Find("B       TXT");
-    std::fill_n(&w.Image()[at], 11, std::uint8_t{' '});
-    w.Image()[at] = static_cast<std::uint8_t>(first);
-  };
-  ExpectRefused({
-      {[&](FatWorld& w) { w.SetStart(sub(w), 9); }, {"\\DIR\\SUB: its entry \".\" leads to"}},
-      {[&](FatWorld& w) { w.SetStart(sub(w) + 32, 0); }, {"\\DIR\\SUB: its entry \"..\" leads to"}},
-      {[&](FatWorld& w) { w.Image()[sub(w)] = 'X'; }, {"\\DIR\\SUB: its entry \".\" is missing"}},
-      {[&](FatWorld& w) { w.Image()[sub(w)] = 0; }, {"\\DIR\\SUB: its entry \".\" is missing"}},
-      {[&](FatWorld& w) { blank(w, ' '); }, {"\\: its entry ", "has no name"}},
-      {[&](FatWorld& w) { blank(w, '.'); }, {"\\: it has a \".\""}},
-      {[](FatWorld& w) { w.SetEntry(w.geometry.root_cluster, 0); }, {"at \\: ", "is free"}, {32}},
-      {[](FatWorld& w) { w.Image()[w.geometry.CopyOffset(1) + w.geometry.EntryBytes(300)] ^= 1; },
-       {"tables 1 and 2 differ at cluster 300"}},
-  });
+// A byte of an entry of the folder that lies in another one, of a file, of a long name from its
+// first part on.
+Inflict InFolder(std::size_t at, std::uint8_t value) {
+  return [=](FatWorld& w) { w.Image()[w.geometry.ClusterOffset(w.Start(kSub)) + at] = value; };
+}
+Inflict InFile(const char* name, std::size_t at, std::uint8_t value) {
+  return [=](FatWorld& w) { w.Image()[w.Find(name) + at] = value; };
+}
+Inflict InLongName(std::size_t at, std::uint8_t value) {
+  return [=](FatWorld& w) { w.Image()[w.Find(kLongName) - 64 + at] = value; };
+}
+Inflict Named(const std::string& name) {
+  return [=](FatWorld& w) { std::copy_n(name.begin(), 11, &w.Image()[w.Find(kB)]); };
 }
 
-TEST(FatDamage, DirtyVolumesAreRefused) {
-  const auto boot = [](FatWorld& w) { w.Image()[w.geometry.state_offset] |= 1; };
-  const auto entry = [](std::uint32_t value) { return [=](FatWorld& w) { w.SetEntry(1, value); }; };
-  ExpectRefused({{boot, {"marked dirty", "fsck.fat -a IMAGE, or chkdsk", "shutdown /s /f /t 0"}},
-                 {entry(0x7FFF), {"marked dirty"}, {16}},
-                 {entry(0xBFFF), {"marked dirty"}, {16}},
-                 {entry(0x07FFFFFF), {"marked dirty"}, {32}},
-                 {entry(0x0BFFFFFF), {"marked dirty"}, {32}}});
+TEST(FatDamage, FoldersAndTables) {
+  struct Row {
+    const char* what;
+    Inflict inflict;
+    Words refused;
+    Words checked;
+    std::vector<int> kinds = {12, 16, 32};
+  };
+  const auto entry = [](std::uint32_t cluster, std::uint32_t value) {
+    return [=](FatWorld& w) { w.SetEntry(cluster, value); };
+  };
+  const Row rows[] = {
+      {"\".\" wrong",
+       InFolder(26, 9),
+       {"\\DIR\\SUB: its entry \".\" leads to"},
+       {"\".\" names cluster"}},
+      {"\"..\" wrong",
+       InFolder(32 + 26, 0),
+       {"\\DIR\\SUB: its entry \"..\" leads to"},
+       {"\"..\" names cluster"}},
+      {"no \".\"",
+       InFolder(0, 'X'),
+       {"\\DIR\\SUB: its entry \".\" is missing"},
+       {"does not begin with"}},
+      {"empty",
+       InFolder(0, 0),
+       {"\\DIR\\SUB: its entry \".\" is missing"},
+       {"does not begin with"}},
+      {"no \"..\"", InFolder(32, 0xE5), {"its entry \"..\" is missing"}, {"does not begin with"}},
+      {"no name", Named("           "), {"\\: its entry ", "has no name"}, {"bad short name"}},
+      {"a name of dots", Named(".          "), {"\\: it has a \".\""}, {"out of place"}},
+      {"bad short name", InFile(kB, 2, '*'), {}, {"bad short name"}},
+      {"size too large",
+       InFile(kB, 31, 1),
+       {"do not fit into its 2 clusters"},
+       {"but its chain has"}},
+      {"a folder with a size", InFile(kDir, 29, 2), {}, {"a folder of size"}},
+      {"a label in a folder", InFile("C       TXT", 11, 8), {}, {"has a volume label"}},
+      {"long name's checksum",
+       [](FatWorld& w) {
+         InLongName(13, 1)(w);
+         InLongName(32 + 13, 1)(w);
+       },
+       {},
+       {"long name"}},
+      {"long name's order", InLongName(32, 0x13), {}, {"a part of a long name out of place"}},
+      {"long name alone", InLongName(64, 0xE5), {}, {"deleted, but has a long name"}},
+      {"root's chain",
+       [](FatWorld& w) { w.SetEntry(w.geometry.root_cluster, 0); },
+       {"at \\: ", "is free"},
+       {"marked free"},
+       {32}},
+      {"copies differ",
+       [](FatWorld& w) { w.Image()[w.geometry.CopyOffset(1) + w.geometry.EntryBytes(300)] ^= 1; },
+       {"tables 1 and 2 differ at cluster 300"},
+       {"differs from the first"}},
+      {"first entry", [](FatWorld& w) { w.SetEntry(0, w.table.Bad() - 7); }, {}, {"media byte"}},
+      {"a chain too long",
+       [](FatWorld& w) {
+         const std::uint32_t free = FreeCluster(w);
+         w.SetEntry(w.Start(kA) + 2, free);
+         w.SetEntry(free, ChainEnd(w));
+       },
+       {},
+       {"but its chain has"}},
+      {"a lost cluster",
+       [](FatWorld& w) { w.SetEntry(FreeCluster(w), ChainEnd(w)); },
+       {},
+       {"lost: cluster"}},
+      {"dirty by its boot sector",
+       [](FatWorld& w) { w.Image()[w.geometry.state_offset] |= 1; },
+       {"marked dirty", "fsck.fat -a IMAGE, or chkdsk", "shutdown /s /f /t 0"},
+       {}},
+      {"dirty by its table", entry(1, 0x7FFF), {"marked dirty"}, {}, {16}},
+      {"errors by its table", entry(1, 0xBFFF), {"marked dirty"}, {}, {16}},
+      {"dirty by its table", entry(1, 0x07FFFFFF), {"marked dirty"}, {}, {32}},
+      {"errors by its table", entry(1, 0x0BFFFFFF), {"marked dirty"}, {}, {32}},
+  };
+  for (const Row& row : rows) {
+    for (const int bits : row.kinds) {
+      ExpectTold(bits, row.what, row.inflict, row.refused, row.checked);
+    }
+  }
 }
 
 TEST(FatDamage, HarmlessOddityIsKept) {

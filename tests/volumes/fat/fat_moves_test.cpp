@@ -44,12 +44,88 @@ class FatSubject {
   FatWorld& World() { return world_; }
   void Reopen() { volume_ = world_.Open(); }
   // Closes the volume; everything wrong with it.
-  std::vector<std::string> CloseAndJudge();
+  std::vector<std::string> CloseAndJudge() {
+    if (volume_->Close() != error::kSuccess) return {"it does not close"};
+    std::vector<std::string> faults = {JudgeOutside()};
+    FatWorld found(world_.Image());
+    const FatGeometry& geometry = found.geometry;
+    for (std::uint32_t i = 0; i < kPlanted; ++i) {
+      const bool entry = found.Entry(planted_ + i) == world_.Entry(planted_ + i);
+      const bool byte = found.Image()[geometry.ClusterOffset(planted_ + i)] == kPlantedByte;
+      if (!entry || !byte) faults.push_back("lost or bad clusters changed");
+      found.SetEntry(planted_ + i, 0);
+    }
+    if (last_only_) {
+      // Checkers look at the first table only.
+      found.Image()[0x28] = 0;
+      std::copy_n(&found.Image()[geometry.CopyOffset(0)], geometry.fat_size,
+                  &found.Image()[geometry.fat_offset]);
+    }
+    faults.push_back(found.FsckComplaint());
+    const CheckReport report = CheckFat(MemorySource(found.Image()), {.hash = true});
+    faults.insert(faults.end(), report.problems.begin(), report.problems.end());
+    for (const std::string& line : CompareContent(report.items, manifest_)) faults.push_back(line);
+    std::erase(faults, "");
+    return faults;
+  }
 
  private:
-  static Bytes Reshaped(Bytes image, Tables tables);
-  void Plant();
-  std::string JudgeOutside();
+  static Bytes Reshaped(Bytes image, Tables tables) {
+    const FatGeometry geometry = FatWorld(image).geometry;
+    if (tables == Tables::One) {
+      // The first becomes a part of the reserved area.
+      image[0x10] = 1;
+      StoreLittle(image, 0x0E,
+                  static_cast<std::uint16_t>((geometry.fat_offset + geometry.fat_size) /
+                                             geometry.bytes_per_sector));
+    }
+    if (tables == Tables::LastOnly) {
+      image[0x28] = 0x81;
+      std::fill_n(&image[geometry.fat_offset], geometry.fat_size, std::uint8_t{0x5A});
+    }
+    return image;
+  }
+
+  void Plant() {
+    const FatGeometry& geometry = world_.geometry;
+    planted_ = geometry.clusters / 2;
+    while (world_.Entry(planted_) + world_.Entry(planted_ + 1) + world_.Entry(planted_ + 2) != 0) {
+      ++planted_;
+    }
+    world_.SetEntry(planted_, planted_ + 1);
+    world_.SetEntry(planted_ + 1, world_.table.Bad() + 8);
+    world_.SetEntry(planted_ + 2, world_.table.Bad());
+    for (std::uint32_t i = 0; i < kPlanted; ++i) {
+      world_.Image()[geometry.ClusterOffset(planted_ + i)] = kPlantedByte;
+    }
+    if (geometry.type != FatType::Fat32) return;
+    // The upper four bits belong to nobody.
+    for (std::uint32_t copy = 0; copy < geometry.copies; ++copy) {
+      for (std::uint64_t at = geometry.EntryBytes(3) - 1; at < geometry.fat_size; at += 4) {
+        world_.Image()[geometry.CopyOffset(copy) + at] |= 0x50;
+      }
+    }
+  }
+
+  // The first difference in what no move has any business with.
+  std::string JudgeOutside() {
+    const FatGeometry& geometry = world_.geometry;
+    const std::uint64_t tables = geometry.CopyOffset(0);
+    const std::uint64_t tables_end = geometry.CopyOffset(geometry.copies);
+    for (std::uint64_t at = 0; at < geometry.data_offset; ++at) {
+      const std::uint8_t change = world_.Image()[at] ^ before_[at];
+      if (change == 0) continue;
+      const bool in_table = at >= tables && at < tables_end;
+      const std::uint64_t in_copy = (at - tables) % geometry.fat_size;
+      const bool upper_bits = geometry.type == FatType::Fat32 && at % 4 == 3 && change >> 4 != 0;
+      const bool entry = !upper_bits && in_copy >= geometry.EntryBytes(2) &&
+                         in_copy < geometry.EntryBytes(geometry.EndCluster());
+      const bool start = at >= geometry.root_offset && (at % 32 == 26 || at % 32 == 27);
+      const bool may_change = in_table ? entry : start;
+      if (!may_change) return "byte " + std::to_string(at) + " before the data area changed";
+    }
+    return "";
+  }
 
   ScratchFolder folder_;
   Manifest manifest_;
@@ -59,88 +135,6 @@ class FatSubject {
   std::uint32_t planted_ = 0;  // two lost clusters in a chain, and a bad one
   std::unique_ptr<ImageVolume> volume_;
 };
-
-Bytes FatSubject::Reshaped(Bytes image, Tables tables) {
-  const FatGeometry geometry = FatWorld(image).geometry;
-  if (tables == Tables::One) {
-    // The first becomes a part of the reserved area.
-    image[0x10] = 1;
-    StoreLittle(image, 0x0E,
-                static_cast<std::uint16_t>((geometry.fat_offset + geometry.fat_size) /
-                                           geometry.bytes_per_sector));
-  }
-  if (tables == Tables::LastOnly) {
-    image[0x28] = 0x81;
-    std::fill_n(&image[geometry.fat_offset], geometry.fat_size, std::uint8_t{0x5A});
-  }
-  return image;
-}
-
-void FatSubject::Plant() {
-  const FatGeometry& geometry = world_.geometry;
-  planted_ = geometry.clusters / 2;
-  while (world_.Entry(planted_) + world_.Entry(planted_ + 1) + world_.Entry(planted_ + 2) != 0) {
-    ++planted_;
-  }
-  world_.SetEntry(planted_, planted_ + 1);
-  world_.SetEntry(planted_ + 1, world_.table.Bad() + 8);
-  world_.SetEntry(planted_ + 2, world_.table.Bad());
-  for (std::uint32_t i = 0; i < kPlanted; ++i) {
-    world_.Image()[geometry.ClusterOffset(planted_ + i)] = kPlantedByte;
-  }
-  if (geometry.type != FatType::Fat32) return;
-  // The upper four bits belong to nobody.
-  for (std::uint32_t copy = 0; copy < geometry.copies; ++copy) {
-    for (std::uint64_t at = geometry.EntryBytes(3) - 1; at < geometry.fat_size; at += 4) {
-      world_.Image()[geometry.CopyOffset(copy) + at] |= 0x50;
-    }
-  }
-}
-
-// The first difference in what no move has any business with.
-std::string FatSubject::JudgeOutside() {
-  const FatGeometry& geometry = world_.geometry;
-  const std::uint64_t tables = geometry.CopyOffset(0);
-  const std::uint64_t tables_end = geometry.CopyOffset(geometry.copies);
-  for (std::uint64_t at = 0; at < geometry.data_offset; ++at) {
-    const std::uint8_t change = world_.Image()[at] ^ before_[at];
-    if (change == 0) continue;
-    const bool in_table = at >= tables && at < tables_end;
-    const std::uint64_t in_copy = (at - tables) % geometry.fat_size;
-    const bool upper_bits = geometry.type == FatType::Fat32 && at % 4 == 3 && change >> 4 != 0;
-    const bool entry = !upper_bits && in_copy >= geometry.EntryBytes(2) &&
-                       in_copy < geometry.EntryBytes(geometry.EndCluster());
-    const bool start = at >= geometry.root_offset && (at % 32 == 26 || at % 32 == 27);
-    const bool may_change = in_table ? entry : start;
-    if (!may_change) return "byte " + std::to_string(at) + " before the data area changed";
-  }
-  return "";
-}
-
-std::vector<std::string> FatSubject::CloseAndJudge() {
-  if (volume_->Close() != error::kSuccess) return {"it does not close"};
-  std::vector<std::string> faults = {JudgeOutside()};
-  FatWorld found(world_.Image());
-  const FatGeometry& geometry = found.geometry;
-  for (std::uint32_t i = 0; i < kPlanted; ++i) {
-    const bool entry = found.Entry(planted_ + i) == world_.Entry(planted_ + i);
-    const bool byte = found.Image()[geometry.ClusterOffset(planted_ + i)] == kPlantedByte;
-    if (!entry || !byte) faults.push_back("lost or bad clusters changed");
-    found.SetEntry(planted_ + i, 0);
-  }
-  if (last_only_) {
-    // Checkers look at the first table only.
-    found.Image()[0x28] = 0;
-    std::copy_n(&found.Image()[geometry.CopyOffset(0)], geometry.fat_size,
-                &found.Image()[geometry.fat_offset]);
-  }
-  faults.push_back(found.FsckComplaint());
-  const CheckReport report = CheckFat(MemorySource(found.Image()), {.hash = true});
-  faults.insert(faults.end(), report.problems.begin(), report.problems.end());
-  for (const std::string& line : CompareContent(report.items, manifest_)) faults.push_back(line);
-  std::erase(faults, "");
-  return faults;
-}
 
 class FatMoves : public testing::TestWithParam<FatKind> {};
 

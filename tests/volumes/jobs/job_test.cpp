@@ -5,13 +5,9 @@
 #include <memory>
 
 #include "app/program.h"
-#include "check/content.h"
-#include "check/volume_check.h"
 #include "host/image/opening/image_file.h"
 #include "host/simulated/simulated_platform.h"
-#include "mkvolume/maker.h"
-#include "support/image_folder.h"
-#include "support/seed.h"
+#include "support/made_volume.h"
 
 namespace vornalux::test {
 namespace {
@@ -39,18 +35,13 @@ std::unique_ptr<MountedVolume> OpenForWork(const std::string& path) {
 // By "path" or "path:stream", of everything there is.
 using Layout = std::map<std::string, std::vector<Extent>>;
 
-std::vector<Extent> AsExtents(const std::vector<CheckedExtent>& runs) {
-  std::vector<Extent> extents;
-  for (const CheckedExtent& run : runs) extents.push_back({run.vcn + run.count, run.lcn});
-  return extents;
-}
-
 Layout LayoutOf(const CheckReport& report) {
   Layout layout;
   for (const CheckedItem& item : report.items) {
     std::string name = item.path;
     if (!item.stream.empty()) name += ":" + item.stream;
-    layout[name] = AsExtents(item.extents);
+    std::vector<Extent>& extents = layout[name];
+    for (const CheckedExtent& run : item.extents) extents.push_back({run.vcn + run.count, run.lcn});
   }
   return layout;
 }
@@ -146,13 +137,9 @@ class Replica {
   std::map<std::string, StreamRef> items_;
 };
 
-class JobTest : public ImageFolder, public testing::WithParamInterface<const char*> {
+class JobTest : public MadeVolume, public testing::WithParamInterface<const char*> {
  protected:
-  void SetUp() override {
-    recipe_ = std::string(GetParam()) + " seed=" + std::to_string(TestSeed(23));
-    image_ = Path("volume.img");
-    manifest_ = MakeVolume(recipe_, image_);
-  }
+  void SetUp() override { Make(GetParam(), TestSeed(23)); }
 
   CheckReport Judge(bool content) const {
     CheckReport report = CheckVolume(image_, {.hash = content});
@@ -163,10 +150,6 @@ class JobTest : public ImageFolder, public testing::WithParamInterface<const cha
     }
     return report;
   }
-
-  std::string recipe_;
-  std::string image_;
-  Manifest manifest_;
 };
 
 TEST_P(JobTest, RunsLeaveTheLayoutThatTheSimulationPredicts) {

@@ -8,10 +8,7 @@
 #include "app/program.h"
 #include "host/image/opening/image_file.h"
 #include "host/simulated/simulated_platform.h"
-#include "mkvolume/maker.h"
-#include "support/image_folder.h"
-#include "support/intact.h"
-#include "support/seed.h"
+#include "support/made_volume.h"
 #include "volumes/contract/contract.h"
 
 namespace vornalux::test {
@@ -86,14 +83,11 @@ struct LargeMoveCase {
 
 void PrintTo(const LargeMoveCase& c, std::ostream* out) { *out << c.recipe; }
 
-class LargeMoveTest : public ImageFolder, public testing::WithParamInterface<LargeMoveCase> {
+class LargeMoveTest : public MadeVolume, public testing::WithParamInterface<LargeMoveCase> {
  protected:
-  void SetUp() override {
-    recipe_ = std::string(GetParam().recipe) + " seed=" + std::to_string(TestSeed());
-    manifest_ = MakeVolume(recipe_, Path("volume.img"));
-  }
+  void SetUp() override { Make(GetParam().recipe); }
   std::string FreshCopy() const {
-    Run("rm -f work.img* killed.img*; cp --reflink=auto volume.img work.img");
+    Run("rm -f work.img* killed.img*; cp --reflink=auto disk.img work.img");
     return Path("work.img");
   }
   // What a kill here would leave.
@@ -109,9 +103,6 @@ class LargeMoveTest : public ImageFolder, public testing::WithParamInterface<Lar
     EXPECT_TRUE(report.recovered);
     ExpectIntact(Path("killed.img"), manifest_);
   }
-
-  std::string recipe_;
-  Manifest manifest_;
 };
 
 TEST_P(LargeMoveTest, StoppedInsideACopyItIsAsBeforeTheMove) {

@@ -4,9 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <iostream>
-#include <tuple>
 
-#include "check/ntfs_stream.h"
 #include "check/volume_check.h"
 #include "host/simulated/seeded_random.h"
 #include "mkvolume/maker.h"
@@ -95,28 +93,6 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& made) {
       return std::string(made.param).substr(0, 4) + std::to_string(made.index);
     });
-
-TEST(ExpandUnitTest, KnowsLiteralsReferencesAndRawChunks) {
-  const std::tuple<const char*, std::vector<std::uint8_t>, bool, std::string> cases[] = {
-      {"literals", {0x03, 0xB0, 0x00, 'a', 'b', 'c'}, true, "abc"},
-      {"a reference that overlaps itself", {0x03, 0xB0, 0x02, 'a', 0x05, 0x00}, true, "aaaaaaaaa"},
-      {"ends at a zero header", {0x01, 0xB0, 0x00, 'a', 0, 0, 0xFF, 0xFF}, true, "a"},
-      {"nothing", {0, 0}, true, ""},
-      {"a reference to before the chunk", {0x02, 0xB0, 0x01, 0x05, 0x00}, false, ""},
-      {"a reference further back than there is", {0x03, 0xB0, 0x02, 'a', 0x05, 0x20}, false, ""},
-      {"a chunk longer than the data", {0x10, 0xB0, 0x00, 'a'}, false, ""},
-      {"half a reference", {0x02, 0xB0, 0x02, 'a', 0x05}, false, ""},
-  };
-  for (const auto& [name, stored, good, text] : cases) {
-    SCOPED_TRACE(name);
-    std::vector<std::uint8_t> out(8192, 0xEE);
-    ASSERT_EQ(checking::ExpandUnit(stored, out), good);
-    if (!good) continue;
-    std::vector<std::uint8_t> expected(text.begin(), text.end());
-    expected.resize(out.size());
-    EXPECT_EQ(out, expected);
-  }
-}
 
 }  // namespace
 }  // namespace vornalux

@@ -41,6 +41,12 @@ TEST_F(ProgramsTest, ExitCodesAndOutput) {
       {check + "--nonsense", 2, ""},
       {make + "v.img fat12 size=4M files=many", 1, "files=many"},
       {make + "no/such.img fat12", 1, "no/such.img"},
+      {make + "v.img fat12 size=1M files=3000 seed=7", 1, "too small"},
+      {make + "v.img ntfs size=4M files=20000 seed=7", 1, "seed=7"},
+      {make + "v.img ntfs size=4M files=20000", 1, "NTFS: cannot create"},
+      {make + "v.img fat16 size=30M files=5000 folders=0", 1, "the folder takes 512"},
+      {make + "v.img fat16 size=900M cluster=512", 1, "mkfs.fat failed"},
+      {make + "v.img ntfs size=20M shredded=1:90000", 1, "too small"},
   };
   for (const Step& step : steps) {
     const std::string line = "cd '" + Path("") + "' && { " + step.command + "; } >printed 2>&1";

@@ -3,50 +3,33 @@
 // that are volumes, and those that cannot be written.
 #include <signal.h>
 
-#include "mkvolume/maker.h"
-#include "support/image_folder.h"
-#include "support/intact.h"
 #include "support/loop_device.h"
-#include "support/seed.h"
+#include "support/made_volume.h"
 #include "support/setting.h"
 #include "volumes/program/program_process.h"
 
 namespace vornalux::test {
 namespace {
 
-class ProgramOutputsTest : public ImageFolder {
- protected:
-  void Make(const std::string& recipe) {
-    recipe_ = recipe + " seed=" + std::to_string(TestSeed());
-    manifest_ = MakeVolume(recipe_, Path("disk.img"));
-    before_ = Get("disk.img");
-  }
-
-  bool Exists(const std::string& name) const { return std::filesystem::exists(Path(name)); }
-
-  std::string recipe_;
-  Manifest manifest_;
-  Bytes before_;
-};
+using ProgramOutputsTest = MadeVolume;
 
 TEST_F(ProgramOutputsTest, MissingStandardStreamsHarmNoVolume) {
   for (const char* recipe :
        {"ntfs size=8M files=60 fragmented=60%", "fat16 size=8M files=60 fragmented=60%"}) {
     Make(recipe);
-    const std::string image = Path("disk.img");
     struct Case {
       Arguments arguments;
       bool moves;
       bool prints = true;
     };
     const Case kCases[] = {
-        {{"analyze", image, "--list"}, false},
-        {{"map", image, "--png", Path("map.png")}, false, false},
-        {{"defrag", image, "--dry-run", "--debug-log", Path("log")}, false},
-        {{"defrag", image, "--json"}, true},
-        {{"optimize", image, "--report", Path("report")}, true},
-        {{"compact", image}, true},
-        {{"job", "--volume", "C=" + image, "--", "/drv C: /d"}, true},
+        {{"analyze", image_, "--list"}, false},
+        {{"map", image_, "--png", Path("map.png")}, false, false},
+        {{"defrag", image_, "--dry-run", "--debug-log", Path("log")}, false},
+        {{"defrag", image_, "--json"}, true},
+        {{"optimize", image_, "--report", Path("report")}, true},
+        {{"compact", image_}, true},
+        {{"job", "--volume", "C=" + image_, "--", "/drv C: /d"}, true},
     };
     for (const Case& c : kCases) {
       for (int missing = 1; missing < 8; ++missing) {
@@ -60,7 +43,7 @@ TEST_F(ProgramOutputsTest, MissingStandardStreamsHarmNoVolume) {
         if (no_output && c.prints && (missing & 4) == 0) {
           EXPECT_NE(end.err.find("standard output"), std::string::npos) << end.err;
         }
-        ExpectIntact(image, manifest_);
+        ExpectWhole();
         EXPECT_EQ(Get("disk.img") == before_, !c.moves);
         if (HasFailure()) return;
       }
@@ -74,11 +57,16 @@ TEST_F(ProgramOutputsTest, NoOutputIsAVolumeOrAnotherOutput) {
   Put("disk.img.vornalux-journal", {});
   Run("ln disk.img hard && ln -s disk.img soft && ln -s . folder && mkdir -p sub &&"
       " ln disk.img.vornalux-journal linked && ln -s disk.img.vornalux-journal mark");
-  const std::string image = Path("disk.img");
   const std::string second = "D=" + Path("other.img");
-  const Arguments job = {
-      "job", "--volume",  "C=" + image, "--volume", second, "--debug-log", Path("folder/other.img"),
-      "--",  "/drv C: /d"};
+  const Arguments job = {"job",
+                         "--volume",
+                         "C=" + image_,
+                         "--volume",
+                         second,
+                         "--debug-log",
+                         Path("folder/other.img"),
+                         "--",
+                         "/drv C: /d"};
   struct Case {
     Arguments arguments;
     std::string redirections;
@@ -86,28 +74,28 @@ TEST_F(ProgramOutputsTest, NoOutputIsAVolumeOrAnotherOutput) {
   };
   std::vector<Case> cases = {
       {job, "", "--debug-log"},
-      {{"defrag", image, "--png", Path("same"), "--report", Path("sub/../same")}, "", "--report"},
-      {{"analyze", image, "--report", Path("out")}, ">" + Path("out"), "standard output"},
-      {{"analyze", image}, "1<>" + image, "Standard output"},
-      {{"defrag", image, "--dry-run"}, "2<>" + Path("soft"), ""},
-      {{"defrag", Path("hard")}, ">/dev/null 2<>" + image, ""},
-      {{"defrag", image, "--nonsense"}, "2<>" + image, ""},
-      {{"defrag", image, "--help"}, "1<>" + image, ""},
-      {{"job", "--volume=C=" + image, "--nonsense"}, "2<>" + image, ""},
-      {{"defrag", image, "--nonsense"}, "2<>" + Path("linked"), ""},
+      {{"defrag", image_, "--png", Path("same"), "--report", Path("sub/../same")}, "", "--report"},
+      {{"analyze", image_, "--report", Path("out")}, ">" + Path("out"), "standard output"},
+      {{"analyze", image_}, "1<>" + image_, "Standard output"},
+      {{"defrag", image_, "--dry-run"}, "2<>" + Path("soft"), ""},
+      {{"defrag", Path("hard")}, ">/dev/null 2<>" + image_, ""},
+      {{"defrag", image_, "--nonsense"}, "2<>" + image_, ""},
+      {{"defrag", image_, "--help"}, "1<>" + image_, ""},
+      {{"job", "--volume=C=" + image_, "--nonsense"}, "2<>" + image_, ""},
+      {{"defrag", image_, "--nonsense"}, "2<>" + Path("linked"), ""},
       {{"job", "--volume", second, "--save-job", "name", "--", "/drv D: /d"},
        "1<>" + Path("other.img"),
        "Standard output"},
-      {{"defrag", image, "--debug-log", "/dev/random"}, "", "--debug-log"},
-      {{"map", image, "--png", "/proc/self/fd/7"}, "7<" + image, "--png"},
-      {{"compact", image, "--report", "/dev/fd/7"}, "7<>" + image, "--report"},
+      {{"defrag", image_, "--debug-log", "/dev/random"}, "", "--debug-log"},
+      {{"map", image_, "--png", "/proc/self/fd/7"}, "7<" + image_, "--png"},
+      {{"compact", image_, "--report", "/dev/fd/7"}, "7<>" + image_, "--report"},
   };
   for (const char* name : {"disk.img", "hard", "soft", "folder/disk.img", "sub/../disk.img",
                            "disk.img.vornalux-journal", "linked", "mark", "x.vornalux-journal"}) {
     for (const char* option : {"--png", "--report", "--debug-log"}) {
-      cases.push_back({{"defrag", image, "--dry-run", option, Path(name)}, "", option});
+      cases.push_back({{"defrag", image_, "--dry-run", option, Path(name)}, "", option});
     }
-    cases.push_back({{"map", image, "--png", Path("new"), "--debug-log", Path(name)}, "", name});
+    cases.push_back({{"map", image_, "--png", Path("new"), "--debug-log", Path(name)}, "", name});
   }
   const Bytes other = Get("other.img");
   for (const Case& c : cases) {
@@ -126,16 +114,15 @@ TEST_F(ProgramOutputsTest, NoOutputIsAVolumeOrAnotherOutput) {
 
 TEST_F(ProgramOutputsTest, NoStreamIsTheFileBelowADeviceNorAMountedJournal) {
   Make("fat16 size=8M files=60 fragmented=60%");
-  const std::string image = Path("disk.img");
   {
-    const LoopDevice loop(image);
+    const LoopDevice loop(image_);
     if (loop.Node().empty()) GTEST_SKIP() << "no loop devices";
     const Setting state("VORNALUX_STATE_DIR", Path("state"));
     for (const Arguments& line : {Arguments{"analyze", loop.Node()},
                                   {"defrag", loop.Node(), "--nonsense"},
                                   {"defrag", loop.Node()}}) {
       for (const char* stream : {"1<>", "2<>", "1>>", "2>>"}) {
-        const ProgramEnd end = RunProgramBehind(stream + image, line);
+        const ProgramEnd end = RunProgramBehind(stream + image_, line);
         EXPECT_EQ(end.code, 2) << end.err << stream << ::testing::PrintToString(line);
         EXPECT_EQ(Get("disk.img"), before_);
       }
@@ -145,7 +132,7 @@ TEST_F(ProgramOutputsTest, NoStreamIsTheFileBelowADeviceNorAMountedJournal) {
   Put("map", {});
   Run("mount --bind disk.img.vornalux-journal map || rm map");
   if (!Exists("map")) GTEST_SKIP() << "nothing can be mounted";
-  const ProgramEnd end = RunProgram({"map", image, "--png", Path("map")});
+  const ProgramEnd end = RunProgram({"map", image_, "--png", Path("map")});
   Run("umount map");
   EXPECT_EQ(end.code, 2) << end.err;
   EXPECT_EQ(Get("disk.img.vornalux-journal"), Bytes(512, 'j'));
@@ -153,8 +140,8 @@ TEST_F(ProgramOutputsTest, NoStreamIsTheFileBelowADeviceNorAMountedJournal) {
 
 TEST_F(ProgramOutputsTest, WhatCannotBeWrittenCostsNothingElse) {
   Make("fat16 size=8M files=60 fragmented=60%");
-  const ProgramEnd end = RunProgram({"defrag", Path("disk.img"), "--quiet", "--png", "/dev/full",
-                                     "--report", Path("report"), "--debug-log", "/dev/full"});
+  const ProgramEnd end = RunProgram({"defrag", image_, "--quiet", "--png", "/dev/full", "--report",
+                                     Path("report"), "--debug-log", "/dev/full"});
   EXPECT_EQ(end.code, 1);
   for (const char* option : {"--png /dev/full", "--debug-log /dev/full"}) {
     EXPECT_NE(end.err.find(option), std::string::npos) << end.err;
@@ -162,18 +149,17 @@ TEST_F(ProgramOutputsTest, WhatCannotBeWrittenCostsNothingElse) {
   EXPECT_NE(end.err.find("No space left"), std::string::npos) << end.err;
   EXPECT_NE(end.out.find("Fragmented"), std::string::npos) << end.out;
   EXPECT_GT(Get("report").size(), 1000U);
-  ExpectIntact(Path("disk.img"), manifest_);
+  ExpectWhole();
 }
 
 TEST_F(ProgramOutputsTest, WhatIsTakenInPartIsToldAsThat) {
   Make("fat16 size=8M files=60 fragmented=60%");
-  const std::string image = Path("disk.img");
   const std::tuple<Arguments, std::string, std::string> cases[] = {
-      {{"analyze", image}, "standard output", "Only a part"},
-      {{"map", image, "--png", Path("png")}, "--png", "Only a part"},
-      {{"analyze", image, "--report", Path("report")}, "--report", "Only a part"},
-      {{"analyze", image, "--debug-log", Path("log")}, "--debug-log", "Only a part"},
-      {{"defrag", image}, "its journal failed", "cannot write to the specified device"}};
+      {{"analyze", image_}, "standard output", "Only a part"},
+      {{"map", image_, "--png", Path("png")}, "--png", "Only a part"},
+      {{"analyze", image_, "--report", Path("report")}, "--report", "Only a part"},
+      {{"analyze", image_, "--debug-log", Path("log")}, "--debug-log", "Only a part"},
+      {{"defrag", image_}, "its journal failed", "cannot write to the specified device"}};
   const Setting preload("LD_PRELOAD", VORNALUX_KILL_LIBRARY);
   const Setting order("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0");
   const Setting takes("VORNALUX_TAKES", "30");
@@ -191,7 +177,7 @@ TEST_F(ProgramOutputsTest, ARefusedRunLeavesItsOutputsAlone) {
   const Bytes old(5000, 'o');
   Put("old", old);
   Put("disk.img", Bytes(5000, 'x'));
-  EXPECT_EQ(RunProgram({"analyze", Path("disk.img"), "--png", Path("old"), "--report", Path("new"),
+  EXPECT_EQ(RunProgram({"analyze", image_, "--png", Path("old"), "--report", Path("new"),
                         "--debug-log", Path("log")})
                 .code,
             3);
@@ -199,14 +185,14 @@ TEST_F(ProgramOutputsTest, ARefusedRunLeavesItsOutputsAlone) {
   EXPECT_FALSE(Exists("new") || Exists("log"));
   // What is written in the end is the whole content.
   Make("fat16 size=8M files=20");
-  EXPECT_EQ(RunProgram({"analyze", Path("disk.img"), "--png", Path("old")}).code, 0);
+  EXPECT_EQ(RunProgram({"analyze", image_, "--png", Path("old")}).code, 0);
   EXPECT_LT(Get("old").size(), old.size());
 }
 
 TEST_F(ProgramOutputsTest, AReaderThatHasSeenEnoughEndsTheOutputAndNothingElse) {
   Make("fat16 size=16M files=250 fragmented=100% fill=95%");
-  const Arguments lines[] = {{"analyze", Path("disk.img"), "--list", "--quiet"},
-                             {"defrag", Path("disk.img"), "--debug-log", "-", "--quiet"}};
+  const Arguments lines[] = {{"analyze", image_, "--list", "--quiet"},
+                             {"defrag", image_, "--debug-log", "-", "--quiet"}};
   for (const Arguments& line : lines) {
     Program program(line);
     ASSERT_TRUE(program.ReadUntil("C:"));
@@ -214,7 +200,7 @@ TEST_F(ProgramOutputsTest, AReaderThatHasSeenEnoughEndsTheOutputAndNothingElse) 
     const ProgramEnd end = program.Wait();
     EXPECT_EQ(end.signal, SIGPIPE) << end.err;
     EXPECT_EQ(end.err, "");
-    ExpectIntact(Path("disk.img"), manifest_);
+    ExpectWhole();
   }
   EXPECT_NE(Get("disk.img"), before_) << "the pass was to go on";
 }

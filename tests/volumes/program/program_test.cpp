@@ -7,10 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "mkvolume/maker.h"
-#include "support/image_folder.h"
-#include "support/intact.h"
-#include "support/seed.h"
+#include "support/made_volume.h"
 #include "volumes/program/program_process.h"
 
 namespace vornalux::test {
@@ -24,22 +21,8 @@ constexpr const char* kFat32 = "fat32 size=64M cluster=512 files=300 fragmented=
 // So full that nearly every file is moved in pieces, each a line in the debug log.
 constexpr const char* kFull = "fat16 size=16M files=250 fragmented=100% pieces=8 fill=95%";
 
-class ProgramTest : public ImageFolder {
+class ProgramTest : public MadeVolume {
  protected:
-  // Makes "disk.img" and remembers what it holds.
-  void Make(const std::string& recipe) {
-    const std::uint64_t seed = TestSeed();
-    recipe_ = recipe + " seed=" + std::to_string(seed);
-    image_ = Path("disk.img");
-    manifest_ = MakeVolume(recipe_, image_);
-    before_ = Get("disk.img");
-  }
-
-  void ExpectWhole() const {
-    SCOPED_TRACE(recipe_);
-    ExpectIntact(image_, manifest_);
-  }
-
   // Of a whole volume's analysis, a folder's must give what lies below it, under another letter
   // too.
   void ExpectFolderAlone(const Json& whole) const {
@@ -67,11 +50,6 @@ class ProgramTest : public ImageFolder {
       EXPECT_EQ(entry.path().filename(), "disk.img");
     }
   }
-
-  std::string recipe_;
-  std::string image_;
-  Manifest manifest_;
-  Bytes before_;
 };
 
 const std::vector<std::string> kFigureKeys = {
@@ -80,10 +58,6 @@ const std::vector<std::string> kFigureKeys = {
     "prefetch_files",      "locked_files",   "total_clusters", "free_clusters",
     "sectors_per_cluster", "reserved_front", "optimize_area",  "mft_zone"};
 
-void ExpectFigures(const Json& json) {
-  for (const std::string& key : kFigureKeys) EXPECT_TRUE(json.contains(key)) << key;
-}
-
 TEST_F(ProgramTest, ExitCodesSayWhatWentWrong) {
   Make("fat16 size=16M files=20");
   Put("text", Bytes(5000, 'x'));
@@ -91,7 +65,6 @@ TEST_F(ProgramTest, ExitCodesSayWhatWentWrong) {
   Bytes dirty = before_;
   dirty[0x25] |= 1;  // the boot sector's mark
   Put("dirty.img", dirty);
-  Put("short.img", Bytes(before_.begin(), before_.begin() + 70000));
   const std::string dirty_volume = "C=" + Path("dirty.img");
   const std::string volume = "C=" + image_;
   struct Case {
@@ -104,10 +77,8 @@ TEST_F(ProgramTest, ExitCodesSayWhatWentWrong) {
       {{"defrag", image_}, 0, ""},
       {{"optimize", image_}, 0, ""},
       {{"compact", image_}, 0, ""},
-      {{"analyze", Path("missing")}, 3, "No such file"},
       {{"analyze", Path("text")}, 3, "no FAT or NTFS volume"},
       {{"analyze", Path("empty")}, 3, "empty"},
-      {{"analyze", Path("short.img")}, 3, "short.img"},
       {{"analyze", "/dev/null"}, 3, "/dev/null"},
       {{"analyze", Path("")}, 3, ""},
       {{"defrag", Path("dirty.img")}, 3, "dirty"},
@@ -145,7 +116,6 @@ TEST_F(ProgramTest, AnalyzeChangesNothing) {
     const ProgramEnd json = RunProgram({"analyze", image_, "--json", "--list"});
     ASSERT_EQ(json.code, 0) << json.err;
     const Json result = Json::parse(json.out);
-    ExpectFigures(result);
     EXPECT_GT(result["fragmented"], 0);
     EXPECT_EQ(result["fragmented_files"].size(), result["fragmented"]);
     EXPECT_EQ(result["move_out_files"], 0) << "the Analyze button fills no classes";
@@ -156,7 +126,9 @@ TEST_F(ProgramTest, AnalyzeChangesNothing) {
     const ProgramEnd job =
         RunProgram({"job", "--volume", "C=" + image_, "--json", "--dry-run", "--", "/drv C: /c"});
     const Json before = Json::parse(job.out)["before"];
-    for (const std::string& key : kFigureKeys) EXPECT_EQ(before[key], classes[key]) << key;
+    for (const std::string& key : kFigureKeys) {
+      EXPECT_TRUE(result.contains(key) && before[key] == classes[key]) << key;
+    }
     const ProgramEnd text = RunProgram({"analyze", image_, "--list", "--quiet"});
     EXPECT_NE(text.out.find("  C:\\"), std::string::npos);
     EXPECT_EQ(text.err, "");
