@@ -3,12 +3,11 @@
 // test.
 #include "windows/flows/flow.h"
 
-#include <windows.h>
-
 #include <cstdio>
 #include <string>
 #include <vector>
 
+#include "host/windows/system_headers.h"
 #include "host/windows/ui/resource.h"
 
 namespace vornalux::play {

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // A disk that grows too hot, and cools down.
-#include <windows.h>
-
 #include <string>
 
 #include "host/simulated/scripted_drive.h"
+#include "host/windows/system_headers.h"
 #include "host/windows/ui/resource.h"
 #include "windows/flows/flow.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Jobs from the command line.
-#include <windows.h>
+#include "host/windows/system_headers.h"
 
 // After the header that it needs.
 #include <shellapi.h>

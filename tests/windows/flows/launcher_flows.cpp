@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // The launcher, and what may keep the program from getting so far.
-#include <windows.h>
+#include "host/windows/system_headers.h"
 
 // After the header that it needs.
 #include <commctrl.h>

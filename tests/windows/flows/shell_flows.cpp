@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Shortcuts and Explorer's menus, in the shell and the registry that Wine has.
-#include <windows.h>
+#include "host/windows/system_headers.h"
 
 // After the header that they need.
 #include <shlobj.h>
