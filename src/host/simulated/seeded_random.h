@@ -46,7 +46,9 @@ class SeededRandom {
   bool Chance(double probability) { return Unit() < probability; }
   template <typename T>
   void Shuffle(std::vector<T>& items) {
-    for (std::size_t i = items.size(); i > 1; --i) std::swap(items[i - 1], items[Below(i)]);
+    for (std::size_t i = items.size(); i > 1; --i) {
+      std::swap(items[i - 1], items[static_cast<std::size_t>(Below(i))]);
+    }
   }
 
  private:
