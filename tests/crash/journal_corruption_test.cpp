@@ -189,11 +189,11 @@ TEST(JournalCorruption, StatesOfAnHonestStore) {
     }
   }
   // A disk that has lost what was copied in time.
-  struct LostSector final : BorrowedDevice {
-    using BorrowedDevice::BorrowedDevice;
+  struct LostSector final : PassingDevice {
+    using PassingDevice::PassingDevice;
     std::error_code Read(std::uint64_t offset, std::span<std::uint8_t> out) override {
       const bool lost = offset < 21 * kSector && offset + out.size() > 20 * kSector;
-      return lost ? std::make_error_code(std::errc::io_error) : BorrowedDevice::Read(offset, out);
+      return lost ? std::make_error_code(std::errc::io_error) : PassingDevice::Read(offset, out);
     }
   };
   MemoryDevice disk(good.before);

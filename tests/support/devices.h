@@ -49,10 +49,10 @@ struct DeviceEvent {
 };
 using DeviceLog = std::vector<DeviceEvent>;
 
-// A device that another one outlives. Passes everything on.
-class BorrowedDevice : public BlockDevice {
+// Passes everything on to a device that outlives it.
+class PassingDevice : public BlockDevice {
  public:
-  explicit BorrowedDevice(BlockDevice& base) : base_(base) {}
+  explicit PassingDevice(BlockDevice& base) : base_(base) {}
 
   std::uint64_t Size() const override { return base_.Size(); }
   std::error_code Read(std::uint64_t offset, std::span<std::uint8_t> out) override {
@@ -67,22 +67,27 @@ class BorrowedDevice : public BlockDevice {
   BlockDevice& base_;
 };
 
+// Not a base itself: a copy of a device's base part would pass by what the device does.
+class BorrowedDevice final : public PassingDevice {
+  using PassingDevice::PassingDevice;
+};
+
 // Notes writes and flushes, before they happen, where there is a log.
-class RecordingDevice final : public BorrowedDevice {
+class RecordingDevice final : public PassingDevice {
  public:
   RecordingDevice(BlockDevice& base, DeviceLog* log, int device)
-      : BorrowedDevice(base), log_(log), device_(device) {}
+      : PassingDevice(base), log_(log), device_(device) {}
   RecordingDevice(BlockDevice& base, DeviceLog& log, int device)
       : RecordingDevice(base, &log, device) {}
 
   std::error_code Write(std::uint64_t offset, std::span<const std::uint8_t> data) override {
     if (log_)
       log_->push_back({device_, DeviceEvent::Kind::Write, offset, {data.begin(), data.end()}});
-    return BorrowedDevice::Write(offset, data);
+    return PassingDevice::Write(offset, data);
   }
   std::error_code Flush() override {
     if (log_) log_->push_back({device_, DeviceEvent::Kind::Flush, 0, {}});
-    return BorrowedDevice::Flush();
+    return PassingDevice::Flush();
   }
 
  private:
@@ -111,11 +116,11 @@ class PowerCutDevice {
 };
 
 // Fails the nth call (from 0 on) of those that count, once or from then on.
-class FailingDevice final : public BorrowedDevice {
+class FailingDevice final : public PassingDevice {
  public:
   enum Calls : unsigned { kReads = 1, kWrites = 2, kFlushes = 4, kAll = 7 };
 
-  FailingDevice(BlockDevice& base, unsigned calls) : BorrowedDevice(base), calls_(calls) {}
+  FailingDevice(BlockDevice& base, unsigned calls) : PassingDevice(base), calls_(calls) {}
 
   void FailAt(std::int64_t nth, bool for_ever) {
     next_ = 0;
@@ -127,12 +132,12 @@ class FailingDevice final : public BorrowedDevice {
   bool HasFailed() const { return has_failed_; }
 
   std::error_code Read(std::uint64_t offset, std::span<std::uint8_t> out) override {
-    return Fails(kReads) ? Trouble() : BorrowedDevice::Read(offset, out);
+    return Fails(kReads) ? Trouble() : PassingDevice::Read(offset, out);
   }
   std::error_code Write(std::uint64_t offset, std::span<const std::uint8_t> data) override {
-    return Fails(kWrites) ? Trouble() : BorrowedDevice::Write(offset, data);
+    return Fails(kWrites) ? Trouble() : PassingDevice::Write(offset, data);
   }
-  std::error_code Flush() override { return Fails(kFlushes) ? Trouble() : BorrowedDevice::Flush(); }
+  std::error_code Flush() override { return Fails(kFlushes) ? Trouble() : PassingDevice::Flush(); }
 
  private:
   bool Fails(unsigned call);
