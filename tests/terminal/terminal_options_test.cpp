@@ -52,6 +52,7 @@ TEST(TerminalOptions, RefusesWhatMakesNoSense) {
                            "analyze a.img --seed -1",
                            "analyze a.img --drop-restore-points",
                            "defrag a.img --list",
+                           "defrag a.img --report --dry-run",
                            "job --volume C=a.img",
                            "job -- /drv C: /d",
                            "job --volume a.img -- /d",

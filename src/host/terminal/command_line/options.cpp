@@ -114,15 +114,29 @@ const CLI::Validator kNumber(
     },
     "");
 
+const CLI::Validator kPartition(
+    [](std::string& text) {
+      const bool digits = text.find_first_not_of("0123456789") == std::string::npos;
+      const std::uint64_t number = digits ? ParseSize(text).value_or(0) : 0;
+      return 0 < number && number <= INT32_MAX ? std::string() : text + " is no partition's number";
+    },
+    "");
+
+// An option that was left without its value would take the next one for it, and that one's meaning
+// would be lost: the volume is written to although "--report --dry-run" says not to.
 const CLI::Validator kFileName(
-    [](std::string& text) { return text.empty() ? std::string("needs a file") : std::string(); },
+    [](std::string& text) {
+      if (text.empty()) return std::string("needs a file");
+      return text.starts_with("--") ? text + " is an option; a file of the name is ./" + text
+                                    : std::string();
+    },
     "");
 
 void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
   CLI::Option* partition =
       command.add_option("--partition", options.partition, "Partition of a disk image, from 1")
           ->type_name("N")
-          ->check(CLI::PositiveNumber);
+          ->check(kPartition);
   command.add_option("--offset", options.offset, "Where the volume starts, in bytes (1M is 1 MiB)")
       ->transform(kSize)
       ->excludes(partition);
