@@ -58,8 +58,14 @@ class JobReader {
   bool SetAction(std::string_view name) {
     const std::optional<Pass> pass =
         name.starts_with('-') ? PassOfLetter(name.substr(1)) : std::nullopt;
-    if (pass) reading_.job.action = pass;
-    return pass.has_value();
+    if (!pass) return false;
+    std::optional<Pass>& chosen = reading_.job.action;
+    if (chosen.value_or(*pass) != *pass) {
+      Doubt("The line names two passes, " + std::string(RowOf(*chosen).command) + " and " +
+            RowOf(*pass).command + ".");
+    }
+    chosen = pass;
+    return true;
   }
 
   bool SetPriority(const std::string& name) {
@@ -98,19 +104,32 @@ class JobReader {
 
   void TakeDrive(const std::string& token) {
     const std::string* drive = Operand(token, "No drive specified.", "Invalid drivename.");
-    if (drive) reading_.job.root = NormalRoot(*drive);
+    if (drive) TakeRoot(NormalRoot(*drive));
   }
 
   // The quoted text as typed, of which the operand has lost its blanks.
   void TakeFolder(const std::string& token) {
-    if (!Operand(token, "No dir specified.", "Invalid directory.")) return;
+    const std::string* operand = Operand(token, "No dir specified.", "Invalid directory.");
+    if (!operand) return;
     const std::string& path = parts_.quoted;
     if (path.size() < 2 || path[1] != ':') return Object("No dir specified.");
-    reading_.job.root = NormalRoot(path.substr(0, 2));
+    if (*operand != SplitTail('"' + path).tokens.front()) {
+      Doubt("What follows /dir is not the first text in quotes, " + path + ".");
+    }
+    TakeRoot(NormalRoot(path.substr(0, 2)));
     reading_.job.directory = NormalFolder(path.substr(2));
   }
 
+  void TakeRoot(std::string root) {
+    std::string& chosen = reading_.job.root;
+    if (!chosen.empty() && !EqualIgnoringAsciiCase(chosen, root)) {
+      Doubt("The line names two drives, " + chosen + " and " + root + ".");
+    }
+    chosen = std::move(root);
+  }
+
   void Object(std::string text) { reading_.objections.push_back(std::move(text)); }
+  void Doubt(std::string text) { reading_.doubts.push_back(std::move(text)); }
 
   JobTail parts_;
   std::size_t next_ = 0;

@@ -45,18 +45,20 @@ bool Analysis::Analyze_This() {
     return false;
   }
   ReportConstants();
-  AnalyzeVolume();
-  // A drive that has gone in the meantime has shown few files, or none. The redraw tells so.
-  FreeSpace space;
-  const bool there =
-      run_.platform.volumes.FreeSpaceFigures(run_.target.Root(), space) == error::kSuccess ||
-      run_.view.RedrawMap(MapLayers::Volume);
+  const bool there = AnalyzeVolume() && IsThere();
   run_.flags.AnalysisValid = ToBoolean(there);
   if (!there) run_.flags.ClassListsValid = False;
   if (!run_.flags.StopRequested) return there;
   run_.view.SetCaption("Volume " + run_.target.drive);
   run_.flags.AnalysisValid = False;
   return false;
+}
+
+// A drive that has gone shows few files, or none. The redraw tells so.
+bool Analysis::IsThere() {
+  FreeSpace space;
+  return run_.platform.volumes.FreeSpaceFigures(run_.target.Root(), space) == error::kSuccess ||
+         run_.view.RedrawMap(MapLayers::Volume);
 }
 
 void Analysis::ReportConstants() {
@@ -71,7 +73,7 @@ void Analysis::ReportConstants() {
   run_.view.SetCaption("Volume " + run_.target.drive);
 }
 
-void Analysis::AnalyzeVolume() {
+bool Analysis::AnalyzeVolume() {
   run_.view.SetRange(0, 1);
   run_.view.SetValue(0);
   run_.extents.LockedCount = 0;
@@ -83,18 +85,23 @@ void Analysis::AnalyzeVolume() {
 
   run_.view.SetCaption("Enumerating files on volume " + run_.target.Root());
   run_.platform.desktop.DoEvents();
+  // It may be back by the end.
+  if (!IsThere()) {
+    run_.view.SetCaption("Volume " + run_.target.drive);
+    return false;
+  }
   const std::string root = run_.target.directory.empty()
                                ? run_.target.Root()
                                : run_.target.Drive() + "\\" + run_.target.directory + "\\";
   const std::vector<ExtentRecord> records = run_.walk.WalkVolume(root, run_.view);
   if (run_.flags.StopRequested) {
     run_.view.SetValue(0);
-    return;
+    return true;
   }
   run_.view.SetRange(0, static_cast<std::int64_t>(records.size()));
   run_.view.SetValue(0);
   run_.view.SetCaption("Analyzing files on volume " + run_.target.Root());
-  if (!ExamineEntries(records)) return;
+  if (!ExamineEntries(records)) return true;
 
   // The trailing empty element takes part, and so comes first.
   lists.Quicksort(run_.platform, 0, std::ssize(lists.FragExtents) - 1);
@@ -105,6 +112,7 @@ void Analysis::AnalyzeVolume() {
   ShowResults();
   run_.view.SetCaption("Volume " + run_.target.drive);
   ReportResults();
+  return true;
 }
 
 bool Analysis::ExamineEntries(const std::vector<ExtentRecord>& records) {

@@ -39,9 +39,10 @@ class Analysis {
   // the volume's figures could not be read or a stop was requested; AnalysisValid is then False.
   bool Analyze_This();
 
-  void AnalyzeVolume();
-
  private:
+  // False, and the user told, when the drive had gone before the walk began.
+  bool AnalyzeVolume();
+  bool IsThere();
   void ReportConstants();
   // False when a stop was requested before the last entry was reached.
   bool ExamineEntries(const std::vector<ExtentRecord>& records);

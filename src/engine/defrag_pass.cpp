@@ -6,6 +6,7 @@ namespace vornalux {
 
 bool Passes::defrag() {
   const BusyWindow busy(run_.view);
+  run_.geometry.gap_queries = {};
   if (!run_.flags.AnalysisValid) {
     run_.flags.OptimizeMode = False;
     if (!analysis_.Analyze_This()) return run_.flags.StopRequested != False;
@@ -33,6 +34,7 @@ bool Passes::defrag() {
     Step();
   }
   Redraw();
+  TellUnreadGaps();
   run_.flags.AnalysisValid = False;
   ShowIdleCaption();
   return true;

@@ -7,6 +7,7 @@ namespace vornalux {
 // What Optimize and Compact begin with. False when the run ends here.
 bool Passes::PrepareClassLists() {
   run_.flags.StopRequested = False;
+  run_.geometry.gap_queries = {};
   if (!run_.flags.ClassListsValid) {
     run_.flags.OptimizeMode = True;
     if (!analysis_.Analyze_This()) {
@@ -21,9 +22,18 @@ bool Passes::PrepareClassLists() {
 }
 
 void Passes::EndWithStaleLists() {
+  TellUnreadGaps();
   run_.flags.AnalysisValid = False;
   run_.flags.ClassListsValid = False;
   ShowIdleCaption();
+}
+
+// Files were left for want of a gap only because none could be seen.
+void Passes::TellUnreadGaps() {
+  const auto [answered, unanswered] = run_.geometry.gap_queries;
+  if (answered > 0 || unanswered == 0 || run_.flags.StopRequested) return;
+  run_.platform.desktop.ShowBox("Error reading the drive information.", kProgramTitle,
+                                BoxButtons::Ok, BoxIcon::Critical);
 }
 
 void Passes::DefragmentMasterFileTable() {

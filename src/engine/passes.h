@@ -35,6 +35,7 @@ class Passes {
 
   bool PrepareClassLists();
   void EndWithStaleLists();
+  void TellUnreadGaps();
   void DefragmentMasterFileTable();
   void RedrawUnlessStopped();
   void Redraw();

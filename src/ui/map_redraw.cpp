@@ -39,6 +39,8 @@ bool MapRedraw::DrawVolume() {
   const BitmapResult result = engine_.geometry.ReadVolumeBitmap(target_.Drive(), bitmap);
   if (result != BitmapResult::Read) {
     desktop_.ShowBox(TextOf(result), kProgramTitle, BoxButtons::Ok, BoxIcon::Critical);
+    // The user knows.
+    engine_.geometry.gap_queries = {};
     return false;
   }
   const VolumeConstants& constants = engine_.geometry.constants;

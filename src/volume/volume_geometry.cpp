@@ -90,6 +90,7 @@ void VolumeGeometry::ReadMftZone() {
 const FreeRunList& VolumeGeometry::GetFreeRuns(std::int32_t& total) {
   total = 0;
   if (VolumeHandle == kInvalidHandle) {
+    ++gap_queries.unanswered;
     free_runs_.Begin(0);
     return free_runs_.Finish(0);
   }
@@ -104,6 +105,7 @@ const FreeRunList& VolumeGeometry::GetFreeRuns(std::int32_t& total) {
                           chunk_.bitmap_size <= std::numeric_limits<std::int32_t>::max();
       total = usable ? static_cast<std::int32_t>(chunk_.bitmap_size) : 0;
       free_runs_.Begin(total);
+      ++(usable ? gap_queries.answered : gap_queries.unanswered);
     }
     // Whatever the answer claims, no bitmap goes on past the volume's end.
     if (!answered || chunk_.starting_lcn != read || read >= total) break;

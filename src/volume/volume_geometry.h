@@ -71,6 +71,12 @@ class VolumeGeometry {
   // nothing could be read.
   const FreeRunList& GetFreeRuns(std::int32_t& total);
 
+  // How often the gaps were asked for since this was set to {}.
+  struct GapQueries {
+    std::int64_t answered = 0;
+    std::int64_t unanswered = 0;
+  } gap_queries;
+
   // Reads the whole bitmap anew, into the image's memory where that will do; refreshes the
   // constants on the way.
   BitmapResult ReadVolumeBitmap(const std::string& drive, VolumeBitmapImage& image);

@@ -52,6 +52,7 @@ TEST(TerminalOptions, RefusesWhatMakesNoSense) {
                            "analyze a.img --seed -1",
                            "analyze a.img --drop-restore-points",
                            "defrag a.img --list",
+                           "defrag a.img --report --dry-run",
                            "job --volume C=a.img",
                            "job -- /drv C: /d",
                            "job --volume a.img -- /d",
@@ -88,6 +89,8 @@ TEST(TerminalOptions, TakesVolumeAndFolder) {
   EXPECT_EQ(options.windows_folder, "");
   EXPECT_EQ(options.seed, 18446744073709551615u);
   EXPECT_EQ(options.pass, Pass::Defrag);
+  EXPECT_EQ(ParseWords("map x --png y --partition 010").options.partition, 10);
+  EXPECT_EQ(ParseWords("analyze x --seed 010").options.seed, 10U);
   EXPECT_EQ(ParseWords("optimize x").options.pass, Pass::Optimize);
   EXPECT_EQ(ParseWords("compact x").options.pass, Pass::Compact);
   EXPECT_EQ(ParseWords("analyze x").options.windows_folder, std::nullopt);

@@ -132,6 +132,20 @@ TEST(User, DoesAnythingAtAnyMoment) {
   for (const auto& [rule, times] : broken) std::cout << rule << ": " << times << " times\n";
 }
 
+// Too rare to be met by chance: what is gone while it is needed is back when somebody looks.
+TEST(User, DoesAgainWhatBrokeARule) {
+  for (const char* const text : {"seed 1\n0 no start \n0 no Select Drive\n0 no Analyze\n"
+                                 "8 yes C: is gone\n24 yes C: is well\n",
+                                 "seed 604058\n0 yes start /drv d: /d /dbg\n0 yes Defrag\n"
+                                 "21 no D: has no bitmap\n38 no D: is well\n"}) {
+    std::istringstream lines(text);
+    std::uint64_t seed = 0;
+    const std::vector<Step> steps = Parse(lines, seed);
+    const auto fault = Play(seed, 0, &steps).fault;
+    EXPECT_FALSE(fault) << text << fault->rule << " " << fault->what;
+  }
+}
+
 TEST(User, DoesWhatAFileSays) {
   const char* const file = std::getenv("VORNALUX_STEPS");
   if (file == nullptr) GTEST_SKIP() << "VORNALUX_STEPS names none";

@@ -81,8 +81,8 @@ std::string ParseDirectory(std::string text, char letter) {
   return NormalFolder(text);
 }
 
-// "4096", "64K", "1M", "2GiB" as a number of bytes. The parser's own reading of numbers takes "-1"
-// and what is too large for the largest one.
+// "4096", "64K", "1M", "2GiB" as a number of bytes. The parser's own reading of numbers takes "-1",
+// what is too large for the largest one, and "010" for 8.
 std::optional<std::uint64_t> ParseSize(std::string_view text) {
   std::uint64_t number = 0;
   const char* const end = text.data() + text.size();
@@ -98,6 +98,11 @@ std::optional<std::uint64_t> ParseSize(std::string_view text) {
   return number << shift;
 }
 
+std::optional<std::uint64_t> ParseDigits(std::string_view text) {
+  if (text.find_first_not_of("0123456789") != std::string_view::npos) return std::nullopt;
+  return ParseSize(text);
+}
+
 const CLI::Validator kSize(
     [](std::string& text) {
       const std::optional<std::uint64_t> size = ParseSize(text);
@@ -109,20 +114,37 @@ const CLI::Validator kSize(
 
 const CLI::Validator kNumber(
     [](std::string& text) {
-      const bool digits = text.find_first_not_of("0123456789") == std::string::npos;
-      return digits && ParseSize(text) ? std::string() : text + " is no number";
+      const std::optional<std::uint64_t> number = ParseDigits(text);
+      if (!number) return text + " is no number";
+      text = std::to_string(*number);
+      return std::string();
     },
     "");
 
+const CLI::Validator kPartition(
+    [](std::string& text) {
+      const std::uint64_t number = ParseDigits(text).value_or(0);
+      if (number == 0 || number > INT32_MAX) return text + " is no partition's number";
+      text = std::to_string(number);
+      return std::string();
+    },
+    "");
+
+// An option that was left without its value would take the next one for it, and that one's meaning
+// would be lost: the volume is written to although "--report --dry-run" says not to.
 const CLI::Validator kFileName(
-    [](std::string& text) { return text.empty() ? std::string("needs a file") : std::string(); },
+    [](std::string& text) {
+      if (text.empty()) return std::string("needs a file");
+      return text.starts_with("--") ? text + " is an option; a file of the name is ./" + text
+                                    : std::string();
+    },
     "");
 
 void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
   CLI::Option* partition =
       command.add_option("--partition", options.partition, "Partition of a disk image, from 1")
           ->type_name("N")
-          ->check(CLI::PositiveNumber);
+          ->transform(kPartition);
   command.add_option("--offset", options.offset, "Where the volume starts, in bytes (1M is 1 MiB)")
       ->transform(kSize)
       ->excludes(partition);
@@ -139,7 +161,7 @@ void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
       ->check(kFileName);
   command.add_option("--seed", options.seed, "Seed of random choices")
       ->type_name("N")
-      ->check(kNumber);
+      ->transform(kNumber);
   command.add_flag("--quiet", options.quiet, "No progress");
   command.add_flag("--json", options.json, "Print the result as one JSON object");
 }

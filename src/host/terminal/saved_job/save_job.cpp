@@ -8,8 +8,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <system_error>
-#include <vector>
+#include <utility>
 
 #include "app/job.h"
 #include "host/image/opening/image_file.h"
@@ -45,19 +46,22 @@ void CheckFolder(const VolumeArgument& argument, const Options& options,
                                      argument.image + "."};
 }
 
+auto VolumeOfRoot(const Options& options, const std::string& root) {
+  return std::ranges::find(options.volumes, DriveOfRoot(root), &VolumeArgument::letter);
+}
+
 // Reads the job line as the job will. Nothing runs.
 void CheckJobLine(const Options& options, TerminalDesktop& desktop) {
-  const auto [job, objections, refused] = ParseJob(options.job_tail);
+  const std::vector<std::string> objections = JobLineObjections(options);
   for (const std::string& objection : objections) desktop.Say(objection);
-  if (job.context_menu) throw Refusal{ExitCode::Usage, kNoExplorerVerbs};
   if (!objections.empty()) {
     throw Refusal{ExitCode::Usage, "The job was not saved: its line cannot be carried out."};
   }
+  const Job job = ParseJob(options.job_tail).job;
   if (job.root.size() < 2) throw Refusal{ExitCode::Usage, "No drive specified."};
-  const auto volume =
-      std::ranges::find(options.volumes, DriveLetter(job.root.front()), &VolumeArgument::letter);
-  if (volume == options.volumes.end()) throw Refusal{ExitCode::Usage, NoSuchVolume(job.root)};
-  if (!job.directory.empty()) CheckFolder(*volume, options, job.directory);
+  if (!job.directory.empty()) {
+    CheckFolder(*VolumeOfRoot(options, job.root), options, job.directory);
+  }
 }
 
 std::string NameOf(const Options& options) {
@@ -163,8 +167,18 @@ std::string WriteOnDesktop(const std::string& name, const std::string& text) {
 
 }  // namespace
 
-std::string NoSuchVolume(const std::string& drive) {
-  return "The job is for drive " + drive + ", which no --volume names.";
+std::vector<std::string> JobLineObjections(const Options& options) {
+  JobReading reading = ParseJob(options.job_tail);
+  std::vector<std::string> all = std::move(reading.objections);
+  std::ranges::move(reading.doubts, std::back_inserter(all));
+  const std::string& root = reading.job.root;
+  if (reading.job.context_menu) {
+    all.emplace_back("Explorer verbs exist on Windows only.");
+  } else if (!reading.refused && root.size() > 1 &&
+             VolumeOfRoot(options, root) == options.volumes.end()) {
+    all.push_back("The job is for drive " + root + ", which no --volume names.");
+  }
+  return all;
 }
 
 ExitCode SaveJob(const Options& options, TerminalDesktop& desktop, StandardOutput& output) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "host/terminal/command_line/exit_code.h"
 #include "host/terminal/command_line/options.h"
@@ -10,9 +11,9 @@
 
 namespace vornalux {
 
-// Why a job line that can be read cannot be carried out here.
-inline constexpr const char* kNoExplorerVerbs = "Explorer verbs exist on Windows only.";
-std::string NoSuchVolume(const std::string& drive);
+// Why the job line of options is not carried out: nobody is there to look at what is wrong with it,
+// or doubtful, and to stop the rest of it. Empty for a line that names no drive.
+std::vector<std::string> JobLineObjections(const Options& options);
 
 // Writes a launcher of the job that options describe onto the user's desktop, in place of one of
 // the same name, and prints its path. Makes the desktop's folder where there is none. When

@@ -188,24 +188,19 @@ ExitCode JobExitCode(JobOutcome outcome) {
   return ExitCode::Failed;
 }
 
-// Nobody is there to look at what is wrong with the line and to stop the rest of it.
-bool IsWhole(const JobReading& job, TerminalDesktop& desktop) {
-  for (const std::string& objection : job.objections) desktop.Say(objection);
-  if (job.job.context_menu) desktop.Say(kNoExplorerVerbs);
-  return job.objections.empty() && !job.job.context_menu;
-}
-
 Outcome RunJob(Session& session, const Options& options, Charset charset) {
   Program& program = session.program();
   const Engine& engine = program.main_window.engine;
   JobResult result;
   result.dry_run = options.dry_run;
-  if (IsWhole(ParseJob(options.job_tail), session.desktop())) {
-    result.outcome = program.launcher.process_cmd_line(options.job_tail);
-  } else {
-    result.outcome = JobOutcome::InvalidArgument;
+  const std::vector<std::string> objections = JobLineObjections(options);
+  for (const std::string& objection : objections) session.desktop().Say(objection);
+  result.outcome = objections.empty() ? program.launcher.process_cmd_line(options.job_tail)
+                                      : JobOutcome::InvalidArgument;
+  if (result.outcome == JobOutcome::Done && !ParseJob(options.job_tail).job.action) {
+    session.desktop().Say("The job line names no pass: nothing was moved.");
   }
-  ExitCode code = JobExitCode(result.outcome);
+  const ExitCode code = JobExitCode(result.outcome);
   const std::string& drive = engine.volume.Target().drive;
   if (code == ExitCode::Done || code == ExitCode::Stopped || code == ExitCode::Failed) {
     result.volume = session.Volume(DriveLetter(drive.front()));
@@ -214,10 +209,6 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
     result.remarks = session.Remarks();
   }
   result.unreadable = session.platform().Unreadable();
-  if (code == ExitCode::Failed && !result.volume) {
-    session.desktop().Say(NoSuchVolume(drive));
-    code = ExitCode::Usage;
-  }
   return {.code = code, .output = Present(result, options, charset), .report = {}};
 }
 
