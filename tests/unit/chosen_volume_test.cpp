@@ -130,8 +130,10 @@ TEST(ChosenVolume, OneThatAnotherVornaluxHasIsLeftToIt) {
   two.launcher.ImageCombo1.Choose(1);
   two.launcher.CmdGo.Click();
   EXPECT_TRUE(two.launcher.visible && !two.window.cmdDefrag.enabled);
-  EXPECT_EQ(two.launcher.process_cmd_line("/drv D: /d /down"), JobOutcome::InUse);
-  EXPECT_EQ(two.rig.Boxes(), std::vector<std::string>(2, "Another Vornalux is working on D:\\."));
+  for (const char* job : {"/drv D: /d /down", "/drv D:here /d /down"}) {
+    EXPECT_EQ(two.launcher.process_cmd_line(job), JobOutcome::InUse) << job;
+  }
+  EXPECT_EQ(two.rig.Boxes(), std::vector<std::string>(3, "Another Vornalux is working on D:\\."));
   EXPECT_EQ(two.rig.machine->PowerOffs(), 0);
 }
 
