@@ -51,6 +51,23 @@ TEST(ChosenVolume, DriveAndBackToTheSameOne) {
   EXPECT_GT(two.rig.engine.movers.statistics.moves, 0);
 }
 
+TEST(ChosenVolume, ExtensionsToSkipHoldForAnAnalysisFromBefore) {
+  TwoVolumes two;
+  SimulatedVolume own({.total_clusters = 4096});
+  own.AddFile("skip.iso", {{100, 1}, {200, 1}});
+  own.AddFile("file.txt", {{300, 1}, {400, 1}});
+  two.rig.machine->AddVolume('S', own);
+  two.launcher.SelectDrive("S:\\");
+  two.launcher.CmdGo.Click();
+  two.rig.Run(kAnalyze);
+  two.window.Quitter.Click();
+  two.launcher.ExcludeTxt.text = "*.iso";
+  two.launcher.CmdGo.Click();
+  two.rig.Run(Pass::Defrag);
+  EXPECT_EQ(own.RunsOf("skip.iso").size(), 2U);
+  EXPECT_EQ(own.RunsOf("file.txt").size(), 1U);
+}
+
 TEST(ChosenVolume, AnotherOneTakesEverythingAlong) {
   TwoVolumes two;
   two.rig.Run(kAnalyze);
