@@ -164,7 +164,7 @@ void Introfrm::Status(const std::string&, bool& cancel_check) {
 
 void Introfrm::ShowOverMainWindow() {
   caption = kProgramTitle;
-  Show();
+  ShowInFront();
 }
 
 void Introfrm::minimize_to_tray() {

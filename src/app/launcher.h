@@ -82,7 +82,7 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   JobOutcome process_cmd_line(const std::string& tail);
 
   // Takes the volume for work. False, and the user told: another program of ours has it.
-  bool TakeVolume(const std::string& root);
+  bool TakeVolume(const std::string& place);
 
   // Tests whether the volume ("C:") is marked dirty and says so. No other volume can be chosen
   // meanwhile.

@@ -108,7 +108,9 @@ void Introfrm::CmdGo_Click() {
   ShowMainWindow();
 }
 
-bool Introfrm::TakeVolume(const std::string& root) {
+bool Introfrm::TakeVolume(const std::string& place) {
+  // As it is opened: a job may be given more than a letter, "C:here".
+  const std::string root = place.substr(0, 2) + "\\";
   if (platform_.machine.TakeVolume(root)) return true;
   Say("Another Vornalux is working on " + root + ".");
   return false;

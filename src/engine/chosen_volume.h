@@ -50,8 +50,12 @@ class ChosenVolume {
   // Until it is opened or another one is chosen.
   void Close();
 
-  // Extensions that Defrag leaves alone, whatever the volume.
-  void SetExclude(const std::string& extensions) { target_.exclude = extensions; }
+  // Extensions that Defrag leaves alone, whatever the volume. What was analysed with others has to
+  // be analysed anew.
+  void SetExclude(const std::string& extensions) {
+    if (extensions != target_.exclude) flags_.AnalysisValid = False;
+    target_.exclude = extensions;
+  }
 
   // Called after every change, in the order of watching.
   void Watch(Watcher watcher) { watchers_.push_back(std::move(watcher)); }

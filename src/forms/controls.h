@@ -208,6 +208,11 @@ class Form : public Observable {
   Property<WindowState> window_state{*this, WindowState::Normal};
 
   void Show() { visible = true; }
+  // Also when it is shown already: behind another window, or minimized.
+  void ShowInFront() {
+    Show();
+    Raise(to_front);
+  }
   void Hide() { visible = false; }
   void Unload() {
     visible = false;
@@ -215,6 +220,7 @@ class Form : public Observable {
   }
 
   Event unloaded;
+  Event to_front;  // set by the host
 };
 
 }  // namespace vornalux

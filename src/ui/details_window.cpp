@@ -16,7 +16,7 @@ void FrmDetails::Open() {
   Command2.enabled = flags_.ClassListsValid != False;
   Command3.enabled = flags_.ClassListsValid != False;
   Command1_Click();
-  Show();
+  ShowInFront();
 }
 
 void FrmDetails::Begin(const Button& button) {

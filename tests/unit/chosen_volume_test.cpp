@@ -51,6 +51,23 @@ TEST(ChosenVolume, DriveAndBackToTheSameOne) {
   EXPECT_GT(two.rig.engine.movers.statistics.moves, 0);
 }
 
+TEST(ChosenVolume, ExtensionsToSkipHoldForAnAnalysisFromBefore) {
+  TwoVolumes two;
+  SimulatedVolume own({.total_clusters = 4096});
+  own.AddFile("skip.iso", {{100, 1}, {200, 1}});
+  own.AddFile("file.txt", {{300, 1}, {400, 1}});
+  two.rig.machine->AddVolume('S', own);
+  two.launcher.SelectDrive("S:\\");
+  two.launcher.CmdGo.Click();
+  two.rig.Run(kAnalyze);
+  two.window.Quitter.Click();
+  two.launcher.ExcludeTxt.text = "*.iso";
+  two.launcher.CmdGo.Click();
+  two.rig.Run(Pass::Defrag);
+  EXPECT_EQ(own.RunsOf("skip.iso").size(), 2U);
+  EXPECT_EQ(own.RunsOf("file.txt").size(), 1U);
+}
+
 TEST(ChosenVolume, AnotherOneTakesEverythingAlong) {
   TwoVolumes two;
   two.rig.Run(kAnalyze);
@@ -130,8 +147,10 @@ TEST(ChosenVolume, OneThatAnotherVornaluxHasIsLeftToIt) {
   two.launcher.ImageCombo1.Choose(1);
   two.launcher.CmdGo.Click();
   EXPECT_TRUE(two.launcher.visible && !two.window.cmdDefrag.enabled);
-  EXPECT_EQ(two.launcher.process_cmd_line("/drv D: /d /down"), JobOutcome::InUse);
-  EXPECT_EQ(two.rig.Boxes(), std::vector<std::string>(2, "Another Vornalux is working on D:\\."));
+  for (const char* job : {"/drv D: /d /down", "/drv D:here /d /down"}) {
+    EXPECT_EQ(two.launcher.process_cmd_line(job), JobOutcome::InUse) << job;
+  }
+  EXPECT_EQ(two.rig.Boxes(), std::vector<std::string>(3, "Another Vornalux is working on D:\\."));
   EXPECT_EQ(two.rig.machine->PowerOffs(), 0);
 }
 

@@ -87,6 +87,28 @@ FLOW(HotDiskMayEndTheRun, "/drv C: /o /close", Alone) {
   EXPECT_LT(session.machine.Drives().Log().Count(CallKind::MoveClusters), 12u);
 }
 
+// The question is older than the warning, and may be answered behind it.
+FLOW(HotDiskWaitsBehindAPause, "/drv C: /o /close", Alone) {
+  session.machine.Drives().Faults().BeforeMove({.path = {}, .nth = 5}, [&session] {
+    PostMessageW(session.screen.Main(), WM_COMMAND, IDM_STOP, 0);
+  });
+  ScriptedDrive disk;
+  disk.SetTemperatures({58});
+  session.machine.C().SetDrive(disk);
+  session.Start();
+  const Screen& screen = session.screen;
+  screen.Until("the question", [&screen] { return screen.Box() != nullptr; });
+  EXPECT_TRUE(screen.Tick(screen.Main(), kTemperatureInterval));
+  screen.UntilShown("the warning", &Screen::Warning);
+  PostMessageW(screen.Box(), WM_COMMAND, IDNO, 0);
+  screen.Until("the question goes", [&screen] { return screen.Box() == nullptr; });
+  EXPECT_FALSE(IsWindowEnabled(screen.Main()));
+  screen.Press(screen.Warning(), IDC_WARNING_DISABLE);
+  screen.Until("the warning goes", [&screen] { return !Screen::Shown(screen.Warning()); });
+  EXPECT_TRUE(IsWindowEnabled(screen.Main()));
+  EXPECT_EQ(session.End(), 0u);
+}
+
 FLOW(EndOfTheSessionFindsAHotDisk, "/drv C: /o", Alone) {
   ScriptedDrive disk;
   const Screen& screen = Heat(session, disk, {58}, {5});

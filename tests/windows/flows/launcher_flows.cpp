@@ -211,6 +211,25 @@ FLOW(NothingNeedsAMouse, "", Alone) {
   EXPECT_TRUE(IsWindowVisible(GetDlgItem(launcher, focus()))) << focus();
 }
 
+// With the mouse over an item, and given up or taken by a key.
+FLOW(TheDriveShownIsTheOneChosen, "", Alone) {
+  const Screen& screen = StartToTheLauncher(session);
+  const HWND launcher = screen.Launcher(), drives = GetDlgItem(launcher, IDC_VOLUMES);
+  COMBOBOXINFO list = {};
+  list.cbSize = sizeof list;
+  GetComboBoxInfo(reinterpret_cast<HWND>(SendMessageW(drives, CBEM_GETCOMBOCONTROL, 0, 0)), &list);
+  for (const auto& [key, chosen] : {std::pair{VK_ESCAPE, "C:"}, {VK_RETURN, "A:"}}) {
+    SendMessageW(list.hwndCombo, CB_SHOWDROPDOWN, TRUE, 0);
+    SendMessageW(list.hwndList, WM_MOUSEMOVE, 0, MAKELPARAM(20, 5));
+    EXPECT_EQ(SendMessageW(drives, CB_GETCURSEL, 0, 0), 0) << "under the mouse";
+    SendMessageW(list.hwndCombo, WM_KEYDOWN, static_cast<WPARAM>(key), 1);
+    const auto shown = static_cast<std::size_t>(SendMessageW(drives, CB_GETCURSEL, 0, 0));
+    EXPECT_EQ(Screen::Items(drives).at(shown).substr(0, 2), chosen);
+    EXPECT_TRUE(Screen::Text(launcher, IDC_SHORTCUT).ends_with(chosen + std::string(" /d /normal")))
+        << Screen::Text(launcher, IDC_SHORTCUT);
+  }
+}
+
 FLOW(SaysWhatItIs, "", Alone) {
   wchar_t path[MAX_PATH];
   GetModuleFileNameW(nullptr, path, MAX_PATH);

@@ -226,8 +226,15 @@ FLOW(GoesToTheNotificationAreaAndBack, "", Alone) {
   EXPECT_FALSE(Screen::Shown(screen.Launcher()));
 }
 
+int repaints_of_the_screen = 0;
+BOOL WINAPI NoteRepaint(HWND window, const RECT* area, BOOL erase) {
+  repaints_of_the_screen += window == nullptr;
+  return InvalidateRect(window, area, erase);
+}
+
 // Told, and closed all the same, answered or not.
 void EndARun(Session& session, UINT message, WPARAM wparam) {
+  Patch("InvalidateRect", NoteRepaint);
   const Screen& screen = SelectDrive(session, kC);
   SimulatedPlatform& drives = session.machine.Drives();
   drives.Faults().BeforeMove({.path = {}, .nth = 3}, [&screen] {
@@ -245,6 +252,7 @@ void EndARun(Session& session, UINT message, WPARAM wparam) {
   EXPECT_GE(drives.Log().Count(CallKind::MoveClusters), 5u) << "the session went on";
   EXPECT_EQ(session.End(), 0u);
   EXPECT_LT(drives.Log().Count(CallKind::MoveClusters), 12u);
+  EXPECT_EQ(repaints_of_the_screen, 0) << "the run goes on without its window";
   EXPECT_TRUE(session.machine.C().ContentIntact());
 }
 
@@ -292,6 +300,12 @@ FLOW(WindowsTakeEachOthersPlace, "", Alone) {
   EXPECT_EQ(select(1590, 890), (Place{1600 - 900, 900 - 500, 900, 500})) << "kept on the screen";
   SetWindowPos(screen.Main(), nullptr, 10, 10, 1, 1, SWP_NOZORDER);
   EXPECT_EQ(back(), (Place{10, 10, width, height}));
+  SendMessageW(screen.Launcher(), WM_SYSCOMMAND, SC_MINIMIZE, 0);
+  SetWindowPos(screen.Main(), nullptr, 30, 40, 0, 0, SWP_NOSIZE | SWP_NOZORDER);
+  screen.Menu(IDM_DRIVE);
+  screen.Until("the launcher over it", [&] {
+    return !IsIconic(screen.Launcher()) && place(screen.Launcher()) == place(screen.Main());
+  });
   SetWindowPos(screen.Launcher(), nullptr, 10, 890, 0, 0, SWP_NOSIZE | SWP_NOZORDER);
   screen.Press(screen.Launcher(), IDC_MORE);
   screen.Until("the options in sight", [&] {

@@ -37,6 +37,11 @@ std::string TextOf(HWND window) {
   return FromWide(text);
 }
 
+// A run that outlives its window goes on showing. No window would be all of the screen.
+void Repaint(HWND window, const RECT* area, BOOL erase) {
+  if (window != nullptr) InvalidateRect(window, area, erase);
+}
+
 void Fill(HDC dc, const RECT& area, Colour colour) {
   const HBRUSH brush = CreateSolidBrush(colour);
   FillRect(dc, &area, brush);
@@ -102,6 +107,7 @@ RECT PlaceOf(HWND window) {
 }  // namespace
 
 std::function<void(CloseReason)> NativeForm::close_program;
+NativeForm* NativeForm::modal_ = nullptr;
 
 NativeForm::NativeForm(Form& form, int dialog_id) : form_(form) {
   Forms().push_back(this);
@@ -115,6 +121,7 @@ NativeForm::NativeForm(Form& form, int dialog_id) : form_(form) {
   }
   form_.changed = [this] { ShowForm(); };
   form_.unloaded = [this] { OnUnload(); };
+  form_.to_front = [this] { ComeToFront(); };
   ShowForm();
 }
 
@@ -124,6 +131,7 @@ NativeForm::~NativeForm() {
   if (shares_place_ != nullptr) shares_place_->shares_place_ = nullptr;
   form_.changed = nullptr;
   form_.unloaded = nullptr;
+  form_.to_front = nullptr;
   for (const auto& unbind : unbind_) unbind();
   if (window_ != nullptr) DestroyWindow(window_);
 }
@@ -141,19 +149,25 @@ bool NativeForm::Owns(HWND window) {
 }
 
 void NativeForm::BecomeModal() {
+  modal_ = this;
   const HWND active = GetActiveWindow();
   HWND owner = nullptr;
   for (const NativeForm* other : Forms()) {
     if (other == this || other->window_ == nullptr || !IsWindowEnabled(other->window_)) continue;
     // It stays in front of the window at work, unless that one would take it along out of sight.
     if (other->window_ == active && !IsIconic(other->window_)) owner = other->window_;
-    EnableWindow(other->window_, FALSE);
-    held_.push_back(other->window_);
+    Hold(other->window_);
   }
   SetWindowLongPtrW(window_, GWLP_HWNDPARENT, reinterpret_cast<LONG_PTR>(owner));
 }
 
+void NativeForm::Hold(HWND window) {
+  EnableWindow(window, FALSE);
+  held_.push_back(window);
+}
+
 void NativeForm::EndModal() {
+  if (modal_ == this) modal_ = nullptr;
   for (const HWND window : std::exchange(held_, {})) EnableWindow(window, TRUE);
 }
 
@@ -185,6 +199,15 @@ void NativeForm::ShowForm() {
   if (form_.visible && minimized && form_.window_state == WindowState::Normal) {
     ShowWindow(window_, SW_RESTORE);
   }
+}
+
+void NativeForm::ComeToFront() {
+  if (window_ == nullptr) return;
+  if (IsIconic(window_)) ShowWindow(window_, SW_RESTORE);
+  if (shares_place_ != nullptr && shares_place_->OnScreen()) {
+    TakePlace(PlaceOf(shares_place_->window_));
+  }
+  SetForegroundWindow(window_);
 }
 
 void NativeForm::SharePlaceWith(NativeForm& other) {
@@ -235,7 +258,7 @@ void NativeForm::Bind(int id, Label& label) {
   label.changed = [this, id, &label] {
     ShowState(id, label);
     SetText(Item(id), label.caption);
-    InvalidateRect(Item(id), nullptr, TRUE);
+    Repaint(Item(id), nullptr, TRUE);
   };
   label.changed();
   commands_[id] = [&label](int notification) {
@@ -409,8 +432,13 @@ void NativeForm::Bind(int id, ComboBox& combo) {
   };
   combo.changed();
   commands_[id] = [this, id, &combo](int notification) {
-    if (notification != CBN_SELCHANGE) return;
-    combo.Choose(static_cast<std::int32_t>(SendMessageW(Item(id), CB_GETCURSEL, 0, 0)));
+    // A list that closes may show another item than was chosen last: the one under the mouse, or,
+    // when it is given up, the one from before. What is shown is what is chosen.
+    if (notification == CBN_SELENDCANCEL) combo.changed();
+    const auto shown = static_cast<std::int32_t>(SendMessageW(Item(id), CB_GETCURSEL, 0, 0));
+    const bool closed_on_another = notification == CBN_CLOSEUP && shown != combo.list_index;
+    if (notification == CBN_SELCHANGE || closed_on_another) combo.Choose(shown);
+    if (closed_on_another) combo.changed();
   };
   unbind_.push_back([&combo] { combo.changed = nullptr; });
 }
@@ -419,7 +447,7 @@ void NativeForm::Bind(int id, Shape& shape) {
   painters_[id] = [&shape](HDC dc, const RECT& area) { Fill(dc, area, shape.fill_colour); };
   shape.changed = [this, id, &shape] {
     ShowState(id, shape);
-    InvalidateRect(Item(id), nullptr, FALSE);
+    Repaint(Item(id), nullptr, FALSE);
   };
   unbind_.push_back([&shape] { shape.changed = nullptr; });
 }
@@ -431,9 +459,9 @@ void NativeForm::Bind(int id, PictureBox& picture) {
   };
   picture.changed = [this, id, &picture] { ShowState(id, picture); };
   picture.refreshed = [this, id, &picture](ColumnRange changed) {
-    if (changed.Empty()) return;
+    if (changed.Empty() || window_ == nullptr) return;
     const RECT area = AreaOf(changed, Item(id), picture);
-    InvalidateRect(Item(id), &area, FALSE);
+    Repaint(Item(id), &area, FALSE);
     UpdateWindow(Item(id));
   };
   unbind_.push_back([&picture] {
@@ -509,6 +537,10 @@ INT_PTR NativeForm::Handle(UINT message, WPARAM wparam, LPARAM lparam) {
     case WM_ENDSESSION:
       if (wparam != FALSE && close_program) close_program(CloseReason::EndOfSession);
       return TRUE;
+    case WM_ENABLE:
+      // A box from before, which is answered behind the modal window, gives its owner back.
+      if (wparam != FALSE && modal_ != nullptr && modal_ != this) modal_->Hold(window_);
+      return FALSE;
     case WM_DESTROY:
       window_ = nullptr;
       return TRUE;

@@ -89,8 +89,10 @@ class NativeForm {
   static INT_PTR CALLBACK Procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam);
   INT_PTR Handle(UINT message, WPARAM wparam, LPARAM lparam);
   void ShowForm();
+  void ComeToFront();
   bool OnScreen() const { return IsWindowVisible(window_) && !IsIconic(window_); }
   void EndModal();
+  void Hold(HWND window);
   void AddToolTip(int id, const std::string& text);
   void BindCheck(int id, CommandControl& control, Property<bool>& value);
   void OnCommand(int id, int notification);
@@ -105,6 +107,7 @@ class NativeForm {
   std::vector<Timer*> timers_;
   std::vector<std::function<void()>> unbind_;
   NativeForm* shares_place_ = nullptr;
+  static NativeForm* modal_;
   std::vector<HWND> held_;  // take no input because of this window
   HWND tool_tips_ = nullptr;
   bool pushing_ = false;  // the change in hand is ours, not the user's
