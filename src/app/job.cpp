@@ -58,14 +58,8 @@ class JobReader {
   bool SetAction(std::string_view name) {
     const std::optional<Pass> pass =
         name.starts_with('-') ? PassOfLetter(name.substr(1)) : std::nullopt;
-    if (!pass) return false;
-    std::optional<Pass>& chosen = reading_.job.action;
-    if (chosen.value_or(*pass) != *pass) {
-      Doubt("The line names two passes, " + std::string(RowOf(*chosen).command) + " and " +
-            RowOf(*pass).command + ".");
-    }
-    chosen = pass;
-    return true;
+    if (pass) reading_.job.action = pass;
+    return pass.has_value();
   }
 
   bool SetPriority(const std::string& name) {
@@ -104,7 +98,12 @@ class JobReader {
 
   void TakeDrive(const std::string& token) {
     const std::string* drive = Operand(token, "No drive specified.", "Invalid drivename.");
-    if (drive) TakeRoot(NormalRoot(*drive));
+    if (!drive) return;
+    const std::string before = std::exchange(reading_.job.root, NormalRoot(*drive));
+    if (!reading_.job.directory.empty() && !EqualIgnoringAsciiCase(before, reading_.job.root)) {
+      Doubt("The folder is on drive " + before + ", and then the line names drive " +
+            reading_.job.root + ".");
+    }
   }
 
   // The quoted text as typed, of which the operand has lost its blanks.
@@ -116,16 +115,8 @@ class JobReader {
     if (*operand != SplitTail('"' + path).tokens.front()) {
       Doubt("What follows /dir is not the first text in quotes, " + path + ".");
     }
-    TakeRoot(NormalRoot(path.substr(0, 2)));
+    reading_.job.root = NormalRoot(path.substr(0, 2));
     reading_.job.directory = NormalFolder(path.substr(2));
-  }
-
-  void TakeRoot(std::string root) {
-    std::string& chosen = reading_.job.root;
-    if (!chosen.empty() && !EqualIgnoringAsciiCase(chosen, root)) {
-      Doubt("The line names two drives, " + chosen + " and " + root + ".");
-    }
-    chosen = std::move(root);
   }
 
   void Object(std::string text) { reading_.objections.push_back(std::move(text)); }

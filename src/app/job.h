@@ -39,7 +39,7 @@ struct JobReading {
   // out; the rest of the job stands.
   std::vector<std::string> objections;
   // Where the line can be meant in another way than the job takes it. Who sees what it does may let
-  // it: the last of two wins, and a folder is the first text in quotes.
+  // it: the last drive wins, and a folder is the first text in quotes.
   std::vector<std::string> doubts;
   // The last objection is to something that is no switch: only what sets the program's own state
   // is in the job, and no part of it may run.

@@ -163,7 +163,6 @@ TEST_F(SaveJob, RefusalsWriteNothing) {
   refuse("n", "/dir C:\\x /d", 2, "No dir specified.");
   refuse("n", "/drv D: /d", 2, "D:");
   refuse("n", "/drv C /d", 2, "C\\, which no --volume names");
-  refuse("n", "/drv C: /d /o", 2, "two passes");
   refuse("n", "/setshell", 2, "Explorer verbs");
   refuse("n", "/dir \"C:\\none\" /d", 2, "there is no folder C:\\none on ");
   refuse("n", good, 1, "cannot be shown", "disk.img", "\x01");
