@@ -7,6 +7,7 @@
 
 #include "engine/fragment_lists.h"
 #include "engine/run_context.h"
+#include "engine/run_summary.h"
 
 namespace vornalux {
 
@@ -40,6 +41,9 @@ class Analysis {
   bool Analyze_This();
 
   void AnalyzeVolume();
+
+  // What it found, with the volume's figures as they were read last.
+  RunFigures Figures() const;
 
  private:
   void ReportConstants();

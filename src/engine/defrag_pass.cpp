@@ -16,6 +16,7 @@ bool Passes::defrag() {
   run_.flags.StopRequested = False;
   run_.view.SetCurrentFile("");
   ShowCaption("Defragmenting volume ");
+  record_.Begin(Pass::Defrag);
 
   if (run_.target.Ntfs()) DefragmentMasterFileTable();
   for (const std::string& path : names) {
@@ -33,6 +34,7 @@ bool Passes::defrag() {
     Step();
   }
   Redraw();
+  record_.End();
   run_.flags.AnalysisValid = False;
   ShowIdleCaption();
   return true;

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-#include "host/terminal/display/quantity_text.h"
+#include "text/quantity_text.h"
 
 namespace vornalux {
 namespace {
