@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <set>
 #include <string_view>
+#include <utility>
 
 #include "engine/pass_table.h"
 #include "text/quantity_text.h"
@@ -36,6 +38,13 @@ std::string PiecesText(const StillFragmented& file, const std::string& size,
 std::string WithCode(WhyFragmented why, ErrorCode code, const SystemText& system) {
   const std::string text = ReasonText(why);
   return code == error::kSuccess ? text : text + ": " + CodeText(code, system);
+}
+
+// A name may hold what would begin a line of its own.
+std::string OnOneLine(std::string path) {
+  std::ranges::replace_if(
+      path, [](unsigned char c) { return c < ' ' || c == 0x7F; }, '?');
+  return path;
 }
 
 std::string FilesText(std::int64_t count) {
@@ -185,6 +194,7 @@ std::string SizesText(const FreeRegions& regions, std::int64_t cluster_bytes) {
 }
 
 std::string DurationText(std::chrono::milliseconds duration) {
+  if (duration < std::chrono::seconds(1)) return std::to_string(duration.count()) + " ms";
   const std::int64_t tenths = duration.count() / 100;
   if (tenths < 600) return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + " s";
   return ClockText(std::chrono::duration_cast<std::chrono::seconds>(duration));
@@ -222,13 +232,17 @@ std::string ReportText(const std::string& volume, const RunSummary& summary,
     const std::string fragments = Grouped(file.fragments);
     const std::string size = ByteText(file.clusters * summary.cluster_bytes);
     report += Padded(fragments, kNumberColumns) + fragments + Padded(size, kNumberColumns) + size +
-              "  " + file.path + "  (" + ReasonText(file, summary, system) + ")\r\n";
+              "  " + OnOneLine(file.path) + "  (" + ReasonText(file, summary, system) + ")\r\n";
   }
-  report += "\r\nLeft where they were: " + FilesText(std::ssize(moved.failures)) + "\r\n";
+  // Several steps may have tried the same file.
+  std::set<std::pair<std::string_view, std::string>> told;
+  std::string left;
   for (const MoveFailure& failure : moved.failures) {
-    report += "  " + failure.path + "  (" + ReasonText(failure, system) + ")\r\n";
+    const std::string reason = ReasonText(failure, system);
+    if (!told.emplace(failure.path, reason).second) continue;
+    left += "  " + OnOneLine(failure.path) + "  (" + reason + ")\r\n";
   }
-  return report;
+  return report + "\r\nLeft where they were: " + FilesText(std::ssize(told)) + "\r\n" + left;
 }
 
 }  // namespace vornalux

@@ -29,10 +29,10 @@ const char* ReasonText(WhyFragmented why);
 // "95 MiB, 80 MiB"; empty when there is no gap.
 std::string SizesText(const FreeRegions& regions, std::int64_t cluster_bytes);
 
-// "0.4 s" below a minute, "1:20" above.
+// "400 ms", "7.3 s" below a minute, "1:20" above.
 std::string DurationText(std::chrono::milliseconds duration);
 
-// "0.4 s, 49 MiB/s"; without the rate where there is none.
+// "7.3 s, 49 MiB/s"; without the rate where there is none.
 std::string PaceText(const RunSummary& summary);
 
 // What was done, on one line.
