@@ -205,7 +205,8 @@ void DefragWindow::SaveReport() {
   const SystemText system = [this](ErrorCode code) { return platform_.machine.ErrorText(code); };
   // As it is now: the dialog may stay open for long.
   const std::string report =
-      ReportText(target_.Drive(), *summary, engine.movers.statistics, system);
+      ReportText(target_.Drive() + (target_.directory.empty() ? "" : "\\" + target_.directory),
+                 *summary, engine.movers.statistics, system);
   const std::optional<std::string> path = platform_.desktop.SavePath(
       "Save report", std::string(kProgramTitle) + " " + target_.Drive().substr(0, 1) + ".txt");
   if (!path) return;
