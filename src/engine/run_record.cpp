@@ -130,6 +130,10 @@ void RunRecord::Begin(Pass pass) {
   begun_ = {};
   begun_.pass = pass;
   begun_.before = analysis_.Figures();
+  FreeSpace space;
+  if (run_.platform.volumes.FreeSpaceFigures(run_.target.Root(), space) == error::kSuccess) {
+    begun_.cluster_bytes = space.sectors_per_cluster * space.bytes_per_sector;
+  }
   started_ = Clock::now();
 }
 
@@ -146,7 +150,6 @@ void RunRecord::End() {
     summary_ = std::move(summary);
     return;
   }
-  summary.cluster_bytes = space.sectors_per_cluster * space.bytes_per_sector;
   summary.regions_after = run_.geometry.ReadFreeRegions();
   // Where no mover had to look, nothing has moved.
   summary.regions_before = statistics.at_first ? statistics.at_first : summary.regions_after;

@@ -21,7 +21,7 @@ class RunRecord {
   // It was of another volume, or another run begins.
   void Forget() { summary_.reset(); }
 
-  // The analysis is valid, and the pass begins to move. Nothing is read.
+  // The analysis is valid, and the pass begins to move. The user has no word in it.
   void Begin(Pass pass);
   // The pass has ended, stopped or not. Reads the gaps and, instead of walking the volume once
   // more, the files that were in more than one extent or refused to move: moves put no other file

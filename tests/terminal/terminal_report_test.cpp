@@ -140,6 +140,14 @@ TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {
                               "&lt;b&gt;&quot;&amp;", "Left where it was", "&lt;i&gt;lost"}) {
     EXPECT_NE(html.find(present), std::string::npos) << present;
   }
+
+  const auto all_found = [&] {
+    return ToHtml(report).find("every move found") != std::string::npos;
+  };
+  report.moved->failures.clear();
+  EXPECT_FALSE(all_found()) << "a file is still fragmented";
+  summary.still_fragmented.clear();
+  EXPECT_TRUE(all_found());
 }
 
 TEST(WriteAll, WaitsForAPipeThatDoesNot) {

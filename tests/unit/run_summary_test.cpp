@@ -136,5 +136,20 @@ TEST(RunSummary, TellsWhatARunLeftAndStaysWithItsVolume) {
   }
 }
 
+TEST(RunSummary, OfADriveThatHasGoneItIsKnownWhatWasMoved) {
+  SmallRig rig;
+  rig.faults.BeforeMove({.path = {}, .nth = 3},
+                        [&] { rig.machine->SetDriveState('C', DriveState::Gone); });
+  rig.Run(Pass::Defrag);
+  const std::string line = rig.window.result_line.caption;
+  EXPECT_EQ(line.find("still fragmented"), std::string::npos) << line;
+  EXPECT_TRUE(line.starts_with("Defrag done: ") && line.find(": 0 bytes") == std::string::npos)
+      << line;
+  rig.machine->User().SaveAs("D:\\r.txt");
+  rig.window.savereport.Click();
+  EXPECT_NE(rig.machine->Shell().files["D:\\r.txt"].find("Still fragmented: not known"),
+            std::string::npos);
+}
+
 }  // namespace
 }  // namespace vornalux::testing
