@@ -147,26 +147,24 @@ void Analysis::Examine(const std::string& path, const ExtentRecord& record) {
     }
     run_.view.RefreshMap();
   }
-  lists.Add(path, record.Count());
+  lists.Add(path, record.Count(), {fragments, record.SizeInClusters()});
   if (run_.trace.On()) {
     run_.trace.Line("fragged: " + path + ", fragments: " + std::to_string(fragments));
   }
 }
 
-void Analysis::ShowResults() {
-  const VolumeConstants& constants = run_.geometry.constants;
-  const std::int64_t percent = PercentFree(constants.FreeClusters, constants.TotalClusters);
-  const std::string panels[] = {
-      "files: " + std::to_string(run_.table.TotalFiles),
-      "dirs: " + std::to_string(run_.table.TotalDirs),
-      "free: " + std::to_string(constants.FreeClusters) + " (" + std::to_string(percent) + "%)",
-      "fragmented: " + std::to_string(summary.fragmented),
-      "fragments: " + std::to_string(summary.fragments),
-      "max/file: " + std::to_string(summary.max_per_file),
-  };
-  int index = 0;
-  for (const std::string& panel : panels) run_.view.SetStatusPanel(index++, panel);
+RunFigures Analysis::Figures() const {
+  return {.files = run_.table.TotalFiles,
+          .dirs = run_.table.TotalDirs,
+          .free_clusters = run_.geometry.constants.FreeClusters,
+          .total_clusters = run_.geometry.constants.TotalClusters,
+          .fragmented = summary.fragmented,
+          .fragments = summary.fragments,
+          .max_per_file = summary.max_per_file};
+}
 
+void Analysis::ShowResults() {
+  ShowFigures(run_.view, Figures());
   const bool classes = run_.flags.ClassListsValid != False;
   run_.view.SetDetailsCounts(
       InBrackets(summary.fragmented),

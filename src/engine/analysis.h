@@ -7,6 +7,7 @@
 
 #include "engine/fragment_lists.h"
 #include "engine/run_context.h"
+#include "engine/run_summary.h"
 
 namespace vornalux {
 
@@ -38,6 +39,9 @@ class Analysis {
   // The analysis step of a run: fresh constants and map, their report, AnalyzeVolume. False when
   // the volume's figures could not be read or a stop was requested; AnalysisValid is then False.
   bool Analyze_This();
+
+  // What it found, with the volume's figures as they were read last.
+  RunFigures Figures() const;
 
  private:
   // False, and the user told, when the drive had gone before the walk began.

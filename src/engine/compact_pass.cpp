@@ -27,6 +27,7 @@ bool Passes::compactquick() {
   run_.view.SetRange(0, run_.table.OptimizeFiles.UpperBound() + run_.table.DirsToMove.UpperBound() +
                             run_.table.PrefetchFiles.UpperBound());
   run_.view.SetValue(0);
+  record_.Begin(Pass::Compact);
 
   ShowCaption("Optimzing volume ");
   CompactPhase(run_.table.DirsToMove.paths, &Movers::PlacePrefetchFile);
@@ -37,6 +38,7 @@ bool Passes::compactquick() {
   if (!run_.flags.StopRequested) run_.view.SetValue(std::numeric_limits<std::int64_t>::max());
 
   Redraw();
+  record_.End();
   // The redraw has just computed it anew; until the next one no file counts as lying in front.
   run_.geometry.constants.ReservedFront = 0;
   EndWithStaleLists();

@@ -17,6 +17,7 @@ bool Passes::defrag() {
   run_.flags.StopRequested = False;
   run_.view.SetCurrentFile("");
   ShowCaption("Defragmenting volume ");
+  record_.Begin(Pass::Defrag);
 
   if (run_.target.Ntfs()) DefragmentMasterFileTable();
   for (const std::string& path : names) {
@@ -35,6 +36,7 @@ bool Passes::defrag() {
   }
   Redraw();
   TellUnreadGaps();
+  record_.End();
   run_.flags.AnalysisValid = False;
   ShowIdleCaption();
   return true;

@@ -5,6 +5,7 @@
 #include "engine/chosen_volume.h"
 #include "engine/passes.h"
 #include "engine/run_context.h"
+#include "engine/run_record.h"
 #include "volume/movers.h"
 #include "volume/volume_walk.h"
 
@@ -21,7 +22,8 @@ struct Engine {
         context{platform, flags,   volume.Target(), trace, view,
                 geometry, extents, table,           walk,  movers},
         analysis(context),
-        passes(context, analysis) {}
+        record(context, analysis),
+        passes(context, analysis, record) {}
 
   ChosenVolume volume;
   VolumeGeometry geometry;
@@ -31,6 +33,7 @@ struct Engine {
   Movers movers;
   const RunContext context;
   Analysis analysis;
+  RunRecord record;
   Passes passes;
 };
 

@@ -8,13 +8,16 @@ namespace vornalux {
 void FragmentLists::Clear() {
   FragNames.assign(1, "");
   FragExtents.assign(1, "");
+  sizes_.assign(1, {});
 }
 
-void FragmentLists::Add(const std::string& path, std::int64_t extents) {
+void FragmentLists::Add(const std::string& path, std::int64_t extents, FragmentedSize size) {
   FragNames.back() = path;
   FragExtents.back() = std::to_string(extents);
+  sizes_.back() = size;
   FragNames.emplace_back();
   FragExtents.emplace_back();
+  sizes_.emplace_back();
 }
 
 void FragmentLists::Swap(std::int64_t a, std::int64_t b) {
@@ -22,6 +25,7 @@ void FragmentLists::Swap(std::int64_t a, std::int64_t b) {
   const auto j = static_cast<std::size_t>(b);
   std::swap(FragExtents[i], FragExtents[j]);
   std::swap(FragNames[i], FragNames[j]);
+  std::swap(sizes_[i], sizes_[j]);
 }
 
 void FragmentLists::Quicksort(Platform& platform, std::int64_t min, std::int64_t max) {

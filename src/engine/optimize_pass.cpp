@@ -28,6 +28,7 @@ bool Passes::optimizequick() {
                             std::ssize(run_.table.DirsToMove.paths) +
                             std::ssize(run_.table.OptimizeFiles.paths) + std::ssize(fragmented));
   run_.view.SetValue(0);
+  record_.Begin(Pass::Optimize);
 
   OptimizePhase(run_.table.MoveOutFiles.paths, &Movers::MoveWholeFile);
   RedrawUnlessStopped();
@@ -48,6 +49,7 @@ bool Passes::optimizequick() {
   OptimizePhase(fragmented, &Movers::DefragmentFile);
 
   Redraw();
+  record_.End();
   EndWithStaleLists();
   return true;
 }

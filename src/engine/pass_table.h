@@ -6,11 +6,11 @@
 #include <optional>
 #include <string_view>
 
+#include "engine/pass.h"
 #include "engine/passes.h"
 
 namespace vornalux {
 
-enum class Pass { Defrag, Optimize, Compact, Last = Compact };
 inline constexpr std::size_t kPassCount = static_cast<std::size_t>(Pass::Last) + 1;
 
 // What menus, job lines, commands and reports need to know of a pass. Whoever has something of its
@@ -23,16 +23,17 @@ struct PassRow {
   const char* purpose;     // in the command line's help
   const char* noun;        // in reports
   bool needs_class_lists;  // its analysis sorts files into classes
+  bool joins_all;          // it takes every fragmented file, wherever that lies
   bool (Passes::*run)();
 };
 
 inline constexpr std::array<PassRow, kPassCount> kPasses = {{
     {Pass::Defrag, "Defrag", 'd', "defrag", "Make fragmented files contiguous", "Defragmentation",
-     false, &Passes::defrag},
+     false, true, &Passes::defrag},
     {Pass::Optimize, "Optimize", 'o', "optimize", "Arrange files by class", "Optimization", true,
-     &Passes::optimizequick},
+     true, &Passes::optimizequick},
     {Pass::Compact, "Compact", 'c', "compact", "Close the gaps between files", "Compaction", true,
-     &Passes::compactquick},
+     false, &Passes::compactquick},
 }};
 
 constexpr const PassRow& RowOf(Pass pass) { return kPasses[static_cast<std::size_t>(pass)]; }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "engine/analysis.h"
+#include "engine/run_record.h"
 #include "volume/movers.h"
 
 namespace vornalux {
@@ -15,7 +16,8 @@ namespace vornalux {
 // volume's figures could not be read; a stop is no failure.
 class Passes {
  public:
-  Passes(const RunContext& run, Analysis& analysis) : run_(run), analysis_(analysis) {}
+  Passes(const RunContext& run, Analysis& analysis, RunRecord& record)
+      : run_(run), analysis_(analysis), record_(record) {}
 
   // Makes each fragmented file contiguous, in the order of the fragmented-file lists.
   bool defrag();
@@ -45,6 +47,7 @@ class Passes {
 
   const RunContext& run_;
   Analysis& analysis_;
+  RunRecord& record_;
 };
 
 }  // namespace vornalux

@@ -42,6 +42,13 @@ class Desktop {
     return std::nullopt;
   }
 
+  // The path of a text file to be written, from the user, to whom this name is proposed. Nothing as
+  // above.
+  virtual std::optional<std::string> SavePath(const std::string& /*title*/,
+                                              const std::string& /*initial*/) {
+    return std::nullopt;
+  }
+
   // The notification-area icon. A desktop without such an area shows none.
   virtual void ShowTrayIcon(const std::string& /*tooltip*/) {}
   virtual void RemoveTrayIcon() {}

@@ -62,6 +62,8 @@ class ShellObjects {
   virtual bool FileExists(const std::string& path) = 0;
   // A small text file in the encoding that the system's own have, in place of an existing one.
   virtual ErrorCode WriteTextFile(const std::string& path, const std::string& text) = 0;
+  // The same with every character that there is: as UTF-8 that says so at its beginning.
+  virtual ErrorCode WriteUnicodeFile(const std::string& path, const std::string& text) = 0;
 };
 
 }  // namespace vornalux

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "ui/defrag_window.h"
 
+#include <optional>
+
 #include "engine/busy_window.h"
+#include "engine/summary_text.h"
 
 namespace vornalux {
 
@@ -25,6 +28,7 @@ DefragWindow::DefragWindow(Platform& platform, RunFlags& flags, const DebugTrace
   Picdepartvolume.click = [this] { RedrawMap(MapLayers::Candidates); };
   Quitter.click = [this] { Quitter_Click(); };
   minmnu.click = [this] { Minimize(); };
+  savereport.click = [this] { SaveReport(); };
   exitmnu.click = [this] { QueryUnload(CloseReason::Code); };
   for (Label& caption_label : Label4) caption_label.click = [this] { details.Open(); };
   Arretdefrag.click = [this] { Arretdefrag_Click(); };
@@ -35,6 +39,7 @@ DefragWindow::DefragWindow(Platform& platform, RunFlags& flags, const DebugTrace
   UpdateTimer.tick = [this] { UpdateTimer_Timer(); };
   BindTemperatures();
   engine.volume.Watch([this](ChosenVolume::Change change) { VolumeChanged(change); });
+  ShowResult();
   CloseMenu();
 }
 
@@ -59,6 +64,7 @@ void DefragWindow::EnableWork(bool enabled) {
 void DefragWindow::SetMenu(bool busy) {
   EnableWork(!busy);
   exitmnu.enabled = !busy;
+  savereport.enabled = !busy && engine.record.Summary();
   Arretdefrag.enabled = busy;
   tmrTemperatures.enabled = busy;
 }
@@ -97,6 +103,8 @@ void DefragWindow::VolumeChanged(ChosenVolume::Change change) {
 // Nothing that the window shows is left of the volume before.
 void DefragWindow::ForgetVolume() {
   map.Forget();
+  engine.record.Forget();
+  ShowResult();
   for (Label& panel : status_panels) panel.caption = "";
   SetDetailsCounts("", "", "");
   details.ListView1.Clear();
@@ -172,7 +180,10 @@ void DefragWindow::cmdanalysemore_Click() {
 void DefragWindow::RunPass(Pass pass) {
   if (!OpenVolume()) return;
   const PassRow& row = RowOf(pass);
+  engine.record.Forget();
+  ShowResult();
   last_run_failed = !(engine.passes.*row.run)();
+  ShowResult();
   flags_.AnalysisValid = False;
   caption = IdleCaption();
   if (flags_.DebugLog) debug_window_.Show();
@@ -180,6 +191,29 @@ void DefragWindow::RunPass(Pass pass) {
   // Showing the log may have let something happen.
   caption = IdleCaption();
   flags_.AnalysisValid = False;
+}
+
+void DefragWindow::ShowResult() {
+  const std::optional<RunSummary>& summary = engine.record.Summary();
+  result_line.caption = summary ? ResultLine(*summary) : "";
+  savereport.enabled = summary && !Busy();
+}
+
+void DefragWindow::SaveReport() {
+  const std::optional<RunSummary>& summary = engine.record.Summary();
+  if (!summary || Busy() || Ended()) return;
+  const SystemText system = [this](ErrorCode code) { return platform_.machine.ErrorText(code); };
+  // As it is now: the dialog may stay open for long.
+  const std::string report =
+      ReportText(target_.Drive() + (target_.directory.empty() ? "" : "\\" + target_.directory),
+                 *summary, engine.movers.statistics, system);
+  const std::optional<std::string> path = platform_.desktop.SavePath(
+      "Save report", std::string(kProgramTitle) + " " + target_.Drive().substr(0, 1) + ".txt");
+  if (!path) return;
+  const ErrorCode code = platform_.shell.WriteUnicodeFile(*path, report);
+  if (code == error::kSuccess) return;
+  platform_.desktop.ShowBox("The report could not be saved:\r\n" + CodeText(code, system),
+                            kProgramTitle, BoxButtons::Ok, BoxIcon::Critical);
 }
 
 // The box is the pause: the run stands still inside the checkpoint that let this click through.

@@ -49,8 +49,10 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
   MenuItem cmdCompact{RowOf(Pass::Compact).name};
   MenuItem minmnu{"Minimize"};
   MenuItem exitmnu{"Exit"};
+  MenuItem savereport{"Report"};  // of the last pass
 
-  Label etfich;  // the current file, or the walk's counters
+  Label etfich;       // the current file, or the walk's counters
+  Label result_line;  // what the last pass did
   ProgressBar progress;
   Shape activity{activity_colour::kResting};  // flashes with each move
   std::array<Label, 6> status_panels;
@@ -150,6 +152,8 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
   std::string IdleCaption() const { return "Volume " + target_.Root(); }
   void Arretdefrag_Click();
   void Quitter_Click();
+  void ShowResult();
+  void SaveReport();
   void Minimize();
   void UpdateTimer_Timer();
   void BindTemperatures();

@@ -5,6 +5,7 @@
 #include <array>
 #include <bit>
 #include <cstring>
+#include <functional>
 
 namespace vornalux {
 namespace {
@@ -35,6 +36,19 @@ void AppendFreeRuns(std::span<const std::uint64_t> words, std::int64_t first, st
     at = FindBit(words, start, last, true);
     runs.push_back({static_cast<std::int32_t>(start), 0, static_cast<std::int32_t>(at - start)});
   }
+}
+
+FreeRegions RegionsOf(const FreeRunList& gaps) {
+  FreeRegions regions;
+  regions.count = std::ssize(gaps);
+  for (const FreeRun& gap : gaps) {
+    regions.clusters += gap.length;
+    std::vector<std::int64_t>& largest = regions.largest;
+    if (largest.size() == kRegionsTold && gap.length <= largest.back()) continue;
+    largest.insert(std::ranges::upper_bound(largest, gap.length, std::greater()), gap.length);
+    if (largest.size() > kRegionsTold) largest.pop_back();
+  }
+  return regions;
 }
 
 void FreeRunIndex::Begin(std::int64_t total) {

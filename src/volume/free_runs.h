@@ -19,6 +19,18 @@ struct FreeRun {
 // Ascending by start, no two adjacent.
 using FreeRunList = std::vector<FreeRun>;
 
+// The gaps of a volume in short.
+struct FreeRegions {
+  std::int64_t count = 0;
+  std::int64_t clusters = 0;
+  std::vector<std::int64_t> largest;  // clusters of the largest few, in descending order
+
+  std::int64_t Largest() const { return largest.empty() ? 0 : largest.front(); }
+};
+inline constexpr std::size_t kRegionsTold = 5;
+
+FreeRegions RegionsOf(const FreeRunList& gaps);
+
 // Clusters described by one bitmap request of 4,096 bytes.
 inline constexpr std::int64_t kBitmapChunkClusters = 32768;
 inline constexpr std::size_t kBitmapChunkBytes = kBitmapChunkClusters / 8;

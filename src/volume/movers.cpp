@@ -49,7 +49,8 @@ struct Movers::Item {
   const FreeRunList* gaps = nullptr;
   std::int64_t alignment = 0;  // of the last gap tried
   ErrorCode refusal = error::kSuccess;
-  bool stays = false;  // needs no move: not a failure when there is none
+  bool stays = false;     // needs no move: not a failure when there is none
+  bool in_front = false;  // of the master file table: begins where it is to begin
 
   std::int64_t Size() const { return extents.SizeInClusters(); }
 
@@ -143,6 +144,7 @@ bool Movers::Begin(std::string_view tag, const std::string& path, Item& item) {
   view_.SetCurrentFile(path);
   std::int32_t total = 0;
   item.gaps = &geometry_.GetFreeRuns(total);
+  if (!statistics.at_first) statistics.at_first = RegionsOf(*item.gaps);
   item.extents = extents_.ReadExtents(path, false, false);
   item.stays = item.Size() == 0;
   return true;
@@ -150,14 +152,18 @@ bool Movers::Begin(std::string_view tag, const std::string& path, Item& item) {
 
 void Movers::GiveUp(Item& item, NotMoved reason) {
   if (item.stays) return;
-  statistics.failures.push_back({item.path, reason, item.refusal});
+  statistics.failures.push_back({item.path, reason, item.refusal, item.Size()});
+}
+
+NotMoved Movers::WhyNotWhole(const Item& item) {
+  if (item.refusal != error::kSuccess) return NotMoved::Refused;
+  if (item.alignment != 0 && item.alignment < kLeastShift) return NotMoved::Alignment;
+  if (item.in_front) return NotMoved::FewPieces;
+  return Holds(Largest(*item.gaps), item.Size()) ? NotMoved::NoPlace : NotMoved::NoGap;
 }
 
 void Movers::NoGap(Item& item, const std::string& detail) {
-  const bool misaligned = item.alignment != 0 && item.alignment < kLeastShift;
-  GiveUp(item, item.refusal != error::kSuccess ? NotMoved::Refused
-               : misaligned                    ? NotMoved::Alignment
-                                               : NotMoved::NoGap);
+  GiveUp(item, WhyNotWhole(item));
   trace_.Line(std::string(item.tag) + "can't move: " + item.path + ", prolly no gap" + detail);
 }
 
@@ -252,6 +258,7 @@ std::int64_t Movers::DefragmentFileInFront(const std::string& path, bool use_res
   if (!Begin("DFR:", path, item)) return kCannotOpen;
   const std::int64_t bound = use_reserved_front ? geometry_.constants.ReservedFront : 0;
   item.stays = item.stays || !item.extents.Fragmented();
+  item.in_front = item.extents.FirstLcn() <= bound;
   if (item.extents.Fragmented() && item.extents.FirstLcn() > bound) {
     for (const FreeRun& gap : *item.gaps) {
       if (gap.start >= bound) break;
@@ -268,6 +275,7 @@ std::int64_t Movers::DefragmentFileInFront(const std::string& path, bool use_res
 
 std::int64_t Movers::MoveInPieces(Item& item, FreeRun largest) {
   trace_.Line("DFR:partial_mv: " + item.path + " extents: " + std::to_string(item.extents.Count()));
+  const MovedInPieces pieces = {item.path, WhyNotWhole(item), item.refusal};
   std::int64_t moved = 0;
   ErrorCode result = error::kSuccess;
   while (largest.length > 0) {
@@ -278,6 +286,7 @@ std::int64_t Movers::MoveInPieces(Item& item, FreeRun largest) {
     if (result == error::kSuccess) {
       ++statistics.moves;
       statistics.clusters_moved += item.Allocated(vcn, count);
+      if (vcn == 0 && count < item.Size()) statistics.in_pieces.push_back(pieces);
     } else if (vcn < item.Size() && !Stopped(result)) {
       ++statistics.refused;
       item.refusal = result;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,12 +17,28 @@
 namespace vornalux {
 
 // Why a mover left a file where it was.
-enum class NotMoved { CannotOpen, NoGap, Alignment, Refused };
+enum class NotMoved {
+  CannotOpen,
+  NoGap,      // none on the volume holds it
+  NoGapThen,  // none held it when its turn came; after the run one does
+  NoPlace,    // a gap holds it, but none where this mover may put it
+  FewPieces,  // the master file table, in front already
+  Alignment,
+  Refused,
+};
 
 struct MoveFailure {
   std::string path;
   NotMoved reason = NotMoved::NoGap;
   ErrorCode code = error::kSuccess;  // of the system, where it refused
+  std::int64_t clusters = 0;         // that a gap has to hold; 0 where that could not be read
+};
+
+// A file that was put into pieces, or some pieces of it elsewhere.
+struct MovedInPieces {
+  std::string path;
+  NotMoved because = NotMoved::NoGap;  // why it was not moved whole
+  ErrorCode code = error::kSuccess;    // of the system, where it refused
 };
 
 // What the movers did since the last Reset.
@@ -31,6 +48,8 @@ struct MoveStatistics {
   std::int64_t clusters_in_hand = 0;  // of a move that is going on, so far
   std::int64_t refused = 0;           // requests that the system refused
   std::vector<MoveFailure> failures;
+  std::vector<MovedInPieces> in_pieces;
+  std::optional<FreeRegions> at_first;  // as the first file to be moved found them
 
   void Reset() { *this = {}; }
 };
@@ -81,6 +100,7 @@ class Movers {
   bool Begin(std::string_view tag, const std::string& path, Item& item);
   Attempt TryGap(Item& item, const FreeRun& gap, std::int64_t starting_vcn);
   std::int64_t MoveInPieces(Item& item, FreeRun largest);
+  static NotMoved WhyNotWhole(const Item& item);
   void NoGap(Item& item, const std::string& detail = {});
   void GiveUp(Item& item, NotMoved reason);
   std::int64_t CheckpointClusters() const;

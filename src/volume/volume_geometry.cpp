@@ -88,16 +88,28 @@ void VolumeGeometry::ReadMftZone() {
 }
 
 const FreeRunList& VolumeGeometry::GetFreeRuns(std::int32_t& total) {
+  const std::int64_t end = ReadFreeRuns(total, true);
+  ++(total > 0 ? gap_queries.answered : gap_queries.unanswered);
+  return free_runs_.Finish(end);
+}
+
+std::optional<FreeRegions> VolumeGeometry::ReadFreeRegions() {
+  std::int32_t total = 0;
+  const std::int64_t end = ReadFreeRuns(total, false);
+  const FreeRunList& gaps = free_runs_.Finish(end);
+  return total > 0 && end == total ? std::optional(RegionsOf(gaps)) : std::nullopt;
+}
+
+std::int64_t VolumeGeometry::ReadFreeRuns(std::int32_t& total, bool let_events_happen) {
   total = 0;
   if (VolumeHandle == kInvalidHandle) {
-    ++gap_queries.unanswered;
     free_runs_.Begin(0);
-    return free_runs_.Finish(0);
+    return 0;
   }
   std::int64_t read = 0;
   for (ErrorCode result = error::kMoreData; result == error::kMoreData;
        read += kBitmapChunkClusters) {
-    platform_.desktop.DoEvents();
+    if (let_events_happen) platform_.desktop.DoEvents();
     result = platform_.volumes.VolumeBitmap(VolumeHandle, read, kBitmapChunkBytes, chunk_);
     const bool answered = result == error::kSuccess || result == error::kMoreData;
     if (read == 0) {
@@ -105,13 +117,12 @@ const FreeRunList& VolumeGeometry::GetFreeRuns(std::int32_t& total) {
                           chunk_.bitmap_size <= std::numeric_limits<std::int32_t>::max();
       total = usable ? static_cast<std::int32_t>(chunk_.bitmap_size) : 0;
       free_runs_.Begin(total);
-      ++(usable ? gap_queries.answered : gap_queries.unanswered);
     }
     // Whatever the answer claims, no bitmap goes on past the volume's end.
     if (!answered || chunk_.starting_lcn != read || read >= total) break;
     free_runs_.Take(read, chunk_.bits);
   }
-  return free_runs_.Finish(std::min<std::int64_t>(read, total));
+  return std::min<std::int64_t>(read, total);
 }
 
 BitmapResult VolumeGeometry::ReadVolumeBitmap(const std::string& drive, VolumeBitmapImage& image) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -71,17 +72,24 @@ class VolumeGeometry {
   // nothing could be read.
   const FreeRunList& GetFreeRuns(std::int32_t& total);
 
-  // How often the gaps were asked for since this was set to {}.
+  // How often movers asked for the gaps since this was set to {}.
   struct GapQueries {
     std::int64_t answered = 0;
     std::int64_t unanswered = 0;
   } gap_queries;
+
+  // The gaps in short, without a word for the user in between. Nothing when the bitmap could not be
+  // read to its end. Ends the validity of the list above.
+  std::optional<FreeRegions> ReadFreeRegions();
 
   // Reads the whole bitmap anew, into the image's memory where that will do; refreshes the
   // constants on the way.
   BitmapResult ReadVolumeBitmap(const std::string& drive, VolumeBitmapImage& image);
 
  private:
+  // Up to which cluster the bitmap could be read.
+  std::int64_t ReadFreeRuns(std::int32_t& total, bool let_events_happen);
+
   Platform& platform_;
   const DebugTrace& trace_;
   FreeRunIndex free_runs_;

@@ -87,10 +87,12 @@ TEST(ResultsJson, TellWhatStayedAndWhy) {
   std::string json = ToJson(result);
   std::erase_if(json, [](char c) { return c == ' ' || c == '\n'; });
   for (const char* part :
-       {R"("not_moved":[{"path":"C:\\a","reason":"locked","code":32},)"
+       {R"("not_moved":[{"path":"C:\\a","reason":"locked","code":32,"text":)"
+        R"("Theprocesscannotaccessthefilebecauseitisbeingusedbyanotherprocess."},)"
         R"({"path":"C:\\b","reason":"nogap"},{"path":"C:\\c","reason":"alignment"},)"
-        R"({"path":"C:\\d","reason":"refused","code":5}])",
-        R"("unreadable":[{"path":"C:\\e","code":31,"byte":4096},{"path":"C:\\f","code":1392}])"}) {
+        R"({"path":"C:\\d","reason":"refused","code":5,"text":"Accessisdenied."}])",
+        R"(31,"text":"Adeviceattachedtothesystemisnotfunctioning.","byte":4096},)"
+        R"({"path":"C:\\f","code":1392,"text":)"}) {
     EXPECT_NE(json.find(part), std::string::npos) << json;
   }
 }
@@ -125,7 +127,9 @@ TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {
   report.moved.emplace();
   report.moved->failures.push_back({"C:\\a<script>alert(1)</script>", NotMoved::Refused, 5});
   report.unreadable.push_back({"C:\\<i>lost</i>", error::kFileCorrupt, {}});
-  report.fragmented.push_back({"12", "C:\\x\x1b[31m\xff.txt"});
+  RunSummary& summary = report.summary.emplace();
+  summary.after.emplace();
+  summary.still_fragmented.resize(1, {.path = "C:\\x\x1b[31m\xff<script>.txt", .fragments = 12});
   report.map_before.assign(100, map_colour::kUsed);
   const std::string html = ToHtml(report);
 
@@ -136,6 +140,14 @@ TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {
                               "&lt;b&gt;&quot;&amp;", "Left where it was", "&lt;i&gt;lost"}) {
     EXPECT_NE(html.find(present), std::string::npos) << present;
   }
+
+  const auto all_found = [&] {
+    return ToHtml(report).find("every move found") != std::string::npos;
+  };
+  report.moved->failures.clear();
+  EXPECT_FALSE(all_found()) << "a file is still fragmented";
+  summary.still_fragmented.clear();
+  EXPECT_TRUE(all_found());
 }
 
 TEST(WriteAll, WaitsForAPipeThatDoesNot) {

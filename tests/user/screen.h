@@ -111,7 +111,7 @@ class Screen {
   std::ptrdiff_t WithoutGap() const {
     const auto& failures = main_.engine.movers.statistics.failures;
     return std::count_if(failures.begin(), failures.end(), [](const MoveFailure& failure) {
-      return failure.reason == NotMoved::NoGap;
+      return failure.reason == NotMoved::NoGap || failure.reason == NotMoved::NoGapThen;
     });
   }
 

@@ -9,6 +9,7 @@
 #include "app/shortcut.h"
 #include "host/simulated/simulated_platform.h"
 #include "host/windows/command_line.h"
+#include "host/windows/windows_files.h"
 #include "host/windows/windows_registry.h"
 #include "host/windows/windows_shell_objects.h"
 #include "host/windows/windows_text.h"
@@ -62,6 +63,10 @@ TEST_F(Shell, TextFilesAndTheEnvironment) {
   EXPECT_TRUE(objects_.FileExists(path));
   EXPECT_FALSE(objects_.FileExists(objects_.ExpandEnvironment("%TEMP%")));
   EXPECT_NE(objects_.WriteTextFile("Q:\\x", ""), error::kSuccess);
+  ASSERT_EQ(objects_.WriteUnicodeFile(path, "漢"), error::kSuccess);
+  std::string text;
+  ASSERT_EQ(WindowsFiles().ReadBytes(path, text), error::kSuccess);
+  EXPECT_EQ(text, "\xEF\xBB\xBF漢");
   EXPECT_EQ(objects_.ExpandEnvironment("%NO_SUCH% 漢%"), "%NO_SUCH% 漢%");
   SetEnvironmentVariableW(L"LONG", std::wstring(5000, L'é').c_str());
   EXPECT_EQ(objects_.ExpandEnvironment("%LONG%").size(), 10000U);

@@ -256,7 +256,8 @@ HANDLE WINAPI OpenA(const char* path, DWORD access, DWORD share, SECURITY_ATTRIB
 HANDLE WINAPI OpenW(const wchar_t* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
                     DWORD disposition, DWORD flags, HANDLE model) {
   const std::string text = FromWide(path);
-  if (!text.starts_with("\\\\?\\")) {
+  // Nothing is written to files of imaginary drives.
+  if (!text.starts_with("\\\\?\\") || (access & GENERIC_WRITE) != 0) {
     return CreateFileW(path, access, share, security, disposition, flags, model);
   }
   const FileAccess kind =

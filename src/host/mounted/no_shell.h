@@ -18,6 +18,9 @@ class NoShell final : public ShellObjects, public Registry {
   ErrorCode WriteTextFile(const std::string&, const std::string&) override {
     return error::kNotSupported;
   }
+  ErrorCode WriteUnicodeFile(const std::string&, const std::string&) override {
+    return error::kNotSupported;
+  }
 
   ErrorCode CreateKey(Handle, const std::string&, std::uint32_t, Handle&) override {
     return error::kNotSupported;

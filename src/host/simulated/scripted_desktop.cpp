@@ -7,6 +7,16 @@
 #include "forms/controls.h"
 
 namespace vornalux {
+namespace {
+
+std::optional<std::string> Next(std::deque<std::string>& answers) {
+  if (answers.empty()) return std::nullopt;
+  std::string text = std::move(answers.front());
+  answers.pop_front();
+  return text;
+}
+
+}  // namespace
 
 void ScriptedDesktop::AtDoEvents(std::size_t nth, std::function<void()> action) {
   at_do_events_.emplace(nth, std::move(action));
@@ -76,10 +86,13 @@ std::optional<std::string> ScriptedDesktop::InputBox(const std::string& prompt,
                                                      const std::string& title,
                                                      const std::string& initial) {
   input_boxes_.push_back(title + "|" + prompt + "|" + initial);
-  if (typed_.empty()) return std::nullopt;
-  std::string text = std::move(typed_.front());
-  typed_.pop_front();
-  return text;
+  return Next(typed_);
+}
+
+std::optional<std::string> ScriptedDesktop::SavePath(const std::string& title,
+                                                     const std::string& initial) {
+  input_boxes_.push_back(title + "|" + initial);
+  return Next(save_as_);
 }
 
 }  // namespace vornalux

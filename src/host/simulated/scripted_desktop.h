@@ -43,7 +43,10 @@ class ScriptedDesktop final : public Desktop {
   const std::vector<ShownBox>& Boxes() const { return boxes_; }
   // What the next input box without an answer yet gets. Without any: it is cancelled.
   void Type(std::string text) { typed_.push_back(std::move(text)); }
-  // Every input box as "title|prompt|initial".
+  // What the next dialog for a file's name without an answer yet gets. Without any: it is
+  // cancelled.
+  void SaveAs(std::string path) { save_as_.push_back(std::move(path)); }
+  // Every input box as "title|prompt|initial", every dialog for a file's name as "title|initial".
   const std::vector<std::string>& InputBoxes() const { return input_boxes_; }
 
   // What happens while a window is up alone, step by step: ticks of its timer, presses of its
@@ -63,6 +66,8 @@ class ScriptedDesktop final : public Desktop {
   void ShowModal(Form& form) override;
   std::optional<std::string> InputBox(const std::string& prompt, const std::string& title,
                                       const std::string& initial) override;
+  std::optional<std::string> SavePath(const std::string& title,
+                                      const std::string& initial) override;
 
  private:
   CallLog* log_;
@@ -74,6 +79,7 @@ class ScriptedDesktop final : public Desktop {
   std::deque<std::function<void()>> modal_steps_;
   std::vector<std::string> modals_;
   std::deque<std::string> typed_;
+  std::deque<std::string> save_as_;
   std::vector<std::string> input_boxes_;
   std::set<std::size_t> pending_at_;
   std::size_t input_pending_ = 0;

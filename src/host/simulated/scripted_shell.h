@@ -33,6 +33,9 @@ class ScriptedShell final : public ShellObjects {
   ProgramFile ProgramPlace() override { return program; }
   bool FileExists(const std::string& path) override { return files.contains(path); }
   ErrorCode WriteTextFile(const std::string& path, const std::string& text) override;
+  ErrorCode WriteUnicodeFile(const std::string& path, const std::string& text) override {
+    return WriteTextFile(path, text);
+  }
 
   // What becomes of a step.
   ShellResult Step(const std::string& step) const {

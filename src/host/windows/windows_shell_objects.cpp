@@ -88,6 +88,24 @@ class AutomationShell final : public ScriptShell {
   AutomationObject shell_;
 };
 
+// In place of an existing file.
+ErrorCode WriteBytes(const std::string& path, const std::string& content) {
+  const std::optional<std::wstring> wide = ToWidePath(path);
+  if (!wide) return error::kInvalidName;
+  const HANDLE file = CreateFileW(wide->c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return LastError();
+  DWORD written = 0;
+  ErrorCode result = error::kSuccess;
+  if (!WriteFile(file, content.data(), static_cast<DWORD>(content.size()), &written, nullptr)) {
+    result = LastError();
+  } else if (written != content.size()) {
+    result = error::kDiskFull;
+  }
+  CloseHandle(file);
+  return result;
+}
+
 }  // namespace
 
 ShellResult WindowsShellObjects::CreateScriptShell(std::unique_ptr<ScriptShell>& shell) {
@@ -129,21 +147,11 @@ bool WindowsShellObjects::FileExists(const std::string& path) {
 }
 
 ErrorCode WindowsShellObjects::WriteTextFile(const std::string& path, const std::string& text) {
-  const std::optional<std::wstring> wide = ToWidePath(path);
-  if (!wide) return error::kInvalidName;
-  const HANDLE file = CreateFileW(wide->c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE) return LastError();
-  const std::string content = ToAnsi(text);
-  DWORD written = 0;
-  ErrorCode result = error::kSuccess;
-  if (!WriteFile(file, content.data(), static_cast<DWORD>(content.size()), &written, nullptr)) {
-    result = LastError();
-  } else if (written != content.size()) {
-    result = error::kDiskFull;
-  }
-  CloseHandle(file);
-  return result;
+  return WriteBytes(path, ToAnsi(text));
+}
+
+ErrorCode WindowsShellObjects::WriteUnicodeFile(const std::string& path, const std::string& text) {
+  return WriteBytes(path, "\xEF\xBB\xBF" + text);
 }
 
 }  // namespace vornalux

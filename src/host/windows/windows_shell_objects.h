@@ -16,6 +16,7 @@ class WindowsShellObjects final : public ShellObjects {
   ProgramFile ProgramPlace() override;
   bool FileExists(const std::string& path) override;
   ErrorCode WriteTextFile(const std::string& path, const std::string& text) override;
+  ErrorCode WriteUnicodeFile(const std::string& path, const std::string& text) override;
 };
 
 }  // namespace vornalux

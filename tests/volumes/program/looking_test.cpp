@@ -108,7 +108,7 @@ class Looking : public MadeVolume {
           std::string::npos)
           << end.err;
     }
-    json.erase("objections");
+    for (const char* other : {"objections", "seconds", "bytes_per_second"}) json.erase(other);
     return json;
   }
 

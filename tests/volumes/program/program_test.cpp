@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <set>
 
 #include "support/made_volume.h"
@@ -176,6 +177,11 @@ TEST_F(ProgramTest, StoppedInTheMiddleTheVolumeIsInOrder) {
     EXPECT_NE(Get("disk.img"), before_);
     ExpectWhole();
     ExpectNothingLeftBehind();
+    static const std::regex kAfter("\n  Fragmented +[0-9]+ +([0-9]+)\n");
+    std::smatch told;
+    ASSERT_TRUE(std::regex_search(end.out, told, kAfter)) << end.out;
+    const Json left = Json::parse(RunProgram({"analyze", image_, "--json"}).out);
+    EXPECT_EQ(told[1], left["fragmented"].dump());
     if (HasFailure()) return;
   }
 }

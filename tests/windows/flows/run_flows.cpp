@@ -8,12 +8,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <string>
 #include <vector>
 
 #include "app/program.h"
 #include "host/simulated/scripted_desktop.h"
 #include "host/windows/ui/resource.h"
+#include "host/windows/windows_text.h"
 #include "play/import_patch.h"
 #include "windows/flows/flow.h"
 
@@ -187,6 +189,68 @@ FLOW(DefragsAndOptimizesToTheEnd, "", Alone) {
   screen.Menu(IDM_DRIVE);
   screen.UntilShown("the launcher again", &Screen::Launcher);
   screen.Until("no drive", [&screen] { return !screen.MenuEnabled(IDM_DEFRAG); });
+}
+
+// What the dialog for a file's name calls the field for it, older ones and newer ones.
+HWND FieldForAName(HWND dialog) {
+  const HWND field = GetDlgItem(dialog, 0x480);
+  return field != nullptr ? field : GetDlgItem(dialog, 0x47C);
+}
+
+FLOW(ARunTellsWhatItDidAndItsReportIsSaved, "", Alone) {
+  const Screen& screen = SelectDrive(session, kC);
+  const HWND main = screen.Main();
+  const auto panels = [main] {
+    std::string text;
+    for (int i = 0; i < 6; ++i) text += Screen::Panel(main, IDC_STATUS_BAR, i) + "\n";
+    return text;
+  };
+  EXPECT_FALSE(screen.MenuEnabled(IDM_REPORT));
+  session.machine.Drives().Faults().RefuseMove({.path = {}, .nth = 3}, error::kAccessDenied);
+  screen.Run(IDM_DEFRAG);
+  const std::string after = panels();
+  const std::string line = Screen::Text(main, IDC_RESULT_LINE);
+  EXPECT_TRUE(line.starts_with("Defrag done: ")) << line;
+  screen.Run(IDM_ANALYZE);
+  EXPECT_EQ(after, panels()) << "an analysis finds what the run had shown";
+  EXPECT_EQ(Screen::Text(main, IDC_RESULT_LINE), line);
+
+  HWND dialog = nullptr;
+  const auto ask = [&] {
+    screen.Menu(IDM_REPORT);
+    screen.Until("the dialog", [&] {
+      for (const HWND window : screen.TopWindows()) {
+        if (Screen::Shown(window) && FieldForAName(window) != nullptr) dialog = window;
+      }
+      return dialog != nullptr;
+    });
+  };
+  const auto answer = [&](int button) {
+    PostMessageW(dialog, WM_COMMAND, MAKEWPARAM(button, BN_CLICKED),
+                 reinterpret_cast<LPARAM>(GetDlgItem(dialog, button)));
+    screen.Until("the dialog goes", [&] { return !IsWindow(dialog); });
+    dialog = nullptr;
+  };
+  ask();
+  EXPECT_EQ(Screen::Text(FieldForAName(dialog)), "Vornalux C.txt");
+  answer(IDCANCEL);
+  ask();
+  const std::string path = Setting("VORNALUX_FLOW_RESULTS") + "report";
+  SetWindowTextW(FieldForAName(dialog), ToWide(path).c_str());
+  answer(IDOK);
+  std::string report(1 << 20, '\0');
+  std::FILE* file = nullptr;
+  screen.Until("the file", [&] { return (file = std::fopen((path + ".txt").c_str(), "rb")); });
+  report.resize(std::fread(report.data(), 1, report.size(), file));
+  std::fclose(file);
+  EXPECT_TRUE(
+      report.starts_with("\xEF\xBB\xBF"
+                         "Defragmentation of C:\r\n" +
+                         line + "\r\n"))
+      << report;
+  EXPECT_NE(report.find("\r\nStill fragmented: "), std::string::npos) << report;
+  screen.Menu(IDM_DRIVE);
+  screen.UntilShown("the launcher", &Screen::Launcher);
 }
 
 // As Explorer does when it begins.

@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <sstream>
 
-#include "host/terminal/display/quantity_text.h"
 #include "host/terminal/live/map_strip.h"
 #include "text/ascii_case.h"
+#include "text/quantity_text.h"
 
 namespace vornalux {
 namespace {

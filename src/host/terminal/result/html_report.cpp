@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "engine/summary_text.h"
 #include "host/terminal/display/display_text.h"
+#include "text/quantity_text.h"
 
 namespace vornalux {
 namespace {
@@ -98,6 +100,19 @@ std::string ConstantRows(const ReportContent& report, bool both) {
   return rows;
 }
 
+std::string RegionRows(const RunSummary& summary) {
+  const auto row = [&](const char* label, auto tell) {
+    const auto side = [&](const std::optional<FreeRegions>& regions) {
+      return regions ? tell(*regions) : std::string("&ndash;");
+    };
+    return Row(label, side(summary.regions_before), side(summary.regions_after), true);
+  };
+  return row("Free regions",
+             [](const FreeRegions& regions) { return std::to_string(regions.count); }) +
+         row("Largest gaps",
+             [&](const FreeRegions& regions) { return SizesText(regions, summary.cluster_bytes); });
+}
+
 std::string FigureTable(const ReportContent& report) {
   const bool both = report.moved.has_value();
   std::string html = "<table><tr><th></th><th class=n>";
@@ -105,10 +120,12 @@ std::string FigureTable(const ReportContent& report) {
   for (const FigureRow& row : FigureRows()) {
     if (row.of_classes && !(report.before && HasClasses(*report.before))) continue;
     const auto number = [&row](const std::optional<AnalysisFigures>& figures) {
-      return figures ? std::to_string((*figures).*row.figure) : std::string("&ndash;");
+      const bool known = figures && (!row.of_classes || figures->classes_known);
+      return known ? std::to_string((*figures).*row.figure) : std::string("&ndash;");
     };
     html += Row(row.label, number(report.before), number(report.after), both);
   }
+  if (report.summary) html += RegionRows(*report.summary);
   return html + ConstantRows(report, both) + "</table>\n";
 }
 
@@ -124,23 +141,58 @@ std::string More(std::size_t total) {
   return "<p class=sub>and " + std::to_string(total - kMostRows) + " more</p>\n";
 }
 
-std::string FragmentedTable(const std::vector<FragmentedFile>& files) {
+std::string FragmentedTable(const std::vector<FragmentedFile>& files, std::int64_t cluster_bytes) {
   if (files.empty()) return "<p>None.</p>\n";
-  std::string html = "<table><tr><th>File</th><th class=n>Extents</th></tr>\n";
+  std::string html = "<table><tr><th>File</th><th class=n>Extents</th><th class=n>Size</th></tr>\n";
   for (std::size_t i = 0; i < std::min(files.size(), kMostRows); ++i) {
-    html += Row(Text(files[i].path), Text(files[i].extents), "", false);
+    html += Row(Text(files[i].path), std::to_string(files[i].extents),
+                ByteText(files[i].clusters * cluster_bytes), true);
   }
   return html + "</table>\n" + More(files.size());
 }
 
-template <typename Failure>
-std::string FailureTable(const std::vector<Failure>& failures) {
+std::string StillFragmentedTable(const RunSummary& summary) {
+  if (!summary.after) return "<p>Not known: the volume could not be read any more.</p>\n";
+  const std::vector<StillFragmented>& files = summary.still_fragmented;
+  if (files.empty()) return "<p>None.</p>\n";
+  std::string html =
+      "<table><tr><th>File</th><th class=n>Fragments</th><th class=n>Size</th><th>Why</th></tr>\n";
+  for (std::size_t i = 0; i < std::min(files.size(), kMostRows); ++i) {
+    const StillFragmented& file = files[i];
+    html += "<tr><td>" + Text(file.path) + "</td><td class=n>" + std::to_string(file.fragments) +
+            "</td><td class=n>" + ByteText(file.clusters * summary.cluster_bytes) + "</td><td>" +
+            Text(ReasonText(file, summary)) + "</td></tr>\n";
+  }
+  return html + "</table>\n" + More(files.size());
+}
+
+std::string UnreadableTable(const std::vector<ReadFailure>& failures) {
   std::string html = "<table><tr><th>File</th><th>Why</th></tr>\n";
   for (std::size_t i = 0; i < std::min(failures.size(), kMostRows); ++i) {
     html += "<tr><td>" + Text(failures[i].path) + "</td><td>" + Text(ReasonText(failures[i])) +
             "</td></tr>\n";
   }
   return html + "</table>\n" + More(failures.size());
+}
+
+std::string MoveFailureTable(const std::vector<MoveFailure>& failures, std::int64_t cluster_bytes) {
+  std::string html = "<table><tr><th>File</th><th class=n>Size</th><th>Why</th></tr>\n";
+  for (std::size_t i = 0; i < std::min(failures.size(), kMostRows); ++i) {
+    const MoveFailure& failure = failures[i];
+    html += "<tr><td>" + Text(failure.path) + "</td><td class=n>" +
+            (failure.clusters > 0 ? ByteText(failure.clusters * cluster_bytes) : "&ndash;") +
+            "</td><td>" + Text(ReasonText(failure)) + "</td></tr>\n";
+  }
+  return html + "</table>\n" + More(failures.size());
+}
+
+std::string LeftTable(const ReportContent& report) {
+  if (!report.moved->failures.empty()) {
+    return MoveFailureTable(report.moved->failures, report.volume.cluster_bytes);
+  }
+  const bool all_whole =
+      report.summary && report.summary->after && report.summary->still_fragmented.empty();
+  return all_whole ? "<p>Nothing: every move found its place.</p>\n" : "<p>None.</p>\n";
 }
 
 }  // namespace
@@ -171,15 +223,20 @@ std::string ToHtml(const ReportContent& report) {
             std::to_string(report.moved->clusters_moved) + " clusters moved, " +
             std::to_string(report.moved->refused) + " refused.</p>\n";
   }
-  html += std::string("<h2>") + (report.moved ? "Still fragmented" : "Fragmented files") +
-          "</h2>\n" + FragmentedTable(report.fragmented);
-  if (report.moved) {
-    html += "<h2>Left where it was</h2>\n";
-    html += report.moved->failures.empty() ? "<p>Nothing: every move found its place.</p>\n"
-                                           : FailureTable(report.moved->failures);
+  if (report.summary) {
+    html += "<p>Took " +
+            (report.dry_run ? DurationText(report.summary->duration) : PaceText(*report.summary)) +
+            ".</p>\n";
   }
+  if (!report.moved) {
+    html +=
+        "<h2>Fragmented files</h2>\n" + FragmentedTable(report.fragmented, volume.cluster_bytes);
+  } else if (report.summary) {
+    html += "<h2>Still fragmented</h2>\n" + StillFragmentedTable(*report.summary);
+  }
+  if (report.moved) html += "<h2>Left where it was</h2>\n" + LeftTable(report);
   if (!report.unreadable.empty()) {
-    html += "<h2>Could not be read</h2>\n" + FailureTable(report.unreadable);
+    html += "<h2>Could not be read</h2>\n" + UnreadableTable(report.unreadable);
   }
   return html + "</html>\n";
 }

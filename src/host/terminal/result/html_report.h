@@ -19,7 +19,8 @@ struct ReportContent {
   MapColumns map_before;
   MapColumns map_after;
   Legend legend;
-  std::vector<FragmentedFile> fragmented;  // that are left
+  std::vector<FragmentedFile> fragmented;  // of an analysis
+  std::optional<RunSummary> summary;
   std::optional<MoveStatistics> moved;
   std::vector<std::string> remarks;  // what was done besides moving
   std::vector<ReadFailure> unreadable;

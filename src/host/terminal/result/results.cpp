@@ -3,8 +3,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
+#include <tuple>
 
+#include "engine/summary_text.h"
 #include "host/image/ntfs/snapshot_catalog.h"
+#include "host/mounted/error_text.h"
 
 namespace vornalux {
 namespace {
@@ -23,6 +27,12 @@ constexpr std::array kFigureRows = {
     FigureRow{"Start-up files", &AnalysisFigures::prefetch_files, true},
 };
 
+constexpr const char* kKeepsRestorePoints = "keeps restore points, which refer to it by its place";
+
+bool KeepsRestorePoints(const std::string& path) {
+  return path.find(kSnapshotFileMark) != std::string::npos;
+}
+
 }  // namespace
 
 std::span<const FigureRow> FigureRows() { return kFigureRows; }
@@ -33,27 +43,26 @@ bool HasClasses(const AnalysisFigures& figures) {
   });
 }
 
+std::string ErrorText(ErrorCode code) { return CodeText(code, EnglishErrorText); }
+
 std::string ReasonText(const ReadFailure& failure) {
   if (failure.byte) return "the disk failed at byte " + std::to_string(*failure.byte);
   if (failure.code == error::kFileCorrupt) return "damaged";
-  return "error " + std::to_string(failure.code);
+  return ErrorText(failure.code);
 }
 
 std::string ReasonText(const MoveFailure& failure) {
-  switch (failure.reason) {
-    case NotMoved::CannotOpen:
-      return "cannot be opened, error " + std::to_string(failure.code);
-    case NotMoved::NoGap:
-      return "no gap is large enough";
-    case NotMoved::Alignment:
-      return "no gap allows an aligned move";
-    case NotMoved::Refused:
-      if (failure.path.find(kSnapshotFileMark) != std::string::npos) {
-        return "keeps restore points, which refer to it by its place";
-      }
-      return "refused, error " + std::to_string(failure.code);
+  if (failure.reason == NotMoved::Refused && KeepsRestorePoints(failure.path)) {
+    return kKeepsRestorePoints;
   }
-  return "";
+  return ReasonText(failure, EnglishErrorText);
+}
+
+std::string ReasonText(const StillFragmented& file, const RunSummary& summary) {
+  if (file.why == WhyFragmented::Immovable && KeepsRestorePoints(file.path)) {
+    return kKeepsRestorePoints;
+  }
+  return ReasonText(file, summary, EnglishErrorText);
 }
 
 VolumeDescription Describe(const std::string& image, char letter, const VolumeFacts& facts) {
@@ -100,9 +109,27 @@ std::vector<FragmentedFile> CollectFragmentedFiles(const Engine& engine) {
   std::vector<FragmentedFile> files;
   for (std::size_t i = 0; i < lists.FragNames.size(); ++i) {
     if (lists.FragNames[i].empty()) continue;
-    files.push_back({.extents = lists.FragExtents[i], .path = lists.FragNames[i]});
+    files.push_back({.extents = std::atoll(lists.FragExtents[i].c_str()),
+                     .clusters = lists.SizeAt(i).clusters,
+                     .path = lists.FragNames[i]});
   }
+  std::ranges::sort(files, [](const FragmentedFile& a, const FragmentedFile& b) {
+    return std::tie(b.extents, b.clusters, a.path) < std::tie(a.extents, a.clusters, b.path);
+  });
   return files;
+}
+
+std::optional<AnalysisFigures> FiguresAfter(const AnalysisFigures& before,
+                                            const RunSummary& summary) {
+  if (!summary.after) return std::nullopt;
+  AnalysisFigures figures = before;
+  figures.fragmented = summary.after->fragmented;
+  figures.fragments = summary.after->fragments;
+  figures.max_per_file = summary.after->max_per_file;
+  figures.free_clusters = summary.after->free_clusters;
+  figures.free_regions = summary.regions_after;
+  figures.classes_known = false;
+  return figures;
 }
 
 }  // namespace vornalux

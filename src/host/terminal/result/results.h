@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "app/program.h"
+#include "engine/run_summary.h"
 #include "host/mounted/mounted_volume.h"
 #include "host/mounted/read_failures.h"
 
@@ -42,6 +43,8 @@ struct AnalysisFigures {
   std::int64_t optimize_area = 0;
   std::int64_t mft_zone_start = 0;
   std::int64_t mft_zone_end = 0;
+  std::optional<FreeRegions> free_regions = {};  // of a run only
+  bool classes_known = true;                     // else those of the classes say nothing
 };
 
 // How a number is called in tables for people.
@@ -58,11 +61,16 @@ bool HasClasses(const AnalysisFigures& figures);
 // Why and where a file could not be read.
 std::string ReasonText(const ReadFailure& failure);
 
-// Why a file was left where it was.
+// Why a file was left where it was, or is still in pieces.
 std::string ReasonText(const MoveFailure& failure);
+std::string ReasonText(const StillFragmented& file, const RunSummary& summary);
+
+// The system's text for an error code, on one line.
+std::string ErrorText(ErrorCode code);
 
 struct FragmentedFile {
-  std::string extents;  // as the lists have it
+  std::int64_t extents = 0;
+  std::int64_t clusters = 0;
   std::string path;
 };
 
@@ -77,7 +85,8 @@ struct AnalysisResult {
 struct PassResult {
   VolumeDescription volume;
   std::optional<AnalysisFigures> before;
-  std::optional<AnalysisFigures> after;  // missing when the run was stopped
+  std::optional<AnalysisFigures> after;  // missing when nothing was begun
+  std::optional<RunSummary> summary;     // likewise
   MoveStatistics moved;
   std::vector<std::string> remarks;  // what was done besides moving
   std::vector<ReadFailure> unreadable;
@@ -89,6 +98,8 @@ struct JobResult {
   JobOutcome outcome = JobOutcome::None;
   std::optional<VolumeDescription> volume;  // when the job got as far as to one
   std::optional<AnalysisFigures> analysis;  // what the job itself found before it moved anything
+  std::optional<AnalysisFigures> after;     // where a pass was run
+  std::optional<RunSummary> summary;        // likewise
   MoveStatistics moved;
   std::vector<std::string> remarks;  // what was done besides moving
   std::vector<ReadFailure> unreadable;
@@ -102,6 +113,11 @@ std::int16_t ReadTemperature(Program& program);
 
 // What the engine knows from its last analysis.
 AnalysisFigures CollectFigures(const Engine& engine);
+// By number of extents, then size, both descending.
 std::vector<FragmentedFile> CollectFragmentedFiles(const Engine& engine);
+
+// The figures after a run from those before it: what it read anew, and what moves do not change.
+std::optional<AnalysisFigures> FiguresAfter(const AnalysisFigures& before,
+                                            const RunSummary& summary);
 
 }  // namespace vornalux

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/terminal/result/results_json.h"
 
-#include <cstdlib>
+#include <chrono>
 #include <nlohmann/json.hpp>
+
+#include "host/mounted/error_text.h"
 
 namespace vornalux {
 namespace {
@@ -30,10 +32,13 @@ void AddFigures(Json& json, const AnalysisFigures& figures) {
   json["fragmented"] = figures.fragmented;
   json["fragments"] = figures.fragments;
   json["max_per_file"] = figures.max_per_file;
-  json["move_out_files"] = figures.move_out_files;
-  json["optimize_files"] = figures.optimize_files;
-  json["dirs_to_move"] = figures.dirs_to_move;
-  json["prefetch_files"] = figures.prefetch_files;
+  const auto of_class = [&figures](std::int64_t count) -> Json {
+    return figures.classes_known ? Json(count) : Json(nullptr);
+  };
+  json["move_out_files"] = of_class(figures.move_out_files);
+  json["optimize_files"] = of_class(figures.optimize_files);
+  json["dirs_to_move"] = of_class(figures.dirs_to_move);
+  json["prefetch_files"] = of_class(figures.prefetch_files);
   json["locked_files"] = figures.locked_files;
   json["total_clusters"] = figures.total_clusters;
   json["free_clusters"] = figures.free_clusters;
@@ -41,6 +46,9 @@ void AddFigures(Json& json, const AnalysisFigures& figures) {
   json["reserved_front"] = figures.reserved_front;
   json["optimize_area"] = figures.optimize_area;
   json["mft_zone"] = {figures.mft_zone_start, figures.mft_zone_end};
+  if (const std::optional<FreeRegions>& regions = figures.free_regions) {
+    json["free_regions"] = {{"count", regions->count}, {"largest", regions->largest}};
+  }
 }
 
 Json Figures(const std::optional<AnalysisFigures>& figures) {
@@ -56,12 +64,55 @@ const char* ReasonName(NotMoved reason) {
       return "locked";
     case NotMoved::NoGap:
       return "no gap";
+    case NotMoved::NoGapThen:
+      return "no gap then";
+    case NotMoved::NoPlace:
+      return "no place";
+    case NotMoved::FewPieces:
+      return "few pieces";
     case NotMoved::Alignment:
       return "alignment";
     case NotMoved::Refused:
       return "refused";
   }
   return "";
+}
+
+const char* ReasonName(WhyFragmented why) {
+  switch (why) {
+    case WhyFragmented::LeftOut:
+      return "left out";
+    case WhyFragmented::Locked:
+      return "locked";
+    case WhyFragmented::Holes:
+      return "holes";
+    case WhyFragmented::Immovable:
+      return "immovable";
+    case WhyFragmented::InPieces:
+      return "moved in pieces";
+    case WhyFragmented::Alignment:
+      return "alignment";
+    case WhyFragmented::NoGap:
+      return "no gap";
+    case WhyFragmented::NoGapThen:
+      return "no gap then";
+    case WhyFragmented::NoPlace:
+      return "no place";
+    case WhyFragmented::Stopped:
+      return "stopped";
+    case WhyFragmented::NotTried:
+      return "not tried";
+    case WhyFragmented::Changed:
+      return "changed";
+  }
+  return "";
+}
+
+void AddCode(Json& entry, ErrorCode code) {
+  entry["code"] = code;
+  if (const std::string text = EnglishErrorText(code); !text.empty()) {
+    entry["text"] = text.substr(0, text.find('\r'));
+  }
 }
 
 void AddMoves(Json& json, const MoveStatistics& moved) {
@@ -71,15 +122,46 @@ void AddMoves(Json& json, const MoveStatistics& moved) {
   json["not_moved"] = Json::array();
   for (const MoveFailure& failure : moved.failures) {
     Json entry = {{"path", failure.path}, {"reason", ReasonName(failure.reason)}};
-    if (failure.code != error::kSuccess) entry["code"] = failure.code;
+    if (failure.clusters > 0) entry["clusters"] = failure.clusters;
+    if (failure.code != error::kSuccess) AddCode(entry, failure.code);
     json["not_moved"].push_back(std::move(entry));
   }
+}
+
+// Everything is null where no pass began.
+void AddSummary(Json& json, const std::optional<RunSummary>& summary, bool dry_run) {
+  for (const char* key : {"seconds", "bytes_moved", "bytes_per_second", "still_fragmented"}) {
+    json[key] = nullptr;
+  }
+  if (!summary) return;
+  json["seconds"] = std::chrono::duration<double>(summary->duration).count();
+  json["bytes_moved"] = summary->BytesMoved();
+  if (const auto rate = BytesPerSecond(*summary); rate && !dry_run) {
+    json["bytes_per_second"] = *rate;
+  }
+  if (!summary->after) return;
+  Json files = Json::array();
+  for (const StillFragmented& file : summary->still_fragmented) {
+    Json entry = {{"path", file.path},
+                  {"fragments", file.fragments},
+                  {"clusters", file.clusters},
+                  {"bytes", file.clusters * summary->cluster_bytes},
+                  {"reason", ReasonName(file.why)}};
+    if (file.why == WhyFragmented::InPieces) entry["because"] = ReasonName(file.because);
+    if (file.why == WhyFragmented::NoGap && summary->regions_after) {
+      entry["largest_gap"] = summary->regions_after->Largest();
+    }
+    if (file.code != error::kSuccess) AddCode(entry, file.code);
+    files.push_back(std::move(entry));
+  }
+  json["still_fragmented"] = std::move(files);
 }
 
 void AddUnreadable(Json& json, const std::vector<ReadFailure>& failures) {
   json["unreadable"] = Json::array();
   for (const ReadFailure& failure : failures) {
-    Json entry = {{"path", failure.path}, {"code", failure.code}};
+    Json entry = {{"path", failure.path}};
+    AddCode(entry, failure.code);
     if (failure.byte) entry["byte"] = *failure.byte;
     json["unreadable"].push_back(std::move(entry));
   }
@@ -122,7 +204,7 @@ std::string ToJson(const AnalysisResult& result) {
     json["fragmented_files"] = Json::array();
     for (const FragmentedFile& file : *result.list) {
       json["fragmented_files"].push_back(
-          {{"path", file.path}, {"extents", std::atoll(file.extents.c_str())}});
+          {{"path", file.path}, {"extents", file.extents}, {"clusters", file.clusters}});
     }
   }
   AddUnreadable(json, result.unreadable);
@@ -135,6 +217,7 @@ std::string ToJson(const PassResult& result) {
   json["before"] = Figures(result.before);
   json["after"] = Figures(result.after);
   AddMoves(json, result.moved);
+  AddSummary(json, result.summary, result.dry_run);
   json["remarks"] = result.remarks;
   json["stopped"] = result.stopped;
   json["dry_run"] = result.dry_run;
@@ -148,7 +231,9 @@ std::string ToJson(const JobResult& result) {
   if (result.volume) {
     AddVolume(json, *result.volume);
     json["before"] = Figures(result.analysis);
+    json["after"] = Figures(result.after);
     AddMoves(json, result.moved);
+    AddSummary(json, result.summary, result.dry_run);
     json["remarks"] = result.remarks;
   }
   json["stopped"] = result.outcome == JobOutcome::Stopped;

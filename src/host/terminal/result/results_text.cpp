@@ -2,13 +2,15 @@
 #include "host/terminal/result/results_text.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <set>
 #include <string_view>
 #include <utility>
 
-#include "host/terminal/display/quantity_text.h"
+#include "engine/summary_text.h"
+#include "text/quantity_text.h"
 
 namespace vornalux {
 namespace {
@@ -16,6 +18,7 @@ namespace {
 constexpr std::size_t kLabelColumns = 24;
 constexpr std::size_t kNumberColumns = 14;
 constexpr std::ptrdiff_t kFailuresShown = 10;
+constexpr std::ptrdiff_t kFragmentedShown = 5;
 
 std::string Right(const std::string& text) {
   return std::string(kNumberColumns - std::min(kNumberColumns, text.size()), ' ') + text;
@@ -64,23 +67,72 @@ void AddRow(std::string& text, const FigureRow& row, const AnalysisFigures& befo
             const std::optional<AnalysisFigures>& after) {
   if (!Shown(row, before) && !(after && Shown(row, *after))) return;
   text += "  " + Left(row.label) + Right(Grouped(before.*row.figure)) +
-          Right(after ? Grouped((*after).*row.figure) : "-") + "\n";
+          Right(after && (!row.of_classes || after->classes_known) ? Grouped((*after).*row.figure)
+                                                                   : "-") +
+          "\n";
 }
 
-std::string Failures(const std::vector<MoveFailure>& failures, Charset charset) {
+void AddRegions(std::string& text, const RunSummary& summary) {
+  const auto row = [&](const char* label, auto tell) {
+    const auto side = [&](const std::optional<FreeRegions>& regions) {
+      return Right(regions ? tell(*regions) : std::string("-"));
+    };
+    text += "  " + Left(label) + side(summary.regions_before) + side(summary.regions_after) + "\n";
+  };
+  row("Free regions", [](const FreeRegions& regions) { return Grouped(regions.count); });
+  row("Largest gap", [&](const FreeRegions& regions) {
+    return ByteText(regions.Largest() * summary.cluster_bytes);
+  });
+  for (const auto& [label, regions] :
+       {std::pair("  Largest gaps before  ", summary.regions_before),
+        std::pair("  Largest gaps after   ", summary.regions_after)}) {
+    if (regions && regions->count > 1) {
+      text += label + SizesText(*regions, summary.cluster_bytes) + "\n";
+    }
+  }
+}
+
+std::string Failures(const std::vector<MoveFailure>& failures, std::int64_t cluster_bytes,
+                     Charset charset) {
   std::string lines;
   // Paths may be long, and there may be as many as there are files.
   std::set<std::pair<std::string_view, std::string>> told;
   for (const MoveFailure& failure : failures) {
     const std::string reason = ReasonText(failure);
     if (!told.emplace(failure.path, reason).second || std::ssize(told) > kFailuresShown) continue;
-    lines += "    " + PrintableText(failure.path, charset) + "  (" + reason + ")\n";
+    lines += "    " + PrintableText(failure.path, charset);
+    if (failure.clusters > 0) lines += "  " + ByteText(failure.clusters * cluster_bytes);
+    lines += "  (" + reason + ")\n";
   }
   if (told.empty()) return "";
   if (std::ssize(told) > kFailuresShown) {
     lines += "    and " + Grouped(std::ssize(told) - kFailuresShown) + " more; --json lists all\n";
   }
   return "\n  Left where they were: " + Grouped(std::ssize(told)) + "\n" + lines;
+}
+
+std::string StillFragmentedText(const RunSummary& summary, Charset charset) {
+  if (!summary.after) return "\n  Still fragmented: not known, the volume could not be read\n";
+  const std::vector<StillFragmented>& files = summary.still_fragmented;
+  std::string text = "\n  Still fragmented: " + Grouped(std::ssize(files)) + "\n";
+  if (std::ssize(files) > kFragmentedShown) {
+    std::array<std::int64_t, kReasons> counts{};
+    for (const StillFragmented& file : files) ++counts[static_cast<std::size_t>(file.why)];
+    for (std::size_t why = 0; why < kReasons; ++why) {
+      if (counts[why] == 0) continue;
+      text +=
+          Right(Grouped(counts[why])) + "  " + ReasonText(static_cast<WhyFragmented>(why)) + "\n";
+    }
+    text += "  The most fragmented:\n";
+  }
+  for (std::ptrdiff_t i = 0; i < std::min(std::ssize(files), kFragmentedShown); ++i) {
+    const StillFragmented& file = files[static_cast<std::size_t>(i)];
+    text += "    " + PrintableText(file.path, charset) + "  " + Grouped(file.fragments) +
+            " fragments, " + ByteText(file.clusters * summary.cluster_bytes) + "  (" +
+            ReasonText(file, summary) + ")\n";
+  }
+  if (std::ssize(files) > kFragmentedShown) text += "    --json lists all\n";
+  return text;
 }
 
 // result is of a pass or of a job.
@@ -92,8 +144,23 @@ std::string Moves(const Result& result, const VolumeDescription& volume, bool st
                      ByteText(moved.clusters_moved * volume.cluster_bytes) + " moved";
   if (moved.refused > 0) text += ", " + Grouped(moved.refused) + " refused";
   text += stopped ? "; stopped\n" : "\n";
+  if (result.summary) {
+    text += "  Took " +
+            (result.dry_run ? DurationText(result.summary->duration) : PaceText(*result.summary)) +
+            "\n";
+  }
   if (result.dry_run) text += "  Dry run: nothing was written to the volume\n";
-  return text + Failures(moved.failures, charset);
+  if (result.summary) text += StillFragmentedText(*result.summary, charset);
+  return text + Failures(moved.failures, volume.cluster_bytes, charset);
+}
+
+std::string BeforeAndAfter(const AnalysisFigures& before,
+                           const std::optional<AnalysisFigures>& after,
+                           const std::optional<RunSummary>& summary) {
+  std::string text = "  " + Left("") + Right("before") + Right("after") + "\n";
+  for (const FigureRow& row : FigureRows()) AddRow(text, row, before, after);
+  if (summary) AddRegions(text, *summary);
+  return text;
 }
 
 }  // namespace
@@ -124,7 +191,9 @@ std::string ToText(const AnalysisResult& result, Charset charset) {
   if (result.list) {
     text += "\n";
     for (const FragmentedFile& file : *result.list) {
-      text += Right(file.extents) + "  " + PrintableText(file.path, charset) + "\n";
+      text += Right(Grouped(file.extents)) +
+              Right(ByteText(file.clusters * result.volume.cluster_bytes)) + "  " +
+              PrintableText(file.path, charset) + "\n";
     }
   }
   return text;
@@ -132,17 +201,19 @@ std::string ToText(const AnalysisResult& result, Charset charset) {
 
 std::string ToText(const PassResult& result, Charset charset) {
   if (!result.before) return "";
-  const AnalysisFigures& before = *result.before;
-  std::string text = Header(result.volume, before, charset);
-  text += "  " + Left("") + Right("before") + Right("after") + "\n";
-  for (const FigureRow& row : FigureRows()) AddRow(text, row, before, result.after);
-  return text + "\n" + Moves(result, result.volume, result.stopped, charset);
+  return Header(result.volume, *result.before, charset) +
+         BeforeAndAfter(*result.before, result.after, result.summary) + "\n" +
+         Moves(result, result.volume, result.stopped, charset);
 }
 
 std::string ToText(const JobResult& result, Charset charset) {
   if (!result.volume || !result.analysis) return "";
   std::string text = Header(*result.volume, *result.analysis, charset);
-  for (const FigureRow& row : FigureRows()) AddRow(text, row, *result.analysis);
+  if (result.summary) {
+    text += BeforeAndAfter(*result.analysis, result.after, result.summary);
+  } else {
+    for (const FigureRow& row : FigureRows()) AddRow(text, row, *result.analysis);
+  }
   return text + "\n" +
          Moves(result, *result.volume, result.outcome == JobOutcome::Stopped, charset);
 }

@@ -119,6 +119,15 @@ Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
   return outcome;
 }
 
+// What the pass itself wrote down. before: its figures, which get the gaps that it found.
+template <typename Result>
+void TellSummary(const Engine& engine, std::optional<AnalysisFigures>& before, Result& result) {
+  result.summary = engine.record.Summary();
+  if (!result.summary || !before) return;
+  before->free_regions = result.summary->regions_before;
+  result.after = FiguresAfter(*before, *result.summary);
+}
+
 Outcome RunPass(Session& session, const Options& options, Charset charset) {
   Program& program = session.program();
   DefragWindow& window = program.main_window;
@@ -138,12 +147,17 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
     window.engine.movers.statistics.Reset();
     window.PassItem(pass.pass).Click();
     result.moved = window.engine.movers.statistics;
+    TellSummary(window.engine, result.before, result);
     if (window.last_run_failed) outcome.code = ExitCode::Failed;
     if (program.flags.StopRequested) outcome.code = ExitCode::Stopped;
   }
+  // The classes as well, and a second opinion.
   if (outcome.code == ExitCode::Done) {
     outcome.code = Analyze(program, classes);
-    if (outcome.code == ExitCode::Done) result.after = CollectFigures(window.engine);
+    if (outcome.code == ExitCode::Done) {
+      result.after = CollectFigures(window.engine);
+      if (result.summary) result.after->free_regions = result.summary->regions_after;
+    }
   }
   result.remarks = session.Remarks();
   result.stopped = outcome.code == ExitCode::Stopped;
@@ -153,12 +167,12 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
     report.volume = result.volume;
     report.before = result.before;
     report.after = result.after;
+    report.summary = result.summary;
     report.moved = result.moved;
     report.remarks = result.remarks;
     report.unreadable = result.unreadable;
     report.stopped = result.stopped;
     report.dry_run = result.dry_run;
-    report.fragmented = CollectFragmentedFiles(window.engine);
     report.map_after = DrawnMap(window);
     report.legend = CollectLegend(window);
     outcome.report = std::move(report);
@@ -206,6 +220,7 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
     result.volume = session.Volume(DriveLetter(drive.front()));
     if (engine.geometry.constants.TotalClusters > 0) result.analysis = CollectFigures(engine);
     result.moved = engine.movers.statistics;
+    TellSummary(engine, result.analysis, result);
     result.remarks = session.Remarks();
   }
   result.unreadable = session.platform().Unreadable();

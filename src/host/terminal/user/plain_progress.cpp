@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/terminal/user/plain_progress.h"
 
-#include "host/terminal/display/quantity_text.h"
+#include "text/quantity_text.h"
 
 namespace vornalux {
 namespace {

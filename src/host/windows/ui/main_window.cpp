@@ -37,9 +37,11 @@ NativeMainWindow::NativeMainWindow(DefragWindow& main_window)
   for (const PassRow& row : kPasses) Bind(IdOf(row.pass), main_window.PassItem(row.pass));
   Bind(IDM_MINIMIZE, main_window.minmnu);
   Bind(IDM_EXIT, main_window.exitmnu);
+  Bind(IDM_REPORT, main_window.savereport);
   Bind(IDC_MAP, main_window.Picdepartvolume);
   Bind(IDC_REDRAW, main_window.LblRedraw);
   Bind(IDC_STATUS_LINE, main_window.etfich);
+  Bind(IDC_RESULT_LINE, main_window.result_line);
   Bind(IDC_PROGRESS, main_window.progress);
   Bind(IDC_TEMPERATURE, main_window.Label6);
   Bind(IDC_ACTIVITY, main_window.activity);
@@ -64,7 +66,8 @@ void NativeMainWindow::AnchorControls() {
   for (int id = IDC_LEGEND_SHAPE; id <= IDC_LEGEND_LABEL5; ++id) {
     if (Item(id) != nullptr) anchors_.Add(id, kMovesDown);
   }
-  for (const int id : {IDC_STATUS_LINE, IDC_PROGRESS}) anchors_.Add(id, kGrowsRight | kMovesDown);
+  for (const int id : {IDC_STATUS_LINE, IDC_PROGRESS, IDC_RESULT_LINE})
+    anchors_.Add(id, kGrowsRight | kMovesDown);
   anchors_.Add(IDC_TEMPERATURE, kMovesDown);
   for (const int id : {IDC_ACTIVITY, IDC_REDRAW_EACH, IDC_HIDE_NAMES}) {
     anchors_.Add(id, kMovesRight | kMovesDown);

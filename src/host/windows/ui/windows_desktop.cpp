@@ -9,6 +9,7 @@
 #include "host/windows/ui/input_box.h"
 #include "host/windows/ui/native_form.h"
 #include "host/windows/ui/resource.h"
+#include "host/windows/ui/save_dialog.h"
 #include "host/windows/windows_text.h"
 
 namespace vornalux {
@@ -107,6 +108,11 @@ std::optional<std::string> WindowsDesktop::InputBox(const std::string& prompt,
                                                     const std::string& title,
                                                     const std::string& initial) {
   return AskForText(GetActiveWindow(), prompt, title, initial);
+}
+
+std::optional<std::string> WindowsDesktop::SavePath(const std::string& title,
+                                                    const std::string& initial) {
+  return AskForTextFile(GetActiveWindow(), title, initial);
 }
 
 void WindowsDesktop::ShowTrayIcon(const std::string& tooltip) {

@@ -42,6 +42,8 @@ class WindowsDesktop final : public Desktop {
   void ShowModal(Form& form) override;
   std::optional<std::string> InputBox(const std::string& prompt, const std::string& title,
                                       const std::string& initial) override;
+  std::optional<std::string> SavePath(const std::string& title,
+                                      const std::string& initial) override;
   void ShowTrayIcon(const std::string& tooltip) override;
   void RemoveTrayIcon() override;
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "host/terminal/display/quantity_text.h"
+#include "text/quantity_text.h"
 
 #include <algorithm>
 #include <array>
