@@ -25,15 +25,16 @@ struct PassRow {
   bool needs_class_lists;  // its analysis sorts files into classes
   bool joins_all;          // it takes every fragmented file, wherever that lies
   bool (Passes::*run)();
+  bool (Passes::*thorough)();  // with a plan of the whole volume; null where there is none
 };
 
 inline constexpr std::array<PassRow, kPassCount> kPasses = {{
     {Pass::Defrag, "Defrag", 'd', "defrag", "Make fragmented files contiguous", "Defragmentation",
-     false, true, &Passes::defrag},
+     false, true, &Passes::defrag, &Passes::ThoroughDefrag},
     {Pass::Optimize, "Optimize", 'o', "optimize", "Arrange files by class", "Optimization", true,
-     true, &Passes::optimizequick},
+     true, &Passes::optimizequick, nullptr},
     {Pass::Compact, "Compact", 'c', "compact", "Close the gaps between files", "Compaction", true,
-     false, &Passes::compactquick},
+     false, &Passes::compactquick, nullptr},
 }};
 
 constexpr const PassRow& RowOf(Pass pass) { return kPasses[static_cast<std::size_t>(pass)]; }

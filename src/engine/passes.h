@@ -26,6 +26,9 @@ class Passes {
   // the files beyond the optimize area forward, then defragments.
   bool optimizequick();
 
+  // Plans the whole volume, and makes every file contiguous for which there is a way.
+  bool ThoroughDefrag();
+
   // Gathers directories in front and pulls the files beyond the optimize area forward.
   bool compactquick();
 

@@ -182,7 +182,8 @@ void DefragWindow::RunPass(Pass pass) {
   const PassRow& row = RowOf(pass);
   engine.record.Forget();
   ShowResult();
-  last_run_failed = !(engine.passes.*row.run)();
+  const bool thorough = flags_.Thorough && row.thorough != nullptr;
+  last_run_failed = !(engine.passes.*(thorough ? row.thorough : row.run))();
   ShowResult();
   flags_.AnalysisValid = False;
   caption = IdleCaption();

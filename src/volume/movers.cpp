@@ -30,6 +30,15 @@ FreeRun Largest(const FreeRunList& gaps) {
   return largest == gaps.end() ? FreeRun{} : *largest;
 }
 
+bool IsFree(const FreeRunList& gaps, std::int32_t lcn, std::int32_t length) {
+  const auto above =
+      std::upper_bound(gaps.begin(), gaps.end(), lcn,
+                       [](std::int32_t target, const FreeRun& gap) { return target < gap.start; });
+  if (above == gaps.begin()) return false;
+  const FreeRun& gap = *(above - 1);
+  return lcn - gap.start <= gap.length - length;
+}
+
 bool IsMasterFileTable(const std::string& path) {
   return path.size() > 2 && path.substr(2) == "\\$MFT";
 }
@@ -69,13 +78,13 @@ struct Movers::Item {
 };
 
 ErrorCode Movers::MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
-                               std::uint32_t count, std::int64_t starting_lcn) {
+                               std::uint32_t count, std::int64_t starting_lcn, bool must_finish) {
   view_.SetActivity(activity_colour::kMoving);
   platform_.desktop.DoEvents();
-  const auto reached = [this](std::int64_t moved) {
+  const auto reached = [this, must_finish](std::int64_t moved) {
     statistics.clusters_in_hand = moved;
     platform_.desktop.DoEvents();
-    return flags_.StopRequested != False;
+    return flags_.StopRequested != False && !must_finish;
   };
   ErrorCode result = error::kOperationAborted;
   if (!flags_.ProgramEnded) {
@@ -303,6 +312,69 @@ std::int64_t Movers::MoveInPieces(Item& item, FreeRun largest) {
   }
   if (moved < item.Size()) GiveUp(item, NotMoved::NoGap);
   return result;
+}
+
+Movers::Planned Movers::MovePlanned(const std::string& path, const std::vector<Leg>& legs,
+                                    bool must_finish) {
+  Item item;
+  if (!Begin("THR:", path, item)) return Planned::CannotOpen;
+  struct Request {
+    std::int64_t vcn = 0;
+    std::int64_t count = 0;
+    std::int64_t target = 0;
+    std::vector<Leg> legs = {};  // what it is made of
+  };
+  std::vector<Request> requests;
+  for (const Leg& leg : legs) {
+    if (!IsFree(*item.gaps, leg.to, leg.length)) return Planned::Changed;
+    std::int64_t found = 0;
+    std::int64_t vcn = 0;
+    for (const Extent& extent : item.extents.extents) {
+      const std::int64_t end = extent.Lcn + extent.NextVcn - vcn;
+      const std::int64_t first = std::max<std::int64_t>(extent.Lcn, leg.from);
+      const std::int64_t last = std::min<std::int64_t>(end, std::int64_t{leg.from} + leg.length);
+      if (extent.Lcn >= 0 && first < last) {
+        const std::int64_t first_vcn = vcn + first - extent.Lcn;
+        const std::int64_t target = leg.to + (first - leg.from);
+        if (requests.empty() || requests.back().vcn + requests.back().count != first_vcn ||
+            requests.back().target + requests.back().count != target) {
+          requests.push_back({first_vcn, 0, target});
+        }
+        requests.back().count += last - first;
+        requests.back().legs.push_back({static_cast<std::int32_t>(target),
+                                        static_cast<std::int32_t>(first),
+                                        static_cast<std::int32_t>(last - first)});
+        found += last - first;
+      }
+      vcn = extent.NextVcn;
+    }
+    if (found != leg.length) return Planned::Changed;
+  }
+  const auto move = [&](std::int64_t vcn, std::int64_t count, std::int64_t target) {
+    return MoveClusters(geometry_.VolumeHandle, item.file.get(), vcn, RequestCount(count), target,
+                        must_finish);
+  };
+  for (std::size_t i = 0; i < requests.size(); ++i) {
+    const Request& request = requests[i];
+    item.refusal = move(request.vcn, request.count, request.target);
+    if (item.refusal == error::kSuccess) {
+      ++statistics.moves;
+      statistics.clusters_moved += request.count;
+      continue;
+    }
+    for (std::size_t back = i; back-- > 0;) {
+      std::int64_t vcn = requests[back].vcn;
+      for (const Leg& leg : requests[back].legs) {
+        move(vcn, leg.length, leg.to);
+        vcn += leg.length;
+      }
+    }
+    if (Stopped(item.refusal)) return Planned::Stopped;
+    ++statistics.refused;
+    GiveUp(item, NotMoved::Refused);
+    return Planned::Refused;
+  }
+  return Planned::Done;
 }
 
 }  // namespace vornalux

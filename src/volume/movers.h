@@ -73,7 +73,7 @@ class Movers {
   // One request to the file system. Every few megabytes the user and the timers get their turn; a
   // stop asks the host to give the move up.
   ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn, std::uint32_t count,
-                         std::int64_t starting_lcn);
+                         std::int64_t starting_lcn, bool must_finish = false);
 
   // How a target must shift so that a shadow copy sees aligned moves: 0 not at all, 1 too small to
   // align, 3 not possible on this cluster size, else 3 + the shift in clusters. A positive distance
@@ -89,6 +89,17 @@ class Movers {
   std::int64_t PlacePrefetchFile(const std::string& path);
   // DFR: in one piece into the lowest gap that holds it, else in pieces, largest gap first.
   std::int64_t DefragmentFile(const std::string& path);
+  // Planned moves of one file, to targets that are all free: clusters that lie from LCN `from` on,
+  // holes between them left out, to those from `to` on. All or nothing. What must finish is not
+  // given up by a stop.
+  struct Leg {
+    std::int32_t from = 0;
+    std::int32_t to = 0;
+    std::int32_t length = 0;
+  };
+  enum class Planned { Done, Changed, CannotOpen, Refused, Stopped };
+  Planned MovePlanned(const std::string& path, const std::vector<Leg>& legs, bool must_finish);
+
   // DFR for the master file table: in one piece only when it begins behind the front area, into a
   // gap that begins in it; in pieces when it is in twelve or more.
   std::int64_t DefragmentFileInFront(const std::string& path, bool use_reserved_front);

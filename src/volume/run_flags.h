@@ -9,6 +9,7 @@ namespace vornalux {
 struct RunFlags {
   Boolean DebugLog = False;         // trace lines go to the debug window
   Boolean VssSafe = False;          // keep moves aligned for volume shadow copies
+  Boolean Thorough = False;         // a pass that can plans the whole volume first
   Boolean StopRequested = False;    // every walk and pass ends at its next check
   Boolean OptimizeMode = False;     // the walk fills the class lists
   Boolean ClassListsValid = False;  // the class lists describe the volume as it is

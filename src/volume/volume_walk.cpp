@@ -1,17 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "volume/volume_walk.h"
 
-#include <memory>
-#include <utility>
+#include "volume/tree_visit.h"
 
 namespace vornalux {
-namespace {
-
-// Windows' limit of 32,767 UTF-16 units, each at most three bytes here. Also what ends a walk
-// through a folder that contains itself.
-constexpr std::size_t kLongestPath = std::size_t{3} * 32767;
-
-}  // namespace
 
 bool VolumeWalk::UnderPrefetch(const std::string& path) const {
   return !PrefetchDir.empty() && path.starts_with(PrefetchDir);
@@ -55,36 +47,10 @@ void VolumeWalk::AddFile(const std::string& path) {
 }
 
 void VolumeWalk::WalkFolder(const std::string& folder) {
-  // The folders being enumerated, outermost first: the depth of a tree must not cost call stack.
-  struct Level {
-    std::string path;
-    std::unique_ptr<FolderSearch> search;
-  };
   table_.Clear();
-  std::vector<Level> levels;
-  const auto enter = [&](std::string path) {
-    if (path.size() > kLongestPath) return;
-    if (auto search = platform_.files.FindFirst(path + "*")) {
-      levels.push_back({std::move(path), std::move(search)});
-    }
-  };
-  enter(folder);
-  FolderEntry entry;
-  while (!levels.empty() && !flags_.StopRequested) {
-    if (!levels.back().search->Next(entry)) {
-      levels.pop_back();
-      continue;
-    }
-    if (entry.attributes & attribute::kReparsePoint) continue;
-    std::string path = levels.back().path + entry.name;
-    if (!(entry.attributes & attribute::kDirectory)) {
-      AddFile(path);
-    } else if (!entry.name.starts_with('.')) {
-      AddFolder(path);
-      platform_.desktop.DoEvents();
-      enter(std::move(path) + "\\");
-    }
-  }
+  VisitTree(platform_, flags_, folder, [this](const std::string& path, bool is_folder) {
+    is_folder ? AddFolder(path) : AddFile(path);
+  });
   table_.Trim();
   if (flags_.OptimizeMode && !flags_.StopRequested) flags_.ClassListsValid = True;
 }

@@ -281,6 +281,9 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
     });
     AddVolumeOptions(*command, options, raw);
     AddWorkOptions(*command, options);
+    if (row.thorough != nullptr) {
+      command->add_flag("--thorough", options.thorough, "Plan the whole volume, then move");
+    }
   }
   CLI::App* job = add("job", "Carry out a job line", Command::Job);
   job->footer(kJobFooterBegin + PassSwitches() + kJobFooterEnd + "\n" + kFooter);

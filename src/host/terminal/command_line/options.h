@@ -34,6 +34,7 @@ struct Options {
   std::string directory;                      // below the root, "Users\bob"; empty: all
   std::string exclude;                        // "*.iso; *.vhd"
   std::optional<std::string> windows_folder;  // "C:\Windows"
+  bool thorough = false;
   bool vss_safe = false;
   bool drop_restore_points = false;
   bool dry_run = false;  // all as it would be, without a byte written

@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "engine/plan/sorted_chunks.h"
+
+namespace vornalux::plan {
+
+// Clusters [lcn, lcn + length).
+struct Run {
+  std::int32_t lcn = 0;
+  std::int32_t length = 0;
+
+  std::int32_t End() const { return lcn + length; }
+  bool Meets(const Run& other) const { return lcn < other.End() && other.lcn < End(); }
+  friend bool operator==(const Run&, const Run&) = default;
+};
+
+// The clusters of one file, in the file's order.
+struct FileRuns {
+  std::vector<Run> runs;  // holes left out; runs that touch count as one piece
+};
+
+// A volume to be planned. Runs lie within the volume and no two meet; what belongs to nobody here
+// is free.
+struct Volume {
+  std::int32_t clusters = 0;
+  std::vector<FileRuns> files;  // those that can be moved
+  std::vector<Run> blocked;     // what cannot be moved, and free places to be kept free
+};
+
+// One request to the file system: clusters of a file, in one run, to clusters that are free then.
+struct Move {
+  std::int32_t file = 0;
+  std::int32_t from = 0;  // LCN
+  std::int32_t to = 0;    // LCN
+  std::int32_t length = 0;
+
+  friend bool operator==(const Move&, const Move&) = default;
+};
+
+// Who has which clusters, while moves are tried, carried out and taken back. Nothing but memory.
+class ClusterSpace {
+ public:
+  // A piece is a run of a file as long as it can be. Linked in the file's order.
+  struct Piece {
+    std::int32_t lcn = 0;
+    std::int32_t length = 0;
+    std::int32_t file = 0;  // kBlocked: nobody's
+    std::int32_t previous = kNone;
+    std::int32_t next = kNone;
+
+    Run Clusters() const { return {lcn, length}; }
+  };
+  static constexpr std::int32_t kNone = -1;
+  static constexpr std::int32_t kBlocked = -1;
+
+  explicit ClusterSpace(const Volume& volume);
+
+  std::int32_t Clusters() const { return clusters_; }
+  std::int32_t FileCount() const { return static_cast<std::int32_t>(files_.size()); }
+  std::int32_t SizeOf(std::int32_t file) const { return files_[Index(file)].size; }
+  std::int32_t PiecesOf(std::int32_t file) const { return files_[Index(file)].pieces; }
+  bool IsFragmented(std::int32_t file) const { return PiecesOf(file) > 1; }
+  // kNone for a file without clusters.
+  std::int32_t FirstPiece(std::int32_t file) const { return files_[Index(file)].first; }
+  const Piece& At(std::int32_t piece) const { return pieces_[Index(piece)]; }
+
+  // The first piece that ends behind lcn, blocked ones included; kNone when there is none.
+  std::int32_t PieceFrom(std::int32_t lcn) const;
+  // The next one in the order of LCNs; the first for kNone.
+  std::int32_t Following(std::int32_t piece) const;
+  bool IsFree(const Run& run) const;
+  // Pieces in the order of LCNs, from PieceFrom(lcn) on, until one is answered with false.
+  template <typename Visitor>
+  void Visit(std::int32_t lcn, Visitor visitor) const {
+    for (auto place = PlaceFrom(lcn); place != by_lcn_.End(); place = by_lcn_.Next(place)) {
+      if (!visitor(At(by_lcn_.At(place).piece))) return;
+    }
+  }
+  // The lcn of the piece that is `count` pieces before that one, or of the first.
+  std::int32_t LcnBefore(std::int32_t lcn, std::int32_t count) const;
+
+  std::int32_t FreeClusters() const { return free_; }
+  std::int32_t GapCount() const { return gap_count_; }
+  // Length 0 when nothing is free.
+  Run LargestGap() const;
+  // The smallest gap, the lowest of equals, of which `length` clusters at its begin or end lie
+  // outside `but_not`; what is given is just those clusters.
+  std::optional<Run> BestFit(std::int32_t length, const Run& but_not = {}) const;
+  // Gaps from the largest down, at most `count`.
+  std::vector<Run> LargestGaps(std::size_t count) const;
+  // The gap that holds a free cluster.
+  Run GapAt(std::int32_t lcn) const;
+
+  // The source lies in one piece; the target is free.
+  void MoveRun(std::int32_t from, std::int32_t to, std::int32_t length);
+  const std::vector<Move>& Moves() const { return moves_; }
+  // Takes back all moves but the first `count`.
+  void TakeBackTo(std::size_t count);
+
+ private:
+  struct File {
+    std::int32_t size = 0;
+    std::int32_t pieces = 0;
+    std::int32_t first = kNone;
+  };
+  struct ByLcn {
+    std::int32_t lcn;
+    std::int32_t piece;
+    friend bool operator<(const ByLcn& a, const ByLcn& b) { return a.lcn < b.lcn; }
+  };
+  struct BySize {
+    std::int32_t length;
+    std::int32_t lcn;
+    friend bool operator<(const BySize& a, const BySize& b) {
+      return a.length != b.length ? a.length < b.length : a.lcn < b.lcn;
+    }
+  };
+
+  SortedChunks<ByLcn>::Place PlaceFrom(std::int32_t lcn) const;
+  static std::size_t Index(std::int32_t number) { return static_cast<std::size_t>(number); }
+  std::int32_t NewPiece(const Piece& piece);
+  // Cuts a piece in two behind its first `length` clusters; gives the second.
+  std::int32_t Split(std::int32_t piece, std::int32_t length);
+  // Makes one of the piece and the one that follows it in the file, where they touch.
+  void Join(std::int32_t piece);
+  void Relocate(std::int32_t from, std::int32_t to, std::int32_t length);
+  void AddGap(const Run& gap);
+  void RemoveGap(const Run& gap);
+
+  std::int32_t clusters_;
+  std::int32_t free_ = 0;
+  std::int32_t gap_count_ = 0;
+  std::vector<File> files_;
+  std::vector<Piece> pieces_;
+  std::vector<std::int32_t> spare_;  // slots of pieces_ without a piece
+  SortedChunks<ByLcn> by_lcn_;
+  SortedChunks<BySize> gaps_;
+  std::vector<Move> moves_;
+};
+
+}  // namespace vornalux::plan

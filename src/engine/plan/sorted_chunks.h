@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <iterator>
+#include <vector>
+
+namespace vornalux::plan {
+
+// A sorted set in chunks of neighbours: little more memory than its keys, and changes cost what one
+// chunk costs.
+template <typename Key>
+class SortedChunks {
+ public:
+  // The place of a key, until the next change.
+  struct Place {
+    std::size_t chunk = 0;
+    std::size_t slot = 0;
+    friend bool operator==(const Place&, const Place&) = default;
+  };
+
+  void Assign(const std::vector<Key>& sorted) {
+    chunks_.clear();
+    for (std::size_t first = 0; first < sorted.size(); first += kFill) {
+      const auto begin = sorted.begin() + static_cast<std::ptrdiff_t>(first);
+      const std::size_t count = std::min(kFill, sorted.size() - first);
+      chunks_.emplace_back(begin, begin + static_cast<std::ptrdiff_t>(count));
+    }
+  }
+
+  void Insert(const Key& key) {
+    if (chunks_.empty()) {
+      chunks_.push_back({key});
+      return;
+    }
+    std::size_t chunk = ChunkOf(key);
+    if (chunks_[chunk].size() >= 2 * kFill) {
+      std::vector<Key>& full = chunks_[chunk];
+      const auto middle = full.begin() + static_cast<std::ptrdiff_t>(kFill);
+      std::vector<Key> upper(middle, full.end());
+      full.erase(middle, full.end());
+      chunks_.insert(chunks_.begin() + static_cast<std::ptrdiff_t>(chunk) + 1, std::move(upper));
+      chunk = ChunkOf(key);
+    }
+    std::vector<Key>& keys = chunks_[chunk];
+    keys.insert(std::lower_bound(keys.begin(), keys.end(), key), key);
+  }
+
+  // The key must be there.
+  void Erase(const Key& key) {
+    const std::size_t chunk = ChunkOf(key);
+    std::vector<Key>& keys = chunks_[chunk];
+    keys.erase(std::lower_bound(keys.begin(), keys.end(), key));
+    if (keys.empty()) chunks_.erase(chunks_.begin() + static_cast<std::ptrdiff_t>(chunk));
+  }
+
+  Place Begin() const { return {}; }
+  Place End() const { return {chunks_.size(), 0}; }
+  // Of the first key that is not below this one.
+  Place LowerBound(const Key& key) const {
+    if (chunks_.empty()) return End();
+    const std::size_t chunk = ChunkOf(key);
+    const std::vector<Key>& keys = chunks_[chunk];
+    const auto found = std::lower_bound(keys.begin(), keys.end(), key);
+    if (found == keys.end()) return {chunk + 1, 0};
+    return {chunk, static_cast<std::size_t>(found - keys.begin())};
+  }
+  const Key& At(const Place& place) const { return chunks_[place.chunk][place.slot]; }
+  Place Next(Place place) const {
+    if (++place.slot == chunks_[place.chunk].size()) place = {place.chunk + 1, 0};
+    return place;
+  }
+  // Not of Begin().
+  Place Previous(Place place) const {
+    if (place.slot == 0) return {place.chunk - 1, chunks_[place.chunk - 1].size() - 1};
+    return {place.chunk, place.slot - 1};
+  }
+
+ private:
+  static constexpr std::size_t kFill = 256;
+
+  // The last chunk that does not begin above the key.
+  std::size_t ChunkOf(const Key& key) const {
+    const auto above =
+        std::upper_bound(chunks_.begin(), chunks_.end(), key,
+                         [](const Key& k, const std::vector<Key>& c) { return k < c.front(); });
+    return above == chunks_.begin() ? 0 : static_cast<std::size_t>(above - chunks_.begin()) - 1;
+  }
+
+  std::vector<std::vector<Key>> chunks_;  // none is empty
+};
+
+}  // namespace vornalux::plan

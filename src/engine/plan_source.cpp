@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "engine/plan_source.h"
+
+#include <algorithm>
+#include <cstdint>
+
+namespace vornalux {
+namespace {
+
+constexpr std::int32_t kGap = -1;
+
+struct Claim {
+  std::int64_t lcn = 0;
+  std::int64_t end = 0;
+  std::int32_t owner = kGap;
+};
+
+template <typename Visitor>
+void EachRun(const std::vector<Extent>& extents, Visitor visit) {
+  std::int64_t vcn = 0;
+  for (const Extent& extent : extents) {
+    if (extent.Lcn >= 0 && extent.NextVcn > vcn) visit(extent.Lcn, extent.NextVcn - vcn);
+    vcn = extent.NextVcn;
+  }
+}
+
+}  // namespace
+
+plan::Volume PlanSource(const std::vector<CensusEntry>& entries, const std::vector<bool>& stays,
+                        const FreeRunList& gaps, std::int32_t clusters) {
+  std::vector<bool> left_out = stays;
+  std::vector<bool> not_free(gaps.size(), false);
+  std::vector<Claim> claims;
+  for (const FreeRun& gap : gaps) claims.push_back({gap.start, gap.start + gap.length, kGap});
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    EachRun(entries[i].extents, [&](std::int64_t lcn, std::int64_t length) {
+      if (lcn > clusters || length > clusters - lcn) {
+        left_out[i] = true;
+      } else {
+        claims.push_back({lcn, lcn + length, static_cast<std::int32_t>(i)});
+      }
+    });
+  }
+  std::sort(claims.begin(), claims.end(),
+            [](const Claim& a, const Claim& b) { return a.lcn < b.lcn; });
+  const auto disputed = [&](const Claim& claim) {
+    if (claim.owner != kGap) {
+      left_out[static_cast<std::size_t>(claim.owner)] = true;
+      return;
+    }
+    const auto gap =
+        std::lower_bound(gaps.begin(), gaps.end(), claim.lcn,
+                         [](const FreeRun& run, std::int64_t lcn) { return run.start < lcn; });
+    not_free[static_cast<std::size_t>(gap - gaps.begin())] = true;
+  };
+  const Claim* furthest = nullptr;
+  for (const Claim& claim : claims) {
+    if (furthest != nullptr && claim.lcn < furthest->end) {
+      disputed(*furthest);
+      disputed(claim);
+    }
+    if (furthest == nullptr || claim.end > furthest->end) furthest = &claim;
+  }
+
+  plan::Volume volume;
+  volume.clusters = clusters;
+  volume.files.resize(entries.size());
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    if (left_out[i]) continue;
+    EachRun(entries[i].extents, [&](std::int64_t lcn, std::int64_t length) {
+      volume.files[i].runs.push_back(
+          {static_cast<std::int32_t>(lcn), static_cast<std::int32_t>(length)});
+    });
+  }
+  std::int64_t end = 0;
+  std::size_t gap = 0;
+  const auto block_until = [&](std::int64_t lcn) {
+    if (lcn > end) {
+      volume.blocked.push_back(
+          {static_cast<std::int32_t>(end), static_cast<std::int32_t>(lcn - end)});
+    }
+  };
+  for (const Claim& claim : claims) {
+    const bool stays_blocked =
+        claim.owner == kGap ? not_free[gap++] : left_out[static_cast<std::size_t>(claim.owner)];
+    if (stays_blocked) continue;
+    block_until(claim.lcn);
+    end = claim.end;
+  }
+  block_until(clusters);
+  return volume;
+}
+
+}  // namespace vornalux

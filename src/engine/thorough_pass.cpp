@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include <set>
+#include <string>
+#include <vector>
+
+#include "engine/busy_window.h"
+#include "engine/passes.h"
+#include "engine/plan/plan.h"
+#include "engine/plan_source.h"
+#include "volume/volume_census.h"
+
+namespace vornalux {
+namespace {
+
+// A volume that others work on changes under a plan; one that changes faster than it is planned
+// must not keep the run going for ever.
+constexpr int kNewLooks = 5;
+constexpr int kNewPlans = 100;
+
+// Carries out one plan after the other until one has been carried out to its end.
+class ThoroughRun {
+ public:
+  ThoroughRun(const RunContext& run, const std::string& folder) : run_(run), folder_(folder) {}
+
+  void Run() {
+    for (int look = 0; look < kNewLooks && Look(); ++look) {
+      End end = End::NewPlan;
+      for (int plan = 0; plan < kNewPlans && end == End::NewPlan; ++plan) end = CarryOutPlan();
+      if (end != End::NewLook) return;
+    }
+  }
+
+ private:
+  enum class End { Done, Stopped, NewPlan, NewLook };
+
+  static std::size_t Index(std::int32_t file) { return static_cast<std::size_t>(file); }
+
+  bool Look() {
+    run_.view.SetCaption("Enumerating files on volume " + run_.target.Root());
+    entries_ = TakeCensus(run_.platform, run_.extents, run_.flags, folder_, run_.target.Ntfs());
+    stays_.clear();
+    for (const CensusEntry& entry : entries_) {
+      stays_.push_back(!IncludedBy(run_.target.exclude, entry.path) ||
+                       refused_.contains(entry.path));
+    }
+    return !run_.flags.StopRequested;
+  }
+
+  End CarryOutPlan() {
+    std::int32_t clusters = 0;
+    const FreeRunList& gaps = run_.geometry.GetFreeRuns(clusters);
+    const plan::Plan plan = plan::PlanDefrag(PlanSource(entries_, stays_, gaps, clusters));
+    run_.view.SetCaption("Defragmenting volume " + run_.target.Root());
+    run_.view.SetRange(0, done_ + plan.clusters_moved);
+    run_.view.SetValue(done_);
+    moved_.clear();
+    std::size_t together = 0;  // the first move of those that only make sense together
+    for (std::size_t i = 0; i < plan.moves.size();) {
+      run_.platform.desktop.DoEvents();
+      if (run_.flags.StopRequested && together == i) return End::Stopped;
+      std::vector<Movers::Leg> legs;
+      std::size_t end = i;
+      do {
+        const plan::PlannedMove& move = plan.moves[end];
+        legs.push_back({move.from, move.to, move.length});
+      } while (plan.moves[end++].joined);
+      const plan::PlannedMove& last = plan.moves[end - 1];
+      const auto result = CarryOut(last.file, legs, together != i || last.unfinished);
+      if (result != Movers::Planned::Done) {
+        const bool back = GoBack(plan.moves, together, i);
+        return AfterFailure(last.file, back ? result : Movers::Planned::Changed);
+      }
+      for (const Movers::Leg& leg : legs) done_ += leg.length;
+      run_.view.SetValue(done_);
+      if (run_.view.RedrawsAfterEachFile()) run_.view.RedrawMap(MapLayers::Volume);
+      i = end;
+      if (!last.unfinished) together = i;
+    }
+    for (const plan::Staying& staying : plan.staying) {
+      run_.movers.statistics.failures.push_back(
+          {entries_[Index(staying.file)].path, NotMoved::NoGap, error::kSuccess});
+    }
+    return End::Done;
+  }
+
+  Movers::Planned CarryOut(std::int32_t file, const std::vector<Movers::Leg>& legs,
+                           bool must_finish) {
+    moved_.insert(file);
+    return run_.movers.MovePlanned(entries_[Index(file)].path, legs, must_finish);
+  }
+
+  // Takes back moves [first, end). False when that did not go either.
+  bool GoBack(const std::vector<plan::PlannedMove>& moves, std::size_t first, std::size_t end) {
+    while (end-- > first) {
+      const plan::PlannedMove& move = moves[end];
+      if (CarryOut(move.file, {{move.to, move.from, move.length}}, true) != Movers::Planned::Done) {
+        return false;
+      }
+      done_ -= move.length;
+    }
+    return true;
+  }
+
+  End AfterFailure(std::int32_t file, Movers::Planned result) {
+    if (run_.flags.StopRequested) return End::Stopped;
+    if (result == Movers::Planned::Changed) return End::NewLook;
+    stays_[Index(file)] = true;
+    refused_.insert(entries_[Index(file)].path);
+    for (const std::int32_t each : moved_) {
+      CensusEntry& entry = entries_[Index(each)];
+      entry.extents = run_.extents.ReadExtents(entry.path, false, false).extents;
+    }
+    return End::NewPlan;
+  }
+
+  const RunContext& run_;
+  std::string folder_;
+  std::vector<CensusEntry> entries_;
+  std::vector<bool> stays_;        // entries that are not to be moved
+  std::set<std::string> refused_;  // paths that the system would not move
+  std::set<std::int32_t> moved_;   // entries since the last plan was made
+  std::int64_t done_ = 0;          // clusters
+};
+
+}  // namespace
+
+bool Passes::ThoroughDefrag() {
+  const BusyWindow busy(run_.view);
+  run_.flags.StopRequested = False;
+  if (!run_.view.RedrawMap(MapLayers::Volume)) return false;
+  const std::string folder = run_.target.directory.empty()
+                                 ? run_.target.Root()
+                                 : run_.target.Drive() + "\\" + run_.target.directory + "\\";
+  ThoroughRun(run_, folder).Run();
+  run_.view.SetCurrentFile("");
+  Redraw();
+  EndWithStaleLists();
+  return true;
+}
+
+}  // namespace vornalux

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "volume/tree_visit.h"
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace vornalux {
+namespace {
+
+// Windows' limit of 32,767 UTF-16 units, each at most three bytes here. Also what ends a walk
+// through a folder that contains itself.
+constexpr std::size_t kLongestPath = std::size_t{3} * 32767;
+
+}  // namespace
+
+void VisitTree(Platform& platform, const RunFlags& flags, const std::string& folder,
+               const std::function<void(const std::string& path, bool is_folder)>& visit) {
+  // The folders being enumerated, outermost first: the depth of a tree must not cost call stack.
+  struct Level {
+    std::string path;
+    std::unique_ptr<FolderSearch> search;
+  };
+  std::vector<Level> levels;
+  const auto enter = [&](std::string path) {
+    if (path.size() > kLongestPath) return;
+    if (auto search = platform.files.FindFirst(path + "*")) {
+      levels.push_back({std::move(path), std::move(search)});
+    }
+  };
+  enter(folder);
+  FolderEntry entry;
+  while (!levels.empty() && !flags.StopRequested) {
+    if (!levels.back().search->Next(entry)) {
+      levels.pop_back();
+      continue;
+    }
+    if (entry.attributes & attribute::kReparsePoint) continue;
+    std::string path = levels.back().path + entry.name;
+    if (!(entry.attributes & attribute::kDirectory)) {
+      visit(path, false);
+    } else if (!entry.name.starts_with('.')) {
+      visit(path, true);
+      platform.desktop.DoEvents();
+      enter(std::move(path) + "\\");
+    }
+  }
+}
+
+}  // namespace vornalux
