@@ -15,6 +15,7 @@ constexpr std::size_t kLongestPath = std::size_t{3} * 32767;
 }  // namespace
 
 void VisitTree(Platform& platform, const RunFlags& flags, const std::string& folder,
+               DotFolders dot_folders,
                const std::function<void(const std::string& path, bool is_folder)>& visit) {
   // The folders being enumerated, outermost first: the depth of a tree must not cost call stack.
   struct Level {
@@ -39,7 +40,8 @@ void VisitTree(Platform& platform, const RunFlags& flags, const std::string& fol
     std::string path = levels.back().path + entry.name;
     if (!(entry.attributes & attribute::kDirectory)) {
       visit(path, false);
-    } else if (!entry.name.starts_with('.')) {
+    } else if (entry.name != "." && entry.name != ".." &&
+               (dot_folders == DotFolders::Visited || !entry.name.starts_with('.'))) {
       visit(path, true);
       platform.desktop.DoEvents();
       enter(std::move(path) + "\\");

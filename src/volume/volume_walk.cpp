@@ -48,9 +48,10 @@ void VolumeWalk::AddFile(const std::string& path) {
 
 void VolumeWalk::WalkFolder(const std::string& folder) {
   table_.Clear();
-  VisitTree(platform_, flags_, folder, [this](const std::string& path, bool is_folder) {
-    is_folder ? AddFolder(path) : AddFile(path);
-  });
+  VisitTree(platform_, flags_, folder, DotFolders::LeftOut,
+            [this](const std::string& path, bool is_folder) {
+              is_folder ? AddFolder(path) : AddFile(path);
+            });
   table_.Trim();
   if (flags_.OptimizeMode && !flags_.StopRequested) flags_.ClassListsValid = True;
 }

@@ -112,6 +112,25 @@ std::int64_t PiecesOfAll(const ClusterSpace& space) {
   return pieces;
 }
 
+// The most clusters between two that are blocked.
+std::int32_t LongestUnblocked(const ClusterSpace& space) {
+  std::int32_t longest = 0;
+  std::int32_t begin = 0;
+  space.Visit(0, [&](const ClusterSpace::Piece& piece) {
+    if (piece.file != ClusterSpace::kBlocked) return true;
+    longest = std::max(longest, piece.lcn - begin);
+    begin = piece.Clusters().End();
+    return true;
+  });
+  return std::max(longest, space.Clusters() - begin);
+}
+
+Obstacle ObstacleOf(const ClusterSpace& space, std::int32_t file) {
+  if (space.SizeOf(file) > LongestUnblocked(space)) return Obstacle::Blocked;
+  if (space.SizeOf(file) > space.FreeClusters()) return Obstacle::Space;
+  return Obstacle::NotFound;
+}
+
 // The moves from `first` on that can be one request: consecutive clusters of a file, to clusters
 // that follow each other and are all free beforehand.
 std::size_t EndOfRequest(const ClusterSpace& space, const std::vector<Move>& moves,
@@ -173,7 +192,8 @@ Plan PlanDefrag(const Volume& volume, const Limits& limits) {
     plan.staying.clear();
     for (std::int32_t file = 0; file < planner.Space().FileCount(); ++file) {
       if (!planner.Space().IsFragmented(file)) continue;
-      plan.staying.push_back({file, planner.Space().PiecesOf(file), Obstacle::NotFound});
+      plan.staying.push_back(
+          {file, planner.Space().PiecesOf(file), ObstacleOf(planner.Space(), file)});
     }
   }
   TryMore(volume, limits, best, plan);
