@@ -90,10 +90,7 @@ bool Analysis::AnalyzeVolume() {
     run_.view.SetCaption("Volume " + run_.target.drive);
     return false;
   }
-  const std::string root = run_.target.directory.empty()
-                               ? run_.target.Root()
-                               : run_.target.Drive() + "\\" + run_.target.directory + "\\";
-  const std::vector<ExtentRecord> records = run_.walk.WalkVolume(root, run_.view);
+  const std::vector<ExtentRecord> records = run_.walk.WalkVolume(run_.target.Folder(), run_.view);
   if (run_.flags.StopRequested) {
     run_.view.SetValue(0);
     return true;

@@ -26,7 +26,8 @@ class Passes {
   // the files beyond the optimize area forward, then defragments.
   bool optimizequick();
 
-  // Plans the whole volume, and makes every file contiguous for which there is a way.
+  // Plans the whole volume, and makes every file contiguous for which there is a way. Moves files
+  // that are in one piece as well, where that makes room.
   bool ThoroughDefrag();
 
   // Gathers directories in front and pulls the files beyond the optimize area forward.

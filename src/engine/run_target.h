@@ -14,6 +14,10 @@ struct RunTarget {
 
   std::string Drive() const { return drive.substr(0, 2); }  // "C:"
   std::string Root() const { return drive.substr(0, 3); }   // "C:\"
+  // What a walk begins with: the root or the folder, with a backslash at its end.
+  std::string Folder() const {
+    return directory.empty() ? Root() : Drive() + "\\" + directory + "\\";
+  }
   bool Ntfs() const { return file_system == "NTFS"; }
   std::string MasterFileTable() const { return Drive() + "\\$MFT"; }
 };

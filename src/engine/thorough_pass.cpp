@@ -17,10 +17,24 @@ namespace {
 constexpr int kNewLooks = 5;
 constexpr int kNewPlans = 100;
 
+const char* TextOf(plan::Obstacle obstacle) {
+  switch (obstacle) {
+    case plan::Obstacle::Blocked:
+      return "no room between what cannot be moved";
+    case plan::Obstacle::Space:
+      return "larger than all free space together";
+    case plan::Obstacle::Limit:
+      return "more to move than is allowed";
+    case plan::Obstacle::NotFound:
+      break;
+  }
+  return "no way found";
+}
+
 // Carries out one plan after the other until one has been carried out to its end.
 class ThoroughRun {
  public:
-  ThoroughRun(const RunContext& run, const std::string& folder) : run_(run), folder_(folder) {}
+  explicit ThoroughRun(const RunContext& run) : run_(run) {}
 
   void Run() {
     for (int look = 0; look < kNewLooks && Look(); ++look) {
@@ -37,7 +51,8 @@ class ThoroughRun {
 
   bool Look() {
     run_.view.SetCaption("Enumerating files on volume " + run_.target.Root());
-    entries_ = TakeCensus(run_.platform, run_.extents, run_.flags, folder_, run_.target.Ntfs());
+    entries_ = TakeCensus(run_.platform, run_.extents, run_.flags, run_.target.Folder(),
+                          run_.target.Ntfs());
     stays_.clear();
     for (const CensusEntry& entry : entries_) {
       stays_.push_back(!IncludedBy(run_.target.exclude, entry.path) ||
@@ -77,8 +92,13 @@ class ThoroughRun {
       if (!last.unfinished) together = i;
     }
     for (const plan::Staying& staying : plan.staying) {
+      const CensusEntry& entry = entries_[Index(staying.file)];
       run_.movers.statistics.failures.push_back(
-          {entries_[Index(staying.file)].path, NotMoved::NoGap, error::kSuccess});
+          {entry.path, NotMoved::NoGap, error::kSuccess, entry.extents.back().NextVcn});
+      if (run_.trace.On()) {
+        run_.trace.Line("THR:stays: " + entry.path + ", pieces: " + std::to_string(staying.pieces) +
+                        ", " + TextOf(staying.obstacle));
+      }
     }
     return End::Done;
   }
@@ -114,7 +134,6 @@ class ThoroughRun {
   }
 
   const RunContext& run_;
-  std::string folder_;
   std::vector<CensusEntry> entries_;
   std::vector<bool> stays_;        // entries that are not to be moved
   std::set<std::string> refused_;  // paths that the system would not move
@@ -126,15 +145,20 @@ class ThoroughRun {
 
 bool Passes::ThoroughDefrag() {
   const BusyWindow busy(run_.view);
+  run_.geometry.gap_queries = {};
+  if (!run_.flags.AnalysisValid) {
+    run_.flags.OptimizeMode = False;
+    if (!analysis_.Analyze_This()) return run_.flags.StopRequested != False;
+  }
   run_.flags.StopRequested = False;
-  if (!run_.view.RedrawMap(MapLayers::Volume)) return false;
-  const std::string folder = run_.target.directory.empty()
-                                 ? run_.target.Root()
-                                 : run_.target.Drive() + "\\" + run_.target.directory + "\\";
-  ThoroughRun(run_, folder).Run();
+  record_.Begin(Pass::Defrag);
+  ThoroughRun(run_).Run();
   run_.view.SetCurrentFile("");
   Redraw();
-  EndWithStaleLists();
+  TellUnreadGaps();
+  record_.End();
+  run_.flags.AnalysisValid = False;
+  ShowIdleCaption();
   return true;
 }
 

@@ -14,14 +14,18 @@ constexpr std::size_t kKillsPerRun = 40;
 struct KillCase {
   const char* recipe;
   const char* command;
-  bool snapshots = false;  // that the run gives up
+  const char* option = nullptr;
+
+  // That the run gives up.
+  bool Snapshots() const { return option != nullptr && option == std::string(kDrop); }
+  static constexpr const char* kDrop = "--drop-restore-points";
 };
 
 class KillTest : public MadeVolume, public testing::WithParamInterface<KillCase> {
  protected:
   Arguments Command() const {
     Arguments line = {GetParam().command, Path("work.img"), "--quiet"};
-    if (GetParam().snapshots) line.emplace_back("--drop-restore-points");
+    if (GetParam().option != nullptr) line.emplace_back(GetParam().option);
     return line;
   }
 
@@ -51,7 +55,7 @@ class KillTest : public MadeVolume, public testing::WithParamInterface<KillCase>
 
 TEST_P(KillTest, EveryFileIsWholeAfterTheNextCommand) {
   Make(GetParam().recipe);
-  if (GetParam().snapshots) manifest_ = AddSnapshots(Path("volume.img"), 2);
+  if (GetParam().Snapshots()) manifest_ = AddSnapshots(Path("volume.img"), 2);
   Copy();
   const std::size_t events = CountEvents(Command(), Path("count")).events;
   ASSERT_GT(events, kKillsPerRun) << recipe_;
@@ -62,7 +66,7 @@ TEST_P(KillTest, EveryFileIsWholeAfterTheNextCommand) {
     const ProgramEnd next = RunProgram({"analyze", Path("work.img"), "--quiet"});
     ASSERT_EQ(next.code, 0) << next.err;
     ExpectIntact(Path("work.img"), manifest_);
-    if (GetParam().snapshots) ExpectNoFalseSnapshots();
+    if (GetParam().Snapshots()) ExpectNoFalseSnapshots();
     if (HasFailure()) return;
   }
 }
@@ -72,13 +76,16 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         KillCase{"ntfs size=24M files=300 fragmented=90% pieces=6 fill=70%", "defrag"},
         KillCase{"ntfs size=16M files=200 fragmented=70% fill=60% streams=20%", "optimize"},
-        KillCase{"ntfs size=24M files=200 fragmented=90% fill=60%", "defrag", true},
+        KillCase{"ntfs size=24M files=200 fragmented=90% fill=60%", "defrag", KillCase::kDrop},
+        KillCase{"ntfs size=16M files=200 fragmented=90% fill=95%", "defrag", "--thorough"},
         KillCase{"fat12 size=4M files=100 fragmented=90% fill=70%", "defrag"},
         KillCase{"fat16 size=16M files=250 fragmented=90% fill=70%", "compact"},
         KillCase{"fat32 size=40M cluster=512 files=300 fragmented=90% fill=60%", "optimize"}),
     [](const auto& param) {
       return FileSystemOf(param.param.recipe) + "_" + param.param.command +
-             (param.param.snapshots ? "_snapshots" : "");
+             (param.param.Snapshots() ? "_snapshots"
+              : param.param.option    ? "_thorough"
+                                      : "");
     });
 
 }  // namespace

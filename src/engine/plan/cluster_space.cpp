@@ -24,6 +24,7 @@ ClusterSpace::ClusterSpace(const Volume& volume) : clusters_(volume.clusters) {
       ++facts.pieces;
     }
     files_.push_back(facts);
+    piece_count_ += facts.pieces;
   }
   for (const Run& run : volume.blocked) {
     if (run.length > 0) NewPiece({run.lcn, run.length, kBlocked, kNone, kNone});
@@ -146,6 +147,7 @@ std::int32_t ClusterSpace::Split(std::int32_t piece, std::int32_t length) {
   if (whole.next != kNone) pieces_[Index(whole.next)].previous = rest;
   by_lcn_.Insert({whole.lcn + length, rest});
   ++files_[Index(whole.file)].pieces;
+  ++piece_count_;
   return rest;
 }
 
@@ -160,6 +162,7 @@ void ClusterSpace::Join(std::int32_t piece) {
   if (gone.next != kNone) pieces_[Index(gone.next)].previous = piece;
   spare_.push_back(next);
   --files_[Index(gone.file)].pieces;
+  --piece_count_;
 }
 
 void ClusterSpace::Relocate(std::int32_t from, std::int32_t to, std::int32_t length) {
@@ -186,6 +189,7 @@ void ClusterSpace::Relocate(std::int32_t from, std::int32_t to, std::int32_t len
 }
 
 void ClusterSpace::MoveRun(std::int32_t from, std::int32_t to, std::int32_t length) {
+  clusters_moved_ += length;
   moves_.push_back({At(PieceFrom(from)).file, from, to, length});
   Relocate(from, to, length);
 }
@@ -194,6 +198,7 @@ void ClusterSpace::TakeBackTo(std::size_t count) {
   while (moves_.size() > count) {
     const Move move = moves_.back();
     moves_.pop_back();
+    clusters_moved_ -= move.length;
     Relocate(move.to, move.from, move.length);
   }
 }

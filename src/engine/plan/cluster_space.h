@@ -65,6 +65,8 @@ class ClusterSpace {
   std::int32_t FileCount() const { return static_cast<std::int32_t>(files_.size()); }
   std::int32_t SizeOf(std::int32_t file) const { return files_[Index(file)].size; }
   std::int32_t PiecesOf(std::int32_t file) const { return files_[Index(file)].pieces; }
+  // Of all files.
+  std::int64_t PieceCount() const { return piece_count_; }
   bool IsFragmented(std::int32_t file) const { return PiecesOf(file) > 1; }
   // kNone for a file without clusters.
   std::int32_t FirstPiece(std::int32_t file) const { return files_[Index(file)].first; }
@@ -100,6 +102,7 @@ class ClusterSpace {
   // The source lies in one piece; the target is free.
   void MoveRun(std::int32_t from, std::int32_t to, std::int32_t length);
   const std::vector<Move>& Moves() const { return moves_; }
+  std::int64_t ClustersMoved() const { return clusters_moved_; }
   // Takes back all moves but the first `count`.
   void TakeBackTo(std::size_t count);
 
@@ -136,6 +139,8 @@ class ClusterSpace {
   std::int32_t clusters_;
   std::int32_t free_ = 0;
   std::int32_t gap_count_ = 0;
+  std::int64_t piece_count_ = 0;
+  std::int64_t clusters_moved_ = 0;
   std::vector<File> files_;
   std::vector<Piece> pieces_;
   std::vector<std::int32_t> spare_;  // slots of pieces_ without a piece

@@ -7,18 +7,14 @@ namespace vornalux::plan {
 namespace {
 
 constexpr std::size_t kPlacesTried = 40;
+constexpr std::size_t kPlacesTriedInHaste = 4;  // when much has been looked at already
+constexpr std::int64_t kMoveInVain = 20;        // costs as much as looking at so many segments
 constexpr std::size_t kPartsTried = 8;
 constexpr std::size_t kGapsTried = 8;
 constexpr std::int32_t kNeighbours = 64;    // segments on either side of a gap
 constexpr std::int64_t kSlideMoves = 4096;  // requests that one gathering may need
 
 }  // namespace
-
-std::int64_t Mending::MovedSince(std::size_t mark) const {
-  std::int64_t clusters = 0;
-  for (std::size_t i = mark; i < space_.Moves().size(); ++i) clusters += space_.Moves()[i].length;
-  return clusters;
-}
 
 Mending::Chain Mending::WholeFile(std::int32_t file) const {
   Chain chain{file, space_.SizeOf(file), true, {}};
@@ -285,18 +281,21 @@ std::vector<Mending::Place> Mending::PlacesToVacate(const Chain& chain) {
   places.erase(std::unique(places.begin(), places.end(),
                            [](const Place& a, const Place& b) { return a.start == b.start; }),
                places.end());
-  if (places.size() > kPlacesTried) places.resize(kPlacesTried);
+  const std::size_t tried = scan_budget_ > 0 ? kPlacesTried : kPlacesTriedInHaste;
+  if (places.size() > tried) places.resize(tried);
   return places;
 }
 
 bool Mending::IntoVacatedPlace(std::int32_t file, std::int64_t limit) {
   const Chain chain = WholeFile(file);
+  const std::int64_t before = space_.ClustersMoved();
   for (const Place& place : PlacesToVacate(chain)) {
     const std::size_t mark = space_.Moves().size();
     if (Vacate(chain, {place.start, chain.size}) && Bring(chain, place.start) &&
-        MovedSince(mark) <= limit) {
+        space_.ClustersMoved() - before <= limit) {
       return true;
     }
+    scan_budget_ -= kMoveInVain * static_cast<std::int64_t>(space_.Moves().size() - mark);
     space_.TakeBackTo(mark);
   }
   return false;
@@ -340,6 +339,7 @@ bool Mending::IntoGatheredGap(std::int32_t file, std::int64_t limit) {
     }
   }
   if (best.used == kNoWay || best.used + size > limit) return false;
+  const std::int64_t before = space_.ClustersMoved();
   const std::size_t mark = space_.Moves().size();
   std::int32_t cursor = best.begin;
   for (;;) {
@@ -352,7 +352,7 @@ bool Mending::IntoGatheredGap(std::int32_t file, std::int64_t limit) {
     }
     cursor += clusters.length;
   }
-  if (Bring(WholeFile(file), cursor) && MovedSince(mark) <= limit) return true;
+  if (Bring(WholeFile(file), cursor) && space_.ClustersMoved() - before <= limit) return true;
   space_.TakeBackTo(mark);
   return false;
 }

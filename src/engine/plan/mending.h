@@ -77,7 +77,6 @@ class Mending {
   bool Vacate(const Chain& chain, const Run& window);
   bool Bring(Chain chain, std::int32_t start);
   bool Slide(std::int32_t from, std::int32_t to, std::int32_t length);
-  std::int64_t MovedSince(std::size_t mark) const;
 
   ClusterSpace& space_;
   std::int64_t scan_budget_;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include <algorithm>
+#include <limits>
 #include <tuple>
+#include <utility>
 
 #include "engine/plan/every_way.h"
 #include "engine/plan/mending.h"
@@ -14,6 +16,7 @@ enum class Order { LargestFirst, SmallestFirst, MostPiecesPerCluster };
 constexpr Order kOrders[] = {Order::LargestFirst, Order::SmallestFirst,
                              Order::MostPiecesPerCluster};
 constexpr int kRounds = 8;
+constexpr std::int64_t kManyPieces = 200'000;
 
 Figures FiguresOf(const ClusterSpace& space) {
   Figures figures;
@@ -25,6 +28,12 @@ Figures FiguresOf(const ClusterSpace& space) {
   figures.gaps = space.GapCount();
   figures.largest_gap = space.LargestGap().length;
   return figures;
+}
+
+std::int64_t ClustersOf(const std::vector<Move>& moves) {
+  std::int64_t clusters = 0;
+  for (const Move& move : moves) clusters += move.length;
+  return clusters;
 }
 
 class DefragPlanner {
@@ -49,7 +58,7 @@ class DefragPlanner {
       if (!progress) {
         progress = EachFile([&](std::int32_t file) {
           const std::size_t mark = space_.Moves().size();
-          if (mending_.IntoFewerPieces(file) && Moved() <= limit_) return true;
+          if (mending_.IntoFewerPieces(file) && Left() >= 0) return true;
           space_.TakeBackTo(mark);
           return false;
         });
@@ -59,20 +68,9 @@ class DefragPlanner {
   }
 
   const ClusterSpace& Space() const { return space_; }
-  std::int64_t Moved() {
-    for (; counted_ < space_.Moves().size(); ++counted_) {
-      moved_ += space_.Moves()[counted_].length;
-    }
-    if (counted_ > space_.Moves().size()) {
-      counted_ = 0;
-      moved_ = 0;
-      return Moved();
-    }
-    return moved_;
-  }
 
  private:
-  std::int64_t Left() { return limit_ - Moved(); }
+  std::int64_t Left() const { return limit_ - space_.ClustersMoved(); }
 
   template <typename Way>
   bool EachFile(Way way) {
@@ -102,15 +100,7 @@ class DefragPlanner {
   Mending mending_;
   Order order_;
   std::int64_t limit_;
-  std::int64_t moved_ = 0;
-  std::size_t counted_ = 0;
 };
-
-std::int64_t PiecesOfAll(const ClusterSpace& space) {
-  std::int64_t pieces = 0;
-  for (std::int32_t file = 0; file < space.FileCount(); ++file) pieces += space.PiecesOf(file);
-  return pieces;
-}
 
 // The most clusters between two that are blocked.
 std::int32_t LongestUnblocked(const ClusterSpace& space) {
@@ -125,10 +115,11 @@ std::int32_t LongestUnblocked(const ClusterSpace& space) {
   return std::max(longest, space.Clusters() - begin);
 }
 
-Obstacle ObstacleOf(const ClusterSpace& space, std::int32_t file) {
-  if (space.SizeOf(file) > LongestUnblocked(space)) return Obstacle::Blocked;
-  if (space.SizeOf(file) > space.FreeClusters()) return Obstacle::Space;
-  return Obstacle::NotFound;
+Obstacle ObstacleOf(std::int32_t size, const ClusterSpace& space, std::int32_t longest_unblocked,
+                    const Limits& limits) {
+  if (size > longest_unblocked) return Obstacle::Blocked;
+  if (size > space.FreeClusters()) return Obstacle::Space;
+  return limits.clusters < Limits().clusters ? Obstacle::Limit : Obstacle::NotFound;
 }
 
 // The moves from `first` on that can be one request: consecutive clusters of a file, to clusters
@@ -152,70 +143,61 @@ std::size_t EndOfRequest(const ClusterSpace& space, const std::vector<Move>& mov
   return end;
 }
 
-// Small volumes are searched to the end: there a few clusters in the way are much.
-void TryMore(const Volume& volume, const Limits& limits, std::vector<Move>& moves, Plan& plan) {
-  ClusterSpace space(volume);
-  std::int64_t pieces = PiecesOfAll(space);
-  std::int64_t clusters = 0;
-  for (const Move& move : moves) space.MoveRun(move.from, move.to, move.length);
-  for (const Move& move : moves) clusters += move.length;
-  pieces = PiecesOfAll(space);
-  space.TakeBackTo(0);
-  std::vector<Move> better = TryEveryWay(space, pieces, clusters);
-  if (better.empty()) return;
-  std::int64_t moved = 0;
-  for (const Move& move : better) moved += move.length;
-  if (moved > limits.clusters) return;
-  moves = std::move(better);
-  plan.clusters_moved = moved;
+// The best that the orders of mending find. Large volumes are planned once only: the time counts.
+std::vector<Move> BestMending(const Volume& volume, const Limits& limits) {
+  std::vector<Move> best;
+  std::tuple<std::int64_t, std::int64_t> best_rank{std::numeric_limits<std::int64_t>::max(), 0};
+  for (const Order order : kOrders) {
+    DefragPlanner planner(volume, order, limits.clusters);
+    planner.MakePlan();
+    const std::tuple rank{planner.Space().PieceCount(), ClustersOf(planner.Space().Moves())};
+    if (rank >= best_rank) continue;
+    best_rank = rank;
+    best = planner.Space().Moves();
+    if (std::ssize(volume.blocked) + planner.Space().PieceCount() > kManyPieces) break;
+  }
+  return best;
 }
 
 }  // namespace
 
 Plan PlanDefrag(const Volume& volume, const Limits& limits) {
+  std::vector<Move> moves = BestMending(volume, limits);
+  ClusterSpace space(volume);
   Plan plan;
-  std::vector<Move> best;
-  std::tuple<std::int64_t, std::int64_t> best_rank;
-  bool none_yet = true;
-  for (const Order order : kOrders) {
-    DefragPlanner planner(volume, order, limits.clusters);
-    if (none_yet) plan.before = FiguresOf(planner.Space());
-    planner.MakePlan();
-    const Figures after = FiguresOf(planner.Space());
-    const std::tuple rank{after.pieces - after.fragmented, planner.Moved()};
-    if (!none_yet && rank >= best_rank) continue;
-    none_yet = false;
-    best_rank = rank;
-    best = planner.Space().Moves();
-    plan.after = after;
-    plan.clusters_moved = planner.Moved();
-    plan.staying.clear();
-    for (std::int32_t file = 0; file < planner.Space().FileCount(); ++file) {
-      if (!planner.Space().IsFragmented(file)) continue;
-      plan.staying.push_back(
-          {file, planner.Space().PiecesOf(file), ObstacleOf(planner.Space(), file)});
-    }
-  }
-  TryMore(volume, limits, best, plan);
-  ClusterSpace replay(volume);
+  plan.before = FiguresOf(space);
+  for (const Move& move : moves) space.MoveRun(move.from, move.to, move.length);
+  const std::int64_t pieces = space.PieceCount();
+  space.TakeBackTo(0);
+  // Small volumes are searched to the end: there a few clusters in the way are much.
+  std::vector<Move> better = TryEveryWay(space, pieces, ClustersOf(moves));
+  if (!better.empty() && ClustersOf(better) <= limits.clusters) moves = std::move(better);
+  plan.clusters_moved = ClustersOf(moves);
+
   std::vector<std::int32_t> fewest;
-  for (std::int32_t file = 0; file < replay.FileCount(); ++file) {
-    fewest.push_back(replay.PiecesOf(file));
+  for (std::int32_t file = 0; file < space.FileCount(); ++file) {
+    fewest.push_back(space.PiecesOf(file));
   }
   std::int32_t worse = 0;
-  for (std::size_t first = 0; first < best.size();) {
-    const std::size_t end = EndOfRequest(replay, best, first);
-    const std::int32_t file = best[first].file;
+  for (std::size_t first = 0; first < moves.size();) {
+    const std::size_t end = EndOfRequest(space, moves, first);
+    const std::int32_t file = moves[first].file;
     std::int32_t& least = fewest[static_cast<std::size_t>(file)];
-    const bool was_worse = replay.PiecesOf(file) > least;
+    const bool was_worse = space.PiecesOf(file) > least;
     for (; first < end; ++first) {
-      replay.MoveRun(best[first].from, best[first].to, best[first].length);
-      plan.moves.push_back({best[first], first + 1 < end, false});
+      space.MoveRun(moves[first].from, moves[first].to, moves[first].length);
+      plan.moves.push_back({moves[first], first + 1 < end, false});
     }
-    const std::int32_t pieces = replay.PiecesOf(file);
-    least = std::min(least, pieces);
-    worse += (pieces > least ? 1 : 0) - (was_worse ? 1 : 0);
+    least = std::min(least, space.PiecesOf(file));
+    worse += (space.PiecesOf(file) > least ? 1 : 0) - (was_worse ? 1 : 0);
     plan.moves.back().unfinished = worse > 0;
+  }
+  plan.after = FiguresOf(space);
+  const std::int32_t longest = plan.after.fragmented > 0 ? LongestUnblocked(space) : 0;
+  for (std::int32_t file = 0; file < space.FileCount(); ++file) {
+    if (!space.IsFragmented(file)) continue;
+    plan.staying.push_back(
+        {file, space.PiecesOf(file), ObstacleOf(space.SizeOf(file), space, longest, limits)});
   }
   return plan;
 }

@@ -76,6 +76,8 @@ TEST_F(ProgramTest, ExitCodesSayWhatWentWrong) {
   const Case kCases[] = {
       {{"analyze", image_}, 0, ""},
       {{"defrag", image_}, 0, ""},
+      {{"defrag", image_, "--thorough", "--vss-safe"}, 2, "--vss-safe excludes --thorough"},
+      {{"optimize", image_, "--thorough"}, 2, "--thorough"},
       {{"optimize", image_}, 0, ""},
       {{"compact", image_}, 0, ""},
       {{"analyze", Path("text")}, 3, "no FAT or NTFS volume"},

@@ -282,7 +282,8 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
     AddVolumeOptions(*command, options, raw);
     AddWorkOptions(*command, options);
     if (row.thorough != nullptr) {
-      command->add_flag("--thorough", options.thorough, "Plan the whole volume, then move");
+      command->add_flag("--thorough", options.thorough, "Plan first: every file in one piece")
+          ->excludes("--vss-safe");
     }
   }
   CLI::App* job = add("job", "Carry out a job line", Command::Job);

@@ -35,7 +35,7 @@ Session::Session(const Options& options, TerminalDesktop& desktop, Charset chars
   SetUpDebugLog(options, outputs);
   program_->launcher.ExcludeTxt.text = options.exclude;
   if (options.vss_safe) program_->launcher.VSS_LIVE.Click();
-  if (options.thorough) program_->flags.Thorough = True;
+  program_->flags.Thorough = ToBoolean(options.thorough);
 }
 
 Session::~Session() { desktop_.Unbind(); }

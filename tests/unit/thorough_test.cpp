@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// Thorough runs on simulated volumes, with refusals, changes underneath, and stops at every point.
+#include <map>
+
+#include "unit/rig.h"
+
+namespace vornalux::testing {
+namespace {
+
+int PiecesOf(const std::vector<SimulatedRun>& runs) {
+  int pieces = 0;
+  std::int64_t end = -1;
+  for (const SimulatedRun& run : runs) {
+    if (run.lcn < 0) continue;
+    pieces += run.lcn != end ? 1 : 0;
+    end = run.lcn + run.count;
+  }
+  return pieces;
+}
+
+std::map<std::string, int> AllPieces(SimulatedVolume& volume) {
+  std::map<std::string, int> pieces;
+  std::vector<std::pair<ItemId, std::string>> folders = {{volume.Root(), ""}};
+  while (!folders.empty()) {
+    const auto [folder, path] = folders.back();
+    folders.pop_back();
+    std::vector<FolderItem> items;
+    volume.ListFolder(folder, items);
+    for (const FolderItem& item : items) {
+      const std::string name = path + item.name;
+      pieces[name] = PiecesOf(volume.RunsOf(name));
+      if (item.attributes & attribute::kDirectory) folders.push_back({item.id, name + "\\"});
+    }
+  }
+  return pieces;
+}
+
+struct ThoroughRig : Rig {
+  explicit ThoroughRig(SimulatedVolume& disk) : Rig(disk), before(AllPieces(disk)) {
+    program.flags.Thorough = True;
+  }
+  // No file has more pieces than before.
+  void ExpectNoneWorse() {
+    ExpectSound(*this);
+    for (const auto& [path, pieces] : AllPieces(volume)) EXPECT_LE(pieces, before[path]) << path;
+  }
+  int Fragmented() {
+    int files = 0;
+    for (const auto& [path, pieces] : AllPieces(volume)) files += pieces > 1 ? 1 : 0;
+    return files;
+  }
+
+  std::map<std::string, int> before;
+};
+
+TEST(Thorough, LeavesNothingInPieces) {
+  ForSeeds(60, [](std::uint64_t seed) {
+    RandomVolumeOptions options;
+    options.geometry.file_system = seed % 2 == 0 ? "NTFS" : "FAT32";
+    options.geometry.total_clusters = 4000;
+    options.fill = 0.5 + 0.01 * static_cast<double>(seed % 40);
+    options.fragmented = 0.6;
+    options.reparse = options.locked = options.immovable = 0;
+    options.mft = false;
+    const auto disk = MakeRandomVolume(options, seed);
+    ThoroughRig rig(*disk);
+    rig.Run(Pass::Defrag);
+    rig.ExpectNoneWorse();
+    EXPECT_EQ(rig.Fragmented(), 0);
+    EXPECT_EQ(rig.engine.movers.statistics.refused, 0);
+  });
+}
+
+TEST(Thorough, WhateverFailsNothingGetsWorse) {
+  using Fault = std::function<void(FaultPlan&, SimulatedVolume&, int nth)>;
+  const std::pair<const char*, Fault> faults[] = {
+      {"refused", [](FaultPlan& plan, SimulatedVolume&,
+                     int nth) { plan.RefuseMove({.nth = nth}, error::kAccessDenied); }},
+      {"refused from then on",
+       [](FaultPlan& plan, SimulatedVolume&, int nth) {
+         plan.RefuseMove({.nth = nth, .times = kForEver}, error::kAccessDenied);
+       }},
+      {"cannot be opened",
+       [](FaultPlan& plan, SimulatedVolume&, int nth) {
+         plan.FailOpen({.nth = nth, .times = 3}, error::kSharingViolation);
+       }},
+      {"somebody takes clusters",
+       [](FaultPlan& plan, SimulatedVolume& volume, int nth) {
+         plan.BeforeMove({.nth = nth}, [&volume] {
+           for (std::int64_t lcn = 0; lcn < 300; lcn += 7) volume.TakeClusters(lcn, 1);
+         });
+       }},
+  };
+  for (const auto& [name, fault] : faults) {
+    for (int nth = 1; nth < 40; ++nth) {
+      SCOPED_TRACE(name + (" " + std::to_string(nth)));
+      const auto disk = SmallVolume(static_cast<std::uint64_t>(nth % 7 + 1));
+      ThoroughRig rig(*disk);
+      fault(rig.faults, *disk, nth);
+      rig.Run(Pass::Defrag);
+      EXPECT_EQ(disk->DamagedContent(), std::vector<std::string>());
+      rig.ExpectNoneWorse();
+      if (HasFailure()) return;
+    }
+  }
+}
+
+TEST(Thorough, StoppedAnywhereNothingIsWorse) {
+  const auto count = [](std::size_t nth) {
+    const auto disk = SmallVolume(3);
+    ThoroughRig rig(*disk);
+    ScriptedDesktop& user = rig.machine->User();
+    const std::size_t before = user.DoEventsCount();
+    if (nth > 0) {
+      user.Answer(BoxAnswer::Yes);
+      user.AtDoEvents(before + nth, [&rig] { rig.window.Arretdefrag.Click(); });
+    }
+    rig.Run(Pass::Defrag);
+    rig.ExpectNoneWorse();
+    return user.DoEventsCount() - before;
+  };
+  const std::size_t checkpoints = count(0);
+  ASSERT_GT(checkpoints, 50U);
+  for (std::size_t nth = 1; nth <= checkpoints; ++nth) {
+    SCOPED_TRACE(nth);
+    count(nth);
+    if (HasFailure()) return;
+  }
+}
+
+}  // namespace
+}  // namespace vornalux::testing
