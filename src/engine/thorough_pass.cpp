@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
+#include <algorithm>
 #include <set>
 #include <string>
 #include <vector>
@@ -64,7 +65,8 @@ class ThoroughRun {
   End CarryOutPlan() {
     std::int32_t clusters = 0;
     const FreeRunList& gaps = run_.geometry.GetFreeRuns(clusters);
-    const plan::Plan plan = plan::PlanDefrag(PlanSource(entries_, stays_, gaps, clusters));
+    const plan::Plan plan =
+        plan::PlanDefrag(PlanSource(entries_, stays_, gaps, clusters), {.clusters = Allowed()});
     run_.view.SetCaption("Defragmenting volume " + run_.target.Root());
     run_.view.SetRange(0, done_ + plan.clusters_moved);
     run_.view.SetValue(done_);
@@ -101,6 +103,19 @@ class ThoroughRun {
       }
     }
     return End::Done;
+  }
+
+  // Clusters that may still be moved.
+  std::int64_t Allowed() const {
+    FreeSpace space;
+    if (!run_.flags.MaxMove) return plan::Limits().clusters;
+    if (run_.platform.volumes.FreeSpaceFigures(run_.target.Root(), space) != error::kSuccess) {
+      return 0;
+    }
+    const auto bytes = static_cast<std::uint64_t>(
+        std::max<std::int64_t>(space.sectors_per_cluster * space.bytes_per_sector, 1));
+    constexpr auto most = static_cast<std::uint64_t>(plan::Limits().clusters);
+    return static_cast<std::int64_t>(std::min(*run_.flags.MaxMove / bytes, most)) - done_;
   }
 
   Movers::Planned CarryOut(std::int32_t file, const std::vector<Movers::Leg>& legs,

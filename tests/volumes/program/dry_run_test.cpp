@@ -86,6 +86,25 @@ TEST_F(DryRunTest, TellsWhatTheRunWillDo) {
   }
 }
 
+TEST_F(DryRunTest, MovesNoMoreThanIsAllowed) {
+  Make("fat32 size=40M cluster=512 files=300 fragmented=90% fill=80%");
+  const auto run = [&](const Arguments& more) {
+    const Arguments line = {"defrag", image_, "--thorough", "--dry-run", "--json", "--quiet"};
+    return Json::parse(RunProgram(And(line, more)).out);
+  };
+  const std::int64_t all = run({})["bytes_moved"];
+  std::int64_t before = run({})["before"]["fragmented"];
+  for (const std::int64_t part : {0, 10, 40, 90, 100}) {
+    const std::int64_t allowed = all * part / 100;
+    const Json told = run({"--max-move", std::to_string(allowed)});
+    EXPECT_LE(told["bytes_moved"], allowed);
+    EXPECT_GE(told["bytes_moved"], allowed * 8 / 10);
+    EXPECT_LE(told["after"]["fragmented"], before);
+    before = told["after"]["fragmented"];
+  }
+  EXPECT_EQ(before, 0);
+}
+
 TEST_F(DryRunTest, PicturesAndTextAreOfTheSameRun) {
   Make("fat32 size=64M cluster=512 files=300 fragmented=60% fill=60% partitioned=1");
   const auto run = [&](const Arguments& more) {

@@ -284,6 +284,10 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
     if (row.thorough != nullptr) {
       command->add_flag("--thorough", options.thorough, "Plan first: every file in one piece")
           ->excludes("--vss-safe");
+      command->add_option("--max-move", options.max_move, "With --thorough: move no more than this")
+          ->type_name("BYTES")
+          ->transform(kSize)
+          ->needs("--thorough");
     }
   }
   CLI::App* job = add("job", "Carry out a job line", Command::Job);

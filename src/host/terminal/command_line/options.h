@@ -35,6 +35,7 @@ struct Options {
   std::string exclude;                        // "*.iso; *.vhd"
   std::optional<std::string> windows_folder;  // "C:\Windows"
   bool thorough = false;
+  std::optional<std::uint64_t> max_move;  // bytes
   bool vss_safe = false;
   bool drop_restore_points = false;
   bool dry_run = false;  // all as it would be, without a byte written
