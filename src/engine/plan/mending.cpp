@@ -213,7 +213,7 @@ void Mending::Sweep(const Chain& chain, const std::vector<Segment>& segments,
                     std::vector<Place>& places) const {
   const std::int32_t size = chain.size;
   if (segments.empty()) return;
-  const std::int32_t begin = segments.front().lcn == 0 ? 0 : segments.front().lcn;
+  const std::int32_t begin = segments.front().lcn;
   const std::int32_t end = segments.back().end;
   const auto family = [&](auto start_at) {
     std::size_t first = 0;
