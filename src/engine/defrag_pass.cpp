@@ -6,11 +6,7 @@ namespace vornalux {
 
 bool Passes::defrag() {
   const BusyWindow busy(run_.view);
-  run_.geometry.gap_queries = {};
-  if (!run_.flags.AnalysisValid) {
-    run_.flags.OptimizeMode = False;
-    if (!analysis_.Analyze_This()) return run_.flags.StopRequested != False;
-  }
+  if (!PrepareFragmentLists()) return run_.flags.StopRequested != False;
   const std::vector<std::string>& names = analysis_.lists.FragNames;
   run_.view.SetRange(0, std::ssize(names));
   run_.view.SetValue(0);
@@ -34,11 +30,7 @@ bool Passes::defrag() {
     if (run_.view.RedrawsAfterEachFile()) Redraw();
     Step();
   }
-  Redraw();
-  TellUnreadGaps();
-  record_.End();
-  run_.flags.AnalysisValid = False;
-  ShowIdleCaption();
+  EndDefrag();
   return true;
 }
 

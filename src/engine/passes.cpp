@@ -4,6 +4,22 @@
 
 namespace vornalux {
 
+// What both ways of defragmenting begin with. False when the run ends here.
+bool Passes::PrepareFragmentLists() {
+  run_.geometry.gap_queries = {};
+  if (run_.flags.AnalysisValid) return true;
+  run_.flags.OptimizeMode = False;
+  return analysis_.Analyze_This();
+}
+
+void Passes::EndDefrag() {
+  Redraw();
+  TellUnreadGaps();
+  record_.End();
+  run_.flags.AnalysisValid = False;
+  ShowIdleCaption();
+}
+
 // What Optimize and Compact begin with. False when the run ends here.
 bool Passes::PrepareClassLists() {
   run_.flags.StopRequested = False;

@@ -39,6 +39,8 @@ class Passes {
   void OptimizePhase(const std::vector<std::string>& paths, Mover mover);
   void CompactPhase(const std::vector<std::string>& paths, Mover mover);
 
+  bool PrepareFragmentLists();
+  void EndDefrag();
   bool PrepareClassLists();
   void EndWithStaleLists();
   void TellUnreadGaps();

@@ -160,20 +160,12 @@ class ThoroughRun {
 
 bool Passes::ThoroughDefrag() {
   const BusyWindow busy(run_.view);
-  run_.geometry.gap_queries = {};
-  if (!run_.flags.AnalysisValid) {
-    run_.flags.OptimizeMode = False;
-    if (!analysis_.Analyze_This()) return run_.flags.StopRequested != False;
-  }
+  if (!PrepareFragmentLists()) return run_.flags.StopRequested != False;
   run_.flags.StopRequested = False;
   record_.Begin(Pass::Defrag);
   ThoroughRun(run_).Run();
   run_.view.SetCurrentFile("");
-  Redraw();
-  TellUnreadGaps();
-  record_.End();
-  run_.flags.AnalysisValid = False;
-  ShowIdleCaption();
+  EndDefrag();
   return true;
 }
 
