@@ -35,7 +35,8 @@ bool IsGone(ErrorCode code) { return code == error::kFileNotFound || code == err
 // The volume after a run, file by file.
 class RunRecord::Reading {
  public:
-  Reading(const RunContext& run, const Analysis& analysis, RunSummary& summary, RunEnd end)
+  Reading(const RunContext& run, const Analysis& analysis, const std::vector<LeftByPlan>& left,
+          RunSummary& summary, RunEnd end)
       : run_(run), analysis_(analysis), summary_(summary), end_(std::move(end)) {
     for (const MoveFailure& failure : run.movers.statistics.failures) {
       stories_[failure.path].failure = &failure;
@@ -43,6 +44,7 @@ class RunRecord::Reading {
     for (const MovedInPieces& pieces : run.movers.statistics.in_pieces) {
       stories_[pieces.path].in_pieces = &pieces;
     }
+    for (const LeftByPlan& file : left) stories_[file.path].left = &file;
   }
 
   void ReadAll() {
@@ -128,6 +130,7 @@ void RunRecord::Begin(Pass pass) {
   summary_.reset();
   run_.movers.statistics.Reset();
   begun_ = {};
+  left_.clear();
   begun_.pass = pass;
   begun_.before = analysis_.Figures();
   FreeSpace space;
@@ -135,6 +138,29 @@ void RunRecord::Begin(Pass pass) {
     begun_.cluster_bytes = space.sectors_per_cluster * space.bytes_per_sector;
   }
   started_ = Clock::now();
+}
+
+void RunRecord::NotePlan(const plan::Plan& plan, const plan::Volume& volume,
+                         const std::vector<CensusEntry>& entries) {
+  if (begun_.plan) {
+    ++begun_.plan->new_plans;
+  } else {
+    begun_.plan = {.moves = std::ranges::count(plan.moves, false, &plan::PlannedMove::joined),
+                   .clusters_moved = plan.clusters_moved,
+                   .before = plan.before,
+                   .after = plan.after};
+  }
+  left_.clear();
+  for (const plan::Staying& staying : plan.staying) {
+    left_.push_back({entries[static_cast<std::size_t>(staying.file)].path, staying.obstacle,
+                     staying.size, plan.longest_unblocked});
+  }
+  // What the plan did not know where to find.
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    if (volume.files[i].runs.empty() && !InOnePiece(entries[i].extents)) {
+      left_.push_back({.path = entries[i].path});
+    }
+  }
 }
 
 void RunRecord::End() {
@@ -157,7 +183,9 @@ void RunRecord::End() {
                       .stopped = summary.stopped,
                       .largest_gap = summary.regions_after
                                          ? std::optional(summary.regions_after->Largest())
-                                         : std::nullopt};
+                                         : std::nullopt,
+                      .free = summary.regions_after ? summary.regions_after->clusters
+                                                    : run_.geometry.constants.FreeClusters};
   for (MoveFailure& failure : statistics.failures) {
     if (failure.reason == NotMoved::NoGap && end.largest_gap &&
         failure.clusters <= *end.largest_gap) {
@@ -168,7 +196,7 @@ void RunRecord::End() {
                              .dirs = summary.before.dirs,
                              .free_clusters = run_.geometry.constants.FreeClusters,
                              .total_clusters = run_.geometry.constants.TotalClusters};
-  Reading(run_, analysis_, summary, end).ReadAll();
+  Reading(run_, analysis_, left_, summary, end).ReadAll();
   if (run_.flags.ProgramEnded) return;
   ShowFigures(run_.view, *summary.after);
   summary_ = std::move(summary);

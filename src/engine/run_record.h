@@ -4,10 +4,12 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "engine/analysis.h"
 #include "engine/run_context.h"
 #include "engine/run_summary.h"
+#include "volume/volume_census.h"
 
 namespace vornalux {
 
@@ -23,6 +25,10 @@ class RunRecord {
 
   // The analysis is valid, and the pass begins to move. The user has no word in it.
   void Begin(Pass pass);
+  // The pass has made a plan of these entries, its files in their order: the first one, or a new
+  // one.
+  void NotePlan(const plan::Plan& plan, const plan::Volume& volume,
+                const std::vector<CensusEntry>& entries);
   // The pass has ended, stopped or not. Reads the gaps and, instead of walking the volume once
   // more, the files that were in more than one extent or refused to move: moves put no other file
   // into pieces. Shows the figures. A program that ends gets no summary.
@@ -36,6 +42,7 @@ class RunRecord {
   const Analysis& analysis_;
   std::optional<RunSummary> summary_;
   RunSummary begun_;
+  std::vector<LeftByPlan> left_;
   Clock::time_point started_;
 };
 

@@ -8,6 +8,22 @@
 namespace vornalux {
 namespace {
 
+WhyFragmented Reason(const LeftByPlan& left, const RunEnd& end) {
+  switch (left.obstacle) {
+    case plan::Obstacle::Blocked:
+      return WhyFragmented::Blocked;
+    case plan::Obstacle::Space:
+      // Somebody may have freed some since.
+      if (left.clusters > end.free) return WhyFragmented::Space;
+      break;
+    case plan::Obstacle::Limit:
+      return WhyFragmented::Limit;
+    case plan::Obstacle::NotFound:
+      break;
+  }
+  return WhyFragmented::NoOrder;
+}
+
 WhyFragmented Reason(const StillFragmented& file, const FileStory& story, const RunEnd& end) {
   const auto failed = [&story](NotMoved reason) {
     return story.failure != nullptr && story.failure->reason == reason;
@@ -26,6 +42,7 @@ WhyFragmented Reason(const StillFragmented& file, const FileStory& story, const 
   if (story.failure != nullptr) {
     return failed(NotMoved::NoPlace) ? WhyFragmented::NoPlace : WhyFragmented::NoGapThen;
   }
+  if (story.left != nullptr) return Reason(*story.left, end);
   if (end.joins_all) return WhyFragmented::Changed;
   return too_large ? WhyFragmented::NoGap : WhyFragmented::NotTried;
 }
@@ -62,6 +79,9 @@ void Explain(StillFragmented& file, const FileStory& story, const RunEnd& end) {
     file.code = story.in_pieces->code;
   } else if (file.why == WhyFragmented::Locked || file.why == WhyFragmented::Immovable) {
     file.code = story.failure->code;
+  } else if (file.why == WhyFragmented::Blocked || file.why == WhyFragmented::Space) {
+    file.clusters = story.left->clusters;
+    file.room = file.why == WhyFragmented::Space ? end.free : story.left->longest_unblocked;
   }
 }
 

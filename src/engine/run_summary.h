@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "engine/pass.h"
+#include "engine/plan/plan.h"
 #include "engine/run_view.h"
 #include "volume/free_runs.h"
 #include "volume/movers.h"
@@ -42,16 +43,38 @@ enum class WhyFragmented {
   Stopped,    // the run was stopped before
   NotTried,   // it lies where the pass moves nothing
   Changed,    // it was moved whole, and is in pieces all the same
+  // Of a planned run, see plan::Obstacle:
+  Blocked,
+  Space,
+  Limit,
+  NoOrder,
 };
-inline constexpr std::size_t kReasons = static_cast<std::size_t>(WhyFragmented::Changed) + 1;
+inline constexpr std::size_t kReasons = static_cast<std::size_t>(WhyFragmented::NoOrder) + 1;
 
 struct StillFragmented {
   std::string path;
   std::int64_t fragments = 0;
   std::int64_t clusters = 0;  // that a gap has to have to hold it
+  std::int64_t room = 0;      // clusters; of Blocked: the longest stretch without what cannot be
+                              // moved, of Space: all that are free
   WhyFragmented why = WhyFragmented::Changed;
   NotMoved because = NotMoved::NoGap;  // of InPieces: why not whole
   ErrorCode code = error::kSuccess;    // of the system, where it refused
+};
+
+// What a run planned before it moved anything.
+struct PlanFigures {
+  std::int64_t moves = 0;  // requests; of a file with holes the system may be asked in more
+  std::int64_t clusters_moved = 0;
+  plan::Figures before;  // of what the plan may move
+  plan::Figures after;
+  std::int64_t new_plans = 0;  // made since, where one could not be carried out
+};
+
+// What a planned run would make of what another pass has left in pieces.
+struct ThoroughHelp {
+  std::int64_t files = 0;  // of those that are still fragmented: into one piece
+  std::int64_t clusters_moved = 0;
 };
 
 // What came of a run.
@@ -66,6 +89,8 @@ struct RunSummary {
   // With what the figures leave out: files that are excluded, or locked by now. By number of
   // fragments, then size, both descending.
   std::vector<StillFragmented> still_fragmented;
+  std::optional<PlanFigures> plan;   // of a planned run
+  std::optional<ThoroughHelp> help;  // where somebody asked for it, and it would help
   std::int64_t moves = 0;
   std::int64_t clusters_moved = 0;
   std::chrono::milliseconds duration{0};  // from the end of the analysis on
@@ -81,12 +106,21 @@ struct RunEnd {
   bool joins_all = false;  // the pass takes every fragmented file
   bool stopped = false;
   std::optional<std::int64_t> largest_gap;  // clusters; missing when it could not be read
+  std::int64_t free = 0;                    // clusters
+};
+// What the last plan left in pieces.
+struct LeftByPlan {
+  std::string path;
+  plan::Obstacle obstacle = plan::Obstacle::NotFound;
+  std::int64_t clusters = 0;           // of the file, holes left out
+  std::int64_t longest_unblocked = 0;  // clusters
 };
 struct FileStory {
   bool excluded = false;
   bool one_piece = false;                    // but for holes
   const MoveFailure* failure = nullptr;      // the last one; null for none
   const MovedInPieces* in_pieces = nullptr;  // null when it was not
+  const LeftByPlan* left = nullptr;          // null when it was not
 };
 
 // Sets the file's reason, and what belongs to it.

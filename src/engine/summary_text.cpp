@@ -15,6 +15,7 @@
 namespace vornalux {
 namespace {
 
+constexpr const char* kThoroughOnWindows = "Thorough (/t)";
 constexpr const char* kRefusedWhole = "the system refuses to move it whole: ";
 
 std::string PiecesText(const StillFragmented& file, const std::string& size,
@@ -38,6 +39,18 @@ std::string PiecesText(const StillFragmented& file, const std::string& size,
 std::string WithCode(WhyFragmented why, ErrorCode code, const SystemText& system) {
   const std::string text = ReasonText(why);
   return code == error::kSuccess ? text : text + ": " + CodeText(code, system);
+}
+
+// Both sizes in bytes, or in clusters where that would not show which is larger.
+std::string NeedsText(const StillFragmented& file, const RunSummary& summary,
+                      const std::string& room) {
+  std::string needed = ByteText(file.clusters * summary.cluster_bytes);
+  std::string there = ByteText(file.room * summary.cluster_bytes);
+  if (needed == there) {
+    needed = Grouped(file.clusters) + " clusters";
+    there = Grouped(file.room) + " clusters";
+  }
+  return "needs " + needed + " in one piece, " + room + there;
 }
 
 // A name may hold what would begin a line of its own.
@@ -155,6 +168,14 @@ const char* ReasonText(WhyFragmented why) {
       return "lies where this pass moves nothing";
     case WhyFragmented::Changed:
       return "moved, and in pieces all the same";
+    case WhyFragmented::Blocked:
+      return "no room between what this run cannot move";
+    case WhyFragmented::Space:
+      return "larger than all free space together";
+    case WhyFragmented::Limit:
+      return "more to move than --max-move allows";
+    case WhyFragmented::NoOrder:
+      return "no order of moves was found";
   }
   return "";
 }
@@ -172,6 +193,11 @@ std::string ReasonText(const StillFragmented& file, const RunSummary& summary,
       if (!summary.regions_after) break;
       return "needs " + size + " in one piece, largest gap " +
              ByteText(summary.regions_after->Largest() * summary.cluster_bytes);
+    case WhyFragmented::Blocked:
+      return NeedsText(file, summary, "what this run cannot move leaves at most ") + " between";
+    case WhyFragmented::Space:
+      return NeedsText(file, summary, "all free space together is ") +
+             ", and no order of moves in parts was found";
     case WhyFragmented::LeftOut:
     case WhyFragmented::Holes:
     case WhyFragmented::Alignment:
@@ -180,9 +206,40 @@ std::string ReasonText(const StillFragmented& file, const RunSummary& summary,
     case WhyFragmented::Stopped:
     case WhyFragmented::NotTried:
     case WhyFragmented::Changed:
+    case WhyFragmented::Limit:
+    case WhyFragmented::NoOrder:
       break;
   }
   return ReasonText(file.why);
+}
+
+std::string HelpText(const RunSummary& summary, const std::string& name) {
+  if (!summary.help) return "";
+  const std::int64_t all = std::ssize(summary.still_fragmented);
+  std::string which = Grouped(summary.help->files) + " of " + Grouped(all);
+  if (summary.help->files == all) which = all == 1 ? "it" : "all " + Grouped(all);
+  return name + " would put " + which + " into one piece, moving " +
+         ByteText(summary.help->clusters_moved * summary.cluster_bytes);
+}
+
+std::vector<PlanRow> PlanRows(const PlanFigures& plan, std::int64_t cluster_bytes) {
+  const plan::Figures& before = plan.before;
+  const plan::Figures& after = plan.after;
+  return {{"Fragmented", Grouped(before.fragmented), Grouped(after.fragmented)},
+          {"Their pieces", Grouped(before.pieces), Grouped(after.pieces)},
+          {"Free regions", Grouped(before.gaps), Grouped(after.gaps)},
+          {"Largest gap", ByteText(before.largest_gap * cluster_bytes),
+           ByteText(after.largest_gap * cluster_bytes)}};
+}
+
+std::string PlanText(const PlanFigures& plan, std::int64_t cluster_bytes) {
+  std::string text = Grouped(plan.moves) + (plan.moves == 1 ? " move, " : " moves, ") +
+                     ByteText(plan.clusters_moved * cluster_bytes);
+  if (plan.new_plans > 0) {
+    text += "; " + Grouped(plan.new_plans) + (plan.new_plans == 1 ? " new plan" : " new plans") +
+            " on the way";
+  }
+  return text;
 }
 
 std::string SizesText(const FreeRegions& regions, std::int64_t cluster_bytes) {
@@ -221,12 +278,23 @@ std::string ReportText(const std::string& volume, const RunSummary& summary,
   std::string report = std::string(pass.noun) + " of " + volume + "\r\n";
   report += ResultLine(summary) + "\r\n" + Grouped(summary.moves) + " moves, " +
             Grouped(moved.refused) + " refused\r\n\r\n";
+  if (summary.plan) {
+    report += "Planned: " + PlanText(*summary.plan, summary.cluster_bytes) + "\r\n";
+    AddRow(report, "", "before", "planned");
+    for (const PlanRow& row : PlanRows(*summary.plan, summary.cluster_bytes)) {
+      AddRow(report, row.label, row.before, row.after);
+    }
+    report += "\r\n";
+  }
   AddFigures(report, summary);
   report += "\r\nStill fragmented: ";
   if (!summary.after) {
     report += "not known, the volume could not be read any more\r\n";
   } else {
     report += FilesText(std::ssize(summary.still_fragmented)) + "\r\n";
+  }
+  if (const std::string help = HelpText(summary, kThoroughOnWindows); !help.empty()) {
+    report += help + "\r\n";
   }
   for (const StillFragmented& file : summary.still_fragmented) {
     const std::string fragments = Grouped(file.fragments);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "engine/run_summary.h"
 #include "volume/movers.h"
@@ -25,6 +26,20 @@ std::string ReasonText(const StillFragmented& file, const RunSummary& summary,
                        const SystemText& system);
 // What files with this reason have in common.
 const char* ReasonText(WhyFragmented why);
+
+// What a planned run would do for what is still fragmented; empty where it would not help or nobody
+// asked. name: of such a run.
+std::string HelpText(const RunSummary& summary, const std::string& name);
+
+// What was planned, as label, before and after: fragmented files, pieces, gaps, the largest gap.
+struct PlanRow {
+  const char* label;
+  std::string before;
+  std::string after;
+};
+std::vector<PlanRow> PlanRows(const PlanFigures& plan, std::int64_t cluster_bytes);
+// "1,204 moves, 343 MiB; 2 new plans on the way".
+std::string PlanText(const PlanFigures& plan, std::int64_t cluster_bytes);
 
 // "95 MiB, 80 MiB"; empty when there is no gap.
 std::string SizesText(const FreeRegions& regions, std::int64_t cluster_bytes);

@@ -35,7 +35,7 @@ const char* TextOf(plan::Obstacle obstacle) {
 // Carries out one plan after the other until one has been carried out to its end.
 class ThoroughRun {
  public:
-  explicit ThoroughRun(const RunContext& run) : run_(run) {}
+  ThoroughRun(const RunContext& run, RunRecord& record) : run_(run), record_(record) {}
 
   void Run() {
     for (int look = 0; look < kNewLooks && Look(); ++look) {
@@ -65,8 +65,9 @@ class ThoroughRun {
   End CarryOutPlan() {
     std::int32_t clusters = 0;
     const FreeRunList& gaps = run_.geometry.GetFreeRuns(clusters);
-    const plan::Plan plan =
-        plan::PlanDefrag(PlanSource(entries_, stays_, gaps, clusters), {.clusters = Allowed()});
+    const plan::Volume volume = PlanSource(entries_, stays_, gaps, clusters);
+    const plan::Plan plan = plan::PlanDefrag(volume, {.clusters = Allowed()});
+    record_.NotePlan(plan, volume, entries_);
     run_.view.SetCaption("Defragmenting volume " + run_.target.Root());
     run_.view.SetRange(0, done_ + plan.clusters_moved);
     run_.view.SetValue(done_);
@@ -94,13 +95,9 @@ class ThoroughRun {
       if (!last.unfinished) together = i;
     }
     for (const plan::Staying& staying : plan.staying) {
-      const CensusEntry& entry = entries_[Index(staying.file)];
-      run_.movers.statistics.failures.push_back(
-          {entry.path, NotMoved::NoGap, error::kSuccess, entry.extents.back().NextVcn});
-      if (run_.trace.On()) {
-        run_.trace.Line("THR:stays: " + entry.path + ", pieces: " + std::to_string(staying.pieces) +
-                        ", " + TextOf(staying.obstacle));
-      }
+      if (!run_.trace.On()) break;
+      run_.trace.Line("THR:stays: " + entries_[Index(staying.file)].path + ", pieces: " +
+                      std::to_string(staying.pieces) + ", " + TextOf(staying.obstacle));
     }
     return End::Done;
   }
@@ -149,6 +146,7 @@ class ThoroughRun {
   }
 
   const RunContext& run_;
+  RunRecord& record_;
   std::vector<CensusEntry> entries_;
   std::vector<bool> stays_;        // entries that are not to be moved
   std::set<std::string> refused_;  // paths that the system would not move
@@ -163,7 +161,7 @@ bool Passes::ThoroughDefrag() {
   if (!PrepareFragmentLists()) return run_.flags.StopRequested != False;
   run_.flags.StopRequested = False;
   record_.Begin(Pass::Defrag);
-  ThoroughRun(run_).Run();
+  ThoroughRun(run_, record_).Run();
   run_.view.SetCurrentFile("");
   EndDefrag();
   return true;

@@ -5,6 +5,7 @@
 
 #include "engine/busy_window.h"
 #include "engine/summary_text.h"
+#include "engine/thorough_help.h"
 
 namespace vornalux {
 
@@ -201,16 +202,19 @@ void DefragWindow::ShowResult() {
 }
 
 void DefragWindow::SaveReport() {
-  const std::optional<RunSummary>& summary = engine.record.Summary();
-  if (!summary || Busy() || Ended()) return;
+  if (!engine.record.Summary() || Busy() || Ended()) return;
   const SystemText system = [this](ErrorCode code) { return platform_.machine.ErrorText(code); };
   // As it is now: the dialog may stay open for long.
-  const std::string report =
-      ReportText(target_.Drive() + (target_.directory.empty() ? "" : "\\" + target_.directory),
-                 *summary, engine.movers.statistics, system);
+  RunSummary summary = *engine.record.Summary();
+  const MoveStatistics moved = engine.movers.statistics;
+  const std::string volume =
+      target_.Drive() + (target_.directory.empty() ? "" : "\\" + target_.directory);
   const std::optional<std::string> path = platform_.desktop.SavePath(
       "Save report", std::string(kProgramTitle) + " " + target_.Drive().substr(0, 1) + ".txt");
   if (!path) return;
+  // Only who wants the report waits for a walk over a mounted volume. It may be another one by now.
+  if (engine.record.Summary()) summary.help = FindThoroughHelp(engine.context, summary);
+  const std::string report = ReportText(volume, summary, moved, system);
   const ErrorCode code = platform_.shell.WriteUnicodeFile(*path, report);
   if (code == error::kSuccess) return;
   platform_.desktop.ShowBox("The report could not be saved:\r\n" + CodeText(code, system),

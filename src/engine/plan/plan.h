@@ -20,15 +20,19 @@ struct Figures {
 
 // Why a file stays in pieces.
 enum class Obstacle {
-  Blocked,  // what cannot be moved leaves no room of its size between
-  Space,    // all that is free together is less than its size
-  Limit,    // the data to be moved would have been more than was allowed
+  // What cannot be moved leaves no room of its size between: there is no way.
+  Blocked,
+  // All that is free together is less than its size, so that there is no gap for it at any time. A
+  // way would have to bring it in parts to where its own clusters or others' are; none was found.
+  Space,
+  Limit,    // moving more than was allowed would have put it into one piece
   NotFound  // no order of moves was found
 };
 
 struct Staying {
   std::int32_t file = 0;
   std::int32_t pieces = 0;
+  std::int32_t size = 0;  // clusters
   Obstacle obstacle = Obstacle::NotFound;
 };
 
@@ -46,6 +50,9 @@ struct Plan {
   Figures before;
   Figures after;
   std::vector<Staying> staying;  // in the order of files
+  // What obstacles are judged by, in clusters. Moves change neither.
+  std::int32_t free = 0;
+  std::int32_t longest_unblocked = 0;  // between two that cannot be moved; 0 where nothing stays
 };
 
 struct Limits {

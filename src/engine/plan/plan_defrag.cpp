@@ -115,11 +115,19 @@ std::int32_t LongestUnblocked(const ClusterSpace& space) {
   return std::max(longest, space.Clusters() - begin);
 }
 
-Obstacle ObstacleOf(std::int32_t size, const ClusterSpace& space, std::int32_t longest_unblocked,
-                    const Limits& limits) {
-  if (size > longest_unblocked) return Obstacle::Blocked;
-  if (size > space.FreeClusters()) return Obstacle::Space;
-  return limits.clusters < Limits().clusters ? Obstacle::Limit : Obstacle::NotFound;
+Obstacle ObstacleOf(std::int32_t size, const Plan& plan) {
+  if (size > plan.longest_unblocked) return Obstacle::Blocked;
+  return size > plan.free ? Obstacle::Space : Obstacle::NotFound;
+}
+
+// The limit is the obstacle only of files that stay in no plan without one.
+void TellLimited(const Volume& volume, Plan& plan) {
+  const std::vector<Staying> anyway = PlanDefrag(volume).staying;
+  auto same = anyway.begin();
+  for (Staying& staying : plan.staying) {
+    while (same != anyway.end() && same->file < staying.file) ++same;
+    if (same == anyway.end() || same->file != staying.file) staying.obstacle = Obstacle::Limit;
+  }
 }
 
 // The moves from `first` on that can be one request: consecutive clusters of a file, to clusters
@@ -193,12 +201,14 @@ Plan PlanDefrag(const Volume& volume, const Limits& limits) {
     plan.moves.back().unfinished = worse > 0;
   }
   plan.after = FiguresOf(space);
-  const std::int32_t longest = plan.after.fragmented > 0 ? LongestUnblocked(space) : 0;
+  plan.free = space.FreeClusters();
+  plan.longest_unblocked = plan.after.fragmented > 0 ? LongestUnblocked(space) : 0;
   for (std::int32_t file = 0; file < space.FileCount(); ++file) {
     if (!space.IsFragmented(file)) continue;
-    plan.staying.push_back(
-        {file, space.PiecesOf(file), ObstacleOf(space.SizeOf(file), space, longest, limits)});
+    const std::int32_t size = space.SizeOf(file);
+    plan.staying.push_back({file, space.PiecesOf(file), size, ObstacleOf(size, plan)});
   }
+  if (!plan.staying.empty() && limits.clusters < Limits().clusters) TellLimited(volume, plan);
   return plan;
 }
 

@@ -56,6 +56,7 @@ class MountedPlatform : public Volumes,
 
   // What the volumes' disks and structures kept from being read, so far.
   const std::vector<ReadFailure>& Unreadable() const { return failures_.List(); }
+  void ForgetUnreadable() { failures_.Forget(); }
 
   // Open volume, file and device handles together.
   std::size_t OpenHandles() const { return volumes_.size() + files_.size() + devices_.size(); }

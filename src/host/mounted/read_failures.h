@@ -27,6 +27,7 @@ class ReadFailures {
   void Note(std::string_view path, ErrorCode code, std::optional<std::uint64_t> byte);
 
   const std::vector<ReadFailure>& List() const { return list_; }
+  void Forget() { *this = {}; }
 
  private:
   std::vector<ReadFailure> list_;

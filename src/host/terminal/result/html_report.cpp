@@ -151,11 +151,23 @@ std::string FragmentedTable(const std::vector<FragmentedFile>& files, std::int64
   return html + "</table>\n" + More(files.size());
 }
 
+std::string PlanTable(const PlanFigures& plan, std::int64_t cluster_bytes) {
+  std::string html =
+      "<p>" + PlanText(plan, cluster_bytes) +
+      ".</p>\n<table><tr><th></th><th class=n>before</th><th class=n>planned</th></tr>\n";
+  for (const PlanRow& row : PlanRows(plan, cluster_bytes)) {
+    html += Row(row.label, row.before, row.after, true);
+  }
+  return html + "</table>\n";
+}
+
 std::string StillFragmentedTable(const RunSummary& summary) {
   if (!summary.after) return "<p>Not known: the volume could not be read any more.</p>\n";
   const std::vector<StillFragmented>& files = summary.still_fragmented;
   if (files.empty()) return "<p>None.</p>\n";
+  const std::string help = HelpText(summary);
   std::string html =
+      (help.empty() ? "" : "<p>" + Text(help) + ".</p>\n") +
       "<table><tr><th>File</th><th class=n>Fragments</th><th class=n>Size</th><th>Why</th></tr>\n";
   for (std::size_t i = 0; i < std::min(files.size(), kMostRows); ++i) {
     const StillFragmented& file = files[i];
@@ -214,6 +226,9 @@ std::string ToHtml(const ReportContent& report) {
     html += "<p>Only looked at: a pass would refuse it: " + Text(objection) + "</p>\n";
   }
   for (const std::string& remark : report.remarks) html += "<p>" + Text(remark) + "</p>\n";
+  if (report.summary && report.summary->plan) {
+    html += "<h2>Plan</h2>\n" + PlanTable(*report.summary->plan, volume.cluster_bytes);
+  }
   html += "<h2>Map</h2>\n";
   html += Map(report.moved ? "Before" : "Now", report.map_before, report.legend);
   html += Map("After", report.map_after, report.legend);

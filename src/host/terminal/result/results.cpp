@@ -65,6 +65,8 @@ std::string ReasonText(const StillFragmented& file, const RunSummary& summary) {
   return ReasonText(file, summary, EnglishErrorText);
 }
 
+std::string HelpText(const RunSummary& summary) { return HelpText(summary, "defrag --thorough"); }
+
 VolumeDescription Describe(const std::string& image, char letter, const VolumeFacts& facts) {
   return {.image = image,
           .drive = {letter, ':'},

@@ -65,6 +65,9 @@ std::string ReasonText(const ReadFailure& failure);
 std::string ReasonText(const MoveFailure& failure);
 std::string ReasonText(const StillFragmented& file, const RunSummary& summary);
 
+// What would help with what is still fragmented; empty where nothing would.
+std::string HelpText(const RunSummary& summary);
+
 // The system's text for an error code, on one line.
 std::string ErrorText(ErrorCode code);
 

@@ -104,6 +104,14 @@ const char* ReasonName(WhyFragmented why) {
       return "not tried";
     case WhyFragmented::Changed:
       return "changed";
+    case WhyFragmented::Blocked:
+      return "blocked";
+    case WhyFragmented::Space:
+      return "space";
+    case WhyFragmented::Limit:
+      return "limit";
+    case WhyFragmented::NoOrder:
+      return "no order";
   }
   return "";
 }
@@ -128,12 +136,38 @@ void AddMoves(Json& json, const MoveStatistics& moved) {
   }
 }
 
+Json Figures(const plan::Figures& figures) {
+  return {{"fragmented", figures.fragmented},
+          {"pieces", figures.pieces},
+          {"gaps", figures.gaps},
+          {"largest_gap", figures.largest_gap}};
+}
+
+// Only what there is: a planned run, and one that such a run would help.
+void AddPlan(Json& json, const RunSummary& summary) {
+  if (const std::optional<PlanFigures>& plan = summary.plan) {
+    json["plan"] = {{"moves", plan->moves},
+                    {"clusters", plan->clusters_moved},
+                    {"bytes", plan->clusters_moved * summary.cluster_bytes},
+                    {"before", Figures(plan->before)},
+                    {"after", Figures(plan->after)},
+                    {"new_plans", plan->new_plans}};
+  }
+  if (const std::optional<ThoroughHelp>& help = summary.help) {
+    json["thorough_would"] = {{"files", help->files},
+                              {"of", summary.still_fragmented.size()},
+                              {"bytes", help->clusters_moved * summary.cluster_bytes}};
+  }
+}
+
 // Everything is null where no pass began.
 void AddSummary(Json& json, const std::optional<RunSummary>& summary, bool dry_run) {
-  for (const char* key : {"seconds", "bytes_moved", "bytes_per_second", "still_fragmented"}) {
+  for (const char* key : {"seconds", "bytes_moved", "bytes_per_second", "plan", "still_fragmented",
+                          "thorough_would"}) {
     json[key] = nullptr;
   }
   if (!summary) return;
+  AddPlan(json, *summary);
   json["seconds"] = std::chrono::duration<double>(summary->duration).count();
   json["bytes_moved"] = summary->BytesMoved();
   if (const auto rate = BytesPerSecond(*summary); rate && !dry_run) {
@@ -151,6 +185,8 @@ void AddSummary(Json& json, const std::optional<RunSummary>& summary, bool dry_r
     if (file.why == WhyFragmented::NoGap && summary->regions_after) {
       entry["largest_gap"] = summary->regions_after->Largest();
     }
+    if (file.why == WhyFragmented::Blocked) entry["longest_unblocked"] = file.room;
+    if (file.why == WhyFragmented::Space) entry["free_clusters"] = file.room;
     if (file.code != error::kSuccess) AddCode(entry, file.code);
     files.push_back(std::move(entry));
   }

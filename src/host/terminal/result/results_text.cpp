@@ -132,6 +132,7 @@ std::string StillFragmentedText(const RunSummary& summary, Charset charset) {
             ReasonText(file, summary) + ")\n";
   }
   if (std::ssize(files) > kFragmentedShown) text += "    --json lists all\n";
+  if (const std::string help = HelpText(summary); !help.empty()) text += "  " + help + "\n";
   return text;
 }
 
@@ -152,6 +153,16 @@ std::string Moves(const Result& result, const VolumeDescription& volume, bool st
   if (result.dry_run) text += "  Dry run: nothing was written to the volume\n";
   if (result.summary) text += StillFragmentedText(*result.summary, charset);
   return text + Failures(moved.failures, volume.cluster_bytes, charset);
+}
+
+std::string Planned(const std::optional<RunSummary>& summary) {
+  if (!summary || !summary->plan) return "";
+  std::string text = "  Planned: " + PlanText(*summary->plan, summary->cluster_bytes) + "\n  " +
+                     Left("") + Right("before") + Right("planned") + "\n";
+  for (const PlanRow& row : PlanRows(*summary->plan, summary->cluster_bytes)) {
+    text += "  " + Left(row.label) + Right(row.before) + Right(row.after) + "\n";
+  }
+  return text + "\n";
 }
 
 std::string BeforeAndAfter(const AnalysisFigures& before,
@@ -201,7 +212,7 @@ std::string ToText(const AnalysisResult& result, Charset charset) {
 
 std::string ToText(const PassResult& result, Charset charset) {
   if (!result.before) return "";
-  return Header(result.volume, *result.before, charset) +
+  return Header(result.volume, *result.before, charset) + Planned(result.summary) +
          BeforeAndAfter(*result.before, result.after, result.summary) + "\n" +
          Moves(result, result.volume, result.stopped, charset);
 }
@@ -209,6 +220,7 @@ std::string ToText(const PassResult& result, Charset charset) {
 std::string ToText(const JobResult& result, Charset charset) {
   if (!result.volume || !result.analysis) return "";
   std::string text = Header(*result.volume, *result.analysis, charset);
+  text += Planned(result.summary);
   if (result.summary) {
     text += BeforeAndAfter(*result.analysis, result.after, result.summary);
   } else {

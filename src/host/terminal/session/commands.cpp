@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "engine/busy_window.h"
+#include "engine/thorough_help.h"
 #include "host/terminal/picture/map_image.h"
 #include "host/terminal/result/html_report.h"
 #include "host/terminal/result/results.h"
@@ -128,6 +129,16 @@ void TellSummary(const Engine& engine, std::optional<AnalysisFigures>& before, R
   result.after = FiguresAfter(*before, *result.summary);
 }
 
+// The pass has gone well, whatever comes of this: a volume that cannot be read now tells nothing.
+void AskForHelp(Session& session, std::optional<RunSummary>& summary) {
+  TerminalPlatform& platform = session.platform();
+  if (!summary || !platform.Unreadable().empty()) return;
+  summary->help = FindThoroughHelp(session.program().main_window.engine.context, *summary);
+  if (platform.Unreadable().empty()) return;
+  summary->help.reset();
+  platform.ForgetUnreadable();
+}
+
 Outcome RunPass(Session& session, const Options& options, Charset charset) {
   Program& program = session.program();
   DefragWindow& window = program.main_window;
@@ -157,6 +168,7 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
     if (outcome.code == ExitCode::Done) {
       result.after = CollectFigures(window.engine);
       if (result.summary) result.after->free_regions = result.summary->regions_after;
+      AskForHelp(session, result.summary);
     }
   }
   result.remarks = session.Remarks();
@@ -221,6 +233,7 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
     if (engine.geometry.constants.TotalClusters > 0) result.analysis = CollectFigures(engine);
     result.moved = engine.movers.statistics;
     TellSummary(engine, result.analysis, result);
+    if (code == ExitCode::Done) AskForHelp(session, result.summary);
     result.remarks = session.Remarks();
   }
   result.unreadable = session.platform().Unreadable();

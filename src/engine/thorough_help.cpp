@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "engine/thorough_help.h"
+
+#include <exception>
+#include <string>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "engine/analysis.h"
+#include "engine/busy_window.h"
+#include "engine/plan_source.h"
+#include "volume/volume_census.h"
+
+namespace vornalux {
+namespace {
+
+using Paths = std::unordered_set<std::string>;
+
+// Its extents when all its clusters follow each other. Holes may still count as fragments.
+bool WouldCountAsWhole(const CensusEntry& entry, bool ntfs) {
+  std::vector<Extent> extents = entry.extents;
+  std::int64_t lcn = 0;
+  std::int64_t vcn = 0;
+  for (Extent& extent : extents) {
+    const std::int64_t length = extent.NextVcn - std::exchange(vcn, extent.NextVcn);
+    if (extent.Lcn >= 0) lcn += length;
+    if (extent.Lcn >= 0) extent.Lcn = lcn - length;
+  }
+  return !ntfs || CountFragments(extents, ntfs) <= 1;
+}
+
+// fragmented, refused: by their paths.
+std::optional<ThoroughHelp> PlanFor(const RunContext& run, const Paths& fragmented,
+                                    const Paths& refused) {
+  const std::vector<CensusEntry> entries =
+      TakeCensus(run.platform, run.extents, run.flags, run.target.Folder(), run.target.Ntfs());
+  std::vector<bool> stays;
+  for (const CensusEntry& entry : entries) {
+    stays.push_back(!IncludedBy(run.target.exclude, entry.path) || refused.contains(entry.path));
+  }
+  std::int32_t clusters = 0;
+  const FreeRunList& gaps = run.geometry.GetFreeRuns(clusters);
+  if (run.flags.StopRequested || clusters <= 0) return std::nullopt;
+  const plan::Volume volume = PlanSource(entries, stays, gaps, clusters);
+  const plan::Plan plan = plan::PlanDefrag(volume);
+  ThoroughHelp help = {.files = 0, .clusters_moved = plan.clusters_moved};
+  auto staying = plan.staying.begin();
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    if (staying != plan.staying.end() && staying->file == static_cast<std::int32_t>(i)) {
+      ++staying;
+    } else if (!volume.files[i].runs.empty() && fragmented.contains(entries[i].path) &&
+               WouldCountAsWhole(entries[i], run.target.Ntfs())) {
+      ++help.files;
+    }
+  }
+  return help.files > 0 ? std::optional(help) : std::nullopt;
+}
+
+}  // namespace
+
+std::optional<ThoroughHelp> FindThoroughHelp(const RunContext& run, const RunSummary& summary) {
+  if (summary.stopped || summary.plan || summary.still_fragmented.empty()) return std::nullopt;
+  if (run.flags.ProgramEnded) return std::nullopt;
+  // Events happen below: what the caller has may be forgotten by then.
+  Paths fragmented;
+  for (const StillFragmented& file : summary.still_fragmented) fragmented.insert(file.path);
+  Paths refused;
+  for (const MoveFailure& failure : run.movers.statistics.failures) {
+    if (failure.reason == NotMoved::Refused) refused.insert(failure.path);
+  }
+  const BusyWindow busy(run.view);
+  const Boolean stopped = std::exchange(run.flags.StopRequested, False);
+  const std::int32_t locked = run.extents.LockedCount;
+  run.view.SetCaption("Planning for volume " + run.target.Root());
+  run.platform.desktop.DoEvents();
+  std::optional<ThoroughHelp> help;
+  try {
+    help = PlanFor(run, fragmented, refused);
+  } catch (const std::exception&) {
+    // A run that has gone well does not fail for want of memory for this.
+    help.reset();
+  }
+  run.extents.LockedCount = locked;
+  if (!run.flags.ProgramEnded) run.flags.StopRequested = stopped;
+  run.view.SetCaption("Volume " + run.target.Root());
+  return help;
+}
+
+}  // namespace vornalux
