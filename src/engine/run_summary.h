@@ -75,6 +75,8 @@ struct PlanFigures {
 struct ThoroughHelp {
   std::int64_t files = 0;  // of those that are still fragmented: into one piece
   std::int64_t clusters_moved = 0;
+
+  friend bool operator==(const ThoroughHelp&, const ThoroughHelp&) = default;
 };
 
 // What came of a run.

@@ -15,19 +15,27 @@
 namespace vornalux {
 namespace {
 
+// Behind everything that a hole could be mistaken for.
+constexpr std::int64_t kFarAway = std::int64_t{1} << 40;
+
 using Paths = std::unordered_set<std::string>;
 
-// Its extents when all its clusters follow each other. Holes may still count as fragments.
+// When all its clusters follow each other. Holes may count as fragments all the same.
 bool WouldCountAsWhole(const CensusEntry& entry, bool ntfs) {
-  std::vector<Extent> extents = entry.extents;
-  std::int64_t lcn = 0;
+  std::vector<Extent> extents;
+  std::int64_t lcn = kFarAway;
   std::int64_t vcn = 0;
-  for (Extent& extent : extents) {
+  for (const Extent& extent : entry.extents) {
     const std::int64_t length = extent.NextVcn - std::exchange(vcn, extent.NextVcn);
-    if (extent.Lcn >= 0) lcn += length;
-    if (extent.Lcn >= 0) extent.Lcn = lcn - length;
+    const bool hole = extent.Lcn < 0;
+    if (!hole && !extents.empty() && extents.back().Lcn >= 0) {
+      extents.back().NextVcn = vcn;
+    } else {
+      extents.push_back({vcn, hole ? extent.Lcn : lcn});
+    }
+    if (!hole) lcn += length;
   }
-  return !ntfs || CountFragments(extents, ntfs) <= 1;
+  return CountFragments(extents, ntfs) <= 1;
 }
 
 // fragmented, refused: by their paths.

@@ -143,6 +143,12 @@ TEST(Plan, KeepsWhatItPromisesAndNothingGetsWorse) {
     std::size_t staying = 0;
     std::int64_t pieces = 0;
     const auto free = static_cast<int>(std::ranges::count(model.owner, kFree));
+    int longest = 0;
+    for (int lcn = 0, length = 0; lcn < volume.clusters; ++lcn) {
+      length = model.At(lcn) == kBlocked ? 0 : length + 1;
+      longest = std::max(longest, length);
+    }
+    const std::vector<plan::Staying> anyway = plan::PlanDefrag(volume).staying;
     for (std::size_t file = 0; file < volume.files.size(); ++file) {
       if (fewest[file] < 2) continue;
       pieces += fewest[file];
@@ -151,8 +157,12 @@ TEST(Plan, KeepsWhatItPromisesAndNothingGetsWorse) {
       EXPECT_EQ(told.file, static_cast<std::int32_t>(file));
       EXPECT_EQ(told.pieces, fewest[file]);
       const int size = model.first[file + 1] - model.first[file];
-      EXPECT_EQ(told.obstacle == plan::Obstacle::Space,
-                size > free && told.obstacle != plan::Obstacle::Blocked);
+      EXPECT_EQ(told.size, size);
+      const bool limited = std::ranges::count(anyway, told.file, &plan::Staying::file) == 0;
+      EXPECT_EQ(told.obstacle, limited          ? plan::Obstacle::Limit
+                               : size > longest ? plan::Obstacle::Blocked
+                               : size > free    ? plan::Obstacle::Space
+                                                : plan::Obstacle::NotFound);
     }
     EXPECT_EQ(staying, plan.staying.size());
     EXPECT_EQ(plan.after.pieces, pieces);

@@ -32,22 +32,35 @@ TEST(RunSummary, EachFileHasTheReasonThatIsTrue) {
   const RunEnd compact = {.joins_all = false, .stopped = false, .largest_gap = 10};
   const RunEnd tight = {.joins_all = false, .stopped = false, .largest_gap = 9};
   const RunEnd unread = {.joins_all = true, .stopped = false, .largest_gap = {}};
+  const RunEnd full = {.joins_all = true, .stopped = false, .largest_gap = 3, .free = 8};
+  const RunEnd freed = {.joins_all = true, .stopped = false, .largest_gap = 3, .free = 9};
+  const LeftByPlan blocked = {"f", plan::Obstacle::Blocked, 9, 7};
+  const LeftByPlan space = {"f", plan::Obstacle::Space, 9}, limit = {"f", plan::Obstacle::Limit};
   const Case kCases[] = {
-      {{.excluded = true, .failure = &refused, .in_pieces = nullptr}, joins, "left out"},
-      {{.failure = &locked, .in_pieces = nullptr}, stopped, "could not be opened: No. (error 5)"},
-      {{.one_piece = true, .failure = &no_gap, .in_pieces = nullptr}, joins, "but for its holes"},
+      {{.excluded = true, .failure = &refused}, joins, "left out"},
+      {{.failure = &locked}, stopped, "could not be opened: No. (error 5)"},
+      {{.one_piece = true, .failure = &no_gap}, joins, "but for its holes"},
       {{.failure = &refused, .in_pieces = &pieces}, joins, "refuses to move it: error 25"},
       {{.in_pieces = &pieces}, joins, "moved in pieces: no gap held its 10 MiB"},
       {{.in_pieces = &pieces_refused}, joins, "refuses to move it whole: No. (error 5)"},
-      {{.failure = &unaligned, .in_pieces = nullptr}, roomy, "aligned"},
-      {{.failure = &no_gap, .in_pieces = nullptr},
-       joins,
-       "needs 10 MiB in one piece, largest gap 9 MiB"},
-      {{.failure = &no_gap, .in_pieces = nullptr}, roomy, "when its turn came"},
-      {{.failure = &no_gap, .in_pieces = nullptr}, unread, "when its turn came"},
-      {{.failure = &no_place, .in_pieces = nullptr}, compact, "no free place in the area"},
-      {{.failure = &no_place, .in_pieces = nullptr}, tight, "largest gap 9 MiB"},
-      {{.failure = &no_place, .in_pieces = nullptr}, stopped, "before the run was stopped"},
+      {{.failure = &unaligned}, roomy, "aligned"},
+      {{.failure = &no_gap}, joins, "needs 10 MiB in one piece, largest gap 9 MiB"},
+      {{.failure = &no_gap}, roomy, "when its turn came"},
+      {{.failure = &no_gap}, unread, "when its turn came"},
+      {{.failure = &no_place}, compact, "no free place in the area"},
+      {{.failure = &no_place}, tight, "largest gap 9 MiB"},
+      {{.failure = &no_place}, stopped, "before the run was stopped"},
+      {{.left = &blocked},
+       full,
+       "needs 9 MiB in one piece, what this run cannot move leaves at most "
+       "7 MiB between"},
+      {{.left = &space},
+       full,
+       "needs 9 MiB in one piece, all free space together is 8 MiB, and no"},
+      {{.left = &space}, freed, "no order of moves was found"},
+      {{.left = &limit}, full, "more to move than --max-move allows"},
+      {{.left = &space}, stopped, "before the run was stopped"},
+      {{.failure = &refused, .left = &space}, full, "refuses to move it: error 25"},
       {{}, stopped, "before the run was stopped"},
       {{}, compact, "moves nothing"},
       {{}, tight, "needs 10 MiB"},

@@ -2,6 +2,7 @@
 // Thorough runs on simulated volumes, with refusals, changes underneath, and stops at every point.
 #include <map>
 
+#include "engine/thorough_help.h"
 #include "unit/rig.h"
 
 namespace vornalux::testing {
@@ -69,6 +70,61 @@ TEST(Thorough, LeavesNothingInPieces) {
     EXPECT_EQ(rig.Fragmented(), 0);
     EXPECT_EQ(rig.engine.movers.statistics.refused, 0);
   });
+}
+
+// Of a folder, without some extensions, after each pass.
+TEST(Thorough, HelpsAsMuchAsWasToldBefore) {
+  int helped = 0;
+  ForSeeds(60, [&helped](std::uint64_t seed) {
+    RandomVolumeOptions options;
+    options.geometry.file_system = seed % 2 == 0 ? "NTFS" : "FAT32";
+    options.geometry.total_clusters = 4000;
+    options.fill = 0.6 + 0.01 * static_cast<double>(seed % 35);
+    options.fragmented = 0.6;
+    options.immovable = 0;
+    const auto disk = MakeRandomVolume(options, seed);
+    Rig rig(*disk);
+    if (seed % 3 == 0) rig.program.launcher.ExcludeTxt.text = std::string("*.txt; *.dll; *.dat");
+    if (seed % 5 == 0) rig.engine.volume.Choose("C:\\", "folder0", "");
+    rig.Run(kPasses[seed % kPassCount].pass);
+    ASSERT_TRUE(rig.engine.record.Summary());
+    const RunSummary before = *rig.engine.record.Summary();
+    const auto help = FindThoroughHelp(rig.engine.context, before);
+    rig.machine->User().SaveAs("D:\\r.txt");
+    rig.window.savereport.Click();
+    const std::string report = rig.machine->Shell().files["D:\\r.txt"];
+    EXPECT_EQ(report.find("\nThorough (/t) would put ") != std::string::npos, help.has_value());
+    EXPECT_TRUE(rig.Idle());
+    rig.program.flags.Thorough = True;
+    rig.Run(Pass::Defrag);
+    const RunSummary& after = *rig.engine.record.Summary();
+    EXPECT_EQ(FindThoroughHelp(rig.engine.context, after), std::nullopt);
+    const auto cured = std::ssize(before.still_fragmented) - std::ssize(after.still_fragmented);
+    EXPECT_EQ(help ? help->files : 0, cured);
+    if (!help) return;
+    EXPECT_EQ(help->clusters_moved, after.clusters_moved);
+    ++helped;
+  });
+  EXPECT_GT(helped, test::TestSeed(0) == 0 ? 20 : -1);
+}
+
+// Nothing that befalls the help befalls the run that was before it.
+TEST(Thorough, HelpThatCannotBeToldIsNone) {
+  for (const bool gone : {false, true}) {
+    SmallRig rig(3);
+    rig.Run(Pass::Compact);
+    const RunSummary summary = *rig.engine.record.Summary();
+    ASSERT_TRUE(FindThoroughHelp(rig.engine.context, summary));
+    ScriptedDesktop& user = rig.machine->User();
+    if (gone) rig.machine->SetDriveState('C', DriveState::Gone);
+    if (!gone) user.Answer(BoxAnswer::Yes);
+    user.AtDoEvents(user.DoEventsCount() + 3, [&] {
+      if (!gone) rig.window.Arretdefrag.Click();
+    });
+    EXPECT_FALSE(FindThoroughHelp(rig.engine.context, summary));
+    EXPECT_FALSE(rig.program.flags.StopRequested);
+    EXPECT_TRUE(rig.Idle());
+  }
 }
 
 TEST(Thorough, WhateverFailsNothingGetsWorse) {
