@@ -189,10 +189,11 @@ bool Mending::Vacate(const Chain& chain, const Run& window) {
 }
 
 // From the one at lcn on.
-std::vector<Mending::Segment> Mending::Segments(std::int32_t file, std::int32_t lcn,
-                                                std::size_t most) const {
+const std::vector<Mending::Segment>& Mending::Segments(std::int32_t file, std::int32_t lcn,
+                                                       std::size_t most) {
   const std::int32_t largest = space_.LargestGap().length;
-  std::vector<Segment> segments;
+  std::vector<Segment>& segments = segments_;
+  segments.clear();
   std::int64_t evicted = 0;
   std::int32_t blocked = 0;
   space_.Visit(lcn, [&](const ClusterSpace::Piece& at) {
@@ -205,6 +206,21 @@ std::vector<Mending::Segment> Mending::Segments(std::int32_t file, std::int32_t 
     return segments.size() < most;
   });
   return segments;
+}
+
+bool Mending::Cheaper(const Place& a, const Place& b) {
+  return a.cost != b.cost ? a.cost < b.cost : a.start < b.start;
+}
+
+// Among the cheapest ones, a heap with the dearest of them in front.
+void Mending::Offer(std::vector<Place>& places, const Place& place) {
+  if (places.size() == kPlacesTried * 2) {
+    if (!Cheaper(place, places.front())) return;
+    std::pop_heap(places.begin(), places.end(), Cheaper);
+    places.pop_back();
+  }
+  places.push_back(place);
+  std::push_heap(places.begin(), places.end(), Cheaper);
 }
 
 // Places that begin or end where a segment or a gap does, among these segments. Where they do not
@@ -229,7 +245,7 @@ void Mending::Sweep(const Chain& chain, const std::vector<Segment>& segments,
         if (segments[last - 1].blocked != before.blocked) continue;
         evicted = segments[last - 1].evicted - before.evicted;
       }
-      places.push_back({start, evicted + size});
+      Offer(places, {start, evicted + size});
     }
   };
   family([&](std::size_t i) { return segments[i].lcn; });
@@ -241,14 +257,14 @@ void Mending::Sweep(const Chain& chain, const std::vector<Segment>& segments,
 // The cheapest, cheapest first.
 std::vector<Mending::Place> Mending::PlacesToVacate(const Chain& chain) {
   std::vector<Place> places;
-  std::vector<Segment> segments;
+  std::vector<Segment>& segments = segments_;
   const auto part_of_volume = [&](std::int32_t lcn) {
-    segments = Segments(chain.file, space_.LcnBefore(lcn, kNeighbours), 2 * kNeighbours);
+    Segments(chain.file, space_.LcnBefore(lcn, kNeighbours), 2 * kNeighbours);
     scan_budget_ -= std::ssize(segments);
     Sweep(chain, segments, places);
   };
   if (scan_budget_ > 0) {
-    segments = Segments(chain.file, 0, std::numeric_limits<std::size_t>::max());
+    Segments(chain.file, 0, std::numeric_limits<std::size_t>::max());
     // The gap at the end belongs to the last segment's neighbourhood.
     if (!segments.empty() && segments.back().end < space_.Clusters()) {
       segments.push_back({space_.Clusters(), space_.Clusters(), ClusterSpace::kBlocked,
@@ -270,14 +286,9 @@ std::vector<Mending::Place> Mending::PlacesToVacate(const Chain& chain) {
       if (at.file != chain.file) evicted += at.length;
       return !blocked;
     });
-    if (!blocked) places.push_back({start, evicted + chain.size - InPlace(chain, start)});
+    if (!blocked) Offer(places, {start, evicted + chain.size - InPlace(chain, start)});
   }
-  const auto cheaper = [](const Place& a, const Place& b) {
-    return a.cost != b.cost ? a.cost < b.cost : a.start < b.start;
-  };
-  const auto count = static_cast<std::ptrdiff_t>(std::min(places.size(), kPlacesTried * 2));
-  std::partial_sort(places.begin(), places.begin() + count, places.end(), cheaper);
-  places.resize(static_cast<std::size_t>(count));
+  std::sort(places.begin(), places.end(), Cheaper);
   places.erase(std::unique(places.begin(), places.end(),
                            [](const Place& a, const Place& b) { return a.start == b.start; }),
                places.end());
@@ -306,7 +317,7 @@ bool Mending::IntoGatheredGap(std::int32_t file, std::int64_t limit) {
   if (scan_budget_ < 0) return false;
   const std::int32_t size = space_.SizeOf(file);
   if (space_.FreeClusters() < size) return false;
-  const std::vector<Segment> segments =
+  const std::vector<Segment>& segments =
       Segments(ClusterSpace::kBlocked, 0, std::numeric_limits<std::size_t>::max());
   scan_budget_ -= std::ssize(segments);
   struct Stretch {

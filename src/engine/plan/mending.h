@@ -69,7 +69,9 @@ class Mending {
 
   std::optional<Place> FreePlaceAt(const Chain& chain, std::int32_t start) const;
   std::optional<Place> BestFreePlace(const Chain& chain) const;
-  std::vector<Segment> Segments(std::int32_t file, std::int32_t lcn, std::size_t most) const;
+  const std::vector<Segment>& Segments(std::int32_t file, std::int32_t lcn, std::size_t most);
+  static bool Cheaper(const Place& a, const Place& b);
+  static void Offer(std::vector<Place>& places, const Place& place);
   void Sweep(const Chain& chain, const std::vector<Segment>& segments,
              std::vector<Place>& places) const;
   std::vector<Place> PlacesToVacate(const Chain& chain);
@@ -80,6 +82,8 @@ class Mending {
 
   ClusterSpace& space_;
   std::int64_t scan_budget_;
+  // Large, and needed for each file: memory that is new each time would cost more than the work.
+  std::vector<Segment> segments_;
 };
 
 }  // namespace vornalux::plan
