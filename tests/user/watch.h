@@ -21,21 +21,35 @@ class Watch {
     });
     screen.panels_filled = [this] { panels_of_ = last_walk_; };
     screen.map_shown = [this] { map_of_ = last_bitmap_; };
+    screen.captioned = [this] {
+      if (std::uncaught_exceptions() == 0 && !runs_.empty() && !ended_) Captioned();
+    };
     world.power_off = [this] { PowersOff(); };
   }
 
   // What is on the stack: a pass by the user, or the job that the program was started with.
-  void BeginPass() { runs_.push_back(NewRun(false, {}, screen_.Target())); }
-  void BeginJob(const std::string& line) { runs_.push_back(NewRun(true, line, LetterIn(line))); }
+  void BeginPass(const std::string& name) {
+    runs_.push_back(NewRun(false, {}, screen_.Target()));
+    runs_.back().thorough = screen_.ThoroughShown() && HasThorough(name);
+  }
+  void BeginJob(const std::string& line) {
+    runs_.push_back(NewRun(true, line, LetterIn(line)));
+    for (const PassRow& row : kPasses) {
+      if (Has(line, std::string("/") + row.letter)) {
+        runs_.back().thorough = Has(line, "/t") && HasThorough(row.name);
+      }
+    }
+  }
   void EndRun() {
     CheckDeeds(runs_.back());
     runs_.pop_back();
   }
 
   void Box() { ++boxes_; }
-  void Stopped() { ++stops_; }  // by the user
-  void Chosen() const {         // a drive, by the user
+  void Stopped() { ++stops_; }       // by the user
+  void Chosen(bool in_list) const {  // a drive, by the user
     if (!ended_ && !screen_.Folder().empty()) Break("a: folder of a job", screen_.Folder());
+    if (!ended_ && in_list && screen_.ThoroughShown()) Break("j: thorough of another drive", "");
   }
   void Ended() {  // the main window or the session
     if (!ended_) ended_busy_ = screen_.Busy();
@@ -92,6 +106,8 @@ class Watch {
     int bitmaps = 0;
     std::ptrdiff_t without_gap = 0;
     bool lists_valid = false;
+    bool thorough = false;  // is to be
+    bool planned = false;
   };
 
   [[noreturn]] static void Break(const char* rule, const std::string& what) {
@@ -113,7 +129,9 @@ class Watch {
             walks_,
             bitmaps_,
             screen_.WithoutGap(),
-            screen_.ListsValid()};
+            screen_.ListsValid(),
+            false,
+            false};
   }
 
   // Whoever runs something gets something done, or hears why not.
@@ -123,6 +141,26 @@ class Watch {
     if (!run.lists_valid && walks_ == run.walks) Break("h: nothing walked, nothing said", run.line);
     if (screen_.WithoutGap() != run.without_gap && bitmaps_ == run.bitmaps) {
       Break("h: free space not read, nothing said", run.line);
+    }
+  }
+
+  static bool HasThorough(const std::string& name) {
+    return std::ranges::any_of(kPasses, [&name](const PassRow& row) {
+      return row.name == name && row.thorough != nullptr;
+    });
+  }
+
+  // A thorough run plans before it moves anything, and no other one plans.
+  void Captioned() {
+    Run& run = runs_.back();
+    if (screen_.CaptionBegins("Planning")) {
+      run.planned = true;
+      if (!run.thorough) Break("j: thorough unasked", run.line);
+      if (!screen_.ThoroughShown()) Break("j: thorough unseen", run.line);
+    }
+    for (const char* work : {"Defragmenting", "Preparing", "Optimzing", "Compacting"}) {
+      if (!screen_.CaptionBegins(work)) continue;
+      if (run.thorough != run.planned) Break("j: asked to be thorough, was not", run.line);
     }
   }
 
