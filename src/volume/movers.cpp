@@ -81,6 +81,7 @@ ErrorCode Movers::MoveClusters(Handle volume, Handle file, std::int64_t starting
                                std::uint32_t count, std::int64_t starting_lcn, bool must_finish,
                                std::optional<std::int64_t> shown) {
   view_.SetActivity(activity_colour::kMoving);
+  if (shown) view_.SetValue(*shown);
   platform_.desktop.DoEvents();
   const auto reached = [this, must_finish, shown](std::int64_t moved) {
     statistics.clusters_in_hand = moved;
