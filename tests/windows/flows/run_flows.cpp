@@ -191,6 +191,33 @@ FLOW(DefragsAndOptimizesToTheEnd, "", Alone) {
   screen.Until("no drive", [&screen] { return !screen.MenuEnabled(IDM_DEFRAG); });
 }
 
+FLOW(ThoroughIsOnForTheDriveChosen, "", Alone) {
+  const Screen& screen = SelectDrive(session, kD);
+  const auto caption = [&screen] {
+    wchar_t text[32] = {};
+    GetMenuStringW(GetMenu(screen.Main()), IDM_THOROUGH, text, 31, MF_BYCOMMAND);
+    return std::wstring(text);
+  };
+  screen.Menu(IDM_THOROUGH);
+  screen.Until("its mark", [&] { return screen.MenuChecked(IDM_THOROUGH); });
+  EXPECT_EQ(caption(), L"\x221A &Thorough");
+  PostAtMove(session, 3, WM_COMMAND, IDM_STOP);
+  screen.Menu(IDM_DEFRAG);
+  screen.Until("the question", [&] { return screen.Box() != nullptr; });
+  EXPECT_FALSE(screen.MenuEnabled(IDM_THOROUGH));
+  screen.Answer("Are you sure?", IDNO);
+  screen.UntilIdle();
+  EXPECT_EQ(Screen::Panel(screen.Main(), IDC_STATUS_BAR, 3), "fragmented: 0");
+  EXPECT_EQ(SendMessageW(GetDlgItem(screen.Main(), IDC_PROGRESS), PBM_GETPOS, 0, 0), 10000);
+  KeepImageOfD(session);
+
+  screen.Menu(IDM_DRIVE);
+  screen.UntilShown("the launcher", &Screen::Launcher);
+  screen.Choose(screen.Launcher(), IDC_VOLUMES, kC);
+  screen.Until("no mark", [&] { return caption() == L"&Thorough"; });
+  EXPECT_FALSE(screen.MenuChecked(IDM_THOROUGH));
+}
+
 // What the dialog for a file's name calls the field for it, older ones and newer ones.
 HWND FieldForAName(HWND dialog) {
   const HWND field = GetDlgItem(dialog, 0x480);
