@@ -30,15 +30,14 @@ class Watch {
   // What is on the stack: a pass by the user, or the job that the program was started with.
   void BeginPass(const std::string& name) {
     runs_.push_back(NewRun(false, {}, screen_.Target()));
-    runs_.back().thorough = screen_.ThoroughShown() && HasThorough(name);
+    runs_.back().thorough =
+        screen_.ThoroughShown() && CanPlan([&](const PassRow& row) { return row.name == name; });
   }
   void BeginJob(const std::string& line) {
     runs_.push_back(NewRun(true, line, LetterIn(line)));
-    for (const PassRow& row : kPasses) {
-      if (Has(line, std::string("/") + row.letter)) {
-        runs_.back().thorough = Has(line, "/t") && HasThorough(row.name);
-      }
-    }
+    runs_.back().thorough = Has(line, "/t") && CanPlan([&](const PassRow& row) {
+                              return Has(line, std::string("/") + row.letter);
+                            });
   }
   void EndRun() {
     CheckDeeds(runs_.back());
@@ -121,17 +120,10 @@ class Watch {
     return (line + " ").find(name + " ") != std::string::npos;
   }
   Run NewRun(bool is_job, const std::string& line, char letter) const {
-    return {is_job,
-            line,
-            letter,
-            boxes_,
-            stops_,
-            walks_,
-            bitmaps_,
-            screen_.WithoutGap(),
-            screen_.ListsValid(),
-            false,
-            false};
+    Run run{is_job, line, letter, boxes_, stops_, walks_, bitmaps_};
+    run.without_gap = screen_.WithoutGap();
+    run.lists_valid = screen_.ListsValid();
+    return run;
   }
 
   // Whoever runs something gets something done, or hears why not.
@@ -144,23 +136,19 @@ class Watch {
     }
   }
 
-  static bool HasThorough(const std::string& name) {
-    return std::ranges::any_of(kPasses, [&name](const PassRow& row) {
-      return row.name == name && row.thorough != nullptr;
-    });
+  static bool CanPlan(auto is_meant) {
+    return std::ranges::any_of(
+        kPasses, [&](const PassRow& row) { return is_meant(row) && row.thorough != nullptr; });
   }
 
   // A thorough run plans before it moves anything, and no other one plans.
   void Captioned() {
     Run& run = runs_.back();
-    if (screen_.CaptionBegins("Planning")) {
-      run.planned = true;
-      if (!run.thorough) Break("j: thorough unasked", run.line);
-      if (!screen_.ThoroughShown()) Break("j: thorough unseen", run.line);
-    }
+    run.planned |= screen_.CaptionBegins("Planning");
+    if (run.planned && !run.thorough) Break("j: thorough unasked", run.line);
     for (const char* work : {"Defragmenting", "Preparing", "Optimzing", "Compacting"}) {
-      if (!screen_.CaptionBegins(work)) continue;
-      if (run.thorough != run.planned) Break("j: asked to be thorough, was not", run.line);
+      if (run.thorough == run.planned || !screen_.CaptionBegins(work)) continue;
+      Break("j: asked to be thorough, was not", run.line);
     }
   }
 

@@ -40,14 +40,6 @@ FLOW(JobRunsAndEnds, "/drv D: /o /min /low /close", Alone) {
       << "the volume is not what the portable program makes of it";
 }
 
-FLOW(ThoroughJobRunsAndEnds, "/drv D: /d /t /vssafe /close", Alone) {
-  session.Start();
-  EXPECT_EQ(session.End(), 0u);
-  KeepImageOfD(session);
-  EXPECT_TRUE(session.machine.ImageOfD() == ImageAfterJob("/drv D: /d /t /vssafe"))
-      << "the volume is not what the portable program makes of it";
-}
-
 FLOW(JobPowersOff, "/drv C: /c /down /close", Alone) {
   session.Start();
   EXPECT_EQ(session.End(), 0u);

@@ -474,6 +474,7 @@ void NativeForm::Bind(int id, PictureBox& picture) {
 void NativeForm::ShowCheck(UINT id, bool checked) const {
   static const std::wstring mark = L"\x221A ";  // in every font of every system
   const HMENU menu = GetMenu(window_);
+  if (menu == nullptr) return;  // the window has gone
   if (((GetMenuState(menu, id, MF_BYCOMMAND) & MF_CHECKED) != 0) == checked) return;
   wchar_t text[64] = {};
   GetMenuStringW(menu, id, text, 63, MF_BYCOMMAND);
