@@ -126,6 +126,7 @@ void EverythingFits(Session& session) {
   screen.UntilIdle();
   screen.Menu(IDM_THOROUGH);  // as wide as it gets
   screen.Until("its mark", [&] { return screen.MenuChecked(IDM_THOROUGH); });
+  SendMessageW(screen.Main(), WM_NULL, 0, 0);  // all of it
   RECT first, last;
   GetMenuItemRect(screen.Main(), GetMenu(screen.Main()), 0, &first);
   GetMenuItemRect(screen.Main(), GetMenu(screen.Main()), 9, &last);
