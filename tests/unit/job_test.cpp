@@ -69,7 +69,6 @@ TEST(JobTail, Table) {
       {R"(/d /t /o)", R"(C:\)", "", Done, R"(check C:\ | Compacting | Defragging)"},
       {R"(/t)", R"(C:\)", "", Done, R"(check C:\)"},
       {R"(/d /temp)", R"(C:\)", "", InvalidArgument, "box Invalid argument: /temp"},
-      {R"(/d /t /bogus)", R"(C:\)", "", InvalidArgument, "box Invalid argument: /bogus"},
       {R"(/dir "D:\a /t" /d)", R"(D:\)", R"(a \t)", NoFolder,
        R"(check D:\ | box There is no folder D:\a \t.)"},
       {R"(/low /normal -high)", R"(C:\)", "", Done,

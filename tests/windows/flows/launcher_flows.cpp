@@ -71,23 +71,24 @@ FLOW(OptionsMakeTheJobLine, "", Alone) {
   EXPECT_TRUE(session.machine.pages[0].starts_with("https://")) << session.machine.pages[0];
 }
 
-FLOW(RefusesAnyoneButAdministrators, "", Alone) {
-  session.machine.administrator = 2;
+void EndsWith(Session& session, const char* text) {
   session.Start();
-  session.screen.Answer("no admin");
+  session.screen.Answer(text);
   session.End();
   EXPECT_FALSE(Screen::Shown(session.screen.Launcher()));
 }
 
+FLOW(RefusesAnyoneButAdministrators, "", Alone) {
+  session.machine.administrator = 2;
+  EndsWith(session, "no admin");
+}
+
 FLOW(RefusesWindows2000, "/drv C: /d", Alone) {
   session.machine.windows_2000 = true;
-  session.Start();
-  session.screen.Answer(
-      "Vornalux requires Windows XP or higher (2003 server, Vista) to run.\r\n"
-      "The detected Windows version does not meet the minimum requirements.\r\n\r\n"
-      "The program will now terminate.");
-  session.End();
-  EXPECT_FALSE(Screen::Shown(session.screen.Launcher()));
+  EndsWith(session,
+           "Vornalux requires Windows XP or higher (2003 server, Vista) to run.\r\n"
+           "The detected Windows version does not meet the minimum requirements.\r\n\r\n"
+           "The program will now terminate.");
 }
 
 // Every dialog of the program, at whatever resolution it was started with.
