@@ -15,6 +15,8 @@ bool IsSwitch(std::string_view operand) {
   return operand.starts_with('-') || operand.starts_with('/');
 }
 
+static_assert(!PassOfLetter("t"), "the switch of the thorough form");
+
 // Lower case, with the slash form turned into the dash form.
 std::string SwitchName(const std::string& token) {
   std::string name = LowerCase(token);
@@ -31,6 +33,8 @@ class JobReader {
   JobReading Read() && {
     while (next_ < parts_.tokens.size() && TakeSwitch(parts_.tokens[next_++])) {
     }
+    const bool runs = !reading_.refused && !reading_.job.context_menu;
+    if (std::string why = WhyNotThorough(reading_.job); runs && !why.empty()) Doubt(std::move(why));
     return std::move(reading_);
   }
 
@@ -74,11 +78,10 @@ class JobReader {
   }
 
   bool SetOption(const std::string& name) {
-    const std::pair<const char*, bool Job::*> options[] = {{"-min", &Job::run_minimized},
-                                                           {"-down", &Job::shutdown_when_done},
-                                                           {"-close", &Job::close_when_done},
-                                                           {"-vssafe", &Job::vss_safe},
-                                                           {"-dbg", &Job::debug_log}};
+    const std::pair<const char*, bool Job::*> options[] = {
+        {"-min", &Job::run_minimized},     {"-down", &Job::shutdown_when_done},
+        {"-close", &Job::close_when_done}, {"-vssafe", &Job::vss_safe},
+        {"-dbg", &Job::debug_log},         {"-t", &Job::thorough}};
     for (const auto& [text, option] : options) {
       if (name == text) reading_.job.*option = true;
       if (name == text) return true;
@@ -128,6 +131,22 @@ class JobReader {
 };
 
 }  // namespace
+
+bool RunsThorough(const Job& job) {
+  return job.thorough && job.action && RowOf(*job.action).thorough != nullptr;
+}
+
+std::string WhyNotThorough(const Job& job) {
+  if (!job.thorough || RunsThorough(job)) return {};
+  std::string switches;
+  for (const PassRow& row : kPasses) {
+    if (row.thorough == nullptr) continue;
+    switches += (switches.empty() ? "/" : " or /") + std::string(1, row.letter);
+  }
+  return (job.action ? RowOf(*job.action).name + std::string(" has no thorough form")
+                     : std::string("The line names no pass")) +
+         ": /t goes with " + switches + ".";
+}
 
 JobReading ParseJob(std::string_view tail) { return JobReader(Trimmed(std::string(tail))).Read(); }
 

@@ -30,6 +30,7 @@ struct Job {
   bool close_when_done = false;
   bool vss_safe = false;
   bool debug_log = false;
+  bool thorough = false;      // wanted, whether the action has that form or not
   bool context_menu = false;  // the settings of Explorer's menus, and nothing else
 };
 
@@ -45,6 +46,12 @@ struct JobReading {
   // is in the job, and no part of it may run.
   bool refused = false;
 };
+
+// Whether the action is to run in its thorough form.
+bool RunsThorough(const Job& job);
+
+// Why what the line wants of the thorough form comes to nothing; empty when it does not.
+std::string WhyNotThorough(const Job& job);
 
 // Reads the tail of a command line, the text behind the program's path. Touches nothing.
 JobReading ParseJob(std::string_view tail);

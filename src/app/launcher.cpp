@@ -27,10 +27,9 @@ Introfrm::Introfrm(Platform& platform, RunFlags& flags, JobSettings& settings,
   main_window_.engine.walk.PrefetchDir = windows.empty() ? "" : windows + "\\Prefetch";
   main_window_.launcher = this;
   FrmAfter.enabled = false;
-  Option1.value = true;
-  action_piece_ = " /d";
   BindOptions();
   BindDriveControls();
+  ChooseAction(Pass::Defrag);
   ShowPriority(platform_.machine.PriorityClass());
   volume_.Watch([this](ChosenVolume::Change) { VolumeChanged(); });
 }
@@ -88,11 +87,10 @@ void Introfrm::BindOptions() {
       };
     }
   };
-  std::vector<Choice> actions;
   for (const PassRow& row : kPasses) {
-    actions.push_back({&PassOption(row.pass), std::string(" /") + row.letter});
+    PassOption(row.pass).click = [this, pass = row.pass] { ChooseAction(pass); };
   }
-  group(action_piece_, actions);
+  Chk_Thorough.click = [this] { ComposeJobLine(); };
   group(after_piece_, {{&OptClose, " /close"}, {&OptShutDown, " /down"}});
   OptPrioLow.click = [this] { UsePriority(priority::kIdle); };
   OptPrioMed.click = [this] { UsePriority(priority::kNormal); };
@@ -119,10 +117,18 @@ void Introfrm::BindOptions() {
   ExcludeTxt.change = [this] { volume_.SetExclude(ExcludeTxt.text); };
 }
 
+void Introfrm::ChooseAction(Pass pass) {
+  for (const PassRow& row : kPasses) PassOption(row.pass).value = row.pass == pass;
+  action_piece_ = std::string(" /") + RowOf(pass).letter;
+  Chk_Thorough.enabled = RowOf(pass).thorough != nullptr;
+  ComposeJobLine();
+}
+
 void Introfrm::ComposeJobLine() {
   Command2.enabled = volume_.IsChosen();
   if (!volume_.IsChosen()) return;
-  job_line_ = "/drv " + volume_.Target().Drive() + action_piece_ + priority_piece_ +
+  job_line_ = "/drv " + volume_.Target().Drive() + action_piece_ +
+              (Chk_Thorough.enabled && Chk_Thorough.value ? " /t" : "") + priority_piece_ +
               minimized_piece_ + after_piece_ + vss_piece_;
   Command2.caption = "Create desktop shortcut Job " + job_line_;
 }

@@ -42,6 +42,7 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   OptionButton Option1{RowOf(Pass::Defrag).name};
   OptionButton Option2{RowOf(Pass::Compact).name};
   OptionButton Option3{RowOf(Pass::Optimize).name};
+  CheckBox Chk_Thorough{"Thorough"};  // of an action that can
   OptionButton OptPrioLow{"Low"};
   OptionButton OptPrioMed{"Normal"};
   OptionButton OptPrioHi{"High"};
@@ -125,6 +126,7 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   void Command2_Click();
   void ExplainShortcut(const std::string& name, const ShellResult& result);
 
+  void ChooseAction(Pass pass);
   void ComposeJobLine();
   void BindOptions();
 

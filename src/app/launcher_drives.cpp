@@ -79,10 +79,9 @@ void Introfrm::ImageCombo1_Click() {
 
 void Introfrm::SelectDrive(const std::string& root) {
   if (main_window_.Ended()) return;
-  Option1.value = true;
-  Option2.value = false;
-  Option3.value = false;
-  action_piece_ = " /d";
+  Chk_Thorough.value = false;
+  ChooseAction(Pass::Defrag);
+  main_window_.UseThorough(false);
   UsePriority(priority::kNormal);
   volume_.Choose(root, "", kNoMedium);
 }

@@ -31,6 +31,7 @@ JobOutcome RunAction(const Job& job, const JobParts& parts) {
   if (job.run_minimized) parts.launcher.minimize_to_tray();
   if (!job.action) return JobOutcome::Done;
   window.OpenMenu();
+  window.UseThorough(RunsThorough(job));
   window.PassItem(*job.action).Click();
   if (parts.flags.StopRequested) return JobOutcome::Stopped;
   return window.last_run_failed ? JobOutcome::Failed : JobOutcome::Done;
@@ -59,6 +60,8 @@ JobOutcome RunJob(const Job& job, const JobParts& parts) {
   }
   if (job.action && !parts.launcher.TakeVolume(root)) return JobOutcome::InUse;
   parts.trace.Line("CDM_line arguments: " + job.line);
+  if (const std::string why = WhyNotThorough(job); !why.empty())
+    parts.trace.Line("CDM_line " + why);
   volume.Choose(root, job.directory, kNoFileSystem);
   parts.launcher.runchkdsk(volume.Target().Drive());
   if (window.Ended()) return JobOutcome::Stopped;

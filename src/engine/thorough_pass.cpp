@@ -41,8 +41,9 @@ class ThoroughRun {
     for (int look = 0; look < kNewLooks && Look(); ++look) {
       End end = End::NewPlan;
       for (int plan = 0; plan < kNewPlans && end == End::NewPlan; ++plan) end = CarryOutPlan();
-      if (end != End::NewLook) return;
+      if (end != End::NewLook) break;
     }
+    if (run_.flags.StopRequested) run_.view.SetValue(0);
   }
 
  private:
@@ -51,6 +52,9 @@ class ThoroughRun {
   static std::size_t Index(std::int32_t file) { return static_cast<std::size_t>(file); }
 
   bool Look() {
+    // How much there is to move is not known before there is a plan.
+    run_.view.SetRange(0, 1);
+    run_.view.SetValue(0);
     run_.view.SetCaption("Enumerating files on volume " + run_.target.Root());
     entries_ = TakeCensus(run_.platform, run_.extents, run_.flags, run_.target.Folder(),
                           run_.target.Ntfs());
@@ -63,6 +67,10 @@ class ThoroughRun {
   }
 
   End CarryOutPlan() {
+    run_.view.SetCaption("Planning volume " + run_.target.Root());
+    run_.view.SetCurrentFile("");
+    run_.platform.desktop.DoEvents();
+    if (run_.flags.StopRequested) return End::Stopped;
     std::int32_t clusters = 0;
     const FreeRunList& gaps = run_.geometry.GetFreeRuns(clusters);
     const plan::Volume volume = PlanSource(entries_, stays_, gaps, clusters);

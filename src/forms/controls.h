@@ -49,7 +49,9 @@ class Button : public CommandControl {
 };
 
 class MenuItem : public CommandControl {
+ public:
   using CommandControl::CommandControl;
+  Property<bool> checked{*this, false};  // what it switches is on
 };
 
 // Option buttons and check boxes: Click() gives them their value, then runs the event.

@@ -26,6 +26,7 @@ DefragWindow::DefragWindow(Platform& platform, RunFlags& flags, const DebugTrace
   for (const PassRow& row : kPasses) {
     PassItem(row.pass).click = [this, pass = row.pass] { RunPass(pass); };
   }
+  thorough.click = [this] { UseThorough(!thorough.checked); };
   Picdepartvolume.click = [this] { RedrawMap(MapLayers::Candidates); };
   Quitter.click = [this] { Quitter_Click(); };
   minmnu.click = [this] { Minimize(); };
@@ -59,7 +60,13 @@ MenuItem& DefragWindow::PassItem(Pass pass) {
 void DefragWindow::EnableWork(bool enabled) {
   Quitter.enabled = enabled;
   cmdanalysemore.enabled = enabled;
+  thorough.enabled = enabled;
   for (const PassRow& row : kPasses) PassItem(row.pass).enabled = enabled;
+}
+
+void DefragWindow::UseThorough(bool use) {
+  flags_.Thorough = ToBoolean(use);
+  thorough.checked = use;
 }
 
 void DefragWindow::SetMenu(bool busy) {
@@ -183,8 +190,8 @@ void DefragWindow::RunPass(Pass pass) {
   const PassRow& row = RowOf(pass);
   engine.record.Forget();
   ShowResult();
-  const bool thorough = flags_.Thorough && row.thorough != nullptr;
-  last_run_failed = !(engine.passes.*(thorough ? row.thorough : row.run))();
+  const bool planned = flags_.Thorough && row.thorough != nullptr;
+  last_run_failed = !(engine.passes.*(planned ? row.thorough : row.run))();
   ShowResult();
   flags_.AnalysisValid = False;
   caption = IdleCaption();

@@ -47,6 +47,7 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
   MenuItem cmdDefrag{RowOf(Pass::Defrag).name};
   MenuItem SmartOptimize{RowOf(Pass::Optimize).name};
   MenuItem cmdCompact{RowOf(Pass::Compact).name};
+  MenuItem thorough{"Thorough"};  // passes that can plan the whole volume first
   MenuItem minmnu{"Minimize"};
   MenuItem exitmnu{"Exit"};
   MenuItem savereport{"Report"};  // of the last pass
@@ -92,6 +93,9 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
 
   // The menu's item that starts the pass.
   MenuItem& PassItem(Pass pass);
+
+  // Whether passes that can run in their thorough form do; the menu shows it.
+  void UseThorough(bool use);
 
   bool Busy() const { return !exitmnu.enabled; }
 

@@ -78,11 +78,14 @@ struct Movers::Item {
 };
 
 ErrorCode Movers::MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
-                               std::uint32_t count, std::int64_t starting_lcn, bool must_finish) {
+                               std::uint32_t count, std::int64_t starting_lcn, bool must_finish,
+                               std::optional<std::int64_t> shown) {
   view_.SetActivity(activity_colour::kMoving);
+  if (shown) view_.SetValue(*shown);
   platform_.desktop.DoEvents();
-  const auto reached = [this, must_finish](std::int64_t moved) {
+  const auto reached = [this, must_finish, shown](std::int64_t moved) {
     statistics.clusters_in_hand = moved;
+    if (shown) view_.SetValue(*shown + moved);
     platform_.desktop.DoEvents();
     return flags_.StopRequested != False && !must_finish;
   };
@@ -350,9 +353,10 @@ Movers::Planned Movers::MovePlanned(const std::string& path, const std::vector<L
     }
     if (found != leg.length) return Planned::Changed;
   }
+  std::int64_t shown = view_.Value();
   const auto move = [&](std::int64_t vcn, std::int64_t count, std::int64_t target) {
     return MoveClusters(geometry_.VolumeHandle, item.file.get(), vcn, RequestCount(count), target,
-                        must_finish);
+                        must_finish, shown);
   };
   for (std::size_t i = 0; i < requests.size(); ++i) {
     const Request& request = requests[i];
@@ -360,6 +364,7 @@ Movers::Planned Movers::MovePlanned(const std::string& path, const std::vector<L
     if (item.refusal == error::kSuccess) {
       ++statistics.moves;
       statistics.clusters_moved += request.count;
+      shown += request.count;
       continue;
     }
     for (std::size_t back = i; back-- > 0;) {

@@ -71,9 +71,11 @@ class Movers {
   MoveStatistics statistics;
 
   // One request to the file system. Every few megabytes the user and the timers get their turn; a
-  // stop asks the host to give the move up.
+  // stop asks the host to give the move up. Where the progress bar counts clusters, from what it
+  // shows when the move begins, it follows.
   ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn, std::uint32_t count,
-                         std::int64_t starting_lcn, bool must_finish = false);
+                         std::int64_t starting_lcn, bool must_finish = false,
+                         std::optional<std::int64_t> shown = std::nullopt);
 
   // How a target must shift so that a shadow copy sees aligned moves: 0 not at all, 1 too small to
   // align, 3 not possible on this cluster size, else 3 + the shift in clusters. A positive distance
@@ -91,7 +93,7 @@ class Movers {
   std::int64_t DefragmentFile(const std::string& path);
   // Planned moves of one file, to targets that are all free: clusters that lie from LCN `from` on,
   // holes between them left out, to those from `to` on. All or nothing. What must finish is not
-  // given up by a stop.
+  // given up by a stop. The progress bar counts clusters meanwhile.
   struct Leg {
     std::int32_t from = 0;
     std::int32_t to = 0;

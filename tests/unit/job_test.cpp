@@ -28,8 +28,9 @@ struct JobRig {
     });
     rig.window.changed = [this] {
       for (const char* doing : {"Defragmenting", "Defragging", "Compacting"}) {
-        const std::string note = doing;
-        if (rig.window.caption.get().starts_with(note) &&
+        const bool thorough = rig.program.flags.Thorough != False;
+        const std::string note = doing + std::string(thorough ? " thoroughly" : "");
+        if (rig.window.caption.get().starts_with(doing) &&
             (events.empty() || events.back() != note)) {
           events.push_back(note);
         }
@@ -63,6 +64,13 @@ TEST(JobTail, Table) {
       {R"(  /drv d:\ /C)", R"(d:\)", "", Done, R"(check d:\ | Compacting)"},
       {R"(/d)", R"(C:\)", "", Done, R"(check C:\ | Defragmenting)"},
       {R"(/o /d /c)", R"(C:\)", "", Done, R"(check C:\ | Compacting)"},
+      {R"(/drv D: /d /t)", R"(D:\)", "", Done, R"(check D:\ | Defragmenting thoroughly)"},
+      {R"(-T /o -d)", R"(C:\)", "", Done, R"(check C:\ | Defragmenting thoroughly)"},
+      {R"(/d /t /o)", R"(C:\)", "", Done, R"(check C:\ | Compacting | Defragging)"},
+      {R"(/t)", R"(C:\)", "", Done, R"(check C:\)"},
+      {R"(/d /temp)", R"(C:\)", "", InvalidArgument, "box Invalid argument: /temp"},
+      {R"(/dir "D:\a /t" /d)", R"(D:\)", R"(a \t)", NoFolder,
+       R"(check D:\ | box There is no folder D:\a \t.)"},
       {R"(/low /normal -high)", R"(C:\)", "", Done,
        R"(priority 64 | priority 32 | priority 32768 | check C:\)"},
       {R"(/dir "D:\My Games\Saves" /d)", R"(D:\)", R"(My Games\Saves)", Done,
@@ -113,6 +121,9 @@ TEST(JobTail, Effects) {
   EXPECT_TRUE(job.rig.program.debug_window.visible);
   EXPECT_TRUE(job.rig.program.launcher.context_menu.visible);
   EXPECT_EQ(job.rig.Log(), "");
+  job.rig.program.launcher.process_cmd_line("/d /t /o");
+  EXPECT_NE(job.rig.Log().find("CDM_line Optimize has no thorough form: /t goes with /d"),
+            std::string::npos);
 
   SimulatedPlatform machine;
   Program program(machine.All());
@@ -147,6 +158,14 @@ TEST(JobLine, FollowsTheOptions) {
   JobRig job;
   Introfrm& launcher = job.rig.program.launcher;
   EXPECT_EQ(launcher.JobLine(), "/drv C: /d /normal");
+  launcher.Chk_Thorough.Click();
+  EXPECT_EQ(launcher.JobLine(), "/drv C: /d /t /normal");
+  launcher.Option3.Click();
+  EXPECT_EQ(launcher.JobLine(), "/drv C: /o /normal");
+  launcher.Chk_Thorough.Click();  // disabled
+  launcher.Option1.Click();
+  EXPECT_EQ(launcher.JobLine(), "/drv C: /d /t /normal");
+  launcher.Chk_Thorough.value = false;
   launcher.VSS_Command.Click();
   launcher.Option3.Click();
   launcher.OptPrioHi.Click();
@@ -169,7 +188,6 @@ TEST(JobLine, FollowsTheOptions) {
   EXPECT_EQ(job.Events(), "priority 32768 | priority 64");
   launcher.SelectDrive("D:\\");
   EXPECT_EQ(launcher.JobLine(), "/drv D: /d /normal /down /vssafe");
-  EXPECT_TRUE(launcher.Option1.value && launcher.OptPrioMed.value && !launcher.Option2.value);
 }
 
 // The log of one job with every kind of line, worked out by hand.

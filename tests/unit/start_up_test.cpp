@@ -172,8 +172,11 @@ TEST(Launcher, ChoosingADriveStartsTheOptionsAnew) {
   launcher.Introduction();
   launcher.Option3.Click();
   launcher.OptPrioLow.Click();
+  launcher.Chk_Thorough.value = true;
+  drives.rig.window.thorough.Click();
   launcher.ImageCombo1.Choose(2);
   EXPECT_EQ(launcher.JobLine(), "/drv D: /d /normal");
+  EXPECT_FALSE(drives.rig.window.thorough.checked || drives.rig.program.flags.Thorough);
   EXPECT_TRUE(launcher.Option1.value && launcher.OptPrioMed.value && !launcher.Option3.value);
   EXPECT_EQ(drives.rig.machine->PriorityClass(), priority::kNormal) << "as it is shown";
   EXPECT_EQ(volume.Target().file_system + " " + volume.Facts().boot_text, "FAT32 FAT32");

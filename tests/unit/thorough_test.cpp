@@ -127,6 +127,32 @@ TEST(Thorough, HelpThatCannotBeToldIsNone) {
   }
 }
 
+// From its first second the bar stands for the data that the plan moves; before, for nothing.
+TEST(Thorough, TheBarShowsTheDataMoved) {
+  ForSeeds(10, [](std::uint64_t seed) {
+    RandomVolumeOptions options;
+    options.geometry = {.total_clusters = 8000, .sectors_per_cluster = 4096};
+    options.reparse = options.locked = options.immovable = 0;
+    options.mft = false;
+    const auto disk = MakeRandomVolume(options, seed);
+    ThoroughRig rig(*disk);
+    const MoveStatistics& moved = rig.engine.movers.statistics;
+    const ProgressBar& bar = rig.window.progress;
+    std::size_t inside = 0;
+    rig.machine->User().AtEveryDoEvents([&] {
+      const std::string& caption = rig.window.caption;
+      EXPECT_TRUE(!caption.starts_with("Planning") || bar.maximum + bar.value == 1);
+      if (!caption.starts_with("Defragmenting")) return;
+      EXPECT_EQ(bar.value, moved.clusters_moved + moved.clusters_in_hand);
+      inside += moved.clusters_in_hand > 0 ? 1 : 0;
+    });
+    rig.Run(Pass::Defrag);
+    EXPECT_GT(inside, 10U);
+    EXPECT_EQ(bar.value, bar.maximum);
+    EXPECT_EQ(bar.value, moved.clusters_moved);
+  });
+}
+
 TEST(Thorough, WhateverFailsNothingGetsWorse) {
   using Fault = std::function<void(FaultPlan&, SimulatedVolume&, int nth)>;
   const std::pair<const char*, Fault> faults[] = {
@@ -173,6 +199,9 @@ TEST(Thorough, StoppedAnywhereNothingIsWorse) {
     }
     rig.Run(Pass::Defrag);
     rig.ExpectNoneWorse();
+    const ProgressBar& bar = rig.window.progress;
+    const bool stopped = rig.program.flags.StopRequested && rig.engine.record.Summary();
+    EXPECT_TRUE(!stopped || bar.value == 0 || bar.value == bar.maximum);
     return user.DoEventsCount() - before;
   };
   const std::size_t checkpoints = count(0);

@@ -12,15 +12,15 @@ std::string Menu(const DefragWindow& window) {
   const std::pair<const MenuItem*, char> items[] = {
       {&window.Quitter, 'd'},   {&window.Arretdefrag, 's'},   {&window.cmdanalysemore, 'A'},
       {&window.cmdDefrag, 'D'}, {&window.SmartOptimize, 'O'}, {&window.cmdCompact, 'C'},
-      {&window.minmnu, 'm'},    {&window.exitmnu, 'e'}};
+      {&window.thorough, 't'},  {&window.minmnu, 'm'},        {&window.exitmnu, 'e'}};
   std::string menu;
   for (const auto& [item, letter] : items) menu += item->enabled ? letter : '-';
   return menu;
 }
 
-constexpr const char* kIdle = "d-ADOCme";
-constexpr const char* kBusy = "-s----m-";
-constexpr const char* kNoDrive = "d-----me";
+constexpr const char* kIdle = "d-ADOCtme";
+constexpr const char* kBusy = "-s-----m-";
+constexpr const char* kNoDrive = "d------me";
 
 // Runs the action inside the nth checkpoint of a run that begins now.
 template <typename Action>

@@ -174,7 +174,7 @@ class Player final : public Desktop {
     if (random_.Chance(0.4)) return one_of({"", "", "", "", "", "", " -setshell", " /d /bogus"});
     return one_of({"", " /drv C:", " /drv D:", " /drv E:", " /drv d:", " /drv X:",
                    " /dir \"D:\\folder0\"", " /dir \"C:\\folder1\""}) +
-           one_of({" /d", " /o", " /c", ""}) + one_of({"", " /min"}) +
+           one_of({" /d", " /o", " /c", ""}) + one_of({"", " /t"}) + one_of({"", " /min"}) +
            one_of({"", "", " /down", " /close"}) + one_of({"", "", " /dbg", " /low", " /vssafe"});
   }
 
@@ -194,13 +194,14 @@ class Player final : public Desktop {
       Start(step.deed.substr(std::min(kStart.size() + 1, step.deed.size())));
     } else if (std::set<std::string>{"Analyze", "Defrag", "Optimize", "Compact"}.contains(
                    step.deed)) {
-      life_->watch.BeginPass();
+      life_->watch.BeginPass(step.deed);
       deed->act();
       life_->watch.EndRun();
     } else {
       deed->act();
     }
-    if (step.deed == "Select Drive" || step.deed.starts_with("choose")) life_->watch.Chosen();
+    const bool in_list = step.deed.starts_with("choose");
+    if (step.deed == "Select Drive" || in_list) life_->watch.Chosen(in_list);
     if (step.deed == "warning Stop") life_->watch.Stopped();
     if (step.deed == "end of session") life_->watch.Ended();
     yes_ = yes_before;

@@ -23,6 +23,7 @@ class Screen {
     launcher_.end_program = [this] { Raise(job_closed); };
     for (Label& panel : main_.status_panels) panel.changed = [this] { Raise(panels_filled); };
     main_.Picdepartvolume.refreshed = [this](ColumnRange) { Raise(map_shown); };
+    main_.changed = [this] { Raise(captioned); };
   }
 
   // As the system starts it; runs the job of the line.
@@ -52,6 +53,7 @@ class Screen {
   Event job_closed;  // a job ends the program
   Event panels_filled;
   Event map_shown;
+  Event captioned;  // the main window
 
   // What passes would work on, and what is shown of it.
   char Target() const { return LetterOf(main_.engine.volume.Target().drive); }
@@ -67,6 +69,9 @@ class Screen {
   Handle VolumeHandle() const { return main_.engine.geometry.VolumeHandle; }
   char OpenVolume() const { return LetterOf(log_.HandlePath(VolumeHandle())); }
 
+  bool CaptionBegins(const char* text) const { return main_.caption.get().starts_with(text); }
+  bool ThoroughShown() const { return main_.thorough.checked; }
+
   bool MainVisible() const { return main_.visible; }
   bool AnyVisible() const {
     return main_.visible || launcher_.visible || launcher_.context_menu.visible;
@@ -79,7 +84,7 @@ class Screen {
   // The menu is neither that of a run nor that of rest.
   bool MenuMixed() const {
     return main_.Arretdefrag.enabled != Busy() ||
-           (Busy() && (PassesEnabled() || main_.Quitter.enabled));
+           (Busy() && (PassesEnabled() || main_.Quitter.enabled || main_.thorough.enabled));
   }
   bool PanelsBlank() const {
     return std::all_of(main_.status_panels.begin(), main_.status_panels.end(),
@@ -128,6 +133,7 @@ class Screen {
     Add(deeds, main_, "Defrag", 12, main_.cmdDefrag);
     Add(deeds, main_, "Optimize", 6, main_.SmartOptimize);
     Add(deeds, main_, "Compact", 6, main_.cmdCompact);
+    Add(deeds, main_, "Thorough", 6, main_.thorough);
     Add(deeds, main_, "Minimize", 2, main_.minmnu);
     Add(deeds, main_, "Exit", 1, main_.exitmnu);
     Add(deeds, main_, "Redraw after each file", 1, main_.Affiche);
@@ -168,6 +174,7 @@ class Screen {
                        }});
     };
     option("job Optimize", launcher_.Option3, launcher_.FrmJob);
+    option("job Thorough", launcher_.Chk_Thorough, launcher_.FrmJob);
     option("job High", launcher_.OptPrioHi, launcher_.FrmJob);
     option("job When done", launcher_.Chk_ShutDown, launcher_.FrmJob);
     option("job Shutdown", launcher_.OptShutDown, launcher_.FrmAfter);

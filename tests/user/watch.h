@@ -21,21 +21,34 @@ class Watch {
     });
     screen.panels_filled = [this] { panels_of_ = last_walk_; };
     screen.map_shown = [this] { map_of_ = last_bitmap_; };
+    screen.captioned = [this] {
+      if (std::uncaught_exceptions() == 0 && !runs_.empty() && !ended_) Captioned();
+    };
     world.power_off = [this] { PowersOff(); };
   }
 
   // What is on the stack: a pass by the user, or the job that the program was started with.
-  void BeginPass() { runs_.push_back(NewRun(false, {}, screen_.Target())); }
-  void BeginJob(const std::string& line) { runs_.push_back(NewRun(true, line, LetterIn(line))); }
+  void BeginPass(const std::string& name) {
+    runs_.push_back(NewRun(false, {}, screen_.Target()));
+    runs_.back().thorough =
+        screen_.ThoroughShown() && CanPlan([&](const PassRow& row) { return row.name == name; });
+  }
+  void BeginJob(const std::string& line) {
+    runs_.push_back(NewRun(true, line, LetterIn(line)));
+    runs_.back().thorough = Has(line, "/t") && CanPlan([&](const PassRow& row) {
+                              return Has(line, std::string("/") + row.letter);
+                            });
+  }
   void EndRun() {
     CheckDeeds(runs_.back());
     runs_.pop_back();
   }
 
   void Box() { ++boxes_; }
-  void Stopped() { ++stops_; }  // by the user
-  void Chosen() const {         // a drive, by the user
+  void Stopped() { ++stops_; }       // by the user
+  void Chosen(bool in_list) const {  // a drive, by the user
     if (!ended_ && !screen_.Folder().empty()) Break("a: folder of a job", screen_.Folder());
+    if (!ended_ && in_list && screen_.ThoroughShown()) Break("j: thorough of another drive", "");
   }
   void Ended() {  // the main window or the session
     if (!ended_) ended_busy_ = screen_.Busy();
@@ -92,6 +105,8 @@ class Watch {
     int bitmaps = 0;
     std::ptrdiff_t without_gap = 0;
     bool lists_valid = false;
+    bool thorough = false;  // is to be
+    bool planned = false;
   };
 
   [[noreturn]] static void Break(const char* rule, const std::string& what) {
@@ -105,15 +120,10 @@ class Watch {
     return (line + " ").find(name + " ") != std::string::npos;
   }
   Run NewRun(bool is_job, const std::string& line, char letter) const {
-    return {is_job,
-            line,
-            letter,
-            boxes_,
-            stops_,
-            walks_,
-            bitmaps_,
-            screen_.WithoutGap(),
-            screen_.ListsValid()};
+    Run run{is_job, line, letter, boxes_, stops_, walks_, bitmaps_};
+    run.without_gap = screen_.WithoutGap();
+    run.lists_valid = screen_.ListsValid();
+    return run;
   }
 
   // Whoever runs something gets something done, or hears why not.
@@ -123,6 +133,22 @@ class Watch {
     if (!run.lists_valid && walks_ == run.walks) Break("h: nothing walked, nothing said", run.line);
     if (screen_.WithoutGap() != run.without_gap && bitmaps_ == run.bitmaps) {
       Break("h: free space not read, nothing said", run.line);
+    }
+  }
+
+  static bool CanPlan(auto is_meant) {
+    return std::ranges::any_of(
+        kPasses, [&](const PassRow& row) { return is_meant(row) && row.thorough != nullptr; });
+  }
+
+  // A thorough run plans before it moves anything, and no other one plans.
+  void Captioned() {
+    Run& run = runs_.back();
+    run.planned |= screen_.CaptionBegins("Planning");
+    if (run.planned && !run.thorough) Break("j: thorough unasked", run.line);
+    for (const char* work : {"Defragmenting", "Preparing", "Optimzing", "Compacting"}) {
+      if (run.thorough == run.planned || !screen_.CaptionBegins(work)) continue;
+      Break("j: asked to be thorough, was not", run.line);
     }
   }
 

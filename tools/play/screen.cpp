@@ -211,6 +211,10 @@ bool Screen::MenuEnabled(int id) const {
   return state != ~UINT{0} && (state & (MF_GRAYED | MF_DISABLED)) == 0;
 }
 
+bool Screen::MenuChecked(int id) const {
+  return (GetMenuState(GetMenu(Main()), static_cast<UINT>(id), MF_BYCOMMAND) & MF_CHECKED) != 0;
+}
+
 void Screen::NoteTimer(HWND window, UINT_PTR id, UINT interval) {
   EnterCriticalSection(&timers_lock_);
   timers_[{window, id}] = interval;

@@ -64,6 +64,7 @@ class Screen {
   void Choose(HWND dialog, int combo, int index) const;
   void Menu(int id) const;
   bool MenuEnabled(int id) const;
+  bool MenuChecked(int id) const;
   // Waits for a box with this text, answers it, and waits until it has gone.
   void Answer(const std::string& text, int answer = IDOK) const;
 

@@ -161,6 +161,7 @@ TEST_F(SaveJob, RefusalsWriteNothing) {
   refuse("n", "/drv C: /x", 2, "Invalid argument: /x");
   refuse("n", "/d", 2, "No drive specified.");
   refuse("n", "/dir C:\\x /d", 2, "No dir specified.");
+  refuse("n", "/drv C: /o /t", 2, "Optimize has no thorough form");
   refuse("n", "/drv D: /d", 2, "D:");
   refuse("n", "/drv C /d", 2, "C\\, which no --volume names");
   refuse("n", "/setshell", 2, "Explorer verbs");

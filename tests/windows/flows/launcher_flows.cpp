@@ -53,7 +53,9 @@ FLOW(OptionsMakeTheJobLine, "", Alone) {
   };
   screen.Choose(launcher, IDC_VOLUMES, 2);
   screen.Until("drive D:", [&] { return line().ends_with("/drv D: /d /normal"); });
+  press(IDC_THOROUGH, "/drv D: /d /t /normal");
   press(IDC_ACTION_OPTIMIZE, "/drv D: /o /normal");
+  EXPECT_FALSE(IsWindowEnabled(GetDlgItem(launcher, IDC_THOROUGH)));
   press(IDC_PRIORITY_HIGH, "/drv D: /o /high");
   EXPECT_EQ(GetPriorityClass(GetCurrentProcess()), DWORD{ABOVE_NORMAL_PRIORITY_CLASS});
   press(IDC_MINIMIZED, "/drv D: /o /high /min");
@@ -69,23 +71,24 @@ FLOW(OptionsMakeTheJobLine, "", Alone) {
   EXPECT_TRUE(session.machine.pages[0].starts_with("https://")) << session.machine.pages[0];
 }
 
-FLOW(RefusesAnyoneButAdministrators, "", Alone) {
-  session.machine.administrator = 2;
+void EndsWith(Session& session, const char* text) {
   session.Start();
-  session.screen.Answer("no admin");
+  session.screen.Answer(text);
   session.End();
   EXPECT_FALSE(Screen::Shown(session.screen.Launcher()));
 }
 
+FLOW(RefusesAnyoneButAdministrators, "", Alone) {
+  session.machine.administrator = 2;
+  EndsWith(session, "no admin");
+}
+
 FLOW(RefusesWindows2000, "/drv C: /d", Alone) {
   session.machine.windows_2000 = true;
-  session.Start();
-  session.screen.Answer(
-      "Vornalux requires Windows XP or higher (2003 server, Vista) to run.\r\n"
-      "The detected Windows version does not meet the minimum requirements.\r\n\r\n"
-      "The program will now terminate.");
-  session.End();
-  EXPECT_FALSE(Screen::Shown(session.screen.Launcher()));
+  EndsWith(session,
+           "Vornalux requires Windows XP or higher (2003 server, Vista) to run.\r\n"
+           "The detected Windows version does not meet the minimum requirements.\r\n\r\n"
+           "The program will now terminate.");
 }
 
 // Every dialog of the program, at whatever resolution it was started with.
@@ -119,6 +122,17 @@ void EverythingFits(Session& session) {
   for (const std::uint32_t pixel : glyph) ink += pixel / static_cast<double>(0x004000);
   EXPECT_NEAR(ink / static_cast<double>(glyph.size()), 0.3, 0.06) << "of the redraw glyph";
   EXPECT_TRUE(std::equal(glyph.begin(), glyph.end(), glyph.rbegin())) << "two arrows, one turned";
+  screen.Press(screen.Launcher(), IDC_SELECT);
+  screen.UntilShown("the main window", &Screen::Main);
+  screen.UntilIdle();
+  screen.Menu(IDM_THOROUGH);  // as wide as it gets
+  screen.Until("its mark", [&] { return screen.MenuChecked(IDM_THOROUGH); });
+  SendMessageW(screen.Main(), WM_NULL, 0, 0);  // all of it
+  RECT first, last;
+  GetMenuItemRect(screen.Main(), GetMenu(screen.Main()), 0, &first);
+  GetMenuItemRect(screen.Main(), GetMenu(screen.Main()), 9, &last);
+  EXPECT_EQ(first.top, last.top) << "the menu's bar has room for one row";
+  EXPECT_LT(last.left, last.right);
   for (const HWND dialog : Dialogs(screen)) {
     RECT inside;
     GetClientRect(dialog, &inside);
@@ -146,10 +160,10 @@ void EverythingFits(Session& session) {
         EXPECT_LE(SizeOfText(child, area).cx + box, area.right - area.left) << name;
         EXPECT_LE(SizeOfText(child, area).cy, area.bottom - area.top + 2) << name;
       }
-      if (!label || Screen::Text(child).empty()) continue;
+      if (grouping || Screen::Text(child).empty()) continue;
       for (const RECT& other : taken) {
         RECT common;
-        EXPECT_FALSE(IntersectRect(&common, &area, &other)) << name << " lies over another text";
+        EXPECT_FALSE(IntersectRect(&common, &area, &other)) << name << " lies over another";
       }
       taken.push_back(area);
     }

@@ -175,20 +175,32 @@ FLOW(ALargeFileLeavesTheUserAWord, "", Alone) {
 }
 
 FLOW(DefragsAndOptimizesToTheEnd, "", Alone) {
-  const Screen& screen = SelectDrive(session, kC);
-  SimulatedVolume& volume = session.machine.C();
-  screen.Run(IDM_DEFRAG);
-  EXPECT_EQ(Screen::Text(screen.Main()), "Volume C:\\");
-  const std::size_t defrag_moves = session.machine.Drives().Log().Count(CallKind::MoveClusters);
+  const Screen& screen = SelectDrive(session, kD);
+  const CallLog& log = session.machine.Drives().Log();
+  screen.Menu(IDM_THOROUGH);
+  screen.Until("its mark", [&] { return screen.MenuChecked(IDM_THOROUGH); });
+  PostAtMove(session, 3, WM_COMMAND, IDM_STOP);
+  screen.Menu(IDM_DEFRAG);
+  screen.Answer("Are you sure?", IDNO);
+  screen.UntilIdle();
+  EXPECT_EQ(Screen::Text(screen.Main()), "Volume D:\\");
+  EXPECT_EQ(Screen::Panel(screen.Main(), IDC_STATUS_BAR, 3), "fragmented: 0");
+  EXPECT_EQ(SendMessageW(GetDlgItem(screen.Main(), IDC_PROGRESS), PBM_GETPOS, 0, 0), 10000);
+  const std::size_t defrag_moves = log.Count(CallKind::MoveClusters);
   EXPECT_GT(defrag_moves, 50u);
   screen.Run(IDM_OPTIMIZE);
-  EXPECT_GT(session.machine.Drives().Log().Count(CallKind::MoveClusters), defrag_moves);
+  EXPECT_GT(log.Count(CallKind::MoveClusters), defrag_moves);
   screen.Run(IDM_COMPACT);
-  EXPECT_TRUE(volume.ContentIntact());
+  KeepImageOfD(session);
 
   screen.Menu(IDM_DRIVE);
   screen.UntilShown("the launcher again", &Screen::Launcher);
   screen.Until("no drive", [&screen] { return !screen.MenuEnabled(IDM_DEFRAG); });
+  screen.Choose(screen.Launcher(), IDC_VOLUMES, kC);
+  screen.Until("no mark", [&] { return !screen.MenuChecked(IDM_THOROUGH); });
+  wchar_t text[32] = {};
+  GetMenuStringW(GetMenu(screen.Main()), IDM_THOROUGH, text, 31, MF_BYCOMMAND);
+  EXPECT_EQ(text, std::wstring(L"&Thorough"));
 }
 
 // What the dialog for a file's name calls the field for it, older ones and newer ones.

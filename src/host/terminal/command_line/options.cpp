@@ -40,17 +40,22 @@ Examples:
   vornalux job --volume C=disk.img -- /drv C: /d /low
   vornalux job --volume C=disk.img --save-job "Nightly defrag" -- /drv C: /d /low)";
 
-// The line of the passes: their switches, then their names.
+// The line of the passes: their switches, then their names. Below it those with a thorough form.
 std::string PassSwitches() {
   std::string letters;
   std::string names;
+  std::string thorough;
   for (const PassRow& row : kPasses) {
+    const auto add = [&row](std::string& to) {
+      to += (to.empty() ? "" : ", ") + std::string(row.command);
+    };
     letters += std::string(letters.empty() ? "/" : " /") + row.letter;
-    names += (names.empty() ? "" : ", ") + std::string(row.command);
+    add(names);
+    if (row.thorough != nullptr) add(thorough);
   }
   constexpr std::size_t kColumn = 15;
   letters.resize(std::max(letters.size() + 1, kColumn), ' ');
-  return "  " + letters + names;
+  return "  " + letters + names + "\n  /t             plan the whole volume first: " + thorough;
 }
 
 // What CLI11 fills before it is looked at more closely.

@@ -35,7 +35,7 @@ Session::Session(const Options& options, TerminalDesktop& desktop, Charset chars
   SetUpDebugLog(options, outputs);
   program_->launcher.ExcludeTxt.text = options.exclude;
   if (options.vss_safe) program_->launcher.VSS_LIVE.Click();
-  program_->flags.Thorough = ToBoolean(options.thorough);
+  program_->main_window.UseThorough(options.thorough);
   program_->flags.MaxMove = options.max_move;
 }
 

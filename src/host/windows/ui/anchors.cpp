@@ -6,11 +6,13 @@
 namespace vornalux {
 
 Anchors::Anchors(HWND dialog) : dialog_(dialog) {
-  RECT area;
-  GetClientRect(dialog, &area);
-  client_ = {area.right, area.bottom};
-  GetWindowRect(dialog, &area);
-  frame_ = {area.right - area.left, area.bottom - area.top};
+  TakeLeastSize();
+  // As designed: a menu that takes more than a row has taken it from the dialog.
+  RECT around = {};
+  AdjustWindowRectEx(&around, static_cast<DWORD>(GetWindowLongW(dialog, GWL_STYLE)),
+                     GetMenu(dialog) != nullptr,
+                     static_cast<DWORD>(GetWindowLongW(dialog, GWL_EXSTYLE)));
+  client_ = {frame_.cx - (around.right - around.left), frame_.cy - (around.bottom - around.top)};
 }
 
 void Anchors::Add(int id, unsigned ways, LONG height) {
@@ -42,6 +44,12 @@ void Anchors::Arrange() const {
   }
   if (moves != nullptr) EndDeferWindowPos(moves);
   RedrawWindow(dialog_, nullptr, nullptr, RDW_INVALIDATE | RDW_ERASE | RDW_ALLCHILDREN);
+}
+
+void Anchors::TakeLeastSize() {
+  RECT area;
+  GetWindowRect(dialog_, &area);
+  frame_ = {area.right - area.left, area.bottom - area.top};
 }
 
 void Anchors::LimitSize(MINMAXINFO& limits) const {

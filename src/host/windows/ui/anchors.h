@@ -20,6 +20,8 @@ class Anchors {
   void Add(int id, unsigned ways, LONG height = 0);
   // After the dialog has a new size.
   void Arrange() const;
+  // The dialog must not get smaller than it is now.
+  void TakeLeastSize();
   SIZE LeastSize() const { return frame_; }
   void LimitSize(MINMAXINFO& limits) const;
 

@@ -95,6 +95,7 @@ void NativeLauncher::LoadDrivePictures() {
 void NativeLauncher::BindJobOptions() {
   Bind(IDC_ACTION_FRAME, launcher_.Frame3);
   for (const PassRow& row : kPasses) Bind(IdOf(row.pass), launcher_.PassOption(row.pass));
+  Bind(IDC_THOROUGH, launcher_.Chk_Thorough);
   Bind(IDC_PRIORITY_LOW, launcher_.OptPrioLow);
   Bind(IDC_PRIORITY_NORMAL, launcher_.OptPrioMed);
   Bind(IDC_PRIORITY_HIGH, launcher_.OptPrioHi);
@@ -127,6 +128,7 @@ void NativeLauncher::Fold() {
     if (Item(id) != nullptr) SetState(id, open, true);
   }
   Raise(launcher_.FrmAfter.changed);
+  Raise(launcher_.Chk_Thorough.changed);
   RECT frame;
   GetWindowRect(window(), &frame);
   SetWindowPos(window(), nullptr, 0, 0, frame.right - frame.left,

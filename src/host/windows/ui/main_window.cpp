@@ -35,6 +35,7 @@ NativeMainWindow::NativeMainWindow(DefragWindow& main_window)
   Bind(IDM_STOP, main_window.Arretdefrag);
   Bind(IDM_ANALYZE, main_window.cmdanalysemore);
   for (const PassRow& row : kPasses) Bind(IdOf(row.pass), main_window.PassItem(row.pass));
+  Bind(IDM_THOROUGH, main_window.thorough);
   Bind(IDM_MINIMIZE, main_window.minmnu);
   Bind(IDM_EXIT, main_window.exitmnu);
   Bind(IDM_REPORT, main_window.savereport);
@@ -55,6 +56,7 @@ NativeMainWindow::NativeMainWindow(DefragWindow& main_window)
     PaintRedrawGlyph(dc, area, glyph.fore_colour);
   });
   AnchorControls();
+  WidenForMenu();
   main_window.Picdepartvolume.Resize(WidthOfMap());
 }
 
@@ -72,6 +74,31 @@ void NativeMainWindow::AnchorControls() {
   for (const int id : {IDC_ACTIVITY, IDC_REDRAW_EACH, IDC_HIDE_NAMES}) {
     anchors_.Add(id, kMovesRight | kMovesDown);
   }
+}
+
+// A second row of the menu's bar would cover what is at the bottom: with the mark that it may show,
+// and in whatever font, there has to be room for one.
+void NativeMainWindow::WidenForMenu() {
+  const HMENU menu = GetMenu(window());
+  const auto show = [this](bool checked) {
+    ShowCheck(IDM_THOROUGH, checked);
+    DrawMenuBar(window());
+  };
+  show(true);
+  LONG needed = 2 * GetSystemMetrics(SM_CXEDGE);
+  for (int i = 0; i < GetMenuItemCount(menu); ++i) {
+    RECT item = {};
+    GetMenuItemRect(window(), menu, static_cast<UINT>(i), &item);
+    needed += item.right - item.left;
+  }
+  show(main_window_.thorough.checked);
+  RECT area, frame;
+  GetClientRect(window(), &area);
+  GetWindowRect(window(), &frame);
+  const LONG more = std::max<LONG>(needed - area.right, 0);
+  SetWindowPos(window(), nullptr, 0, 0, frame.right - frame.left + more, frame.bottom - frame.top,
+               SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+  anchors_.TakeLeastSize();
 }
 
 void NativeMainWindow::BindLegend() {

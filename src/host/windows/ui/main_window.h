@@ -25,6 +25,7 @@ class NativeMainWindow final : public NativeForm {
   void BindLegend();
   void BindStatusBar();
   void AnchorControls();
+  void WidenForMenu();
   void ArrangePanels();
   // After a change of the window's size.
   void ArrangeWindow();

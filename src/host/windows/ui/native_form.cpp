@@ -470,8 +470,26 @@ void NativeForm::Bind(int id, PictureBox& picture) {
   });
 }
 
+// In the bar itself Windows shows no check mark, so that it stands in the text as well.
+void NativeForm::ShowCheck(UINT id, bool checked) const {
+  static const std::wstring mark = L"\x221A ";  // in every font of every system
+  const HMENU menu = GetMenu(window_);
+  if (menu == nullptr) return;  // the window has gone
+  if (((GetMenuState(menu, id, MF_BYCOMMAND) & MF_CHECKED) != 0) == checked) return;
+  wchar_t text[64] = {};
+  GetMenuStringW(menu, id, text, 63, MF_BYCOMMAND);
+  std::wstring marked = checked ? mark + text : std::wstring(text).substr(mark.size());
+  MENUITEMINFOW item = {};
+  item.cbSize = sizeof item;
+  item.fMask = MIIM_STRING;
+  item.dwTypeData = marked.data();
+  SetMenuItemInfoW(menu, id, FALSE, &item);
+  CheckMenuItem(menu, id, MF_BYCOMMAND | static_cast<UINT>(checked ? MF_CHECKED : MF_UNCHECKED));
+}
+
 void NativeForm::Bind(int id, MenuItem& item) {
   item.changed = [this, id, &item] {
+    ShowCheck(static_cast<UINT>(id), item.checked);
     EnableMenuItem(GetMenu(window_), static_cast<UINT>(id),
                    MF_BYCOMMAND | static_cast<UINT>(item.enabled ? MF_ENABLED : MF_GRAYED));
     DrawMenuBar(window_);

@@ -65,6 +65,8 @@ class NativeForm {
   HWND Item(int id) const { return GetDlgItem(window_, id); }
   virtual void ShowState(int id, const Control& control) const;
   void SetState(int id, bool visible, bool enabled) const;
+  // Of a menu's item.
+  void ShowCheck(UINT id, bool checked) const;
   // What the native side makes of other messages. True: handled.
   virtual bool OnMessage(UINT message, WPARAM wparam, LPARAM lparam, INT_PTR& result);
   // The user closes the window by its close box or its system menu, or presses Escape in it.
