@@ -30,7 +30,11 @@ bool Passes::defrag() {
     if (run_.view.RedrawsAfterEachFile()) Redraw();
     Step();
   }
-  EndDefrag();
+  Redraw();
+  TellUnreadGaps();
+  record_.End();
+  run_.flags.AnalysisValid = False;
+  ShowIdleCaption();
   return true;
 }
 

@@ -34,7 +34,7 @@ inline constexpr std::array<PassRow, kPassCount> kPasses = {{
     {Pass::Optimize, "Optimize", 'o', "optimize", "Arrange files by class", "Optimization", true,
      true, &Passes::optimizequick, nullptr},
     {Pass::Compact, "Compact", 'c', "compact", "Close the gaps between files", "Compaction", true,
-     false, &Passes::compactquick, nullptr},
+     false, &Passes::compactquick, &Passes::ThoroughCompact},
 }};
 
 constexpr const PassRow& RowOf(Pass pass) { return kPasses[static_cast<std::size_t>(pass)]; }

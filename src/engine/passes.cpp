@@ -12,14 +12,6 @@ bool Passes::PrepareFragmentLists() {
   return analysis_.Analyze_This();
 }
 
-void Passes::EndDefrag() {
-  Redraw();
-  TellUnreadGaps();
-  record_.End();
-  run_.flags.AnalysisValid = False;
-  ShowIdleCaption();
-}
-
 // What Optimize and Compact begin with. False when the run ends here.
 bool Passes::PrepareClassLists() {
   run_.flags.StopRequested = False;

@@ -33,6 +33,10 @@ class Passes {
   // Gathers directories in front and pulls the files beyond the optimize area forward.
   bool compactquick();
 
+  // Plans the whole volume, and brings all files in one piece to its front, all free space behind
+  // them.
+  bool ThoroughCompact();
+
  private:
   using Mover = std::int64_t (Movers::*)(const std::string&);
 
@@ -40,7 +44,7 @@ class Passes {
   void CompactPhase(const std::vector<std::string>& paths, Mover mover);
 
   bool PrepareFragmentLists();
-  void EndDefrag();
+  void EndThorough();
   bool PrepareClassLists();
   void EndWithStaleLists();
   void TellUnreadGaps();

@@ -35,7 +35,11 @@ const char* TextOf(plan::Obstacle obstacle) {
 // Carries out one plan after the other until one has been carried out to its end.
 class ThoroughRun {
  public:
-  ThoroughRun(const RunContext& run, RunRecord& record) : run_(run), record_(record) {}
+  using Planner = plan::Plan (*)(const plan::Volume&, const plan::Limits&);
+
+  // doing: the caption while files move, without the volume.
+  ThoroughRun(const RunContext& run, RunRecord& record, Planner planner, const char* doing)
+      : run_(run), record_(record), planner_(planner), doing_(doing) {}
 
   void Run() {
     for (int look = 0; look < kNewLooks && Look(); ++look) {
@@ -74,9 +78,9 @@ class ThoroughRun {
     std::int32_t clusters = 0;
     const FreeRunList& gaps = run_.geometry.GetFreeRuns(clusters);
     const plan::Volume volume = PlanSource(entries_, stays_, gaps, clusters);
-    const plan::Plan plan = plan::PlanDefrag(volume, {.clusters = Allowed()});
+    const plan::Plan plan = planner_(volume, {.clusters = Allowed()});
     record_.NotePlan(plan, volume, entries_);
-    run_.view.SetCaption("Defragmenting volume " + run_.target.Root());
+    run_.view.SetCaption(doing_ + run_.target.Root());
     run_.view.SetRange(0, done_ + plan.clusters_moved);
     run_.view.SetValue(done_);
     moved_.clear();
@@ -155,6 +159,8 @@ class ThoroughRun {
 
   const RunContext& run_;
   RunRecord& record_;
+  Planner planner_;
+  const char* doing_;
   std::vector<CensusEntry> entries_;
   std::vector<bool> stays_;        // entries that are not to be moved
   std::set<std::string> refused_;  // paths that the system would not move
@@ -169,10 +175,25 @@ bool Passes::ThoroughDefrag() {
   if (!PrepareFragmentLists()) return run_.flags.StopRequested != False;
   run_.flags.StopRequested = False;
   record_.Begin(Pass::Defrag);
-  ThoroughRun(run_, record_).Run();
-  run_.view.SetCurrentFile("");
-  EndDefrag();
+  ThoroughRun(run_, record_, plan::PlanDefrag, "Defragmenting volume ").Run();
+  EndThorough();
   return true;
+}
+
+bool Passes::ThoroughCompact() {
+  const BusyWindow busy(run_.view);
+  if (!PrepareClassLists()) return run_.flags.StopRequested != False;
+  record_.Begin(Pass::Compact);
+  ThoroughRun(run_, record_, plan::PlanCompact, "Compacting volume ").Run();
+  EndThorough();
+  return true;
+}
+
+void Passes::EndThorough() {
+  run_.view.SetCurrentFile("");
+  Redraw();
+  record_.End();
+  EndWithStaleLists();
 }
 
 }  // namespace vornalux

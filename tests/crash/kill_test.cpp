@@ -78,6 +78,8 @@ INSTANTIATE_TEST_SUITE_P(
         KillCase{"ntfs size=16M files=200 fragmented=70% fill=60% streams=20%", "optimize"},
         KillCase{"ntfs size=24M files=200 fragmented=90% fill=60%", "defrag", KillCase::kDrop},
         KillCase{"ntfs size=16M files=200 fragmented=90% fill=95%", "defrag", "--thorough"},
+        KillCase{"fat32 size=40M cluster=512 files=200 fragmented=90% fill=90%", "compact",
+                 "--thorough"},
         KillCase{"fat12 size=4M files=100 fragmented=90% fill=70%", "defrag"},
         KillCase{"fat16 size=16M files=250 fragmented=90% fill=70%", "compact"},
         KillCase{"fat32 size=40M cluster=512 files=300 fragmented=90% fill=60%", "optimize"}),

@@ -65,7 +65,7 @@ TEST(Thorough, LeavesNothingInPieces) {
     options.mft = false;
     const auto disk = MakeRandomVolume(options, seed);
     ThoroughRig rig(*disk);
-    rig.Run(Pass::Defrag);
+    rig.Run(seed % 3 == 0 ? Pass::Compact : Pass::Defrag);
     rig.ExpectNoneWorse();
     EXPECT_EQ(rig.Fragmented(), 0);
     EXPECT_EQ(rig.engine.movers.statistics.refused, 0);
@@ -179,16 +179,20 @@ TEST(Thorough, WhateverFailsNothingGetsWorse) {
       const auto disk = SmallVolume(static_cast<std::uint64_t>(nth % 7 + 1));
       ThoroughRig rig(*disk);
       fault(rig.faults, *disk, nth);
-      rig.Run(Pass::Defrag);
+      const bool compact = nth % 2 == 0;
+      rig.Run(compact ? Pass::Compact : Pass::Defrag);
       EXPECT_EQ(disk->DamagedContent(), std::vector<std::string>());
-      rig.ExpectNoneWorse();
+      // A file that slides can't go back where all is refused, or where others are by then.
+      const bool stuck = name == std::string_view("refused from then on") ||
+                         name == std::string_view("somebody takes clusters");
+      if (!compact || !stuck) rig.ExpectNoneWorse();
       if (HasFailure()) return;
     }
   }
 }
 
 TEST(Thorough, StoppedAnywhereNothingIsWorse) {
-  const auto count = [](std::size_t nth) {
+  const auto count = [](Pass pass, std::size_t nth) {
     const auto disk = SmallVolume(3);
     ThoroughRig rig(*disk);
     ScriptedDesktop& user = rig.machine->User();
@@ -197,19 +201,21 @@ TEST(Thorough, StoppedAnywhereNothingIsWorse) {
       user.Answer(BoxAnswer::Yes);
       user.AtDoEvents(before + nth, [&rig] { rig.window.Arretdefrag.Click(); });
     }
-    rig.Run(Pass::Defrag);
+    rig.Run(pass);
     rig.ExpectNoneWorse();
     const ProgressBar& bar = rig.window.progress;
     const bool stopped = rig.program.flags.StopRequested && rig.engine.record.Summary();
     EXPECT_TRUE(!stopped || bar.value == 0 || bar.value == bar.maximum);
     return user.DoEventsCount() - before;
   };
-  const std::size_t checkpoints = count(0);
-  ASSERT_GT(checkpoints, 50U);
-  for (std::size_t nth = 1; nth <= checkpoints; ++nth) {
-    SCOPED_TRACE(nth);
-    count(nth);
-    if (HasFailure()) return;
+  for (const Pass pass : {Pass::Defrag, Pass::Compact}) {
+    const std::size_t checkpoints = count(pass, 0);
+    ASSERT_GT(checkpoints, 50U);
+    for (std::size_t nth = 1; nth <= checkpoints; ++nth) {
+      SCOPED_TRACE(std::string(RowOf(pass).name) + " " + std::to_string(nth));
+      count(pass, nth);
+      if (HasFailure()) return;
+    }
   }
 }
 

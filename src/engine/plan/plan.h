@@ -62,4 +62,8 @@ struct Limits {
 // Every file in one piece, with as little data moved as can be found.
 Plan PlanDefrag(const Volume& volume, const Limits& limits = {});
 
+// All files in one piece and all free clusters behind them, as far as what is blocked allows. A
+// bound on what is moved ends it earlier.
+Plan PlanCompact(const Volume& volume, const Limits& limits = {});
+
 }  // namespace vornalux::plan

@@ -22,16 +22,19 @@ class SortedChunks {
 
   void Assign(const std::vector<Key>& sorted) {
     chunks_.clear();
+    firsts_.clear();
     for (std::size_t first = 0; first < sorted.size(); first += kFill) {
       const auto begin = sorted.begin() + static_cast<std::ptrdiff_t>(first);
       const std::size_t count = std::min(kFill, sorted.size() - first);
       chunks_.emplace_back(begin, begin + static_cast<std::ptrdiff_t>(count));
+      firsts_.push_back(sorted[first]);
     }
   }
 
   void Insert(const Key& key) {
     if (chunks_.empty()) {
       chunks_.push_back({key});
+      firsts_.push_back(key);
       return;
     }
     std::size_t chunk = ChunkOf(key);
@@ -40,11 +43,14 @@ class SortedChunks {
       const auto middle = full.begin() + static_cast<std::ptrdiff_t>(kFill);
       std::vector<Key> upper(middle, full.end());
       full.erase(middle, full.end());
-      chunks_.insert(chunks_.begin() + static_cast<std::ptrdiff_t>(chunk) + 1, std::move(upper));
+      const auto next = static_cast<std::ptrdiff_t>(chunk) + 1;
+      firsts_.insert(firsts_.begin() + next, upper.front());
+      chunks_.insert(chunks_.begin() + next, std::move(upper));
       chunk = ChunkOf(key);
     }
     std::vector<Key>& keys = chunks_[chunk];
     keys.insert(std::lower_bound(keys.begin(), keys.end(), key), key);
+    firsts_[chunk] = keys.front();
   }
 
   // The key must be there.
@@ -52,7 +58,12 @@ class SortedChunks {
     const std::size_t chunk = ChunkOf(key);
     std::vector<Key>& keys = chunks_[chunk];
     keys.erase(std::lower_bound(keys.begin(), keys.end(), key));
-    if (keys.empty()) chunks_.erase(chunks_.begin() + static_cast<std::ptrdiff_t>(chunk));
+    if (keys.empty()) {
+      chunks_.erase(chunks_.begin() + static_cast<std::ptrdiff_t>(chunk));
+      firsts_.erase(firsts_.begin() + static_cast<std::ptrdiff_t>(chunk));
+    } else {
+      firsts_[chunk] = keys.front();
+    }
   }
 
   Place Begin() const { return {}; }
@@ -82,13 +93,12 @@ class SortedChunks {
 
   // The last chunk that does not begin above the key.
   std::size_t ChunkOf(const Key& key) const {
-    const auto above =
-        std::upper_bound(chunks_.begin(), chunks_.end(), key,
-                         [](const Key& k, const std::vector<Key>& c) { return k < c.front(); });
-    return above == chunks_.begin() ? 0 : static_cast<std::size_t>(above - chunks_.begin()) - 1;
+    const auto above = std::upper_bound(firsts_.begin(), firsts_.end(), key);
+    return above == firsts_.begin() ? 0 : static_cast<std::size_t>(above - firsts_.begin()) - 1;
   }
 
   std::vector<std::vector<Key>> chunks_;  // none is empty
+  std::vector<Key> firsts_;  // of each chunk: close together, as each search needs them
 };
 
 }  // namespace vornalux::plan

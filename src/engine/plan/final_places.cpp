@@ -1,0 +1,298 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "engine/plan/final_places.h"
+
+#include <algorithm>
+#include <iterator>
+#include <limits>
+
+namespace vornalux::plan {
+namespace {
+
+constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
+constexpr std::int32_t kNone = ClusterSpace::kNone;
+constexpr std::int64_t kWasteAllowed = 200;  // one of so many free clusters may stay in front
+constexpr std::int64_t kWorthMoving = 4;     // clusters to be moved for one that is gained
+constexpr int kTries = 60;                   // files to begin a gap with
+constexpr int kTriesInHaste = 4;
+constexpr std::size_t kSummands = 120;
+constexpr std::int32_t kLongestSum = 60'000;
+constexpr std::int64_t kWork = 30'000'000;  // steps of looking for sums
+
+std::size_t Index(std::int32_t number) { return static_cast<std::size_t>(number); }
+
+}  // namespace
+
+std::int32_t FirstFreeLcn(const ClusterSpace& space) {
+  std::int64_t left = 0;
+  for (std::int32_t file = 0; file < space.FileCount(); ++file) left += space.SizeOf(file);
+  std::int32_t begin = 0;  // behind what is blocked
+  bool found = false;
+  const auto take_until = [&](std::int32_t end) {
+    found = end - begin >= left;
+    if (found) return;
+    left -= end - begin;
+  };
+  space.Visit(0, [&](const ClusterSpace::Piece& piece) {
+    if (piece.file != ClusterSpace::kBlocked) return true;
+    take_until(piece.lcn);
+    if (!found) begin = piece.Clusters().End();
+    return !found;
+  });
+  return begin + static_cast<std::int32_t>(left);
+}
+
+FinalPlaces::FinalPlaces(const ClusterSpace& space, double keep)
+    : space_(space),
+      ceiling_(FirstFreeLcn(space)),
+      starts_(Index(space.FileCount()), kNone),
+      chosen_(Index(space.FileCount()), false) {
+  SortOut();
+  KeepPieces(keep);
+  FillGaps();
+  PlaceTheRest();
+}
+
+void FinalPlaces::SortOut() {
+  std::vector<BySize> loose;
+  const auto is_loose = [&](const ClusterSpace::Piece& piece) {
+    return piece.file != ClusterSpace::kBlocked &&
+           (space_.IsFragmented(piece.file) || piece.Clusters().End() > ceiling_);
+  };
+  std::vector<Fixed> fixed;
+  space_.Visit(0, [&](const ClusterSpace::Piece& piece) {
+    if (!is_loose(piece))
+      fixed.push_back({piece.lcn, piece.Clusters().End(), piece.file, piece.length});
+    return true;
+  });
+  fixed_.Assign(fixed);
+  for (std::int32_t file = 0; file < space_.FileCount(); ++file) {
+    const std::int32_t first = space_.FirstPiece(file);
+    if (first != kNone && is_loose(space_.At(first))) loose.push_back({space_.SizeOf(file), file});
+  }
+  std::sort(loose.begin(), loose.end());
+  loose_.Assign(loose);
+}
+
+bool FinalPlaces::IsFixed(const Run& run) const {
+  const FixedPlace above = fixed_.LowerBound({.lcn = run.End()});
+  return above != fixed_.Begin() && fixed_.At(fixed_.Previous(above)).end > run.lcn;
+}
+
+void FinalPlaces::KeepPieces(double keep) {
+  std::vector<Fixed> kept;
+  for (auto at = loose_.Begin(); at != loose_.End(); at = loose_.Next(at)) {
+    const BySize& entry = loose_.At(at);
+    Fixed best{.file = entry.number};
+    std::int32_t offset = 0;
+    for (std::int32_t piece = space_.FirstPiece(entry.number); piece != kNone;
+         piece = space_.At(piece).next) {
+      const Run run = space_.At(piece).Clusters();
+      const std::int32_t start = run.lcn - offset;
+      if (run.length > best.kept && start >= 0 && start <= ceiling_ - entry.size) {
+        best = {start, start + entry.size, entry.number, run.length};
+      }
+      offset += run.length;
+    }
+    if (best.kept > 0 && best.kept >= keep * entry.size) kept.push_back(best);
+  }
+  std::stable_sort(kept.begin(), kept.end(),
+                   [](const Fixed& a, const Fixed& b) { return a.kept > b.kept; });
+  for (const Fixed& each : kept) {
+    const Run run{each.lcn, each.end - each.lcn};
+    if (IsFixed(run)) continue;
+    fixed_.Insert(each);
+    loose_.Erase({run.length, each.file});
+    starts_[Index(each.file)] = each.lcn;
+  }
+}
+
+std::int32_t FinalPlaces::BeginBefore(const FixedPlace& fixed) const {
+  return fixed == fixed_.Begin() ? 0 : fixed_.At(fixed_.Previous(fixed)).end;
+}
+
+std::int32_t FinalPlaces::EndAt(const FixedPlace& fixed) const {
+  return fixed == fixed_.End() ? space_.Clusters() : fixed_.At(fixed).lcn;
+}
+
+template <typename Visitor>
+void FinalPlaces::EachGap(Visitor visit) const {
+  std::int32_t begin = 0;
+  for (FixedPlace at = fixed_.Begin();; at = fixed_.Next(at)) {
+    if (EndAt(at) > begin) visit(Run{begin, EndAt(at) - begin});
+    if (at == fixed_.End()) return;
+    begin = fixed_.At(at).end;
+  }
+}
+
+// The largest sum of loose files that is not above the length; several ways of taking large ones
+// first, then sums of small ones.
+FinalPlaces::Choice FinalPlaces::LargestSum(std::int32_t length) {
+  Choice best;
+  auto first = loose_.LowerBound({length, kMost});
+  const int tries = work_ < kWork ? kTries : kTriesInHaste;
+  for (int i = 0; i < tries && best.sum < length && first != loose_.Begin(); ++i) {
+    first = loose_.Previous(first);
+    TryFrom(length, first, best);
+  }
+  if (best.sum < length && length <= kLongestSum && work_ < kWork) TrySums(length, best);
+  return best;
+}
+
+void FinalPlaces::TryFrom(std::int32_t length, SortedChunks<BySize>::Place first, Choice& best) {
+  Choice choice;
+  for (;;) {
+    const BySize& entry = loose_.At(first);
+    choice.files.push_back(entry.number);
+    choice.sum += entry.size;
+    chosen_[Index(entry.number)] = true;
+    first = loose_.LowerBound({length - choice.sum, kMost});
+    do {
+      ++work_;
+      if (first == loose_.Begin()) break;
+      first = loose_.Previous(first);
+    } while (chosen_[Index(loose_.At(first).number)]);
+    if (first == loose_.End() || chosen_[Index(loose_.At(first).number)] ||
+        loose_.At(first).size > length - choice.sum) {
+      break;
+    }
+  }
+  for (const std::int32_t file : choice.files) chosen_[Index(file)] = false;
+  work_ += 10 * std::ssize(choice.files);
+  if (choice.sum > best.sum) best = std::move(choice);
+}
+
+// All sums of some of the files: the small ones, that most sums need, and a choice of the others.
+void FinalPlaces::TrySums(std::int32_t length, Choice& best) {
+  std::vector<BySize> files;
+  std::vector<BySize> larger;
+  for (auto at = loose_.Begin(); at != loose_.End() && loose_.At(at).size <= length;
+       at = loose_.Next(at)) {
+    (files.size() < kSummands ? files : larger).push_back(loose_.At(at));
+    if (larger.size() >= 100 * kSummands) break;
+  }
+  work_ += std::ssize(larger);
+  const std::size_t step = larger.size() / kSummands + 1;
+  for (std::size_t i = 0; i < larger.size(); i += step) files.push_back(larger[i]);
+  // The large ones first: the small ones are worth more in other gaps.
+  std::reverse(files.begin(), files.end());
+  constexpr std::int16_t kOpen = -1;
+  constexpr std::int16_t kReached = -2;
+  std::vector<std::int16_t> last(Index(length) + 1, kOpen);  // the file that a sum was reached with
+  last[0] = kReached;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    for (std::int32_t sum = length; sum >= files[i].size; --sum) {
+      if (last[Index(sum)] == kOpen && last[Index(sum - files[i].size)] != kOpen) {
+        last[Index(sum)] = static_cast<std::int16_t>(i);
+      }
+    }
+    work_ += length;
+  }
+  std::int32_t sum = length;
+  while (sum > best.sum && last[Index(sum)] == kOpen) --sum;
+  if (sum <= best.sum) return;
+  best = {{}, sum};
+  while (sum > 0) {
+    const BySize& file = files[Index(last[Index(sum)])];
+    best.files.push_back(file.number);
+    sum -= file.size;
+  }
+}
+
+void FinalPlaces::Take(const Choice& choice, std::int32_t lcn) {
+  for (const std::int32_t file : choice.files) {
+    loose_.Erase({space_.SizeOf(file), file});
+    fillings_.Insert({lcn, file});
+    lcn += space_.SizeOf(file);
+  }
+}
+
+// What fills a gap is loose again.
+void FinalPlaces::Reopen(const Run& gap) {
+  if (gap.length <= 0) return;
+  const auto in_gap = [&] {
+    const auto at = fillings_.LowerBound({gap.lcn, 0});
+    return at != fillings_.End() && fillings_.At(at).lcn < gap.End() ? at : fillings_.End();
+  };
+  std::int32_t filled = 0;
+  for (auto at = in_gap(); at != fillings_.End(); at = in_gap()) {
+    const Filling filling = fillings_.At(at);
+    fillings_.Erase(filling);
+    loose_.Insert({space_.SizeOf(filling.file), filling.file});
+    filled += space_.SizeOf(filling.file);
+  }
+  const auto open = open_.LowerBound({gap.length, gap.lcn});
+  if (open != open_.End() && open_.At(open).size == gap.length &&
+      open_.At(open).number == gap.lcn) {
+    open_.Erase({gap.length, gap.lcn});
+  } else {
+    wasted_ -= gap.length - filled;
+  }
+}
+
+// Makes one gap of the two beside it.
+void FinalPlaces::Release(const FixedPlace& fixed) {
+  const Fixed gone = fixed_.At(fixed);
+  const std::int32_t begin = BeginBefore(fixed);
+  const std::int32_t end = EndAt(fixed_.Next(fixed));
+  Reopen({begin, gone.lcn - begin});
+  if (end <= ceiling_) Reopen({gone.end, end - gone.end});
+  fixed_.Erase(gone);
+  starts_[Index(gone.file)] = kNone;
+  loose_.Insert({gone.end - gone.lcn, gone.file});
+  if (end <= ceiling_) open_.Insert({end - begin, begin});
+}
+
+void FinalPlaces::FillGaps() {
+  std::vector<BySize> gaps;
+  EachGap([&](const Run& gap) {
+    if (gap.End() <= ceiling_) gaps.push_back({gap.length, gap.lcn});
+  });
+  std::sort(gaps.begin(), gaps.end());
+  open_.Assign(gaps);
+  const std::int64_t allowed = space_.FreeClusters() / kWasteAllowed;
+  while (open_.Begin() != open_.End()) {
+    const BySize gap = open_.At(open_.Begin());
+    const Choice choice = LargestSum(gap.size);
+    const std::int32_t waste = gap.size - choice.sum;
+    if (waste > 0) {
+      const FixedPlace right = fixed_.LowerBound({.lcn = gap.number});
+      const auto kept = [&](const FixedPlace& at) {
+        return at == fixed_.End() || fixed_.At(at).file == ClusterSpace::kBlocked
+                   ? kMost
+                   : fixed_.At(at).kept;
+      };
+      const FixedPlace left = right == fixed_.Begin() ? fixed_.End() : fixed_.Previous(right);
+      const FixedPlace cheaper = kept(left) <= kept(right) ? left : right;
+      if (kept(cheaper) < kMost &&
+          (wasted_ + waste > allowed || kept(cheaper) < kWorthMoving * waste)) {
+        Release(cheaper);
+        continue;
+      }
+    }
+    open_.Erase(gap);
+    wasted_ += waste;
+    Take(choice, gap.number);
+  }
+}
+
+// Behind the gaps, the largest first.
+void FinalPlaces::PlaceTheRest() {
+  std::vector<Run> rooms;
+  EachGap([&](const Run& gap) {
+    if (gap.End() > ceiling_) rooms.push_back(gap);
+  });
+  for (auto at = loose_.End(); at != loose_.Begin();) {
+    at = loose_.Previous(at);
+    const BySize& entry = loose_.At(at);
+    const auto room = std::find_if(rooms.begin(), rooms.end(),
+                                   [&](const Run& each) { return each.length >= entry.size; });
+    if (room == rooms.end()) continue;
+    starts_[Index(entry.number)] = room->lcn;
+    *room = {room->lcn + entry.size, room->length - entry.size};
+  }
+  for (auto at = fillings_.Begin(); at != fillings_.End(); at = fillings_.Next(at)) {
+    starts_[Index(fillings_.At(at).file)] = fillings_.At(at).lcn;
+  }
+}
+
+}  // namespace vornalux::plan

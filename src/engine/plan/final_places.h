@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "engine/plan/cluster_space.h"
+
+namespace vornalux::plan {
+
+// The LCN behind which all is free when everything that can be moved lies in front of it without a
+// gap.
+std::int32_t FirstFreeLcn(const ClusterSpace& space);
+
+// A volume without gaps in front of FirstFreeLcn, and what has to move for it. Files in one piece
+// in front of it stay; the others fill the gaps between them, several to a gap so that nothing is
+// left. Where that does not come out even, one of the neighbours is put among the others.
+class FinalPlaces {
+ public:
+  // A piece stays where it is, and its file comes to it, when it is at least `keep` of the file.
+  FinalPlaces(const ClusterSpace& space, double keep);
+
+  // Where each file is to begin. kNone: it stays, or no place was left.
+  const std::vector<std::int32_t>& Starts() const { return starts_; }
+
+ private:
+  // Has its place: a file in one piece, one that comes to its piece, or what is blocked.
+  struct Fixed {
+    std::int32_t lcn = 0;
+    std::int32_t end = 0;
+    std::int32_t file = ClusterSpace::kBlocked;
+    std::int32_t kept = 0;  // clusters that need not be moved as long as it is fixed
+    friend bool operator<(const Fixed& a, const Fixed& b) { return a.lcn < b.lcn; }
+  };
+  struct BySize {
+    std::int32_t size = 0;
+    std::int32_t number = 0;  // a file, or the LCN of a gap
+    friend bool operator<(const BySize& a, const BySize& b) {
+      return a.size != b.size ? a.size < b.size : a.number < b.number;
+    }
+  };
+  struct Filling {
+    std::int32_t lcn = 0;
+    std::int32_t file = 0;
+    friend bool operator<(const Filling& a, const Filling& b) { return a.lcn < b.lcn; }
+  };
+  struct Choice {
+    std::vector<std::int32_t> files;
+    std::int32_t sum = 0;
+  };
+  using FixedPlace = SortedChunks<Fixed>::Place;
+
+  void SortOut();
+  void KeepPieces(double keep);
+  void FillGaps();
+  void PlaceTheRest();
+  bool IsFixed(const Run& run) const;
+  std::int32_t BeginBefore(const FixedPlace& fixed) const;  // of the gap in front of it
+  std::int32_t EndAt(const FixedPlace& fixed) const;
+  template <typename Visitor>
+  void EachGap(Visitor visit) const;
+  void Release(const FixedPlace& fixed);
+  void Reopen(const Run& gap);
+  Choice LargestSum(std::int32_t length);
+  void TryFrom(std::int32_t length, SortedChunks<BySize>::Place first, Choice& best);
+  void TrySums(std::int32_t length, Choice& best);
+  void Take(const Choice& choice, std::int32_t lcn);
+
+  const ClusterSpace& space_;
+  std::int32_t ceiling_;
+  std::int64_t wasted_ = 0;
+  std::int64_t work_ = 0;
+  std::vector<std::int32_t> starts_;
+  std::vector<bool> chosen_;    // by file, while a choice is made
+  SortedChunks<BySize> loose_;  // files without a place
+  SortedChunks<Fixed> fixed_;
+  SortedChunks<BySize> open_;  // gaps to be filled
+  SortedChunks<Filling> fillings_;
+};
+
+}  // namespace vornalux::plan

@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "engine/plan/plan_moves.h"
+
+#include <algorithm>
+#include <cstddef>
+
+namespace vornalux::plan {
+namespace {
+
+Figures FiguresOf(const ClusterSpace& space) {
+  Figures figures;
+  for (std::int32_t file = 0; file < space.FileCount(); ++file) {
+    if (!space.IsFragmented(file)) continue;
+    ++figures.fragmented;
+    figures.pieces += space.PiecesOf(file);
+  }
+  figures.gaps = space.GapCount();
+  figures.largest_gap = space.LargestGap().length;
+  return figures;
+}
+
+// The most clusters between two that are blocked.
+std::int32_t LongestUnblocked(const ClusterSpace& space) {
+  std::int32_t longest = 0;
+  std::int32_t begin = 0;
+  space.Visit(0, [&](const ClusterSpace::Piece& piece) {
+    if (piece.file != ClusterSpace::kBlocked) return true;
+    longest = std::max(longest, piece.lcn - begin);
+    begin = piece.Clusters().End();
+    return true;
+  });
+  return std::max(longest, space.Clusters() - begin);
+}
+
+Obstacle ObstacleOf(std::int32_t size, const Plan& plan) {
+  if (size > plan.longest_unblocked) return Obstacle::Blocked;
+  return size > plan.free ? Obstacle::Space : Obstacle::NotFound;
+}
+
+// The moves from `first` on that can be one request: consecutive clusters of a file, to clusters
+// that follow each other and are all free beforehand.
+std::size_t EndOfRequest(const ClusterSpace& space, const std::vector<Move>& moves,
+                         std::size_t first) {
+  Run target{moves[first].to, moves[first].length};
+  std::size_t end = first + 1;
+  for (; end < moves.size() && moves[end].file == moves[first].file; ++end) {
+    const Move& last = moves[end - 1];
+    if (moves[end].to != target.End()) break;
+    const ClusterSpace::Piece& piece = space.At(space.PieceFrom(last.from));
+    const bool ends_piece = last.from + last.length == piece.Clusters().End();
+    if (!ends_piece || piece.next == ClusterSpace::kNone ||
+        space.At(piece.next).lcn != moves[end].from) {
+      break;
+    }
+    target.length += moves[end].length;
+    if (!space.IsFree(target)) break;
+  }
+  return end;
+}
+
+}  // namespace
+
+std::int64_t ClustersOf(const std::vector<Move>& moves) {
+  std::int64_t clusters = 0;
+  for (const Move& move : moves) clusters += move.length;
+  return clusters;
+}
+
+Plan PlanOf(const Volume& volume, const std::vector<Move>& moves) {
+  ClusterSpace space(volume);
+  Plan plan;
+  plan.before = FiguresOf(space);
+  plan.clusters_moved = ClustersOf(moves);
+  std::vector<std::int32_t> most;  // pieces that a file may be in when the run is stopped
+  for (std::int32_t file = 0; file < space.FileCount(); ++file) {
+    most.push_back(space.PiecesOf(file));
+  }
+  std::int32_t worse = 0;
+  for (std::size_t first = 0; first < moves.size();) {
+    const std::size_t end = EndOfRequest(space, moves, first);
+    const std::int32_t file = moves[first].file;
+    std::int32_t& allowed = most[static_cast<std::size_t>(file)];
+    const bool was_worse = space.PiecesOf(file) > allowed;
+    for (; first < end; ++first) {
+      space.MoveRun(moves[first].from, moves[first].to, moves[first].length);
+      plan.moves.push_back({moves[first], first + 1 < end, false});
+    }
+    // What is whole once stays whole; pieces that touch by chance need not.
+    if (!space.IsFragmented(file)) allowed = 1;
+    worse += (space.PiecesOf(file) > allowed ? 1 : 0) - (was_worse ? 1 : 0);
+    plan.moves.back().unfinished = worse > 0;
+  }
+  plan.after = FiguresOf(space);
+  plan.free = space.FreeClusters();
+  plan.longest_unblocked = plan.after.fragmented > 0 ? LongestUnblocked(space) : 0;
+  for (std::int32_t file = 0; file < space.FileCount(); ++file) {
+    if (!space.IsFragmented(file)) continue;
+    const std::int32_t size = space.SizeOf(file);
+    plan.staying.push_back({file, space.PiecesOf(file), size, ObstacleOf(size, plan)});
+  }
+  return plan;
+}
+
+void TellLimited(Plan& plan, const std::vector<Staying>& anyway) {
+  auto same = anyway.begin();
+  for (Staying& staying : plan.staying) {
+    while (same != anyway.end() && same->file < staying.file) ++same;
+    if (same == anyway.end() || same->file != staying.file) staying.obstacle = Obstacle::Limit;
+  }
+}
+
+}  // namespace vornalux::plan
