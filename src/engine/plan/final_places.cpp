@@ -41,9 +41,9 @@ std::int32_t FirstFreeLcn(const ClusterSpace& space) {
   return begin + static_cast<std::int32_t>(left);
 }
 
-FinalPlaces::FinalPlaces(const ClusterSpace& space, double keep)
+FinalPlaces::FinalPlaces(const ClusterSpace& space, std::int32_t ceiling, double keep)
     : space_(space),
-      ceiling_(FirstFreeLcn(space)),
+      ceiling_(ceiling),
       starts_(Index(space.FileCount()), kNone),
       chosen_(Index(space.FileCount()), false) {
   SortOut();
@@ -59,9 +59,12 @@ void FinalPlaces::SortOut() {
            (space_.IsFragmented(piece.file) || piece.Clusters().End() > ceiling_);
   };
   std::vector<Fixed> fixed;
+  room_ = ceiling_ + space_.FreeClusters() / kWasteAllowed;
   space_.Visit(0, [&](const ClusterSpace::Piece& piece) {
-    if (!is_loose(piece))
-      fixed.push_back({piece.lcn, piece.Clusters().End(), piece.file, piece.length});
+    const bool blocked = piece.file == ClusterSpace::kBlocked;
+    if (!blocked || piece.lcn < ceiling_) room_ -= piece.length;
+    if (is_loose(piece)) return true;
+    fixed.push_back({piece.lcn, piece.Clusters().End(), piece.file, piece.length});
     return true;
   });
   fixed_.Assign(fixed);
@@ -249,7 +252,6 @@ void FinalPlaces::FillGaps() {
   });
   std::sort(gaps.begin(), gaps.end());
   open_.Assign(gaps);
-  const std::int64_t allowed = space_.FreeClusters() / kWasteAllowed;
   while (open_.Begin() != open_.End()) {
     const BySize gap = open_.At(open_.Begin());
     const Choice choice = LargestSum(gap.size);
@@ -264,7 +266,7 @@ void FinalPlaces::FillGaps() {
       const FixedPlace left = right == fixed_.Begin() ? fixed_.End() : fixed_.Previous(right);
       const FixedPlace cheaper = kept(left) <= kept(right) ? left : right;
       if (kept(cheaper) < kMost &&
-          (wasted_ + waste > allowed || kept(cheaper) < kWorthMoving * waste)) {
+          (wasted_ + waste > room_ || kept(cheaper) < kWorthMoving * waste)) {
         Release(cheaper);
         continue;
       }

@@ -18,7 +18,8 @@ std::int32_t FirstFreeLcn(const ClusterSpace& space);
 class FinalPlaces {
  public:
   // A piece stays where it is, and its file comes to it, when it is at least `keep` of the file.
-  FinalPlaces(const ClusterSpace& space, double keep);
+  // The ceiling is FirstFreeLcn or above.
+  FinalPlaces(const ClusterSpace& space, std::int32_t ceiling, double keep);
 
   // Where each file is to begin. kNone: it stays, or no place was left.
   const std::vector<std::int32_t>& Starts() const { return starts_; }
@@ -68,6 +69,7 @@ class FinalPlaces {
 
   const ClusterSpace& space_;
   std::int32_t ceiling_;
+  std::int64_t room_ = 0;  // clusters in front of the ceiling that may stay free
   std::int64_t wasted_ = 0;
   std::int64_t work_ = 0;
   std::vector<std::int32_t> starts_;

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "engine/plan/compacting.h"
+
+#include <algorithm>
+#include <tuple>
+
+#include "engine/plan/final_places.h"
+#include "engine/plan/mend_files.h"
+#include "engine/plan/rearranging.h"
+
+namespace vornalux::plan {
+namespace {
+
+constexpr int kRounds = 6;
+constexpr std::int64_t kFew = 150;  // one of so many free clusters may lie elsewhere
+
+}  // namespace
+
+Disorder DisorderOf(const ClusterSpace& space, std::int32_t ceiling) {
+  std::int64_t behind = 0;
+  space.Visit(ceiling, [&](const ClusterSpace::Piece& piece) {
+    if (piece.file != ClusterSpace::kBlocked) {
+      behind += piece.Clusters().End() - std::max(ceiling, piece.lcn);
+    }
+    return true;
+  });
+  const bool few = behind <= space.FreeClusters() / kFew;
+  return {space.PieceCount(), few ? 0 : behind, space.ClustersMoved()};
+}
+
+// Where not everything got to its place, what did is a beginning: the rest is placed anew.
+void Compact(ClusterSpace& space, std::int32_t ceiling, double keep) {
+  Disorder last;
+  for (int round = 0; round < kRounds; ++round) {
+    const FinalPlaces places(space, ceiling, keep);
+    const bool all = Rearranging(space, places.Starts()).CarryOut();
+    const Disorder now = DisorderOf(space, ceiling);
+    const bool better = std::tie(now.pieces, now.behind) < std::tie(last.pieces, last.behind);
+    if ((all && now.behind == 0) || !better) return;
+    last = now;
+    if (!all) {
+      MendFiles(space, MendingOrder::LargestFirst, std::numeric_limits<std::int64_t>::max());
+    }
+  }
+}
+
+std::int32_t CeilingForGap(const ClusterSpace& space, std::int32_t length) {
+  std::int32_t ceiling = FirstFreeLcn(space);
+  std::int32_t begin = 0;
+  const auto room_until = [&](std::int32_t end) {
+    if (end - begin >= length) ceiling = std::max(ceiling, end - length);
+  };
+  space.Visit(0, [&](const ClusterSpace::Piece& piece) {
+    if (piece.file != ClusterSpace::kBlocked) return true;
+    room_until(piece.lcn);
+    begin = piece.Clusters().End();
+    return true;
+  });
+  room_until(space.Clusters());
+  return ceiling;
+}
+
+}  // namespace vornalux::plan
