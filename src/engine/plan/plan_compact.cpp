@@ -31,18 +31,26 @@ void CutOff(std::vector<Move>& moves, const Plan& plan, std::int64_t limit) {
 Plan PlanCompact(const Volume& volume, const Limits& limits) {
   std::vector<Move> best;
   std::optional<Disorder> least;
-  for (const double keep : kKeep) {
+  const auto compact_from = [&](const std::vector<Move>& begun, double keep) {
     ClusterSpace space(volume);
     const std::int32_t ceiling = FirstFreeLcn(space);
-    const bool large = std::ssize(volume.blocked) + space.PieceCount() > kManyPieces;
     if (!least) least = DisorderOf(space, ceiling);
+    for (const Move& move : begun) space.MoveRun(move.from, move.to, move.length);
     Compact(space, ceiling, keep);
     const Disorder disorder = DisorderOf(space, ceiling);
     if (disorder < *least) {
       least = disorder;
       best = space.Moves();
     }
-    if (large) break;
+  };
+  for (const double keep : kKeep) {
+    compact_from({}, keep);
+    if (std::ssize(volume.blocked) + least->pieces > kManyPieces) break;
+  }
+  // Where some stay in pieces for want of room to turn in, mending finds its own ways.
+  if (!PlanOf(volume, best).staying.empty()) {
+    const Plan mended = PlanDefrag(volume);
+    compact_from({mended.moves.begin(), mended.moves.end()}, kKeep[0]);
   }
   const Plan whole = PlanOf(volume, best);
   if (whole.clusters_moved <= limits.clusters) return whole;
