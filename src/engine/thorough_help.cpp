@@ -80,7 +80,7 @@ std::optional<ThoroughHelp> FindThoroughHelp(const RunContext& run, const RunSum
   const BusyWindow busy(run.view);
   const Boolean stopped = std::exchange(run.flags.StopRequested, False);
   const std::int32_t locked = run.extents.LockedCount;
-  run.view.SetCaption("Planning for volume " + run.target.Root());
+  run.view.SetCaption("Planning volume " + run.target.Root());
   run.platform.desktop.DoEvents();
   std::optional<ThoroughHelp> help;
   try {
