@@ -17,6 +17,7 @@ constexpr int kTriesInHaste = 4;
 constexpr std::size_t kSummands = 120;
 constexpr std::int32_t kLongestSum = 60'000;
 constexpr std::int64_t kWork = 30'000'000;  // steps of looking for sums
+constexpr std::int64_t kMostWork = 3 * kWork;
 
 std::size_t Index(std::int32_t number) { return static_cast<std::size_t>(number); }
 
@@ -42,10 +43,7 @@ std::int32_t FirstFreeLcn(const ClusterSpace& space) {
 }
 
 FinalPlaces::FinalPlaces(const ClusterSpace& space, std::int32_t ceiling, double keep)
-    : space_(space),
-      ceiling_(ceiling),
-      starts_(Index(space.FileCount()), kNone),
-      chosen_(Index(space.FileCount()), false) {
+    : space_(space), ceiling_(ceiling), starts_(Index(space.FileCount()), kNone) {
   SortOut();
   KeepPieces(keep);
   FillGaps();
@@ -141,25 +139,18 @@ FinalPlaces::Choice FinalPlaces::LargestSum(std::int32_t length) {
   return best;
 }
 
-void FinalPlaces::TryFrom(std::int32_t length, SortedChunks<BySize>::Place first, Choice& best) {
+// That one, and always the largest behind it that still fits.
+void FinalPlaces::TryFrom(std::int32_t length, SortedChunks<BySize>::Place at, Choice& best) {
   Choice choice;
-  for (;;) {
-    const BySize& entry = loose_.At(first);
-    choice.files.push_back(entry.number);
-    choice.sum += entry.size;
-    chosen_[Index(entry.number)] = true;
-    first = loose_.LowerBound({length - choice.sum, kMost});
-    do {
-      ++work_;
-      if (first == loose_.Begin()) break;
-      first = loose_.Previous(first);
-    } while (chosen_[Index(loose_.At(first).number)]);
-    if (first == loose_.End() || chosen_[Index(loose_.At(first).number)] ||
-        loose_.At(first).size > length - choice.sum) {
-      break;
-    }
+  for (BySize last = loose_.At(at);;) {
+    choice.files.push_back(last.number);
+    choice.sum += last.size;
+    // All that are chosen are larger, or as large and behind.
+    at = loose_.LowerBound(std::min(last, BySize{length - choice.sum, kMost}));
+    if (at == loose_.Begin()) break;
+    at = loose_.Previous(at);
+    last = loose_.At(at);
   }
-  for (const std::int32_t file : choice.files) chosen_[Index(file)] = false;
   work_ += 10 * std::ssize(choice.files);
   if (choice.sum > best.sum) best = std::move(choice);
 }
@@ -256,7 +247,7 @@ void FinalPlaces::FillGaps() {
     const BySize gap = open_.At(open_.Begin());
     const Choice choice = LargestSum(gap.size);
     const std::int32_t waste = gap.size - choice.sum;
-    if (waste > 0) {
+    if (waste > 0 && work_ < kMostWork) {
       const FixedPlace right = fixed_.LowerBound({.lcn = gap.number});
       const auto kept = [&](const FixedPlace& at) {
         return at == fixed_.End() || fixed_.At(at).file == ClusterSpace::kBlocked

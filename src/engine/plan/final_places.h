@@ -63,7 +63,7 @@ class FinalPlaces {
   void Release(const FixedPlace& fixed);
   void Reopen(const Run& gap);
   Choice LargestSum(std::int32_t length);
-  void TryFrom(std::int32_t length, SortedChunks<BySize>::Place first, Choice& best);
+  void TryFrom(std::int32_t length, SortedChunks<BySize>::Place at, Choice& best);
   void TrySums(std::int32_t length, Choice& best);
   void Take(const Choice& choice, std::int32_t lcn);
 
@@ -73,7 +73,6 @@ class FinalPlaces {
   std::int64_t wasted_ = 0;
   std::int64_t work_ = 0;
   std::vector<std::int32_t> starts_;
-  std::vector<bool> chosen_;    // by file, while a choice is made
   SortedChunks<BySize> loose_;  // files without a place
   SortedChunks<Fixed> fixed_;
   SortedChunks<BySize> open_;  // gaps to be filled

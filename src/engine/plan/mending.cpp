@@ -6,7 +6,7 @@
 namespace vornalux::plan {
 namespace {
 
-constexpr std::size_t kPlacesTried = 40;
+constexpr std::size_t kPlacesTried = 20;
 constexpr std::size_t kPlacesTriedInHaste = 4;  // when much has been looked at already
 constexpr std::int64_t kMoveInVain = 20;        // costs as much as looking at so many segments
 constexpr std::size_t kPartsTried = 8;

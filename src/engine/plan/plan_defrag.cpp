@@ -16,10 +16,11 @@ namespace {
 
 constexpr MendingOrder kOrders[] = {MendingOrder::LargestFirst, MendingOrder::SmallestFirst,
                                     MendingOrder::MostPiecesPerCluster};
-constexpr std::int64_t kManyPieces = 200'000;
+constexpr std::int64_t kManyPieces = 20'000;
 constexpr double kKeep = 0.5;  // of its file a piece has to be to stay when all is compacted
 
-// The best that the orders of mending find. Large volumes are planned once only: the time counts.
+// The best that the orders of mending find. For large volumes the first that leaves nothing in pieces
+// will do: the time counts.
 std::vector<Move> BestMending(const Volume& volume, const Limits& limits) {
   std::vector<Move> best;
   std::tuple<std::int64_t, std::int64_t> best_rank{std::numeric_limits<std::int64_t>::max(), 0};
@@ -30,7 +31,8 @@ std::vector<Move> BestMending(const Volume& volume, const Limits& limits) {
     if (rank >= best_rank) continue;
     best_rank = rank;
     best = space.Moves();
-    if (std::ssize(volume.blocked) + space.PieceCount() > kManyPieces) break;
+    const bool whole = space.PieceCount() <= space.FileCount();
+    if (whole && std::ssize(volume.blocked) + space.PieceCount() > kManyPieces) break;
   }
   return best;
 }

@@ -224,10 +224,7 @@ bool Rearranging::Clear(std::int32_t item, bool tear) {
     parts.emplace_back();
     if (!Tear(other, target, parts.back())) return false;
   }
-  if (torn.empty()) {
-    Queue(item);
-    return true;
-  }
+  // Every time one gets to its target, so that there is an end.
   if (At(item).state == State::Waiting && !Settle(item)) return false;
   for (std::size_t i = 0; i < torn.size(); ++i) {
     if (!Rejoin(torn[i], parts[i])) return false;
