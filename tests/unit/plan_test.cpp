@@ -119,13 +119,16 @@ plan::Volume RandomPlanVolume(SeededRandom& random) {
 TEST(Plan, KeepsWhatItPromisesAndNothingGetsWorse) {
   ForSeeds(400, [](std::uint64_t seed) {
     SeededRandom random(seed);
-    const plan::Volume volume = RandomPlanVolume(random);
+    plan::Volume volume = RandomPlanVolume(random);
     plan::Limits limits;
     if (random.Chance(0.3)) limits.clusters = random.Below(volume.clusters);
     const bool compact = random.Chance(0.5);
+    const int alignment = random.Chance(0.2) ? static_cast<int>(random.Between(2, 8)) : 1;
+    volume.alignment = alignment;
     const plan::Plan plan =
         compact ? plan::PlanCompact(volume, limits) : plan::PlanDefrag(volume, limits);
     Model model(volume);
+    const Model begun = model;
     std::vector<int> allowed;  // pieces
     for (std::size_t file = 0; file < volume.files.size(); ++file) {
       allowed.push_back(model.PiecesOf(file));
@@ -146,6 +149,9 @@ TEST(Plan, KeepsWhatItPromisesAndNothingGetsWorse) {
       for (std::size_t file = 0; file < volume.files.size(); ++file) {
         ASSERT_LE(model.PiecesOf(file), allowed[file]) << i;
         if (model.PiecesOf(file) == 1) allowed[file] = 1;
+        if (model.first[file] == model.first[file + 1]) continue;
+        const int moved_by = model.PlaceOf(model.first[file]) - begun.PlaceOf(model.first[file]);
+        ASSERT_EQ(moved_by % alignment, 0) << i;
       }
     }
     EXPECT_EQ(moved, plan.clusters_moved);

@@ -5,7 +5,8 @@
 
 namespace vornalux::plan {
 
-ClusterSpace::ClusterSpace(const Volume& volume) : clusters_(volume.clusters) {
+ClusterSpace::ClusterSpace(const Volume& volume)
+    : clusters_(volume.clusters), alignment_(volume.alignment) {
   files_.reserve(volume.files.size());
   for (const FileRuns& file : volume.files) {
     const auto number = FileCount();
@@ -97,13 +98,16 @@ Run ClusterSpace::LargestGap() const {
   return {gap.lcn, gap.length};
 }
 
-std::optional<Run> ClusterSpace::BestFit(std::int32_t length, const Run& but_not) const {
+std::optional<Run> ClusterSpace::BestFit(std::int32_t from, std::int32_t length,
+                                         const Run& but_not) const {
   for (auto place = gaps_.LowerBound({length, 0}); place != gaps_.End();
        place = gaps_.Next(place)) {
     const BySize& gap = gaps_.At(place);
-    const Run low{gap.lcn, length};
+    const std::int32_t last = gap.lcn + gap.length - length;
+    const Run low{AlignedUp(gap.lcn, from), length};
+    if (low.lcn > last) continue;
     if (!low.Meets(but_not)) return low;
-    const Run high{gap.lcn + gap.length - length, length};
+    const Run high{AlignedUp(last - alignment_ + 1, from), length};
     if (!high.Meets(but_not)) return high;
   }
   return std::nullopt;

@@ -31,6 +31,9 @@ struct Volume {
   std::int32_t clusters = 0;
   std::vector<FileRuns> files;  // those that can be moved
   std::vector<Run> blocked;     // what cannot be moved, and free places to be kept free
+  // Files, and pieces that are moved alone, move by multiples of so many clusters; pieces that come
+  // to a file's first one follow it.
+  std::int32_t alignment = 1;
 };
 
 // One request to the file system: clusters of a file, in one run, to clusters that are free then.
@@ -62,6 +65,12 @@ class ClusterSpace {
   explicit ClusterSpace(const Volume& volume);
 
   std::int32_t Clusters() const { return clusters_; }
+  std::int32_t Alignment() const { return alignment_; }
+  // The lowest from lcn on to which what lies at `from` can be moved.
+  std::int32_t AlignedUp(std::int32_t lcn, std::int32_t from) const {
+    const std::int32_t rest = (from - lcn) % alignment_;
+    return lcn + (rest < 0 ? rest + alignment_ : rest);
+  }
   std::int32_t FileCount() const { return static_cast<std::int32_t>(files_.size()); }
   std::int32_t SizeOf(std::int32_t file) const { return files_[Index(file)].size; }
   std::int32_t PiecesOf(std::int32_t file) const { return files_[Index(file)].pieces; }
@@ -92,8 +101,8 @@ class ClusterSpace {
   // Length 0 when nothing is free.
   Run LargestGap() const;
   // The smallest gap, the lowest of equals, of which `length` clusters at its begin or end lie
-  // outside `but_not`; what is given is just those clusters.
-  std::optional<Run> BestFit(std::int32_t length, const Run& but_not = {}) const;
+  // outside `but_not`, aligned with what lies at `from`; what is given is just those clusters.
+  std::optional<Run> BestFit(std::int32_t from, std::int32_t length, const Run& but_not = {}) const;
   // Gaps from the largest down, at most `count`.
   std::vector<Run> LargestGaps(std::size_t count) const;
   // The gap that holds a free cluster.
@@ -137,6 +146,7 @@ class ClusterSpace {
   void RemoveGap(const Run& gap);
 
   std::int32_t clusters_;
+  std::int32_t alignment_;
   std::int32_t free_ = 0;
   std::int32_t gap_count_ = 0;
   std::int64_t piece_count_ = 0;

@@ -214,7 +214,7 @@ bool OfFewPieces(const ClusterSpace& space) {
 
 std::vector<Move> TryEveryWay(const ClusterSpace& space, std::int64_t pieces,
                               std::int64_t clusters) {
-  if (!OfFewPieces(space)) return {};
+  if (!OfFewPieces(space) || space.Alignment() > 1) return {};
   return Search(space, pieces, clusters).Run();
 }
 

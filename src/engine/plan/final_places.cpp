@@ -50,6 +50,15 @@ FinalPlaces::FinalPlaces(const ClusterSpace& space, std::int32_t ceiling, double
   PlaceTheRest();
 }
 
+// As much as it may take, with what is in front of it for the alignment.
+std::int32_t FinalPlaces::RoomFor(std::int32_t file) const {
+  return space_.SizeOf(file) + space_.Alignment() - 1;
+}
+
+std::int32_t FinalPlaces::StartAt(std::int32_t file, std::int32_t lcn) const {
+  return space_.AlignedUp(lcn, space_.At(space_.FirstPiece(file)).lcn);
+}
+
 void FinalPlaces::SortOut() {
   std::vector<BySize> loose;
   const auto is_loose = [&](const ClusterSpace::Piece& piece) {
@@ -68,7 +77,7 @@ void FinalPlaces::SortOut() {
   fixed_.Assign(fixed);
   for (std::int32_t file = 0; file < space_.FileCount(); ++file) {
     const std::int32_t first = space_.FirstPiece(file);
-    if (first != kNone && is_loose(space_.At(first))) loose.push_back({space_.SizeOf(file), file});
+    if (first != kNone && is_loose(space_.At(first))) loose.push_back({RoomFor(file), file});
   }
   std::sort(loose.begin(), loose.end());
   loose_.Assign(loose);
@@ -89,8 +98,10 @@ void FinalPlaces::KeepPieces(double keep) {
          piece = space_.At(piece).next) {
       const Run run = space_.At(piece).Clusters();
       const std::int32_t start = run.lcn - offset;
-      if (run.length > best.kept && start >= 0 && start <= ceiling_ - entry.size) {
-        best = {start, start + entry.size, entry.number, run.length};
+      const std::int32_t size = space_.SizeOf(entry.number);
+      if (run.length > best.kept && start >= 0 && start <= ceiling_ - size &&
+          StartAt(entry.number, start) == start) {
+        best = {start, start + size, entry.number, run.length};
       }
       offset += run.length;
     }
@@ -102,7 +113,7 @@ void FinalPlaces::KeepPieces(double keep) {
     const Run run{each.lcn, each.end - each.lcn};
     if (IsFixed(run)) continue;
     fixed_.Insert(each);
-    loose_.Erase({run.length, each.file});
+    loose_.Erase({RoomFor(each.file), each.file});
     starts_[Index(each.file)] = each.lcn;
   }
 }
@@ -194,7 +205,8 @@ void FinalPlaces::TrySums(std::int32_t length, Choice& best) {
 
 void FinalPlaces::Take(const Choice& choice, std::int32_t lcn) {
   for (const std::int32_t file : choice.files) {
-    loose_.Erase({space_.SizeOf(file), file});
+    loose_.Erase({RoomFor(file), file});
+    lcn = StartAt(file, lcn);
     fillings_.Insert({lcn, file});
     lcn += space_.SizeOf(file);
   }
@@ -211,8 +223,8 @@ void FinalPlaces::Reopen(const Run& gap) {
   for (auto at = in_gap(); at != fillings_.End(); at = in_gap()) {
     const Filling filling = fillings_.At(at);
     fillings_.Erase(filling);
-    loose_.Insert({space_.SizeOf(filling.file), filling.file});
-    filled += space_.SizeOf(filling.file);
+    loose_.Insert({RoomFor(filling.file), filling.file});
+    filled += RoomFor(filling.file);
   }
   const auto open = open_.LowerBound({gap.length, gap.lcn});
   if (open != open_.End() && open_.At(open).size == gap.length &&
@@ -232,7 +244,7 @@ void FinalPlaces::Release(const FixedPlace& fixed) {
   if (end <= ceiling_) Reopen({gone.end, end - gone.end});
   fixed_.Erase(gone);
   starts_[Index(gone.file)] = kNone;
-  loose_.Insert({gone.end - gone.lcn, gone.file});
+  loose_.Insert({RoomFor(gone.file), gone.file});
   if (end <= ceiling_) open_.Insert({end - begin, begin});
 }
 
@@ -280,7 +292,7 @@ void FinalPlaces::PlaceTheRest() {
     const auto room = std::find_if(rooms.begin(), rooms.end(),
                                    [&](const Run& each) { return each.length >= entry.size; });
     if (room == rooms.end()) continue;
-    starts_[Index(entry.number)] = room->lcn;
+    starts_[Index(entry.number)] = StartAt(entry.number, room->lcn);
     *room = {room->lcn + entry.size, room->length - entry.size};
   }
   for (auto at = fillings_.Begin(); at != fillings_.End(); at = fillings_.Next(at)) {

@@ -51,6 +51,8 @@ class FinalPlaces {
   };
   using FixedPlace = SortedChunks<Fixed>::Place;
 
+  std::int32_t RoomFor(std::int32_t file) const;
+  std::int32_t StartAt(std::int32_t file, std::int32_t lcn) const;
   void SortOut();
   void KeepPieces(double keep);
   void FillGaps();

@@ -68,6 +68,7 @@ std::int32_t Mending::InPlace(const Chain& chain, std::int32_t start) {
 std::optional<Mending::Place> Mending::FreePlaceAt(const Chain& chain, std::int32_t start) const {
   const Run window{start, chain.size};
   if (window.lcn < 0 || window.lcn > space_.Clusters() - window.length) return std::nullopt;
+  if (space_.AlignedUp(start, chain.parts.front().lcn) != start) return std::nullopt;
   bool free = true;
   space_.Visit(window.lcn, [&](const ClusterSpace::Piece& piece) {
     if (piece.lcn >= window.End()) return false;
@@ -79,7 +80,8 @@ std::optional<Mending::Place> Mending::FreePlaceAt(const Chain& chain, std::int3
 
 std::optional<Mending::Place> Mending::BestFreePlace(const Chain& chain) const {
   std::optional<Place> best;
-  if (const auto gap = space_.BestFit(chain.size)) best = Place{gap->lcn, gap->length};
+  const std::int32_t from = chain.parts.front().lcn;
+  if (const auto gap = space_.BestFit(from, chain.size)) best = Place{gap->lcn, gap->length};
   for (const Part& part : LongestParts(chain)) {
     const auto place = FreePlaceAt(chain, part.lcn - part.offset);
     if (place && (!best || place->cost < best->cost)) best = place;
@@ -98,7 +100,9 @@ bool Mending::IntoGap(std::int32_t file) {
   const std::size_t mark = space_.Moves().size();
   if (place && Bring(chain, place->start)) return true;
   space_.TakeBackTo(mark);
-  if (const auto gap = space_.BestFit(chain.size)) return Bring(chain, gap->lcn);
+  if (const auto gap = space_.BestFit(chain.parts.front().lcn, chain.size)) {
+    return Bring(chain, gap->lcn);
+  }
   return false;
 }
 
@@ -143,7 +147,7 @@ bool Mending::Bring(Chain chain, std::int32_t start) {
     bool moved = false;
     for (Part& part : parts) {
       if (!window.Meets({part.lcn, part.length})) continue;
-      const auto gap = space_.BestFit(part.length, window);
+      const auto gap = space_.BestFit(part.lcn, part.length, window);
       if (!gap) continue;
       space_.MoveRun(part.lcn, gap->lcn, part.length);
       part.lcn = gap->lcn;
@@ -176,12 +180,13 @@ bool Mending::Vacate(const Chain& chain, const Run& window) {
     }
     const std::int32_t other = space_.At(piece).file;
     if (other != chain.file && space_.IsFragmented(other)) {
-      const auto whole = space_.BestFit(space_.SizeOf(other), window);
+      const auto whole =
+          space_.BestFit(space_.At(space_.FirstPiece(other)).lcn, space_.SizeOf(other), window);
       if (whole && Bring(WholeFile(other), whole->lcn)) continue;
     }
     const std::int32_t here = space_.PieceFrom(run.lcn);
     const Run clusters = space_.At(here).Clusters();
-    const auto gap = space_.BestFit(clusters.length, window);
+    const auto gap = space_.BestFit(clusters.lcn, clusters.length, window);
     if (!gap) return false;
     space_.MoveRun(clusters.lcn, gap->lcn, clusters.length);
   }
@@ -235,7 +240,7 @@ void Mending::Sweep(const Chain& chain, const std::vector<Segment>& segments,
     std::size_t first = 0;
     std::size_t last = 0;
     for (std::size_t i = 0; i < segments.size(); ++i) {
-      const std::int32_t start = start_at(i);
+      const std::int32_t start = space_.AlignedUp(start_at(i), chain.parts.front().lcn);
       if (start < begin || start > end - size) continue;
       while (first < segments.size() && segments[first].end <= start) ++first;
       while (last < segments.size() && segments[last].lcn < start + size) ++last;
@@ -278,6 +283,7 @@ std::vector<Mending::Place> Mending::PlacesToVacate(const Chain& chain) {
   for (const Part& part : LongestParts(chain)) {
     const std::int32_t start = part.lcn - part.offset;
     if (start < 0 || start > space_.Clusters() - chain.size) continue;
+    if (space_.AlignedUp(start, chain.parts.front().lcn) != start) continue;
     std::int64_t evicted = 0;
     bool blocked = false;
     space_.Visit(start, [&](const ClusterSpace::Piece& at) {
@@ -314,7 +320,7 @@ bool Mending::IntoVacatedPlace(std::int32_t file, std::int64_t limit) {
 
 // The stretch with the least in it that has enough free clusters between its ends, which are gaps.
 bool Mending::IntoGatheredGap(std::int32_t file, std::int64_t limit) {
-  if (scan_budget_ < 0) return false;
+  if (scan_budget_ < 0 || space_.Alignment() > 1) return false;
   const std::int32_t size = space_.SizeOf(file);
   if (space_.FreeClusters() < size) return false;
   const std::vector<Segment>& segments =

@@ -19,8 +19,8 @@ constexpr MendingOrder kOrders[] = {MendingOrder::LargestFirst, MendingOrder::Sm
 constexpr std::int64_t kManyPieces = 20'000;
 constexpr double kKeep = 0.5;  // of its file a piece has to be to stay when all is compacted
 
-// The best that the orders of mending find. For large volumes the first that leaves nothing in pieces
-// will do: the time counts.
+// The best that the orders of mending find. For large volumes the first that leaves nothing in
+// pieces will do: the time counts.
 std::vector<Move> BestMending(const Volume& volume, const Limits& limits) {
   std::vector<Move> best;
   std::tuple<std::int64_t, std::int64_t> best_rank{std::numeric_limits<std::int64_t>::max(), 0};

@@ -154,15 +154,18 @@ bool Rearranging::SetAside(std::int32_t item, const Run& but_not) {
   std::int32_t begin = std::max(behind_, but_not.End());
   begin = std::max(begin, space_.GapAt(begin).lcn);
   std::int32_t place = kNone;
+  const auto aligned = [&] { return space_.AlignedUp(begin, each.lcn); };
   int seen = 0;
   space_.Visit(begin, [&](const ClusterSpace::Piece& piece) {
-    if (piece.lcn - begin >= each.length) place = begin;
+    if (piece.lcn - aligned() >= each.length) place = aligned();
     begin = std::max(begin, piece.Clusters().End());
     return place == kNone && ++seen < kGapsSeen;
   });
-  if (place == kNone && seen < kGapsSeen && space_.Clusters() - begin >= each.length) place = begin;
+  if (place == kNone && seen < kGapsSeen && space_.Clusters() - aligned() >= each.length) {
+    place = aligned();
+  }
   if (place == kNone) {
-    const auto gap = space_.BestFit(each.length, but_not);
+    const auto gap = space_.BestFit(each.lcn, each.length, but_not);
     if (!gap) return false;
     place = gap->lcn;
   }
@@ -219,7 +222,7 @@ bool Rearranging::Clear(std::int32_t item, bool tear) {
   std::vector<std::vector<Run>> parts;
   for (const std::int32_t other : others) {
     if (Settle(other) || SetAside(other, target)) continue;
-    if (!tear) return false;
+    if (!tear || space_.Alignment() > 1) return false;
     torn.push_back(other);
     parts.emplace_back();
     if (!Tear(other, target, parts.back())) return false;
@@ -263,7 +266,7 @@ bool Rearranging::Rejoin(std::int32_t item, const std::vector<Run>& parts) {
   const Run source = each.Source();
   std::int32_t place = each.target;
   if (!space_.IsFree(each.Target())) {
-    const auto gap = space_.BestFit(each.length);
+    const auto gap = space_.BestFit(each.lcn, each.length);
     if (!gap) return false;
     place = gap->lcn;
   }
