@@ -224,10 +224,7 @@ bool Rearranging::Clear(std::int32_t item, bool tear) {
     parts.emplace_back();
     if (!Tear(other, target, parts.back())) return false;
   }
-  if (torn.empty()) {
-    Queue(item);
-    return true;
-  }
+  // A long file may be too near to slide to its target: only what gets there is a step on.
   if (At(item).state == State::Waiting && !Settle(item)) return false;
   for (std::size_t i = 0; i < torn.size(); ++i) {
     if (!Rejoin(torn[i], parts[i])) return false;
