@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <numeric>
+#include <unordered_map>
 
 namespace vornalux {
 namespace {
@@ -24,15 +26,41 @@ void EachRun(const std::vector<Extent>& extents, Visitor visit) {
   }
 }
 
+std::int64_t FirstLcn(const CensusEntry& entry) {
+  const auto first = std::ranges::find_if(entry.extents, [](auto& each) { return each.Lcn >= 0; });
+  return first == entry.extents.end() ? -1 : first->Lcn;
+}
+
+// Names of one file have all its extents in common.
+std::vector<std::size_t> PlannedAs(const std::vector<CensusEntry>& entries,
+                                   const std::vector<bool>& stays, bool links) {
+  std::vector<std::size_t> planned_as(entries.size());
+  std::iota(planned_as.begin(), planned_as.end(), std::size_t{0});
+  std::unordered_map<std::int64_t, std::size_t> names;
+  for (const bool staying : {false, true}) {
+    for (std::size_t i = 0; links && i < entries.size(); ++i) {
+      if (stays[i] != staying) continue;
+      const std::size_t name = names.emplace(FirstLcn(entries[i]), i).first->second;
+      if (entries[name].extents == entries[i].extents) planned_as[i] = name;
+    }
+  }
+  return planned_as;
+}
+
 }  // namespace
 
-plan::Volume PlanSource(const std::vector<CensusEntry>& entries, const std::vector<bool>& stays,
-                        const FreeRunList& gaps, std::int32_t clusters) {
+PlanSource::PlanSource(const std::vector<CensusEntry>& entries, const std::vector<bool>& stays,
+                       bool links, const FreeRunList& gaps, std::int32_t clusters)
+    : planned_as(PlannedAs(entries, stays, links)) {
   std::vector<bool> left_out = stays;
   std::vector<bool> not_free(gaps.size(), false);
   std::vector<Claim> claims;
   for (const FreeRun& gap : gaps) claims.push_back({gap.start, gap.start + gap.length, kGap});
   for (std::size_t i = 0; i < entries.size(); ++i) {
+    if (planned_as[i] != i) {
+      left_out[i] = true;
+      continue;
+    }
     EachRun(entries[i].extents, [&](std::int64_t lcn, std::int64_t length) {
       if (lcn > clusters || length > clusters - lcn) {
         left_out[i] = true;
@@ -62,7 +90,6 @@ plan::Volume PlanSource(const std::vector<CensusEntry>& entries, const std::vect
     if (furthest == nullptr || claim.end > furthest->end) furthest = &claim;
   }
 
-  plan::Volume volume;
   volume.clusters = clusters;
   volume.files.resize(entries.size());
   for (std::size_t i = 0; i < entries.size(); ++i) {
@@ -88,7 +115,6 @@ plan::Volume PlanSource(const std::vector<CensusEntry>& entries, const std::vect
     end = claim.end;
   }
   block_until(clusters);
-  return volume;
 }
 
 }  // namespace vornalux

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "engine/plan/cluster_space.h"
@@ -10,9 +12,16 @@
 namespace vornalux {
 
 // The volume as the planner takes it: file i is entries[i], with no clusters where it has to stay.
-// Whatever does not agree (two owners of a cluster, a file's clusters marked free, places beyond
-// the volume) stays, and so does all that nobody in the list owns.
-plan::Volume PlanSource(const std::vector<CensusEntry>& entries, const std::vector<bool>& stays,
-                        const FreeRunList& gaps, std::int32_t clusters);
+struct PlanSource {
+  plan::Volume volume;
+  // For each entry the one that its clusters are planned by: itself, or another name of its file.
+  std::vector<std::size_t> planned_as;
+
+  // Whatever does not agree (two owners of a cluster, a file's clusters marked free, places beyond
+  // the volume) stays, and so does all that nobody in the list owns. links: the file system has
+  // files of several names, which are no two owners. A file moves when one of its names may.
+  PlanSource(const std::vector<CensusEntry>& entries, const std::vector<bool>& stays, bool links,
+             const FreeRunList& gaps, std::int32_t clusters);
+};
 
 }  // namespace vornalux

@@ -140,7 +140,7 @@ void RunRecord::Begin(Pass pass) {
   started_ = Clock::now();
 }
 
-void RunRecord::NotePlan(const plan::Plan& plan, const plan::Volume& volume,
+void RunRecord::NotePlan(const plan::Plan& plan, const PlanSource& source,
                          const std::vector<CensusEntry>& entries) {
   if (begun_.plan) {
     ++begun_.plan->new_plans;
@@ -151,16 +151,27 @@ void RunRecord::NotePlan(const plan::Plan& plan, const plan::Volume& volume,
                    .after = plan.after};
   }
   left_.clear();
-  for (const plan::Staying& staying : plan.staying) {
-    left_.push_back({entries[static_cast<std::size_t>(staying.file)].path, staying.obstacle,
-                     staying.size, plan.longest_unblocked});
+  std::unordered_map<std::size_t, const plan::Staying*> staying;
+  for (const plan::Staying& file : plan.staying) {
+    staying.emplace(static_cast<std::size_t>(file.file), &file);
   }
-  // What the plan did not know where to find.
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    if (volume.files[i].runs.empty() && !InOnePiece(entries[i].extents)) {
+    const std::size_t planned = source.planned_as[i];
+    if (const auto known = staying.find(planned); known != staying.end()) {
+      const plan::Staying& file = *known->second;
+      left_.push_back({entries[i].path, file.obstacle, file.size, plan.longest_unblocked});
+    } else if (source.volume.files[planned].runs.empty() && !InOnePiece(entries[i].extents)) {
+      // What the plan did not know where to find.
       left_.push_back({.path = entries[i].path});
     }
   }
+}
+
+void RunRecord::NoteGivenUp(const std::vector<CensusEntry>& entries) {
+  std::vector<LeftByPlan> left;
+  for (const CensusEntry& entry : entries) left.push_back({.path = entry.path});
+  left.insert(left.end(), left_.begin(), left_.end());  // what the last plan knew has precedence
+  left_ = std::move(left);
 }
 
 void RunRecord::End() {
@@ -179,7 +190,7 @@ void RunRecord::End() {
   summary.regions_after = run_.geometry.ReadFreeRegions();
   // Where no mover had to look, nothing has moved.
   summary.regions_before = statistics.at_first ? statistics.at_first : summary.regions_after;
-  const RunEnd end = {.joins_all = RowOf(summary.pass).joins_all,
+  const RunEnd end = {.joins_all = RowOf(summary.pass).joins_all || summary.plan,
                       .stopped = summary.stopped,
                       .largest_gap = summary.regions_after
                                          ? std::optional(summary.regions_after->Largest())

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "engine/analysis.h"
+#include "engine/plan_source.h"
 #include "engine/run_context.h"
 #include "engine/run_summary.h"
 #include "volume/volume_census.h"
@@ -27,8 +28,10 @@ class RunRecord {
   void Begin(Pass pass);
   // The pass has made a plan of these entries, its files in their order: the first one, or a new
   // one.
-  void NotePlan(const plan::Plan& plan, const plan::Volume& volume,
+  void NotePlan(const plan::Plan& plan, const PlanSource& source,
                 const std::vector<CensusEntry>& entries);
+  // The pass carries out no plan to its end: what is in pieces would need one.
+  void NoteGivenUp(const std::vector<CensusEntry>& entries);
   // The pass has ended, stopped or not. Reads the gaps and, instead of walking the volume once
   // more, the files that were in more than one extent or refused to move: moves put no other file
   // into pieces. Shows the figures. A program that ends gets no summary.

@@ -50,15 +50,15 @@ std::optional<ThoroughHelp> PlanFor(const RunContext& run, const Paths& fragment
   std::int32_t clusters = 0;
   const FreeRunList& gaps = run.geometry.GetFreeRuns(clusters);
   if (run.flags.StopRequested || clusters <= 0) return std::nullopt;
-  const plan::Volume volume = PlanSource(entries, stays, gaps, clusters);
-  const plan::Plan plan = plan::PlanDefrag(volume);
+  const PlanSource source(entries, stays, run.target.Ntfs(), gaps, clusters);
+  const plan::Plan plan = plan::PlanDefrag(source.volume);
   ThoroughHelp help = {.files = 0, .clusters_moved = plan.clusters_moved};
-  auto staying = plan.staying.begin();
+  std::vector<bool> cured;
+  for (const plan::FileRuns& file : source.volume.files) cured.push_back(!file.runs.empty());
+  for (const plan::Staying& file : plan.staying) cured[static_cast<std::size_t>(file.file)] = false;
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    if (staying != plan.staying.end() && staying->file == static_cast<std::int32_t>(i)) {
-      ++staying;
-    } else if (!volume.files[i].runs.empty() && fragmented.contains(entries[i].path) &&
-               WouldCountAsWhole(entries[i], run.target.Ntfs())) {
+    if (cured[source.planned_as[i]] && fragmented.contains(entries[i].path) &&
+        WouldCountAsWhole(entries[i], run.target.Ntfs())) {
       ++help.files;
     }
   }

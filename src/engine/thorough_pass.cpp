@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include <algorithm>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,9 @@ namespace {
 // must not keep the run going for ever.
 constexpr int kNewLooks = 5;
 constexpr int kNewPlans = 100;
+// A new plan makes the best of a file that the system refuses to move. Where many are refused, what
+// does not depend on them goes on first.
+constexpr int kPlansAtOnce = 10;
 
 const char* TextOf(plan::Obstacle obstacle) {
   switch (obstacle) {
@@ -32,6 +36,12 @@ const char* TextOf(plan::Obstacle obstacle) {
   return "no way found";
 }
 
+// Behind the moves from `first` on that only make sense together.
+std::size_t EndOfGroup(const std::vector<plan::PlannedMove>& moves, std::size_t first) {
+  while (first < moves.size() && (moves[first].joined || moves[first].unfinished)) ++first;
+  return std::min(first + 1, moves.size());
+}
+
 // Carries out one plan after the other until one has been carried out to its end.
 class ThoroughRun {
  public:
@@ -42,11 +52,16 @@ class ThoroughRun {
       : run_(run), record_(record), planner_(planner), doing_(doing) {}
 
   void Run() {
+    bool given_up = false;
     for (int look = 0; look < kNewLooks && Look(); ++look) {
       End end = End::NewPlan;
-      for (int plan = 0; plan < kNewPlans && end == End::NewPlan; ++plan) end = CarryOutPlan();
+      for (int plan = 0; plan < kNewPlans && end == End::NewPlan; ++plan) {
+        end = CarryOutPlan(plan < kPlansAtOnce);
+      }
+      given_up = end == End::NewPlan || end == End::NewLook;
       if (end != End::NewLook) break;
     }
+    if (given_up) record_.NoteGivenUp(entries_);
     if (run_.flags.StopRequested) run_.view.SetValue(0);
   }
 
@@ -70,22 +85,36 @@ class ThoroughRun {
     return !run_.flags.StopRequested;
   }
 
-  End CarryOutPlan() {
+  // at_once: a refusal ends this plan.
+  End CarryOutPlan(bool at_once) {
     run_.view.SetCaption("Planning volume " + run_.target.Root());
     run_.view.SetCurrentFile("");
     run_.platform.desktop.DoEvents();
     if (run_.flags.StopRequested) return End::Stopped;
     std::int32_t clusters = 0;
     const FreeRunList& gaps = run_.geometry.GetFreeRuns(clusters);
-    const plan::Volume volume = PlanSource(entries_, stays_, gaps, clusters);
-    const plan::Plan plan = planner_(volume, {.clusters = Allowed()});
-    record_.NotePlan(plan, volume, entries_);
+    const PlanSource source(entries_, stays_, run_.target.Ntfs(), gaps, clusters);
+    const plan::Plan plan = planner_(source.volume, {.clusters = Allowed()});
+    record_.NotePlan(plan, source, entries_);
     run_.view.SetCaption(doing_ + run_.target.Root());
     run_.view.SetRange(0, done_ + plan.clusters_moved);
     run_.view.SetValue(done_);
     moved_.clear();
-    std::size_t together = 0;  // the first move of those that only make sense together
-    for (std::size_t i = 0; i < plan.moves.size();) {
+    std::size_t together = 0;        // the first move of those that only make sense together
+    std::set<std::int32_t> skipped;  // files that do not go where the plan has them
+    const auto skips = [&](const plan::PlannedMove& move) { return skipped.contains(move.file); };
+    std::size_t i = 0;
+    std::span<const plan::PlannedMove> group;  // from `together` on
+    const auto skip_group = [&] {
+      for (const plan::PlannedMove& move : group) skipped.insert(move.file);
+      i = together += group.size();
+    };
+    while (i < plan.moves.size()) {
+      if (together == i) group = std::span(plan.moves).subspan(i, EndOfGroup(plan.moves, i) - i);
+      if (together == i && std::ranges::any_of(group, skips)) {
+        skip_group();
+        continue;
+      }
       run_.platform.desktop.DoEvents();
       if (run_.flags.StopRequested && together == i) return End::Stopped;
       std::vector<Movers::Leg> legs;
@@ -98,13 +127,23 @@ class ThoroughRun {
       const auto result = CarryOut(last.file, legs, together != i || last.unfinished);
       if (result != Movers::Planned::Done) {
         const bool back = GoBack(plan.moves, together, i);
-        return AfterFailure(last.file, back ? result : Movers::Planned::Changed);
+        if (run_.flags.StopRequested) return End::Stopped;
+        const bool changed = result == Movers::Planned::Changed;
+        if (!back || (changed && skipped.empty())) return End::NewLook;
+        if (!changed) LeaveAlone(Index(last.file), result, source.planned_as);
+        skip_group();
+        if (!at_once) continue;
+        break;
       }
       for (const Movers::Leg& leg : legs) done_ += leg.length;
       run_.view.SetValue(done_);
       if (run_.view.RedrawsAfterEachFile()) run_.view.RedrawMap(MapLayers::Volume);
       i = end;
       if (!last.unfinished) together = i;
+    }
+    if (!skipped.empty()) {
+      ReadMoved(source.planned_as);
+      return End::NewPlan;
     }
     for (const plan::Staying& staying : plan.staying) {
       if (!run_.trace.On()) break;
@@ -145,16 +184,25 @@ class ThoroughRun {
     return true;
   }
 
-  End AfterFailure(std::int32_t file, Movers::Planned result) {
-    if (run_.flags.StopRequested) return End::Stopped;
-    if (result == Movers::Planned::Changed) return End::NewLook;
-    stays_[Index(file)] = true;
-    refused_.insert(entries_[Index(file)].path);
-    for (const std::int32_t each : moved_) {
-      CensusEntry& entry = entries_[Index(each)];
-      entry.extents = run_.extents.ReadExtents(entry.path, false, false).extents;
+  // What cannot be opened by this name may be by another; what is refused is so by all.
+  void LeaveAlone(std::size_t file, Movers::Planned result,
+                  const std::vector<std::size_t>& planned_as) {
+    std::vector<MoveFailure>& failures = run_.movers.statistics.failures;
+    for (std::size_t i = 0; i < entries_.size(); ++i) {
+      if (i != file && (planned_as[i] != file || result != Movers::Planned::Refused)) continue;
+      stays_[i] = true;
+      refused_.insert(entries_[i].path);
+      if (i == file) continue;
+      failures.push_back(failures.back());
+      failures.back().path = entries_[i].path;
     }
-    return End::NewPlan;
+  }
+
+  void ReadMoved(const std::vector<std::size_t>& planned_as) {
+    for (std::size_t i = 0; i < entries_.size(); ++i) {
+      if (!moved_.contains(static_cast<std::int32_t>(planned_as[i]))) continue;
+      entries_[i].extents = run_.extents.ReadExtents(entries_[i].path, false, false).extents;
+    }
   }
 
   const RunContext& run_;

@@ -57,6 +57,8 @@ struct MoveCheckpoint {
   // until they are whole gives the move up then; others finish it. May ask for anything but another
   // move. Without it nobody is heard.
   std::function<bool(std::int64_t moved)> reached = {};
+  // A file would stay in more pieces without it: worth trying though one of its moves has failed.
+  bool must_finish = false;
 };
 
 // What may be asked of a volume as a whole. Drives are two characters ("C:"), roots three ("C:\").

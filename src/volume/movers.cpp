@@ -91,8 +91,9 @@ ErrorCode Movers::MoveClusters(Handle volume, Handle file, std::int64_t starting
   };
   ErrorCode result = error::kOperationAborted;
   if (!flags_.ProgramEnded) {
-    result = platform_.volumes.MoveClusters(volume, file, starting_vcn, starting_lcn, count,
-                                            {.every = CheckpointClusters(), .reached = reached});
+    result = platform_.volumes.MoveClusters(
+        volume, file, starting_vcn, starting_lcn, count,
+        {.every = CheckpointClusters(), .reached = reached, .must_finish = must_finish});
   }
   view_.SetActivity(activity_colour::kResting);
   platform_.desktop.DoEvents();
@@ -354,13 +355,13 @@ Movers::Planned Movers::MovePlanned(const std::string& path, const std::vector<L
     if (found != leg.length) return Planned::Changed;
   }
   std::int64_t shown = view_.Value();
-  const auto move = [&](std::int64_t vcn, std::int64_t count, std::int64_t target) {
+  const auto move = [&](std::int64_t vcn, std::int64_t count, std::int64_t target, bool finish) {
     return MoveClusters(geometry_.VolumeHandle, item.file.get(), vcn, RequestCount(count), target,
-                        must_finish, shown);
+                        finish, shown);
   };
   for (std::size_t i = 0; i < requests.size(); ++i) {
     const Request& request = requests[i];
-    item.refusal = move(request.vcn, request.count, request.target);
+    item.refusal = move(request.vcn, request.count, request.target, must_finish);
     if (item.refusal == error::kSuccess) {
       ++statistics.moves;
       statistics.clusters_moved += request.count;
@@ -370,7 +371,7 @@ Movers::Planned Movers::MovePlanned(const std::string& path, const std::vector<L
     for (std::size_t back = i; back-- > 0;) {
       std::int64_t vcn = requests[back].vcn;
       for (const Leg& leg : requests[back].legs) {
-        move(vcn, leg.length, leg.to);
+        move(vcn, leg.length, leg.to, true);
         vcn += leg.length;
       }
     }

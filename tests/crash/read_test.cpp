@@ -124,6 +124,28 @@ TEST_P(ReadTest, AFileThatCannotBeCopiedStaysAloneWhereItIs) {
   EXPECT_GT(tried, 2);
 }
 
+// What has slid already goes back when the rest cannot be read.
+using SlideTest = MadeVolume;
+TEST_F(SlideTest, GoesBackFromWhereItCannotGoOn) {
+  Make("fat16 size=16M cluster=512 files=1 folders=1 fill=70%");
+  const CheckReport report = CheckVolume(Path("volume.img"), {});
+  const CheckedItem& file = *std::ranges::max_element(
+      report.items, {},
+      [](const CheckedItem& item) { return item.extents.empty() ? 0 : item.extents.back().count; });
+  const CheckedExtent& last = file.extents.back();
+  const std::uint64_t bad = FirstCluster(Get("volume.img"), report) +
+                            static_cast<std::uint64_t>(last.lcn + last.count - 1) * 512;
+  Copy();
+  const Meddling meddling("VORNALUX_BAD_BYTES",
+                          std::to_string(bad) + ":" + std::to_string(bad + 512));
+  const ProgramEnd end =
+      RunProgram({"compact", Path("work.img"), "--thorough", "--quiet", "--json"});
+  EXPECT_EQ(end.code, 1) << end.err;
+  EXPECT_EQ(Json::parse(end.out)["refused"], 1);
+  EXPECT_EQ(LcnsOf(*CheckVolume(Path("work.img"), {}).Find(file.path)), LcnsOf(file));
+  ExpectIntact(Path("work.img"), manifest_);
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Disks, ReadTest,
     testing::Values("ntfs size=8M files=80 folders=12 fragmented=60% fragmented-folders=50% "

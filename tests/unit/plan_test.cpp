@@ -236,6 +236,12 @@ TEST(Plan, CompactGathersTheFreeSpace) {
   EXPECT_LE(work / 30, test::TestSeed(0) == 0 ? 1.6 : 60);
 }
 
+// Too near to its place to slide there, and with no room to go aside.
+TEST(Plan, CompactEndsWhereAFileIsTooLongToSlide) {
+  const plan::Volume volume = {.clusters = 6000, .files = {{.runs = {{1, 5500}}}}, .blocked = {}};
+  EXPECT_TRUE(plan::PlanCompact(volume).moves.empty());
+}
+
 // Every volume of so many clusters with up to three files, each of its clusters a piece: the way
 // with the fewest pieces and the fewest clusters moved, by search from the ends.
 class EveryVolume {

@@ -191,6 +191,27 @@ TEST(Thorough, WhateverFailsNothingGetsWorse) {
   }
 }
 
+// More are refused than new plans are made.
+TEST(Thorough, RefusalsKeepNoOtherFileInPieces) {
+  for (const Pass pass : {Pass::Defrag, Pass::Compact}) {
+    RandomVolumeOptions options;
+    options.geometry.total_clusters = 40000;
+    options.files = 1500;
+    options.fragmented = options.immovable = 0.5;
+    options.reparse = options.locked = options.with_stream = options.with_holes = 0;
+    options.mft = false;
+    const auto disk = MakeRandomVolume(options, test::TestSeed(1));
+    ThoroughRig rig(*disk);
+    rig.Run(pass);
+    rig.ExpectNoneWorse();
+    EXPECT_GT(rig.engine.movers.statistics.refused, 100);
+    EXPECT_LT(std::ranges::count_if(
+                  rig.engine.record.Summary()->still_fragmented,
+                  [](const StillFragmented& file) { return file.why != WhyFragmented::Immovable; }),
+              10);
+  }
+}
+
 TEST(Thorough, StoppedAnywhereNothingIsWorse) {
   const auto count = [](Pass pass, std::size_t nth) {
     const auto disk = SmallVolume(3);

@@ -136,7 +136,10 @@ ErrorCode MountedPlatform::MoveClusters(Handle volume, Handle file, std::int64_t
   const StreamRef stream = open->found.stream;
   const std::string path = open->path;
   std::pair<ItemId, std::string> key(stream.item, stream.stream);
-  if (const auto known = drive->fixed.find(key); known != drive->fixed.end()) return known->second;
+  if (const auto known = drive->fixed.find(key);
+      known != drive->fixed.end() && !checkpoint.must_finish) {
+    return known->second;
+  }
   const ErrorCode result =
       drive->volume->Move(stream, starting_vcn, starting_lcn, cluster_count, checkpoint);
   // Last: extents read at a checkpoint are those of before the move.

@@ -76,7 +76,8 @@ TEST_F(DryRunTest, TellsWhatTheRunWillDo) {
   for (const char* recipe :
        {"ntfs size=32M files=400 folders=40 fragmented=60% fragmented-folders=60% mft-pieces=4 "
         "fill=70% windows=1",
-        "ntfs size=24M cluster=512 files=300 fragmented=90% fill=90% streams=20% sparse=10%",
+        "ntfs size=24M cluster=512 files=300 fragmented=90% fill=90% streams=20% sparse=10% "
+        "links=20%",
         "fat16 size=16M files=250 fragmented=100% pieces=8 fill=95%",
         "fat32 size=64M cluster=512 files=300 fragmented=60% fill=60%"}) {
     for (const Arguments& command : {Arguments{"defrag"},
