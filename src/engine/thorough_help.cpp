@@ -9,6 +9,7 @@
 
 #include "engine/analysis.h"
 #include "engine/busy_window.h"
+#include "engine/plan_rules.h"
 #include "engine/plan_source.h"
 #include "volume/volume_census.h"
 
@@ -43,14 +44,16 @@ std::optional<ThoroughHelp> PlanFor(const RunContext& run, const Paths& fragment
                                     const Paths& refused) {
   const std::vector<CensusEntry> entries =
       TakeCensus(run.platform, run.extents, run.flags, run.target.Folder(), run.target.Ntfs());
+  const PlanRules rules(run);
   std::vector<bool> stays;
   for (const CensusEntry& entry : entries) {
-    stays.push_back(!IncludedBy(run.target.exclude, entry.path) || refused.contains(entry.path));
+    stays.push_back(rules.Stays(entry) || refused.contains(entry.path));
   }
   std::int32_t clusters = 0;
   const FreeRunList& gaps = run.geometry.GetFreeRuns(clusters);
   if (run.flags.StopRequested || clusters <= 0) return std::nullopt;
-  const PlanSource source(entries, stays, run.target.Ntfs(), gaps, clusters);
+  PlanSource source(entries, stays, run.target.Ntfs(), gaps, clusters);
+  source.volume.alignment = rules.Alignment();
   const plan::Plan plan = plan::PlanDefrag(source.volume);
   ThoroughHelp help = {.files = 0, .clusters_moved = plan.clusters_moved};
   std::vector<bool> cured;

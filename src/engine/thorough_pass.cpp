@@ -8,6 +8,7 @@
 #include "engine/busy_window.h"
 #include "engine/passes.h"
 #include "engine/plan/plan.h"
+#include "engine/plan_rules.h"
 #include "engine/plan_source.h"
 #include "volume/volume_census.h"
 
@@ -77,10 +78,11 @@ class ThoroughRun {
     run_.view.SetCaption("Enumerating files on volume " + run_.target.Root());
     entries_ = TakeCensus(run_.platform, run_.extents, run_.flags, run_.target.Folder(),
                           run_.target.Ntfs());
+    const PlanRules rules(run_);
+    alignment_ = rules.Alignment();
     stays_.clear();
     for (const CensusEntry& entry : entries_) {
-      stays_.push_back(!IncludedBy(run_.target.exclude, entry.path) ||
-                       refused_.contains(entry.path));
+      stays_.push_back(rules.Stays(entry) || refused_.contains(entry.path));
     }
     return !run_.flags.StopRequested;
   }
@@ -93,7 +95,8 @@ class ThoroughRun {
     if (run_.flags.StopRequested) return End::Stopped;
     std::int32_t clusters = 0;
     const FreeRunList& gaps = run_.geometry.GetFreeRuns(clusters);
-    const PlanSource source(entries_, stays_, run_.target.Ntfs(), gaps, clusters);
+    PlanSource source(entries_, stays_, run_.target.Ntfs(), gaps, clusters);
+    source.volume.alignment = alignment_;
     const plan::Plan plan = planner_(source.volume, {.clusters = Allowed()});
     record_.NotePlan(plan, source, entries_);
     run_.view.SetCaption(doing_ + run_.target.Root());
@@ -211,6 +214,7 @@ class ThoroughRun {
   const char* doing_;
   std::vector<CensusEntry> entries_;
   std::vector<bool> stays_;        // entries that are not to be moved
+  std::int32_t alignment_ = 1;     // clusters
   std::set<std::string> refused_;  // paths that the system would not move
   std::set<std::int32_t> moved_;   // entries since the last plan was made
   std::int64_t done_ = 0;          // clusters

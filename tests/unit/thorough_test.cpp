@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Thorough runs on simulated volumes, with refusals, changes underneath, and stops at every point.
+#include <cctype>
 #include <map>
+#include <set>
 
 #include "engine/thorough_help.h"
 #include "unit/rig.h"
@@ -125,6 +127,49 @@ TEST(Thorough, HelpThatCannotBeToldIsNone) {
     EXPECT_FALSE(rig.program.flags.StopRequested);
     EXPECT_TRUE(rig.Idle());
   }
+}
+
+// First clusters keep their place within 16 sectors, files of no more clusters than that has
+// sectors stay, and start-up files that lie whole in front.
+TEST(Thorough, RespectsShadowCopiesAndStartUpFiles) {
+  std::size_t moved = 0;
+  ForSeeds(40, [&moved](std::uint64_t seed) {
+    SeededRandom random(seed);
+    RandomVolumeOptions options;
+    options.geometry.total_clusters = 4000;
+    const std::int64_t sectors = std::int64_t{1} << seed % 5;
+    options.geometry.sectors_per_cluster = static_cast<std::uint32_t>(sectors);
+    const auto disk = MakeRandomVolume(options, seed);
+    disk->AddFolder("Windows\\Prefetch");
+    std::map<std::string, SimulatedRun> first;
+    std::map<std::string, std::int64_t> size;
+    std::string layout = "[OptimalLayoutFile]\r\nVersion=1\r\n";
+    std::set<std::string> start_up;
+    for (const auto& [path, pieces] : AllPieces(*disk)) {
+      if (pieces == 0) continue;
+      first[path] = disk->RunsOf(path).front();
+      for (const SimulatedRun& run : disk->RunsOf(path)) size[path] += run.count;
+      if (pieces > 1 || random.Chance(0.8)) continue;
+      std::string listed = "C:\\" + path;
+      for (char& letter : listed) letter = static_cast<char>(std::toupper(letter));
+      layout += listed + "\r\n";
+      start_up.insert(path);
+    }
+    disk->SetContent(disk->AddFile("Windows\\Prefetch\\layout.ini"), layout);
+    ThoroughRig rig(*disk);
+    rig.program.flags.VssSafe = ToBoolean(seed % 2 == 0);
+    rig.Run(seed % 3 == 0 ? Pass::Compact : Pass::Defrag);
+    const std::int64_t reserved = rig.engine.geometry.constants.ReservedFront;
+    for (const auto& [path, run] : first) {
+      const std::int64_t by = disk->RunsOf(path).front().lcn - run.lcn;
+      moved += by != 0 ? 1 : 0;
+      EXPECT_TRUE(by == 0 || run.lcn >= reserved || !start_up.contains(path)) << path;
+      if (seed % 2 != 0 || sectors >= 9) continue;
+      EXPECT_TRUE(by == 0 || (sectors > 1 && size[path] > sectors)) << path;
+      EXPECT_EQ(by % (16 / sectors), 0) << path;
+    }
+  });
+  EXPECT_GT(moved, test::TestSeed(0) == 0 ? 500U : 0U);
 }
 
 // From its first second the bar stands for the data that the plan moves; before, for nothing.

@@ -76,7 +76,6 @@ TEST_F(ProgramTest, ExitCodesSayWhatWentWrong) {
   const Case kCases[] = {
       {{"analyze", image_}, 0, ""},
       {{"defrag", image_}, 0, ""},
-      {{"defrag", image_, "--thorough", "--vss-safe"}, 2, "--vss-safe excludes --thorough"},
       {{"defrag", image_, "--max-move", "1M"}, 2, "--max-move requires --thorough"},
       {{"optimize", image_, "--thorough"}, 2, "--thorough"},
       {{"optimize", image_}, 0, ""},

@@ -287,8 +287,7 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
     AddVolumeOptions(*command, options, raw);
     AddWorkOptions(*command, options);
     if (row.thorough != nullptr) {
-      command->add_flag("--thorough", options.thorough, "Plan first: every file in one piece")
-          ->excludes("--vss-safe");
+      command->add_flag("--thorough", options.thorough, "Plan first: every file in one piece");
       command->add_option("--max-move", options.max_move, "With --thorough: move no more than this")
           ->type_name("BYTES")
           ->transform(kSize)

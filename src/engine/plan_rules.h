@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "engine/run_context.h"
+#include "volume/volume_census.h"
+
+namespace vornalux {
+
+// What a plan has to respect besides the clusters.
+class PlanRules {
+ public:
+  // Reads the layout list. The volume's constants are known.
+  explicit PlanRules(const RunContext& run);
+
+  // Not to be moved: left out by its extension, too small to keep its alignment, or a start-up file
+  // that lies whole in the area in front that is reserved for such.
+  bool Stays(const CensusEntry& entry) const;
+  // For shadow copies: the clusters that a file's way is to be a multiple of.
+  std::int32_t Alignment() const { return alignment_; }
+
+ private:
+  const RunContext& run_;
+  std::int32_t alignment_ = 1;
+  std::int64_t smallest_ = 0;                // clusters of the smallest file that may be moved
+  std::vector<std::string> start_up_files_;  // sorted, in small letters
+};
+
+}  // namespace vornalux
