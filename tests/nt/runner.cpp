@@ -11,6 +11,7 @@
 //   gone                until it has ended
 //   hold N DRIVE        every Nth file is open without sharing, every second of them mapped, until
 //   release
+//   ask DRIVE           the driver of a FAT volume, see driver_asks.h
 //   PROGRAM ...         another program until it ends
 // A box that no line presses a button of is told and closed.
 #include <windows.h>
@@ -27,6 +28,9 @@
 #include <vector>
 
 #include "host/windows/ui/resource.h"
+#include "host/windows/windows_files.h"
+#include "host/windows/windows_volumes.h"
+#include "nt/driver_asks.h"
 #include "nt/guest_windows.h"
 
 extern "C" NTSTATUS NTAPI NtShutdownSystem(int action);
@@ -202,15 +206,15 @@ void Job(const std::string& name, const std::string& arguments) {
   Process process;
   if (!Start(folder + "vornalux.exe " + arguments, process)) return;
   const DWORD start = GetTickCount();
-  bool refused = false;
+  int refused = 0;  // for how long nothing has come after a box
   const bool ended = Await(process, "the job " + name, [&] {
     if (BoxOf(process.id) != nullptr) {
       CloseBox(process);
-      refused = true;
-      return false;
+      refused = 1;
     }
     const HWND main = WindowWith(process.id, IDC_MAP);
-    if (main == nullptr) return refused && WindowWith(process.id, IDC_VOLUMES) != nullptr;
+    constexpr int kLong = 50;
+    if (main == nullptr) return refused > 0 && ++refused > kLong;
     return !Busy(process) && !TextOf(GetDlgItem(main, IDC_RESULT_LINE)).empty();
   });
   if (Gone(process)) {
@@ -274,6 +278,29 @@ void Hold(const std::wstring& in, int every, int& files) {
   FindClose(search);
 }
 
+void AskDriver(const std::string& drive) {
+  const auto make = [&](const char* name, DWORD size) {
+    const HANDLE file =
+        CreateFileA((drive + name).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    const std::string bytes(size, '7');
+    DWORD done = 0;
+    WriteFile(file, bytes.data(), size, &done, nullptr);
+    FlushFileBuffers(file);
+    CloseHandle(file);
+  };
+  make("\\ASKED.BIN", 20000);
+  make("\\ASKED.NIL", 0);
+  CreateDirectoryA((drive + "\\ASKED.DIR").c_str(), nullptr);
+  WindowsVolumes volumes;
+  WindowsFiles files;
+  const std::vector<std::string> answers = AskFatDriver(volumes, files, drive);
+  for (const std::string& answer : answers) Say("answer " + answer);
+  if (answers != kFatDriverAnswers) Say("FAILED the driver answers otherwise than it did");
+  DeleteFileA((drive + "\\ASKED.BIN").c_str());
+  DeleteFileA((drive + "\\ASKED.NIL").c_str());
+  RemoveDirectoryA((drive + "\\ASKED.DIR").c_str());
+}
+
 void CarryOut(const std::string& line, Process& process) {
   Say("line " + line);
   const std::size_t blank = std::min(line.find(' '), line.size());
@@ -297,6 +324,8 @@ void CarryOut(const std::string& line, Process& process) {
     int files = 0;
     Hold(wide.substr(wide.find(L' ') + 1), std::max(std::stoi(rest), 1), files);
     Say("held " + std::to_string(held.size()) + " of " + std::to_string(files));
+  } else if (verb == "ask") {
+    AskDriver(rest);
   } else if (verb == "release") {
     for (const HANDLE handle : held) CloseHandle(handle);
     held.clear();

@@ -4,6 +4,7 @@
 
 #include "host/simulated/random_volume.h"
 #include "host/simulated/simulated_platform.h"
+#include "nt/driver_asks.h"
 #include "volumes/contract/contract.h"
 
 namespace vornalux {
@@ -51,6 +52,19 @@ TEST(SimulatedVolume, ImmovableAndLockedItemsStay) {
   EXPECT_EQ(open(), error::kSharingViolation);
   volume.Lock(file, false);
   EXPECT_EQ(open(), error::kSuccess);
+}
+
+// The same questions as tools/nt puts to the driver itself.
+TEST(FatDriver, AnswersAsTheRealOne) {
+  SimulatedVolume volume({.total_clusters = 100, .file_system = "FAT"});
+  volume.AddFile("ASKED.BIN", {{10, 5}});
+  volume.AddFile("ASKED.NIL");
+  volume.AddFolder("ASKED.DIR", {{20, 1}});
+  SimulatedPlatform machine;
+  machine.AddVolume('C', volume);
+  machine.UseFatDriver();
+  EXPECT_EQ(nt::AskFatDriver(machine, machine, "C:"), nt::kFatDriverAnswers);
+  EXPECT_TRUE(volume.ContentIntact());
 }
 
 TEST(RandomVolume, SameSeedSameVolumeAndOptionsAreKept) {
