@@ -29,7 +29,7 @@ inline const std::vector<std::string> kFatDriverAnswers = {
     "empty: 0",
     "folder: 87",
     "root folder: 87",
-    "root folder, pointers: 0 to 8 at -8",
+    "root folder, pointers: 0 to 8 at 4294967288",
 };
 
 }  // namespace vornalux::nt

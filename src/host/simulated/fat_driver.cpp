@@ -7,8 +7,9 @@
 namespace vornalux {
 namespace {
 
-// The root folder of FAT12 and FAT16 lies in front of the clusters, but is told as if it did not.
-constexpr Extent kRootInFront = {.NextVcn = 8, .Lcn = -8};
+// The root folder of FAT12 and FAT16 lies in front of the clusters, eight before the first: a number
+// without a sign makes it one far behind them.
+constexpr Extent kRootInFront = {.NextVcn = 8, .Lcn = 0xFFFFFFF8};
 
 }  // namespace
 
