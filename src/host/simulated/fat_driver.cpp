@@ -7,8 +7,8 @@
 namespace vornalux {
 namespace {
 
-// The root folder of FAT12 and FAT16 lies in front of the clusters, eight before the first: a number
-// without a sign makes it one far behind them.
+// The root folder of FAT12 and FAT16 lies in front of the clusters, eight before the first: a
+// number without a sign makes it one far behind them.
 constexpr Extent kRootInFront = {.NextVcn = 8, .Lcn = 0xFFFFFFF8};
 
 }  // namespace

@@ -10,7 +10,7 @@
 namespace vornalux {
 
 // What Windows' own FAT driver answers where a mounted volume answers otherwise: errors by other
-// names, success for what is no move, and what it never moves. tests/nt asks the driver itself.
+// names, success for what is no move, and what it never moves. tools/guest asks the driver itself.
 class FatDriver {
  public:
   explicit FatDriver(MountedPlatform& machine) : machine_(machine) {}

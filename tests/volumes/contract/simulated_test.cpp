@@ -2,9 +2,9 @@
 // The simulated machine is what other tests trust: it must judge, fail and remember rightly.
 #include <gtest/gtest.h>
 
+#include "guest/driver_asks.h"
 #include "host/simulated/random_volume.h"
 #include "host/simulated/simulated_platform.h"
-#include "nt/driver_asks.h"
 #include "volumes/contract/contract.h"
 
 namespace vornalux {
@@ -63,7 +63,7 @@ TEST(FatDriver, AnswersAsTheRealOne) {
   SimulatedPlatform machine;
   machine.AddVolume('C', volume);
   machine.UseFatDriver();
-  EXPECT_EQ(nt::AskFatDriver(machine, machine, "C:"), nt::kFatDriverAnswers);
+  EXPECT_EQ(guest::AskFatDriver(machine, machine, "C:"), guest::kFatDriverAnswers);
   EXPECT_TRUE(volume.ContentIntact());
 }
 

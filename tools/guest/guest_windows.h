@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace vornalux::nt {
+namespace vornalux::guest {
 
 // Another program's windows, as a user of the guest sees them: those that are shown, by process.
 
@@ -32,4 +32,4 @@ bool Press(DWORD process, const std::wstring& text);
 // A shown window, a control of it or a title says this somewhere.
 bool Says(DWORD process, const std::wstring& text);
 
-}  // namespace vornalux::nt
+}  // namespace vornalux::guest

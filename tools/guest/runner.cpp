@@ -27,17 +27,17 @@
 #include <string>
 #include <vector>
 
+#include "guest/driver_asks.h"
+#include "guest/guest_windows.h"
 #include "host/windows/ui/resource.h"
 #include "host/windows/windows_files.h"
 #include "host/windows/windows_volumes.h"
-#include "nt/driver_asks.h"
-#include "nt/guest_windows.h"
 
 extern "C" NTSTATUS NTAPI NtShutdownSystem(int action);
 extern "C" NTSTATUS NTAPI RtlAdjustPrivilege(ULONG privilege, BOOLEAN enable, BOOLEAN thread,
                                              PBOOLEAN was);
 
-namespace vornalux::nt {
+namespace vornalux::guest {
 namespace {
 
 constexpr DWORD kPatience = 600000;  // milliseconds of a guest that is slow by nature
@@ -353,6 +353,6 @@ int Run() {
 }
 
 }  // namespace
-}  // namespace vornalux::nt
+}  // namespace vornalux::guest
 
-int main() { return vornalux::nt::Run(); }
+int main() { return vornalux::guest::Run(); }

@@ -7,7 +7,7 @@
 #include "platform/files.h"
 #include "platform/volumes.h"
 
-namespace vornalux::nt {
+namespace vornalux::guest {
 
 // What a FAT driver is asked that the program's manners do not answer by themselves, and what
 // Microsoft's answers: "question: error code". The drive is FAT12 or FAT16 and has in its root
@@ -32,4 +32,4 @@ inline const std::vector<std::string> kFatDriverAnswers = {
     "root folder, pointers: 0 to 8 at 4294967288",
 };
 
-}  // namespace vornalux::nt
+}  // namespace vornalux::guest

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "nt/driver_asks.h"
+#include "guest/driver_asks.h"
 
 #include <cstdint>
 
-namespace vornalux::nt {
+namespace vornalux::guest {
 namespace {
 
 class Asker {
@@ -117,4 +117,4 @@ std::vector<std::string> AskFatDriver(Volumes& volumes, Files& files, const std:
   return Asker(volumes, files, drive).Ask();
 }
 
-}  // namespace vornalux::nt
+}  // namespace vornalux::guest

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "nt/guest_windows.h"
+#include "guest/guest_windows.h"
 
 #include <algorithm>
 
-namespace vornalux::nt {
+namespace vornalux::guest {
 namespace {
 
 constexpr int kBoxText = 0xFFFF;
@@ -141,4 +141,4 @@ bool Says(DWORD process, const std::wstring& text) {
   return false;
 }
 
-}  // namespace vornalux::nt
+}  // namespace vornalux::guest
