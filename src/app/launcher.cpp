@@ -133,8 +133,9 @@ void Introfrm::ComposeJobLine() {
   Command2.caption = "Create desktop shortcut Job " + job_line_;
 }
 
-void Introfrm::runchkdsk(const std::string& drive) {
+void Introfrm::runchkdsk(const std::string& drive, CheckFor purpose) {
   flags_.VolumeDirty = False;
+  check_for_ = purpose;
   if (drive.empty() || main_window_.Ended()) return;
   cancel = false;
   ImageCombo1.enabled = CmdGo.enabled = false;
@@ -147,7 +148,10 @@ void Introfrm::runchkdsk(const std::string& drive) {
 void Introfrm::Done(bool failed) {
   if (main_window_.Ended()) return;
   main_window_.OpenMenu();
-  if (cancel) {
+  // The list shows it; a box would stand before each start, also of a job for another volume.
+  if (check_for_ == CheckFor::List) {
+    flags_.VolumeDirty = ToBoolean(failed && !cancel);
+  } else if (cancel) {
     Say("Disk check was cancelled!");
   } else if (failed) {
     flags_.VolumeDirty = True;

@@ -85,9 +85,10 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   // Takes the volume for work. False, and the user told: another program of ours has it.
   bool TakeVolume(const std::string& place);
 
-  // Tests whether the volume ("C:") is marked dirty and says so. No other volume can be chosen
-  // meanwhile.
-  void runchkdsk(const std::string& drive);
+  // Tests whether the volume ("C:") is marked dirty, and says so when it is to be worked on. No
+  // other volume can be chosen meanwhile.
+  enum class CheckFor { Work, List };
+  void runchkdsk(const std::string& drive, CheckFor purpose = CheckFor::Work);
 
   // The user asked for the disk check to end.
   bool cancel = false;
@@ -133,6 +134,7 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   Platform& platform_;
   RunFlags& flags_;
   JobSettings& settings_;
+  CheckFor check_for_ = CheckFor::Work;
   const DebugTrace& trace_;
   FrmDBG& debug_window_;
   DefragWindow& main_window_;

@@ -52,6 +52,7 @@ void Introfrm::Introduction() {
     ImageCombo1.Add(DescribeDrive(root, type), static_cast<std::int32_t>(type));
     trace_.Line(ImageCombo1.items().back());
   }
+  flags_.VolumeDirty = False;  // of the chosen one nothing is known yet
   if (main_window_.Ended()) return;
   if (volume_.IsChosen()) {
     VolumeChanged();
@@ -68,7 +69,9 @@ std::string Introfrm::DescribeDrive(const std::string& root, std::uint32_t type)
   if (!known && type == drive_type::kCdRom) return root + "    ";
   const std::string item = root + "  " + TypeText(type) + "  [" + facts.names.label + "]";
   if (!known) return item;
-  runchkdsk(root.substr(0, 2));
+  runchkdsk(root.substr(0, 2), CheckFor::List);
+  // A disc has no check that could have found it dirty.
+  if (flags_.VolumeDirty && type == drive_type::kCdRom) return item;
   return item + (flags_.VolumeDirty ? "  Status: Error!" : "  Status: Ok");
 }
 

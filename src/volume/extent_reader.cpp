@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "volume/extent_reader.h"
 
+#include <cstdint>
+#include <limits>
 #include <utility>
 
 namespace vornalux {
@@ -10,10 +12,13 @@ constexpr std::size_t kExtentsPerChunk = 1024;
 
 // Far above any volume, far enough below the type's limit that sums of an LCN and a VCN are safe.
 constexpr std::int64_t kMostClusters = std::int64_t{1} << 60;
+// No volume that is worked on has more. Windows' FAT gives its root folder, which has no clusters,
+// a place above.
+constexpr std::int64_t kLastLcn = std::numeric_limits<std::int32_t>::max();
 
 bool Plausible(const Extent& extent, std::int64_t first_vcn) {
   return extent.NextVcn > first_vcn && extent.NextVcn <= kMostClusters && extent.Lcn >= -1 &&
-         extent.Lcn <= kMostClusters;
+         extent.Lcn <= kLastLcn;
 }
 
 }  // namespace

@@ -60,6 +60,7 @@ struct Movers::Item {
   ErrorCode refusal = error::kSuccess;
   bool stays = false;     // needs no move: not a failure when there is none
   bool in_front = false;  // of the master file table: begins where it is to begin
+  bool pinned = false;    // refused whatever the gap
 
   std::int64_t Size() const { return extents.SizeInClusters(); }
 
@@ -180,6 +181,23 @@ void Movers::NoGap(Item& item, const std::string& detail) {
   trace_.Line(std::string(item.tag) + "can't move: " + item.path + ", prolly no gap" + detail);
 }
 
+// What lies past a file's end is no move, though FAT calls it one.
+void Movers::Moved(std::int64_t clusters) {
+  if (clusters == 0) return;
+  ++statistics.moves;
+  statistics.clusters_moved += clusters;
+}
+
+// Windows' FAT refuses the first cluster of every folder, and says so in the words it has for a bad
+// target. To offer it each gap of a volume takes minutes.
+bool Movers::Pinned(const Item& item) const {
+  VolumeName names;
+  return item.refusal == error::kInvalidParameter &&
+         platform_.volumes.VolumeNames(item.path.substr(0, 2) + "\\", names) == error::kSuccess &&
+         names.file_system.starts_with("FAT") &&
+         platform_.files.FindFirst(LongPath(item.path) + "\\*") != nullptr;
+}
+
 // Moves the whole file into a gap that qualifies, shifted as the alignment asks.
 Movers::Attempt Movers::TryGap(Item& item, const FreeRun& gap, std::int64_t starting_vcn) {
   item.alignment = VssAlignShift(item.extents.FirstLcn(), gap.start, item.Size());
@@ -196,14 +214,14 @@ Movers::Attempt Movers::TryGap(Item& item, const FreeRun& gap, std::int64_t star
   const ErrorCode result = MoveClusters(geometry_.VolumeHandle, item.file.get(), starting_vcn,
                                         RequestCount(item.Size()), target);
   if (result == error::kSuccess) {
-    ++statistics.moves;
-    statistics.clusters_moved += item.Allocated(starting_vcn, item.Size());
+    Moved(item.Allocated(starting_vcn, item.Size()));
     item.refusal = error::kSuccess;
     return Attempt::Moved;
   }
   item.refusal = result;
   if (Stopped(result)) return Attempt::EndSearch;
   ++statistics.refused;
+  item.pinned = starting_vcn == 0 && Pinned(item);
   return Attempt::NextGap;
 }
 
@@ -211,7 +229,7 @@ std::int64_t Movers::MoveWholeFile(const std::string& path) {
   Item item;
   if (!Begin("MVE:", path, item)) return kCannotOpen;
   for (const FreeRun& gap : *item.gaps) {
-    if (item.Size() == 0) break;
+    if (item.Size() == 0 || item.pinned) break;
     if (gap.start <= geometry_.constants.ReservedFront || !Holds(gap, item.Size())) continue;
     if (TryGap(item, gap, 0) != Attempt::NextGap) return 0;
   }
@@ -227,7 +245,7 @@ std::int64_t Movers::OptimizeFile(const std::string& path) {
   item.stays = item.stays || current < front;
   for (const FreeRun& gap : *item.gaps) {
     platform_.desktop.DoEvents();
-    if (item.Size() == 0 || current < front || gap.start >= current) break;
+    if (item.Size() == 0 || item.pinned || current < front || gap.start >= current) break;
     if (gap.start <= front || current <= front || !Holds(gap, item.Size())) continue;
     if (TryGap(item, gap, 0) != Attempt::NextGap) return 0;
   }
@@ -244,7 +262,7 @@ std::int64_t Movers::PlacePrefetchFile(const std::string& path) {
   if (!Begin("PRF:", path, item)) return kCannotOpen;
   const std::int64_t first_vcn = IsMasterFileTable(path) ? kMftFirstMovableVcn : 0;
   for (const FreeRun& gap : *item.gaps) {
-    if (item.Size() == 0 || gap.start >= geometry_.constants.ReservedFront) break;
+    if (item.Size() == 0 || item.pinned || gap.start >= geometry_.constants.ReservedFront) break;
     if (!Holds(gap, item.Size())) continue;
     if (TryGap(item, gap, first_vcn) != Attempt::NextGap) return 0;
   }
@@ -259,6 +277,7 @@ std::int64_t Movers::DefragmentFile(const std::string& path) {
   if (item.Size() == 0) return 0;
   if (Holds(largest, item.Size())) {
     for (const FreeRun& gap : *item.gaps) {
+      if (item.pinned) break;
       if (!Holds(gap, item.Size())) continue;
       if (TryGap(item, gap, 0) != Attempt::NextGap) return item.refusal;
     }
@@ -274,7 +293,7 @@ std::int64_t Movers::DefragmentFileInFront(const std::string& path, bool use_res
   item.in_front = item.extents.FirstLcn() <= bound;
   if (item.extents.Fragmented() && item.extents.FirstLcn() > bound) {
     for (const FreeRun& gap : *item.gaps) {
-      if (gap.start >= bound) break;
+      if (gap.start >= bound || item.pinned) break;
       if (!Holds(gap, item.Size())) continue;
       if (TryGap(item, gap, 0) != Attempt::NextGap) return item.refusal;
     }
@@ -297,8 +316,7 @@ std::int64_t Movers::MoveInPieces(Item& item, FreeRun largest) {
     const std::uint32_t count = static_cast<std::uint32_t>(largest.length);
     result = MoveClusters(geometry_.VolumeHandle, item.file.get(), vcn, count, largest.start);
     if (result == error::kSuccess) {
-      ++statistics.moves;
-      statistics.clusters_moved += item.Allocated(vcn, count);
+      Moved(item.Allocated(vcn, count));
       if (vcn == 0 && count < item.Size()) statistics.in_pieces.push_back(pieces);
     } else if (vcn < item.Size() && !Stopped(result)) {
       ++statistics.refused;
@@ -311,7 +329,8 @@ std::int64_t Movers::MoveInPieces(Item& item, FreeRun largest) {
     moved += count;
     std::int32_t total = 0;
     largest = Largest(geometry_.GetFreeRuns(total));
-    // A file that ends exactly with a piece asks once more, past its end, and is refused there.
+    // A file that ends exactly with a piece asks once more, past its end, which NTFS refuses and
+    // FAT takes for done.
     if (moved > item.Size()) return result;
   }
   if (moved < item.Size()) GiveUp(item, NotMoved::NoGap);
@@ -363,8 +382,7 @@ Movers::Planned Movers::MovePlanned(const std::string& path, const std::vector<L
     const Request& request = requests[i];
     item.refusal = move(request.vcn, request.count, request.target, must_finish);
     if (item.refusal == error::kSuccess) {
-      ++statistics.moves;
-      statistics.clusters_moved += request.count;
+      Moved(request.count);
       shown += request.count;
       continue;
     }

@@ -43,7 +43,7 @@ struct MovedInPieces {
 
 // What the movers did since the last Reset.
 struct MoveStatistics {
-  std::int64_t moves = 0;  // requests carried out
+  std::int64_t moves = 0;  // requests that moved something
   std::int64_t clusters_moved = 0;
   std::int64_t clusters_in_hand = 0;  // of a move that is going on, so far
   std::int64_t refused = 0;           // requests that the system refused
@@ -113,6 +113,8 @@ class Movers {
   bool Begin(std::string_view tag, const std::string& path, Item& item);
   Attempt TryGap(Item& item, const FreeRun& gap, std::int64_t starting_vcn);
   std::int64_t MoveInPieces(Item& item, FreeRun largest);
+  void Moved(std::int64_t clusters);
+  bool Pinned(const Item& item) const;
   static NotMoved WhyNotWhole(const Item& item);
   void NoGap(Item& item, const std::string& detail = {});
   void GiveUp(Item& item, NotMoved reason);

@@ -117,6 +117,53 @@ struct Pieces {
   std::unique_ptr<Rig> rig;
 };
 
+// Windows refuses a FAT folder in every gap: few requests, and the reason is told.
+TEST(WindowsFat, AFolderIsNotOfferedEveryGap) {
+  using Mover = std::int64_t (Movers::*)(const std::string&);
+  for (const Mover mover : {&Movers::MoveWholeFile, &Movers::OptimizeFile,
+                            &Movers::PlacePrefetchFile, &Movers::DefragmentFile}) {
+    SimulatedVolume volume({.total_clusters = 400, .file_system = "FAT32"});
+    for (int lcn = 0; lcn < 300; lcn += 10) volume.TakeClusters(lcn, 5);
+    volume.AddFolder("folder", {{305, 1}, {307, 1}});
+    Rig rig(volume);
+    rig.machine->UseFatDriver();
+    const bool front = mover == &Movers::PlacePrefetchFile;
+    rig.engine.geometry.constants.ReservedFront = front ? 300 : 0;
+    (rig.engine.movers.*mover)("C:\\folder");
+    EXPECT_LE(rig.machine->Log().Count(CallKind::MoveClusters), 2U);
+    const auto& failures = rig.engine.movers.statistics.failures;
+    ASSERT_EQ(failures.size(), 1U);
+    EXPECT_EQ(failures[0].reason, NotMoved::Refused);
+    EXPECT_EQ(failures[0].code, error::kInvalidParameter);
+  }
+}
+
+// A file that ends with its last piece, for which Windows' FAT has a success left; and the root
+// folder in front of the clusters, which lies nowhere.
+TEST(WindowsFat, OnlyWhatMovedCounts) {
+  SimulatedVolume volume({.total_clusters = 100, .file_system = "FAT"});
+  volume.AddFile("file", {{10, 4}, {20, 5}});
+  volume.TakeClusters(0, 10);
+  volume.TakeClusters(14, 6);
+  volume.TakeClusters(25, 20);
+  volume.TakeClusters(50, 20);
+  volume.TakeClusters(74, 26);
+  Rig rig(volume);
+  rig.machine->UseFatDriver();
+  Movers& movers = rig.engine.movers;
+  EXPECT_EQ(movers.DefragmentFile("C:\\file"), 0);
+  EXPECT_EQ(rig.machine->Log().Count(CallKind::MoveClusters), 3U);
+  EXPECT_EQ(movers.statistics.moves, 2);
+  EXPECT_EQ(movers.statistics.clusters_moved, 9);
+
+  EXPECT_EQ(rig.engine.extents.ReadExtents("C:\\", false, false).extents.size(), 0U);
+  EXPECT_EQ(rig.engine.extents.FirstAllocatedLcn("C:\\"), -1);
+  movers.MoveWholeFile("C:\\");
+  movers.DefragmentFile("C:\\");
+  EXPECT_EQ(rig.machine->Log().Count(CallKind::MoveClusters), 3U);
+  EXPECT_TRUE(volume.ContentIntact() && movers.statistics.failures.empty());
+}
+
 TEST(Pieces, EndOfThePieceInHand) {
   struct Case {
     const char* name;

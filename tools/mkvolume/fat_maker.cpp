@@ -133,8 +133,8 @@ Image FatMaker::Format(const Recipe& recipe, const std::string& path) {
                 static_cast<unsigned>(KeyOf(recipe.seed, "serial") & 0xFFFFFFFF));
   const std::uint32_t cluster = PickCluster(recipe);
   RunTool({"mkfs.fat", "-F", std::to_string(BitsOf(recipe.kind)), "-S",
-           std::to_string(recipe.sector), "-s", std::to_string(cluster / recipe.sector), "-i",
-           serial.data(), "--invariant", path});
+           std::to_string(recipe.sector), "-s", std::to_string(cluster / recipe.sector),
+           "--invariant", "-i", serial.data(), path});  // the first of them has a number too
   return image;
 }
 

@@ -21,6 +21,8 @@
 namespace vornalux::play {
 namespace {
 
+constexpr ErrorCode kInsufficientBuffer = 122;
+
 enum class Kind { Volume, Device, File };
 
 struct Opened {
@@ -66,6 +68,8 @@ NTSTATUS StatusOf(ErrorCode error) {
       return static_cast<NTSTATUS>(0xC000000D);
     case error::kAccessDenied:
       return static_cast<NTSTATUS>(0xC0000022);
+    case kInsufficientBuffer:
+      return static_cast<NTSTATUS>(0xC0000023);
     default:
       return static_cast<NTSTATUS>(0xC0070000 | error);
   }
@@ -101,7 +105,7 @@ Number At(const void* in, std::size_t offset) {
 }
 
 ErrorCode AnswerBitmap(Handle volume, const void* in, Answer& answer) {
-  if (answer.Room() <= 16) return error::kInvalidParameter;
+  if (answer.Room() <= 16) return kInsufficientBuffer;
   BitmapChunk chunk;
   const ErrorCode error =
       Drives().VolumeBitmap(volume, At<std::int64_t>(in, 0), answer.Room() - 16, chunk);
@@ -123,7 +127,7 @@ ErrorCode AnswerNtfsData(Handle volume, Answer& answer) {
 }
 
 ErrorCode AnswerPointers(Handle file, const void* in, Answer& answer) {
-  if (answer.Room() < 32) return error::kInvalidParameter;
+  if (answer.Room() < 32) return kInsufficientBuffer;
   ExtentChunk chunk;
   const ErrorCode error =
       Drives().RetrievalPointers(file, At<std::int64_t>(in, 0), (answer.Room() - 16) / 16, chunk);

@@ -62,6 +62,7 @@ ImaginaryMachine::ImaginaryMachine(const std::string& fat_image)
   platform_->AddVolume('C', *c_);
   platform_->AddVolume('R', *r_);
   platform_->Mount('D', *d_);
+  platform_->UseFatDriver();
   platform_->Log().SetRecording(false);
 }
 

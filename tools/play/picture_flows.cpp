@@ -60,7 +60,6 @@ void TakePicture(HWND window, const std::string& name) {
 FLOW(PicturesOnRequest, "", WithCheckLibrary) {
   const Screen& screen = session.screen;
   session.Start();
-  screen.Answer("One or more volumes are 'dirty'!\r\nYou should run Chkdsk to correct errors.");
   screen.UntilShown("the launcher", &Screen::Launcher);
   screen.Press(screen.Launcher(), IDC_MORE);
   screen.Until("the options",

@@ -153,8 +153,13 @@ ErrorCode SimulatedPlatform::MoveClusters(Handle volume, Handle file, std::int64
   const std::string path = log_.HandlePath(file);
   ErrorCode error = RunFaults(faults_.Hits(CallPoint::Move, path), Missing(path));
   if (error == error::kSuccess) {
-    error = MountedPlatform::MoveClusters(volume, file, starting_vcn, starting_lcn, cluster_count,
-                                          checkpoint);
+    std::optional<ErrorCode> answer;
+    if (fat_driver_) {
+      answer = fat_driver_->Move(path, volume, file, starting_vcn, starting_lcn, cluster_count);
+    }
+    error = answer ? *answer
+                   : MountedPlatform::MoveClusters(volume, file, starting_vcn, starting_lcn,
+                                                   cluster_count, checkpoint);
   }
   log_.Add(CallKind::MoveClusters, path, file, {starting_vcn, starting_lcn, cluster_count}, error);
   return error;
@@ -183,7 +188,9 @@ ErrorCode SimulatedPlatform::RetrievalPointers(Handle file, std::int64_t startin
   const std::vector<Fault> faults = faults_.Hits(CallPoint::Pointers, path);
   ErrorCode error = RunFaults(faults, Missing(path));
   if (error == error::kSuccess) {
-    error = MountedPlatform::RetrievalPointers(file, starting_vcn, max_extents, out);
+    const auto answer = fat_driver_ ? fat_driver_->Pointers(path, starting_vcn, out) : std::nullopt;
+    error =
+        answer ? *answer : MountedPlatform::RetrievalPointers(file, starting_vcn, max_extents, out);
   }
   for (const Fault& fault : faults) {
     if (fault.effect != Effect::EmptyChunk && fault.effect != Effect::StuckChunk) continue;

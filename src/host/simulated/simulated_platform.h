@@ -2,11 +2,13 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <unordered_map>
 
 #include "host/mounted/mounted_platform.h"
 #include "host/simulated/call_log.h"
+#include "host/simulated/fat_driver.h"
 #include "host/simulated/fault_plan.h"
 #include "host/simulated/memory_registry.h"
 #include "host/simulated/scripted_desktop.h"
@@ -38,6 +40,8 @@ class SimulatedPlatform final : public MountedPlatform {
   void SetTakenByAnother(std::string root) { taken_by_another_ = std::move(root); }
   bool TakeVolume(const std::string& root) override { return root != taken_by_another_; }
   void SetDriveState(char letter, DriveState state) { drive_states_[letter] = state; }
+  // FAT volumes are moved by Windows' driver and not by our own.
+  void UseFatDriver() { fat_driver_.emplace(*this); }
   // A disk check tells something so often, each time with a chance to cancel it.
   void SetCheckLines(int lines) { check_lines_ = lines; }
 
@@ -88,6 +92,7 @@ class SimulatedPlatform final : public MountedPlatform {
   }
 
   CallLog log_;
+  std::optional<FatDriver> fat_driver_;
   FaultPlan faults_;
   ScriptedDesktop desktop_;
   ScriptedShell shell_;

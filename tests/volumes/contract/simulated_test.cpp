@@ -2,6 +2,7 @@
 // The simulated machine is what other tests trust: it must judge, fail and remember rightly.
 #include <gtest/gtest.h>
 
+#include "guest/driver_asks.h"
 #include "host/simulated/random_volume.h"
 #include "host/simulated/simulated_platform.h"
 #include "volumes/contract/contract.h"
@@ -51,6 +52,19 @@ TEST(SimulatedVolume, ImmovableAndLockedItemsStay) {
   EXPECT_EQ(open(), error::kSharingViolation);
   volume.Lock(file, false);
   EXPECT_EQ(open(), error::kSuccess);
+}
+
+// The same questions as tools/nt puts to the driver itself.
+TEST(FatDriver, AnswersAsTheRealOne) {
+  SimulatedVolume volume({.total_clusters = 100, .file_system = "FAT"});
+  volume.AddFile("ASKED.BIN", {{10, 5}});
+  volume.AddFile("ASKED.NIL");
+  volume.AddFolder("ASKED.DIR", {{20, 1}});
+  SimulatedPlatform machine;
+  machine.AddVolume('C', volume);
+  machine.UseFatDriver();
+  EXPECT_EQ(guest::AskFatDriver(machine, machine, "C:"), guest::kFatDriverAnswers);
+  EXPECT_TRUE(volume.ContentIntact());
 }
 
 TEST(RandomVolume, SameSeedSameVolumeAndOptionsAreKept) {
