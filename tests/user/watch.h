@@ -146,7 +146,7 @@ class Watch {
     Run& run = runs_.back();
     run.planned |= screen_.CaptionBegins("Planning");
     if (run.planned && !run.thorough) Break("j: thorough unasked", run.line);
-    for (const char* work : {"Defragmenting", "Preparing", "Optimzing", "Compacting"}) {
+    for (const char* work : {"Defragmenting", "Optimzing", "Compacting"}) {
       if (run.thorough == run.planned || !screen_.CaptionBegins(work)) continue;
       Break("j: asked to be thorough, was not", run.line);
     }
