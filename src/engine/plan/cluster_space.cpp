@@ -5,9 +5,12 @@
 
 namespace vornalux::plan {
 
-ClusterSpace::ClusterSpace(const Volume& volume)
-    : clusters_(volume.clusters), alignment_(volume.alignment) {
+ClusterSpace::ClusterSpace(const Volume& volume, Gaps gaps_kept)
+    : clusters_(volume.clusters), alignment_(volume.alignment), sorted_gaps_(gaps_kept) {
   files_.reserve(volume.files.size());
+  std::size_t count = volume.blocked.size();
+  for (const FileRuns& file : volume.files) count += file.runs.size();
+  pieces_.reserve(count);
   for (const FileRuns& file : volume.files) {
     const auto number = FileCount();
     File facts;
@@ -37,6 +40,9 @@ ClusterSpace::ClusterSpace(const Volume& volume)
   }
   std::sort(order.begin(), order.end());
   by_lcn_.Assign(order);
+  free_ = clusters_;
+  for (const Piece& piece : pieces_) free_ -= piece.length;
+  if (sorted_gaps_ == Gaps::NotSorted) return;
   std::vector<BySize> gaps;
   std::int32_t end = 0;
   const auto gap_until = [&](std::int32_t lcn) {
@@ -48,7 +54,6 @@ ClusterSpace::ClusterSpace(const Volume& volume)
   }
   gap_until(clusters_);
   std::sort(gaps.begin(), gaps.end());
-  for (const BySize& gap : gaps) free_ += gap.length;
   gap_count_ = static_cast<std::int32_t>(gaps.size());
   gaps_.Assign(gaps);
 }
@@ -131,13 +136,13 @@ Run ClusterSpace::GapAt(std::int32_t lcn) const {
 }
 
 void ClusterSpace::AddGap(const Run& gap) {
-  if (gap.length <= 0) return;
+  if (gap.length <= 0 || sorted_gaps_ == Gaps::NotSorted) return;
   gaps_.Insert({gap.length, gap.lcn});
   ++gap_count_;
 }
 
 void ClusterSpace::RemoveGap(const Run& gap) {
-  if (gap.length <= 0) return;
+  if (gap.length <= 0 || sorted_gaps_ == Gaps::NotSorted) return;
   gaps_.Erase({gap.length, gap.lcn});
   --gap_count_;
 }

@@ -3,7 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "engine/plan/sorted_chunks.h"
@@ -46,6 +48,9 @@ struct Move {
   friend bool operator==(const Move&, const Move&) = default;
 };
 
+// Long; as it grows nothing is copied.
+using MoveList = std::deque<Move>;
+
 // Who has which clusters, while moves are tried, carried out and taken back. Nothing but memory.
 class ClusterSpace {
  public:
@@ -62,7 +67,10 @@ class ClusterSpace {
   static constexpr std::int32_t kNone = -1;
   static constexpr std::int32_t kBlocked = -1;
 
-  explicit ClusterSpace(const Volume& volume);
+  enum class Gaps { Sorted, NotSorted };
+
+  // Gaps that are not sorted cost nothing, and can't be asked for by their size.
+  explicit ClusterSpace(const Volume& volume, Gaps gaps = Gaps::Sorted);
 
   std::int32_t Clusters() const { return clusters_; }
   std::int32_t Alignment() const { return alignment_; }
@@ -110,7 +118,10 @@ class ClusterSpace {
 
   // The source lies in one piece; the target is free.
   void MoveRun(std::int32_t from, std::int32_t to, std::int32_t length);
-  const std::vector<Move>& Moves() const { return moves_; }
+  // The same, not to be taken back nor counted.
+  void Follow(const Move& move) { Relocate(move.from, move.to, move.length); }
+  const MoveList& Moves() const& { return moves_; }
+  MoveList Moves() && { return std::move(moves_); }
   std::int64_t ClustersMoved() const { return clusters_moved_; }
   // Takes back all moves but the first `count`.
   void TakeBackTo(std::size_t count);
@@ -147,6 +158,7 @@ class ClusterSpace {
 
   std::int32_t clusters_;
   std::int32_t alignment_;
+  Gaps sorted_gaps_;
   std::int32_t free_ = 0;
   std::int32_t gap_count_ = 0;
   std::int64_t piece_count_ = 0;
@@ -156,7 +168,7 @@ class ClusterSpace {
   std::vector<std::int32_t> spare_;  // slots of pieces_ without a piece
   SortedChunks<ByLcn> by_lcn_;
   SortedChunks<BySize> gaps_;
-  std::vector<Move> moves_;
+  MoveList moves_;
 };
 
 }  // namespace vornalux::plan

@@ -56,7 +56,7 @@ class Search {
     Sort(start_);
   }
 
-  std::vector<Move> Run() {
+  MoveList Run() {
     Reach(start_, kNoNode, {}, 0);
     while (!queue_.empty() && nodes_.size() < kArrangements) {
       const auto [estimate, number] = queue_.top();
@@ -66,7 +66,7 @@ class Search {
       nodes_[node].closed = true;
       Expand(node);
     }
-    std::vector<Move> moves;
+    MoveList moves;
     for (std::size_t node = best_; node != kNoNode && nodes_[node].from != kNoNode;
          node = nodes_[node].from) {
       moves.push_back(nodes_[node].move);
@@ -212,9 +212,10 @@ bool OfFewPieces(const ClusterSpace& space) {
 
 }  // namespace
 
-std::vector<Move> TryEveryWay(const ClusterSpace& space, std::int64_t pieces,
-                              std::int64_t clusters) {
-  if (!OfFewPieces(space) || space.Alignment() > 1) return {};
+MoveList TryEveryWay(const Volume& volume, std::int64_t pieces, std::int64_t clusters) {
+  if (pieces > kFewPieces || volume.alignment > 1) return {};
+  const ClusterSpace space(volume);
+  if (!OfFewPieces(space)) return {};
   return Search(space, pieces, clusters).Run();
 }
 

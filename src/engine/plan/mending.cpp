@@ -268,7 +268,7 @@ std::vector<Mending::Place> Mending::PlacesToVacate(const Chain& chain) {
     scan_budget_ -= std::ssize(segments);
     Sweep(chain, segments, places);
   };
-  if (scan_budget_ > 0) {
+  if (scan_budget_ > space_.PieceCount()) {
     Segments(chain.file, 0, std::numeric_limits<std::size_t>::max());
     // The gap at the end belongs to the last segment's neighbourhood.
     if (!segments.empty() && segments.back().end < space_.Clusters()) {
@@ -320,7 +320,7 @@ bool Mending::IntoVacatedPlace(std::int32_t file, std::int64_t limit) {
 
 // The stretch with the least in it that has enough free clusters between its ends, which are gaps.
 bool Mending::IntoGatheredGap(std::int32_t file, std::int64_t limit) {
-  if (scan_budget_ < 0 || space_.Alignment() > 1) return false;
+  if (scan_budget_ < space_.PieceCount() || space_.Alignment() > 1) return false;
   const std::int32_t size = space_.SizeOf(file);
   if (space_.FreeClusters() < size) return false;
   const std::vector<Segment>& segments =

@@ -15,8 +15,7 @@ namespace vornalux::plan {
 // does not work out.
 class Mending {
  public:
-  explicit Mending(ClusterSpace& space)
-      : space_(space), scan_budget_(kScanBudget + 4 * std::int64_t{space.GapCount()}) {}
+  explicit Mending(ClusterSpace& space) : space_(space), scan_budget_(kScanBudget) {}
 
   static constexpr std::int64_t kNoWay = std::numeric_limits<std::int64_t>::max();
 

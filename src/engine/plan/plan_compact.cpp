@@ -15,7 +15,7 @@ namespace {
 constexpr double kKeep[] = {0.5, 0.3, 0.7, 2};
 constexpr std::int64_t kManyPieces = 20'000;
 // As many of the first moves as are allowed, of which none is of use only with those behind them.
-void CutOff(std::vector<Move>& moves, const Plan& plan, std::int64_t limit) {
+void CutOff(MoveList& moves, const Plan& plan, std::int64_t limit) {
   std::size_t count = 0;
   std::int64_t clusters = 0;
   for (std::size_t i = 0; i < plan.moves.size(); ++i) {
@@ -29,9 +29,9 @@ void CutOff(std::vector<Move>& moves, const Plan& plan, std::int64_t limit) {
 }  // namespace
 
 Plan PlanCompact(const Volume& volume, const Limits& limits) {
-  std::vector<Move> best;
+  MoveList best;
   std::optional<Disorder> least;
-  const auto compact_from = [&](const std::vector<Move>& begun, double keep) {
+  const auto compact_from = [&](const MoveList& begun, double keep) {
     ClusterSpace space(volume);
     const std::int32_t ceiling = FirstFreeLcn(space);
     if (!least) least = DisorderOf(space, ceiling);

@@ -19,66 +19,71 @@ constexpr MendingOrder kOrders[] = {MendingOrder::LargestFirst, MendingOrder::Sm
 constexpr std::int64_t kManyPieces = 20'000;
 constexpr double kKeep = 0.5;  // of its file a piece has to be to stay when all is compacted
 
+struct Mended {
+  std::int64_t pieces = std::numeric_limits<std::int64_t>::max();  // of all files
+  std::int64_t clusters = 0;                                       // moved
+  MoveList moves = {};
+
+  bool operator<(const Mended& other) const {
+    return std::tie(pieces, clusters) < std::tie(other.pieces, other.clusters);
+  }
+};
+
+Mended WhatBecameOf(ClusterSpace&& space) {
+  return {space.PieceCount(), space.ClustersMoved(), std::move(space).Moves()};
+}
+
 // The best that the orders of mending find. For large volumes the first that leaves nothing in
 // pieces will do: the time counts.
-std::vector<Move> BestMending(const Volume& volume, const Limits& limits) {
-  std::vector<Move> best;
-  std::tuple<std::int64_t, std::int64_t> best_rank{std::numeric_limits<std::int64_t>::max(), 0};
+Mended BestMending(const Volume& volume, const Limits& limits) {
+  Mended best;
   for (const MendingOrder order : kOrders) {
     ClusterSpace space(volume);
     MendFiles(space, order, limits.clusters);
-    const std::tuple rank{space.PieceCount(), space.ClustersMoved()};
-    if (rank >= best_rank) continue;
-    best_rank = rank;
-    best = space.Moves();
     const bool whole = space.PieceCount() <= space.FileCount();
-    if (whole && std::ssize(volume.blocked) + space.PieceCount() > kManyPieces) break;
+    Mended mended = WhatBecameOf(std::move(space));
+    if (mended < best) best = std::move(mended);
+    if (whole && std::ssize(volume.blocked) + best.pieces > kManyPieces) break;
   }
   return best;
 }
 
 // What no order of mending brings together does when the free space is in one place; before
 // anything is mended, or after.
-std::vector<Move> MendByCompacting(const Volume& volume, const Plan& plan,
-                                   const std::vector<Move>& moves, std::int64_t limit) {
-  ClusterSpace space(volume);
+void MendByCompacting(const Volume& volume, const Plan& plan, std::int64_t limit, Mended& best) {
   std::int32_t longest = 0;
   for (const Staying& staying : plan.staying) {
     if (staying.obstacle == Obstacle::NotFound) longest = std::max(longest, staying.size);
     // It takes all that is free, and more.
     if (staying.obstacle == Obstacle::Space) longest = std::max(longest, plan.free);
   }
-  std::vector<Move> best;
-  for (const Move& move : moves) space.MoveRun(move.from, move.to, move.length);
-  std::tuple best_rank{space.PieceCount(), std::int64_t{0}};
-  if (longest == 0) return best;
-  for (const bool mended : {true, false}) {
-    if (!mended) space.TakeBackTo(0);
+  if (longest == 0) return;
+  const MoveList begun = best.moves;
+  for (const bool after : {true, false}) {
+    if (!after && std::ssize(volume.blocked) + best.pieces > kManyPieces) return;
+    ClusterSpace space(volume);
+    for (const Move& move : begun) {
+      if (after) space.MoveRun(move.from, move.to, move.length);
+    }
     Compact(space, CeilingForGap(space, longest), kKeep);
     MendFiles(space, MendingOrder::LargestFirst, limit);
-    const std::tuple rank{space.PieceCount(), space.ClustersMoved()};
-    if (rank >= best_rank || space.ClustersMoved() > limit) continue;
-    best_rank = rank;
-    best = space.Moves();
+    Mended mended = WhatBecameOf(std::move(space));
+    if (mended < best && mended.clusters <= limit) best = std::move(mended);
   }
-  return best;
 }
 
 }  // namespace
 
 Plan PlanDefrag(const Volume& volume, const Limits& limits) {
-  std::vector<Move> moves = BestMending(volume, limits);
-  ClusterSpace space(volume);
-  for (const Move& move : moves) space.MoveRun(move.from, move.to, move.length);
-  const std::int64_t pieces = space.PieceCount();
-  space.TakeBackTo(0);
+  Mended best = BestMending(volume, limits);
   // Small volumes are searched to the end: there a few clusters in the way are much.
-  std::vector<Move> better = TryEveryWay(space, pieces, ClustersOf(moves));
-  if (!better.empty() && ClustersOf(better) <= limits.clusters) moves = std::move(better);
-  Plan plan = PlanOf(volume, moves);
-  if (!plan.staying.empty()) {
-    better = MendByCompacting(volume, plan, moves, limits.clusters);
-    if (!better.empty()) plan = PlanOf(volume, better);
+  MoveList better = TryEveryWay(volume, best.pieces, best.clusters);
+  const bool searched = !better.empty() && ClustersOf(better) <= limits.clusters;
+  if (searched) best.moves = std::move(better);
+  Plan plan = PlanOf(volume, best.moves);
+  if (!plan.staying.empty() && !searched) {
+    MendByCompacting(volume, plan, limits.clusters, best);
+    plan = PlanOf(volume, best.moves);
   }
   if (!plan.staying.empty() && limits.clusters < Limits().clusters) {
     TellLimited(plan, PlanDefrag(volume).staying);

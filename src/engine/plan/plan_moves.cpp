@@ -14,8 +14,17 @@ Figures FiguresOf(const ClusterSpace& space) {
     ++figures.fragmented;
     figures.pieces += space.PiecesOf(file);
   }
-  figures.gaps = space.GapCount();
-  figures.largest_gap = space.LargestGap().length;
+  std::int32_t end = 0;
+  const auto gap_until = [&](std::int32_t lcn) {
+    figures.gaps += lcn > end ? 1 : 0;
+    figures.largest_gap = std::max(figures.largest_gap, lcn - end);
+  };
+  space.Visit(0, [&](const ClusterSpace::Piece& piece) {
+    gap_until(piece.lcn);
+    end = piece.Clusters().End();
+    return true;
+  });
+  gap_until(space.Clusters());
   return figures;
 }
 
@@ -39,8 +48,7 @@ Obstacle ObstacleOf(std::int32_t size, const Plan& plan) {
 
 // The moves from `first` on that can be one request: consecutive clusters of a file, to clusters
 // that follow each other and are all free beforehand.
-std::size_t EndOfRequest(const ClusterSpace& space, const std::vector<Move>& moves,
-                         std::size_t first) {
+std::size_t EndOfRequest(const ClusterSpace& space, const MoveList& moves, std::size_t first) {
   Run target{moves[first].to, moves[first].length};
   std::size_t end = first + 1;
   for (; end < moves.size() && moves[end].file == moves[first].file; ++end) {
@@ -60,15 +68,16 @@ std::size_t EndOfRequest(const ClusterSpace& space, const std::vector<Move>& mov
 
 }  // namespace
 
-std::int64_t ClustersOf(const std::vector<Move>& moves) {
+std::int64_t ClustersOf(const MoveList& moves) {
   std::int64_t clusters = 0;
   for (const Move& move : moves) clusters += move.length;
   return clusters;
 }
 
-Plan PlanOf(const Volume& volume, const std::vector<Move>& moves) {
-  ClusterSpace space(volume);
+Plan PlanOf(const Volume& volume, const MoveList& moves) {
+  ClusterSpace space(volume, ClusterSpace::Gaps::NotSorted);
   Plan plan;
+  plan.moves.reserve(moves.size());
   plan.before = FiguresOf(space);
   plan.clusters_moved = ClustersOf(moves);
   std::vector<std::int32_t> most;  // pieces that a file may be in when the run is stopped
@@ -82,7 +91,7 @@ Plan PlanOf(const Volume& volume, const std::vector<Move>& moves) {
     std::int32_t& allowed = most[static_cast<std::size_t>(file)];
     const bool was_worse = space.PiecesOf(file) > allowed;
     for (; first < end; ++first) {
-      space.MoveRun(moves[first].from, moves[first].to, moves[first].length);
+      space.Follow(moves[first]);
       plan.moves.push_back({moves[first], first + 1 < end, false});
     }
     // What is whole once stays whole; pieces that touch by chance need not.

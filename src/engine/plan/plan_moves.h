@@ -8,10 +8,10 @@
 
 namespace vornalux::plan {
 
-std::int64_t ClustersOf(const std::vector<Move>& moves);
+std::int64_t ClustersOf(const MoveList& moves);
 
 // The plan that these moves make of the volume.
-Plan PlanOf(const Volume& volume, const std::vector<Move>& moves);
+Plan PlanOf(const Volume& volume, const MoveList& moves);
 
 // A limit is the obstacle only of files that stay in no plan without one: `anyway`.
 void TellLimited(Plan& plan, const std::vector<Staying>& anyway);

@@ -184,7 +184,8 @@ FLOW(DefragsAndOptimizesToTheEnd, "", Alone) {
   screen.Answer("Are you sure?", IDNO);
   screen.UntilIdle();
   EXPECT_EQ(Screen::Text(screen.Main()), "Volume D:\\");
-  EXPECT_EQ(Screen::Panel(screen.Main(), IDC_STATUS_BAR, 3), "fragmented: 0");
+  // Two folders, of which Windows' FAT does not let go.
+  EXPECT_EQ(Screen::Panel(screen.Main(), IDC_STATUS_BAR, 3), "fragmented: 2");
   EXPECT_EQ(SendMessageW(GetDlgItem(screen.Main(), IDC_PROGRESS), PBM_GETPOS, 0, 0), 10000);
   const std::size_t defrag_moves = log.Count(CallKind::MoveClusters);
   EXPECT_GT(defrag_moves, 50u);
