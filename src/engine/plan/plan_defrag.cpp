@@ -80,10 +80,11 @@ Plan PlanDefrag(const Volume& volume, const Limits& limits) {
   MoveList better = TryEveryWay(volume, best.pieces, best.clusters);
   const bool searched = !better.empty() && ClustersOf(better) <= limits.clusters;
   if (searched) best.moves = std::move(better);
-  Plan plan = PlanOf(volume, best.moves);
+  Plan plan = PlanOf(volume, std::move(best.moves));
   if (!plan.staying.empty() && !searched) {
+    best.moves = MoveList(plan.moves.begin(), plan.moves.end());
     MendByCompacting(volume, plan, limits.clusters, best);
-    plan = PlanOf(volume, best.moves);
+    plan = PlanOf(volume, std::move(best.moves));
   }
   if (!plan.staying.empty() && limits.clusters < Limits().clusters) {
     TellLimited(plan, PlanDefrag(volume).staying);

@@ -46,24 +46,24 @@ Obstacle ObstacleOf(std::int32_t size, const Plan& plan) {
   return size > plan.free ? Obstacle::Space : Obstacle::NotFound;
 }
 
-// The moves from `first` on that can be one request: consecutive clusters of a file, to clusters
-// that follow each other and are all free beforehand.
-std::size_t EndOfRequest(const ClusterSpace& space, const MoveList& moves, std::size_t first) {
-  Run target{moves[first].to, moves[first].length};
-  std::size_t end = first + 1;
-  for (; end < moves.size() && moves[end].file == moves[first].file; ++end) {
-    const Move& last = moves[end - 1];
-    if (moves[end].to != target.End()) break;
+// How many of the moves, from the first on, can be one request: consecutive clusters of a file, to
+// clusters that follow each other and are all free beforehand.
+std::size_t MovesOfRequest(const ClusterSpace& space, const MoveList& moves) {
+  Run target{moves.front().to, moves.front().length};
+  std::size_t count = 1;
+  for (; count < moves.size() && moves[count].file == moves.front().file; ++count) {
+    const Move& last = moves[count - 1];
+    const Move& next = moves[count];
+    if (next.to != target.End()) break;
     const ClusterSpace::Piece& piece = space.At(space.PieceFrom(last.from));
     const bool ends_piece = last.from + last.length == piece.Clusters().End();
-    if (!ends_piece || piece.next == ClusterSpace::kNone ||
-        space.At(piece.next).lcn != moves[end].from) {
+    if (!ends_piece || piece.next == ClusterSpace::kNone || space.At(piece.next).lcn != next.from) {
       break;
     }
-    target.length += moves[end].length;
+    target.length += next.length;
     if (!space.IsFree(target)) break;
   }
-  return end;
+  return count;
 }
 
 }  // namespace
@@ -74,7 +74,7 @@ std::int64_t ClustersOf(const MoveList& moves) {
   return clusters;
 }
 
-Plan PlanOf(const Volume& volume, const MoveList& moves) {
+Plan PlanOf(const Volume& volume, MoveList moves) {
   ClusterSpace space(volume, ClusterSpace::Gaps::NotSorted);
   Plan plan;
   plan.moves.reserve(moves.size());
@@ -85,14 +85,14 @@ Plan PlanOf(const Volume& volume, const MoveList& moves) {
     most.push_back(space.PiecesOf(file));
   }
   std::int32_t worse = 0;
-  for (std::size_t first = 0; first < moves.size();) {
-    const std::size_t end = EndOfRequest(space, moves, first);
-    const std::int32_t file = moves[first].file;
+  while (!moves.empty()) {
+    const std::int32_t file = moves.front().file;
     std::int32_t& allowed = most[static_cast<std::size_t>(file)];
     const bool was_worse = space.PiecesOf(file) > allowed;
-    for (; first < end; ++first) {
-      space.Follow(moves[first]);
-      plan.moves.push_back({moves[first], first + 1 < end, false});
+    for (std::size_t left = MovesOfRequest(space, moves); left > 0; --left) {
+      space.Follow(moves.front());
+      plan.moves.push_back({moves.front(), left > 1, false});
+      moves.pop_front();
     }
     // What is whole once stays whole; pieces that touch by chance need not.
     if (!space.IsFragmented(file)) allowed = 1;

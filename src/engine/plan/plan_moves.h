@@ -11,7 +11,7 @@ namespace vornalux::plan {
 std::int64_t ClustersOf(const MoveList& moves);
 
 // The plan that these moves make of the volume.
-Plan PlanOf(const Volume& volume, const MoveList& moves);
+Plan PlanOf(const Volume& volume, MoveList moves);
 
 // A limit is the obstacle only of files that stay in no plan without one: `anyway`.
 void TellLimited(Plan& plan, const std::vector<Staying>& anyway);
