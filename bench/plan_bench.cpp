@@ -105,6 +105,7 @@ void PlanDefrag(benchmark::State& state) {
     state.counters["moves"] = static_cast<double>(plan.moves.size());
     state.counters["fragmented"] = plan.before.fragmented;
     state.counters["left"] = plan.after.fragmented;
+    state.counters["clusters"] = static_cast<double>(plan.clusters_moved);
   }
 }
 BENCHMARK(PlanDefrag)->ArgsProduct({{1, 2}, {60, 80, 95}})->Unit(benchmark::kSecond)->Iterations(1);

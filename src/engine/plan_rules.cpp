@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 #include <string>
 
 #include "engine/analysis.h"
@@ -10,6 +11,8 @@
 
 namespace vornalux {
 namespace {
+
+struct Stopped {};
 
 // The list has the names as the system had them at start-up, not as the folders have them.
 std::string InSmallLetters(std::string text) {
@@ -20,6 +23,19 @@ std::string InSmallLetters(std::string text) {
 }
 
 }  // namespace
+
+std::optional<plan::Plan> PlanWhileHeard(const RunContext& run, Planner planner,
+                                         plan::Volume& volume, const plan::Limits& limits) {
+  volume.checkpoint = [&run] {
+    run.platform.desktop.DoEvents();
+    if (run.flags.StopRequested) throw Stopped();
+  };
+  try {
+    return planner(volume, limits);
+  } catch (const Stopped&) {
+    return std::nullopt;
+  }
+}
 
 PlanRules::PlanRules(const RunContext& run) : run_(run) {
   // Shadow copies look at 16 sectors at a time; as Movers::VssAlignShift has it.

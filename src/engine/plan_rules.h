@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "engine/plan/plan.h"
 #include "engine/run_context.h"
 #include "volume/volume_census.h"
 
@@ -28,5 +30,11 @@ class PlanRules {
   std::int64_t smallest_ = 0;                // clusters of the smallest file that may be moved
   std::vector<std::string> start_up_files_;  // sorted, in small letters
 };
+
+using Planner = plan::Plan (*)(const plan::Volume&, const plan::Limits&);
+
+// The user and the timers get their turn meanwhile. Nothing when the run was stopped.
+std::optional<plan::Plan> PlanWhileHeard(const RunContext& run, Planner planner,
+                                         plan::Volume& volume, const plan::Limits& limits = {});
 
 }  // namespace vornalux

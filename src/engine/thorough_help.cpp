@@ -54,11 +54,13 @@ std::optional<ThoroughHelp> PlanFor(const RunContext& run, const Paths& fragment
   if (run.flags.StopRequested || clusters <= 0) return std::nullopt;
   PlanSource source(entries, stays, run.target.Ntfs(), gaps, clusters);
   source.volume.alignment = rules.Alignment();
-  const plan::Plan plan = plan::PlanDefrag(source.volume);
-  ThoroughHelp help = {.files = 0, .clusters_moved = plan.clusters_moved};
+  const auto plan = PlanWhileHeard(run, plan::PlanDefrag, source.volume);
+  if (!plan) return std::nullopt;
+  ThoroughHelp help = {.files = 0, .clusters_moved = plan->clusters_moved};
   std::vector<bool> cured;
   for (const plan::FileRuns& file : source.volume.files) cured.push_back(!file.runs.empty());
-  for (const plan::Staying& file : plan.staying) cured[static_cast<std::size_t>(file.file)] = false;
+  for (const plan::Staying& file : plan->staying)
+    cured[static_cast<std::size_t>(file.file)] = false;
   for (std::size_t i = 0; i < entries.size(); ++i) {
     if (cured[source.planned_as[i]] && fragmented.contains(entries[i].path) &&
         WouldCountAsWhole(entries[i], run.target.Ntfs())) {

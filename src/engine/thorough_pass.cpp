@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include <algorithm>
+#include <ranges>
 #include <set>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -37,17 +37,19 @@ const char* TextOf(plan::Obstacle obstacle) {
   return "no way found";
 }
 
-// Behind the moves from `first` on that only make sense together.
-std::size_t EndOfGroup(const std::vector<plan::PlannedMove>& moves, std::size_t first) {
-  while (first < moves.size() && (moves[first].joined || moves[first].unfinished)) ++first;
-  return std::min(first + 1, moves.size());
+using Moves = std::ranges::subrange<plan::PlannedMoves::const_iterator>;
+
+// The moves from `first` on that only make sense together.
+Moves Group(const plan::PlannedMoves& moves, std::size_t first) {
+  const auto begin = moves.begin() + static_cast<std::ptrdiff_t>(first);
+  auto end = begin;
+  while (end != moves.end() && (end->joined || end->unfinished)) ++end;
+  return {begin, end == moves.end() ? end : end + 1};
 }
 
 // Carries out one plan after the other until one has been carried out to its end.
 class ThoroughRun {
  public:
-  using Planner = plan::Plan (*)(const plan::Volume&, const plan::Limits&);
-
   // doing: the caption while files move, without the volume.
   ThoroughRun(const RunContext& run, RunRecord& record, Planner planner, const char* doing)
       : run_(run), record_(record), planner_(planner), doing_(doing) {}
@@ -97,7 +99,9 @@ class ThoroughRun {
     const FreeRunList& gaps = run_.geometry.GetFreeRuns(clusters);
     PlanSource source(entries_, stays_, run_.target.Ntfs(), gaps, clusters);
     source.volume.alignment = alignment_;
-    const plan::Plan plan = planner_(source.volume, {.clusters = Allowed()});
+    const auto planned = PlanWhileHeard(run_, planner_, source.volume, {.clusters = Allowed()});
+    if (!planned) return End::Stopped;
+    const plan::Plan& plan = *planned;
     record_.NotePlan(plan, source, entries_);
     run_.view.SetCaption(doing_ + run_.target.Root());
     run_.view.SetRange(0, done_ + plan.clusters_moved);
@@ -107,13 +111,13 @@ class ThoroughRun {
     std::set<std::int32_t> skipped;  // files that do not go where the plan has them
     const auto skips = [&](const plan::PlannedMove& move) { return skipped.contains(move.file); };
     std::size_t i = 0;
-    std::span<const plan::PlannedMove> group;  // from `together` on
+    Moves group;  // from `together` on
     const auto skip_group = [&] {
       for (const plan::PlannedMove& move : group) skipped.insert(move.file);
-      i = together += group.size();
+      i = together += static_cast<std::size_t>(group.size());
     };
     while (i < plan.moves.size()) {
-      if (together == i) group = std::span(plan.moves).subspan(i, EndOfGroup(plan.moves, i) - i);
+      if (together == i) group = Group(plan.moves, i);
       if (together == i && std::ranges::any_of(group, skips)) {
         skip_group();
         continue;
@@ -176,7 +180,7 @@ class ThoroughRun {
   }
 
   // Takes back moves [first, end). False when that did not go either.
-  bool GoBack(const std::vector<plan::PlannedMove>& moves, std::size_t first, std::size_t end) {
+  bool GoBack(const plan::PlannedMoves& moves, std::size_t first, std::size_t end) {
     while (end-- > first) {
       const plan::PlannedMove& move = moves[end];
       if (CarryOut(move.file, {{move.to, move.from, move.length}}, true) != Movers::Planned::Done) {

@@ -258,16 +258,27 @@ TEST(Thorough, RefusalsKeepNoOtherFileInPieces) {
 }
 
 TEST(Thorough, StoppedAnywhereNothingIsWorse) {
-  const auto count = [](Pass pass, std::size_t nth) {
+  std::size_t planning = 0;  // stops while a plan was made
+  const auto count = [&planning](Pass pass, std::size_t nth) {
     const auto disk = SmallVolume(3);
     ThoroughRig rig(*disk);
     ScriptedDesktop& user = rig.machine->User();
     const std::size_t before = user.DoEventsCount();
+    std::optional<std::int64_t> moves;  // when it was stopped
     if (nth > 0) {
       user.Answer(BoxAnswer::Yes);
-      user.AtDoEvents(before + nth, [&rig] { rig.window.Arretdefrag.Click(); });
+      user.AtDoEvents(before + nth, [&] {
+        rig.window.Arretdefrag.Click();
+        const std::string& caption = rig.window.caption;
+        if (!caption.starts_with("Planning")) return;
+        ++planning;
+        moves = rig.engine.movers.statistics.moves;
+      });
     }
     rig.Run(pass);
+    if (moves) {
+      EXPECT_EQ(rig.engine.movers.statistics.moves, *moves);
+    }
     rig.ExpectNoneWorse();
     const ProgressBar& bar = rig.window.progress;
     const bool stopped = rig.program.flags.StopRequested && rig.engine.record.Summary();
@@ -283,6 +294,7 @@ TEST(Thorough, StoppedAnywhereNothingIsWorse) {
       if (HasFailure()) return;
     }
   }
+  EXPECT_GT(planning, 20U);
 }
 
 }  // namespace

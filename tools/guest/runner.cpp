@@ -154,9 +154,11 @@ void CloseBox(const Process& process) {
   for (int i = 0; i < 50 && IsWindow(box); ++i) Sleep(kPoll);
 }
 
-bool AwaitGone(Process& process) {
+template <typename Ask>
+bool AwaitGone(Process& process, Ask ask) {
   const bool gone = Await(process, "the end of the program", [&] {
     CloseBox(process);
+    ask();
     return Gone(process);
   });
   DWORD code = 0;
@@ -166,6 +168,10 @@ bool AwaitGone(Process& process) {
   CloseHandle(process.handle);
   process = {};
   return gone;
+}
+
+bool AwaitGone(Process& process) {
+  return AwaitGone(process, [] {});
 }
 
 void SaveLog(const Process& process, const std::string& name) {
@@ -228,12 +234,15 @@ void Job(const std::string& name, const std::string& arguments) {
     SaveReport(process, name);
   }
   SaveLog(process, name);
-  if (main != nullptr) {
-    Press(process.id, L"Exit");
-  } else if (const HWND launcher = WindowWith(process.id, IDC_VOLUMES)) {
-    PostMessageW(launcher, WM_CLOSE, 0, 0);
+  if (main == nullptr) {
+    if (const HWND launcher = WindowWith(process.id, IDC_VOLUMES)) {
+      PostMessageW(launcher, WM_CLOSE, 0, 0);
+    }
   }
-  AwaitGone(process);
+  // What is pressed while the report is being made is not heard.
+  AwaitGone(process, [&] {
+    if (main != nullptr && !Busy(process)) Press(process.id, L"Exit");
+  });
 }
 
 // The host presses Scroll Lock when it has taken the picture.

@@ -6,7 +6,10 @@
 namespace vornalux::plan {
 
 ClusterSpace::ClusterSpace(const Volume& volume, Gaps gaps_kept)
-    : clusters_(volume.clusters), alignment_(volume.alignment), sorted_gaps_(gaps_kept) {
+    : checkpoint_(&volume.checkpoint),
+      clusters_(volume.clusters),
+      alignment_(volume.alignment),
+      sorted_gaps_(gaps_kept) {
   files_.reserve(volume.files.size());
   std::size_t count = volume.blocked.size();
   for (const FileRuns& file : volume.files) count += file.runs.size();
@@ -71,7 +74,8 @@ std::int32_t ClusterSpace::NewPiece(const Piece& piece) {
 
 SortedChunks<ClusterSpace::ByLcn>::Place ClusterSpace::PlaceFrom(std::int32_t lcn) const {
   const auto place = by_lcn_.LowerBound({lcn, 0});
-  if (place == by_lcn_.Begin()) return place;
+  const bool begins_there = place != by_lcn_.End() && by_lcn_.At(place).lcn == lcn;
+  if (begins_there || place == by_lcn_.Begin()) return place;
   const auto before = by_lcn_.Previous(place);
   return At(by_lcn_.At(before).piece).Clusters().End() > lcn ? before : place;
 }
@@ -93,8 +97,8 @@ std::int32_t ClusterSpace::Following(std::int32_t piece) const {
 
 bool ClusterSpace::IsFree(const Run& run) const {
   if (run.lcn < 0 || run.End() > clusters_) return false;
-  const std::int32_t piece = PieceFrom(run.lcn);
-  return piece == kNone || At(piece).lcn >= run.End();
+  const auto place = PlaceFrom(run.lcn);
+  return place == by_lcn_.End() || by_lcn_.At(place).lcn >= run.End();
 }
 
 Run ClusterSpace::LargestGap() const {
@@ -174,8 +178,8 @@ void ClusterSpace::Join(std::int32_t piece) {
   --piece_count_;
 }
 
-void ClusterSpace::Relocate(std::int32_t from, std::int32_t to, std::int32_t length) {
-  std::int32_t piece = PieceFrom(from);
+void ClusterSpace::Relocate(std::int32_t piece, std::int32_t from, std::int32_t to,
+                            std::int32_t length) {
   if (At(piece).lcn < from) piece = Split(piece, from - At(piece).lcn);
   if (At(piece).length > length) Split(piece, length);
 
@@ -199,8 +203,9 @@ void ClusterSpace::Relocate(std::int32_t from, std::int32_t to, std::int32_t len
 
 void ClusterSpace::MoveRun(std::int32_t from, std::int32_t to, std::int32_t length) {
   clusters_moved_ += length;
-  moves_.push_back({At(PieceFrom(from)).file, from, to, length});
-  Relocate(from, to, length);
+  const std::int32_t piece = PieceFrom(from);
+  moves_.push_back({At(piece).file, from, to, length});
+  Relocate(piece, from, to, length);
 }
 
 void ClusterSpace::TakeBackTo(std::size_t count) {
@@ -208,7 +213,7 @@ void ClusterSpace::TakeBackTo(std::size_t count) {
     const Move move = moves_.back();
     moves_.pop_back();
     clusters_moved_ -= move.length;
-    Relocate(move.to, move.from, move.length);
+    Relocate(PieceFrom(move.to), move.to, move.from, move.length);
   }
 }
 

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -36,6 +37,8 @@ struct Volume {
   // Files, and pieces that are moved alone, move by multiples of so many clusters; pieces that come
   // to a file's first one follow it.
   std::int32_t alignment = 1;
+  // Called now and then while the volume is planned; what it throws ends the planning.
+  std::function<void()> checkpoint = {};
 };
 
 // One request to the file system: clusters of a file, in one run, to clusters that are free then.
@@ -70,8 +73,12 @@ class ClusterSpace {
   enum class Gaps { Sorted, NotSorted };
 
   // Gaps that are not sorted cost nothing, and can't be asked for by their size.
+  // The volume's checkpoint is called as long as the space lives.
   explicit ClusterSpace(const Volume& volume, Gaps gaps = Gaps::Sorted);
 
+  void Checkpoint() const {
+    if (*checkpoint_) (*checkpoint_)();
+  }
   std::int32_t Clusters() const { return clusters_; }
   std::int32_t Alignment() const { return alignment_; }
   // The lowest from lcn on to which what lies at `from` can be moved.
@@ -119,7 +126,7 @@ class ClusterSpace {
   // The source lies in one piece; the target is free.
   void MoveRun(std::int32_t from, std::int32_t to, std::int32_t length);
   // The same, not to be taken back nor counted.
-  void Follow(const Move& move) { Relocate(move.from, move.to, move.length); }
+  void Follow(const Move& move) { Relocate(PieceFrom(move.from), move.from, move.to, move.length); }
   const MoveList& Moves() const& { return moves_; }
   MoveList Moves() && { return std::move(moves_); }
   std::int64_t ClustersMoved() const { return clusters_moved_; }
@@ -152,10 +159,12 @@ class ClusterSpace {
   std::int32_t Split(std::int32_t piece, std::int32_t length);
   // Makes one of the piece and the one that follows it in the file, where they touch.
   void Join(std::int32_t piece);
-  void Relocate(std::int32_t from, std::int32_t to, std::int32_t length);
+  // The piece is the one that has `from`.
+  void Relocate(std::int32_t piece, std::int32_t from, std::int32_t to, std::int32_t length);
   void AddGap(const Run& gap);
   void RemoveGap(const Run& gap);
 
+  const std::function<void()>* checkpoint_;
   std::int32_t clusters_;
   std::int32_t alignment_;
   Gaps sorted_gaps_;

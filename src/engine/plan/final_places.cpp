@@ -256,6 +256,7 @@ void FinalPlaces::FillGaps() {
   std::sort(gaps.begin(), gaps.end());
   open_.Assign(gaps);
   while (open_.Begin() != open_.End()) {
+    space_.Checkpoint();
     const BySize gap = open_.At(open_.Begin());
     const Choice choice = LargestSum(gap.size);
     const std::int32_t waste = gap.size - choice.sum;

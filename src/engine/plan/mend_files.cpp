@@ -40,6 +40,7 @@ void MendFiles(ClusterSpace& space, MendingOrder order, std::int64_t limit) {
   const auto each_file = [&](auto way) {
     bool any = false;
     for (const std::int32_t file : FragmentedFiles(space, order)) {
+      space.Checkpoint();
       any |= space.IsFragmented(file) && way(file);
     }
     return any;
@@ -47,7 +48,8 @@ void MendFiles(ClusterSpace& space, MendingOrder order, std::int64_t limit) {
   for (int round = 0; round < kRounds; ++round) {
     bool progress = false;
     while (each_file([&](std::int32_t file) {
-      return mending.CostIntoGap(file) <= left() && mending.IntoGap(file);
+      return (space.SizeOf(file) <= left() || mending.CostIntoGap(file) <= left()) &&
+             mending.IntoGap(file);
     })) {
       progress = true;
     }

@@ -11,6 +11,7 @@ constexpr std::size_t kPlacesTriedInHaste = 4;  // when much has been looked at 
 constexpr std::int64_t kMoveInVain = 20;        // costs as much as looking at so many segments
 constexpr std::size_t kPartsTried = 8;
 constexpr std::size_t kGapsTried = 8;
+constexpr std::size_t kGapsTriedInHaste = 3;
 constexpr std::int32_t kNeighbours = 64;    // segments on either side of a gap
 constexpr std::int64_t kSlideMoves = 4096;  // requests that one gathering may need
 
@@ -278,7 +279,8 @@ std::vector<Mending::Place> Mending::PlacesToVacate(const Chain& chain) {
     scan_budget_ -= std::ssize(segments);
     Sweep(chain, segments, places);
   } else {
-    for (const Run& gap : space_.LargestGaps(kGapsTried)) part_of_volume(gap.lcn);
+    const std::size_t count = scan_budget_ > 0 ? kGapsTried : kGapsTriedInHaste;
+    for (const Run& gap : space_.LargestGaps(count)) part_of_volume(gap.lcn);
   }
   for (const Part& part : LongestParts(chain)) {
     const std::int32_t start = part.lcn - part.offset;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <limits>
 #include <vector>
 
@@ -44,8 +45,11 @@ struct PlannedMove : Move {
   bool unfinished = false;
 };
 
+// As long as a MoveList.
+using PlannedMoves = std::deque<PlannedMove>;
+
 struct Plan {
-  std::vector<PlannedMove> moves;
+  PlannedMoves moves;
   std::int64_t clusters_moved = 0;
   Figures before;
   Figures after;

@@ -29,6 +29,10 @@ struct Mended {
   }
 };
 
+bool Better(const ClusterSpace& space, const Mended& than) {
+  return Mended{space.PieceCount(), space.ClustersMoved()} < than;
+}
+
 Mended WhatBecameOf(ClusterSpace&& space) {
   return {space.PieceCount(), space.ClustersMoved(), std::move(space).Moves()};
 }
@@ -41,34 +45,41 @@ Mended BestMending(const Volume& volume, const Limits& limits) {
     ClusterSpace space(volume);
     MendFiles(space, order, limits.clusters);
     const bool whole = space.PieceCount() <= space.FileCount();
-    Mended mended = WhatBecameOf(std::move(space));
-    if (mended < best) best = std::move(mended);
+    if (Better(space, best)) best = WhatBecameOf(std::move(space));
     if (whole && std::ssize(volume.blocked) + best.pieces > kManyPieces) break;
   }
   return best;
 }
 
-// What no order of mending brings together does when the free space is in one place; before
-// anything is mended, or after.
-void MendByCompacting(const Volume& volume, const Plan& plan, std::int64_t limit, Mended& best) {
+// A gap that would do for those that no order of mending brings together.
+std::int32_t GapMissing(const Plan& plan) {
   std::int32_t longest = 0;
   for (const Staying& staying : plan.staying) {
     if (staying.obstacle == Obstacle::NotFound) longest = std::max(longest, staying.size);
     // It takes all that is free, and more.
     if (staying.obstacle == Obstacle::Space) longest = std::max(longest, plan.free);
   }
-  if (longest == 0) return;
-  const MoveList begun = best.moves;
+  return longest;
+}
+
+// Makes such a gap where all free space comes together; after everything else, or before.
+void MendByCompacting(const Volume& volume, std::int32_t gap, std::int64_t limit, Mended& best) {
   for (const bool after : {true, false}) {
     if (!after && std::ssize(volume.blocked) + best.pieces > kManyPieces) return;
     ClusterSpace space(volume);
-    for (const Move& move : begun) {
-      if (after) space.MoveRun(move.from, move.to, move.length);
+    while (after && !best.moves.empty()) {
+      const Move& move = best.moves.front();
+      space.MoveRun(move.from, move.to, move.length);
+      best.moves.pop_front();
     }
-    Compact(space, CeilingForGap(space, longest), kKeep);
+    const std::size_t begun = space.Moves().size();
+    Compact(space, CeilingForGap(space, gap), kKeep);
     MendFiles(space, MendingOrder::LargestFirst, limit);
-    Mended mended = WhatBecameOf(std::move(space));
-    if (mended < best && mended.clusters <= limit) best = std::move(mended);
+    if (space.ClustersMoved() > limit || !Better(space, best)) {
+      if (!after) return;
+      space.TakeBackTo(begun);
+    }
+    best = WhatBecameOf(std::move(space));
   }
 }
 
@@ -81,9 +92,11 @@ Plan PlanDefrag(const Volume& volume, const Limits& limits) {
   const bool searched = !better.empty() && ClustersOf(better) <= limits.clusters;
   if (searched) best.moves = std::move(better);
   Plan plan = PlanOf(volume, std::move(best.moves));
-  if (!plan.staying.empty() && !searched) {
-    best.moves = MoveList(plan.moves.begin(), plan.moves.end());
-    MendByCompacting(volume, plan, limits.clusters, best);
+  const std::int32_t gap = searched ? 0 : GapMissing(plan);
+  if (gap > 0) {
+    best.moves.assign(plan.moves.begin(), plan.moves.end());
+    plan = {};
+    MendByCompacting(volume, gap, limits.clusters, best);
     plan = PlanOf(volume, std::move(best.moves));
   }
   if (!plan.staying.empty() && limits.clusters < Limits().clusters) {

@@ -77,7 +77,6 @@ std::int64_t ClustersOf(const MoveList& moves) {
 Plan PlanOf(const Volume& volume, MoveList moves) {
   ClusterSpace space(volume, ClusterSpace::Gaps::NotSorted);
   Plan plan;
-  plan.moves.reserve(moves.size());
   plan.before = FiguresOf(space);
   plan.clusters_moved = ClustersOf(moves);
   std::vector<std::int32_t> most;  // pieces that a file may be in when the run is stopped

@@ -50,6 +50,7 @@ bool Rearranging::CarryOut() {
       const std::int32_t item = queue_.front();
       queue_.pop_front();
       At(item).queued = false;
+      space_.Checkpoint();
       Settle(item);
     }
     undo_.clear();
@@ -201,6 +202,7 @@ bool Rearranging::ClearOneTarget() {
   const std::vector<Candidate> candidates = Candidates();
   for (const bool tear : {false, true}) {
     for (const Candidate& candidate : candidates) {
+      space_.Checkpoint();
       const std::size_t moves = space_.Moves().size();
       undo_.clear();
       if (Clear(candidate.item, tear)) return true;
