@@ -14,6 +14,7 @@ constexpr std::int64_t kWasteAllowed = 200;  // one of so many free clusters may
 constexpr std::int64_t kWorthMoving = 4;     // clusters to be moved for one that is gained
 constexpr int kTries = 60;                   // files to begin a gap with
 constexpr int kTriesInHaste = 4;
+constexpr int kLargest = 8;  // files that others make room for
 constexpr std::size_t kSummands = 120;
 constexpr std::int32_t kLongestSum = 60'000;
 constexpr std::int64_t kWork = 30'000'000;  // steps of looking for sums
@@ -45,6 +46,7 @@ std::int32_t FirstFreeLcn(const ClusterSpace& space) {
 FinalPlaces::FinalPlaces(const ClusterSpace& space, std::int32_t ceiling, double keep)
     : space_(space), ceiling_(ceiling), starts_(Index(space.FileCount()), kNone) {
   SortOut();
+  PlaceTheLargest();
   KeepPieces(keep);
   FillGaps();
   PlaceTheRest();
@@ -81,6 +83,58 @@ void FinalPlaces::SortOut() {
   }
   std::sort(loose.begin(), loose.end());
   loose_.Assign(loose);
+}
+
+// For which there will be no gap, though there is room between what is blocked.
+void FinalPlaces::PlaceTheLargest() {
+  std::int32_t longest = 0;
+  EachGap([&](const Run& gap) { longest = std::max(longest, gap.length); });
+  for (int i = 0; i < kLargest && loose_.Begin() != loose_.End(); ++i) {
+    const BySize largest = loose_.At(loose_.Previous(loose_.End()));
+    if (largest.size <= longest) return;
+    std::int32_t start = CheapestPlace(largest.number, ceiling_);
+    if (start == kNone) start = CheapestPlace(largest.number, space_.Clusters());
+    if (start == kNone) return;
+    const std::int32_t end = start + space_.SizeOf(largest.number);
+    loose_.Erase(largest);
+    for (FixedPlace at = fixed_.LowerBound({.lcn = end}); at != fixed_.Begin();) {
+      const Fixed other = fixed_.At(fixed_.Previous(at));
+      if (other.end <= start) break;
+      fixed_.Erase(other);
+      loose_.Insert({RoomFor(other.file), other.file});
+      at = fixed_.LowerBound({.lcn = end});
+    }
+    fixed_.Insert({start, end, largest.number, 0});
+    starts_[Index(largest.number)] = start;
+  }
+}
+
+// Beginning or ending where another does, up to the limit, with the least in the way; kNone where
+// there is no room.
+std::int32_t FinalPlaces::CheapestPlace(std::int32_t file, std::int32_t limit) const {
+  const std::int32_t size = space_.SizeOf(file);
+  std::int32_t best = kNone;
+  std::int64_t least = std::numeric_limits<std::int64_t>::max();
+  const auto consider = [&](std::int32_t lcn) {
+    const std::int32_t start = StartAt(file, lcn);
+    if (start < 0 || start > limit - size) return;
+    std::int64_t in_the_way = 0;
+    for (FixedPlace at = fixed_.LowerBound({.lcn = start + size}); at != fixed_.Begin();) {
+      at = fixed_.Previous(at);
+      if (fixed_.At(at).end <= start) break;
+      // A file that was given its place has no clusters there that count, and keeps it.
+      if (fixed_.At(at).file == ClusterSpace::kBlocked || fixed_.At(at).kept == 0) return;
+      in_the_way += fixed_.At(at).kept;
+      if (in_the_way >= least) return;
+    }
+    best = start;
+    least = in_the_way;
+  };
+  EachGap([&](const Run& gap) {
+    consider(gap.lcn);
+    consider(gap.End() - size);
+  });
+  return best;
 }
 
 bool FinalPlaces::IsFixed(const Run& run) const {

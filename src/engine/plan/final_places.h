@@ -54,6 +54,8 @@ class FinalPlaces {
   std::int32_t RoomFor(std::int32_t file) const;
   std::int32_t StartAt(std::int32_t file, std::int32_t lcn) const;
   void SortOut();
+  void PlaceTheLargest();
+  std::int32_t CheapestPlace(std::int32_t file, std::int32_t limit) const;
   void KeepPieces(double keep);
   void FillGaps();
   void PlaceTheRest();
