@@ -32,9 +32,9 @@ class BareVolume final : public MountedVolume {
     facts_.sectors_per_cluster = 8;
     facts_.total_clusters = kClusters;
     SeededRandom random(1);
-    std::geometric_distribution<std::int64_t> length(1.0 / 512);
-    for (std::int64_t lcn = length(random); lcn < kClusters; lcn += 1 + length(random)) {
-      const std::int64_t count = std::min(1 + length(random), kClusters - lcn);
+    const auto length = [&random] { return random.Between(1, 1023); };
+    for (std::int64_t lcn = length(); lcn < kClusters; lcn += length()) {
+      const std::int64_t count = std::min(length(), kClusters - lcn);
       map_.Use(lcn, count);
       lcn += count;
     }

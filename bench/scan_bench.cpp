@@ -22,11 +22,12 @@ constexpr std::size_t kBytes = kClusters / 8;
 const std::vector<std::uint64_t>& Bitmap() {
   static const std::vector<std::uint64_t> bitmap = [] {
     std::vector<std::uint64_t> words(kBytes / 8);
-    SeededRandom random(1);
-    std::geometric_distribution<int> length(1.0 / 8);
+    vornalux::SeededRandom random(1);
     std::uint64_t state = 0;
     for (std::size_t i = 0; i < words.size();) {
-      for (int left = length(random); left >= 0 && i < words.size(); --left) words[i++] = state;
+      for (bool more = true; more && i < words.size(); more = !random.Chance(1.0 / 8)) {
+        words[i++] = state;
+      }
       state = ~state;
     }
     return words;

@@ -61,8 +61,9 @@ template <typename Name>
 Name Packed(const std::u16string& base, const std::u16string& extension) {
   Name name;
   name.fill(' ');
-  std::copy(base.begin(), base.end(), name.begin());
-  std::copy(extension.begin(), extension.end(), name.begin() + 8);
+  // Bounded by the field, which they never pass: the optimiser does not see that.
+  std::copy_n(base.begin(), std::min<std::size_t>(base.size(), 8), name.begin());
+  std::copy_n(extension.begin(), std::min<std::size_t>(extension.size(), 3), name.begin() + 8);
   return name;
 }
 
