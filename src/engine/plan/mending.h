@@ -57,7 +57,7 @@ class Mending {
     std::int32_t blocked = 0;  // that cannot make room, this one and all before
   };
 
-  static constexpr std::int64_t kScanBudget = 300'000;  // segments looked at
+  static constexpr std::int64_t kScanBudget = 100'000;  // segments looked at
 
   Chain WholeFile(std::int32_t file) const;
   // `count` parts of a chain from `first` on.
