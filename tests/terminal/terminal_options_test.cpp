@@ -33,10 +33,8 @@ Parsed ParseWords(const std::string& line) {
 }
 
 TEST(TerminalOptions, RefusesWhatMakesNoSense) {
-  for (const char* line : {"",
-                           "mend a.img",
+  for (const char* line : {"mend a.img",
                            "analyze",
-                           "analyze a.img b.img",
                            "analyze a.img --drive CD",
                            "analyze a.img --drive 1",
                            "analyze a.img --drive ''",
@@ -67,6 +65,31 @@ TEST(TerminalOptions, RefusesWhatMakesNoSense) {
     EXPECT_FALSE(parsed.err.str().empty()) << line;
     EXPECT_EQ(parsed.out.str(), "") << line;
   }
+  struct Case {
+    const char* line;
+    const char* says;
+  };
+  for (const Case& c : {
+           Case{"", "a command comes first: analyze, "},
+           {"--quiet", "a command comes first: analyze, "},
+           {"defrg a.img", "no command defrg; did you mean defrag?\n"},
+           {"frobnicate a.img", "no command frobnicate\n"},
+           {"optimize a.img --thorogh", "no option --thorogh\n"},
+           {"defrag a.img --thorogh", "no option --thorogh; did you mean --thorough?\n"},
+           {"defrag a.img --max=1M", "no option --max; did you mean --max-move?\n"},
+           {"analyze a.img --dir x", "no option --dir; did you mean --directory?\n"},
+           {"analyze a.img b.img", "does not take b.img\n"},
+           {"analyze a.img --offset 1q", "1q is no size"},
+           {"defrag a.img --exclude *.b?n", "*.b?n leaves out nothing"},
+           {"defrag a.img --exclude iso;a.tar.gz", "a.tar.gz leaves out nothing"},
+           {"analyze a.img --png - --json", "--json, --png -: both"},
+           {"analyze a.img --png - --report -", "--png -, --report -: both"},
+       }) {
+    const Parsed parsed = ParseWords(c.line);
+    EXPECT_EQ(parsed.end, ExitCode::Usage) << c.line;
+    EXPECT_TRUE(parsed.err.str().starts_with("vornalux: ")) << parsed.err.str();
+    EXPECT_NE(parsed.err.str().find(c.says), std::string::npos) << parsed.err.str();
+  }
   for (const char* line : {"--help", "--version", "analyze --help", "job --help"}) {
     const Parsed parsed = ParseWords(line);
     EXPECT_EQ(parsed.end, ExitCode::Done) << line;
@@ -91,6 +114,11 @@ TEST(TerminalOptions, TakesVolumeAndFolder) {
   EXPECT_EQ(options.pass, Pass::Defrag);
   EXPECT_EQ(ParseWords("map x --png y --partition 010").options.partition, 10);
   EXPECT_EQ(ParseWords("analyze x --seed 010").options.seed, 10U);
+  EXPECT_EQ(ParseWords("defrag x --exclude iso,.VHD;*.tmp").options.exclude, "*.iso; *.VHD; *.tmp");
+  for (const char* size : {"1048576", "1024k", "1m", "1MB", "1MiB"}) {
+    EXPECT_EQ(ParseWords(std::string("analyze x --offset ") + size).options.offset, 1048576U)
+        << size;
+  }
   EXPECT_EQ(ParseWords("optimize x").options.pass, Pass::Optimize);
   EXPECT_EQ(ParseWords("compact x").options.pass, Pass::Compact);
   EXPECT_EQ(ParseWords("analyze x").options.windows_folder, std::nullopt);

@@ -51,6 +51,22 @@ TEST_F(ProgramOutputsTest, MissingStandardStreamsHarmNoVolume) {
   }
 }
 
+TEST_F(ProgramOutputsTest, APictureOrReportIsAllThatComesByStandardOutput) {
+  Make("fat16 size=8M files=60 fragmented=60%");
+  for (const std::string option : {"--png", "--report"}) {
+    SCOPED_TRACE(option);
+    const Arguments to_file = {"analyze", image_, option, Path("file")};
+    ASSERT_EQ(RunProgram(to_file).code, 0);
+    Put("kept", {'x'});
+    const ProgramEnd end = RunProgramBehind(">>" + Path("kept"), {"analyze", image_, option, "-"});
+    EXPECT_EQ(end.code, 0) << end.err;
+    EXPECT_NE(end.err.find("Fragmented"), std::string::npos) << end.err;
+    const Bytes kept = Get("kept");
+    EXPECT_EQ(kept.front(), 'x');
+    EXPECT_EQ(Bytes(kept.begin() + 1, kept.end()), Get("file"));
+  }
+}
+
 TEST_F(ProgramOutputsTest, NoOutputIsAVolumeOrAnotherOutput) {
   Make("fat16 size=8M files=60 fragmented=60%");
   Put("other.img", before_);
@@ -77,6 +93,8 @@ TEST_F(ProgramOutputsTest, NoOutputIsAVolumeOrAnotherOutput) {
       {{"defrag", image_, "--png", Path("same"), "--report", Path("sub/../same")}, "", "--report"},
       {{"analyze", image_, "--report", Path("out")}, ">" + Path("out"), "standard output"},
       {{"analyze", image_}, "1<>" + image_, "Standard output"},
+      {{"map", image_, "--png", "-"}, "1<>" + image_, "Standard output"},
+      {{"analyze", image_, "--report", "-"}, ">" + Path("out") + " 2>&1", ""},
       {{"defrag", image_, "--dry-run"}, "2<>" + Path("soft"), ""},
       {{"defrag", Path("hard")}, ">/dev/null 2<>" + image_, ""},
       {{"defrag", image_, "--nonsense"}, "2<>" + image_, ""},

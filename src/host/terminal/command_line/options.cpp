@@ -3,12 +3,13 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
 #include <ostream>
 #include <set>
+#include <stdexcept>
 #include <string_view>
 
 #include "app/job_tail.h"
+#include "host/terminal/command_line/option_values.h"
 #include "text/ascii_case.h"
 #include "text/windows_path.h"
 
@@ -86,32 +87,10 @@ std::string ParseDirectory(std::string text, char letter) {
   return NormalFolder(text);
 }
 
-// "4096", "64K", "1M", "2GiB" as a number of bytes. The parser's own reading of numbers takes "-1",
-// what is too large for the largest one, and "010" for 8.
-std::optional<std::uint64_t> ParseSize(std::string_view text) {
-  std::uint64_t number = 0;
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc()) return std::nullopt;
-  std::string_view unit(rest, static_cast<std::size_t>(end - rest));
-  if (unit.empty()) return number;
-  const std::size_t power = std::string_view("KMGT").find(unit.front());
-  unit.remove_prefix(1);
-  if (power == std::string_view::npos || (!unit.empty() && unit != "iB")) return std::nullopt;
-  const std::size_t shift = 10 * (power + 1);
-  if (number > UINT64_MAX >> shift) return std::nullopt;
-  return number << shift;
-}
-
-std::optional<std::uint64_t> ParseDigits(std::string_view text) {
-  if (text.find_first_not_of("0123456789") != std::string_view::npos) return std::nullopt;
-  return ParseSize(text);
-}
-
 const CLI::Validator kSize(
     [](std::string& text) {
       const std::optional<std::uint64_t> size = ParseSize(text);
-      if (!size) return text + " is no size";
+      if (!size) return text + " is no size such as 65536, 64K or 1M";
       text = std::to_string(*size);
       return std::string();
     },
@@ -135,6 +114,17 @@ const CLI::Validator kPartition(
     },
     "");
 
+const CLI::Validator kExtensions(
+    [](std::string& text) {
+      try {
+        text = ParseExtensions(text);
+        return std::string();
+      } catch (const std::invalid_argument& error) {
+        return std::string(error.what());
+      }
+    },
+    "");
+
 // An option that was left without its value would take the next one for it, and that one's meaning
 // would be lost: the volume is written to although "--report --dry-run" says not to.
 const CLI::Validator kFileName(
@@ -153,8 +143,10 @@ void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
   command.add_option("--offset", options.offset, "Where the volume starts, in bytes (1M is 1 MiB)")
       ->transform(kSize)
       ->excludes(partition);
-  command.add_option("--exclude", options.exclude,
-                     "Extensions that Defrag leaves alone: '*.iso; *.vhd'");
+  command
+      .add_option("--exclude", options.exclude,
+                  "Extensions that Defrag leaves alone: '*.iso; *.vhd'")
+      ->transform(kExtensions);
   command.add_option("--windows-dir", raw.windows_folder,
                      "The Windows folder (default: C:\\Windows where there is one; '' for none)");
   command.add_flag(
@@ -179,10 +171,10 @@ void AddWorkOptions(CLI::App& command, Options& options) {
 }
 
 void AddPictureOptions(CLI::App& command, Options& options) {
-  command.add_option("--png", options.png, "Write the cluster map as a PNG image")
+  command.add_option("--png", options.png, "Write the cluster map as a PNG image; - for here")
       ->type_name("FILE")
       ->check(kFileName);
-  command.add_option("--report", options.report, "Write a report as one web page")
+  command.add_option("--report", options.report, "Write a report as one web page; - for here")
       ->type_name("FILE")
       ->check(kFileName);
 }
@@ -229,15 +221,48 @@ void TakeVolumes(const RawOptions& raw, Options& options) {
 }
 
 void CheckTogether(const Options& options) {
-  if (options.json && options.debug_log == "-") {
-    throw CLI::ValidationError("--json, --debug-log -", "both want standard output");
-  }
+  std::string first;
+  const auto wants_standard_output = [&first](bool wanted, const std::string& option) {
+    if (!wanted) return;
+    if (!first.empty()) {
+      throw CLI::ValidationError(first + ", " + option, "both want standard output");
+    }
+    first = option;
+  };
+  wants_standard_output(options.json, "--json");
+  wants_standard_output(options.debug_log == "-", "--debug-log -");
+  wants_standard_output(options.png == "-", "--png -");
+  wants_standard_output(options.report == "-", "--report -");
   if (options.windows_folder && !options.windows_folder->empty() &&
       (options.windows_folder->size() < 4 ||
        DriveOfRoot(options.windows_folder->substr(0, 3)) == 0)) {
     throw CLI::ValidationError("--windows-dir",
                                *options.windows_folder + " is no full path such as C:\\Windows");
   }
+}
+
+// What was typed and means nothing, in a sentence with what may have been meant.
+std::string UnknownText(const CLI::App& app, const std::vector<std::string>& arguments) {
+  std::vector<std::string> known;
+  if (app.get_subcommands().empty()) {
+    std::string all;
+    for (const CLI::App* each : app.get_subcommands({})) {
+      known.push_back(each->get_name());
+      all += (all.empty() ? "" : ", ") + each->get_name();
+    }
+    const bool command = !arguments.empty() && !arguments.front().starts_with('-');
+    if (!command) return "a command comes first: " + all;
+    return "there is no command " + arguments.front() + DidYouMean(arguments.front(), known);
+  }
+  const CLI::App& chosen = *app.get_subcommands().front();
+  const std::vector<std::string> extras = app.remaining(true);
+  const std::string unknown =
+      extras.empty() ? "" : extras.front().substr(0, extras.front().find('='));
+  if (!unknown.starts_with("--")) return chosen.get_name() + " does not take " + unknown;
+  for (const CLI::Option* option : chosen.get_options()) {
+    for (const std::string& name : option->get_lnames()) known.push_back("--" + name);
+  }
+  return chosen.get_name() + " has no option " + unknown + DidYouMean(unknown, known);
 }
 
 }  // namespace
@@ -322,6 +347,12 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
     }
     CheckTogether(options);
   } catch (const CLI::ParseError& error) {
+    const bool unknown =
+        app.get_subcommands().empty() || dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
+    app.failure_message([&](const CLI::App*, const CLI::Error& failure) {
+      const std::string what = unknown ? UnknownText(app, arguments) : failure.what();
+      return "vornalux: " + what + "\nRun with --help for more information.\n";
+    });
     const bool asked_for = app.exit(error, out, err) == static_cast<int>(CLI::ExitCodes::Success);
     return asked_for ? ExitCode::Done : ExitCode::Usage;
   }

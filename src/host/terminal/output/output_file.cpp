@@ -88,8 +88,18 @@ void OutputFile::Open(const std::string& option, const std::string& path) {
   if (const auto use = FindUse(descriptor_)) Refuse(*use + ".");
 }
 
+void OutputFile::UseStandardOutput(const std::string& option) {
+  name_ = option + " -";
+  standard_output_ = true;
+  constexpr int kBehindStandardStreams = 3;
+  descriptor_ = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, kBehindStandardStreams);
+  if (descriptor_ < 0 || ::fstat(descriptor_, &status_) != 0) {
+    Refuse("cannot be written: " + LastError().message());
+  }
+}
+
 void OutputFile::Lock() const {
-  if (!S_ISREG(status_.st_mode)) return;
+  if (!S_ISREG(status_.st_mode) || standard_output_) return;
   // Also what keeps another run from taking the file for a volume meanwhile.
   struct flock lock {};
   lock.l_type = F_WRLCK;
@@ -112,7 +122,8 @@ void OutputFile::OpenDescriptor(const std::string& path) {
 
 std::error_code OutputFile::Start() {
   started_ = true;
-  if (!S_ISREG(status_.st_mode) || ::ftruncate(descriptor_, 0) == 0) return {};
+  // What stands before it in standard output was written by others.
+  if (standard_output_ || !S_ISREG(status_.st_mode) || ::ftruncate(descriptor_, 0) == 0) return {};
   return LastError();
 }
 

@@ -37,6 +37,10 @@ class OutputFile {
   // be opened, is in use, or is neither a file nor something that takes a stream of bytes.
   void Open(const std::string& option, const std::string& path);
 
+  // Standard output in place of a file: its reader gets nothing else.
+  void UseStandardOutput(const std::string& option);
+  bool IsStandardOutput() const { return standard_output_; }
+
   // Keeps other runs away. Throws OutputRefused when one is there.
   void Lock() const;
 
@@ -62,6 +66,7 @@ class OutputFile {
   int descriptor_ = -1;
   struct stat status_ = {};
   bool started_ = false;
+  bool standard_output_ = false;
 };
 
 }  // namespace vornalux

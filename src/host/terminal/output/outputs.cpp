@@ -121,7 +121,8 @@ void CheckApart(const Options& options, const std::vector<const OutputFile*>& fi
     }
     struct stat standard {};
     // The map goes nowhere but into its picture, for which /dev/stdout is a name like any other.
-    if (options.command != Command::Map && ::fstat(STDOUT_FILENO, &standard) == 0) {
+    const bool map = options.command == Command::Map || files[i]->IsStandardOutput();
+    if (!map && ::fstat(STDOUT_FILENO, &standard) == 0) {
       CheckAgainst(*files[i], standard, "standard output");
     }
     if (::fstat(STDERR_FILENO, &standard) == 0) {
@@ -170,6 +171,14 @@ void OpenOutputs(const Options& options, Outputs& outputs) {
   std::vector<const OutputFile*> files;
   for (const Wanted& each : wanted) {
     if (each.path.empty()) continue;
+    if (each.path == "-") {
+      each.file.UseStandardOutput(each.option);
+      if (&each.file == &outputs.png && ::isatty(STDOUT_FILENO) != 0) {
+        each.file.Refuse("is a terminal: send the picture to a file or to a program.");
+      }
+      files.push_back(&each.file);
+      continue;
+    }
     if (const auto status = StatusOf(each.path)) {
       if (const auto why = forbidden.Objection(*status, each.path)) {
         throw OutputRefused(std::string(each.option) + " " + each.path + " " + *why);

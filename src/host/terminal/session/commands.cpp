@@ -265,10 +265,13 @@ Outcome RunOnVolumes(Session& session, const Options& options, Charset charset) 
 
 // Each tells the user what went wrong.
 bool ShowResult(const Outcome& outcome, Outputs& outputs, TerminalDesktop& desktop) {
+  const bool elsewhere = outputs.png.IsStandardOutput() || outputs.report.IsStandardOutput();
   const bool good = !outcome.report || WritePictures(*outcome.report, outputs, desktop);
-  const std::error_code error = outputs.standard.Write(outcome.output);
+  const std::error_code error =
+      elsewhere ? WriteAll(STDERR_FILENO, outcome.output) : outputs.standard.Write(outcome.output);
   if (!error) return good;
-  desktop.Say("The result could not be written to standard output: " + error.message());
+  desktop.Say("The result could not be written to standard " +
+              std::string(elsewhere ? "error: " : "output: ") + error.message());
   return false;
 }
 
