@@ -1,13 +1,18 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host/terminal/command_line/options.h"
+#include "host/terminal/session/terminal_platform.h"
 
 namespace vornalux {
 namespace {
@@ -122,6 +127,20 @@ TEST(TerminalOptions, TakesVolumeAndFolder) {
   EXPECT_EQ(ParseWords("optimize x").options.pass, Pass::Optimize);
   EXPECT_EQ(ParseWords("compact x").options.pass, Pass::Compact);
   EXPECT_EQ(ParseWords("analyze x").options.windows_folder, std::nullopt);
+}
+
+// Each thread has its own.
+TEST(TerminalOptions, GivesWayToOtherPrograms) {
+  for (const bool disk_too : {false, true}) {
+    std::thread([disk_too] {
+      const long before = syscall(SYS_ioprio_get, 1, 0);
+      GiveWay(disk_too);
+      EXPECT_EQ(getpriority(PRIO_PROCESS, 0), 19);
+      EXPECT_EQ(syscall(SYS_ioprio_get, 1, 0) >> 13, disk_too ? 3 : before >> 13);
+    }).join();
+  }
+  EXPECT_EQ(ParseWords("defrag x --low --idle").end, ExitCode::Usage);
+  EXPECT_TRUE(ParseWords("job --volume C=x --idle -- /d").options.idle);
 }
 
 TEST(TerminalOptions, HandsTheJobLineOnAsItIs) {

@@ -99,7 +99,7 @@ TEST_F(SaveJob, WhatIsSavedRuns) {
   MakeVolume("fat16 size=16M files=40 fragmented=60% seed=1", Path("far/disk.img"));
   const Bytes before = Get("far/disk.img");
   const ProgramEnd end = Save("job", "/drv C: /d /low", "./link/..//disk.img",
-                              {"--exclude", "-*.a; *.b", "--windows-dir", "", "--seed", "7",
+                              {"--exclude", "-a; *.b", "--idle", "--windows-dir", "", "--seed", "7",
                                "--vss-safe", "--quiet", "--drop-restore-points", "--json",
                                "--offset", "0", "--debug-log", Path("link/../log"), "--dry-run"});
   ASSERT_EQ(end.code, 0) << end.err;
@@ -107,7 +107,9 @@ TEST_F(SaveJob, WhatIsSavedRuns) {
   const std::string file = Path("home/Desktop/job.desktop");
   const Arguments command = Started(file);
   EXPECT_EQ(command[3], "C=" + Path("link/../disk.img"));
-  EXPECT_EQ(std::count(command.begin(), command.end(), "--drop-restore-points"), 1);
+  for (const char* option : {"--drop-restore-points", "--idle", "--exclude=*.-a; *.b"}) {
+    EXPECT_EQ(std::count(command.begin(), command.end(), option), 1) << option;
+  }
   const ProgramEnd run = RunProgram({command.begin() + 1, command.end()});
   EXPECT_EQ(run.code, 0) << run.err;
   EXPECT_NE(run.out.find("\"dry_run\": true"), std::string::npos) << run.out;

@@ -159,6 +159,9 @@ void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
   command.add_option("--seed", options.seed, "Seed of random choices")
       ->type_name("N")
       ->transform(kNumber);
+  CLI::Option* low = command.add_flag("--low", options.low, "Let other programs go first");
+  command.add_flag("--idle", options.idle, "Use only what others leave of processor and disk")
+      ->excludes(low);
   command.add_flag("--quiet", options.quiet, "No progress");
   command.add_flag("--json", options.json, "Print the result as one JSON object");
 }

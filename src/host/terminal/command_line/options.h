@@ -39,6 +39,8 @@ struct Options {
   bool vss_safe = false;
   bool drop_restore_points = false;
   bool dry_run = false;  // all as it would be, without a byte written
+  bool low = false;      // let ordinary programs go first
+  bool idle = false;     // the same at the disk, too
   bool quiet = false;
   bool json = false;
   bool list = false;

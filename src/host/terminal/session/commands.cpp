@@ -21,6 +21,7 @@
 #include "host/terminal/result/results_text.h"
 #include "host/terminal/saved_job/save_job.h"
 #include "host/terminal/session/session.h"
+#include "host/terminal/session/terminal_platform.h"
 #include "text/windows_path.h"
 
 namespace vornalux {
@@ -307,6 +308,7 @@ ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset 
 
 ExitCode RunCommand(const Options& options, TerminalDesktop& desktop, Charset charset,
                     Outputs& outputs) {
+  if (options.low || options.idle) GiveWay(options.idle);
   try {
     if (options.save_job) return SaveJob(options, desktop, outputs.standard);
     return OpenRunClose(options, desktop, charset, outputs);

@@ -3,6 +3,7 @@
 
 #include <spawn.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -49,6 +50,15 @@ std::uint32_t TerminalPlatform::SetPriorityClass(std::uint32_t priority_class) {
 }
 
 std::uint32_t TerminalPlatform::PriorityClass() { return ClassOf(getpriority(PRIO_PROCESS, 0)); }
+
+void GiveWay(bool disk_too) {
+  setpriority(PRIO_PROCESS, 0, kIdleNice);
+  // From linux/ioprio.h, which older systems do not have.
+  constexpr int kWhoProcess = 1;
+  constexpr int kIdleClass = 3;
+  constexpr int kClassShift = 13;
+  if (disk_too) syscall(SYS_ioprio_set, kWhoProcess, 0, kIdleClass << kClassShift);
+}
 
 bool ShutDownMachine() {
   char program[] = "shutdown";

@@ -37,6 +37,10 @@ class TerminalPlatform final : public MountedPlatform {
   bool power_off_wanted_ = false;
 };
 
+// Gives way to ordinary programs from now on, of this thread and those it makes; at the disk, too,
+// where its scheduler knows idle time. As far as the system allows.
+void GiveWay(bool disk_too);
+
 // Runs the system's "shutdown -h now". False when it cannot be run or says no.
 bool ShutDownMachine();
 
