@@ -50,7 +50,7 @@ std::optional<ThoroughHelp> PlanFor(const RunContext& run, const Paths& fragment
     stays.push_back(rules.Stays(entry) || refused.contains(entry.path));
   }
   std::int32_t clusters = 0;
-  const FreeRunList& gaps = run.geometry.GetFreeRuns(clusters);
+  const FreeRunList gaps = run.geometry.LookAtGaps(clusters).List();
   if (run.flags.StopRequested || clusters <= 0) return std::nullopt;
   PlanSource source(entries, stays, run.target.Ntfs(), gaps, clusters);
   source.volume.alignment = rules.Alignment();

@@ -94,7 +94,7 @@ class ThoroughRun {
     run_.platform.desktop.DoEvents();
     if (run_.flags.StopRequested) return End::Stopped;
     std::int32_t clusters = 0;
-    const FreeRunList& gaps = run_.geometry.GetFreeRuns(clusters);
+    const FreeRunList gaps = run_.geometry.LookAtGaps(clusters).List();
     PlanSource source(entries_, stays_, run_.target.Ntfs(), gaps, clusters);
     source.volume.alignment = alignment_;
     const plan::Plan plan = planner_(source.volume, {.clusters = Allowed()});

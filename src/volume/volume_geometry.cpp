@@ -87,23 +87,22 @@ void VolumeGeometry::ReadMftZone() {
   constants.MftZoneEnd = static_cast<std::int32_t>(data.mft_zone_end);
 }
 
-const FreeRunList& VolumeGeometry::GetFreeRuns(std::int32_t& total) {
-  const std::int64_t end = ReadFreeRuns(total, true);
+const GapIndex& VolumeGeometry::LookAtGaps(std::int32_t& total) {
+  ReadGaps(total, true);
   ++(total > 0 ? gap_queries.answered : gap_queries.unanswered);
-  return free_runs_.Finish(end);
+  return gaps_;
 }
 
 std::optional<FreeRegions> VolumeGeometry::ReadFreeRegions() {
   std::int32_t total = 0;
-  const std::int64_t end = ReadFreeRuns(total, false);
-  const FreeRunList& gaps = free_runs_.Finish(end);
-  return total > 0 && end == total ? std::optional(RegionsOf(gaps)) : std::nullopt;
+  const std::int64_t end = ReadGaps(total, false);
+  return total > 0 && end == total ? std::optional(RegionsOf(gaps_.List())) : std::nullopt;
 }
 
-std::int64_t VolumeGeometry::ReadFreeRuns(std::int32_t& total, bool let_events_happen) {
+std::int64_t VolumeGeometry::ReadGaps(std::int32_t& total, bool let_events_happen) {
   total = 0;
   if (VolumeHandle == kInvalidHandle) {
-    free_runs_.Begin(0);
+    gaps_.Reset(0);
     return 0;
   }
   std::int64_t read = 0;
@@ -116,13 +115,15 @@ std::int64_t VolumeGeometry::ReadFreeRuns(std::int32_t& total, bool let_events_h
       const bool usable = answered && chunk_.starting_lcn == 0 && chunk_.bitmap_size > 0 &&
                           chunk_.bitmap_size <= std::numeric_limits<std::int32_t>::max();
       total = usable ? static_cast<std::int32_t>(chunk_.bitmap_size) : 0;
-      free_runs_.Begin(total);
+      if (total != gaps_.Clusters()) gaps_.Reset(total);
     }
     // Whatever the answer claims, no bitmap goes on past the volume's end.
     if (!answered || chunk_.starting_lcn != read || read >= total) break;
-    free_runs_.Take(read, chunk_.bits);
+    gaps_.Take(read, chunk_.bits);
   }
-  return std::min<std::int64_t>(read, total);
+  read = std::min<std::int64_t>(read, total);
+  if (read < total) gaps_.CutOff(read);
+  return read;
 }
 
 BitmapResult VolumeGeometry::ReadVolumeBitmap(const std::string& drive, VolumeBitmapImage& image) {

@@ -9,6 +9,7 @@
 #include "platform/platform.h"
 #include "volume/debug_trace.h"
 #include "volume/free_runs.h"
+#include "volume/gap_index.h"
 
 namespace vornalux {
 
@@ -67,19 +68,20 @@ class VolumeGeometry {
   // Leaves the zone as it is on a volume that is not NTFS.
   void ReadMftZone();
 
-  // Reads the bitmap anew and returns the gaps, in ascending order. The list is kept from call to
-  // call and only what changed is scanned again; it is valid until the next call. total is 0 when
-  // nothing could be read.
-  const FreeRunList& GetFreeRuns(std::int32_t& total);
+  // Reads the bitmap anew. What is known is kept from call to call, and only what changed is looked
+  // at again. total is 0 when nothing could be read.
+  const GapIndex& LookAtGaps(std::int32_t& total);
+  // As it was known at the last look.
+  const GapIndex& Gaps() const { return gaps_; }
 
-  // How often movers asked for the gaps since this was set to {}.
+  // How often the gaps were looked at since this was set to {}.
   struct GapQueries {
     std::int64_t answered = 0;
     std::int64_t unanswered = 0;
   } gap_queries;
 
   // The gaps in short, without a word for the user in between. Nothing when the bitmap could not be
-  // read to its end. Ends the validity of the list above.
+  // read to its end.
   std::optional<FreeRegions> ReadFreeRegions();
 
   // Reads the whole bitmap anew, into the image's memory where that will do; refreshes the
@@ -88,11 +90,11 @@ class VolumeGeometry {
 
  private:
   // Up to which cluster the bitmap could be read.
-  std::int64_t ReadFreeRuns(std::int32_t& total, bool let_events_happen);
+  std::int64_t ReadGaps(std::int32_t& total, bool let_events_happen);
 
   Platform& platform_;
   const DebugTrace& trace_;
-  FreeRunIndex free_runs_;
+  GapIndex gaps_;
   BitmapChunk chunk_;
 };
 

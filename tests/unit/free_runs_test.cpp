@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// Gap lists and bit counts against the definition, one bit at a time.
-#include "volume/free_runs.h"
-
+// Gaps and bit counts against the definition, one bit at a time.
 #include <algorithm>
+#include <limits>
 
 #include "host/simulated/seeded_random.h"
 #include "unit/plain_model.h"
 #include "unit/rig.h"
 #include "volume/bit_count.h"
+#include "volume/gap_index.h"
 
 namespace vornalux::testing {
 namespace {
@@ -28,8 +28,13 @@ class RandomBits {
     }
   }
 
+  struct Change {
+    std::int64_t lcn;
+    std::int64_t count;
+    bool used;
+  };
   // Uses or frees some clusters, with a liking for chunk boundaries and whole chunks.
-  void Edit() {
+  Change Edit() {
     std::int64_t from = random_.Below(clusters_);
     if (random_.Chance(0.3)) from = from / kBitmapChunkClusters * kBitmapChunkClusters;
     if (random_.Chance(0.3)) from = std::max<std::int64_t>(0, from - random_.Below(3));
@@ -41,6 +46,7 @@ class RandomBits {
         bits[static_cast<std::size_t>(lcn / 8)] ^= static_cast<std::uint8_t>(1U << (lcn % 8));
       }
     }
+    return {from, length, used};
   }
 
   // The padding bits past the last cluster say anything.
@@ -51,38 +57,83 @@ class RandomBits {
   std::int64_t clusters_;
 };
 
-const FreeRunList& Read(FreeRunIndex& index, const Bits& bits, std::int64_t total,
-                        std::int64_t end) {
-  index.Begin(total);
-  for (std::int64_t lcn = 0; lcn < end; lcn += kBitmapChunkClusters) {
-    const auto first = static_cast<std::size_t>(lcn / 8);
-    index.Take(lcn,
-               std::span(bits).subspan(first, std::min(kBitmapChunkBytes, bits.size() - first)));
+// Every answer of the index is the one that the plain list gives.
+void ExpectSameGaps(const GapIndex& index, const FreeRunList& plain, SeededRandom& random) {
+  const std::int64_t total = index.Clusters();
+  ASSERT_EQ(index.List(), plain);
+  const auto largest = std::ranges::max_element(plain, {}, &FreeRun::length);
+  EXPECT_EQ(index.LargestGap(), largest == plain.end() ? FreeRun{} : *largest);
+  for (int i = 0; i < 30; ++i) {
+    std::int64_t from = random.Below(total + 2);
+    std::int64_t least = std::int64_t{1} << random.Below(random.Chance(0.1) ? 18 : 6);
+    if (!plain.empty() && random.Chance(0.7)) {  // just so, or one off
+      const auto any = [&] {
+        return plain[static_cast<std::size_t>(random.Below(std::ssize(plain)))];
+      };
+      from = any().start + random.Below(3) - 1;
+      least = any().length + random.Below(2);
+    }
+    const auto lowest = std::ranges::find_if(
+        plain, [&](const FreeRun& gap) { return gap.start >= from && gap.length >= least; });
+    EXPECT_EQ(index.LowestGap(from, least), lowest == plain.end() ? FreeRun{} : *lowest)
+        << least << " from " << from;
+    const bool free = std::ranges::any_of(plain, [&](const FreeRun& gap) {
+      return gap.start <= from && from + least <= gap.start + gap.length;
+    });
+    EXPECT_EQ(index.IsFree(from, least), free) << least << " at " << from;
   }
-  return index.Finish(end);
 }
 
-TEST(FreeRuns, IncrementalListEqualsDefinition) {
-  ForSeeds(60, [](std::uint64_t seed) {
+TEST(GapIndex, AnswersAsThePlainList) {
+  ForSeeds(100, [](std::uint64_t seed) {
     SeededRandom random(seed);
-    FreeRunIndex index;  // outlives changes of the volume's size
+    GapIndex index;
     for (int volume = 0; volume < 3; ++volume) {
-      const std::int64_t sizes[] = {1,     7,     8,     63,    64,    65,
-                                    32767, 32768, 32769, 65536, 98309, random.Between(2, 200000)};
+      const std::int64_t sizes[] = {
+          1,    7,     8,     63,    64,    65,    2048,   2049,
+          6143, 32767, 32768, 32769, 65536, 98309, 131072, random.Between(2, 200000)};
       const std::int64_t total = sizes[random.Below(std::ssize(sizes))];
-      RandomBits volume_bits(random, total);
-      for (int reading = 0; reading < 12; ++reading) {
-        for (std::int64_t edits = random.Below(4); edits > 0; --edits) volume_bits.Edit();
-        const std::int64_t chunks = (total - 1) / kBitmapChunkClusters;
-        if (chunks > 0 && random.Chance(0.2)) {
-          const std::int64_t end = random.Below(chunks + 1) * kBitmapChunkClusters;
-          ASSERT_EQ(Read(index, volume_bits.bits, total, end),
-                    PlainRunsUntil(volume_bits.bits, end));
+      RandomBits now(random, total);
+      index.Reset(total);
+      ExpectSameGaps(index, {}, random);
+      for (int reading = 0; reading < 10; ++reading) {
+        for (std::int64_t edits = random.Below(4); edits > 0; --edits) now.Edit();
+        for (std::int64_t lcn = 0; lcn < total; lcn += kBitmapChunkClusters) {
+          const auto first = static_cast<std::size_t>(lcn / 8);
+          const auto bytes = std::min(kBitmapChunkBytes, now.bits.size() - first);
+          index.Take(lcn, std::span(now.bits).subspan(first, bytes));
+          EXPECT_FALSE(index.Take(lcn, std::span(now.bits).subspan(first, bytes)));
         }
-        ASSERT_EQ(Read(index, volume_bits.bits, total, total), PlainRuns(volume_bits.bits, total));
+        ExpectSameGaps(index, PlainRuns(now.bits, total), random);
+        const auto [lcn, count, used] = now.Edit();
+        index.Set(lcn, count, used);
+        ExpectSameGaps(index, PlainRuns(now.bits, total), random);
+        if (random.Chance(0.8)) continue;
+        const std::int64_t end = random.Below(total + 1);
+        const FreeRunList left = PlainRunsUntil(now.bits, end);
+        EXPECT_LE(index.CutOff(end), end);
+        ExpectSameGaps(index, left, random);
       }
+      if (::testing::Test::HasFailure()) return;
     }
   });
+}
+
+// The largest volume that there can be: numbers up to the last.
+TEST(GapIndex, OfTheLargestVolume) {
+  constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
+  GapIndex index;
+  index.Reset(kMost);
+  index.Set(0, kMost, false);
+  EXPECT_EQ(index.LargestGap(), (FreeRun{0, 0, kMost}));
+  index.Set(kMost / 2, 1, true);
+  EXPECT_EQ(index.LowestGap(1, 1), (FreeRun{kMost / 2 + 1, 0, kMost / 2}));
+  EXPECT_EQ(index.LargestGap(), (FreeRun{0, 0, kMost / 2}));
+  EXPECT_TRUE(index.IsFree(kMost - 1, 1));
+  EXPECT_FALSE(index.IsFree(kMost - 1, 2));
+  index.Set(kMost - 1, kMost, true);
+  EXPECT_EQ(index.LowestGap(1, kMost / 2), FreeRun{});
+  EXPECT_EQ(index.List().size(), 2U);
 }
 
 TEST(BitCount, EqualsDefinition) {
@@ -115,20 +166,20 @@ TEST(FreeRuns, UnreliableBitmaps) {
     VolumeGeometry& geometry = rig.engine.geometry;
     CallLog& log = rig.machine->Log();
     std::int32_t total = 0;
-    EXPECT_EQ(geometry.GetFreeRuns(total), all);
+    EXPECT_EQ(geometry.LookAtGaps(total).List(), all);
     log.Clear();
     fault(rig.faults);
-    EXPECT_EQ(geometry.GetFreeRuns(total), expected);
+    EXPECT_EQ(geometry.LookAtGaps(total).List(), expected);
     EXPECT_EQ(total, expected.empty() ? 0 : kTotal);
     EXPECT_LE(log.Count(CallKind::VolumeBitmap), most_calls);
     if (most_calls > 3) return;  // an endless fault
-    EXPECT_EQ(geometry.GetFreeRuns(total), all);
+    EXPECT_EQ(geometry.LookAtGaps(total).List(), all);
     for (const FreeRun& gap : all) volume.TakeClusters(gap.start, gap.length);
-    EXPECT_EQ(geometry.GetFreeRuns(total), FreeRunList());
+    EXPECT_EQ(geometry.LookAtGaps(total).List(), FreeRunList());
     EXPECT_EQ(total, kTotal);
     geometry.CloseVolume(geometry.VolumeHandle);
     log.Clear();
-    EXPECT_EQ(geometry.GetFreeRuns(total), FreeRunList());
+    EXPECT_EQ(geometry.LookAtGaps(total).List(), FreeRunList());
     EXPECT_EQ(total, 0);
     EXPECT_TRUE(log.Calls().empty()) << "there is no volume";
   };
