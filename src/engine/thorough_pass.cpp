@@ -93,9 +93,9 @@ class ThoroughRun {
     run_.view.SetCurrentFile("");
     run_.platform.desktop.DoEvents();
     if (run_.flags.StopRequested) return End::Stopped;
-    std::int32_t clusters = 0;
-    const FreeRunList gaps = run_.geometry.LookAtGaps(clusters).List();
-    PlanSource source(entries_, stays_, run_.target.Ntfs(), gaps, clusters);
+    const FreeRunList gaps = run_.geometry.LookAtAllGaps().List();
+    PlanSource source(entries_, stays_, run_.target.Ntfs(), gaps,
+                      run_.geometry.bitmap.TotalClusters());
     source.volume.alignment = alignment_;
     const plan::Plan plan = planner_(source.volume, {.clusters = Allowed()});
     record_.NotePlan(plan, source, entries_);

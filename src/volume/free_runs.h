@@ -31,10 +31,6 @@ inline constexpr std::size_t kRegionsTold = 5;
 
 FreeRegions RegionsOf(const FreeRunList& gaps);
 
-// Clusters described by one bitmap request of 4,096 bytes.
-inline constexpr std::int64_t kBitmapChunkClusters = 32768;
-inline constexpr std::size_t kBitmapChunkBytes = kBitmapChunkClusters / 8;
-
 // The first cluster in [from, last) of a bitmap (bit set = in use) that is used, or not; or last.
 std::int64_t FindBit(std::span<const std::uint64_t> words, std::int64_t from, std::int64_t last,
                      bool used);

@@ -6,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include "platform/volumes.h"
 #include "volume/free_runs.h"
 
 namespace vornalux {

@@ -19,6 +19,7 @@ constexpr std::int32_t kWorthPieces = 12;  // extents
 constexpr std::int64_t kCheckpointSectors = 32768;
 // What moves are aligned to for shadow copies, and the unit of compressed files.
 constexpr std::int64_t kCheckpointUnit = 16;  // clusters
+constexpr std::int64_t kOne = 1;
 constexpr std::int64_t kAnywhere = std::numeric_limits<std::int64_t>::max();
 
 bool IsMasterFileTable(const std::string& path) {
@@ -45,20 +46,19 @@ struct Movers::Item {
 
   std::int64_t Size() const { return extents.SizeInClusters(); }
 
-  // The extent of a VCN, or the end.
-  auto At(std::int64_t vcn) const {
-    return std::ranges::upper_bound(extents.extents, vcn, {}, &Extent::NextVcn);
-  }
   // Clusters, holes left out, among [vcn, vcn + count).
   std::int64_t Allocated(std::int64_t vcn, std::int64_t count) const {
-    std::int64_t clusters = 0;
-    const std::int64_t end = vcn + count;
-    for (auto extent = At(vcn); vcn < end && extent != extents.extents.end(); ++extent) {
-      const std::int64_t to = std::min(extent->NextVcn, end);
-      if (extent->Lcn != -1) clusters += to - vcn;
-      vcn = to;
+    std::int64_t all = 0;
+    extents.EachRun(vcn, count, [&](std::int64_t, std::int64_t clusters) { all += clusters; });
+    return all;
+  }
+  // Where the hole ends that a VCN lies in; the VCN itself where there is none.
+  std::int64_t EndOfHole(std::int64_t vcn) const {
+    for (auto extent = extents.At(vcn); extent != extents.extents.end() && extent->Lcn == -1;
+         ++extent) {
+      vcn = extent->NextVcn;
     }
-    return clusters;
+    return vcn;
   }
 };
 
@@ -147,8 +147,7 @@ bool Movers::Begin(std::string_view tag, const std::string& path, Item& item) {
     }
   }
   view_.SetCurrentFile(path);
-  std::int32_t total = 0;
-  const GapIndex& gaps = geometry_.LookAtGaps(total);
+  const GapIndex& gaps = geometry_.LookAtGaps();
   if (!statistics.at_first) statistics.at_first = RegionsOf(gaps.List());
   item.extents = extents_.ReadExtents(path, false, false);
   item.stays = item.Size() == 0;
@@ -164,7 +163,8 @@ NotMoved Movers::WhyNotWhole(const Item& item) const {
   if (item.refusal != error::kSuccess) return NotMoved::Refused;
   if (item.alignment != 0 && item.alignment < kLeastShift) return NotMoved::Alignment;
   if (item.in_front) return NotMoved::FewPieces;
-  return geometry_.Gaps().LargestGap().length >= item.Size() ? NotMoved::NoPlace : NotMoved::NoGap;
+  return geometry_.bitmap.Gaps().LargestGap().length >= item.Size() ? NotMoved::NoPlace
+                                                                    : NotMoved::NoGap;
 }
 
 void Movers::NoGap(Item& item, const std::string& detail) {
@@ -172,11 +172,18 @@ void Movers::NoGap(Item& item, const std::string& detail) {
   trace_.Line(std::string(item.tag) + "can't move: " + item.path + ", prolly no gap" + detail);
 }
 
-// What lies past a file's end is no move, though FAT calls it one.
-void Movers::Moved(std::int64_t clusters) {
-  if (clusters == 0) return;
-  ++statistics.moves;
-  statistics.clusters_moved += clusters;
+// What a request of an item has come to. What lies past a file's end is no move, though FAT calls
+// it one.
+void Movers::Enter(const Item& item, ErrorCode result, std::int64_t vcn, std::int64_t count,
+                   std::int64_t target) {
+  const std::int64_t clusters = item.Allocated(vcn, count);
+  if (result != error::kSuccess) {
+    if (!Stopped(result)) geometry_.bitmap.EnterRefusal(target, std::max(clusters, kOne));
+  } else if (clusters > 0) {
+    geometry_.bitmap.EnterMove(item.extents, vcn, count, target);
+    ++statistics.moves;
+    statistics.clusters_moved += clusters;
+  }
 }
 
 // Windows' FAT refuses the first cluster of every folder, and says so in the words it has for a bad
@@ -204,12 +211,9 @@ Movers::Attempt Movers::TryGap(Item& item, const FreeRun& gap, std::int64_t star
   }
   const ErrorCode result = MoveClusters(geometry_.VolumeHandle, item.file.get(), starting_vcn,
                                         RequestCount(item.Size()), target);
-  if (result == error::kSuccess) {
-    Moved(item.Allocated(starting_vcn, item.Size()));
-    item.refusal = error::kSuccess;
-    return Attempt::Moved;
-  }
+  Enter(item, result, starting_vcn, item.Size(), target);
   item.refusal = result;
+  if (result == error::kSuccess) return Attempt::Moved;
   if (Stopped(result)) return Attempt::EndSearch;
   ++statistics.refused;
   item.pinned = starting_vcn == 0 && Pinned(item);
@@ -222,8 +226,8 @@ bool Movers::TryGaps(Item& item, std::int64_t from, std::int64_t below, std::int
                      bool let_events_happen) {
   while (item.Size() > 0 && !item.pinned) {
     if (let_events_happen) platform_.desktop.DoEvents();
-    const FreeRun gap = geometry_.Gaps().LowestGap(from, item.Size());
-    if (gap.length == 0 || gap.start >= below) break;
+    const FreeRun gap = geometry_.FindGap(from, below, item.Size());
+    if (gap.length == 0) break;
     if (TryGap(item, gap, starting_vcn) != Attempt::NextGap) return true;
     if (NeverAligned(item.Size())) break;
     from = std::int64_t{gap.start} + 1;
@@ -290,13 +294,14 @@ std::int64_t Movers::MoveInPieces(Item& item) {
   const MovedInPieces pieces = {item.path, WhyNotWhole(item), item.refusal};
   std::int64_t moved = 0;
   ErrorCode result = error::kSuccess;
-  for (FreeRun largest; (largest = geometry_.Gaps().LargestGap()).length > 0;) {
+  const auto next = [&] { return geometry_.FindLargestGap(std::max(item.Size() - moved, kOne)); };
+  for (FreeRun largest = next(); largest.length > 0; largest = next()) {
     platform_.desktop.DoEvents();
     const std::int64_t vcn = moved;
     const std::uint32_t count = static_cast<std::uint32_t>(largest.length);
     result = MoveClusters(geometry_.VolumeHandle, item.file.get(), vcn, count, largest.start);
+    Enter(item, result, vcn, count, largest.start);
     if (result == error::kSuccess) {
-      Moved(item.Allocated(vcn, count));
       if (vcn == 0 && count < item.Size()) statistics.in_pieces.push_back(pieces);
     } else if (vcn < item.Size() && !Stopped(result)) {
       ++statistics.refused;
@@ -304,11 +309,14 @@ std::int64_t Movers::MoveInPieces(Item& item) {
       GiveUp(item, NotMoved::Refused);
     }
     if (result != error::kSuccess || flags_.StopRequested) return result;
-    trace_.Line("DFR:partial_mv: " + item.path + "-" + std::to_string(vcn) + "-" +
-                std::to_string(count) + "-ret:" + std::to_string(result));
-    moved += count;
-    std::int32_t total = 0;
-    geometry_.LookAtGaps(total);
+    // Where one piece of a hole goes, the others go as well: there is nothing to ask for.
+    const std::int64_t done = std::max((item.EndOfHole(vcn) - vcn) / count, kOne);
+    for (std::int64_t i = 0; trace_.On() && i < done; ++i) {
+      trace_.Line("DFR:partial_mv: " + item.path + "-" + std::to_string(vcn + i * count) + "-" +
+                  std::to_string(count) + "-ret:" + std::to_string(result));
+    }
+    moved += done * count;
+    geometry_.LookAtGaps();
     // A file that ends exactly with a piece asks once more, past its end, which NTFS refuses and
     // FAT takes for done.
     if (moved > item.Size()) return result;
@@ -329,7 +337,8 @@ Movers::Planned Movers::MovePlanned(const std::string& path, const std::vector<L
   };
   std::vector<Request> requests;
   for (const Leg& leg : legs) {
-    if (!geometry_.Gaps().IsFree(leg.to, leg.length)) return Planned::Changed;
+    geometry_.bitmap.StillSo(leg.to, leg.length);
+    if (!geometry_.bitmap.Gaps().IsFree(leg.to, leg.length)) return Planned::Changed;
     std::int64_t found = 0;
     std::int64_t vcn = 0;
     for (const Extent& extent : item.extents.extents) {
@@ -361,11 +370,12 @@ Movers::Planned Movers::MovePlanned(const std::string& path, const std::vector<L
   for (std::size_t i = 0; i < requests.size(); ++i) {
     const Request& request = requests[i];
     item.refusal = move(request.vcn, request.count, request.target, must_finish);
+    Enter(item, item.refusal, request.vcn, request.count, request.target);
     if (item.refusal == error::kSuccess) {
-      Moved(request.count);
       shown += request.count;
       continue;
     }
+    if (i > 0) geometry_.bitmap.Distrust();  // some of it went back
     for (std::size_t back = i; back-- > 0;) {
       std::int64_t vcn = requests[back].vcn;
       for (const Leg& leg : requests[back].legs) {

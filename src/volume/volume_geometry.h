@@ -9,7 +9,7 @@
 #include "platform/platform.h"
 #include "volume/debug_trace.h"
 #include "volume/free_runs.h"
-#include "volume/gap_index.h"
+#include "volume/known_bitmap.h"
 
 namespace vornalux {
 
@@ -68,11 +68,24 @@ class VolumeGeometry {
   // Leaves the zone as it is on a volume that is not NTFS.
   void ReadMftZone();
 
-  // Reads the bitmap anew. What is known is kept from call to call, and only what changed is looked
-  // at again. total is 0 when nothing could be read.
-  const GapIndex& LookAtGaps(std::int32_t& total);
-  // As it was known at the last look.
-  const GapIndex& Gaps() const { return gaps_; }
+  // What is known of its clusters. Movers look at it by the following.
+  KnownBitmap bitmap;
+
+  // The lowest gap that begins in [from, below) and holds `least` clusters, as the volume is now.
+  // Length 0: there is none.
+  FreeRun FindGap(std::int64_t from, std::int64_t below, std::int64_t least);
+  // The lowest of equals, of which `most` clusters are about to be used at most.
+  FreeRun FindLargestGap(std::int64_t most);
+
+  // Brings what is known of the gaps up to date.
+  const GapIndex& LookAtGaps();
+  // With all that can be read of them.
+  const GapIndex& LookAtAllGaps();
+  // What was known of the gaps counts for nothing any more.
+  void BeginRun() {
+    bitmap.Forget();
+    gap_queries = {};
+  }
 
   // How often the gaps were looked at since this was set to {}.
   struct GapQueries {
@@ -89,13 +102,10 @@ class VolumeGeometry {
   BitmapResult ReadVolumeBitmap(const std::string& drive, VolumeBitmapImage& image);
 
  private:
-  // Up to which cluster the bitmap could be read.
-  std::int64_t ReadGaps(std::int32_t& total, bool let_events_happen);
+  const GapIndex& CountedLook();
 
   Platform& platform_;
   const DebugTrace& trace_;
-  GapIndex gaps_;
-  BitmapChunk chunk_;
 };
 
 }  // namespace vornalux
