@@ -5,13 +5,14 @@
 #include <array>
 #include <bit>
 #include <cstring>
+#include <utility>
 
 namespace vornalux {
 namespace {
 
 static_assert(std::endian::native == std::endian::little, "bitmap bytes are read as words");
 
-constexpr std::int64_t kLeafClusters = 2048;
+constexpr std::int64_t kLeafClusters = 1024;
 constexpr std::size_t kLeafWords = kLeafClusters / 64;
 constexpr std::size_t kChunkWords = kBitmapChunkClusters / 64;
 static_assert(kBitmapChunkClusters % kLeafClusters == 0);
@@ -32,18 +33,31 @@ void GapIndex::Reset(std::int64_t clusters) {
 }
 
 GapIndex::Runs GapIndex::RunsOfLeaf(std::int64_t leaf) const {
-  const std::int64_t first = leaf * kLeafClusters;
-  const std::int64_t last = first + kLeafClusters;
+  const auto first = static_cast<std::size_t>(leaf) * kLeafWords;
   Runs runs;
-  for (std::int64_t at = first; at < last;) {
-    const std::int64_t start = FindBit(words_, at, last, false);
-    if (start == last) break;
-    at = FindBit(words_, start, last, true);
-    const auto length = static_cast<std::int32_t>(at - start);
-    if (start == first) runs.front = length;
-    if (at == last) runs.back = length;
-    runs.longest = std::max(runs.longest, length);
+  std::int32_t open = 0;  // free clusters in front of the word
+  bool from_begin = true;
+  const auto close = [&] {
+    runs.longest = std::max(runs.longest, open);
+    if (std::exchange(from_begin, false)) runs.front = open;
+  };
+  for (std::size_t i = first; i < first + kLeafWords; ++i) {
+    std::uint64_t free = ~words_[i];
+    if (free == ~std::uint64_t{0}) {
+      open += 64;
+      continue;
+    }
+    open += std::countr_one(free);
+    close();
+    const std::int32_t last = std::countl_one(free);
+    // Runs inside the word, while one of them may be the longest.
+    for (free &= free + 1; std::popcount(free) > runs.longest; free &= free + (free & -free)) {
+      runs.longest = std::max(runs.longest, std::countr_one(free >> std::countr_zero(free)));
+    }
+    open = last;
   }
+  runs.back = open;
+  close();
   return runs;
 }
 
