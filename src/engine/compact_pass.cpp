@@ -29,10 +29,10 @@ bool Passes::compactquick() {
   run_.view.SetValue(0);
   record_.Begin(Pass::Compact);
 
-  ShowCaption("Optimzing volume ");
+  BeginPhase("Optimzing volume ");
   CompactPhase(run_.table.DirsToMove.paths, &Movers::PlacePrefetchFile);
   RedrawUnlessStopped();
-  ShowCaption("Compacting volume ");
+  BeginPhase("Compacting volume ");
   CompactPhase(run_.table.OptimizeFiles.paths, &Movers::OptimizeFile);
   // The prefetch files count in the range but are not handled.
   if (!run_.flags.StopRequested) run_.view.SetValue(std::numeric_limits<std::int64_t>::max());

@@ -12,7 +12,7 @@ bool Passes::defrag() {
   run_.view.SetValue(0);
   run_.flags.StopRequested = False;
   run_.view.SetCurrentFile("");
-  ShowCaption("Defragmenting volume ");
+  BeginPhase("Defragmenting volume ");
   record_.Begin(Pass::Defrag);
 
   if (run_.target.Ntfs()) DefragmentMasterFileTable();

@@ -37,15 +37,15 @@ bool Passes::optimizequick() {
     DefragmentMasterFileTable();
     RedrawUnlessStopped();
   }
-  ShowCaption("Optimzing volume ");
+  BeginPhase("Optimzing volume ");
   OptimizePhase(run_.table.PrefetchFiles.paths, &Movers::PlacePrefetchFile);
-  ShowCaption("Optimzing volume ");
+  BeginPhase("Optimzing volume ");
   OptimizePhase(run_.table.DirsToMove.paths, &Movers::PlacePrefetchFile);
   RedrawUnlessStopped();
-  ShowCaption("Compacting volume ");
+  BeginPhase("Compacting volume ");
   OptimizePhase(run_.table.OptimizeFiles.paths, &Movers::OptimizeFile);
   RedrawUnlessStopped();
-  ShowCaption("Defragging volume ");
+  BeginPhase("Defragging volume ");
   OptimizePhase(fragmented, &Movers::DefragmentFile);
 
   Redraw();

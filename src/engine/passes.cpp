@@ -6,7 +6,7 @@ namespace vornalux {
 
 // What both ways of defragmenting begin with. False when the run ends here.
 bool Passes::PrepareFragmentLists() {
-  run_.geometry.gap_queries = {};
+  run_.geometry.BeginRun();
   if (run_.flags.AnalysisValid) return true;
   run_.flags.OptimizeMode = False;
   return analysis_.Analyze_This();
@@ -15,7 +15,7 @@ bool Passes::PrepareFragmentLists() {
 // What Optimize and Compact begin with. False when the run ends here.
 bool Passes::PrepareClassLists() {
   run_.flags.StopRequested = False;
-  run_.geometry.gap_queries = {};
+  run_.geometry.BeginRun();
   if (!run_.flags.ClassListsValid) {
     run_.flags.OptimizeMode = True;
     if (!analysis_.Analyze_This()) {
@@ -24,7 +24,7 @@ bool Passes::PrepareClassLists() {
     }
   }
   run_.flags.StopRequested = False;
-  ShowCaption("Preparing volume ");
+  BeginPhase("Preparing volume ");
   run_.view.RedrawMap(MapLayers::Candidates);
   return true;
 }
@@ -55,7 +55,11 @@ void Passes::RedrawUnlessStopped() {
 
 void Passes::Redraw() { run_.view.RedrawMap(MapLayers::Volume); }
 
-void Passes::ShowCaption(const char* doing) { run_.view.SetCaption(doing + run_.target.Root()); }
+// What others have done to the volume meanwhile is to be seen by what comes now.
+void Passes::BeginPhase(const char* doing) {
+  run_.view.SetCaption(doing + run_.target.Root());
+  run_.geometry.bitmap.Distrust();
+}
 
 void Passes::ShowIdleCaption() { run_.view.SetCaption("Volume " + run_.target.Root()); }
 

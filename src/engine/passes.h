@@ -51,7 +51,7 @@ class Passes {
   void DefragmentMasterFileTable();
   void RedrawUnlessStopped();
   void Redraw();
-  void ShowCaption(const char* doing);
+  void BeginPhase(const char* doing);
   void ShowIdleCaption();
   void Step();
 

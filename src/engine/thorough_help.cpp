@@ -49,8 +49,8 @@ std::optional<ThoroughHelp> PlanFor(const RunContext& run, const Paths& fragment
   for (const CensusEntry& entry : entries) {
     stays.push_back(rules.Stays(entry) || refused.contains(entry.path));
   }
-  std::int32_t clusters = 0;
-  const FreeRunList& gaps = run.geometry.GetFreeRuns(clusters);
+  const FreeRunList gaps = run.geometry.LookAtAllGaps().List();
+  const std::int32_t clusters = run.geometry.bitmap.TotalClusters();
   if (run.flags.StopRequested || clusters <= 0) return std::nullopt;
   PlanSource source(entries, stays, run.target.Ntfs(), gaps, clusters);
   source.volume.alignment = rules.Alignment();

@@ -95,9 +95,9 @@ class ThoroughRun {
     run_.view.SetCurrentFile("");
     run_.platform.desktop.DoEvents();
     if (run_.flags.StopRequested) return End::Stopped;
-    std::int32_t clusters = 0;
-    const FreeRunList& gaps = run_.geometry.GetFreeRuns(clusters);
-    PlanSource source(entries_, stays_, run_.target.Ntfs(), gaps, clusters);
+    const FreeRunList gaps = run_.geometry.LookAtAllGaps().List();
+    PlanSource source(entries_, stays_, run_.target.Ntfs(), gaps,
+                      run_.geometry.bitmap.TotalClusters());
     source.volume.alignment = alignment_;
     const auto planned = PlanWhileHeard(run_, planner_, source.volume, {.clusters = Allowed()});
     if (!planned) return End::Stopped;

@@ -27,6 +27,10 @@ struct BitmapChunk {
   std::vector<std::uint8_t> bits;
 };
 
+// Pieces in which a bitmap is read: the clusters that 4,096 bytes describe.
+inline constexpr std::int64_t kBitmapChunkClusters = 32768;
+inline constexpr std::size_t kBitmapChunkBytes = kBitmapChunkClusters / 8;
+
 // Where NTFS keeps room for its master file table, in LCNs.
 struct NtfsVolumeData {
   std::int64_t mft_zone_start = 0;
@@ -81,6 +85,13 @@ class Volumes {
   // kMoreData when the volume goes on after them, kSuccess when this was the last piece.
   virtual ErrorCode VolumeBitmap(Handle volume, std::int64_t starting_lcn, std::size_t max_bytes,
                                  BitmapChunk& out) = 0;
+
+  // Where the bitmap may have changed since `mark` was given: the first LCNs of the pieces, some of
+  // them perhaps twice. The mark becomes that of now. False: it may have changed anywhere; so with
+  // a mark of 0, and always where others may write to the volume, who leave no trace but in the
+  // bitmap itself: there the mark stays 0.
+  virtual bool BitmapChanges(Handle volume, std::uint64_t& mark,
+                             std::vector<std::int64_t>& lcns) = 0;
 
   // Fails on volumes that are not NTFS.
   virtual ErrorCode NtfsData(Handle volume, NtfsVolumeData& out) = 0;

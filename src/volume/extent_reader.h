@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -23,6 +25,22 @@ struct ExtentRecord {
   // 0 for an item without clusters.
   std::int64_t FirstLcn() const { return extents.empty() ? 0 : extents.front().Lcn; }
   std::int64_t SizeInClusters() const { return extents.empty() ? 0 : extents.back().NextVcn; }
+
+  // The extent that a VCN lies in, or the end.
+  auto At(std::int64_t vcn) const {
+    return std::ranges::upper_bound(extents, vcn, {}, &Extent::NextVcn);
+  }
+  // visit(lcn, clusters) for what has clusters among [vcn, vcn + count).
+  template <typename Visitor>
+  void EachRun(std::int64_t vcn, std::int64_t count, Visitor visit) const {
+    const std::int64_t end = vcn + count;
+    for (auto extent = At(vcn); vcn < end && extent != extents.end(); ++extent) {
+      const std::int64_t first = extent == extents.begin() ? 0 : std::prev(extent)->NextVcn;
+      const std::int64_t to = std::min(extent->NextVcn, end);
+      if (extent->Lcn >= 0) visit(extent->Lcn + vcn - first, to - vcn);
+      vcn = to;
+    }
+  }
 };
 
 // Reads extents by full path (without prefix). An answer that makes no progress ends the reading

@@ -19,25 +19,8 @@ constexpr std::int32_t kWorthPieces = 12;  // extents
 constexpr std::int64_t kCheckpointSectors = 32768;
 // What moves are aligned to for shadow copies, and the unit of compressed files.
 constexpr std::int64_t kCheckpointUnit = 16;  // clusters
-
-bool Holds(const FreeRun& gap, std::int64_t clusters) { return gap.length >= clusters; }
-
-FreeRun Largest(const FreeRunList& gaps) {
-  const auto largest =
-      std::max_element(gaps.begin(), gaps.end(), [](const FreeRun& a, const FreeRun& b) {
-        return a.length < b.length;  // the first of equals stays
-      });
-  return largest == gaps.end() ? FreeRun{} : *largest;
-}
-
-bool IsFree(const FreeRunList& gaps, std::int32_t lcn, std::int32_t length) {
-  const auto above =
-      std::upper_bound(gaps.begin(), gaps.end(), lcn,
-                       [](std::int32_t target, const FreeRun& gap) { return target < gap.start; });
-  if (above == gaps.begin()) return false;
-  const FreeRun& gap = *(above - 1);
-  return lcn - gap.start <= gap.length - length;
-}
+constexpr std::int64_t kOne = 1;
+constexpr std::int64_t kAnywhere = std::numeric_limits<std::int64_t>::max();
 
 bool IsMasterFileTable(const std::string& path) {
   return path.size() > 2 && path.substr(2) == "\\$MFT";
@@ -55,7 +38,6 @@ struct Movers::Item {
   std::string path;
   OwnedFile file;
   ExtentRecord extents;
-  const FreeRunList* gaps = nullptr;
   std::int64_t alignment = 0;  // of the last gap tried
   ErrorCode refusal = error::kSuccess;
   bool stays = false;     // needs no move: not a failure when there is none
@@ -66,15 +48,17 @@ struct Movers::Item {
 
   // Clusters, holes left out, among [vcn, vcn + count).
   std::int64_t Allocated(std::int64_t vcn, std::int64_t count) const {
-    std::int64_t clusters = 0;
-    std::int64_t first = 0;
-    for (const Extent& extent : extents.extents) {
-      const std::int64_t from = std::max(first, vcn);
-      const std::int64_t to = std::min(extent.NextVcn, vcn + count);
-      if (extent.Lcn != -1 && from < to) clusters += to - from;
-      first = extent.NextVcn;
+    std::int64_t all = 0;
+    extents.EachRun(vcn, count, [&](std::int64_t, std::int64_t clusters) { all += clusters; });
+    return all;
+  }
+  // Where the hole ends that a VCN lies in; the VCN itself where there is none.
+  std::int64_t EndOfHole(std::int64_t vcn) const {
+    for (auto extent = extents.At(vcn); extent != extents.extents.end() && extent->Lcn == -1;
+         ++extent) {
+      vcn = extent->NextVcn;
     }
-    return clusters;
+    return vcn;
   }
 };
 
@@ -114,13 +98,20 @@ bool Movers::Stopped(ErrorCode result) const {
   return result == error::kOperationAborted && flags_.StopRequested;
 }
 
+// Whatever the gap, no move of so many clusters can be aligned.
+bool Movers::NeverAligned(std::int64_t count) const {
+  const std::int64_t sectors = geometry_.constants.SectorsPerCluster;
+  if (!flags_.VssSafe || sectors >= 9) return false;
+  return sectors < 2 || 16.0 / static_cast<double>(sectors) * static_cast<double>(count) <= 16;
+}
+
 std::int64_t Movers::VssAlignShift(std::int64_t current_lcn, std::int64_t target_lcn,
                                    std::int64_t count) const {
   const std::int64_t sectors = geometry_.constants.SectorsPerCluster;
   if (!flags_.VssSafe || sectors >= 9) return 0;
   if (sectors < 2) return 3;
   const double clusters = 16.0 / static_cast<double>(sectors);
-  if (clusters * static_cast<double>(count) <= 16) return 1;
+  if (NeverAligned(count)) return 1;
   const auto unit = static_cast<std::int64_t>(std::nearbyint(clusters));
   const std::int64_t distance = target_lcn - current_lcn;
   const std::int64_t rest = distance % unit;
@@ -156,9 +147,8 @@ bool Movers::Begin(std::string_view tag, const std::string& path, Item& item) {
     }
   }
   view_.SetCurrentFile(path);
-  std::int32_t total = 0;
-  item.gaps = &geometry_.GetFreeRuns(total);
-  if (!statistics.at_first) statistics.at_first = RegionsOf(*item.gaps);
+  const GapIndex& gaps = geometry_.LookAtGaps();
+  if (!statistics.at_first) statistics.at_first = RegionsOf(gaps.List());
   item.extents = extents_.ReadExtents(path, false, false);
   item.stays = item.Size() == 0;
   return true;
@@ -169,11 +159,12 @@ void Movers::GiveUp(Item& item, NotMoved reason) {
   statistics.failures.push_back({item.path, reason, item.refusal, item.Size()});
 }
 
-NotMoved Movers::WhyNotWhole(const Item& item) {
+NotMoved Movers::WhyNotWhole(const Item& item) const {
   if (item.refusal != error::kSuccess) return NotMoved::Refused;
   if (item.alignment != 0 && item.alignment < kLeastShift) return NotMoved::Alignment;
   if (item.in_front) return NotMoved::FewPieces;
-  return Holds(Largest(*item.gaps), item.Size()) ? NotMoved::NoPlace : NotMoved::NoGap;
+  return geometry_.bitmap.Gaps().LargestGap().length >= item.Size() ? NotMoved::NoPlace
+                                                                    : NotMoved::NoGap;
 }
 
 void Movers::NoGap(Item& item, const std::string& detail) {
@@ -181,11 +172,18 @@ void Movers::NoGap(Item& item, const std::string& detail) {
   trace_.Line(std::string(item.tag) + "can't move: " + item.path + ", prolly no gap" + detail);
 }
 
-// What lies past a file's end is no move, though FAT calls it one.
-void Movers::Moved(std::int64_t clusters) {
-  if (clusters == 0) return;
-  ++statistics.moves;
-  statistics.clusters_moved += clusters;
+// What a request of an item has come to. What lies past a file's end is no move, though FAT calls
+// it one.
+void Movers::Enter(const Item& item, ErrorCode result, std::int64_t vcn, std::int64_t count,
+                   std::int64_t target) {
+  const std::int64_t clusters = item.Allocated(vcn, count);
+  if (result != error::kSuccess) {
+    if (!Stopped(result)) geometry_.bitmap.EnterRefusal(target, std::max(clusters, kOne));
+  } else if (clusters > 0) {
+    geometry_.bitmap.EnterMove(item.extents, vcn, count, target);
+    ++statistics.moves;
+    statistics.clusters_moved += clusters;
+  }
 }
 
 // Windows' FAT refuses the first cluster of every folder, and says so in the words it has for a bad
@@ -213,27 +211,35 @@ Movers::Attempt Movers::TryGap(Item& item, const FreeRun& gap, std::int64_t star
   }
   const ErrorCode result = MoveClusters(geometry_.VolumeHandle, item.file.get(), starting_vcn,
                                         RequestCount(item.Size()), target);
-  if (result == error::kSuccess) {
-    Moved(item.Allocated(starting_vcn, item.Size()));
-    item.refusal = error::kSuccess;
-    return Attempt::Moved;
-  }
+  Enter(item, result, starting_vcn, item.Size(), target);
   item.refusal = result;
+  if (result == error::kSuccess) return Attempt::Moved;
   if (Stopped(result)) return Attempt::EndSearch;
   ++statistics.refused;
   item.pinned = starting_vcn == 0 && Pinned(item);
   return Attempt::NextGap;
 }
 
+// Offers the file each gap that holds it and begins in [from, below), from the lowest on. False: it
+// was moved into none, and the search has come to its end.
+bool Movers::TryGaps(Item& item, std::int64_t from, std::int64_t below, std::int64_t starting_vcn,
+                     bool let_events_happen) {
+  while (item.Size() > 0 && !item.pinned) {
+    if (let_events_happen) platform_.desktop.DoEvents();
+    const FreeRun gap = geometry_.FindGap(from, below, item.Size());
+    if (gap.length == 0) break;
+    if (TryGap(item, gap, starting_vcn) != Attempt::NextGap) return true;
+    if (NeverAligned(item.Size())) break;
+    from = std::int64_t{gap.start} + 1;
+  }
+  return false;
+}
+
 std::int64_t Movers::MoveWholeFile(const std::string& path) {
   Item item;
   if (!Begin("MVE:", path, item)) return kCannotOpen;
-  for (const FreeRun& gap : *item.gaps) {
-    if (item.Size() == 0 || item.pinned) break;
-    if (gap.start <= geometry_.constants.ReservedFront || !Holds(gap, item.Size())) continue;
-    if (TryGap(item, gap, 0) != Attempt::NextGap) return 0;
-  }
-  NoGap(item);
+  const std::int64_t front = geometry_.constants.ReservedFront;
+  if (!TryGaps(item, front + 1, kAnywhere, 0)) NoGap(item);
   return 0;
 }
 
@@ -243,12 +249,7 @@ std::int64_t Movers::OptimizeFile(const std::string& path) {
   const std::int64_t current = item.extents.FirstLcn();
   const std::int64_t front = geometry_.constants.ReservedFront;
   item.stays = item.stays || current < front;
-  for (const FreeRun& gap : *item.gaps) {
-    platform_.desktop.DoEvents();
-    if (item.Size() == 0 || item.pinned || current < front || gap.start >= current) break;
-    if (gap.start <= front || current <= front || !Holds(gap, item.Size())) continue;
-    if (TryGap(item, gap, 0) != Attempt::NextGap) return 0;
-  }
+  if (TryGaps(item, front + 1, current, 0, true)) return 0;
   if (item.alignment == 0) {
     NoGap(item);
   } else {
@@ -261,28 +262,15 @@ std::int64_t Movers::PlacePrefetchFile(const std::string& path) {
   Item item;
   if (!Begin("PRF:", path, item)) return kCannotOpen;
   const std::int64_t first_vcn = IsMasterFileTable(path) ? kMftFirstMovableVcn : 0;
-  for (const FreeRun& gap : *item.gaps) {
-    if (item.Size() == 0 || item.pinned || gap.start >= geometry_.constants.ReservedFront) break;
-    if (!Holds(gap, item.Size())) continue;
-    if (TryGap(item, gap, first_vcn) != Attempt::NextGap) return 0;
-  }
-  NoGap(item);
+  if (!TryGaps(item, 0, geometry_.constants.ReservedFront, first_vcn)) NoGap(item);
   return 0;
 }
 
 std::int64_t Movers::DefragmentFile(const std::string& path) {
   Item item;
   if (!Begin("DFR:", path, item)) return kCannotOpen;
-  const FreeRun largest = Largest(*item.gaps);
   if (item.Size() == 0) return 0;
-  if (Holds(largest, item.Size())) {
-    for (const FreeRun& gap : *item.gaps) {
-      if (item.pinned) break;
-      if (!Holds(gap, item.Size())) continue;
-      if (TryGap(item, gap, 0) != Attempt::NextGap) return item.refusal;
-    }
-  }
-  return MoveInPieces(item, largest);
+  return TryGaps(item, 0, kAnywhere, 0) ? item.refusal : MoveInPieces(item);
 }
 
 std::int64_t Movers::DefragmentFileInFront(const std::string& path, bool use_reserved_front) {
@@ -291,32 +279,29 @@ std::int64_t Movers::DefragmentFileInFront(const std::string& path, bool use_res
   const std::int64_t bound = use_reserved_front ? geometry_.constants.ReservedFront : 0;
   item.stays = item.stays || !item.extents.Fragmented();
   item.in_front = item.extents.FirstLcn() <= bound;
-  if (item.extents.Fragmented() && item.extents.FirstLcn() > bound) {
-    for (const FreeRun& gap : *item.gaps) {
-      if (gap.start >= bound || item.pinned) break;
-      if (!Holds(gap, item.Size())) continue;
-      if (TryGap(item, gap, 0) != Attempt::NextGap) return item.refusal;
-    }
+  if (item.extents.Fragmented() && item.extents.FirstLcn() > bound && TryGaps(item, 0, bound, 0)) {
+    return item.refusal;
   }
   if (item.extents.Count() < kWorthPieces) {
     NoGap(item, trace_.On() ? ", last dll_err:" + SystemErrorText(platform_, item.refusal) : "");
     return 0;
   }
-  return MoveInPieces(item, Largest(*item.gaps));
+  return MoveInPieces(item);
 }
 
-std::int64_t Movers::MoveInPieces(Item& item, FreeRun largest) {
+std::int64_t Movers::MoveInPieces(Item& item) {
   trace_.Line("DFR:partial_mv: " + item.path + " extents: " + std::to_string(item.extents.Count()));
   const MovedInPieces pieces = {item.path, WhyNotWhole(item), item.refusal};
   std::int64_t moved = 0;
   ErrorCode result = error::kSuccess;
-  while (largest.length > 0) {
+  const auto next = [&] { return geometry_.FindLargestGap(std::max(item.Size() - moved, kOne)); };
+  for (FreeRun largest = next(); largest.length > 0; largest = next()) {
     platform_.desktop.DoEvents();
     const std::int64_t vcn = moved;
     const std::uint32_t count = static_cast<std::uint32_t>(largest.length);
     result = MoveClusters(geometry_.VolumeHandle, item.file.get(), vcn, count, largest.start);
+    Enter(item, result, vcn, count, largest.start);
     if (result == error::kSuccess) {
-      Moved(item.Allocated(vcn, count));
       if (vcn == 0 && count < item.Size()) statistics.in_pieces.push_back(pieces);
     } else if (vcn < item.Size() && !Stopped(result)) {
       ++statistics.refused;
@@ -324,11 +309,14 @@ std::int64_t Movers::MoveInPieces(Item& item, FreeRun largest) {
       GiveUp(item, NotMoved::Refused);
     }
     if (result != error::kSuccess || flags_.StopRequested) return result;
-    trace_.Line("DFR:partial_mv: " + item.path + "-" + std::to_string(vcn) + "-" +
-                std::to_string(count) + "-ret:" + std::to_string(result));
-    moved += count;
-    std::int32_t total = 0;
-    largest = Largest(geometry_.GetFreeRuns(total));
+    // Where one piece of a hole goes, the others go as well: there is nothing to ask for.
+    const std::int64_t done = std::max((item.EndOfHole(vcn) - vcn) / count, kOne);
+    for (std::int64_t i = 0; trace_.On() && i < done; ++i) {
+      trace_.Line("DFR:partial_mv: " + item.path + "-" + std::to_string(vcn + i * count) + "-" +
+                  std::to_string(count) + "-ret:" + std::to_string(result));
+    }
+    moved += done * count;
+    geometry_.LookAtGaps();
     // A file that ends exactly with a piece asks once more, past its end, which NTFS refuses and
     // FAT takes for done.
     if (moved > item.Size()) return result;
@@ -349,7 +337,8 @@ Movers::Planned Movers::MovePlanned(const std::string& path, const std::vector<L
   };
   std::vector<Request> requests;
   for (const Leg& leg : legs) {
-    if (!IsFree(*item.gaps, leg.to, leg.length)) return Planned::Changed;
+    geometry_.bitmap.StillSo(leg.to, leg.length);
+    if (!geometry_.bitmap.Gaps().IsFree(leg.to, leg.length)) return Planned::Changed;
     std::int64_t found = 0;
     std::int64_t vcn = 0;
     for (const Extent& extent : item.extents.extents) {
@@ -381,11 +370,12 @@ Movers::Planned Movers::MovePlanned(const std::string& path, const std::vector<L
   for (std::size_t i = 0; i < requests.size(); ++i) {
     const Request& request = requests[i];
     item.refusal = move(request.vcn, request.count, request.target, must_finish);
+    Enter(item, item.refusal, request.vcn, request.count, request.target);
     if (item.refusal == error::kSuccess) {
-      Moved(request.count);
       shown += request.count;
       continue;
     }
+    if (i > 0) geometry_.bitmap.Distrust();  // some of it went back
     for (std::size_t back = i; back-- > 0;) {
       std::int64_t vcn = requests[back].vcn;
       for (const Leg& leg : requests[back].legs) {

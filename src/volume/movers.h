@@ -112,10 +112,14 @@ class Movers {
 
   bool Begin(std::string_view tag, const std::string& path, Item& item);
   Attempt TryGap(Item& item, const FreeRun& gap, std::int64_t starting_vcn);
-  std::int64_t MoveInPieces(Item& item, FreeRun largest);
-  void Moved(std::int64_t clusters);
+  std::int64_t MoveInPieces(Item& item);
+  void Enter(const Item& item, ErrorCode result, std::int64_t vcn, std::int64_t count,
+             std::int64_t target);
   bool Pinned(const Item& item) const;
-  static NotMoved WhyNotWhole(const Item& item);
+  bool TryGaps(Item& item, std::int64_t from, std::int64_t below, std::int64_t starting_vcn,
+               bool let_events_happen = false);
+  bool NeverAligned(std::int64_t count) const;
+  NotMoved WhyNotWhole(const Item& item) const;
   void NoGap(Item& item, const std::string& detail = {});
   void GiveUp(Item& item, NotMoved reason);
   std::int64_t CheckpointClusters() const;

@@ -30,7 +30,7 @@ std::int64_t PercentFree(std::int32_t free, std::int32_t total) {
 }
 
 VolumeGeometry::VolumeGeometry(Platform& platform, const DebugTrace& trace)
-    : platform_(platform), trace_(trace) {}
+    : bitmap(platform, VolumeHandle), platform_(platform), trace_(trace) {}
 
 VolumeGeometry::~VolumeGeometry() { CloseVolume(VolumeHandle); }
 
@@ -40,6 +40,8 @@ Handle VolumeGeometry::OpenVolume(const std::string& drive) {
 
 void VolumeGeometry::CloseVolume(Handle& handle) {
   if (handle != kInvalidHandle) platform_.volumes.CloseVolume(handle);
+  // Its number may come back as that of another volume.
+  if (handle == VolumeHandle) bitmap.Forget();
   handle = kInvalidHandle;
 }
 
@@ -87,42 +89,39 @@ void VolumeGeometry::ReadMftZone() {
   constants.MftZoneEnd = static_cast<std::int32_t>(data.mft_zone_end);
 }
 
-const FreeRunList& VolumeGeometry::GetFreeRuns(std::int32_t& total) {
-  const std::int64_t end = ReadFreeRuns(total, true);
-  ++(total > 0 ? gap_queries.answered : gap_queries.unanswered);
-  return free_runs_.Finish(end);
+const GapIndex& VolumeGeometry::LookAtGaps() {
+  bitmap.Look();
+  return CountedLook();
+}
+
+const GapIndex& VolumeGeometry::LookAtAllGaps() {
+  bitmap.LookAtAll(true);
+  return CountedLook();
+}
+
+const GapIndex& VolumeGeometry::CountedLook() {
+  ++(bitmap.TotalClusters() > 0 ? gap_queries.answered : gap_queries.unanswered);
+  return bitmap.Gaps();
+}
+
+FreeRun VolumeGeometry::FindGap(std::int64_t from, std::int64_t below, std::int64_t least) {
+  while (true) {
+    const FreeRun gap = bitmap.Gaps().LowestGap(from, least);
+    if (gap.length == 0 || gap.start >= below) return {};
+    if (bitmap.StillSo(gap.start, least)) return gap;
+  }
+}
+
+FreeRun VolumeGeometry::FindLargestGap(std::int64_t most) {
+  while (true) {
+    const FreeRun gap = bitmap.Gaps().LargestGap();
+    if (bitmap.StillSo(gap.start, std::min<std::int64_t>(gap.length, most))) return gap;
+  }
 }
 
 std::optional<FreeRegions> VolumeGeometry::ReadFreeRegions() {
-  std::int32_t total = 0;
-  const std::int64_t end = ReadFreeRuns(total, false);
-  const FreeRunList& gaps = free_runs_.Finish(end);
-  return total > 0 && end == total ? std::optional(RegionsOf(gaps)) : std::nullopt;
-}
-
-std::int64_t VolumeGeometry::ReadFreeRuns(std::int32_t& total, bool let_events_happen) {
-  total = 0;
-  if (VolumeHandle == kInvalidHandle) {
-    free_runs_.Begin(0);
-    return 0;
-  }
-  std::int64_t read = 0;
-  for (ErrorCode result = error::kMoreData; result == error::kMoreData;
-       read += kBitmapChunkClusters) {
-    if (let_events_happen) platform_.desktop.DoEvents();
-    result = platform_.volumes.VolumeBitmap(VolumeHandle, read, kBitmapChunkBytes, chunk_);
-    const bool answered = result == error::kSuccess || result == error::kMoreData;
-    if (read == 0) {
-      const bool usable = answered && chunk_.starting_lcn == 0 && chunk_.bitmap_size > 0 &&
-                          chunk_.bitmap_size <= std::numeric_limits<std::int32_t>::max();
-      total = usable ? static_cast<std::int32_t>(chunk_.bitmap_size) : 0;
-      free_runs_.Begin(total);
-    }
-    // Whatever the answer claims, no bitmap goes on past the volume's end.
-    if (!answered || chunk_.starting_lcn != read || read >= total) break;
-    free_runs_.Take(read, chunk_.bits);
-  }
-  return std::min<std::int64_t>(read, total);
+  bitmap.LookAtAll(false);
+  return bitmap.Whole() ? std::optional(RegionsOf(bitmap.Gaps().List())) : std::nullopt;
 }
 
 BitmapResult VolumeGeometry::ReadVolumeBitmap(const std::string& drive, VolumeBitmapImage& image) {

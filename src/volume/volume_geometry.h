@@ -9,6 +9,7 @@
 #include "platform/platform.h"
 #include "volume/debug_trace.h"
 #include "volume/free_runs.h"
+#include "volume/known_bitmap.h"
 
 namespace vornalux {
 
@@ -67,19 +68,33 @@ class VolumeGeometry {
   // Leaves the zone as it is on a volume that is not NTFS.
   void ReadMftZone();
 
-  // Reads the bitmap anew and returns the gaps, in ascending order. The list is kept from call to
-  // call and only what changed is scanned again; it is valid until the next call. total is 0 when
-  // nothing could be read.
-  const FreeRunList& GetFreeRuns(std::int32_t& total);
+  // What is known of its clusters. Movers look at it by the following.
+  KnownBitmap bitmap;
 
-  // How often movers asked for the gaps since this was set to {}.
+  // The lowest gap that begins in [from, below) and holds `least` clusters, as the volume is now.
+  // Length 0: there is none.
+  FreeRun FindGap(std::int64_t from, std::int64_t below, std::int64_t least);
+  // The lowest of equals, of which `most` clusters are about to be used at most.
+  FreeRun FindLargestGap(std::int64_t most);
+
+  // Brings what is known of the gaps up to date.
+  const GapIndex& LookAtGaps();
+  // With all that can be read of them.
+  const GapIndex& LookAtAllGaps();
+  // What was known of the gaps counts for nothing any more.
+  void BeginRun() {
+    bitmap.Forget();
+    gap_queries = {};
+  }
+
+  // How often the gaps were looked at since this was set to {}.
   struct GapQueries {
     std::int64_t answered = 0;
     std::int64_t unanswered = 0;
   } gap_queries;
 
   // The gaps in short, without a word for the user in between. Nothing when the bitmap could not be
-  // read to its end. Ends the validity of the list above.
+  // read to its end.
   std::optional<FreeRegions> ReadFreeRegions();
 
   // Reads the whole bitmap anew, into the image's memory where that will do; refreshes the
@@ -87,13 +102,10 @@ class VolumeGeometry {
   BitmapResult ReadVolumeBitmap(const std::string& drive, VolumeBitmapImage& image);
 
  private:
-  // Up to which cluster the bitmap could be read.
-  std::int64_t ReadFreeRuns(std::int32_t& total, bool let_events_happen);
+  const GapIndex& CountedLook();
 
   Platform& platform_;
   const DebugTrace& trace_;
-  FreeRunIndex free_runs_;
-  BitmapChunk chunk_;
 };
 
 }  // namespace vornalux

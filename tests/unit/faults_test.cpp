@@ -164,6 +164,15 @@ TEST(WindowsFat, OnlyWhatMovedCounts) {
   EXPECT_TRUE(volume.ContentIntact() && movers.statistics.failures.empty());
 }
 
+TEST(Pieces, AHoleIsOneRequest) {
+  Pieces pieces;
+  pieces.volume.ReleaseClusters(55, 2);
+  pieces.volume.Remove(*pieces.volume.Find("file"));
+  pieces.volume.AddFile("file", {{55, 2}, {-1, 1000001}, {20, 5}});
+  EXPECT_EQ(pieces.Moves(), "0>10*7 7>12*5 1000002>12*5 1000007>45*5 ");
+  EXPECT_TRUE(pieces.volume.ContentIntact());
+}
+
 TEST(Pieces, EndOfThePieceInHand) {
   struct Case {
     const char* name;

@@ -45,6 +45,7 @@ struct Scene {
     volume->AddFile("Windows\\Prefetch\\A.pf", FreeCluster());
     volume->AddFile("Windows\\Prefetching.txt", FreeCluster());
     volume->AddFile(".hidden\\inside", FreeCluster());
+    if (random.Chance(0.5)) volume->TellChanges();
     settings.vss_safe = random.Chance(0.5);
     settings.debug_log = random.Chance(0.5);
     for (int nth = 1; nth < 500; ++nth) {

@@ -321,6 +321,15 @@ class PlainModel {
     }
   }
 
+  // Whether all of [vcn, vcn + count) is in one hole.
+  static bool IsHole(const Subject& file, std::int64_t vcn, std::int64_t count) {
+    std::int64_t first = 0;
+    return std::ranges::any_of(file.extents, [&](const Extent& extent) {
+      const std::int64_t from = std::exchange(first, extent.NextVcn);
+      return extent.Lcn == -1 && from <= vcn && vcn + count <= extent.NextVcn;
+    });
+  }
+
   void Pieces(Subject& file) {
     Log("DFR:partial_mv: " + file.path + " extents: " + std::to_string(file.extents.size()));
     for (std::int64_t moved = 0; moved <= file.size;) {
@@ -328,8 +337,12 @@ class PlainModel {
       if (gaps.empty()) return;
       const FreeRun gap = *std::ranges::max_element(gaps, {}, &FreeRun::length);
       if (Request(file.path, moved, gap.start, gap.length) != error::kSuccess) return;
-      Log("DFR:partial_mv: " + file.path + "-" + std::to_string(moved) + "-" +
-          std::to_string(gap.length) + "-ret:0");
+      // Nobody is asked to move what follows in a hole.
+      for (const bool hole = IsHole(file, moved, gap.length);; moved += gap.length) {
+        Log("DFR:partial_mv: " + file.path + "-" + std::to_string(moved) + "-" +
+            std::to_string(gap.length) + "-ret:0");
+        if (!hole || !IsHole(file, moved + gap.length, gap.length)) break;
+      }
       moved += gap.length;
     }
   }

@@ -69,6 +69,7 @@ class MountedPlatform : public Volumes,
   ErrorCode VolumeNames(const std::string& root, VolumeName& out) override;
   ErrorCode VolumeBitmap(Handle volume, std::int64_t starting_lcn, std::size_t max_bytes,
                          BitmapChunk& out) override;
+  bool BitmapChanges(Handle volume, std::uint64_t& mark, std::vector<std::int64_t>& lcns) override;
   ErrorCode NtfsData(Handle volume, NtfsVolumeData& out) override;
   ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
                          std::int64_t starting_lcn, std::uint32_t cluster_count,

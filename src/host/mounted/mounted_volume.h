@@ -54,6 +54,12 @@ class MountedVolume {
   // Clusters freed by a move show as free at once.
   virtual void CopyBitmap(std::int64_t first_lcn, std::span<std::uint8_t> out) const = 0;
 
+  // As Volumes::BitmapChanges(), for a volume that others may write to.
+  virtual bool BitmapChanges(std::uint64_t& mark, std::vector<std::int64_t>& /*lcns*/) {
+    mark = 0;
+    return false;
+  }
+
   virtual ItemId Root() const = 0;
 
   // The folder's items in the volume's own order, without "." and "..", DOS-only names and volume

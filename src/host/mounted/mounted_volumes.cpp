@@ -116,6 +116,14 @@ ErrorCode MountedPlatform::VolumeBitmap(Handle volume, std::int64_t starting_lcn
   return out.bits.size() < whole ? error::kMoreData : error::kSuccess;
 }
 
+bool MountedPlatform::BitmapChanges(Handle volume, std::uint64_t& mark,
+                                    std::vector<std::int64_t>& lcns) {
+  Drive* drive = DriveOf(volume);
+  if (drive != nullptr) return drive->volume->BitmapChanges(mark, lcns);
+  mark = 0;
+  return false;
+}
+
 ErrorCode MountedPlatform::NtfsData(Handle volume, NtfsVolumeData& out) {
   const Drive* drive = DriveOf(volume);
   if (drive == nullptr) return error::kInvalidHandle;

@@ -39,6 +39,7 @@ bool ClusterBits::RangeFree(std::int64_t lcn, std::int64_t count) const {
 
 void ClusterBits::Set(std::int64_t lcn, std::int64_t count, bool used) {
   ForEachByte(lcn, count, [&](std::size_t at, std::uint8_t mask) {
+    changes_.Note(static_cast<std::int64_t>(at) * 8);
     const std::uint8_t before = bits_[at];
     bits_[at] = static_cast<std::uint8_t>(used ? before | mask : before & ~mask);
     free_ += std::popcount(before) - std::popcount(bits_[at]);

@@ -17,6 +17,11 @@ void SimulatedVolume::CopyBitmap(std::int64_t first_lcn, std::span<std::uint8_t>
   bits_.Copy(first_lcn, out);
 }
 
+bool SimulatedVolume::BitmapChanges(std::uint64_t& mark, std::vector<std::int64_t>& lcns) {
+  if (tells_changes_) return bits_.Changes().Since(mark, lcns);
+  return MountedVolume::BitmapChanges(mark, lcns);
+}
+
 ErrorCode SimulatedVolume::ListFolder(ItemId folder, std::vector<FolderItem>& out) {
   out.clear();
   if (folder >= items_.size() || (At(folder).attributes & attribute::kDirectory) == 0) {

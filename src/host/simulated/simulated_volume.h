@@ -87,6 +87,9 @@ class SimulatedVolume final : public MountedVolume {
   // The disk that it lies on; not owned.
   void SetDrive(SmartDrive& drive) { drive_ = &drive; }
 
+  // Nobody else writes to it: it can tell where its bitmap has changed.
+  void TellChanges() { tells_changes_ = true; }
+
   // Undoes Close().
   void Reopen() { closed_ = false; }
 
@@ -94,6 +97,7 @@ class SimulatedVolume final : public MountedVolume {
   std::int64_t FreeClusters() const override { return bits_.FreeClusters(); }
   std::optional<NtfsVolumeData> NtfsData() const override;
   void CopyBitmap(std::int64_t first_lcn, std::span<std::uint8_t> out) const override;
+  bool BitmapChanges(std::uint64_t& mark, std::vector<std::int64_t>& lcns) override;
   ItemId Root() const override { return 0; }
   ErrorCode ListFolder(ItemId folder, std::vector<FolderItem>& out) override;
   std::string FoldName(std::string_view name) const override;
@@ -168,6 +172,7 @@ class SimulatedVolume final : public MountedVolume {
   std::map<ItemId, std::string> contents_;
   SmartDrive* drive_ = nullptr;
   std::int64_t clusters_moved_ = 0;
+  bool tells_changes_ = false;
   bool moving_ = false;
   bool closed_ = false;
 };

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "platform/volumes.h"
 
@@ -21,6 +22,10 @@ class WindowsVolumes final : public Volumes {
   // out.bits is empty after a failure.
   ErrorCode VolumeBitmap(Handle volume, std::int64_t starting_lcn, std::size_t max_bytes,
                          BitmapChunk& out) override;
+  bool BitmapChanges(Handle, std::uint64_t& mark, std::vector<std::int64_t>&) override {
+    mark = 0;
+    return false;
+  }
   ErrorCode NtfsData(Handle volume, NtfsVolumeData& out) override;
   ErrorCode MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
                          std::int64_t starting_lcn, std::uint32_t cluster_count,

@@ -174,6 +174,34 @@ FLOW(ALargeFileLeavesTheUserAWord, "", Alone) {
   EXPECT_EQ(session.End(), 0u);
 }
 
+// 1 TiB in clusters of 64 KiB, which is 512 requests for a bitmap: what a file costs does not grow
+// with the volume.
+FLOW(ALargeVolumeIsNotReadForEachFile, "", Alone) {
+  constexpr std::int64_t kFiles = 3000;
+  SimulatedPlatform& drives = session.machine.Drives();
+  SimulatedVolume large({.total_clusters = 1 << 24, .sectors_per_cluster = 128});
+  for (std::int64_t i = 0; i < kFiles; ++i) {
+    const std::int64_t lcn = 1000 + i * 5000;
+    const SimulatedRun runs[] = {{lcn, 3}, {lcn + 2000, 4}, {lcn + 4000, 5}};
+    large.AddItem(large.Root(), "file" + std::to_string(i), runs, attribute::kArchive);
+  }
+  drives.AddVolume('S', large);
+  const CallLog& log = drives.Log();
+  drives.Log().SetRecording(true);
+  const Screen& screen = SelectDrive(session, kBehindAll);
+  for (const int pass : {IDM_DEFRAG, IDM_OPTIMIZE}) {
+    const std::size_t moves = log.Count(CallKind::MoveClusters);
+    const std::size_t bitmaps = log.Count(CallKind::VolumeBitmap);
+    screen.Run(pass);
+    const std::size_t moved = log.Count(CallKind::MoveClusters) - moves;
+    EXPECT_GT(moved, pass == IDM_DEFRAG ? kFiles - 1 : kFiles / 10);
+    EXPECT_LE(log.Count(CallKind::VolumeBitmap) - bitmaps, 4 * moved) << "of " << moved;
+  }
+  EXPECT_TRUE(large.ContentIntact());
+  screen.Menu(IDM_EXIT);
+  EXPECT_EQ(session.End(), 0u);
+}
+
 FLOW(DefragsAndOptimizesToTheEnd, "", Alone) {
   const Screen& screen = SelectDrive(session, kD);
   const CallLog& log = session.machine.Drives().Log();

@@ -82,6 +82,8 @@ std::vector<std::pair<std::int64_t, std::int64_t>> AllocationMap::HeldParts(
 }
 
 void AllocationMap::Replace(std::size_t word, std::uint64_t bits) {
+  if (used_[word] == bits) return;
+  changes_.Note(static_cast<std::int64_t>(word) * kBits);
   free_ += std::popcount(used_[word]) - std::popcount(bits);
   used_[word] = bits;
 }

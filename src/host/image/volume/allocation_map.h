@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/mounted/bitmap_changes.h"
+
 namespace vornalux {
 
 // Which clusters of a volume are in use, and which were freed since the last commit: those show as
@@ -44,6 +46,9 @@ class AllocationMap {
   // Copies bitmap bytes from lcn (a multiple of 8) on; clusters past the end read as 0.
   void Copy(std::int64_t lcn, std::span<std::uint8_t> out) const;
 
+  // What of this has changed.
+  BitmapChanges& Changes() { return changes_; }
+
  private:
   bool Inside(std::int64_t lcn, std::int64_t count) const;
   std::uint64_t ValidBits(std::size_t word) const;
@@ -54,6 +59,7 @@ class AllocationMap {
   std::int64_t free_;
   std::vector<std::uint64_t> used_;
   std::vector<std::uint64_t> held_;
+  BitmapChanges changes_;
   std::vector<std::size_t> held_words_;  // words of held_ that may be non-zero
 };
 

@@ -35,6 +35,9 @@ class ImageVolume : public MountedVolume {
   SmartDrive* Drive() final { return store_.drive.get(); }
   std::int64_t FreeClusters() const final { return clusters_->FreeClusters(); }
   void CopyBitmap(std::int64_t first_lcn, std::span<std::uint8_t> out) const final;
+  bool BitmapChanges(std::uint64_t& mark, std::vector<std::int64_t>& lcns) final {
+    return clusters_->Changes().Since(mark, lcns);
+  }
 
   // What a pass would refuse this volume for, each as a sentence with its remedy. Collected only of
   // a volume that was opened for looking; any other is refused at the first of them.
