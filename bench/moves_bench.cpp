@@ -30,16 +30,19 @@ class BareVolume final : public MountedVolume {
     SeededRandom random(1);
     const std::int64_t room = clusters / (4 * files);
     for (std::int64_t lcn = 0; lcn < 4 * files * room; lcn += room) {
-      pieces_.push_back({lcn + random.Below(room - 8), 1 + random.Below(8)});
+      pieces_.push_back({lcn + random.Below(room - 3), 1 + random.Below(3)});
       map_.Use(pieces_.back().lcn, pieces_.back().count);
     }
     std::shuffle(pieces_.begin(), pieces_.end(), random);
   }
 
+  mutable std::int64_t bitmaps = 0;  // times that a piece was read
+
   const VolumeFacts& Facts() const override { return facts_; }
   std::int64_t FreeClusters() const override { return map_.FreeClusters(); }
   std::optional<NtfsVolumeData> NtfsData() const override { return std::nullopt; }
   void CopyBitmap(std::int64_t first_lcn, std::span<std::uint8_t> out) const override {
+    ++bitmaps;
     map_.Copy(first_lcn, out);
   }
   bool BitmapChanges(std::uint64_t& mark, std::vector<std::int64_t>& lcns) override {
@@ -113,8 +116,11 @@ void Defrag(benchmark::State& state) {
     program.main_window.cmdanalysemore.Click();
     state.ResumeTiming();
     program.main_window.PassItem(Pass::Defrag).Click();
-    state.counters["moves"] =
-        static_cast<double>(program.main_window.engine.movers.statistics.moves);
+    const auto of_each = [files = static_cast<double>(state.range(1))](std::int64_t count) {
+      return static_cast<double>(count) / files;
+    };
+    state.counters["moves"] = of_each(program.main_window.engine.movers.statistics.moves);
+    state.counters["bitmaps"] = of_each(volume.bitmaps);
   }
   state.counters["files_per_second"] = benchmark::Counter(
       static_cast<double>(state.range(1) * state.iterations()), benchmark::Counter::kIsRate);

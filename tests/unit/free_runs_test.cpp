@@ -184,13 +184,28 @@ TEST(KnownBitmap, FollowsWhatOthersDo) {
       const FreeRun largest = geometry.FindLargestGap(least);
       expect_free(largest, std::min<std::int64_t>(largest.length, least));
     }
-    for (std::int64_t i = 0; i < 2 * pieces + 8; ++i) geometry.LookAtGaps();  // faults included
+    for (std::int64_t i = 0; i < 2 * pieces + 8; ++i) {  // until no fault is left
+      geometry.bitmap.Forget();
+      geometry.LookAtGaps();
+    }
     const std::size_t calls = rig.machine->Log().Count(CallKind::VolumeBitmap);
     for (std::int64_t i = 0; i < pieces; ++i) geometry.LookAtGaps();
     EXPECT_LE(rig.machine->Log().Count(CallKind::VolumeBitmap) - calls,
               static_cast<std::size_t>(pieces));
     EXPECT_EQ(geometry.bitmap.Gaps().List(), PlainRuns(BitmapOf(volume), total));
     EXPECT_TRUE(geometry.bitmap.Whole());
+    // At once, when a phase begins, and when somebody was quicker at a target.
+    const FreeRun target = geometry.bitmap.Gaps().LargestGap();
+    others();
+    others();
+    if (target.length == 0 || random.Chance(0.5)) {
+      geometry.bitmap.Distrust();
+      geometry.LookAtGaps();
+    } else {
+      volume.TakeClusters(target.start, 1);
+      geometry.bitmap.EnterRefusal(target.start, 1);
+    }
+    EXPECT_EQ(geometry.bitmap.Gaps().List(), PlainRuns(BitmapOf(volume), total));
   });
 }
 
