@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <array>
@@ -7,6 +8,7 @@
 #include "host/image/device/scratch_device.h"
 #include "host/image/device/window_device.h"
 #include "host/image/journal/journal.h"
+#include "host/image/journal/journal_format.h"
 #include "host/image/journal/transaction.h"
 #include "support/devices.h"
 #include "support/seed.h"
@@ -391,6 +393,18 @@ TEST(Transaction, RefusesAllWorkAfterAFailedCommit) {
   EXPECT_EQ(transaction.Commit(), std::errc::io_error);
   EXPECT_EQ(transaction.Write(0, Bytes(1)), std::errc::io_error);
   EXPECT_EQ(transaction.WriteData(0, Bytes(kSector)), std::errc::io_error);
+}
+
+TEST(JournalChecksum, IsThatOfZlibInPiecesOfAnyLength) {
+  TestRandom random;
+  Bytes bytes(3000);
+  for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random());
+  for (int round = 0; round < 3000; ++round) {
+    const std::size_t first = Below(random, 100);
+    const auto part = std::span(bytes).subspan(first, Below(random, round < 400 ? 200 : 2900));
+    const auto before = static_cast<std::uint32_t>(random());
+    ASSERT_EQ(journal_format::Checksum(part, before), ::crc32_z(before, part.data(), part.size()));
+  }
 }
 
 TEST(WindowDevice, ReachesNothingOutside) {

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/image/journal/journal_format.h"
 
-#include <zlib.h>
-
 #include <algorithm>
 #include <cstring>
 #include <string_view>
@@ -136,10 +134,6 @@ std::optional<Proof> DecodeProof(const HeaderSector& sector) {
         LoadLittle<std::uint32_t>(sector, at + 8);
   }
   return proof;
-}
-
-std::uint32_t Checksum(std::span<const std::uint8_t> bytes, std::uint32_t checksum) {
-  return static_cast<std::uint32_t>(::crc32_z(checksum, bytes.data(), bytes.size()));
 }
 
 }  // namespace vornalux::journal_format

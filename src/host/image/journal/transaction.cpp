@@ -241,6 +241,37 @@ std::error_code Transaction::CopyInBase(const ByteRange& piece, std::uint64_t to
   return {};
 }
 
+// Fills the buffer with the pieces one after the other; they are read in the order of the disk, and
+// what adjoins there as here at once.
+std::error_code Transaction::ReadPieces(std::span<const ByteRange> pieces) {
+  struct Request {
+    std::uint64_t offset;
+    std::size_t at;
+    std::size_t length;
+  };
+  std::vector<Request> requests;
+  requests.reserve(pieces.size());
+  std::size_t at = 0;
+  for (const ByteRange& piece : pieces) {
+    requests.push_back({piece.offset, at, InMemory(piece.length)});
+    at += requests.back().length;
+  }
+  std::sort(requests.begin(), requests.end(),
+            [](const Request& a, const Request& b) { return a.offset < b.offset; });
+  for (std::size_t i = 0; i < requests.size();) {
+    Request request = requests[i];
+    for (++i; i < requests.size() && requests[i].offset == request.offset + request.length &&
+              requests[i].at == request.at + request.length;
+         ++i) {
+      request.length += requests[i].length;
+    }
+    const std::error_code error =
+        Read(request.offset, std::span(buffer_).subspan(request.at, request.length));
+    if (error) return error;
+  }
+  return {};
+}
+
 std::error_code Transaction::GatherData(std::span<const ByteRange> pieces, std::uint64_t to,
                                         std::span<const ByteRange> guarded,
                                         const std::function<bool(std::uint64_t)>& checkpoint) try {
@@ -266,20 +297,20 @@ std::error_code Transaction::GatherData(std::span<const ByteRange> pieces, std::
       const bool between = filled == 0 && copied > 0;
       if (between && checkpoint && checkpoint(copied)) return Error(std::errc::operation_canceled);
       const std::size_t length = AtMost(kCopyPiece - filled, piece.length);
-      std::error_code error = Read(piece.offset, std::span(buffer_).subspan(filled, length));
-      if (error) return error;
       sources.push_back({piece.offset, length});
       piece.offset += length;
       piece.length -= length;
       filled += length;
       if (filled < kCopyPiece) continue;
-      if (error = PutData(to, buffer_, sources, guarded); error) return error;
+      if (const std::error_code error = ReadPieces(sources)) return error;
+      if (const std::error_code error = PutData(to, buffer_, sources, guarded)) return error;
       to += filled;
       copied += filled;
       filled = 0;
       sources.clear();
     }
   }
+  if (const std::error_code error = ReadPieces(sources)) return error;
   return PutData(to, std::span(buffer_).first(filled), sources, guarded);
 } catch (const std::bad_alloc&) {
   return Error(std::errc::not_enough_memory);

@@ -108,6 +108,7 @@ class Transaction final : public BlockDevice {
 
   std::error_code StartData(std::uint64_t offset, std::uint64_t length);
   std::error_code CopyInBase(const ByteRange& piece, std::uint64_t to);
+  std::error_code ReadPieces(std::span<const ByteRange> pieces);
   std::error_code PutData(std::uint64_t to, std::span<const std::uint8_t> data,
                           std::span<const ByteRange> sources, std::span<const ByteRange> guarded);
   void NoteCopies(std::uint64_t to, std::span<const std::uint8_t> data,

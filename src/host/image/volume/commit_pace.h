@@ -14,7 +14,7 @@ struct CommitLimits {
   std::uint64_t least_bytes = std::uint64_t{4} << 20;
   std::uint64_t most_bytes = std::uint64_t{256} << 20;
   std::uint64_t waiting = std::uint64_t{64} << 20;  // data in memory
-  std::uint64_t record = std::uint64_t{8} << 20;    // the journal's record, about
+  std::uint64_t record = std::uint64_t{4} << 20;    // the journal's record, about
   // A move into clusters freed lately waits in memory up to this size: larger ones commit first.
   std::uint64_t waiting_move = std::uint64_t{16} << 20;
   // Only goes forward, milliseconds; empty for the system's.
