@@ -44,7 +44,7 @@ struct Interrupted {
     MemoryDevice volume(unmarked);
     MemoryDevice device(0, true);
     RedoJournal journal(device, volume);
-    EXPECT_FALSE(journal.Begin(kIdentity, {{0, 64}}));
+    EXPECT_FALSE(journal.Begin(kIdentity, {{0, 48}, {56, 8}}));
     EXPECT_FALSE(journal.Record({{60, kMarked}}));
     first_store = device.Content();
     volume.Content() = before;
@@ -220,6 +220,7 @@ TEST(JournalCorruption, StatesOfAnHonestStore) {
                                Change{"the copied data is not there", 31, JournalState::Conflict},
                                Change{"the file was written to", 21, JournalState::Conflict},
                                Change{"what is still to be copied too", 53, JournalState::Conflict},
+                               Change{"what a sample tells of", 58, JournalState::Conflict},
                                Change{"what the run has no part in", 56, JournalState::Replayed}}) {
     Bytes other = good.before;
     std::fill_n(other.begin() + static_cast<std::ptrdiff_t>(change.sector * kSector), kSector,

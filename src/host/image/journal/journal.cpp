@@ -119,6 +119,7 @@ std::error_code WriteBody(BodyWriter& body, BlockDevice& volume, const std::vect
 
 // The first commit sets the dirty mark; a file system needs only a few sectors for that.
 constexpr std::size_t kMostMarks = kMostProofs / 2;
+constexpr std::size_t kSamples = kMostProofs - kMostMarks;
 
 }  // namespace
 
@@ -157,6 +158,7 @@ void RedoJournal::UpdateProof(const std::vector<SectorRun>& runs) {
         mark->second = checksum;
       } else if (sequence_ == 1 && marks_.size() < kMostMarks) {
         marks_.emplace(sector, checksum);
+        proof_.erase(sector);
       } else {
         fresh.emplace(sector, checksum);
       }
@@ -166,6 +168,26 @@ void RedoJournal::UpdateProof(const std::vector<SectorRun>& runs) {
   fresh.merge(proof_);
   proof_ = std::move(fresh);
   while (proof_.size() + marks_.size() > kMostProofs) proof_.erase(std::prev(proof_.end()));
+}
+
+// The mark alone would also be on a volume that a later commit has begun to change.
+void RedoJournal::SampleStillSectors() {
+  std::uint64_t sectors = 0;
+  for (const SectorRange& range : still_) sectors += range.count;
+  HeaderSector now;
+  for (std::size_t i = 0; i < kSamples; ++i) {
+    std::uint64_t at = sectors / kSamples * i + sectors % kSamples * i / kSamples;
+    for (const SectorRange& range : still_) {
+      if (at >= range.count) {
+        at -= range.count;
+        continue;
+      }
+      const std::uint64_t sector = range.first + at;
+      if (marks_.contains(sector) || volume_.Read(sector * kSector, now)) break;
+      proof_.try_emplace(sector, Checksum(now));
+      break;
+    }
+  }
 }
 
 std::array<std::uint8_t, kSector> RedoJournal::ProofSector() const {
@@ -199,6 +221,7 @@ std::error_code RedoJournal::Record(const std::vector<SectorRun>& runs,
   if (const std::error_code error = FindRoom(header)) return error;
 
   const HeaderSector before = sequence_ == 0 ? HeaderSector{} : ProofSector();
+  if (sequence_ == 0) SampleStillSectors();
   ++sequence_;
   UpdateProof(runs);
   BodyWriter body(store_, header.body);

@@ -100,6 +100,7 @@ class RedoJournal {
 
  private:
   std::error_code FindRoom(journal_format::RecordHeader& header);
+  void SampleStillSectors();
   void UpdateProof(const std::vector<SectorRun>& runs);
   // What the journal says once the present commit is done.
   std::array<std::uint8_t, 512> ProofSector() const;
