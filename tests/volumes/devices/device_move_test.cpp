@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <set>
 
+#include "support/seed.h"
 #include "support/tiny_volume.h"
 
 namespace vornalux::test {
@@ -213,6 +215,28 @@ TEST(ImageVolume, CommitsWhatIsAboutASecondOfWorkAndIsDirtyMeanwhile) {
     ASSERT_EQ(volume->Close(), error::kSuccess);
     EXPECT_EQ(world.device.Content()[0], 0);
   }
+}
+
+TEST(ImageVolume, WhereFilesComeToLieDependsOnNoClock) {
+  std::set<Bytes> outcomes;
+  for (const std::uint64_t step : {0U, 90U, 3000U}) {
+    TestRandom random;
+    TinyWorld world(TinyVolume::Format(random, 96));
+    std::uint64_t now = 0;
+    world.limits = {.waiting_move = 2 * TinyVolume::kClusterSize,
+                    .clock = [&now, step] { return now += step; }};
+    const std::unique_ptr<TinyVolume> volume = world.Open();
+    for (int i = 0; i < 300; ++i) {
+      const StreamRef file = TinyVolume::File(static_cast<int>(random.Below(TinyVolume::kFiles)));
+      const auto vcn = static_cast<std::int64_t>(random.Below(4));
+      volume->Move(file, vcn, static_cast<std::int64_t>(random.Below(96)), 4);
+    }
+    ASSERT_EQ(volume->Close(), error::kSuccess);
+    EXPECT_EQ(TinyVolume::Judge(world.device.Content()), "");
+    outcomes.insert({world.device.Content().begin(),
+                     world.device.Content().begin() + TinyVolume::kFirstCluster});
+  }
+  EXPECT_EQ(outcomes.size(), 1U);
 }
 
 TEST(ImageVolume, TakesBackAMoveThatFailsHalfway) {
