@@ -16,10 +16,14 @@ using namespace journal_format;
 constexpr std::size_t kVolume = 64 * kSector;
 const VolumeIdentity kIdentity{{'T', 'E', 'S', 'T'}, 42, kVolume, 4096, {}, "here"};
 
-const std::vector<SectorRun> kMark = {{60, Bytes(kSector, 0x44)}};
+const Bytes kMarked(kSector, 0x44);
+const Bytes kTwo(2 * kSector, 0x22);
+const Bytes kOne(kSector, 0x33);
+const Bytes kMoving(2 * kSector, 0x66);
+constexpr std::size_t kFirstBody = kBodiesOffset;
 
 // A run that was interrupted inside its second commit, before anything of it was applied. The
-// commit relies on data that was copied from sector 20 to 30.
+// commit relies on data that was copied from sector 20 to 30, and copies from sector 52 to 50.
 struct Interrupted {
   Bytes unmarked = Bytes(kVolume, 0x11);
   Bytes before = unmarked;
@@ -28,8 +32,10 @@ struct Interrupted {
   Bytes first_store;  // as it was in the first commit
 
   Interrupted() {
-    std::vector<SectorRun> runs = {{3, Bytes(2 * kSector, 0x22)}, {40, Bytes(kSector, 0x33)}};
-    std::fill_n(before.begin() + 60 * kSector, kSector, std::uint8_t{0x44});
+    const std::vector<SectorRun> runs = {{3, kTwo}, {40, kOne}, {50, kMoving, 52}};
+    std::copy(kMoving.begin(), kMoving.end(), unmarked.begin() + 52 * kSector);
+    before = unmarked;
+    std::copy(kMarked.begin(), kMarked.end(), before.begin() + 60 * kSector);
     after = before;
     for (const SectorRun& run : runs) {
       std::copy(run.content.begin(), run.content.end(),
@@ -38,14 +44,48 @@ struct Interrupted {
     MemoryDevice volume(unmarked);
     MemoryDevice device(0, true);
     RedoJournal journal(device, volume);
-    EXPECT_FALSE(journal.Begin(kIdentity, {{0, 64}}));
-    EXPECT_FALSE(journal.Record(kMark));
+    EXPECT_FALSE(journal.Begin(kIdentity, {{0, 48}, {56, 8}}));
+    EXPECT_FALSE(journal.Record({{60, kMarked}}));
     first_store = device.Content();
     volume.Content() = before;
     EXPECT_FALSE(journal.Settle());
     const auto data = std::span(before).subspan(20 * kSector, 2 * kSector);
     EXPECT_FALSE(journal.Record(runs, {{20, 30, 2, Checksum(data)}}));
     store = device.Content();
+  }
+
+  // The same as the version before wrote it: one record in a fixed place, with all content.
+  Bytes OneRecordStore() const {
+    Bytes old(kRecordOffset + kSector);
+    std::copy_n(store.begin(), kRecordOffset, old.begin());
+    std::copy_n(store.begin() + kRecordOffset, 48, old.begin() + kRecordOffset);
+    StoreLittle<std::uint32_t>(old, 8, kOneRecordVersion);
+    StoreLittle<std::uint32_t>(old, kSector - 4, Checksum(std::span(old).first(kSector - 4)));
+    const auto append = [&old](std::span<const std::uint8_t> bytes) {
+      old.insert(old.end(), bytes.begin(), bytes.end());
+    };
+    const auto body = std::span(store).subspan(kFirstBody);
+    for (std::size_t run = 0; run < 3; ++run) append(body.subspan(run * kRunBytes, 16));
+    append(body.subspan(3 * kRunBytes, 5 * kChecksumBytes + 3 * kSector));
+    append(kMoving);
+    append(body.subspan(3 * kRunBytes + 5 * kChecksumBytes + 3 * kSector, kCopyBytes));
+    append(std::span(store).last(kSector));
+    Seal(old, kOneRecordVersion);
+    return old;
+  }
+
+  // Makes the checksums of a changed record fit, as long as the store holds as much as it says.
+  static void Seal(Bytes& store, std::uint32_t version = kVersion) {
+    const auto sector = std::span(store).subspan<kRecordOffset, kSector>();
+    const auto seal = [&] { StoreLittle<std::uint32_t>(sector, 508, Checksum(sector.first(508))); };
+    seal();
+    HeaderSector copy;
+    std::ranges::copy(sector, copy.begin());
+    const RecordHeader header = DecodeRecordHeader(copy, version).value();
+    if (header.body > header.BodyEnd() || header.BodyEnd() > store.size()) return;
+    const auto body = std::span(store).subspan(header.body, header.BodyEnd() - header.body);
+    StoreLittle<std::uint32_t>(sector, 32, Checksum(body));
+    seal();
   }
 };
 
@@ -70,18 +110,6 @@ JournalState RecoverSafely(const Bytes& store_content, Bytes& volume_content,
   return finding.state;
 }
 
-// Makes the checksums fit again after the record was changed.
-void Reseal(Bytes& store) {
-  const auto header = std::span(store).subspan(kRecordOffset, kSector);
-  const std::uint64_t body = LoadLittle<std::uint64_t>(header, 16) * kRunBytes +
-                             LoadLittle<std::uint64_t>(header, 24) * (kChecksumBytes + kSector) +
-                             LoadLittle<std::uint64_t>(header, 40) * kCopyBytes + kSector;
-  if (body <= store.size() - kBodyOffset) {
-    StoreLittle<std::uint32_t>(header, 32, Checksum(std::span(store).subspan(kBodyOffset, body)));
-  }
-  StoreLittle<std::uint32_t>(header, kSector - 4, Checksum(header.first(kSector - 4)));
-}
-
 // Damaged anywhere a record counts in full or not at all. With checksums that fit, what it says
 // may happen, and nothing else.
 TEST(JournalCorruption, RandomDamageIsNeverReplayed) {
@@ -92,9 +120,11 @@ TEST(JournalCorruption, RandomDamageIsNeverReplayed) {
     const bool forged = round % 2 != 0;
     Bytes store = good.store;
     if (forged) {
-      const std::uint64_t at = kRecordOffset + 8 * Below(random, 80);
-      StoreLittle<std::uint64_t>(store, at, random() >> Below(random, 64));
-      Reseal(store);
+      const std::uint64_t number = 1 + Below(random, 29);  // of the header, the tables
+      StoreLittle<std::uint64_t>(
+          store, number < 8 ? kRecordOffset + 8 * number : kFirstBody + 8 * (number - 8),
+          random() >> Below(random, 64));
+      Interrupted::Seal(store);
     } else {
       for (std::uint64_t i = 1 + Below(random, 3); i > 0; --i) {
         store[Below(random, store.size())] = static_cast<std::uint8_t>(random());
@@ -118,10 +148,14 @@ TEST(JournalCorruption, ForgedNumbersAreRefused) {
   constexpr std::uint64_t kRuns = kRecordOffset + 16;
   constexpr std::uint64_t kSectors = kRecordOffset + 24;
   constexpr std::uint64_t kCopies = kRecordOffset + 40;
-  constexpr std::uint64_t kFirst = kBodyOffset;
-  constexpr std::uint64_t kCount = kBodyOffset + 8;
-  constexpr std::uint64_t kSecondFirst = kBodyOffset + 16;
-  constexpr std::uint64_t kCopy = kBodyOffset + 2 * kRunBytes + 3 * (kChecksumBytes + kSector);
+  constexpr std::uint64_t kBody = kRecordOffset + 48;
+  constexpr std::uint64_t kContents = kRecordOffset + 56;
+  constexpr std::uint64_t kFirst = kFirstBody;
+  constexpr std::uint64_t kCount = kFirst + 8;
+  constexpr std::uint64_t kSource = kFirst + 16;
+  constexpr std::uint64_t kSecondFirst = kFirst + kRunBytes;
+  constexpr std::uint64_t kMovedFrom = kFirst + 2 * kRunBytes + 16;
+  constexpr std::uint64_t kCopy = kFirst + 3 * kRunBytes + 5 * kChecksumBytes + 3 * kSector;
   constexpr std::uint64_t kMax = ~std::uint64_t{0};
   const Forgery forgeries[] = {
       {"no runs", kRuns, 0, JournalState::Conflict},
@@ -129,7 +163,14 @@ TEST(JournalCorruption, ForgedNumbersAreRefused) {
       {"runs times their size overflows", kRuns, std::uint64_t{1} << 60, JournalState::Idle},
       {"no sectors", kSectors, 0, JournalState::Conflict},
       {"more sectors than the store holds", kSectors, kMax, JournalState::Idle},
-      {"sectors times their size overflows", kSectors, (kMax / 520) + 2, JournalState::Idle},
+      {"sectors times their size overflows", kSectors, (kMax / 8) + 2, JournalState::Idle},
+      {"contents times their size overflow", kContents, (kMax / 512) + 2, JournalState::Idle},
+      {"more contents than sectors", kContents, 6, JournalState::Idle},
+      {"a body behind the store", kBody, kMax, JournalState::Idle},
+      {"content that the record lacks", kMovedFrom, kMax, JournalState::Conflict},
+      {"content twice", kSource, 10, JournalState::Conflict},
+      {"content from past the end", kMovedFrom, 63, JournalState::Conflict},
+      {"content from where other lies", kMovedFrom, 10, JournalState::Conflict},
       {"a run without sectors", kCount, 0, JournalState::Conflict},
       {"a run longer than the record", kCount, 4, JournalState::Conflict},
       {"runs shorter than the record", kCount, 1, JournalState::Conflict},
@@ -150,7 +191,7 @@ TEST(JournalCorruption, ForgedNumbersAreRefused) {
     SCOPED_TRACE(forgery.what);
     Bytes store = good.store;
     StoreLittle<std::uint64_t>(store, forgery.offset, forgery.value);
-    Reseal(store);
+    Interrupted::Seal(store);
     Bytes volume = good.before;
     EXPECT_EQ(RecoverSafely(store, volume), forgery.expected);
   }
@@ -178,7 +219,9 @@ TEST(JournalCorruption, StatesOfAnHonestStore) {
                                Change{"neither old nor new", 40, JournalState::Conflict},
                                Change{"the copied data is not there", 31, JournalState::Conflict},
                                Change{"the file was written to", 21, JournalState::Conflict},
-                               Change{"what the run has no part in", 50, JournalState::Replayed}}) {
+                               Change{"what is still to be copied too", 53, JournalState::Conflict},
+                               Change{"what a sample tells of", 58, JournalState::Conflict},
+                               Change{"what the run has no part in", 56, JournalState::Replayed}}) {
     Bytes other = good.before;
     std::fill_n(other.begin() + static_cast<std::ptrdiff_t>(change.sector * kSector), kSector,
                 std::uint8_t{0x55});
@@ -201,6 +244,18 @@ TEST(JournalCorruption, StatesOfAnHonestStore) {
   MemoryDevice its_store(good.store, true);
   EXPECT_EQ(RedoJournal(its_store, dying).Recover(kIdentity).state, JournalState::Replayed);
   EXPECT_EQ(disk.Content(), good.after);
+
+  // What the version before left is finished, and gone on with as today.
+  MemoryDevice old_store(good.OneRecordStore(), true);
+  MemoryDevice old_volume(good.before);
+  RedoJournal old(old_store, old_volume);
+  EXPECT_EQ(old.Recover(kIdentity).state, JournalState::Replayed);
+  EXPECT_EQ(old_volume.Content(), good.after);
+  EXPECT_FALSE(old.Continue());
+  EXPECT_EQ(old.Judge(kIdentity).state, JournalState::Idle);
+  EXPECT_FALSE(old.Record({{7, kOne}}));
+  EXPECT_EQ(RedoJournal(old_store, old_volume).Recover(kIdentity).state, JournalState::Replayed);
+  EXPECT_EQ(old_volume.Content()[7 * kSector], 0x33);
 
   Bytes unmarked = good.unmarked;
   EXPECT_EQ(RecoverSafely(good.first_store, unmarked), JournalState::Empty);

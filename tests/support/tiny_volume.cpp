@@ -183,12 +183,15 @@ std::unique_ptr<TinyVolume> TinyWorld::Open(DeviceLog* log, BlockDevice* instead
   store.journal_home = std::make_unique<MemoryJournalHome>(journal);
   store.identity = TinyVolume::Identity();
   store.recovering = recovering;
+  store.limits = limits;
   return std::make_unique<TinyVolume>(std::move(store));
 }
 
-std::string TinyWorld::Recover() {
+std::string TinyWorld::Recover(DeviceLog* log) {
   if (!journal.exists) return device.Content()[0] == 0 ? "" : "dirty without a journal";
-  const JournalFinding finding = RedoJournal(journal.store, device).Recover(TinyVolume::Identity());
+  RecordingDevice volume(device, log, 0);
+  RecordingDevice store(journal.store, log, 1);
+  const JournalFinding finding = RedoJournal(store, volume).Recover(TinyVolume::Identity());
   if (finding.error) return finding.error.message();
   if (finding.state == JournalState::Empty) {
     return device.Content()[0] == 0 ? "" : "dirty with an empty journal";
@@ -196,7 +199,7 @@ std::string TinyWorld::Recover() {
   if (finding.state != JournalState::Idle && finding.state != JournalState::Replayed) {
     return finding.detail;
   }
-  if (const ErrorCode code = Open(nullptr, nullptr, true)->Recover()) {
+  if (const ErrorCode code = Open(log, nullptr, true)->Recover()) {
     return "error " + std::to_string(code);
   }
   if (journal.exists) return "the journal was not removed";

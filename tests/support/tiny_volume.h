@@ -83,10 +83,11 @@ struct TinyWorld {
   std::unique_ptr<TinyVolume> Open(DeviceLog* log = nullptr, BlockDevice* instead = nullptr,
                                    bool recovering = false);
   // What a program does that finds a journal. Says what went wrong.
-  std::string Recover();
+  std::string Recover(DeviceLog* log = nullptr);
 
   MemoryDevice device;
   MemoryJournal journal;
+  CommitLimits limits{.clock = [] { return 0; }};
 };
 
 }  // namespace vornalux::test

@@ -10,11 +10,11 @@ namespace {
 
 // The plain definition, a bit at a time.
 struct PlainMap {
-  explicit PlainMap(std::size_t clusters) : used(clusters), held(clusters) {}
+  explicit PlainMap(std::size_t clusters) : used(clusters), held(clusters), fresh(clusters) {}
 
   void Set(std::size_t lcn, bool value, bool holds) {
     if (lcn >= used.size()) return;
-    if (used[lcn] && !value && holds) held[lcn] = true;
+    if (used[lcn] && !value && holds) held[lcn] = fresh[lcn] = true;
     used[lcn] = value;
   }
   void SetBytes(std::size_t lcn, std::span<const std::uint8_t> bytes, bool holds) {
@@ -25,6 +25,7 @@ struct PlainMap {
 
   std::vector<bool> used;
   std::vector<bool> held;
+  std::vector<bool> fresh;
 };
 
 void Compare(const AllocationMap& map, const PlainMap& plain, std::size_t lcn, std::size_t count) {
@@ -85,8 +86,13 @@ TEST(AllocationMap, AgreesWithAPlainMapBitForBit) {
           break;
         case 4:
           if (Below(random, 8) != 0) break;
-          map.ReleaseHeld();
-          plain.held.assign(clusters, false);
+          if (Below(random, 2) == 0) {
+            map.ReleaseHeld();
+            plain.fresh.assign(clusters, false);
+          } else {
+            map.AgeHeld();
+          }
+          plain.held = std::exchange(plain.fresh, std::vector<bool>(clusters));
           break;
         default: {
           PlainMap copied(clusters);

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <set>
 
+#include "support/seed.h"
 #include "support/tiny_volume.h"
 
 namespace vornalux::test {
@@ -161,31 +163,80 @@ TEST(ImageVolume, SmallMovesIntoHeldClustersWaitForTheCommit) {
 }
 
 TEST(ImageVolume, CommitsBeforeALargeMoveIntoHeldClusters) {
+  constexpr std::int64_t kLarge = 1100;  // clusters
   TinyWorld world(Regular(4096));
+  world.limits.waiting_move = kLarge * TinyVolume::kClusterSize - 1;
   DeviceLog log;
   const std::unique_ptr<TinyVolume> volume = world.Open(&log);
-  volume->Clusters().Use(1200, 1100);
+  volume->Clusters().Use(1200, kLarge);
   ASSERT_EQ(volume->Move(TinyVolume::File(1), 0, 3000, 2), error::kSuccess);
   ASSERT_EQ(volume->Commit(), error::kSuccess);
   ASSERT_EQ(volume->Move(TinyVolume::File(1), 0, 60, 2), error::kSuccess);
   const auto before = VolumeFlushes(log);
-  volume->lie = {{0, 1200, 1100}};
-  EXPECT_EQ(volume->Move(TinyVolume::File(2), 0, 2950, 1100), error::kSuccess);
+  volume->lie = {{0, 1200, kLarge}};
+  EXPECT_EQ(volume->Move(TinyVolume::File(2), 0, 2950, kLarge), error::kSuccess);
   EXPECT_EQ(VolumeFlushes(log), before + 2);
 }
 
-TEST(ImageVolume, CommitsFullBatchesAndIsDirtyMeanwhile) {
-  TinyWorld world(Regular(600));
-  const std::unique_ptr<TinyVolume> volume = world.Open();
-  int moves = 0;
-  do {
-    ASSERT_EQ(volume->Move(TinyVolume::File(1), 0, 60 + moves, 1), error::kSuccess);
-    EXPECT_EQ(world.device.Content()[0], 1) << "marked before anything moves";
-    ++moves;
-  } while (volume->Device().HasPending() && moves < 500);
-  EXPECT_EQ(moves, 256);
-  ASSERT_EQ(volume->Close(), error::kSuccess);
-  EXPECT_EQ(world.device.Content()[0], 0);
+// How much waits for a commit follows from the time that the commits before it took.
+TEST(ImageVolume, CommitsWhatIsAboutASecondOfWorkAndIsDirtyMeanwhile) {
+  constexpr std::int64_t kFile = 100;  // clusters
+  struct Case {
+    const char* what;
+    std::uint64_t milliseconds;  // from one look at the clock to the next
+    std::vector<int> moves;      // up to each commit
+  };
+  for (const Case& c :
+       {Case{"a fast disk", 10, {10, 20, 40, 40}}, Case{"a slow one", 300, {4, 2, 2}},
+        Case{"one that is slow even for one move", 1500, {1, 1, 1}}}) {
+    SCOPED_TRACE(c.what);
+    TinyWorld world(Regular(600));
+    std::uint64_t now = 5;
+    constexpr std::uint64_t kBytes = kFile * TinyVolume::kClusterSize;
+    world.limits = {
+        .first_bytes = 10 * kBytes, .least_bytes = kBytes, .most_bytes = 40 * kBytes, .clock = [&] {
+          return now += c.milliseconds;
+        }};
+    const std::unique_ptr<TinyVolume> volume = world.Open();
+    volume->lie = {{0, 100, kFile}};
+    volume->Clusters().Use(100, kFile);
+    for (const int expected : c.moves) {
+      int moves = 0;
+      do {
+        const std::int64_t to = volume->lie[0].lcn == 100 ? 200 : 100;
+        ASSERT_EQ(volume->Move(TinyVolume::File(1), 0, to, kFile), error::kSuccess);
+        EXPECT_EQ(world.device.Content()[0], 1) << "marked before anything moves";
+        volume->lie[0].lcn = to;
+        ++moves;
+      } while (volume->Device().HasPending() && moves < 100);
+      EXPECT_EQ(moves, expected);
+    }
+    volume->lie.clear();
+    ASSERT_EQ(volume->Close(), error::kSuccess);
+    EXPECT_EQ(world.device.Content()[0], 0);
+  }
+}
+
+TEST(ImageVolume, WhereFilesComeToLieDependsOnNoClock) {
+  std::set<Bytes> outcomes;
+  for (const std::uint64_t step : {0U, 90U, 3000U}) {
+    TestRandom random;
+    TinyWorld world(TinyVolume::Format(random, 96));
+    std::uint64_t now = 0;
+    world.limits = {.waiting_move = 2 * TinyVolume::kClusterSize,
+                    .clock = [&now, step] { return now += step; }};
+    const std::unique_ptr<TinyVolume> volume = world.Open();
+    for (int i = 0; i < 300; ++i) {
+      const StreamRef file = TinyVolume::File(static_cast<int>(random.Below(TinyVolume::kFiles)));
+      const auto vcn = static_cast<std::int64_t>(random.Below(4));
+      volume->Move(file, vcn, static_cast<std::int64_t>(random.Below(96)), 4);
+    }
+    ASSERT_EQ(volume->Close(), error::kSuccess);
+    EXPECT_EQ(TinyVolume::Judge(world.device.Content()), "");
+    outcomes.insert({world.device.Content().begin(),
+                     world.device.Content().begin() + TinyVolume::kFirstCluster});
+  }
+  EXPECT_EQ(outcomes.size(), 1U);
 }
 
 TEST(ImageVolume, TakesBackAMoveThatFailsHalfway) {

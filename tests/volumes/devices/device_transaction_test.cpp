@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <array>
@@ -7,6 +8,7 @@
 #include "host/image/device/scratch_device.h"
 #include "host/image/device/window_device.h"
 #include "host/image/journal/journal.h"
+#include "host/image/journal/journal_format.h"
 #include "host/image/journal/transaction.h"
 #include "support/devices.h"
 #include "support/seed.h"
@@ -56,9 +58,12 @@ TEST(Transaction, CommitsInTheOnlySafeOrder) {
   EXPECT_FALSE(stack.transaction.WriteData(40 * kSector, Bytes(kSector, 0xBB)));
   EXPECT_EQ(stack.Calls(), "vw ");
   EXPECT_FALSE(stack.transaction.Commit());
+  EXPECT_EQ(stack.Calls(), "vw vf jw jf vw ");
+  EXPECT_FALSE(stack.transaction.Settle());
   EXPECT_EQ(stack.Calls(), "vw vf jw jf vw vf jw jf ");
 
   stack.log.clear();
+  EXPECT_FALSE(stack.transaction.Settle());
   EXPECT_FALSE(stack.transaction.Commit());
   EXPECT_EQ(stack.Calls(), "") << "nothing to commit";
   EXPECT_FALSE(stack.transaction.Write(700, Bytes(20, 0xAA)));
@@ -66,7 +71,11 @@ TEST(Transaction, CommitsInTheOnlySafeOrder) {
   EXPECT_EQ(stack.Calls(), "") << "what is there already needs no commit";
   EXPECT_FALSE(stack.transaction.Write(700, Bytes(20, 0xCC)));
   EXPECT_FALSE(stack.transaction.Commit());
-  EXPECT_EQ(stack.Calls(), "jw jf vw vf jw jf ") << "no data, no flush for it";
+  EXPECT_EQ(stack.Calls(), "jw jf vw ") << "no data, no flush for it";
+  stack.log.clear();
+  EXPECT_FALSE(stack.transaction.Write(700, Bytes(20, 0xDD)));
+  EXPECT_FALSE(stack.transaction.Commit());
+  EXPECT_EQ(stack.Calls(), "vf jw jf vw ") << "the last one is done before it is forgotten";
 }
 
 TEST(Transaction, NeighboursAreWrittenAsOneRun) {
@@ -214,13 +223,13 @@ TEST(Transaction, GathersPiecesOfAnySizeInOrder) {
   EXPECT_TRUE(stack.transaction.GatherData(pieces, kTo)) << "half a sector is refused";
 
   // Given up in a move that has already put something into clusters that are still referred to.
-  const std::uint64_t pending = stack.transaction.PendingSectors();
+  const std::uint64_t waiting = stack.transaction.WaitingBytes();
   for (const std::size_t end : {1U, 2U, 3U}) {
     std::vector<std::uint64_t> heard;
     stack.transaction.BeginMove();
     const std::error_code error = stack.transaction.GatherData(
         whole, kTo, std::vector<ByteRange>{{kTo + kSector, kSector}}, [&](std::uint64_t bytes) {
-          EXPECT_EQ(stack.transaction.PendingSectors(), pending + 1);
+          EXPECT_EQ(stack.transaction.WaitingBytes(), waiting + kSector);
           heard.push_back(bytes);
           return heard.size() == end;
         });
@@ -228,7 +237,7 @@ TEST(Transaction, GathersPiecesOfAnySizeInOrder) {
     EXPECT_EQ(error == std::errc::operation_canceled, end < 3) << end;
     EXPECT_EQ(heard.size(), std::min<std::size_t>(end, 2));
     EXPECT_EQ(heard.back(), heard.size() * (2 << 20));
-    EXPECT_EQ(stack.transaction.PendingSectors(), pending);
+    EXPECT_EQ(stack.transaction.WaitingBytes(), waiting);
   }
 }
 
@@ -254,7 +263,7 @@ class MovingFiles {
     if (to.count == 0) return;
     std::vector<ByteRange> guarded;
     for (std::uint64_t i = to.first; i < to.first + to.count; ++i) {
-      if (held_[i]) guarded.push_back({i * kSector, kSector});
+      if (held_[i] > 0) guarded.push_back({i * kSector, kSector});
     }
     transaction_.BeginMove();
     ASSERT_FALSE(transaction_.GatherData(
@@ -266,7 +275,7 @@ class MovingFiles {
     transaction_.KeepMove();
     for (std::uint64_t i = from.first; i < from.first + from.count; ++i) {
       used_[i] = false;
-      held_[i] = true;
+      held_[i] = 2;
     }
     std::fill_n(used_.begin() + static_cast<std::ptrdiff_t>(to.first), to.count, true);
     files_[file] = to;
@@ -303,7 +312,7 @@ class MovingFiles {
       }
     }
     durable_ = files_;
-    held_.fill(false);
+    for (int& commits : held_) commits -= !log_.empty() && commits > 0;
   }
 
  private:
@@ -337,7 +346,7 @@ class MovingFiles {
   RedoJournal journal_{recorded_store_, volume_};
   Transaction transaction_{volume_};
   std::array<bool, kSectors> used_{};
-  std::array<bool, kSectors> held_{};
+  std::array<int, kSectors> held_{};  // for so many commits
   std::vector<SectorRange> files_;
   std::vector<SectorRange> durable_;
 };
@@ -377,13 +386,25 @@ TEST(Transaction, RefusesAllWorkAfterAFailedCommit) {
   MemoryDevice store(0, true);
   RedoJournal journal(store, failing);
   Transaction transaction(failing, &journal);
-  EXPECT_FALSE(transaction.Write(0, Bytes(kSector, 1)));
+  EXPECT_FALSE(transaction.WriteData(kSector, Bytes(kSector, 1)));
   failing.FailAt(0, false);
   EXPECT_EQ(transaction.Commit(), std::errc::io_error);
   EXPECT_TRUE(transaction.Failed());
   EXPECT_EQ(transaction.Commit(), std::errc::io_error);
   EXPECT_EQ(transaction.Write(0, Bytes(1)), std::errc::io_error);
   EXPECT_EQ(transaction.WriteData(0, Bytes(kSector)), std::errc::io_error);
+}
+
+TEST(JournalChecksum, IsThatOfZlibInPiecesOfAnyLength) {
+  TestRandom random;
+  Bytes bytes(3000);
+  for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random());
+  for (int round = 0; round < 3000; ++round) {
+    const std::size_t first = Below(random, 100);
+    const auto part = std::span(bytes).subspan(first, Below(random, round < 400 ? 200 : 2900));
+    const auto before = static_cast<std::uint32_t>(random());
+    ASSERT_EQ(journal_format::Checksum(part, before), ::crc32_z(before, part.data(), part.size()));
+  }
 }
 
 TEST(WindowDevice, ReachesNothingOutside) {

@@ -18,7 +18,9 @@ using namespace journal_format;
 // Appends to the store in large writes and sums up what went by.
 class BodyWriter {
  public:
-  explicit BodyWriter(BlockDevice& store) : store_(store) { buffer_.reserve(kPieceBytes); }
+  BodyWriter(BlockDevice& store, std::uint64_t offset) : store_(store), offset_(offset) {
+    buffer_.reserve(kPieceBytes);
+  }
 
   std::error_code Append(std::span<const std::uint8_t> bytes) {
     while (!bytes.empty()) {
@@ -45,7 +47,7 @@ class BodyWriter {
  private:
   BlockDevice& store_;
   std::vector<std::uint8_t> buffer_;
-  std::uint64_t offset_ = kBodyOffset;
+  std::uint64_t offset_;
   std::uint32_t checksum_ = 0;
 };
 
@@ -53,7 +55,8 @@ std::error_code WriteRunTable(BodyWriter& body, const std::vector<SectorRun>& ru
   for (const SectorRun& run : runs) {
     std::array<std::uint8_t, kRunBytes> entry;
     StoreLittle<std::uint64_t>(entry, 0, run.first_sector);
-    StoreLittle<std::uint64_t>(entry, 8, run.content.size() / kSector);
+    StoreLittle<std::uint64_t>(entry, 8, run.Sectors());
+    StoreLittle<std::uint64_t>(entry, 16, run.source);
     if (const std::error_code error = body.Append(entry)) return error;
   }
   return {};
@@ -80,7 +83,7 @@ std::error_code WriteChecksumTable(BodyWriter& body, BlockDevice& volume,
       before.resize(length);
       std::error_code error = volume.Read(run.first_sector * kSector + at, before);
       if (error) return error;
-      error = WriteChecksums(body, before, std::span(run.content).subspan(at, length));
+      error = WriteChecksums(body, before, run.content.subspan(at, length));
       if (error) return error;
     }
   }
@@ -100,20 +103,23 @@ std::error_code WriteCopyTable(BodyWriter& body, const std::vector<CopiedRange>&
 }
 
 std::error_code WriteBody(BodyWriter& body, BlockDevice& volume, const std::vector<SectorRun>& runs,
-                          const std::vector<CopiedRange>& copies,
-                          std::span<const std::uint8_t> proof) {
+                          const std::vector<CopiedRange>& copies, const HeaderSector& proof_before,
+                          const HeaderSector& proof_after) {
   if (const std::error_code error = WriteRunTable(body, runs)) return error;
   if (const std::error_code error = WriteChecksumTable(body, volume, runs)) return error;
   for (const SectorRun& run : runs) {
+    if (run.source != SectorRun::kNoSource) continue;
     if (const std::error_code error = body.Append(run.content)) return error;
   }
   if (const std::error_code error = WriteCopyTable(body, copies)) return error;
-  if (const std::error_code error = body.Append(proof)) return error;
+  if (const std::error_code error = body.Append(proof_before)) return error;
+  if (const std::error_code error = body.Append(proof_after)) return error;
   return body.Finish();
 }
 
 // The first commit sets the dirty mark; a file system needs only a few sectors for that.
 constexpr std::size_t kMostMarks = kMostProofs / 2;
+constexpr std::size_t kSamples = kMostProofs - kMostMarks;
 
 }  // namespace
 
@@ -124,7 +130,7 @@ std::error_code RedoJournal::Begin(const VolumeIdentity& identity, std::vector<S
   still_ = std::move(still);
   // A record must never come to stand under an identity that it was not written for.
   if (store_.Size() > kProofOffset) {
-    const std::vector<std::uint8_t> zeros(kBodyOffset - kProofOffset);
+    const std::vector<std::uint8_t> zeros(kBodiesOffset - kProofOffset);
     if (const std::error_code error = store_.Write(kProofOffset, zeros)) return error;
     if (const std::error_code error = store_.Flush()) return error;
   }
@@ -142,15 +148,17 @@ bool RedoJournal::StaysPut(std::uint64_t sector) const {
 void RedoJournal::UpdateProof(const std::vector<SectorRun>& runs) {
   std::map<std::uint64_t, std::uint32_t> fresh;
   for (const SectorRun& run : runs) {
+    if (run.source != SectorRun::kNoSource) continue;  // file data
     for (std::size_t at = 0; at < run.content.size(); at += kSector) {
       const std::uint64_t sector = run.first_sector + at / kSector;
       const bool known = marks_.contains(sector) || proof_.contains(sector);
       if (!known && (fresh.size() >= kMostProofs || !StaysPut(sector))) continue;
-      const std::uint32_t checksum = Checksum(std::span(run.content).subspan(at, kSector));
+      const std::uint32_t checksum = Checksum(run.content.subspan(at, kSector));
       if (const auto mark = marks_.find(sector); mark != marks_.end()) {
         mark->second = checksum;
       } else if (sequence_ == 1 && marks_.size() < kMostMarks) {
         marks_.emplace(sector, checksum);
+        proof_.erase(sector);
       } else {
         fresh.emplace(sector, checksum);
       }
@@ -162,30 +170,70 @@ void RedoJournal::UpdateProof(const std::vector<SectorRun>& runs) {
   while (proof_.size() + marks_.size() > kMostProofs) proof_.erase(std::prev(proof_.end()));
 }
 
+// The mark alone would also be on a volume that a later commit has begun to change.
+void RedoJournal::SampleStillSectors() {
+  std::uint64_t sectors = 0;
+  for (const SectorRange& range : still_) sectors += range.count;
+  HeaderSector now;
+  for (std::size_t i = 0; i < kSamples; ++i) {
+    std::uint64_t at = sectors / kSamples * i + sectors % kSamples * i / kSamples;
+    for (const SectorRange& range : still_) {
+      if (at >= range.count) {
+        at -= range.count;
+        continue;
+      }
+      const std::uint64_t sector = range.first + at;
+      if (marks_.contains(sector) || volume_.Read(sector * kSector, now)) break;
+      proof_.try_emplace(sector, Checksum(now));
+      break;
+    }
+  }
+}
+
 std::array<std::uint8_t, kSector> RedoJournal::ProofSector() const {
   Proof proof{sequence_, proof_};
   proof.sectors.insert(marks_.begin(), marks_.end());
   return EncodeProof(proof);
 }
 
+// In front of the last body or behind it, so that a record is whole at any time. Where neither has
+// room the last one is done with first, since nobody needs it any more.
+std::error_code RedoJournal::FindRoom(RecordHeader& header) {
+  const std::uint64_t length = header.BodyEnd() - header.body;
+  header.body = kBodiesOffset;
+  if (live_end_ == 0 || kBodiesOffset + length <= live_begin_) return {};
+  header.body = (live_end_ + kBlock - 1) / kBlock * kBlock;
+  if (header.body + length <= kBodiesOffset + kRoom) return {};
+  header.body = kBodiesOffset;
+  return Settle();
+}
+
 std::error_code RedoJournal::Record(const std::vector<SectorRun>& runs,
                                     const std::vector<CopiedRange>& copies) try {
   RecordHeader header;
-  header.sequence = ++sequence_;
+  header.sequence = sequence_ + 1;
   header.runs = runs.size();
   header.copies = copies.size();
-  for (const SectorRun& run : runs) header.sectors += run.content.size() / kSector;
+  for (const SectorRun& run : runs) {
+    header.sectors += run.Sectors();
+    if (run.source == SectorRun::kNoSource) header.contents += run.Sectors();
+  }
+  if (const std::error_code error = FindRoom(header)) return error;
 
+  const HeaderSector before = sequence_ == 0 ? HeaderSector{} : ProofSector();
+  if (sequence_ == 0) SampleStillSectors();
+  ++sequence_;
   UpdateProof(runs);
-  BodyWriter body(store_);
-  if (const std::error_code error = WriteBody(body, volume_, runs, copies, ProofSector())) {
+  BodyWriter body(store_, header.body);
+  if (const auto error = WriteBody(body, volume_, runs, copies, before, ProofSector())) {
     return error;
   }
   header.body_checksum = body.BodyChecksum();
   // Header and body may reach the store in any order: it counts only when both checksums agree.
-  if (const std::error_code error = store_.Write(kRecordOffset, EncodeRecordHeader(header))) {
-    return error;
-  }
+  const HeaderSector sector = EncodeRecordHeader(header);
+  if (const std::error_code error = store_.Write(SlotOffset(sequence_), sector)) return error;
+  live_begin_ = header.body;
+  live_end_ = header.BodyEnd();
   return store_.Flush();
 } catch (const std::bad_alloc&) {
   return std::make_error_code(std::errc::not_enough_memory);
@@ -193,6 +241,7 @@ std::error_code RedoJournal::Record(const std::vector<SectorRun>& runs,
 
 std::error_code RedoJournal::Settle() {
   if (const std::error_code error = store_.Write(kProofOffset, ProofSector())) return error;
+  live_end_ = 0;
   return store_.Flush();
 }
 

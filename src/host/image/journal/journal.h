@@ -15,10 +15,21 @@
 
 namespace vornalux {
 
+namespace journal_format {
+struct RecordHeader;
+}
+
 // Sectors that must become durable together.
 struct SectorRun {
-  std::uint64_t first_sector = 0;     // of 512 bytes
-  std::vector<std::uint8_t> content;  // a multiple of 512
+  static constexpr std::uint64_t kNoSource = ~std::uint64_t{0};
+
+  std::uint64_t first_sector = 0;         // of 512 bytes
+  std::span<const std::uint8_t> content;  // a multiple of 512; not owned
+  // Where the same content lies, durable and apart from all runs: it is not written down again.
+  std::uint64_t source = kNoSource;
+
+  std::uint64_t Sectors() const { return content.size() / 512; }
+  std::uint64_t End() const { return first_sector + Sectors(); }
 };
 
 // File data that was copied before the commit that makes it count. All numbers are sectors of 512
@@ -26,7 +37,7 @@ struct SectorRun {
 struct CopiedRange {
   static constexpr std::uint64_t kNoSource = ~std::uint64_t{0};
 
-  std::uint64_t from = kNoSource;  // where the same content lies until the commit after this one
+  std::uint64_t from = kNoSource;  // where the same content lies until the next record is durable
   std::uint64_t to = 0;
   std::uint64_t sectors = 0;
   std::uint32_t checksum = 0;  // of the content
@@ -77,8 +88,9 @@ class RedoJournal {
   std::error_code Continue();
 
   // Writes the runs, in ascending order without overlap, with the checksums of what they replace,
-  // and flushes. From here on the commit will happen, whatever comes between. copies: the data that
-  // the commit relies on, which is durable and apart from the runs.
+  // and flushes. From here on the commit will happen, whatever comes between. The runs recorded
+  // before must be durable on the volume. copies: the data that the commit relies on, which is
+  // durable and apart from the runs.
   std::error_code Record(const std::vector<SectorRun>& runs,
                          const std::vector<CopiedRange>& copies = {});
 
@@ -87,6 +99,8 @@ class RedoJournal {
   std::error_code Settle();
 
  private:
+  std::error_code FindRoom(journal_format::RecordHeader& header);
+  void SampleStillSectors();
   void UpdateProof(const std::vector<SectorRun>& runs);
   // What the journal says once the present commit is done.
   std::array<std::uint8_t, 512> ProofSector() const;
@@ -95,6 +109,8 @@ class RedoJournal {
   BlockDevice& store_;
   BlockDevice& volume_;
   std::uint64_t sequence_ = 0;
+  std::uint64_t live_begin_ = 0;  // of the body that would be needed if the power went now
+  std::uint64_t live_end_ = 0;    // 0: none
   std::vector<SectorRange> still_;
   // Checksums of sectors as the last commit left them: those of the first commit, which sets the
   // dirty mark, stay among them.

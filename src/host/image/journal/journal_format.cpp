@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/image/journal/journal_format.h"
 
-#include <zlib.h>
-
 #include <algorithm>
 #include <cstring>
 #include <string_view>
@@ -16,7 +14,6 @@ namespace {
 constexpr std::string_view kStoreMagic = "VXJOURNL";
 constexpr std::string_view kRecordMagic = "VXRECORD";
 constexpr std::string_view kProofMagic = "VXPROOF1";
-constexpr std::uint32_t kVersion = 2;
 constexpr std::size_t kDeviceAt = 64;
 constexpr std::size_t kPlaceAt = kDeviceAt + kLongestDevice;
 constexpr std::size_t kProofsAt = 24;
@@ -67,9 +64,10 @@ HeaderSector EncodeIdentity(const VolumeIdentity& identity) {
   return sector;
 }
 
-std::optional<VolumeIdentity> DecodeIdentity(const HeaderSector& sector) {
+std::optional<VolumeIdentity> DecodeIdentity(const HeaderSector& sector, std::uint32_t& version) {
   if (!Sealed(sector, kStoreMagic)) return std::nullopt;
-  if (LoadLittle<std::uint32_t>(sector, 8) != kVersion) return std::nullopt;
+  version = LoadLittle<std::uint32_t>(sector, 8);
+  if (version != kVersion && version != kOneRecordVersion) return std::nullopt;
   VolumeIdentity identity;
   std::memcpy(identity.file_system.data(), sector.data() + 16, identity.file_system.size());
   identity.serial = LoadLittle<std::uint64_t>(sector, 24);
@@ -89,18 +87,24 @@ HeaderSector EncodeRecordHeader(const RecordHeader& header) {
   StoreLittle<std::uint64_t>(sector, 24, header.sectors);
   StoreLittle<std::uint32_t>(sector, 32, header.body_checksum);
   StoreLittle<std::uint64_t>(sector, 40, header.copies);
+  StoreLittle<std::uint64_t>(sector, 48, header.body);
+  StoreLittle<std::uint64_t>(sector, 56, header.contents);
   Seal(sector, kRecordMagic);
   return sector;
 }
 
-std::optional<RecordHeader> DecodeRecordHeader(const HeaderSector& sector) {
+std::optional<RecordHeader> DecodeRecordHeader(const HeaderSector& sector, std::uint32_t version) {
   if (!Sealed(sector, kRecordMagic)) return std::nullopt;
   RecordHeader header;
+  header.version = version;
   header.sequence = LoadLittle<std::uint64_t>(sector, 8);
   header.runs = LoadLittle<std::uint64_t>(sector, 16);
   header.sectors = LoadLittle<std::uint64_t>(sector, 24);
   header.body_checksum = LoadLittle<std::uint32_t>(sector, 32);
   header.copies = LoadLittle<std::uint64_t>(sector, 40);
+  const bool one_record = version == kOneRecordVersion;
+  header.body = one_record ? kRecordOffset + kSector : LoadLittle<std::uint64_t>(sector, 48);
+  header.contents = one_record ? header.sectors : LoadLittle<std::uint64_t>(sector, 56);
   return header;
 }
 
@@ -130,10 +134,6 @@ std::optional<Proof> DecodeProof(const HeaderSector& sector) {
         LoadLittle<std::uint32_t>(sector, at + 8);
   }
   return proof;
-}
-
-std::uint32_t Checksum(std::span<const std::uint8_t> bytes, std::uint32_t checksum) {
-  return static_cast<std::uint32_t>(::crc32_z(checksum, bytes.data(), bytes.size()));
 }
 
 }  // namespace vornalux::journal_format

@@ -33,48 +33,56 @@ class RecordReader {
 
   // Does the store hold as much as the header says? Afterwards no offset can overflow.
   bool FitsStore() const {
-    constexpr std::uint64_t kPerSector = kSector + kChecksumBytes;
-    constexpr std::uint64_t kLeast = kBodyOffset + kSector;
-    std::uint64_t room = store_.Size() > kLeast ? store_.Size() - kLeast : 0;
-    if (header_.sectors > room / kPerSector) return false;
-    room -= header_.sectors * kPerSector;
-    if (header_.runs > room / kRunBytes) return false;
-    room -= header_.runs * kRunBytes;
-    return header_.copies <= room / kCopyBytes;
+    std::uint64_t room = store_.Size();
+    const auto take = [&room](std::uint64_t count, std::uint64_t bytes) {
+      if (count > room / bytes) return false;
+      room -= count * bytes;
+      return true;
+    };
+    return take(header_.body, 1) && take(1, header_.ProofBytes()) &&
+           take(header_.sectors, kChecksumBytes) && take(header_.contents, kSector) &&
+           take(header_.runs, header_.RunBytes()) && take(header_.copies, kCopyBytes);
   }
 
   std::error_code BodyMatches(bool& matches);
   std::error_code RunsAreSound(bool& sound);
   // Sets conflict_sector to the first sector of the volume that is neither as it was before the
-  // commit nor as it is after it, or leaves it alone. applied: is any as it is after it alone?
+  // commit nor as it is after it, or whose content is not where the record says, or leaves it
+  // alone. applied: is any as it is after it alone?
   std::error_code FindConflict(std::optional<std::uint64_t>& conflict_sector, bool& applied);
   // Sets conflict_sector to the start of the first copy that is not on the volume, or whose source
   // has got another content since, or leaves it alone.
   std::error_code FindLostCopy(std::optional<std::uint64_t>& conflict_sector);
   // Takes out of a proof what the commit changes.
   std::error_code TakeOut(Proof& proof);
-  // The proof that holds after the commit. Nothing when there is none.
+  // The proof that held before the commit, which the first version keeps elsewhere. Nothing when
+  // there was none.
+  std::error_code ReadProofBefore(std::optional<Proof>& proof);
+  // The one that holds after it. Nothing when there is none.
   std::error_code ReadProof(std::optional<HeaderSector>& proof);
   std::error_code Apply();
 
  private:
-  std::uint64_t ChecksumsAt() const { return kBodyOffset + header_.runs * kRunBytes; }
-  std::uint64_t PayloadAt() const { return ChecksumsAt() + header_.sectors * kChecksumBytes; }
-  std::uint64_t CopiesAt() const { return PayloadAt() + header_.sectors * kSector; }
-  std::uint64_t ProofAt() const { return CopiesAt() + header_.copies * kCopyBytes; }
-  std::uint64_t BodyEnd() const { return ProofAt() + kSector; }
+  // Sectors of one run that are looked at together.
+  struct Piece {
+    std::uint64_t first = 0;    // on the volume
+    std::uint64_t index = 0;    // among all sectors of the record
+    std::uint64_t content = 0;  // index among those whose content the record holds, or the first
+    bool elsewhere = false;     // sector of the volume from which it comes
+    std::size_t sectors = 0;
+  };
 
   template <typename Visit>
   std::error_code EachRun(Visit visit);
   template <typename Visit>
   std::error_code EachPiece(Visit visit);
-  std::error_code ReadPayload(std::uint64_t index, std::size_t sectors);
+  std::error_code ReadPiece(const Piece& piece);
   std::error_code Holds(std::uint64_t first, const CopiedRange& copy, bool& holds);
 
   BlockDevice& store_;
   BlockDevice& volume_;
   RecordHeader header_;
-  std::vector<std::uint8_t> payload_;
+  std::vector<std::uint8_t> content_;
   std::vector<std::uint8_t> checksums_;
   std::vector<std::uint8_t> current_;
 };
@@ -82,8 +90,8 @@ class RecordReader {
 std::error_code RecordReader::BodyMatches(bool& matches) {
   std::uint32_t checksum = 0;
   std::vector<std::uint8_t> piece;
-  for (std::uint64_t at = kBodyOffset; at < BodyEnd(); at += piece.size()) {
-    piece.resize(AtMost(kPieceBytes, BodyEnd() - at));
+  for (std::uint64_t at = header_.body; at < header_.BodyEnd(); at += piece.size()) {
+    piece.resize(AtMost(kPieceBytes, header_.BodyEnd() - at));
     if (const std::error_code error = store_.Read(at, piece)) return error;
     checksum = Checksum(piece, checksum);
   }
@@ -94,15 +102,18 @@ std::error_code RecordReader::BodyMatches(bool& matches) {
 // Calls visit(run) for the entries of the run table until it returns false.
 template <typename Visit>
 std::error_code RecordReader::EachRun(Visit visit) {
-  constexpr std::size_t kEntries = kPieceBytes / kRunBytes;
+  const std::size_t bytes = header_.RunBytes();
+  const std::size_t entries = kPieceBytes / bytes;
   std::vector<std::uint8_t> table;
-  for (std::uint64_t done = 0; done < header_.runs; done += kEntries) {
-    table.resize(AtMost(kEntries, header_.runs - done) * kRunBytes);
-    const std::error_code error = store_.Read(kBodyOffset + done * kRunBytes, table);
+  for (std::uint64_t done = 0; done < header_.runs; done += entries) {
+    table.resize(AtMost(entries, header_.runs - done) * bytes);
+    const std::error_code error = store_.Read(header_.body + done * bytes, table);
     if (error) return error;
-    for (std::size_t at = 0; at < table.size(); at += kRunBytes) {
-      const RunEntry run{LoadLittle<std::uint64_t>(table, at),
-                         LoadLittle<std::uint64_t>(table, at + 8)};
+    for (std::size_t at = 0; at < table.size(); at += bytes) {
+      RunEntry run{LoadLittle<std::uint64_t>(table, at), LoadLittle<std::uint64_t>(table, at + 8)};
+      if (header_.version != kOneRecordVersion) {
+        run.source = LoadLittle<std::uint64_t>(table, at + 16);
+      }
       if (!visit(run)) return {};
     }
   }
@@ -113,66 +124,90 @@ std::error_code RecordReader::RunsAreSound(bool& sound) {
   const std::uint64_t volume_sectors = volume_.Size() / kSector;
   std::uint64_t next_free = 0;
   std::uint64_t sectors = 0;
+  std::uint64_t contents = 0;
   bool good = header_.runs > 0;
+  const auto inside = [volume_sectors](std::uint64_t first, std::uint64_t count) {
+    return first <= volume_sectors && count <= volume_sectors - first;
+  };
   const std::error_code error = EachRun([&](const RunEntry& run) {
-    good = run.sectors > 0 && run.first_sector >= next_free && run.first_sector <= volume_sectors &&
-           run.sectors <= volume_sectors - run.first_sector;
+    const bool here = run.source == kNoSource;
+    good = run.sectors > 0 && run.first_sector >= next_free &&
+           inside(run.first_sector, run.sectors) && (here || inside(run.source, run.sectors));
     next_free = run.first_sector + run.sectors;
     sectors += run.sectors;
+    if (here) contents += run.sectors;
     return good;
   });
-  sound = good && sectors == header_.sectors;
+  sound = good && sectors == header_.sectors && contents == header_.contents;
   return error;
 }
 
-// Calls visit(first sector on the volume, index of its content in the record, count) for pieces of
-// the runs, until it returns an error or true for "enough".
+// Calls visit(piece, enough) for pieces of the runs, until it returns an error or sets enough.
 template <typename Visit>
 std::error_code RecordReader::EachPiece(Visit visit) {
   constexpr std::size_t kSectors = kPieceBytes / kSector;
   std::uint64_t index = 0;
+  std::uint64_t content = 0;
   std::error_code result;
   const std::error_code error = EachRun([&](const RunEntry& run) {
+    const bool elsewhere = run.source != kNoSource;
     for (std::uint64_t done = 0; done < run.sectors; done += kSectors) {
       const std::size_t count = AtMost(kSectors, run.sectors - done);
       bool enough = false;
-      result = visit(run.first_sector + done, index, count, enough);
+      result = visit(Piece{run.first_sector + done, index, elsewhere ? run.source + done : content,
+                           elsewhere, count},
+                     enough);
       if (result || enough) return false;
       index += count;
+      if (!elsewhere) content += count;
     }
     return true;
   });
   return error ? error : result;
 }
 
-std::error_code RecordReader::ReadPayload(std::uint64_t index, std::size_t sectors) {
-  payload_.resize(sectors * kSector);
-  return store_.Read(PayloadAt() + index * kSector, payload_);
+// What the record says of a piece, and what the volume holds there now. Content that is to come
+// from a sector where it no longer lies, or that cannot be read, is taken to be in its place.
+std::error_code RecordReader::ReadPiece(const Piece& piece) {
+  const std::size_t bytes = piece.sectors * kSector;
+  content_.resize(bytes);
+  current_.resize(bytes);
+  checksums_.resize(piece.sectors * kChecksumBytes);
+  std::error_code error =
+      store_.Read(header_.ChecksumsAt() + piece.index * kChecksumBytes, checksums_);
+  if (!error) error = volume_.Read(piece.first * kSector, current_);
+  if (error) return error;
+  if (!piece.elsewhere) {
+    return store_.Read(header_.ContentsAt() + piece.content * kSector, content_);
+  }
+  const bool readable = !volume_.Read(piece.content * kSector, content_);
+  for (std::size_t i = 0; i < piece.sectors; ++i) {
+    const auto there = std::span(content_).subspan(i * kSector, kSector);
+    const auto wanted = LoadLittle<std::uint32_t>(checksums_, i * kChecksumBytes + 4);
+    if (readable && Checksum(there) == wanted) continue;
+    std::memcpy(there.data(), current_.data() + i * kSector, kSector);
+  }
+  return {};
 }
 
 std::error_code RecordReader::FindConflict(std::optional<std::uint64_t>& conflict_sector,
                                            bool& applied) {
   applied = false;
-  return EachPiece([&](std::uint64_t first, std::uint64_t index, std::size_t count, bool& enough) {
-    if (const std::error_code error = ReadPayload(index, count)) return error;
-    checksums_.resize(count * kChecksumBytes);
-    current_.resize(count * kSector);
-    std::error_code error = store_.Read(ChecksumsAt() + index * kChecksumBytes, checksums_);
-    if (!error) error = volume_.Read(first * kSector, current_);
-    if (error) return error;
-    for (std::size_t i = 0; i < count && !enough; ++i) {
+  return EachPiece([&](const Piece& piece, bool& enough) {
+    if (const std::error_code error = ReadPiece(piece)) return error;
+    for (std::size_t i = 0; i < piece.sectors && !enough; ++i) {
       const auto now = std::span(current_).subspan(i * kSector, kSector);
-      const auto after = std::span(payload_).subspan(i * kSector, kSector);
+      const auto after = std::span(content_).subspan(i * kSector, kSector);
       const auto old_checksum = LoadLittle<std::uint32_t>(checksums_, i * kChecksumBytes);
       const auto new_checksum = LoadLittle<std::uint32_t>(checksums_, i * kChecksumBytes + 4);
       const bool is_old = Checksum(now) == old_checksum;
       const bool is_new = std::memcmp(now.data(), after.data(), kSector) == 0;
       applied = applied || !is_old;
       if ((is_old || is_new) && Checksum(after) == new_checksum) continue;
-      conflict_sector = first + i;
+      conflict_sector = piece.first + i;
       enough = true;
     }
-    return error;
+    return std::error_code();
   });
 }
 
@@ -198,7 +233,7 @@ std::error_code RecordReader::FindLostCopy(std::optional<std::uint64_t>& conflic
   std::uint64_t total = 0;
   for (std::uint64_t i = 0; i < header_.copies; ++i) {
     std::array<std::uint8_t, kCopyBytes> entry;
-    if (const auto error = store_.Read(CopiesAt() + i * kCopyBytes, entry)) return error;
+    if (const auto error = store_.Read(header_.CopiesAt() + i * kCopyBytes, entry)) return error;
     const CopiedRange copy{LoadLittle<std::uint64_t>(entry, 0), LoadLittle<std::uint64_t>(entry, 8),
                            LoadLittle<std::uint64_t>(entry, 16),
                            LoadLittle<std::uint32_t>(entry, 24)};
@@ -231,18 +266,27 @@ std::error_code RecordReader::TakeOut(Proof& proof) {
   });
 }
 
-std::error_code RecordReader::ReadProof(std::optional<HeaderSector>& proof) {
+std::error_code RecordReader::ReadProofBefore(std::optional<Proof>& proof) {
   HeaderSector sector;
-  if (const std::error_code error = store_.Read(ProofAt(), sector)) return error;
-  const std::optional<Proof> decoded = DecodeProof(sector);
-  if (decoded && decoded->sequence == header_.sequence) proof = sector;
+  if (const std::error_code error = store_.Read(header_.ProofsAt(), sector)) return error;
+  proof = DecodeProof(sector);
   return {};
 }
 
+std::error_code RecordReader::ReadProof(std::optional<HeaderSector>& proof) {
+  HeaderSector sector;
+  const std::error_code error = store_.Read(header_.BodyEnd() - kSector, sector);
+  const std::optional<Proof> decoded = error ? std::nullopt : DecodeProof(sector);
+  if (decoded && decoded->sequence == header_.sequence) proof = sector;
+  return error;
+}
+
+// Also what seems to be there already: it may be so in the system's memory alone, after a disk that
+// failed to take it.
 std::error_code RecordReader::Apply() {
-  return EachPiece([&](std::uint64_t first, std::uint64_t index, std::size_t count, bool&) {
-    const std::error_code error = ReadPayload(index, count);
-    return error ? error : volume_.Write(first * kSector, payload_);
+  return EachPiece([&](const Piece& piece, bool&) {
+    const std::error_code error = ReadPiece(piece);
+    return error ? error : volume_.Write(piece.first * kSector, content_);
   });
 }
 
@@ -254,12 +298,28 @@ std::error_code ReadHeader(BlockDevice& store, std::uint64_t offset, HeaderSecto
   return store.Read(offset, std::span(sector).first(length));
 }
 
-JournalFinding JudgeIdentity(const HeaderSector& first, const HeaderSector& record,
-                             const VolumeIdentity& identity, bool& same_place) {
-  if (AllZero(first) && AllZero(record)) {
+struct Headers {
+  HeaderSector identity;
+  HeaderSector proof;
+  std::array<HeaderSector, kRecordSlots> records;
+};
+
+std::error_code ReadHeaders(BlockDevice& store, Headers& headers) {
+  std::error_code error = ReadHeader(store, 0, headers.identity);
+  if (!error) error = ReadHeader(store, kProofOffset, headers.proof);
+  for (std::size_t slot = 0; slot < kRecordSlots && !error; ++slot) {
+    error = ReadHeader(store, SlotOffset(slot), headers.records[slot]);
+  }
+  return error;
+}
+
+JournalFinding JudgeIdentity(const Headers& headers, const VolumeIdentity& identity,
+                             std::uint32_t& version, bool& same_place) {
+  if (AllZero(headers.identity) &&
+      std::all_of(headers.records.begin(), headers.records.end(), AllZero)) {
     return Found(JournalState::Empty, "the journal was created but never used");
   }
-  const std::optional<VolumeIdentity> owner = DecodeIdentity(first);
+  const std::optional<VolumeIdentity> owner = DecodeIdentity(headers.identity, version);
   if (!owner) {
     return Found(JournalState::Foreign,
                  "it is no journal of this version of the program, or damaged");
@@ -293,37 +353,40 @@ JournalFinding NotAsLeft(std::uint64_t sector) {
 // What a store holds besides its identity.
 struct Leftover {
   JournalFinding finding;              // Idle as long as there is nothing else to say
-  std::optional<Proof> proof;          // of the last commit that was done
-  std::optional<RecordHeader> record;  // whole, and not done yet
+  std::optional<Proof> proof;          // of the last commit that was done, before the record
+  std::optional<RecordHeader> record;  // the last that is whole, unless it is done
   bool same_place = false;
 };
 
 std::error_code ReadLeftover(BlockDevice& store, BlockDevice& volume,
                              const VolumeIdentity& identity, Leftover& left) {
-  HeaderSector first;
-  HeaderSector proof;
-  HeaderSector record;
-  if (const std::error_code error = ReadHeader(store, 0, first)) return error;
-  if (const std::error_code error = ReadHeader(store, kProofOffset, proof)) return error;
-  if (const std::error_code error = ReadHeader(store, kRecordOffset, record)) return error;
-  left.finding = JudgeIdentity(first, record, identity, left.same_place);
+  Headers headers;
+  std::uint32_t version = 0;
+  if (const std::error_code error = ReadHeaders(store, headers)) return error;
+  left.finding = JudgeIdentity(headers, identity, version, left.same_place);
   if (left.finding.state != JournalState::Idle) return {};
 
-  left.proof = DecodeProof(proof);
-  if (!left.proof && !AllZero(proof)) {
+  left.proof = DecodeProof(headers.proof);
+  if (!left.proof && !AllZero(headers.proof)) {
     left.finding = Found(JournalState::Foreign, "it is damaged");
     return {};
   }
-  const std::optional<RecordHeader> header = DecodeRecordHeader(record);
-  const std::uint64_t done = left.proof ? left.proof->sequence : 0;
-  if (!header || header->sequence <= done) return {};
-  RecordReader reader(store, volume, *header);
-  if (!reader.FitsStore()) return {};
-  // A record that never got whole: nothing of it was applied.
-  bool whole = false;
-  if (const std::error_code error = reader.BodyMatches(whole)) return error;
-  if (whole) left.record = header;
-  return {};
+  std::uint64_t done = left.proof ? left.proof->sequence : 0;
+  const std::size_t slots = version == kOneRecordVersion ? 1 : kRecordSlots;
+  for (const HeaderSector& sector : std::span(headers.records).first(slots)) {
+    const std::optional<RecordHeader> header = DecodeRecordHeader(sector, version);
+    if (!header || header->sequence <= done) continue;
+    RecordReader reader(store, volume, *header);
+    if (!reader.FitsStore()) continue;
+    // A record that never got whole: nothing of it was applied.
+    bool whole = false;
+    if (const std::error_code error = reader.BodyMatches(whole)) return error;
+    if (!whole) continue;
+    left.record = header;
+    done = header->sequence;
+  }
+  if (!left.record || version == kOneRecordVersion) return {};
+  return RecordReader(store, volume, *left.record).ReadProofBefore(left.proof);
 }
 
 // unapplied: what it means when nothing of the record is on the volume.
@@ -413,13 +476,22 @@ JournalFinding RedoJournal::Recover(const VolumeIdentity& identity) try {
 }
 
 std::error_code RedoJournal::Continue() {
-  HeaderSector sector;
-  if (const std::error_code error = ReadHeader(store_, kProofOffset, sector)) return error;
-  const std::optional<Proof> proof = DecodeProof(sector);
-  if (!proof) return std::make_error_code(std::errc::invalid_argument);
+  Headers headers;
+  if (const std::error_code error = ReadHeaders(store_, headers)) return error;
+  std::uint32_t version = 0;
+  const std::optional<VolumeIdentity> owner = DecodeIdentity(headers.identity, version);
+  const std::optional<Proof> proof = DecodeProof(headers.proof);
+  if (!owner || !proof) return std::make_error_code(std::errc::invalid_argument);
   sequence_ = proof->sequence;
   proof_ = proof->sectors;
-  return {};
+  live_end_ = 0;
+  if (version == kVersion) return {};
+  // What lies where records begin now is not one, whatever it looks like.
+  const std::vector<std::uint8_t> zeros(kBodiesOffset - kRecordOffset);
+  std::error_code error = store_.Write(kRecordOffset, zeros);
+  if (!error) error = store_.Flush();
+  if (!error) error = store_.Write(0, EncodeIdentity(*owner));
+  return error ? error : store_.Flush();
 }
 
 }  // namespace vornalux

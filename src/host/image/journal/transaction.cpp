@@ -35,24 +35,11 @@ void CopyOver(const Overlay& overlay, std::uint64_t offset, std::span<std::uint8
   }
 }
 
-void Append(std::vector<SectorRun>& runs, std::uint64_t sector,
-            std::span<const std::uint8_t> content) {
-  const bool adjoins =
-      !runs.empty() &&
-      runs.back().first_sector + runs.back().content.size() / content.size() == sector;
-  if (!adjoins) runs.push_back({sector, {}});
-  runs.back().content.insert(runs.back().content.end(), content.begin(), content.end());
-}
-
-std::uint64_t EndOf(const SectorRun& run) {
-  return run.first_sector + run.content.size() / journal_format::kSector;
-}
-
 // The first of the runs that ends behind the sector.
 std::vector<SectorRun>::const_iterator FirstBehind(const std::vector<SectorRun>& runs,
                                                    std::uint64_t sector) {
   return std::partition_point(runs.begin(), runs.end(),
-                              [sector](const SectorRun& run) { return EndOf(run) <= sector; });
+                              [sector](const SectorRun& run) { return run.End() <= sector; });
 }
 
 }  // namespace
@@ -74,6 +61,7 @@ std::error_code Transaction::ReadBase(std::uint64_t offset, std::span<std::uint8
 std::error_code Transaction::Read(std::uint64_t offset, std::span<std::uint8_t> out) {
   if (const std::error_code error = ReadBase(offset, out)) return error;
   if (out.empty()) return {};
+  if (!waiting_.Empty()) waiting_.CopyOver(offset, out);
   if (!kept_.empty()) CopyOver(kept_, offset, out);
   if (!move_.empty()) CopyOver(move_, offset, out);
   return {};
@@ -122,13 +110,14 @@ std::error_code Transaction::StartData(std::uint64_t offset, std::uint64_t lengt
   for (Overlay* overlay : {&kept_, &move_}) {
     overlay->erase(overlay->lower_bound(first), overlay->lower_bound(end));
   }
-  data_written_ = true;
+  waiting_.Erase(first, end - first);
   return {};
 }
 
 std::error_code Transaction::WriteData(std::uint64_t offset,
                                        std::span<const std::uint8_t> data) try {
   if (const std::error_code error = StartData(offset, data.size())) return error;
+  data_written_ = true;
   if (const std::error_code error = base_.Write(offset, data)) return error;
   NoteCopy(CopiedRange::kNoSource, offset / kSector, data);
   return {};
@@ -152,12 +141,10 @@ std::error_code Transaction::PutData(std::uint64_t to, std::span<const std::uint
       end = std::min(end, inside ? next.offset + next.length : next.offset);
     }
     const auto part = data.first(AtMost(data.size(), end - to));
-    std::error_code error;
-    if (inside) {
-      error = Write(to, part);
-    } else {
-      error = StartData(to, part.size());
-      if (!error) error = base_.Write(to, part);
+    std::error_code error = StartData(to, part.size());
+    if (!error && !inside) {
+      data_written_ = true;
+      error = base_.Write(to, part);
     }
     if (error) return error;
     NoteCopies(to, part, sources, done, !inside);
@@ -168,7 +155,8 @@ std::error_code Transaction::PutData(std::uint64_t to, std::span<const std::uint
   return {};
 }
 
-// data is the content of the sources from byte skip on; in_base: and now of the base, at to.
+// data is the content of the sources from byte skip on. in_base: and now of the base, at to; else
+// it waits to get there.
 void Transaction::NoteCopies(std::uint64_t to, std::span<const std::uint8_t> data,
                              std::span<const ByteRange> sources, std::uint64_t skip, bool in_base) {
   for (const ByteRange& source : sources) {
@@ -180,14 +168,14 @@ void Transaction::NoteCopies(std::uint64_t to, std::span<const std::uint8_t> dat
     const std::uint64_t end = source.offset + source.length;
     skip = 0;
     while (from < end && !data.empty()) {
-      const std::size_t most = AtMost(data.size(), end - from);
-      const auto part = data.first(SameKind(from, most));
-      // What was read from memory is not what the base holds there, and part of the commit itself.
-      const bool gathered = Gathered(from, part.size());
+      const Origin origin = FindOrigin(from, AtMost(data.size(), end - from));
+      const auto part = data.first(origin.bytes);
       if (in_base) {
-        NoteCopy(gathered ? CopiedRange::kNoSource : from / kSector, to / kSector, part);
-      } else if (!gathered) {
-        NoteCopy(CopiedRange::kNoSource, from / kSector, part);
+        NoteCopy(origin.sector, to / kSector, part);
+      } else {
+        waiting_.Put(to / kSector, part, origin.sector);
+        // The source alone tells whether somebody has changed it since.
+        if (!origin.waiting) NoteCopy(CopiedRange::kNoSource, origin.sector, part);
       }
       from += part.size();
       to += part.size();
@@ -199,7 +187,7 @@ void Transaction::NoteCopies(std::uint64_t to, std::span<const std::uint8_t> dat
 void Transaction::NoteCopy(std::uint64_t from, std::uint64_t to,
                            std::span<const std::uint8_t> data) {
   using journal_format::Checksum;
-  if (data.empty()) return;
+  if (data.empty() || to == CopiedRange::kNoSource) return;
   const std::uint64_t sectors = data.size() / kSector;
   if (copies_.size() > copies_before_move_) {
     CopiedRange& last = copies_.back();
@@ -214,26 +202,33 @@ void Transaction::NoteCopy(std::uint64_t from, std::uint64_t to,
   copies_.push_back({from, to, sectors, Checksum(data)});
 }
 
-bool Transaction::Gathered(std::uint64_t offset, std::uint64_t length) const {
+Transaction::Origin Transaction::FindOrigin(std::uint64_t offset, std::size_t length) const {
+  const std::uint64_t sector = offset / kSector;
+  std::uint64_t end = sector + length / kSector;
+  const auto origin = [&](std::uint64_t place, bool waiting) {
+    return Origin{place, InMemory((end - sector) * kSector), waiting};
+  };
   for (const Overlay* overlay : {&kept_, &move_}) {
-    const auto at = overlay->lower_bound(offset / kSector);
-    if (at != overlay->end() && at->first * kSector < offset + length) return true;
+    const auto at = overlay->lower_bound(sector);
+    if (at == overlay->end() || at->first >= end) continue;
+    // What is gathered is part of the commit itself.
+    end = at->first == sector ? sector + 1 : at->first;
+    if (at->first == sector) return origin(CopiedRange::kNoSource, false);
   }
-  return false;
-}
-
-// How far the range is gathered, or is not, from its start on.
-std::size_t Transaction::SameKind(std::uint64_t offset, std::size_t length) const {
-  if (!Gathered(offset, length)) return length;
-  const bool gathered = Gathered(offset, kSector);
-  std::size_t same = kSector;
-  while (same < length && Gathered(offset + same, kSector) == gathered) same += kSector;
-  return std::min(same, length);
+  const auto part = waiting_.FirstBehind(sector);
+  if (part == waiting_.All().end() || part->first >= end) return origin(sector, false);
+  if (part->first > sector) {
+    end = part->first;
+    return origin(sector, false);
+  }
+  end = std::min(end, part->first + part->second.sectors);
+  const std::uint64_t source = part->second.source;
+  const bool none = source == CopiedRange::kNoSource;
+  return origin(none ? source : source + (sector - part->first), true);
 }
 
 // Gathered sectors win over what the base copies.
 std::error_code Transaction::CopyInBase(const ByteRange& piece, std::uint64_t to) {
-  if (piece.offset % kSector != 0) return Error(std::errc::invalid_argument);
   if (const std::error_code error = StartData(to, piece.length)) return error;
   if (const std::error_code error = base_.Copy(piece.offset, to, piece.length)) return error;
   for (const Overlay* overlay : {&kept_, &move_}) {
@@ -246,11 +241,47 @@ std::error_code Transaction::CopyInBase(const ByteRange& piece, std::uint64_t to
   return {};
 }
 
+// Fills the buffer with the pieces one after the other; they are read in the order of the disk, and
+// what adjoins there as here at once.
+std::error_code Transaction::ReadPieces(std::span<const ByteRange> pieces) {
+  struct Request {
+    std::uint64_t offset;
+    std::size_t at;
+    std::size_t length;
+  };
+  std::vector<Request> requests;
+  requests.reserve(pieces.size());
+  std::size_t at = 0;
+  for (const ByteRange& piece : pieces) {
+    requests.push_back({piece.offset, at, InMemory(piece.length)});
+    at += requests.back().length;
+  }
+  std::sort(requests.begin(), requests.end(),
+            [](const Request& a, const Request& b) { return a.offset < b.offset; });
+  for (std::size_t i = 0; i < requests.size();) {
+    Request request = requests[i];
+    for (++i; i < requests.size() && requests[i].offset == request.offset + request.length &&
+              requests[i].at == request.at + request.length;
+         ++i) {
+      request.length += requests[i].length;
+    }
+    const std::error_code error =
+        Read(request.offset, std::span(buffer_).subspan(request.at, request.length));
+    if (error) return error;
+  }
+  return {};
+}
+
 std::error_code Transaction::GatherData(std::span<const ByteRange> pieces, std::uint64_t to,
                                         std::span<const ByteRange> guarded,
                                         const std::function<bool(std::uint64_t)>& checkpoint) try {
+  const auto whole = [](const ByteRange& piece) {
+    return piece.offset % kSector == 0 && piece.length % kSector == 0;
+  };
+  if (!std::all_of(pieces.begin(), pieces.end(), whole)) return Error(std::errc::invalid_argument);
   if (base_copies_) {
     // No guard is needed: what it protects is the durable state, and such a base has none.
+    data_written_ = true;
     for (const ByteRange& piece : pieces) {
       if (const std::error_code error = CopyInBase(piece, to)) return error;
       to += piece.length;
@@ -266,20 +297,20 @@ std::error_code Transaction::GatherData(std::span<const ByteRange> pieces, std::
       const bool between = filled == 0 && copied > 0;
       if (between && checkpoint && checkpoint(copied)) return Error(std::errc::operation_canceled);
       const std::size_t length = AtMost(kCopyPiece - filled, piece.length);
-      std::error_code error = Read(piece.offset, std::span(buffer_).subspan(filled, length));
-      if (error) return error;
       sources.push_back({piece.offset, length});
       piece.offset += length;
       piece.length -= length;
       filled += length;
       if (filled < kCopyPiece) continue;
-      if (error = PutData(to, buffer_, sources, guarded); error) return error;
+      if (const std::error_code error = ReadPieces(sources)) return error;
+      if (const std::error_code error = PutData(to, buffer_, sources, guarded)) return error;
       to += filled;
       copied += filled;
       filled = 0;
       sources.clear();
     }
   }
+  if (const std::error_code error = ReadPieces(sources)) return error;
   return PutData(to, std::span(buffer_).first(filled), sources, guarded);
 } catch (const std::bad_alloc&) {
   return Error(std::errc::not_enough_memory);
@@ -289,6 +320,7 @@ void Transaction::BeginMove() {
   assert(!in_move_);
   in_move_ = true;
   copies_before_move_ = copies_.size();
+  waiting_.BeginMove();
 }
 
 void Transaction::KeepMove() {
@@ -303,27 +335,43 @@ void Transaction::KeepMove() {
 
 void Transaction::DropMove() {
   // Nothing refers to what it copied: the place is as free as before.
-  if (in_move_)
+  if (in_move_) {
     copies_.erase(copies_.begin() + static_cast<std::ptrdiff_t>(copies_before_move_),
                   copies_.end());
+    waiting_.DropMove();
+  }
   in_move_ = false;
   move_.clear();
 }
 
 void Transaction::Discard() {
   DropMove();
+  Forget();
+}
+
+void Transaction::Forget() {
   kept_.clear();
+  waiting_.Clear();
   copies_.clear();
   copies_before_move_ = 0;
   data_written_ = false;
 }
 
-bool Transaction::HasPending() const { return !kept_.empty() || !move_.empty(); }
+bool Transaction::HasPending() const {
+  return !kept_.empty() || !move_.empty() || !waiting_.Empty();
+}
 
-std::uint64_t Transaction::PendingSectors() const { return kept_.size() + move_.size(); }
+std::uint64_t Transaction::RecordBytes() const {
+  using namespace journal_format;
+  const std::uint64_t gathered = kept_.size() + move_.size();
+  return gathered * (kSector + kChecksumBytes + kRunBytes) + waiting_.BytesToRecord() +
+         waiting_.Bytes() / kSector * kChecksumBytes + waiting_.All().size() * kRunBytes +
+         copies_.size() * kCopyBytes;
+}
 
-// Gathered sectors that differ from the base, neighbours joined.
-std::error_code Transaction::CollectChanges(std::vector<SectorRun>& runs) {
+// Gathered sectors that differ from what lies beneath them, neighbours joined.
+std::error_code Transaction::CollectChanges(Changes& changes) {
+  auto last = changes.end();
   for (auto first = kept_.begin(); first != kept_.end();) {
     auto end = first;
     std::size_t count = 0;
@@ -333,13 +381,62 @@ std::error_code Transaction::CollectChanges(std::vector<SectorRun>& runs) {
     }
     buffer_.resize(count * kSector);
     if (const std::error_code error = ReadBase(first->first * kSector, buffer_)) return error;
+    waiting_.CopyOver(first->first * kSector, buffer_);
     for (const std::uint8_t* current = buffer_.data(); first != end; ++first, current += kSector) {
-      if (std::memcmp(current, first->second.data(), kSector) != 0) {
-        Append(runs, first->first, first->second);
-      }
+      const auto& [sector, content] = *first;
+      if (std::memcmp(current, content.data(), kSector) == 0) continue;
+      const bool adjoins =
+          last != changes.end() && last->first + last->second.size() / kSector == sector;
+      if (!adjoins) last = changes.try_emplace(changes.end(), sector);
+      last->second.insert(last->second.end(), content.begin(), content.end());
     }
   }
   return {};
+}
+
+// What waits, but for what the changes replace. The record holds what has no source, or one that
+// this commit writes to.
+void Transaction::CollectWaiting(const Changes& changes, std::vector<SectorRun>& runs) const {
+  // Up to where a sector and what follows it is changed, or is not.
+  const auto changed = [&](std::uint64_t sector, std::uint64_t& end) {
+    auto next = changes.upper_bound(sector);
+    if (next != changes.end()) end = std::min(end, next->first);
+    if (next == changes.begin()) return false;
+    --next;
+    const std::uint64_t stop = next->first + next->second.size() / kSector;
+    if (stop > sector) end = std::min(end, stop);
+    return stop > sector;
+  };
+  const auto waited_for = [&](std::uint64_t sector, std::uint64_t& end) {
+    const auto part = waiting_.FirstBehind(sector);
+    if (part == waiting_.All().end()) return false;
+    const bool inside = part->first <= sector;
+    end = std::min(end, inside ? part->first + part->second.sectors : part->first);
+    return inside;
+  };
+  for (const auto& [place, part] : waiting_.All()) {
+    const auto content = waiting_.Content(part);
+    for (std::uint64_t done = 0; done < part.sectors;) {
+      std::uint64_t end = place + part.sectors;
+      const bool replaced = changed(place + done, end);
+      std::uint64_t source = SectorRun::kNoSource;
+      if (!replaced && part.source != SectorRun::kNoSource) {
+        source = part.source + done;
+        std::uint64_t source_end = source + (end - place - done);
+        const bool gone = changed(source, source_end);
+        const bool written = waited_for(source, source_end);
+        end = place + done + (source_end - source);
+        if (gone || written) source = SectorRun::kNoSource;
+      }
+      const std::uint64_t sectors = end - place - done;
+      if (!replaced) {
+        runs.push_back({place + done,
+                        content.subspan(InMemory(done * kSector), InMemory(sectors * kSector)),
+                        source});
+      }
+      done += sectors;
+    }
+  }
 }
 
 // What the runs leave of a range, as the base holds it.
@@ -358,71 +455,88 @@ std::error_code Transaction::CollectRest(const std::vector<SectorRun>& runs, std
       copies.push_back(rest);
     }
     if (run == runs.end()) break;
-    first = EndOf(*run);
+    first = run->End();
   }
   return {};
 }
 
 // The copies without what the runs replace in the same commit: metadata may have come to lie where
-// a file was for a while, and small files where a large one came from. The rest of both places is
-// told all the same: what somebody changed there since would be lost with the commit.
+// a file was for a while, and other files where one came from. The rest of both places is told all
+// the same: what somebody changed there since would be lost with the commit.
 std::error_code Transaction::CollectCopies(const std::vector<SectorRun>& runs,
                                            std::vector<CopiedRange>& copies) {
   const auto replaced = [&](std::uint64_t first, std::uint64_t sectors) {
     const auto run = FirstBehind(runs, first);
     return run != runs.end() && run->first_sector < first + sectors;
   };
+  const auto tell = [&](const CopiedRange& copy, std::uint64_t first, bool whole) {
+    if (!whole) return CollectRest(runs, first, first + copy.sectors, copies);
+    copies.push_back({CopiedRange::kNoSource, first, copy.sectors, copy.checksum});
+    return std::error_code();
+  };
   for (const CopiedRange& copy : copies_) {
     const bool has_source = copy.from != CopiedRange::kNoSource;
-    const bool source_replaced = has_source && replaced(copy.from, copy.sectors);
-    if (!source_replaced && !replaced(copy.to, copy.sectors)) {
+    const bool there = !replaced(copy.to, copy.sectors);
+    const bool source_there = !has_source || !replaced(copy.from, copy.sectors);
+    if (there && source_there) {
       copies.push_back(copy);
       continue;
     }
-    std::error_code error = CollectRest(runs, copy.to, copy.to + copy.sectors, copies);
-    if (!error && has_source) {
-      error = CollectRest(runs, copy.from, copy.from + copy.sectors, copies);
-    }
+    std::error_code error = tell(copy, copy.to, there);
+    if (!error && has_source) error = tell(copy, copy.from, source_there);
     if (error) return error;
   }
   return {};
 }
 
 std::error_code Transaction::CommitPending() {
+  Changes changes;
+  if (const std::error_code error = CollectChanges(changes)) return error;
   std::vector<SectorRun> runs;
-  if (const std::error_code error = CollectChanges(runs)) return error;
-  if (data_written_) {
+  for (const auto& [sector, content] : changes) runs.push_back({sector, content});
+  CollectWaiting(changes, runs);
+  if (data_written_ || (unsettled_ && !runs.empty())) {
     if (const std::error_code error = base_.Flush()) return error;
   }
   if (runs.empty()) return {};
+  std::sort(runs.begin(), runs.end(),
+            [](const SectorRun& a, const SectorRun& b) { return a.first_sector < b.first_sector; });
   std::vector<CopiedRange> copies;
   if (const std::error_code error = CollectCopies(runs, copies)) return error;
   if (const std::error_code error = journal_->Record(runs, copies)) return error;
+  unsettled_ = true;
+  ++records_;
   for (const SectorRun& run : runs) {
     const std::error_code error = base_.Write(run.first_sector * kSector, run.content);
     if (error) return error;
   }
-  if (const std::error_code error = base_.Flush()) return error;
-  return journal_->Settle();
+  return {};
 }
 
 std::error_code Transaction::Commit() try {
   assert(!in_move_);
   if (failed_) return Error(std::errc::io_error);
-  if (kept_.empty() && !data_written_) return {};
+  if (!HasPending() && !data_written_) return {};
   if (journal_ == nullptr) return Error(std::errc::read_only_file_system);
   if (const std::error_code error = CommitPending()) {
     failed_ = true;
     return error;
   }
-  kept_.clear();
-  copies_.clear();
-  copies_before_move_ = 0;
-  data_written_ = false;
+  Forget();
   return {};
 } catch (const std::bad_alloc&) {
   failed_ = true;
   return Error(std::errc::not_enough_memory);
+}
+
+std::error_code Transaction::Settle() {
+  if (failed_) return Error(std::errc::io_error);
+  if (!unsettled_) return {};
+  std::error_code error = base_.Flush();
+  if (!error) error = journal_->Settle();
+  failed_ = static_cast<bool>(error);
+  unsettled_ = failed_;
+  return error;
 }
 
 }  // namespace vornalux

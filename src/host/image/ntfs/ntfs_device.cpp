@@ -163,6 +163,34 @@ s64 NtfsDevice::Write(s64 offset, std::span<const std::uint8_t> data) {
   return static_cast<s64>(data.size());
 }
 
+bool NtfsDevice::SetBits(std::int64_t lcn, std::int64_t count, bool used) {
+  constexpr std::int64_t kClusters = std::int64_t{512} * 8;  // of a sector
+  if (map_ == nullptr || lcn < 0 || count <= 0 || lcn > map_->Clusters() - count) return false;
+  const std::int64_t first = lcn / kClusters * kClusters;
+  const std::int64_t end = (lcn + count + kClusters - 1) / kClusters * kClusters;
+  // What stands behind the last cluster is the library's.
+  if (end > map_->Clusters()) return false;
+  std::vector<std::uint8_t> bytes(static_cast<std::size_t>((end - first) / 8));
+  std::size_t written = 0;
+  used ? map_->Use(lcn, count) : map_->Free(lcn, count);
+  map_->Copy(first, bytes);
+  for (const BitmapPiece& piece : bitmap_) {
+    const std::int64_t from = std::max(first, piece.first_lcn);
+    const std::int64_t to =
+        std::min(end, piece.first_lcn + static_cast<std::int64_t>(piece.length) * 8);
+    if (from >= to) continue;
+    const auto part = std::span(bytes).subspan(static_cast<std::size_t>((from - first) / 8),
+                                               static_cast<std::size_t>((to - from) / 8));
+    const auto offset = piece.offset + static_cast<std::uint64_t>(from - piece.first_lcn) / 8;
+    if (const std::error_code error = transaction_.Write(offset, part)) {
+      Fail(error);
+      return false;
+    }
+    written += part.size();
+  }
+  return written == bytes.size();
+}
+
 void NtfsDevice::FollowBitmap(std::uint64_t offset, std::span<const std::uint8_t> data) {
   const std::uint64_t end = offset + data.size();
   auto piece = std::upper_bound(bitmap_.begin(), bitmap_.end(), offset,

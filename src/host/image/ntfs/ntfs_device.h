@@ -36,6 +36,10 @@ class NtfsDevice {
   // pieces by offset; map is not owned.
   void WatchBitmap(std::vector<BitmapPiece> pieces, AllocationMap* map);
 
+  // Writes into $Bitmap that clusters are used, or free, by what the map knows of their neighbours:
+  // nothing is read for it. False where the library has to do it.
+  bool SetBits(std::int64_t lcn, std::int64_t count, bool used);
+
   // Writes from here on are swallowed: the library's last words at the end of a mount.
   void DropWrites(bool drop) { drop_writes_ = drop; }
 

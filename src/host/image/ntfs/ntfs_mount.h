@@ -37,6 +37,7 @@ class NtfsMount {
   ~NtfsMount();
 
   ntfs_volume* Volume() const { return volume_; }
+  NtfsDevice& Device() const { return device_; }
 
   // The item's inode, valid until another one is asked for. Whoever changes it also syncs it, so
   // that it is clean whenever another one may be asked for.

@@ -137,7 +137,8 @@ int RewriteRuns(NtfsMount& mount, ntfs_inode* inode, const AttributeName& name,
 
   // The library may allocate clusters below: it must find the target taken.
   errno = 0;
-  if (ntfs_bitmap_set_run(volume->lcnbmp_na, plan.target_lcn, plan.target_count) != 0) {
+  if (!mount.Device().SetBits(plan.target_lcn, plan.target_count, true) &&
+      ntfs_bitmap_set_run(volume->lcnbmp_na, plan.target_lcn, plan.target_count) != 0) {
     return LibraryError();
   }
   std::free(std::exchange(attribute->rl, after.release()));
@@ -150,7 +151,8 @@ int RewriteRuns(NtfsMount& mount, ntfs_inode* inode, const AttributeName& name,
   ForgetNameChange(inode);
   if (ntfs_inode_sync(inode) != 0) return LibraryError();
   for (const ClusterRun& source : plan.sources) {
-    if (ntfs_bitmap_clear_run(volume->lcnbmp_na, source.lcn, source.count) != 0) {
+    if (!mount.Device().SetBits(source.lcn, source.count, false) &&
+        ntfs_bitmap_clear_run(volume->lcnbmp_na, source.lcn, source.count) != 0) {
       return LibraryError();
     }
   }

@@ -17,6 +17,7 @@ namespace vornalux {
 namespace {
 
 constexpr std::size_t kLargeWrite = std::size_t{1} << 20;
+constexpr std::size_t kManySmallWrites = std::size_t{8} << 20;  // bytes of them together
 
 std::error_code LastError() { return {errno, std::generic_category()}; }
 
@@ -71,22 +72,23 @@ std::error_code FileDevice::Read(std::uint64_t offset, std::span<std::uint8_t> o
 // for all of it, with nobody heard meanwhile. So what was written is sent on its way at once, and
 // what was sent before it is awaited: reading and writing still overlap.
 void FileDevice::SendOn(std::uint64_t offset, std::size_t length) {
-  const auto ask = [this](std::uint64_t from, std::size_t count, unsigned how) {
-    if (::sync_file_range(descriptor_, static_cast<off_t>(from), static_cast<off_t>(count), how) ==
-        0) {
-      return;
-    }
-    // It is told once. Where the call is not known, nothing is lost but patience.
-    const bool gone = errno == EIO || errno == ENOSPC || errno == EDQUOT;
-    if (gone && !lost_) lost_ = LastError();
-  };
-  ask(offset, length, SYNC_FILE_RANGE_WRITE);
+  Ask(offset, length, SYNC_FILE_RANGE_WRITE);
   if (sent_length_ > 0) {
-    ask(sent_offset_, sent_length_,
+    Ask(sent_offset_, sent_length_,
         SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
   }
   sent_offset_ = offset;
   sent_length_ = length;
+}
+
+void FileDevice::Ask(std::uint64_t offset, std::size_t length, unsigned how) {
+  if (::sync_file_range(descriptor_, static_cast<off_t>(offset), static_cast<off_t>(length), how) ==
+      0) {
+    return;
+  }
+  // It is told once. Where the call is not known, nothing is lost but patience.
+  const bool gone = errno == EIO || errno == ENOSPC || errno == EDQUOT;
+  if (gone && !lost_) lost_ = LastError();
 }
 
 std::error_code FileDevice::Write(std::uint64_t offset, std::span<const std::uint8_t> data) {
@@ -107,7 +109,12 @@ std::error_code FileDevice::Write(std::uint64_t offset, std::span<const std::uin
     data = data.subspan(static_cast<std::size_t>(done));
     size_ = std::max(size_, offset);
   }
-  if (length >= kLargeWrite) SendOn(start, length);
+  if (length >= kLargeWrite) {
+    SendOn(start, length);
+  } else if (unsent_ += length; unsent_ >= kManySmallWrites) {
+    Ask(0, 0, SYNC_FILE_RANGE_WRITE);  // all there is; nobody waits for it
+    unsent_ = 0;
+  }
   return {};
 }
 
@@ -116,6 +123,7 @@ std::error_code FileDevice::Flush() {
     if (errno != EINTR) return LastError();
   }
   sent_length_ = 0;
+  unsent_ = 0;
   return lost_;
 }
 

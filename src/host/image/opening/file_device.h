@@ -36,6 +36,7 @@ class FileDevice final : public BlockDevice {
   FileDevice(int descriptor, bool growable) : descriptor_(descriptor), growable_(growable) {}
   std::error_code Measure();
   void SendOn(std::uint64_t offset, std::size_t length);
+  void Ask(std::uint64_t offset, std::size_t length, unsigned how);
 
   int descriptor_;
   bool growable_;
@@ -44,7 +45,8 @@ class FileDevice final : public BlockDevice {
   std::uint64_t size_ = 0;
   std::uint64_t sent_offset_ = 0;  // of the large write that is on its way to the disk
   std::size_t sent_length_ = 0;
-  std::error_code lost_;  // why data will never be durable, once that is known
+  std::size_t unsent_ = 0;  // bytes of small writes since the system was last asked to begin
+  std::error_code lost_;    // why data will never be durable, once that is known
 };
 
 }  // namespace vornalux

@@ -275,11 +275,11 @@ std::string JournalPath(const ImageSource& source) {
   return path + kJournalSuffix;
 }
 
-// The most that a commit puts into it, or the volume with all its sectors.
+// What two records may take up, or the volume with all its sectors twice.
 std::uint64_t JournalRoom(const ImageSource& source) {
-  constexpr std::uint64_t kMost = std::uint64_t{20} << 20;
-  constexpr std::uint64_t kFrame = std::uint64_t{64} << 10;
-  return std::min(kMost, source.length + source.length / 16 + kFrame);
+  constexpr std::uint64_t kMost = journal_format::kBodiesOffset + journal_format::kRoom;
+  constexpr std::uint64_t kFrame = std::uint64_t{128} << 10;
+  return std::min(kMost, 2 * (source.length + source.length / 16) + kFrame);
 }
 
 }  // namespace

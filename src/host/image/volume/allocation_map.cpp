@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <utility>
 
 namespace vornalux {
 namespace {
@@ -90,10 +91,16 @@ void AllocationMap::Replace(std::size_t word, std::uint64_t bits) {
 
 void AllocationMap::ReplaceHolding(std::size_t word, std::uint64_t bits) {
   if (const std::uint64_t freed = used_[word] & ~bits) {
-    if (held_[word] == 0) held_words_.push_back(word);
-    held_[word] |= freed;
+    Hold(word, freed);
+    if (fresh_.empty() || fresh_.back().first != word) fresh_.emplace_back(word, 0);
+    fresh_.back().second |= freed;
   }
   Replace(word, bits);
+}
+
+void AllocationMap::Hold(std::size_t word, std::uint64_t bits) {
+  if (held_[word] == 0) held_words_.push_back(word);
+  held_[word] |= bits;
 }
 
 void AllocationMap::Use(std::int64_t lcn, std::int64_t count) {
@@ -112,9 +119,16 @@ void AllocationMap::Free(std::int64_t lcn, std::int64_t count) {
   });
 }
 
+void AllocationMap::AgeHeld() {
+  const auto fresh = std::exchange(fresh_, {});
+  ReleaseHeld();
+  for (const auto& [word, bits] : fresh) Hold(word, bits);
+}
+
 void AllocationMap::ReleaseHeld() {
   for (const std::size_t word : held_words_) held_[word] = 0;
   held_words_.clear();
+  fresh_.clear();
 }
 
 std::uint64_t AllocationMap::ValidBits(std::size_t word) const {

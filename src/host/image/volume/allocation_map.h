@@ -11,9 +11,9 @@
 
 namespace vornalux {
 
-// Which clusters of a volume are in use, and which were freed since the last commit: those show as
-// free, but the durable state still refers to them, so no file data may be written there before the
-// commit that frees them. Ranges that leave the volume are neither free, used nor held, and
+// Which clusters of a volume are in use, and which were freed lately: those show as free, but until
+// the commit after the one that frees them they may be needed to finish that, so file data must not
+// be written there on its own. Ranges that leave the volume are neither free, used nor held, and
 // changing them does nothing.
 class AllocationMap {
  public:
@@ -25,16 +25,18 @@ class AllocationMap {
   bool Used(std::int64_t lcn) const;
   bool RangeFree(std::int64_t lcn, std::int64_t count) const;
   bool RangeUsed(std::int64_t lcn, std::int64_t count) const;
-  // Any cluster of the range freed since the last commit?
+  // Any cluster of the range freed lately?
   bool RangeHeld(std::int64_t lcn, std::int64_t count) const;
-  // The parts of the range freed since the last commit, as first LCN and count, ascending.
+  // The parts of the range freed lately, as first LCN and count, ascending.
   std::vector<std::pair<std::int64_t, std::int64_t>> HeldParts(std::int64_t lcn,
                                                                std::int64_t count) const;
 
   void Use(std::int64_t lcn, std::int64_t count);
   // Frees and holds.
   void Free(std::int64_t lcn, std::int64_t count);
-  // The commit is durable: freed clusters may be used again.
+  // A commit is durable: what was freed before the one before it may be used again.
+  void AgeHeld();
+  // It is settled: all freed clusters may.
   void ReleaseHeld();
 
   // Sets the state of the 8 clusters from lcn (a multiple of 8) on, holding those that become free.
@@ -53,6 +55,7 @@ class AllocationMap {
   bool Inside(std::int64_t lcn, std::int64_t count) const;
   std::uint64_t ValidBits(std::size_t word) const;
   void Replace(std::size_t word, std::uint64_t bits);
+  void Hold(std::size_t word, std::uint64_t bits);
   void ReplaceHolding(std::size_t word, std::uint64_t bits);
 
   std::int64_t clusters_;
@@ -61,6 +64,8 @@ class AllocationMap {
   std::vector<std::uint64_t> held_;
   BitmapChanges changes_;
   std::vector<std::size_t> held_words_;  // words of held_ that may be non-zero
+  // What became held since the last commit: words of held_ and bits in them.
+  std::vector<std::pair<std::size_t, std::uint64_t>> fresh_;
 };
 
 }  // namespace vornalux

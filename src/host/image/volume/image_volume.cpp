@@ -11,15 +11,6 @@ namespace {
 
 constexpr std::uint64_t kSector = 512;
 
-// A batch is committed when it reaches one of these. Larger ones save flushes; smaller ones bound
-// what an interruption costs and how much metadata waits in memory.
-constexpr int kMovesPerCommit = 256;
-constexpr std::uint64_t kBytesPerCommit = std::uint64_t{64} << 20;
-constexpr std::uint64_t kPendingSectorsPerCommit = (std::uint64_t{16} << 20) / 512;
-// A move into clusters freed since the last commit rides in the journal, data and all, up to this
-// size: writing a little twice is cheaper than the flushes of a commit. Larger ones commit first.
-constexpr std::uint64_t kJournaledBytesPerMove = std::uint64_t{1} << 20;
-
 // True for as long as one of these lives.
 class Inside {
  public:
@@ -56,7 +47,8 @@ class MoveInHand {
 ImageVolume::ImageVolume(VolumeStore store)
     : store_(std::move(store)),
       transaction_(std::make_unique<Transaction>(*store_.device)),
-      clusters_(std::make_unique<AllocationMap>(0)) {}
+      clusters_(std::make_unique<AllocationMap>(0)),
+      pace_(store_.limits) {}
 
 void ImageVolume::Object(std::string why) {
   if (!store_.only_looking) throw VolumeRefused(why);
@@ -118,12 +110,14 @@ ErrorCode ImageVolume::MoveNow(const StreamRef& stream, std::int64_t vcn, std::i
   if (const ErrorCode code = CheckSources(plan)) return code;
   if (const ErrorCode code = StartWork()) return code;
   const bool small =
-      static_cast<std::uint64_t>(plan.target_count) <= kJournaledBytesPerMove / cluster_size_;
+      static_cast<std::uint64_t>(plan.target_count) <= pace_.Limits().waiting_move / cluster_size_;
   if (!small && clusters_->RangeHeld(plan.target_lcn, plan.target_count)) {
-    if (const ErrorCode code = CommitNow()) return code;
+    if (const ErrorCode code = SettleNow()) return code;
   }
+  pace_.Begin();
   if (const ErrorCode code = Execute(stream, plan, checkpoint)) return code;
-  return BatchIsFull() ? CommitNow() : error::kSuccess;
+  const bool due = pace_.Due(transaction_->WaitingBytes(), transaction_->RecordBytes());
+  return due ? CommitNow() : error::kSuccess;
 }
 
 // A volume that says otherwise is damaged: clusters of two owners, or of none.
@@ -178,7 +172,7 @@ ErrorCode ImageVolume::StartWork() {
   // Alone and first: what finds a journal later may touch only a volume that bears this mark.
   code = WriteDirtyFlag(true);
   if (!code) code = PrepareForMoves();
-  if (!code) code = CommitNow();
+  if (!code) code = SettleNow();
   if (code) failed_ = true;
   return code;
 }
@@ -194,8 +188,7 @@ ErrorCode ImageVolume::Execute(const StreamRef& stream, const MovePlan& plan,
   }
   if (!code) {
     move.Keep();
-    ++moves_since_commit_;
-    bytes_since_commit_ += static_cast<std::uint64_t>(plan.target_count) * cluster_size_;
+    pace_.Moved(static_cast<std::uint64_t>(plan.target_count) * cluster_size_);
     return error::kSuccess;
   }
   move.Drop();
@@ -223,35 +216,41 @@ ErrorCode ImageVolume::CopyToTarget(const MovePlan& plan, const MoveCheckpoint& 
       checkpoint.reached ? between : std::function<bool(std::uint64_t)>()));
 }
 
-bool ImageVolume::BatchIsFull() const {
-  return moves_since_commit_ >= kMovesPerCommit || bytes_since_commit_ >= kBytesPerCommit ||
-         transaction_->PendingSectors() >= kPendingSectorsPerCommit;
-}
-
 ErrorCode ImageVolume::Commit() {
   if (moving_) return error::kNotReady;
   if (failed_) return error::kWriteFault;
-  return working_ ? CommitNow() : error::kSuccess;
+  return working_ ? SettleNow() : error::kSuccess;
 }
 
 ErrorCode ImageVolume::CommitNow() {
-  if (moves_since_commit_ == 0 && !transaction_->HasPending()) return error::kSuccess;
+  if (!pace_.Moving() && !transaction_->HasPending()) return error::kSuccess;
+  const std::uint64_t records = transaction_->Records();
   ErrorCode code = BeforeCommit();
   if (!code) code = FromDevice(transaction_->Commit());
   if (code) {
     failed_ = true;
     return code;
   }
+  if (transaction_->Records() > records) clusters_->AgeHeld();
+  pace_.Committed();
+  return error::kSuccess;
+}
+
+// Nothing is left to be finished afterwards, and all that is free may be written to.
+ErrorCode ImageVolume::SettleNow() {
+  if (const ErrorCode code = CommitNow()) return code;
+  if (const ErrorCode code = FromDevice(transaction_->Settle())) {
+    failed_ = true;
+    return code;
+  }
   clusters_->ReleaseHeld();
-  moves_since_commit_ = 0;
-  bytes_since_commit_ = 0;
   return error::kSuccess;
 }
 
 ErrorCode ImageVolume::Close() {
   if (moving_) return error::kNotReady;
   if (closed_) return close_result_;
-  close_result_ = begin_error_ ? begin_error_ : Commit();
+  close_result_ = begin_error_ ? begin_error_ : failed_ ? error::kWriteFault : CommitNow();
   if (!close_result_ && working_) close_result_ = Finish();
   closed_ = true;
   return close_result_;
@@ -261,7 +260,7 @@ ErrorCode ImageVolume::Close() {
 // are durable.
 ErrorCode ImageVolume::Finish() {
   ErrorCode code = WriteDirtyFlag(false);
-  if (!code) code = CommitNow();
+  if (!code) code = SettleNow();
   if (code) {
     failed_ = true;
     return code;

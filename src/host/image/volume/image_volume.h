@@ -18,8 +18,8 @@
 namespace vornalux {
 
 // The move itself, written once for every file system: checks, copy, metadata, commit. A file
-// system adds where its metadata lies. Moves are gathered into commits, by count and bytes, and
-// when a target lies in clusters that the durable state still refers to.
+// system adds where its metadata lies. Moves are gathered into commits, by bytes and
+// time. Where the clusters lie in the end depends on neither.
 class ImageVolume : public MountedVolume {
  public:
   ErrorCode Move(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn, std::int64_t count,
@@ -96,8 +96,8 @@ class ImageVolume : public MountedVolume {
   ErrorCode Execute(const StreamRef& stream, const MovePlan& plan,
                     const MoveCheckpoint& checkpoint);
   ErrorCode CopyToTarget(const MovePlan& plan, const MoveCheckpoint& checkpoint);
-  bool BatchIsFull() const;
   ErrorCode CommitNow();
+  ErrorCode SettleNow();
   ErrorCode Finish();
 
   VolumeStore store_;
@@ -116,8 +116,7 @@ class ImageVolume : public MountedVolume {
   ErrorCode close_result_ = error::kSuccess;
   std::vector<ClusterRun> move_runs_;  // of the move in hand; kept for their memory
   MovePlan move_plan_;
-  int moves_since_commit_ = 0;
-  std::uint64_t bytes_since_commit_ = 0;
+  CommitPace pace_;
 };
 
 }  // namespace vornalux

@@ -6,6 +6,7 @@
 #include "host/image/device/block_device.h"
 #include "host/image/journal/journal_home.h"
 #include "host/image/journal/volume_identity.h"
+#include "host/image/volume/commit_pace.h"
 #include "host/mounted/smart_drive.h"
 
 namespace vornalux {
@@ -20,6 +21,7 @@ struct VolumeStore {
   bool allow_dirty = false;  // a volume marked dirty may be looked at, though not moved on
   // Nothing reaches the disk: what would refuse the volume to a pass is kept in Objections().
   bool only_looking = false;
+  CommitLimits limits;
   bool drop_restore_points = false;  // give up the snapshots of a volume before anything moves
 };
 
