@@ -46,6 +46,7 @@ class ExtentReader {
   OwnedFile Open(const std::string& path, FileFlags first_attempt);
 
   Files& files_;
+  ExtentChunk chunk_;  // its memory serves each reading
 };
 
 }  // namespace vornalux

@@ -95,7 +95,7 @@ class SimulatedVolume final : public MountedVolume {
   std::optional<NtfsVolumeData> NtfsData() const override;
   void CopyBitmap(std::int64_t first_lcn, std::span<std::uint8_t> out) const override;
   ItemId Root() const override { return 0; }
-  ErrorCode ListFolder(ItemId folder, std::vector<FolderItem>& out) override;
+  ErrorCode List(ItemId folder, FolderListing& out) override;
   std::string FoldName(std::string_view name) const override;
   std::optional<FolderItem> HiddenItem(ItemId folder, std::string_view name) override;
   ErrorCode Extents(const StreamRef& stream, std::vector<Extent>& out) override;
