@@ -39,13 +39,18 @@ void FolderListing::Finish() {
 void FolderListing::MakeSlots(const MountedVolume& volume) const {
   std::vector<std::uint32_t> slots(std::bit_ceil(entries_.size() + entries_.size() / 2 + 1));
   const std::size_t mask = slots.size() - 1;
+  bool unique = true;
   for (std::size_t i = 0; i < entries_.size(); ++i) {
     entries_[i].hash = HashName(volume.FoldName(NameOf(entries_[i])));
     std::size_t slot = entries_[i].hash & mask;
-    while (slots[slot] != 0) slot = (slot + 1) & mask;
+    for (; slots[slot] != 0; slot = (slot + 1) & mask) {
+      const Entry& other = entries_[slots[slot] - 1];
+      unique = unique && (other.hash != entries_[i].hash || NameOf(other) != NameOf(entries_[i]));
+    }
     slots[slot] = static_cast<std::uint32_t>(i + 1);
   }
   slots_ = std::move(slots);
+  unique_ = unique;
 }
 
 std::size_t FolderListing::Find(const MountedVolume& volume, std::string_view name) const {
@@ -54,15 +59,20 @@ std::size_t FolderListing::Find(const MountedVolume& volume, std::string_view na
   const auto among = [&](std::size_t first, std::size_t count) {
     const std::size_t end = std::min(first + count, entries_.size());
     for (std::size_t i = first; i < end; ++i) {
-      if (Name(i) == name) return last_found_ = i;
+      if (Name(i) != name) continue;
+      while (i > 0 && Name(i - 1) == name) --i;
+      return last_found_ = i;
     }
     return kNone;
   };
-  const std::size_t ahead = slots_.empty() ? kNamesAhead : 2;
-  if (const std::size_t near = among(last_found_, ahead); near != kNone) return near;
-  if (slots_.empty()) {
-    if (const std::size_t near = among(0, kNamesAhead); near != kNone) return near;
-    MakeSlots(volume);
+  if (slots_.empty() && sorted_) {
+    for (const std::size_t first : {last_found_, std::size_t{0}}) {
+      if (const std::size_t near = among(first, kNamesAhead); near != kNone) return near;
+    }
+  }
+  if (slots_.empty()) MakeSlots(volume);
+  if (sorted_ || unique_) {
+    if (const std::size_t near = among(last_found_, 2); near != kNone) return near;
   }
   const std::string folded = volume.FoldName(name);
   const std::uint32_t hash = HashName(folded);

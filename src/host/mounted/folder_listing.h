@@ -24,11 +24,12 @@ class FolderListing {
 
   // At the end. False when no more are wanted.
   bool Add(std::string_view name, std::uint32_t attributes, ItemId id);
-  // Puts the items into an order of their names.
+  // Puts the items into an order of their names, in which equal ones lie together.
   template <typename Before>
   void Sort(Before before) {
     std::sort(entries_.begin(), entries_.end(),
               [&](const Entry& a, const Entry& b) { return before(NameOf(a), NameOf(b)); });
+    sorted_ = true;
   }
   // All items are there: what was only needed to take them is given back.
   void Finish();
@@ -63,6 +64,8 @@ class FolderListing {
   // for out of turn, which a walk never does.
   mutable std::vector<std::uint32_t> slots_;
   mutable std::size_t last_found_ = 0;
+  bool sorted_ = false;
+  mutable bool unique_ = false;  // no name is there twice, as the slots have shown
 };
 
 }  // namespace vornalux
