@@ -47,7 +47,7 @@ class BareVolume final : public MountedVolume {
     map_.Copy(first_lcn, out);
   }
   ItemId Root() const override { return 0; }
-  ErrorCode ListFolder(ItemId, std::vector<FolderItem>&) override { return error::kSuccess; }
+  ErrorCode List(ItemId, FolderListing&) override { return error::kSuccess; }
   std::string FoldName(std::string_view name) const override { return std::string(name); }
   std::optional<FolderItem> HiddenItem(ItemId, std::string_view) override { return std::nullopt; }
   ErrorCode Extents(const StreamRef&, std::vector<Extent>&) override { return error::kSuccess; }
@@ -95,7 +95,7 @@ void Redraw(benchmark::State& state) {
   PictureBox& picture = program.main_window.Picdepartvolume;
   picture.Resize(static_cast<std::int32_t>(state.range(0)));
   std::vector<std::uint32_t> pixels;
-  picture.refreshed = [&](ColumnRange) {
+  picture.refreshed = [&](std::span<const ColumnRange>) {
     pixels.clear();
     for (const Colour c : picture.columns())
       pixels.push_back((c & 0xFF) << 16 | (c & 0xFF00) | (c >> 16 & 0xFF));

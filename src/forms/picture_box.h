@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -28,15 +29,20 @@ class PictureBox : public Control {
 
   const Colour back_colour;
   Event click;
-  // Shows what was drawn since the last time; set by the host.
-  std::function<void(ColumnRange drawn)> refreshed;
+  // Shows the columns that look otherwise than the last time, in ascending order and apart; set by
+  // the host.
+  std::function<void(std::span<const ColumnRange>)> refreshed;
 
   std::int32_t width() const { return static_cast<std::int32_t>(columns_.size()); }
   const std::vector<Colour>& columns() const { return columns_; }
 
+  // As they were at the last Refresh(), perhaps of another width: what the user is to see.
+  const std::vector<Colour>& shown() const { return shown_; }
+
   void Resize(std::int32_t width) {
     next_width_ = std::max(width, 1);
     Clear();
+    shown_ = columns_;
   }
   void ResizeAtNextClear(std::int32_t width) { next_width_ = std::max(width, 1); }
   bool ResizePending() const { return next_width_ != width(); }
@@ -57,13 +63,31 @@ class PictureBox : public Control {
   }
   void Refresh() {
     const ColumnRange drawn = std::exchange(drawn_, {});
-    if (refreshed) refreshed(drawn);
+    const std::vector<ColumnRange> others = TakeChanges(drawn);
+    if (refreshed) refreshed(others);
   }
 
  private:
+  // A picture of another width is another picture.
+  std::vector<ColumnRange> TakeChanges(ColumnRange drawn) {
+    if (shown_.size() != columns_.size()) {
+      shown_ = columns_;
+      return {{0, width()}};
+    }
+    std::vector<ColumnRange> others;
+    for (std::int32_t x = drawn.first; x < drawn.end; ++x) {
+      const auto at = static_cast<std::size_t>(x);
+      if (std::exchange(shown_[at], columns_[at]) == columns_[at]) continue;
+      if (others.empty() || others.back().end != x) others.push_back({x, x});
+      others.back().end = x + 1;
+    }
+    return others;
+  }
+
   std::int32_t next_width_ = 1;
   std::vector<Colour> columns_;
-  ColumnRange drawn_;
+  std::vector<Colour> shown_;
+  ColumnRange drawn_;  // since the last Refresh()
 };
 
 }  // namespace vornalux

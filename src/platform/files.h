@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -57,8 +58,10 @@ class Files {
   virtual ErrorCode StreamNames(Handle file, std::vector<std::string>& out) = 0;
 
   // pattern is a folder path followed by "*". Null when the folder cannot be enumerated. Entries
-  // come in the volume's own order.
-  virtual std::unique_ptr<FolderSearch> FindFirst(const std::string& pattern) = 0;
+  // come in the volume's own order. Where the whole folder is listed first, which takes a while for
+  // a large one, go_on is asked on the way; null when it says no.
+  virtual std::unique_ptr<FolderSearch> FindFirst(const std::string& pattern,
+                                                  const std::function<bool()>& go_on = {}) = 0;
 
   // The whole of a small file as bytes.
   virtual ErrorCode ReadBytes(const std::string& path, std::string& out) = 0;

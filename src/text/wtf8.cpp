@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "text/wtf8.h"
 
+#include <algorithm>
 #include <array>
 
 namespace vornalux {
@@ -59,9 +60,12 @@ void AppendCodePoint(std::u16string& out, char32_t code) {
 }
 
 std::string ToWtf8(std::u16string_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
+  // Names are ASCII, mostly.
+  std::string out(text.size(), '\0');
+  std::size_t i = 0;
+  for (; i < text.size() && text[i] < 0x80; ++i) out[i] = static_cast<char>(text[i]);
+  out.resize(i);
+  for (; i < text.size(); ++i) {
     char32_t code = text[i];
     if (IsHigh(code) && i + 1 < text.size() && IsLow(text[i + 1])) {
       code = kFirstSupplementary + ((code - kFirstHigh) << 10) + (text[++i] - kFirstLow);
@@ -72,8 +76,10 @@ std::string ToWtf8(std::u16string_view text) {
 }
 
 std::optional<std::u16string> FromWtf8(std::string_view text) {
-  std::u16string out;
-  out.reserve(text.size());
+  const auto past_ascii =
+      std::find_if(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; });
+  std::u16string out(text.begin(), past_ascii);
+  text.remove_prefix(out.size());
   while (!text.empty()) {
     const std::optional<char32_t> code = TakeCodePoint(text);
     if (!code) return std::nullopt;

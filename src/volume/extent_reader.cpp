@@ -48,14 +48,13 @@ ExtentRecord ExtentReader::ReadExtents(const std::string& path, bool first_chunk
     return record;
   }
   record.opened = true;
-  ExtentChunk chunk;
   std::int64_t starting_vcn = 0;
   for (ErrorCode result = error::kMoreData; result == error::kMoreData;) {
-    chunk.extents.clear();
-    result = files_.RetrievalPointers(file.get(), starting_vcn, kExtentsPerChunk, chunk);
+    chunk_.extents.clear();
+    result = files_.RetrievalPointers(file.get(), starting_vcn, kExtentsPerChunk, chunk_);
     if (result != error::kSuccess && result != error::kMoreData) break;
     const std::int64_t before = starting_vcn;
-    for (const Extent& extent : chunk.extents) {
+    for (const Extent& extent : chunk_.extents) {
       if (!Plausible(extent, starting_vcn)) return record;
       record.extents.push_back(extent);
       starting_vcn = extent.NextVcn;

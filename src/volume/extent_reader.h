@@ -64,6 +64,7 @@ class ExtentReader {
   OwnedFile Open(const std::string& path, FileFlags first_attempt);
 
   Files& files_;
+  ExtentChunk chunk_;  // its memory serves each reading
 };
 
 }  // namespace vornalux

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "volume/tree_visit.h"
 
+#include <cstdint>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -11,6 +12,9 @@ namespace {
 // Windows' limit of 32,767 UTF-16 units, each at most three bytes here. Also what ends a walk
 // through a folder that contains itself.
 constexpr std::size_t kLongestPath = std::size_t{3} * 32767;
+
+// Folders let events happen each; one with a million files must not keep the user waiting either.
+constexpr std::uint64_t kFilesBetweenEvents = 256;
 
 }  // namespace
 
@@ -23,14 +27,19 @@ void VisitTree(Platform& platform, const RunFlags& flags, const std::string& fol
     std::unique_ptr<FolderSearch> search;
   };
   std::vector<Level> levels;
+  const auto let_events_happen = [&] {
+    platform.desktop.DoEvents();
+    return !flags.StopRequested;
+  };
   const auto enter = [&](std::string path) {
     if (path.size() > kLongestPath) return;
-    if (auto search = platform.files.FindFirst(path + "*")) {
+    if (auto search = platform.files.FindFirst(path + "*", let_events_happen)) {
       levels.push_back({std::move(path), std::move(search)});
     }
   };
   enter(folder);
   FolderEntry entry;
+  std::uint64_t files = 0;
   while (!levels.empty() && !flags.StopRequested) {
     if (!levels.back().search->Next(entry)) {
       levels.pop_back();
@@ -40,6 +49,7 @@ void VisitTree(Platform& platform, const RunFlags& flags, const std::string& fol
     std::string path = levels.back().path + entry.name;
     if (!(entry.attributes & attribute::kDirectory)) {
       visit(path, false);
+      if (++files % kFilesBetweenEvents == 0) platform.desktop.DoEvents();
     } else if (entry.name != "." && entry.name != ".." &&
                (dot_folders == DotFolders::Visited || !entry.name.starts_with('.'))) {
       visit(path, true);

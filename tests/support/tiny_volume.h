@@ -42,7 +42,7 @@ class TinyVolume final : public ImageVolume {
   const VolumeFacts& Facts() const override { return facts_; }
   std::optional<NtfsVolumeData> NtfsData() const override { return std::nullopt; }
   ItemId Root() const override { return 0; }
-  ErrorCode ListFolder(ItemId, std::vector<FolderItem>&) override { return error::kNotSupported; }
+  ErrorCode List(ItemId, FolderListing&) override { return error::kNotSupported; }
   std::string FoldName(std::string_view name) const override { return std::string(name); }
   std::optional<FolderItem> HiddenItem(ItemId, std::string_view) override { return std::nullopt; }
   ErrorCode StreamNames(ItemId, std::vector<std::string>&) override { return error::kNotSupported; }

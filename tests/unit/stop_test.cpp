@@ -167,6 +167,29 @@ TEST(StoppedAnalysis, ReportsOnlyWhenComplete) {
   }
 }
 
+// The user is heard while one folder of a thousand names is listed, and while its files are read.
+TEST(StoppedAnalysis, EndsWithinALargeFolder) {
+  constexpr std::int32_t kFiles = 5000;
+  SimulatedVolume volume({.total_clusters = 100});
+  const ItemId folder = volume.AddFolder("large");
+  for (int i = 0; i < kFiles; ++i) volume.AddItem(folder, "f" + std::to_string(i), {}, 0);
+  for (const int stop_at : {1, 4, 8, 100}) {
+    Rig rig(volume);
+    int within = 0;
+    rig.machine->User().AtEveryDoEvents([&] {
+      if (rig.window.caption.get().starts_with("Enum") && rig.engine.table.TotalDirs == 1 &&
+          ++within == stop_at) {
+        rig.program.flags.StopRequested = True;
+      }
+    });
+    rig.Run(kAnalyze);
+    EXPECT_EQ(rig.engine.table.TotalFiles < kFiles, stop_at != 100) << within;
+    EXPECT_EQ(rig.engine.table.TotalFiles == 0, stop_at <= 4) << within;
+    EXPECT_GT(within, stop_at == 100 ? kFiles / 256 : 0);
+    EXPECT_TRUE(rig.machine->Unreadable().empty());
+  }
+}
+
 class StopTest : public ::testing::TestWithParam<RunKind> {};
 
 TEST_P(StopTest, AtEveryCheckpoint) {

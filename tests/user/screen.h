@@ -22,7 +22,7 @@ class Screen {
     main_.unloaded = [this] { Raise(ended); };
     launcher_.end_program = [this] { Raise(job_closed); };
     for (Label& panel : main_.status_panels) panel.changed = [this] { Raise(panels_filled); };
-    main_.Picdepartvolume.refreshed = [this](ColumnRange) { Raise(map_shown); };
+    main_.Picdepartvolume.refreshed = [this](std::span<const ColumnRange>) { Raise(map_shown); };
     main_.changed = [this] { Raise(captioned); };
   }
 

@@ -3,44 +3,17 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "host/mounted/folder_listing.h"
 #include "host/mounted/mounted_volume.h"
 
 namespace vornalux {
-
-// The items of one folder in the volume's order, searchable by name. Compact, since every folder of
-// a volume with millions of files may be held at once.
-class FolderListing {
- public:
-  FolderListing(const MountedVolume& volume, const std::vector<FolderItem>& items);
-
-  std::size_t Size() const { return entries_.size(); }
-  std::string_view Name(std::size_t index) const;
-  std::uint32_t Attributes(std::size_t index) const { return entries_[index].attributes; }
-  ItemId Id(std::size_t index) const { return entries_[index].id; }
-
-  static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
-  // The item with exactly this name, else the first one whose name folds to the same; or kNone.
-  std::size_t Find(const MountedVolume& volume, std::string_view name) const;
-
- private:
-  struct Entry {
-    ItemId id = 0;
-    std::size_t name_at = 0;
-    std::uint32_t name_size = 0;
-    std::uint32_t attributes = 0;
-    std::uint32_t hash = 0;  // of the folded name
-  };
-
-  std::string names_;
-  std::vector<Entry> entries_;
-  std::vector<std::uint32_t> slots_;  // open addressing; index into entries_ plus 1, 0 = empty
-};
 
 // The folders of one volume by path. Each folder is listed once: the volume is ours alone while it
 // is open and moves change no names.
@@ -49,7 +22,10 @@ class FolderTree {
   // volume is not owned.
   explicit FolderTree(MountedVolume& volume) : volume_(&volume) {}
 
-  ErrorCode Listing(ItemId folder, std::shared_ptr<const FolderListing>& out);
+  // go_on as for FolderListing; kOperationAborted when it says no. What it does may come here
+  // again.
+  ErrorCode Listing(ItemId folder, std::shared_ptr<const FolderListing>& out,
+                    const std::function<bool()>& go_on = {});
 
   // One name in one folder, hidden items included. kFileNotFound when there is none.
   ErrorCode Find(ItemId folder, std::string_view name, FolderItem& out);

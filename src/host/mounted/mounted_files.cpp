@@ -104,17 +104,25 @@ ErrorCode MountedPlatform::Locate(std::string_view path, FileFlags flags, Found&
 
 OpenedFile MountedPlatform::OpenPath(const std::string& path, FileAccess /*access*/,
                                      FileFlags flags) {
-  OpenFile file;
-  if (const ErrorCode error = Noted(path, file.found.drive, Locate(path, flags, file.found))) {
+  Found found;
+  if (const ErrorCode error = Noted(path, found.drive, Locate(path, flags, found))) {
     return {.handle = kInvalidHandle, .error = error};
   }
-  file.path = path;
   const Handle handle = NextHandle();
+  OpenFile file = std::exchange(spare_file_, {});
+  file.found = std::move(found);
+  file.path = path;
+  file.extents_known = false;
   files_.emplace(handle, std::move(file));
   return {.handle = handle, .error = error::kSuccess};
 }
 
-void MountedPlatform::CloseFile(Handle file) { files_.erase(file); }
+void MountedPlatform::CloseFile(Handle file) {
+  const auto open = files_.find(file);
+  if (open == files_.end()) return;
+  spare_file_ = std::move(open->second);
+  files_.erase(open);
+}
 
 ErrorCode MountedPlatform::LoadExtents(OpenFile& file) {
   const std::uint64_t moves = file.found.drive->moves;
@@ -156,7 +164,8 @@ ErrorCode MountedPlatform::StreamNames(Handle file, std::vector<std::string>& ou
   return Noted(open->path, drive, drive->volume->StreamNames(open->found.stream.item, out));
 }
 
-std::unique_ptr<FolderSearch> MountedPlatform::FindFirst(const std::string& pattern) {
+std::unique_ptr<FolderSearch> MountedPlatform::FindFirst(const std::string& pattern,
+                                                         const std::function<bool()>& go_on) {
   const std::optional<WindowsPath> parts = SplitPath(pattern);
   if (!parts || parts->name != "*" || parts->of_folder) return nullptr;
   Drive* const drive = FindDrive(parts->drive);
@@ -164,18 +173,19 @@ std::unique_ptr<FolderSearch> MountedPlatform::FindFirst(const std::string& patt
   const bool is_root = parts->folder.empty();
   const auto path = std::string_view(pattern).substr(0, pattern.size() - (is_root ? 1 : 2));
   std::shared_ptr<const FolderListing> listing;
-  if (Noted(path, drive, FindListing(*drive, parts->folder, listing)) != error::kSuccess) {
+  if (Noted(path, drive, FindListing(*drive, parts->folder, go_on, listing)) != error::kSuccess) {
     return nullptr;
   }
   return std::make_unique<ListingSearch>(std::move(listing), is_root);
 }
 
 ErrorCode MountedPlatform::FindListing(Drive& drive, std::string_view folder,
+                                       const std::function<bool()>& go_on,
                                        std::shared_ptr<const FolderListing>& out) {
   ItemId id = 0;
   if (const ErrorCode error = drive.tree.FindFolder(folder, id)) return error;
   if (const ErrorCode error = MayOpen(*drive.volume, id)) return error;
-  return drive.tree.Listing(id, out);
+  return drive.tree.Listing(id, out, go_on);
 }
 
 ErrorCode MountedPlatform::ReadBytes(const std::string& path, std::string& out) {

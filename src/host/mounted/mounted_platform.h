@@ -80,7 +80,8 @@ class MountedPlatform : public Volumes,
   ErrorCode RetrievalPointers(Handle file, std::int64_t starting_vcn, std::size_t max_extents,
                               ExtentChunk& out) override;
   ErrorCode StreamNames(Handle file, std::vector<std::string>& out) override;
-  std::unique_ptr<FolderSearch> FindFirst(const std::string& pattern) override;
+  std::unique_ptr<FolderSearch> FindFirst(const std::string& pattern,
+                                          const std::function<bool()>& go_on = {}) override;
   // kNotEnoughMemory for files above 64 MiB.
   ErrorCode ReadBytes(const std::string& path, std::string& out) override;
 
@@ -165,7 +166,7 @@ class MountedPlatform : public Volumes,
   ErrorCode Resolve(std::string_view path, Found& out);
   ErrorCode ResolveStream(const FolderItem& item, std::string_view suffix, Found& out);
   ErrorCode LoadExtents(OpenFile& file);
-  ErrorCode FindListing(Drive& drive, std::string_view folder,
+  ErrorCode FindListing(Drive& drive, std::string_view folder, const std::function<bool()>& go_on,
                         std::shared_ptr<const FolderListing>& out);
   ErrorCode ReadAll(const Found& found, std::string& out);
   // Remembers the path when its volume could not be read; gives the code back.
@@ -179,6 +180,7 @@ class MountedPlatform : public Volumes,
   std::map<char, Drive> drives_;
   std::unordered_map<Handle, Drive*> volumes_;
   std::unordered_map<Handle, OpenFile> files_;
+  OpenFile spare_file_;  // its memory serves the next: a walk opens one file after the other
   std::unordered_map<Handle, OpenDrive> devices_;
   Handle last_handle_ = 0;
 };

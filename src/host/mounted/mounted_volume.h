@@ -8,14 +8,12 @@
 #include <string_view>
 #include <vector>
 
+#include "host/mounted/folder_listing.h"
 #include "host/mounted/smart_drive.h"
 #include "platform/types.h"
 #include "platform/volumes.h"
 
 namespace vornalux {
-
-// Names a file or folder within its volume for as long as the volume is open.
-using ItemId = std::uint64_t;
 
 struct FolderItem {
   std::string name;  // UTF-8, WTF-8 for unpaired surrogates
@@ -63,8 +61,10 @@ class MountedVolume {
   virtual ItemId Root() const = 0;
 
   // The folder's items in the volume's own order, without "." and "..", DOS-only names and volume
-  // metafiles.
-  virtual ErrorCode ListFolder(ItemId folder, std::vector<FolderItem>& out) = 0;
+  // metafiles. kOperationAborted when out wants no more. Other questions may be asked while out
+  // takes an item, a move is refused then.
+  virtual ErrorCode List(ItemId folder, FolderListing& out) = 0;
+  ErrorCode ListFolder(ItemId folder, std::vector<FolderItem>& out);
 
   // The form of a name under which two names that the volume takes for equal are equal.
   virtual std::string FoldName(std::string_view name) const = 0;

@@ -22,15 +22,13 @@ bool SimulatedVolume::BitmapChanges(std::uint64_t& mark, std::vector<std::int64_
   return MountedVolume::BitmapChanges(mark, lcns);
 }
 
-ErrorCode SimulatedVolume::ListFolder(ItemId folder, std::vector<FolderItem>& out) {
-  out.clear();
+ErrorCode SimulatedVolume::List(ItemId folder, FolderListing& out) {
   if (folder >= items_.size() || (At(folder).attributes & attribute::kDirectory) == 0) {
     return error::kPathNotFound;
   }
   for (std::uint32_t child = At(folder).first_child; child != kNone;
        child = items_[child].next_sibling) {
-    out.push_back(
-        {.name = std::string(NameOf(child)), .attributes = items_[child].attributes, .id = child});
+    if (!out.Add(NameOf(child), items_[child].attributes, child)) return error::kOperationAborted;
   }
   return error::kSuccess;
 }

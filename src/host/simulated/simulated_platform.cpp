@@ -212,10 +212,12 @@ ErrorCode SimulatedPlatform::StreamNames(Handle file, std::vector<std::string>& 
   return error;
 }
 
-std::unique_ptr<FolderSearch> SimulatedPlatform::FindFirst(const std::string& pattern) {
+std::unique_ptr<FolderSearch> SimulatedPlatform::FindFirst(const std::string& pattern,
+                                                           const std::function<bool()>& go_on) {
   const bool fails = !faults_.Hits(CallPoint::FindFirst, FolderOf(pattern)).empty() ||
                      Is(DriveState::Gone, pattern);
-  std::unique_ptr<FolderSearch> search = fails ? nullptr : MountedPlatform::FindFirst(pattern);
+  std::unique_ptr<FolderSearch> search =
+      fails ? nullptr : MountedPlatform::FindFirst(pattern, go_on);
   log_.Add(CallKind::FindFirst, FolderOf(pattern), kInvalidHandle, {},
            search ? error::kSuccess : error::kPathNotFound);
   return search;

@@ -70,7 +70,8 @@ class SimulatedPlatform final : public MountedPlatform {
   ErrorCode RetrievalPointers(Handle file, std::int64_t starting_vcn, std::size_t max_extents,
                               ExtentChunk& out) override;
   ErrorCode StreamNames(Handle file, std::vector<std::string>& out) override;
-  std::unique_ptr<FolderSearch> FindFirst(const std::string& pattern) override;
+  std::unique_ptr<FolderSearch> FindFirst(const std::string& pattern,
+                                          const std::function<bool()>& go_on = {}) override;
   ErrorCode ReadBytes(const std::string& path, std::string& out) override;
 
   Handle OpenDevice(const std::string& device_path) override;

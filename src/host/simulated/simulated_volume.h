@@ -99,7 +99,7 @@ class SimulatedVolume final : public MountedVolume {
   void CopyBitmap(std::int64_t first_lcn, std::span<std::uint8_t> out) const override;
   bool BitmapChanges(std::uint64_t& mark, std::vector<std::int64_t>& lcns) override;
   ItemId Root() const override { return 0; }
-  ErrorCode ListFolder(ItemId folder, std::vector<FolderItem>& out) override;
+  ErrorCode List(ItemId folder, FolderListing& out) override;
   std::string FoldName(std::string_view name) const override;
   std::optional<FolderItem> HiddenItem(ItemId folder, std::string_view name) override;
   ErrorCode Extents(const StreamRef& stream, std::vector<Extent>& out) override;

@@ -102,7 +102,8 @@ ErrorCode WindowsFiles::StreamNames(Handle file, std::vector<std::string>& out) 
   return TakeStreamsAnswer(std::span(answer_).first(answered), out);
 }
 
-std::unique_ptr<FolderSearch> WindowsFiles::FindFirst(const std::string& pattern) {
+std::unique_ptr<FolderSearch> WindowsFiles::FindFirst(const std::string& pattern,
+                                                      const std::function<bool()>& /*go_on*/) {
   const std::optional<std::wstring> wide = ToWidePath(pattern);
   if (!wide) return nullptr;
   WIN32_FIND_DATAW first;

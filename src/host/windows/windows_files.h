@@ -22,7 +22,8 @@ class WindowsFiles final : public Files {
   // kMoreData for a file with more streams than any file system keeps.
   ErrorCode StreamNames(Handle file, std::vector<std::string>& out) override;
   // The system gives "." and ".." along.
-  std::unique_ptr<FolderSearch> FindFirst(const std::string& pattern) override;
+  std::unique_ptr<FolderSearch> FindFirst(const std::string& pattern,
+                                          const std::function<bool()>& go_on = {}) override;
   // kNotEnoughMemory for files above 64 MiB.
   ErrorCode ReadBytes(const std::string& path, std::string& out) override;
   std::string FromCodePage(std::string text) override;

@@ -27,8 +27,8 @@ class FoldersOnly final : public MountedVolume {
   std::optional<NtfsVolumeData> NtfsData() const override { return std::nullopt; }
   void CopyBitmap(std::int64_t, std::span<std::uint8_t>) const override {}
   ItemId Root() const override { return 0; }
-  ErrorCode ListFolder(ItemId folder, std::vector<FolderItem>& out) override {
-    out = folders_[folder];
+  ErrorCode List(ItemId folder, FolderListing& out) override {
+    for (const FolderItem& item : folders_[folder]) out.Add(item.name, item.attributes, item.id);
     return error::kSuccess;
   }
   std::string FoldName(std::string_view name) const override {

@@ -3,9 +3,12 @@
 
 #include "check/ntfs_check.h"
 #include "host/image/device/little_endian.h"
+#include "host/image/ntfs/ntfs_names.h"
 #include "host/image/opening/image_file.h"
 #include "host/image/volume/refused.h"
 #include "support/image_folder.h"
+#include "support/seed.h"
+#include "text/wtf8.h"
 #include "volumes/maker/maker_editor.h"
 #include "volumes/ntfs/ntfs_image.h"
 
@@ -66,6 +69,69 @@ TEST(NtfsReading, FoldersInsideThemselvesAreListedOnce) {
                                  [&](const FolderItem& item) { return item.id == outer; });
   ASSERT_NE(self, items.end());
   EXPECT_EQ(volume->ListFolder(self->id, items), error::kFileCorrupt);
+}
+
+// Whatever is asked for while a large folder is listed, the list is the same.
+TEST(NtfsReading, OtherThingsAreReadWhileAFolderIsListed) {
+  MemoryVolume volume(MakeNtfs("ntfs size=48M files=5000 crowd=4500 folders=9 odd-names=30%"));
+  std::vector<FolderItem> root;
+  ASSERT_EQ(volume->ListFolder(volume->Root(), root), error::kSuccess);
+  const auto crowd = std::find_if(root.begin(), root.end(),
+                                  [](const FolderItem& item) { return item.name == "Crowd"; });
+  ASSERT_NE(crowd, root.end());
+  std::vector<FolderItem> calm;
+  ASSERT_EQ(volume->ListFolder(crowd->id, calm), error::kSuccess);
+  for (const std::size_t enough : {std::size_t{2}, calm.size()}) {
+    std::size_t asked = 0;
+    FolderListing listing([&] {
+      std::vector<Extent> extents;
+      std::vector<FolderItem> items;
+      for (const FolderItem& item : root) {
+        EXPECT_EQ(volume->Extents({item.id, ""}, extents), error::kSuccess);
+        volume->ListFolder(item.id, items);
+        if (extents.empty()) continue;
+        EXPECT_EQ(volume->Move({item.id, ""}, 0, FreeRun(*volume, 0, 1), 1), error::kNotReady);
+      }
+      return ++asked < enough;
+    });
+    const ErrorCode code = volume->List(crowd->id, listing);
+    EXPECT_EQ(code, enough == 2 ? error::kOperationAborted : error::kSuccess);
+    EXPECT_GE(asked, 2U);
+    if (code != error::kSuccess) continue;
+    ASSERT_EQ(listing.Size(), calm.size());
+    for (std::size_t i = 0; i < calm.size(); ++i) {
+      ASSERT_EQ(listing.Name(i), calm[i].name);
+      ASSERT_EQ(listing.Id(i), calm[i].id);
+      // Forwards, backwards, and here and there.
+      for (const std::size_t at : {i, calm.size() - 1 - i, i * 7919 % calm.size()}) {
+        ASSERT_EQ(listing.Find(*volume, calm[at].name), at);
+      }
+    }
+  }
+}
+
+// The order of a folder: by upper case units, whichever bytes they come from.
+TEST(NtfsReading, NamesAreOrderedByTheirUnits) {
+  std::vector<ntfschar> table(0x10000);
+  for (std::size_t i = 0; i < table.size(); ++i) {
+    const auto unit = static_cast<char16_t>(i);
+    table[i] = cpu_to_le16(unit >= 'a' && unit <= 'z' ? unit - 32 : unit == 0x131 ? 'I' : unit);
+  }
+  const UpcaseTable upcase(table.data(), table.size());
+  TestRandom random;
+  const char16_t units[] = {u'a', u'A', u'B', u'i', u'I', 0x131, 0xE4, 0xD83D, 0xDE00, 0xFFFD};
+  const auto name = [&] {
+    std::u16string text(random() % 4, u'\0');
+    for (char16_t& unit : text) unit = units[random() % std::size(units)];
+    return text;
+  };
+  for (int i = 0; i < 20000; ++i) {
+    const std::u16string a = name();
+    const std::u16string b = name();
+    EXPECT_EQ(upcase.Before(ToWtf8(a), ToWtf8(b)),
+              std::pair(upcase.Fold(a), a) < std::pair(upcase.Fold(b), b));
+    EXPECT_EQ(upcase.FoldAscii(ToWtf8(a)).value_or(ToWtf8(upcase.Fold(a))), ToWtf8(upcase.Fold(a)));
+  }
 }
 
 // A record that the attribute list of one file names says that it is the other's.

@@ -64,14 +64,14 @@ ErrorCode FatVolume::Check(const StreamRef& stream) const {
   return file && stream.stream == kDataStream ? error::kSuccess : error::kFileNotFound;
 }
 
-ErrorCode FatVolume::ListFolder(ItemId folder, std::vector<FolderItem>& out) {
-  out.clear();
+ErrorCode FatVolume::List(ItemId folder, FolderListing& out) {
   const auto node = static_cast<std::uint32_t>(folder);
   if (folder >= tree_.Size() || !tree_.IsFolder(node)) return error::kPathNotFound;
-  out.reserve(tree_[node].children);
   for (std::uint32_t i = 0; i < tree_[node].children; ++i) {
     const std::uint32_t child = tree_[node].first_child + i;
-    out.push_back({std::string(tree_.Name(child)), tree_[child].attributes, child});
+    if (!out.Add(tree_.Name(child), tree_[child].attributes, child)) {
+      return error::kOperationAborted;
+    }
   }
   return error::kSuccess;
 }

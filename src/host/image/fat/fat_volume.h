@@ -24,7 +24,7 @@ class FatVolume final : public ImageVolume {
   const VolumeFacts& Facts() const override { return facts_; }
   std::optional<NtfsVolumeData> NtfsData() const override { return std::nullopt; }
   ItemId Root() const override { return FatTree::kRoot; }
-  ErrorCode ListFolder(ItemId folder, std::vector<FolderItem>& out) override;
+  ErrorCode List(ItemId folder, FolderListing& out) override;
   std::string FoldName(std::string_view name) const override;
   std::optional<FolderItem> HiddenItem(ItemId folder, std::string_view name) override;
   ErrorCode StreamNames(ItemId item, std::vector<std::string>& out) override;

@@ -117,6 +117,50 @@ void NtfsDevice::WatchBitmap(std::vector<BitmapPiece> pieces, AllocationMap* map
   map_ = map;
 }
 
+void NtfsDevice::EndReadingAhead() {
+  if (std::exchange(ahead_ended_, true)) return;
+  for (Window& window : windows_) window = {};
+}
+
+// False when the bytes have to be read for themselves, as those at a bad spot.
+bool NtfsDevice::ReadAround(std::uint64_t offset, std::span<std::uint8_t> out) {
+  constexpr std::size_t kWindow = std::size_t{16} << 10;
+  constexpr std::size_t kSmall = 4096;
+  // A window costs as much as some single reads.
+  constexpr std::int64_t kCost = 32;
+  constexpr std::int64_t kGain = 8;
+  constexpr std::int64_t kMostCredit = 2048;
+  const std::uint64_t start = offset / kWindow * kWindow;
+  if (ahead_ended_ || out.size() > kSmall || offset + out.size() > start + kWindow) return false;
+  auto window = std::find_if(windows_.begin(), windows_.end(), [start](const Window& each) {
+    return each.offset == start && !each.bytes.empty();
+  });
+  if (window == windows_.end()) {
+    // Now and then it is tried again.
+    if (credit_ < kCost) {
+      ++credit_;
+      return false;
+    }
+    credit_ -= kCost;
+    window = windows_.begin() + static_cast<std::ptrdiff_t>(next_window_);
+    next_window_ = (next_window_ + 1) % windows_.size();
+    const std::uint64_t length = std::min<std::uint64_t>(kWindow, transaction_.Size() - start);
+    window->offset = start;
+    window->bytes.resize(static_cast<std::size_t>(length));
+    if (transaction_.Read(start, window->bytes)) {
+      transaction_.TakeReadFault();  // nobody has asked for it
+      EndReadingAhead();
+      return false;
+    }
+  } else {
+    credit_ = std::min(credit_ + kGain, kMostCredit);
+  }
+  if (offset + out.size() > start + window->bytes.size()) return false;
+  std::copy_n(window->bytes.begin() + static_cast<std::ptrdiff_t>(offset - start), out.size(),
+              out.begin());
+  return true;
+}
+
 std::error_code NtfsDevice::TakeError() { return std::exchange(error_, {}); }
 
 s64 NtfsDevice::Fail(std::error_code error) {
@@ -147,12 +191,14 @@ s64 NtfsDevice::Read(s64 offset, std::span<std::uint8_t> out) {
   if (from >= transaction_.Size()) return 0;
   const std::uint64_t length = std::min<std::uint64_t>(out.size(), transaction_.Size() - from);
   out = out.first(static_cast<std::size_t>(length));
+  if (ReadAround(from, out)) return static_cast<s64>(length);
   if (const std::error_code error = transaction_.Read(from, out)) return Fail(error);
   return static_cast<s64>(length);
 }
 
 s64 NtfsDevice::Write(s64 offset, std::span<const std::uint8_t> data) {
   if (drop_writes_) return static_cast<s64>(data.size());
+  EndReadingAhead();
   if (offset < 0) {
     errno = EINVAL;
     return -1;

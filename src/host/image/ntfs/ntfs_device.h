@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -43,6 +44,11 @@ class NtfsDevice {
   // Writes from here on are swallowed: the library's last words at the end of a mount.
   void DropWrites(bool drop) { drop_writes_ = drop; }
 
+  // Small reads bring what lies around them as well, for as long as that turns out to be wanted:
+  // file records are read one by one, neighbours soon after each other. From the first move on
+  // nothing is kept, since data may come to lie anywhere.
+  void EndReadingAhead();
+
   // The last error of the device underneath, once.
   std::error_code TakeError();
 
@@ -53,7 +59,13 @@ class NtfsDevice {
   s64 Position() const { return position_; }
 
  private:
+  struct Window {
+    std::uint64_t offset = 0;
+    std::vector<std::uint8_t> bytes;  // empty: nothing is there
+  };
+
   s64 Fail(std::error_code error);
+  bool ReadAround(std::uint64_t offset, std::span<std::uint8_t> out);
   void FollowBitmap(std::uint64_t offset, std::span<const std::uint8_t> data);
 
   Transaction& transaction_;
@@ -62,6 +74,10 @@ class NtfsDevice {
   std::error_code error_;
   s64 position_ = 0;
   bool drop_writes_ = false;
+  std::array<Window, 32> windows_;
+  std::size_t next_window_ = 0;
+  std::int64_t credit_ = 2048;  // of reading ahead; what is not used up
+  bool ahead_ended_ = false;
 };
 
 }  // namespace vornalux

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <limits>
 #include <new>
-#include <tuple>
 #include <utility>
 
 #include "host/image/ntfs/ntfs_mount.h"
@@ -18,23 +17,18 @@ constexpr std::uint64_t kFirstOrdinaryRecord = 24;   // those before are metafil
 constexpr std::uint32_t kIndexPresent = 0x10000000;  // how NTFS says "folder" in a file name
 constexpr std::uint32_t kInternalBits = 0xF0000000;
 
-struct Entry {
-  std::u16string folded;
-  std::u16string name;
-  std::uint32_t attributes = 0;
-  ItemId id = 0;
-};
-
 struct Listing {
-  const UpcaseTable* upcase = nullptr;
-  std::vector<Entry> entries;
+  FolderListing* items = nullptr;
+  int error = 0;
 };
 
-bool IsDotOrDotDot(std::u16string_view name) { return name == u"." || name == u".."; }
+bool IsDotOrDotDot(const ntfschar* name, int length) {
+  return length > 0 && length <= 2 && le16_to_cpu(name[0]) == '.' &&
+         le16_to_cpu(name[length - 1]) == '.';
+}
 
 void AddEntry(Listing& listing, const ntfschar* units, int length, int name_type, MFT_REF mref) {
-  std::u16string name = FromUnits(units, static_cast<std::size_t>(length));
-  if (name_type == FILE_NAME_DOS || IsDotOrDotDot(name)) return;
+  if (name_type == FILE_NAME_DOS || IsDotOrDotDot(units, length)) return;
   if (MREF(mref) < kFirstOrdinaryRecord) return;
 
   // The units are those of the index entry's file name attribute, which says more about the item.
@@ -46,8 +40,8 @@ void AddEntry(Listing& listing, const ntfschar* units, int length, int name_type
   stored = le32_to_cpu(stored);
   std::uint32_t attributes = stored & ~(kInternalBits | attribute::kDirectory);
   if (stored & kIndexPresent) attributes |= attribute::kDirectory;
-  std::u16string folded = listing.upcase->Fold(name);
-  listing.entries.push_back({std::move(folded), std::move(name), attributes, mref});
+  const std::u16string name = FromUnits(units, static_cast<std::size_t>(length));
+  if (!listing.items->Add(ToWtf8(name), attributes, mref)) listing.error = ECANCELED;
 }
 
 // An index larger than the volume can only be made up, and would take forever to search.
@@ -75,33 +69,28 @@ bool SizesArePlausible(ntfs_inode* folder) {
 extern "C" {
 static int OnEntry(void* context, const ntfschar* name, const int length, const int name_type,
                    const s64, const MFT_REF mref, const unsigned) {
+  auto& listing = *static_cast<Listing*>(context);
   try {
-    AddEntry(*static_cast<Listing*>(context), name, length, name_type, mref);
-    return 0;
+    AddEntry(listing, name, length, name_type, mref);
   } catch (...) {
-    errno = ENOMEM;
-    return -1;
+    listing.error = ENOMEM;
   }
+  return listing.error == 0 ? 0 : -1;
 }
 }
 
-int ListIndex(ntfs_inode* folder, const UpcaseTable& upcase, std::vector<FolderItem>& out) {
-  out.clear();
+int ListIndex(ntfs_inode* folder, const UpcaseTable& upcase, FolderListing& out) {
   if (!(folder->mrec->flags & MFT_RECORD_IS_DIRECTORY)) return ENOTDIR;
   if (!SizesArePlausible(folder)) return EIO;
-  Listing listing{&upcase, {}};
+  Listing listing{&out};
   s64 position = 0;
   errno = 0;
-  if (ntfs_readdir(folder, &position, &listing, OnEntry) != 0) return LibraryError();
+  const bool listed = ntfs_readdir(folder, &position, &listing, OnEntry) == 0;
+  if (listing.error != 0) return listing.error;
+  if (!listed) return LibraryError();
 
   // The library goes through the index block by block; the order of the index is by name.
-  std::sort(listing.entries.begin(), listing.entries.end(), [](const Entry& a, const Entry& b) {
-    return std::tie(a.folded, a.name) < std::tie(b.folded, b.name);
-  });
-  out.reserve(listing.entries.size());
-  for (const Entry& entry : listing.entries) {
-    out.push_back({ToWtf8(entry.name), entry.attributes, entry.id});
-  }
+  out.Sort([&](std::string_view a, std::string_view b) { return upcase.Before(a, b); });
   return 0;
 }
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
 #include "host/image/ntfs/ntfs_library.h"
 #include "host/image/ntfs/ntfs_names.h"
@@ -11,8 +10,8 @@
 namespace vornalux {
 
 // The names in a folder, in the order of its index, without "." and "..", DOS-only names and
-// metafiles. 0 or an errno value.
-int ListIndex(ntfs_inode* folder, const UpcaseTable& upcase, std::vector<FolderItem>& out);
+// metafiles. 0 or an errno value, ECANCELED when out wants no more.
+int ListIndex(ntfs_inode* folder, const UpcaseTable& upcase, FolderListing& out);
 
 // Is every name of the inode a name in this folder (of this record number)?
 bool HasNamesOnlyIn(ntfs_inode* inode, std::uint64_t folder);

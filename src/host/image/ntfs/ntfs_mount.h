@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 
 #include "host/image/ntfs/ntfs_device.h"
 #include "host/image/ntfs/ntfs_library.h"
@@ -45,6 +46,14 @@ class NtfsMount {
 
   // Closes our inode, so that the next Inode() reads what has been written.
   void CloseInode();
+
+  // The inode that Inode() gave, to be kept while others are asked for, and only read; null when it
+  // is one of the library's own, which stay.
+  struct CloseTaken {
+    void operator()(ntfs_inode* inode) const { ntfs_inode_close(inode); }
+  };
+  using InodeHandle = std::unique_ptr<ntfs_inode, CloseTaken>;
+  InodeHandle TakeInode() { return InodeHandle(std::exchange(inode_, nullptr)); }
 
   // The attribute of inode with exactly this name, which must be closed before the inode is.
   AttributeHandle OpenAttribute(ntfs_inode* inode, const AttributeName& name);

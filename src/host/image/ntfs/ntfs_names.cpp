@@ -26,6 +26,30 @@ const std::array kTypeNames = {
     TypeName{"$BITMAP", AT_BITMAP},
 };
 
+// The UTF-16 units of WTF-8, one after the other. Ends early at what is none.
+class UnitReader {
+ public:
+  explicit UnitReader(std::string_view text) : text_(text) {}
+
+  std::optional<char16_t> Next() {
+    if (low_ != 0) return std::exchange(low_, u'\0');
+    if (text_.empty()) return std::nullopt;
+    if (const char first = text_.front(); (first & 0x80) == 0) {
+      text_.remove_prefix(1);
+      return static_cast<char16_t>(first);
+    }
+    const std::optional<char32_t> code = TakeCodePoint(text_);
+    if (!code) return std::nullopt;
+    if (*code < 0x10000) return static_cast<char16_t>(*code);
+    low_ = static_cast<char16_t>(0xDC00 + ((*code - 0x10000) & 0x3FF));
+    return static_cast<char16_t>(0xD800 + ((*code - 0x10000) >> 10));
+  }
+
+ private:
+  std::string_view text_;
+  char16_t low_ = 0;  // of a pair whose first half has been given
+};
+
 }  // namespace
 
 std::u16string FromUnits(const ntfschar* units, std::size_t count) {
@@ -35,13 +59,43 @@ std::u16string FromUnits(const ntfschar* units, std::size_t count) {
 }
 
 UpcaseTable::UpcaseTable(const ntfschar* table, std::size_t length)
-    : table_(FromUnits(table, length)) {}
+    : table_(FromUnits(table, length)) {
+  ascii_stays_ = true;
+  for (std::size_t i = 0; i < ascii_.size(); ++i) {
+    const char16_t folded = Fold(static_cast<char16_t>(i));
+    ascii_stays_ = ascii_stays_ && folded < ascii_.size();
+    ascii_[i] = static_cast<char>(folded);
+  }
+}
+
+std::optional<std::string> UpcaseTable::FoldAscii(std::string_view name) const {
+  if (!ascii_stays_) return std::nullopt;
+  std::string folded(name);
+  for (char& c : folded) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= ascii_.size()) return std::nullopt;
+    c = ascii_[byte];
+  }
+  return folded;
+}
+
+bool UpcaseTable::Before(std::string_view a, std::string_view b) const {
+  int as_they_are = 0;
+  for (UnitReader left(a), right(b);;) {
+    const std::optional<char16_t> x = left.Next();
+    const std::optional<char16_t> y = right.Next();
+    if (!x || !y) return x || y ? !x : as_they_are < 0;
+    if (*x == *y) continue;
+    const char16_t x_folded = Fold(*x);
+    const char16_t y_folded = Fold(*y);
+    if (x_folded != y_folded) return x_folded < y_folded;
+    if (as_they_are == 0) as_they_are = *x < *y ? -1 : 1;
+  }
+}
 
 std::u16string UpcaseTable::Fold(std::u16string_view name) const {
   std::u16string folded(name);
-  for (char16_t& unit : folded) {
-    if (unit < table_.size()) unit = table_[unit];
-  }
+  for (char16_t& unit : folded) unit = Fold(unit);
   return folded;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include <array>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,9 +22,18 @@ class UpcaseTable {
   UpcaseTable(const ntfschar* table, std::size_t length);
 
   std::u16string Fold(std::u16string_view name) const;
+  // The same for a name of ASCII letters only that stays one; nothing for others.
+  std::optional<std::string> FoldAscii(std::string_view name) const;
+
+  // The order of names in a folder: by upper case, then as they are. Both are WTF-8.
+  bool Before(std::string_view a, std::string_view b) const;
 
  private:
+  char16_t Fold(char16_t unit) const { return unit < table_.size() ? table_[unit] : unit; }
+
   std::u16string table_;
+  std::array<char, 128> ascii_{};
+  bool ascii_stays_ = false;  // no ASCII character folds to another kind
 };
 
 // An attribute of a file record.

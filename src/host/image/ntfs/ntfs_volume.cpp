@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 #include "host/image/device/little_endian.h"
@@ -20,6 +21,8 @@ namespace vornalux {
 namespace {
 
 constexpr std::uint64_t kFirstOrdinaryRecord = 24;
+// What the program counts clusters with.
+constexpr std::int64_t kMostClusters = std::numeric_limits<std::int32_t>::max();
 constexpr std::int64_t kFixedMftClusters = 16;  // Windows never moves the start of $MFT either
 
 std::string Label(const NtfsMount& mount) {
@@ -178,6 +181,11 @@ void NtfsVolume::PinSnapshotFiles() {
 
 void NtfsVolume::LearnFacts() {
   const ntfs_volume* volume = mount_->Volume();
+  if (volume->nr_clusters > kMostClusters) {
+    Refuse("has " + std::to_string(volume->nr_clusters) + " clusters, and no more than " +
+               std::to_string(kMostClusters) + " can be worked on",
+           "Only larger clusters would mend that.");
+  }
   facts_.file_system = "NTFS";
   facts_.label = Label(*mount_);
   facts_.bytes_per_sector = volume->sector_size;
@@ -261,6 +269,8 @@ ErrorCode NtfsVolume::Failure(int error) {
       return error::kNotEnoughMemory;
     case EROFS:
       return error::kWriteProtect;
+    case ECANCELED:
+      return error::kOperationAborted;
     case EOPNOTSUPP:
       return error::kNotSupported;
     default:
@@ -278,8 +288,7 @@ ErrorCode NtfsVolume::Find(const StreamRef& stream, Place& out) {
   return error::kSuccess;
 }
 
-ErrorCode NtfsVolume::ListFolder(ItemId folder, std::vector<FolderItem>& out) {
-  out.clear();
+ErrorCode NtfsVolume::List(ItemId folder, FolderListing& out) {
   if (!mount_) return error::kNotReady;
   ntfs_inode* inode = mount_->Inode(folder);
   if (inode == nullptr) return Failure(LibraryError());
@@ -287,18 +296,21 @@ ErrorCode NtfsVolume::ListFolder(ItemId folder, std::vector<FolderItem>& out) {
   const auto parent = parents_.find(MREF(folder));
   if (parent != parents_.end() && !HasNamesOnlyIn(inode, parent->second)) return Failure(EIO);
 
+  // Other inodes may be asked for while this one is read, so it is nobody else's for now.
+  const NtfsMount::InodeHandle own = mount_->TakeInode();
+  ++listing_;
+  const int listed = ListIndex(inode, upcase_, out);
+  --listing_;
   // Also a list that seems complete may lack what the library could not read.
-  if (const ErrorCode failure = Failure(ListIndex(inode, upcase_, out))) {
-    out.clear();
-    return failure;
-  }
-  for (const FolderItem& item : out) {
-    if (item.attributes & attribute::kDirectory) parents_[MREF(item.id)] = MREF(folder);
+  if (const ErrorCode failure = Failure(listed)) return failure;
+  for (std::size_t i = 0; i < out.Size(); ++i) {
+    if (out.Attributes(i) & attribute::kDirectory) parents_[MREF(out.Id(i))] = MREF(folder);
   }
   return error::kSuccess;
 }
 
 std::string NtfsVolume::FoldName(std::string_view name) const {
+  if (std::optional<std::string> ascii = upcase_.FoldAscii(name)) return *std::move(ascii);
   const std::optional<std::u16string> text = FromWtf8(name);
   return text ? ToWtf8(upcase_.Fold(*text)) : std::string(name);
 }
@@ -356,6 +368,7 @@ ErrorCode NtfsVolume::Runs(const StreamRef& stream, std::vector<ClusterRun>& out
 }
 
 ErrorCode NtfsVolume::MayMove(const StreamRef& stream, std::int64_t vcn, std::int64_t) {
+  if (listing_ != 0) return error::kNotReady;
   const std::uint64_t record = MREF(stream.item);
   if (pinned_.contains(record)) return error::kAccessDenied;
   if (record >= kFirstOrdinaryRecord || record == FILE_root) return error::kSuccess;
@@ -428,6 +441,7 @@ std::vector<ByteRange> NtfsVolume::StillRanges() {
 // What no longer fits must not be read, nor copied back by Windows: the snapshots go first, and are
 // gone for good before any data is written, since they refer to free clusters too.
 ErrorCode NtfsVolume::PrepareForMoves() {
+  device_.EndReadingAhead();
   if (!opening_.drop_restore_points || !snapshots_.Any()) return error::kSuccess;
   if (const std::error_code error = ForgetSnapshots(Device())) return FromDevice(error);
   snapshots_dropped_ = true;

@@ -35,7 +35,7 @@ class NtfsVolume final : public ImageVolume {
   const VolumeFacts& Facts() const override { return facts_; }
   std::optional<NtfsVolumeData> NtfsData() const override;
   ItemId Root() const override { return root_; }
-  ErrorCode ListFolder(ItemId folder, std::vector<FolderItem>& out) override;
+  ErrorCode List(ItemId folder, FolderListing& out) override;
   std::string FoldName(std::string_view name) const override;
   std::optional<FolderItem> HiddenItem(ItemId folder, std::string_view name) override;
   ErrorCode StreamNames(ItemId item, std::vector<std::string>& out) override;
@@ -84,6 +84,7 @@ class NtfsVolume final : public ImageVolume {
   NtfsVolumeData zone_;
   ItemId root_ = 0;
   bool dirty_ = false;
+  int listing_ = 0;       // folders that are being listed, one inside the other
   bool unclean_ = false;  // opened past the library's checks, as far as looking goes
   SnapshotCatalog snapshots_;
   bool snapshots_dropped_ = false;

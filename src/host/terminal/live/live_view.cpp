@@ -15,7 +15,7 @@ constexpr auto kKeyWait = std::chrono::milliseconds(100);
 void LiveView::Bind(DefragWindow& window, std::function<std::int64_t()> cluster_bytes) {
   window_ = &window;
   cluster_bytes_ = std::move(cluster_bytes);
-  window.Picdepartvolume.refreshed = [this](ColumnRange) {
+  window.Picdepartvolume.refreshed = [this](std::span<const ColumnRange>) {
     map_ = window_->Picdepartvolume.columns();
   };
 }

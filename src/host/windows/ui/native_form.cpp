@@ -48,22 +48,42 @@ void Fill(HDC dc, const RECT& area, Colour colour) {
   DeleteObject(brush);
 }
 
-// One row of pixels, which the system makes as high as the area. All of it, so that what another
-// window covered comes back as it was; what need not be painted anew is clipped.
+// The columns of a picture that is to fill the area and of which something in the clip box shows.
+ColumnRange ColumnsIn(HDC dc, const RECT& area, const PictureBox& picture) {
+  const auto width = static_cast<std::int32_t>(picture.shown().size());
+  RECT clip;
+  const bool as_wide = area.right - area.left == width;
+  if (!as_wide || GetClipBox(dc, &clip) == ERROR) return {0, width};
+  const auto column = [&](LONG x) {
+    return static_cast<std::int32_t>(std::clamp<LONG>(x - area.left, 0, width));
+  };
+  return {column(clip.left), column(clip.right)};
+}
+
+// One row of pixels, which the system makes as high as the area. What another window covered comes
+// back as it was; of what need not be painted anew nothing is made. A picture that is stretched is
+// painted as a whole.
 void Show(HDC dc, const RECT& area, const PictureBox& picture) {
+  const auto width = static_cast<std::int32_t>(picture.shown().size());
+  const ColumnRange columns = ColumnsIn(dc, area, picture);
+  if (columns.Empty()) return;
+  const bool whole = columns.first == 0 && columns.end == width;
+  const LONG left = area.left + columns.first;
+  const LONG right = whole ? area.right : area.left + columns.end;
   BITMAPINFO info = {};
   info.bmiHeader.biSize = sizeof info.bmiHeader;
-  info.bmiHeader.biWidth = picture.width();
+  info.bmiHeader.biWidth = columns.end - columns.first;
   info.bmiHeader.biHeight = 1;
   info.bmiHeader.biPlanes = 1;
   info.bmiHeader.biBitCount = 32;
   std::vector<std::uint32_t> row;
-  row.reserve(picture.columns().size());
-  for (const Colour c : picture.columns()) {
+  row.reserve(static_cast<std::size_t>(columns.end - columns.first));
+  for (std::int32_t x = columns.first; x < columns.end; ++x) {
+    const Colour c = picture.shown()[static_cast<std::size_t>(x)];
     row.push_back((c & 0xFF) << 16 | (c & 0xFF00) | (c >> 16 & 0xFF));
   }
-  StretchDIBits(dc, area.left, area.top, area.right - area.left, area.bottom - area.top, 0, 0,
-                picture.width(), 1, row.data(), &info, DIB_RGB_COLORS, SRCCOPY);
+  StretchDIBits(dc, left, area.top, right - left, area.bottom - area.top, 0, 0,
+                info.bmiHeader.biWidth, 1, row.data(), &info, DIB_RGB_COLORS, SRCCOPY);
 }
 
 // Where columns show on a control that may have another width than the picture.
@@ -458,10 +478,12 @@ void NativeForm::Bind(int id, PictureBox& picture) {
     if (notification == STN_CLICKED) Raise(picture.click);
   };
   picture.changed = [this, id, &picture] { ShowState(id, picture); };
-  picture.refreshed = [this, id, &picture](ColumnRange changed) {
-    if (changed.Empty() || window_ == nullptr) return;
-    const RECT area = AreaOf(changed, Item(id), picture);
-    Repaint(Item(id), &area, FALSE);
+  picture.refreshed = [this, id, &picture](std::span<const ColumnRange> changed) {
+    if (changed.empty() || window_ == nullptr) return;
+    for (const ColumnRange& columns : changed) {
+      const RECT area = AreaOf(columns, Item(id), picture);
+      Repaint(Item(id), &area, FALSE);
+    }
     UpdateWindow(Item(id));
   };
   unbind_.push_back([&picture] {
