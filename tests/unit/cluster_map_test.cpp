@@ -3,6 +3,7 @@
 #include "ui/cluster_map.h"
 
 #include <limits>
+#include <span>
 
 #include "host/simulated/random_volume.h"
 #include "host/simulated/seeded_random.h"
@@ -132,6 +133,44 @@ TEST(ClusterMap, ShowsTheVolumeAndItsCandidates) {
     last.Candidates(fragmented, rig, 0x0000FF);
     EXPECT_EQ(Strip(rig), last.strip());
     EXPECT_EQ(rig.window.LblRedraw.fore_colour.get(), activity_colour::kResting);
+  });
+}
+
+// A host that takes over the columns it is told of, and no others, shows what was refreshed.
+TEST(PictureBox, TellsWhichColumnsLookOtherwise) {
+  ForSeeds(30, [](std::uint64_t seed) {
+    SeededRandom random(seed);
+    PictureBox picture(60, 1);
+    std::vector<Colour> screen = picture.columns();
+    std::int64_t told = 0;
+    picture.refreshed = [&](std::span<const ColumnRange> changed) {
+      screen.resize(picture.shown().size());
+      std::int32_t last = -1;
+      for (const ColumnRange& range : changed) {
+        ASSERT_LT(last, range.first);
+        last = range.end;
+        told += range.end - range.first;
+        std::copy_n(picture.shown().begin() + range.first, range.end - range.first,
+                    screen.begin() + range.first);
+      }
+    };
+    for (int step = 0; step < 200; ++step) {
+      if (random.Chance(0.05)) picture.ResizeAtNextClear(picture.width() + 1);
+      if (random.Chance(0.1)) picture.Clear();
+      const std::vector<Colour> before = picture.shown();
+      for (int i = 0; i < 3; ++i) {
+        picture.DrawColumn(random.Between(-2, picture.width()),
+                           static_cast<Colour>(random.Between(1, 3)));
+      }
+      EXPECT_EQ(picture.shown(), before);
+      told = 0;
+      picture.Refresh();
+      EXPECT_EQ(screen, picture.columns());
+      if (before.size() != screen.size()) continue;
+      std::int64_t other = 0;
+      for (std::size_t i = 0; i < screen.size(); ++i) other += screen[i] != before[i] ? 1 : 0;
+      EXPECT_EQ(told, other);
+    }
   });
 }
 
