@@ -50,9 +50,9 @@ class BareVolume final : public MountedVolume {
                          : map_.Changes().Since(mark, lcns);
   }
   ItemId Root() const override { return 0; }
-  ErrorCode ListFolder(ItemId folder, std::vector<FolderItem>& out) override {
+  ErrorCode List(ItemId folder, FolderListing& out) override {
     for (ItemId item = 1; folder == 0 && item <= pieces_.size() / 4; ++item) {
-      out.push_back(
+      out.Add(
           {.name = "file" + std::to_string(item), .attributes = attribute::kArchive, .id = item});
     }
     return error::kSuccess;
