@@ -52,8 +52,7 @@ class BareVolume final : public MountedVolume {
   ItemId Root() const override { return 0; }
   ErrorCode List(ItemId folder, FolderListing& out) override {
     for (ItemId item = 1; folder == 0 && item <= pieces_.size() / 4; ++item) {
-      out.Add(
-          {.name = "file" + std::to_string(item), .attributes = attribute::kArchive, .id = item});
+      out.Add("file" + std::to_string(item), attribute::kArchive, item);
     }
     return error::kSuccess;
   }

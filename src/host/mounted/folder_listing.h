@@ -53,7 +53,8 @@ class FolderListing {
   };
 
   std::string_view NameOf(const Entry& entry) const {
-    return std::string_view(names_).substr(entry.name_at, entry.name_size);
+    return std::string_view(names_).substr(static_cast<std::size_t>(entry.name_at),
+                                           entry.name_size);
   }
   void MakeSlots(const MountedVolume& volume) const;
 
