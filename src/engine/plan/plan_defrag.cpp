@@ -14,8 +14,9 @@
 namespace vornalux::plan {
 namespace {
 
-constexpr MendingOrder kOrders[] = {MendingOrder::LargestFirst, MendingOrder::SmallestFirst,
-                                    MendingOrder::MostPiecesPerCluster};
+// The first is most often the one that leaves nothing in pieces, and with least moved.
+constexpr MendingOrder kOrders[] = {MendingOrder::MostPiecesPerCluster, MendingOrder::LargestFirst,
+                                    MendingOrder::SmallestFirst};
 constexpr std::int64_t kManyPieces = 20'000;
 constexpr double kKeep = 0.5;  // of its file a piece has to be to stay when all is compacted
 
