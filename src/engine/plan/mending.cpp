@@ -12,7 +12,7 @@ constexpr std::int64_t kMoveInVain = 20;        // costs as much as looking at s
 constexpr std::size_t kPartsTried = 8;
 constexpr std::size_t kGapsTried = 8;
 constexpr std::size_t kGapsTriedInHaste = 3;
-constexpr std::int32_t kNeighbours = 32;    // segments on either side of a gap
+constexpr std::int32_t kNeighbours = 64;    // segments on either side of a gap
 constexpr std::int64_t kSlideMoves = 4096;  // requests that one gathering may need
 
 }  // namespace

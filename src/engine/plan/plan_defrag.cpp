@@ -38,26 +38,16 @@ Mended WhatBecameOf(ClusterSpace&& space) {
   return {space.PieceCount(), space.ClustersMoved(), std::move(space).Moves()};
 }
 
-std::int64_t ClustersFragmented(const ClusterSpace& space) {
-  std::int64_t clusters = 0;
-  for (std::int32_t file = 0; file < space.FileCount(); ++file) {
-    if (space.IsFragmented(file)) clusters += space.SizeOf(file);
-  }
-  return clusters;
-}
-
-// The best that the orders of mending find. The first that leaves nothing in pieces will do where
-// no other can save what looking for it costs: on large volumes, and when nothing had to make room.
+// The best that the orders of mending find. For large volumes the first that leaves nothing in
+// pieces will do: the time counts.
 Mended BestMending(const Volume& volume, const Limits& limits) {
   Mended best;
   for (const MendingOrder order : kOrders) {
     ClusterSpace space(volume);
-    const std::int64_t fragmented = ClustersFragmented(space);
     MendFiles(space, order, limits.clusters);
     const bool whole = space.PieceCount() <= space.FileCount();
     if (Better(space, best)) best = WhatBecameOf(std::move(space));
-    const bool large = std::ssize(volume.blocked) + best.pieces > kManyPieces;
-    if (whole && (large || best.clusters <= fragmented)) break;
+    if (whole && std::ssize(volume.blocked) + best.pieces > kManyPieces) break;
   }
   return best;
 }
