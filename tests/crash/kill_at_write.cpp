@@ -5,7 +5,8 @@
 // bytes, and no reason given. With VORNALUX_SIGNAL it gets that signal before the event instead,
 // which is then done. Disks that cannot be read: VORNALUX_FAIL_READ names the reading that fails
 // (from 1 on), VORNALUX_FAIL_READS as well all that come after it, and VORNALUX_BAD_BYTES=FROM:TO
-// what nobody can read. With VORNALUX_COUNT the numbers of events and of readings go to that file
+// what nobody can read. A disk that is slow: each write takes VORNALUX_PAUSE microseconds longer.
+// With VORNALUX_COUNT the numbers of events and of readings go to that file
 // in the end.
 #include <dlfcn.h>
 #include <signal.h>
@@ -65,6 +66,8 @@ ssize_t CountedWrite(const char* name, int file, const void* data, std::size_t s
     const std::size_t part = (events * 7919 % (size / kSector + 1)) * kSector;
     if (part > 0) real(file, data, part, at);
   });
+  static const auto pause = static_cast<useconds_t>(Number("VORNALUX_PAUSE"));
+  if (pause > 0) usleep(pause);
   size = Taken(size);
   return size == 0 ? 0 : real(file, data, size, at);
 }
@@ -148,7 +151,8 @@ int fsync(int file) {
 // the machine is busy.
 int clock_gettime(clockid_t clock, timespec* time) noexcept {
   const int result = Real<int (*)(clockid_t, timespec*)>("clock_gettime")(clock, time);
-  if (clock != CLOCK_MONOTONIC || result != 0) return result;
+  static const bool as_it_is = std::getenv("VORNALUX_PAUSE") != nullptr;
+  if (as_it_is || clock != CLOCK_MONOTONIC || result != 0) return result;
   const std::int64_t slow = (time->tv_sec * std::int64_t{1000000000} + time->tv_nsec) / 1000;
   *time = {.tv_sec = slow / 1000000000, .tv_nsec = slow % 1000000000};
   return 0;

@@ -63,6 +63,9 @@ class LiveTerminalTest : public ImageFolder {
   }
   // A run that has begun to move files, paused by the Stop box.
   void StartAndPause() const {
+    // A disk slow enough for keys to find the run at work.
+    Type("'export LD_PRELOAD=" VORNALUX_KILL_LIBRARY
+         " ASAN_OPTIONS=verify_asan_link_order=0 VORNALUX_PAUSE=2000; clear' Enter");
     Start("defrag");
     ScreenWith("Defragmenting volume C:");
     Type("s");
