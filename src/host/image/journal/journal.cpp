@@ -108,7 +108,7 @@ std::error_code WriteBody(BodyWriter& body, BlockDevice& volume, const std::vect
   if (const std::error_code error = WriteRunTable(body, runs)) return error;
   if (const std::error_code error = WriteChecksumTable(body, volume, runs)) return error;
   for (const SectorRun& run : runs) {
-    if (run.source != SectorRun::kNoSource) continue;
+    if (run.source != kNoSource) continue;
     if (const std::error_code error = body.Append(run.content)) return error;
   }
   if (const std::error_code error = WriteCopyTable(body, copies)) return error;
@@ -148,7 +148,7 @@ bool RedoJournal::StaysPut(std::uint64_t sector) const {
 void RedoJournal::UpdateProof(const std::vector<SectorRun>& runs) {
   std::map<std::uint64_t, std::uint32_t> fresh;
   for (const SectorRun& run : runs) {
-    if (run.source != SectorRun::kNoSource) continue;  // file data
+    if (run.source != kNoSource) continue;  // file data
     for (std::size_t at = 0; at < run.content.size(); at += kSector) {
       const std::uint64_t sector = run.first_sector + at / kSector;
       const bool known = marks_.contains(sector) || proof_.contains(sector);
@@ -216,7 +216,7 @@ std::error_code RedoJournal::Record(const std::vector<SectorRun>& runs,
   header.copies = copies.size();
   for (const SectorRun& run : runs) {
     header.sectors += run.Sectors();
-    if (run.source == SectorRun::kNoSource) header.contents += run.Sectors();
+    if (run.source == kNoSource) header.contents += run.Sectors();
   }
   if (const std::error_code error = FindRoom(header)) return error;
 

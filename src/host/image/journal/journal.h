@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/image/device/block_device.h"
+#include "host/image/journal/sector_run.h"
 #include "host/image/journal/volume_identity.h"
 
 namespace vornalux {
@@ -18,30 +19,6 @@ namespace vornalux {
 namespace journal_format {
 struct RecordHeader;
 }
-
-// Sectors that must become durable together.
-struct SectorRun {
-  static constexpr std::uint64_t kNoSource = ~std::uint64_t{0};
-
-  std::uint64_t first_sector = 0;         // of 512 bytes
-  std::span<const std::uint8_t> content;  // a multiple of 512; not owned
-  // Where the same content lies, durable and apart from all runs: it is not written down again.
-  std::uint64_t source = kNoSource;
-
-  std::uint64_t Sectors() const { return content.size() / 512; }
-  std::uint64_t End() const { return first_sector + Sectors(); }
-};
-
-// File data that was copied before the commit that makes it count. All numbers are sectors of 512
-// bytes.
-struct CopiedRange {
-  static constexpr std::uint64_t kNoSource = ~std::uint64_t{0};
-
-  std::uint64_t from = kNoSource;  // where the same content lies until the next record is durable
-  std::uint64_t to = 0;
-  std::uint64_t sectors = 0;
-  std::uint32_t checksum = 0;  // of the content
-};
 
 // A range of sectors.
 struct SectorRange {

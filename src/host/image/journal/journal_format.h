@@ -9,6 +9,7 @@
 #include <optional>
 #include <span>
 
+#include "host/image/journal/sector_run.h"
 #include "host/image/journal/volume_identity.h"
 
 namespace vornalux::journal_format {
@@ -66,8 +67,6 @@ struct Proof {
   std::uint64_t sequence = 0;
   std::map<std::uint64_t, std::uint32_t> sectors;  // at most kMostProofs
 };
-
-inline constexpr std::uint64_t kNoSource = ~std::uint64_t{0};
 
 struct RunEntry {
   std::uint64_t first_sector = 0;

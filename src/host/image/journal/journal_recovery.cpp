@@ -237,7 +237,7 @@ std::error_code RecordReader::FindLostCopy(std::optional<std::uint64_t>& conflic
     const CopiedRange copy{LoadLittle<std::uint64_t>(entry, 0), LoadLittle<std::uint64_t>(entry, 8),
                            LoadLittle<std::uint64_t>(entry, 16),
                            LoadLittle<std::uint32_t>(entry, 24)};
-    const bool has_source = copy.from != CopiedRange::kNoSource;
+    const bool has_source = copy.from != kNoSource;
     // No honest commit tells of any sector more than once as a source and once as a target: the
     // work is bounded.
     bool good = inside(copy.to, copy.sectors) && copy.sectors <= 2 * volume_sectors - total &&

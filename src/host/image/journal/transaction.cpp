@@ -17,9 +17,6 @@ namespace {
 // the user have a word in time on the slowest of disks.
 constexpr std::size_t kCopyPiece = std::size_t{2} << 20;
 
-// Gathered sectors are compared with the base in stretches of at most so many.
-constexpr std::size_t kStretch = 2048;
-
 std::error_code Error(std::errc code) { return std::make_error_code(code); }
 
 template <typename Overlay>
@@ -33,13 +30,6 @@ void CopyOver(const Overlay& overlay, std::uint64_t offset, std::span<std::uint8
     std::memcpy(out.data() + (from - offset), at->second.data() + (from - start),
                 AtMost(kSector, std::min(start + kSector, end) - from));
   }
-}
-
-// The first of the runs that ends behind the sector.
-std::vector<SectorRun>::const_iterator FirstBehind(const std::vector<SectorRun>& runs,
-                                                   std::uint64_t sector) {
-  return std::partition_point(runs.begin(), runs.end(),
-                              [sector](const SectorRun& run) { return run.End() <= sector; });
 }
 
 }  // namespace
@@ -119,7 +109,7 @@ std::error_code Transaction::WriteData(std::uint64_t offset,
   if (const std::error_code error = StartData(offset, data.size())) return error;
   data_written_ = true;
   if (const std::error_code error = base_.Write(offset, data)) return error;
-  NoteCopy(CopiedRange::kNoSource, offset / kSector, data);
+  NoteCopy(kNoSource, offset / kSector, data);
   return {};
 } catch (const std::bad_alloc&) {
   return Error(std::errc::not_enough_memory);
@@ -175,7 +165,7 @@ void Transaction::NoteCopies(std::uint64_t to, std::span<const std::uint8_t> dat
       } else {
         waiting_.Put(to / kSector, part, origin.sector);
         // The source alone tells whether somebody has changed it since.
-        if (!origin.waiting) NoteCopy(CopiedRange::kNoSource, origin.sector, part);
+        if (!origin.waiting) NoteCopy(kNoSource, origin.sector, part);
       }
       from += part.size();
       to += part.size();
@@ -187,12 +177,11 @@ void Transaction::NoteCopies(std::uint64_t to, std::span<const std::uint8_t> dat
 void Transaction::NoteCopy(std::uint64_t from, std::uint64_t to,
                            std::span<const std::uint8_t> data) {
   using journal_format::Checksum;
-  if (data.empty() || to == CopiedRange::kNoSource) return;
+  if (data.empty() || to == kNoSource) return;
   const std::uint64_t sectors = data.size() / kSector;
   if (copies_.size() > copies_before_move_) {
     CopiedRange& last = copies_.back();
-    const bool both = last.from == CopiedRange::kNoSource ? from == CopiedRange::kNoSource
-                                                          : last.from + last.sectors == from;
+    const bool both = last.from == kNoSource ? from == kNoSource : last.from + last.sectors == from;
     if (both && last.to + last.sectors == to) {
       last.sectors += sectors;
       last.checksum = Checksum(data, last.checksum);
@@ -213,7 +202,7 @@ Transaction::Origin Transaction::FindOrigin(std::uint64_t offset, std::size_t le
     if (at == overlay->end() || at->first >= end) continue;
     // What is gathered is part of the commit itself.
     end = at->first == sector ? sector + 1 : at->first;
-    if (at->first == sector) return origin(CopiedRange::kNoSource, false);
+    if (at->first == sector) return origin(kNoSource, false);
   }
   const auto part = waiting_.FirstBehind(sector);
   if (part == waiting_.All().end() || part->first >= end) return origin(sector, false);
@@ -223,7 +212,7 @@ Transaction::Origin Transaction::FindOrigin(std::uint64_t offset, std::size_t le
   }
   end = std::min(end, part->first + part->second.sectors);
   const std::uint64_t source = part->second.source;
-  const bool none = source == CopiedRange::kNoSource;
+  const bool none = source == kNoSource;
   return origin(none ? source : source + (sector - part->first), true);
 }
 
@@ -369,140 +358,18 @@ std::uint64_t Transaction::RecordBytes() const {
          copies_.size() * kCopyBytes;
 }
 
-// Gathered sectors that differ from what lies beneath them, neighbours joined.
-std::error_code Transaction::CollectChanges(Changes& changes) {
-  auto last = changes.end();
-  for (auto first = kept_.begin(); first != kept_.end();) {
-    auto end = first;
-    std::size_t count = 0;
-    while (end != kept_.end() && end->first == first->first + count && count < kStretch) {
-      ++end;
-      ++count;
-    }
-    buffer_.resize(count * kSector);
-    if (const std::error_code error = ReadBase(first->first * kSector, buffer_)) return error;
-    waiting_.CopyOver(first->first * kSector, buffer_);
-    for (const std::uint8_t* current = buffer_.data(); first != end; ++first, current += kSector) {
-      const auto& [sector, content] = *first;
-      if (std::memcmp(current, content.data(), kSector) == 0) continue;
-      const bool adjoins =
-          last != changes.end() && last->first + last->second.size() / kSector == sector;
-      if (!adjoins) last = changes.try_emplace(changes.end(), sector);
-      last->second.insert(last->second.end(), content.begin(), content.end());
-    }
-  }
-  return {};
-}
-
-// What waits, but for what the changes replace. The record holds what has no source, or one that
-// this commit writes to.
-void Transaction::CollectWaiting(const Changes& changes, std::vector<SectorRun>& runs) const {
-  // Up to where a sector and what follows it is changed, or is not.
-  const auto changed = [&](std::uint64_t sector, std::uint64_t& end) {
-    auto next = changes.upper_bound(sector);
-    if (next != changes.end()) end = std::min(end, next->first);
-    if (next == changes.begin()) return false;
-    --next;
-    const std::uint64_t stop = next->first + next->second.size() / kSector;
-    if (stop > sector) end = std::min(end, stop);
-    return stop > sector;
-  };
-  const auto waited_for = [&](std::uint64_t sector, std::uint64_t& end) {
-    const auto part = waiting_.FirstBehind(sector);
-    if (part == waiting_.All().end()) return false;
-    const bool inside = part->first <= sector;
-    end = std::min(end, inside ? part->first + part->second.sectors : part->first);
-    return inside;
-  };
-  for (const auto& [place, part] : waiting_.All()) {
-    const auto content = waiting_.Content(part);
-    for (std::uint64_t done = 0; done < part.sectors;) {
-      std::uint64_t end = place + part.sectors;
-      const bool replaced = changed(place + done, end);
-      std::uint64_t source = SectorRun::kNoSource;
-      if (!replaced && part.source != SectorRun::kNoSource) {
-        source = part.source + done;
-        std::uint64_t source_end = source + (end - place - done);
-        const bool gone = changed(source, source_end);
-        const bool written = waited_for(source, source_end);
-        end = place + done + (source_end - source);
-        if (gone || written) source = SectorRun::kNoSource;
-      }
-      const std::uint64_t sectors = end - place - done;
-      if (!replaced) {
-        runs.push_back({place + done,
-                        content.subspan(InMemory(done * kSector), InMemory(sectors * kSector)),
-                        source});
-      }
-      done += sectors;
-    }
-  }
-}
-
-// What the runs leave of a range, as the base holds it.
-std::error_code Transaction::CollectRest(const std::vector<SectorRun>& runs, std::uint64_t first,
-                                         std::uint64_t end, std::vector<CopiedRange>& copies) {
-  for (auto run = FirstBehind(runs, first); first < end; ++run) {
-    const std::uint64_t stop = run == runs.end() ? end : std::min(end, run->first_sector);
-    if (stop > first) {
-      CopiedRange rest{CopiedRange::kNoSource, first, stop - first, 0};
-      for (std::uint64_t done = 0; done < rest.sectors; done += kStretch) {
-        buffer_.resize(AtMost(kStretch, rest.sectors - done) * kSector);
-        const std::error_code error = ReadBase((first + done) * kSector, buffer_);
-        if (error) return error;
-        rest.checksum = journal_format::Checksum(buffer_, rest.checksum);
-      }
-      copies.push_back(rest);
-    }
-    if (run == runs.end()) break;
-    first = run->End();
-  }
-  return {};
-}
-
-// The copies without what the runs replace in the same commit: metadata may have come to lie where
-// a file was for a while, and other files where one came from. The rest of both places is told all
-// the same: what somebody changed there since would be lost with the commit.
-std::error_code Transaction::CollectCopies(const std::vector<SectorRun>& runs,
-                                           std::vector<CopiedRange>& copies) {
-  const auto replaced = [&](std::uint64_t first, std::uint64_t sectors) {
-    const auto run = FirstBehind(runs, first);
-    return run != runs.end() && run->first_sector < first + sectors;
-  };
-  const auto tell = [&](const CopiedRange& copy, std::uint64_t first, bool whole) {
-    if (!whole) return CollectRest(runs, first, first + copy.sectors, copies);
-    copies.push_back({CopiedRange::kNoSource, first, copy.sectors, copy.checksum});
-    return std::error_code();
-  };
-  for (const CopiedRange& copy : copies_) {
-    const bool has_source = copy.from != CopiedRange::kNoSource;
-    const bool there = !replaced(copy.to, copy.sectors);
-    const bool source_there = !has_source || !replaced(copy.from, copy.sectors);
-    if (there && source_there) {
-      copies.push_back(copy);
-      continue;
-    }
-    std::error_code error = tell(copy, copy.to, there);
-    if (!error && has_source) error = tell(copy, copy.from, source_there);
-    if (error) return error;
-  }
-  return {};
-}
-
 std::error_code Transaction::CommitPending() {
-  Changes changes;
-  if (const std::error_code error = CollectChanges(changes)) return error;
-  std::vector<SectorRun> runs;
-  for (const auto& [sector, content] : changes) runs.push_back({sector, content});
-  CollectWaiting(changes, runs);
+  CommitContent content(kept_, waiting_, [this](std::uint64_t offset, std::span<std::uint8_t> out) {
+    return ReadBase(offset, out);
+  });
+  if (const std::error_code error = content.CollectRuns()) return error;
+  const std::vector<SectorRun>& runs = content.Runs();
   if (data_written_ || (unsettled_ && !runs.empty())) {
     if (const std::error_code error = base_.Flush()) return error;
   }
   if (runs.empty()) return {};
-  std::sort(runs.begin(), runs.end(),
-            [](const SectorRun& a, const SectorRun& b) { return a.first_sector < b.first_sector; });
   std::vector<CopiedRange> copies;
-  if (const std::error_code error = CollectCopies(runs, copies)) return error;
+  if (const std::error_code error = content.CollectCopies(copies_, copies)) return error;
   if (const std::error_code error = journal_->Record(runs, copies)) return error;
   unsettled_ = true;
   ++records_;

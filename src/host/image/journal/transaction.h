@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <optional>
 #include <span>
 #include <system_error>
@@ -12,13 +10,13 @@
 #include <vector>
 
 #include "host/image/device/block_device.h"
+#include "host/image/journal/commit_content.h"
+#include "host/image/journal/sector_run.h"
 #include "host/image/journal/waiting_data.h"
 
 namespace vornalux {
 
 class RedoJournal;
-struct CopiedRange;
-struct SectorRun;
 
 struct ByteRange {
   std::uint64_t offset = 0;
@@ -92,9 +90,8 @@ class Transaction final : public BlockDevice {
 
  private:
   static constexpr std::size_t kSector = 512;
-  using Sector = std::array<std::uint8_t, kSector>;
-  // Ordered, so that a range is found in one step and neighbours join into runs.
-  using Overlay = std::map<std::uint64_t, Sector>;
+  using Sector = GatheredSectors::mapped_type;
+  using Overlay = GatheredSectors;
 
   std::error_code ReadBase(std::uint64_t offset, std::span<std::uint8_t> out);
   std::error_code CheckWritable(std::uint64_t offset, std::uint64_t length) const;
@@ -104,7 +101,6 @@ class Transaction final : public BlockDevice {
     std::size_t bytes = 0;
     bool waiting = false;
   };
-  using Changes = std::map<std::uint64_t, std::vector<std::uint8_t>>;  // by first sector, apart
 
   std::error_code StartData(std::uint64_t offset, std::uint64_t length);
   std::error_code CopyInBase(const ByteRange& piece, std::uint64_t to);
@@ -115,14 +111,8 @@ class Transaction final : public BlockDevice {
                   std::span<const ByteRange> sources, std::uint64_t skip, bool in_base);
   void NoteCopy(std::uint64_t from, std::uint64_t to, std::span<const std::uint8_t> data);
   Origin FindOrigin(std::uint64_t offset, std::size_t length) const;
-  std::error_code CollectCopies(const std::vector<SectorRun>& runs,
-                                std::vector<CopiedRange>& copies);
-  std::error_code CollectRest(const std::vector<SectorRun>& runs, std::uint64_t first,
-                              std::uint64_t end, std::vector<CopiedRange>& copies);
   std::error_code Gather(std::uint64_t offset, std::span<const std::uint8_t> data);
-  std::error_code CollectChanges(Changes& changes);
   void Forget();
-  void CollectWaiting(const Changes& changes, std::vector<SectorRun>& runs) const;
   std::error_code CommitPending();
 
   BlockDevice& base_;

@@ -7,14 +7,14 @@
 #include <span>
 #include <vector>
 
+#include "host/image/journal/sector_run.h"
+
 namespace vornalux {
 
 // File data on its way to places that the durable state still refers to: it waits in memory until a
 // record tells of it. All numbers are sectors of 512 bytes.
 class WaitingData {
  public:
-  static constexpr std::uint64_t kNoSource = ~std::uint64_t{0};
-
   struct Part {
     std::uint64_t sectors = 0;
     std::uint64_t source = kNoSource;  // where the same content lies on the device
