@@ -106,6 +106,7 @@ class NativeForm {
   std::map<int, std::function<void(int notification)>> commands_;
   std::map<int, const Label*> labels_;
   std::map<int, Painter> painters_;
+  static constexpr UINT_PTR kFirstTimer = 1;  // the number of the first of them
   std::vector<Timer*> timers_;
   std::vector<std::function<void()>> unbind_;
   NativeForm* shares_place_ = nullptr;
