@@ -35,8 +35,8 @@ FreeRegions RegionsOf(const FreeRunList& gaps);
 std::int64_t FindBit(std::span<const std::uint64_t> words, std::int64_t from, std::int64_t last,
                      bool used);
 
-// Appends the gaps among clusters [first, last) of a bitmap to runs. A gap that
-// touches `last` ends there.
+// Appends the gaps among clusters [first, last) of a bitmap to runs. A gap that touches `last` ends
+// there.
 void AppendFreeRuns(std::span<const std::uint64_t> words, std::int64_t first, std::int64_t last,
                     FreeRunList& runs);
 

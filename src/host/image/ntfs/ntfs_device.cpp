@@ -218,7 +218,11 @@ bool NtfsDevice::SetBits(std::int64_t lcn, std::int64_t count, bool used) {
   if (end > map_->Clusters()) return false;
   std::vector<std::uint8_t> bytes(static_cast<std::size_t>((end - first) / 8));
   std::size_t written = 0;
-  used ? map_->Use(lcn, count) : map_->Free(lcn, count);
+  if (used) {
+    map_->Use(lcn, count);
+  } else {
+    map_->Free(lcn, count);
+  }
   map_->Copy(first, bytes);
   for (const BitmapPiece& piece : bitmap_) {
     const std::int64_t from = std::max(first, piece.first_lcn);

@@ -250,7 +250,8 @@ ErrorCode ImageVolume::SettleNow() {
 ErrorCode ImageVolume::Close() {
   if (moving_) return error::kNotReady;
   if (closed_) return close_result_;
-  close_result_ = begin_error_ ? begin_error_ : failed_ ? error::kWriteFault : CommitNow();
+  close_result_ = begin_error_;
+  if (!close_result_) close_result_ = failed_ ? error::kWriteFault : CommitNow();
   if (!close_result_ && working_) close_result_ = Finish();
   closed_ = true;
   return close_result_;

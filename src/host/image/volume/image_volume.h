@@ -18,8 +18,8 @@
 namespace vornalux {
 
 // The move itself, written once for every file system: checks, copy, metadata, commit. A file
-// system adds where its metadata lies. Moves are gathered into commits, by bytes and
-// time. Where the clusters lie in the end depends on neither.
+// system adds where its metadata lies. Moves are gathered into commits, by bytes and time. Where
+// the clusters lie in the end depends on neither.
 class ImageVolume : public MountedVolume {
  public:
   ErrorCode Move(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn, std::int64_t count,
