@@ -2,6 +2,8 @@
 #include "engine/plan/cluster_space.h"
 
 #include <algorithm>
+#include <span>
+#include <utility>
 
 namespace vornalux::plan {
 
@@ -14,46 +16,22 @@ ClusterSpace::ClusterSpace(const Volume& volume, Gaps gaps_kept)
   std::size_t count = volume.blocked.size();
   for (const FileRuns& file : volume.files) count += file.runs.size();
   pieces_.reserve(count);
-  for (const FileRuns& file : volume.files) {
-    const auto number = FileCount();
-    File facts;
-    std::int32_t last = kNone;
-    for (const Run& run : file.runs) {
-      if (run.length == 0) continue;
-      facts.size += run.length;
-      if (last != kNone && At(last).Clusters().End() == run.lcn) {
-        pieces_[Index(last)].length += run.length;
-        continue;
-      }
-      const std::int32_t piece = NewPiece({run.lcn, run.length, number, last, kNone});
-      (last == kNone ? facts.first : pieces_[Index(last)].next) = piece;
-      last = piece;
-      ++facts.pieces;
-    }
-    files_.push_back(facts);
-    piece_count_ += facts.pieces;
-  }
+  for (const FileRuns& file : volume.files) AddFile(file);
   for (const Run& run : volume.blocked) {
-    if (run.length > 0) NewPiece({run.lcn, run.length, kBlocked, kNone, kNone});
+    if (run.length > 0) NewPiece({run.lcn, run.length, kBlocked});
   }
-  std::vector<ByLcn> order;
-  order.reserve(pieces_.size());
-  for (std::size_t i = 0; i < pieces_.size(); ++i) {
-    order.push_back({pieces_[i].lcn, static_cast<std::int32_t>(i)});
-  }
-  std::sort(order.begin(), order.end());
-  by_lcn_.Assign(order);
-  free_ = clusters_;
-  for (const Piece& piece : pieces_) free_ -= piece.length;
-  if (sorted_gaps_ == Gaps::NotSorted) return;
+  SortPieces();
   std::vector<BySize> gaps;
-  std::int32_t end = 0;
   const auto gap_until = [&](std::int32_t lcn) {
-    if (lcn > end) gaps.push_back({lcn - end, end});
+    const std::int32_t end = EndOf(highest_);
+    if (lcn <= end) return;
+    free_ += lcn - end;
+    if (sorted_gaps_ == Gaps::Sorted) gaps.push_back({lcn - end, end});
   };
-  for (const ByLcn& entry : order) {
-    gap_until(entry.lcn);
-    end = At(entry.piece).Clusters().End();
+  for (std::int32_t piece = 0; piece < std::ssize(pieces_); ++piece) {
+    gap_until(At(piece).lcn);
+    Link(piece, highest_, kNone);
+    by_lcn_.Append({At(piece).lcn, piece});
   }
   gap_until(clusters_);
   std::sort(gaps.begin(), gaps.end());
@@ -61,13 +39,51 @@ ClusterSpace::ClusterSpace(const Volume& volume, Gaps gaps_kept)
   gaps_.Assign(gaps);
 }
 
+void ClusterSpace::AddFile(const FileRuns& file) {
+  File facts;
+  std::int32_t last = kNone;
+  for (const Run& run : file.runs) {
+    if (run.length == 0) continue;
+    facts.size += run.length;
+    if (last != kNone && At(last).Clusters().End() == run.lcn) {
+      pieces_[Index(last)].length += run.length;
+      continue;
+    }
+    last = NewPiece({run.lcn, run.length, FileCount()});
+    if (facts.pieces++ == 0) facts.first = last;
+  }
+  files_.push_back(facts);
+  piece_count_ += facts.pieces;
+}
+
+// So that what lies together on the volume does so in memory, too. Links them in their files.
+void ClusterSpace::SortPieces() {
+  for (std::size_t i = 0; i < pieces_.size(); ++i) {
+    pieces_[i].next = static_cast<std::int32_t>(i);
+  }
+  std::sort(pieces_.begin(), pieces_.end(),
+            [](const Piece& a, const Piece& b) { return a.lcn < b.lcn; });
+  std::vector<std::int32_t> place(pieces_.size());  // of those that were added first, second ...
+  for (std::size_t i = 0; i < pieces_.size(); ++i) {
+    place[Index(std::exchange(pieces_[i].next, kNone))] = static_cast<std::int32_t>(i);
+  }
+  for (File& file : files_) {
+    if (file.pieces == 0) continue;
+    const std::span own(place.data() + file.first, Index(file.pieces));
+    file.first = own.front();
+    for (std::size_t i = 1; i < own.size(); ++i) {
+      pieces_[Index(own[i - 1])].next = own[i];
+      pieces_[Index(own[i])].previous = own[i - 1];
+    }
+  }
+}
+
 std::int32_t ClusterSpace::NewPiece(const Piece& piece) {
-  if (spare_.empty()) {
+  if (spare_ == kNone) {
     pieces_.push_back(piece);
     return static_cast<std::int32_t>(pieces_.size()) - 1;
   }
-  const std::int32_t slot = spare_.back();
-  spare_.pop_back();
+  const std::int32_t slot = std::exchange(spare_, At(spare_).next);
   pieces_[Index(slot)] = piece;
   return slot;
 }
@@ -89,10 +105,6 @@ std::int32_t ClusterSpace::LcnBefore(std::int32_t lcn, std::int32_t count) const
   auto place = by_lcn_.LowerBound({lcn, 0});
   for (; count > 0 && place != by_lcn_.Begin(); --count) place = by_lcn_.Previous(place);
   return place == by_lcn_.End() ? lcn : std::min(lcn, by_lcn_.At(place).lcn);
-}
-
-std::int32_t ClusterSpace::Following(std::int32_t piece) const {
-  return PieceFrom(piece == kNone ? 0 : At(piece).Clusters().End());
 }
 
 bool ClusterSpace::IsFree(const Run& run) const {
@@ -132,11 +144,22 @@ std::vector<Run> ClusterSpace::LargestGaps(std::size_t count) const {
 }
 
 Run ClusterSpace::GapAt(std::int32_t lcn) const {
-  const auto above = by_lcn_.LowerBound({lcn, 0});
-  const std::int32_t end = above == by_lcn_.End() ? clusters_ : by_lcn_.At(above).lcn;
-  const std::int32_t begin =
-      above == by_lcn_.Begin() ? 0 : At(by_lcn_.At(by_lcn_.Previous(above)).piece).Clusters().End();
-  return {begin, end - begin};
+  const auto place = by_lcn_.LowerBound({lcn, 0});
+  return GapBelow(place == by_lcn_.End() ? kNone : by_lcn_.At(place).piece);
+}
+
+void ClusterSpace::Link(std::int32_t piece, std::int32_t below, std::int32_t above) {
+  pieces_[Index(piece)].below = below;
+  pieces_[Index(piece)].above = above;
+  if (below != kNone) pieces_[Index(below)].above = piece;
+  (above == kNone ? highest_ : pieces_[Index(above)].below) = piece;
+}
+
+void ClusterSpace::Unlink(std::int32_t piece) {
+  const std::int32_t below = At(piece).below;
+  const std::int32_t above = At(piece).above;
+  if (below != kNone) pieces_[Index(below)].above = above;
+  (above == kNone ? highest_ : pieces_[Index(above)].below) = below;
 }
 
 void ClusterSpace::AddGap(const Run& gap) {
@@ -155,6 +178,7 @@ std::int32_t ClusterSpace::Split(std::int32_t piece, std::int32_t length) {
   const Piece whole = At(piece);
   const std::int32_t rest =
       NewPiece({whole.lcn + length, whole.length - length, whole.file, piece, whole.next});
+  Link(rest, piece, whole.above);
   pieces_[Index(piece)].length = length;
   pieces_[Index(piece)].next = rest;
   if (whole.next != kNone) pieces_[Index(whole.next)].previous = rest;
@@ -170,10 +194,11 @@ void ClusterSpace::Join(std::int32_t piece) {
   const Piece gone = At(next);
   if (At(piece).Clusters().End() != gone.lcn) return;
   by_lcn_.Erase({gone.lcn, next});
+  Unlink(next);
   pieces_[Index(piece)].length += gone.length;
   pieces_[Index(piece)].next = gone.next;
   if (gone.next != kNone) pieces_[Index(gone.next)].previous = piece;
-  spare_.push_back(next);
+  pieces_[Index(next)] = {.lcn = kNone, .next = std::exchange(spare_, next)};
   --files_[Index(gone.file)].pieces;
   --piece_count_;
 }
@@ -183,27 +208,41 @@ void ClusterSpace::Relocate(std::int32_t piece, std::int32_t from, std::int32_t 
   if (At(piece).lcn < from) piece = Split(piece, from - At(piece).lcn);
   if (At(piece).length > length) Split(piece, length);
 
-  const Run gap = GapAt(to);
-  RemoveGap(gap);
-  AddGap({gap.lcn, to - gap.lcn});
-  AddGap({to + length, gap.End() - to - length});
+  const auto place = by_lcn_.LowerBound({to, 0});
+  std::int32_t above = place == by_lcn_.End() ? kNone : by_lcn_.At(place).piece;
+  std::int32_t below = above == kNone ? highest_ : At(above).below;
+  const std::int32_t gap_begin = EndOf(below);
+  const std::int32_t gap_end = BeginOf(above);
+  RemoveGap({gap_begin, gap_end - gap_begin});
+  AddGap({gap_begin, to - gap_begin});
+  AddGap({to + length, gap_end - to - length});
 
+  if (above == piece) above = At(piece).above;
+  if (below == piece) below = At(piece).below;
+  const std::int32_t below_source = At(piece).below;
+  const std::int32_t above_source = At(piece).above;
+  Unlink(piece);
+  by_lcn_.InsertAt(place, {to, piece});
   by_lcn_.Erase({from, piece});
-  by_lcn_.Insert({to, piece});
   pieces_[Index(piece)].lcn = to;
+  Link(piece, below, above);
 
-  const Run freed = GapAt(from);
-  RemoveGap({freed.lcn, from - freed.lcn});
-  RemoveGap({from + length, freed.End() - from - length});
-  AddGap(freed);
-
+  std::int32_t freed_begin = EndOf(below_source);
+  std::int32_t freed_end = BeginOf(above_source);
+  // It stays between the same neighbours.
+  if (below == below_source && above == above_source) {
+    (to < from ? freed_begin : freed_end) = to < from ? to + length : to;
+  }
+  RemoveGap({freed_begin, from - freed_begin});
+  RemoveGap({from + length, freed_end - from - length});
+  AddGap({freed_begin, freed_end - freed_begin});
   Join(piece);
   Join(At(piece).previous);
 }
 
-void ClusterSpace::MoveRun(std::int32_t from, std::int32_t to, std::int32_t length) {
+void ClusterSpace::MoveRun(std::int32_t piece, std::int32_t from, std::int32_t to,
+                           std::int32_t length) {
   clusters_moved_ += length;
-  const std::int32_t piece = PieceFrom(from);
   moves_.push_back({At(piece).file, from, to, length});
   Relocate(piece, from, to, length);
 }

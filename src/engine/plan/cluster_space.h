@@ -57,13 +57,16 @@ using MoveList = std::deque<Move>;
 // Who has which clusters, while moves are tried, carried out and taken back. Nothing but memory.
 class ClusterSpace {
  public:
-  // A piece is a run of a file as long as it can be. Linked in the file's order.
+  // A piece is a run of a file as long as it can be. Linked in the file's order and in the
+  // volume's.
   struct Piece {
     std::int32_t lcn = 0;
     std::int32_t length = 0;
     std::int32_t file = 0;  // kBlocked: nobody's
     std::int32_t previous = kNone;
     std::int32_t next = kNone;
+    std::int32_t below = kNone;
+    std::int32_t above = kNone;
 
     Run Clusters() const { return {lcn, length}; }
   };
@@ -83,6 +86,7 @@ class ClusterSpace {
   std::int32_t Alignment() const { return alignment_; }
   // The lowest from lcn on to which what lies at `from` can be moved.
   std::int32_t AlignedUp(std::int32_t lcn, std::int32_t from) const {
+    if (alignment_ == 1) return lcn;  // asked often, and dividing is slow
     const std::int32_t rest = (from - lcn) % alignment_;
     return lcn + (rest < 0 ? rest + alignment_ : rest);
   }
@@ -99,7 +103,13 @@ class ClusterSpace {
   // The first piece that ends behind lcn, blocked ones included; kNone when there is none.
   std::int32_t PieceFrom(std::int32_t lcn) const;
   // The next one in the order of LCNs; the first for kNone.
-  std::int32_t Following(std::int32_t piece) const;
+  std::int32_t Following(std::int32_t piece) const {
+    return piece == kNone ? PieceFrom(0) : At(piece).above;
+  }
+  // The one that begins at lcn, which most likely is this one.
+  std::int32_t PieceAt(std::int32_t lcn, std::int32_t likely) const {
+    return At(likely).lcn == lcn ? likely : PieceFrom(lcn);
+  }
   bool IsFree(const Run& run) const;
   // Pieces in the order of LCNs, from PieceFrom(lcn) on, until one is answered with false.
   template <typename Visitor>
@@ -118,15 +128,25 @@ class ClusterSpace {
   // The smallest gap, the lowest of equals, of which `length` clusters at its begin or end lie
   // outside `but_not`, aligned with what lies at `from`; what is given is just those clusters.
   std::optional<Run> BestFit(std::int32_t from, std::int32_t length, const Run& but_not = {}) const;
-  // Gaps from the largest down, at most `count`.
-  std::vector<Run> LargestGaps(std::size_t count) const;
+  // The free clusters between a piece and the one below; for kNone between the highest and the end.
+  Run GapBelow(std::int32_t piece) const {
+    const std::int32_t begin = EndOf(piece == kNone ? highest_ : At(piece).below);
+    return {begin, BeginOf(piece) - begin};
+  }
   // The gap that holds a free cluster.
   Run GapAt(std::int32_t lcn) const;
+  // Gaps from the largest down, at most `count`.
+  std::vector<Run> LargestGaps(std::size_t count) const;
 
   // The source lies in one piece; the target is free.
-  void MoveRun(std::int32_t from, std::int32_t to, std::int32_t length);
+  void MoveRun(std::int32_t from, std::int32_t to, std::int32_t length) {
+    MoveRun(PieceFrom(from), from, to, length);
+  }
+  void MoveRun(std::int32_t piece, std::int32_t from, std::int32_t to, std::int32_t length);
   // The same, not to be taken back nor counted.
-  void Follow(const Move& move) { Relocate(PieceFrom(move.from), move.from, move.to, move.length); }
+  void Follow(std::int32_t piece, const Move& move) {
+    Relocate(piece, move.from, move.to, move.length);
+  }
   const MoveList& Moves() const& { return moves_; }
   MoveList Moves() && { return std::move(moves_); }
   std::int64_t ClustersMoved() const { return clusters_moved_; }
@@ -154,6 +174,8 @@ class ClusterSpace {
 
   SortedChunks<ByLcn>::Place PlaceFrom(std::int32_t lcn) const;
   static std::size_t Index(std::int32_t number) { return static_cast<std::size_t>(number); }
+  void AddFile(const FileRuns& file);
+  void SortPieces();
   std::int32_t NewPiece(const Piece& piece);
   // Cuts a piece in two behind its first `length` clusters; gives the second.
   std::int32_t Split(std::int32_t piece, std::int32_t length);
@@ -161,6 +183,15 @@ class ClusterSpace {
   void Join(std::int32_t piece);
   // The piece is the one that has `from`.
   void Relocate(std::int32_t piece, std::int32_t from, std::int32_t to, std::int32_t length);
+  std::int32_t EndOf(std::int32_t piece) const {
+    return piece == kNone ? 0 : At(piece).Clusters().End();
+  }
+  std::int32_t BeginOf(std::int32_t piece) const {
+    return piece == kNone ? clusters_ : At(piece).lcn;
+  }
+  // In the volume's order, between two that are next to each other.
+  void Link(std::int32_t piece, std::int32_t below, std::int32_t above);
+  void Unlink(std::int32_t piece);
   void AddGap(const Run& gap);
   void RemoveGap(const Run& gap);
 
@@ -174,8 +205,9 @@ class ClusterSpace {
   std::int64_t clusters_moved_ = 0;
   std::vector<File> files_;
   std::vector<Piece> pieces_;
-  std::vector<std::int32_t> spare_;  // slots of pieces_ without a piece
+  std::int32_t spare_ = kNone;  // slot of pieces_ without a piece; the next one is linked to it
   SortedChunks<ByLcn> by_lcn_;
+  std::int32_t highest_ = kNone;  // piece
   SortedChunks<BySize> gaps_;
   MoveList moves_;
 };

@@ -46,15 +46,13 @@ void MendFiles(ClusterSpace& space, MendingOrder order, std::int64_t limit) {
     return any;
   };
   for (int round = 0; round < kRounds; ++round) {
-    bool progress = false;
-    while (each_file([&](std::int32_t file) {
+    bool progress = each_file([&](std::int32_t file) {
       return (space.SizeOf(file) <= left() || mending.CostIntoGap(file) <= left()) &&
              mending.IntoGap(file);
-    })) {
-      progress = true;
-    }
+    });
     progress |=
         each_file([&](std::int32_t file) { return mending.IntoVacatedPlace(file, left()); });
+    mending.LookFarther();
     if (!progress) {
       progress =
           each_file([&](std::int32_t file) { return mending.IntoGatheredGap(file, left()); });

@@ -23,7 +23,7 @@ Mending::Chain Mending::WholeFile(std::int32_t file) const {
   std::int32_t offset = 0;
   for (std::int32_t piece = space_.FirstPiece(file); piece != ClusterSpace::kNone;
        piece = space_.At(piece).next) {
-    chain.parts.push_back({offset, space_.At(piece).lcn, space_.At(piece).length});
+    chain.parts.push_back({offset, space_.At(piece).lcn, space_.At(piece).length, piece});
     offset += space_.At(piece).length;
   }
   return chain;
@@ -65,18 +65,21 @@ std::int32_t Mending::InPlace(const Chain& chain, std::int32_t start) {
   return clusters;
 }
 
-// When nobody else has anything there.
-std::optional<Mending::Place> Mending::FreePlaceAt(const Chain& chain, std::int32_t start) const {
-  const Run window{start, chain.size};
+// Where the part stays, when nobody else has anything there.
+std::optional<Mending::Place> Mending::FreePlaceAround(const Chain& chain, const Part& part) const {
+  const Run window{part.lcn - part.offset, chain.size};
   if (window.lcn < 0 || window.lcn > space_.Clusters() - window.length) return std::nullopt;
-  if (space_.AlignedUp(start, chain.parts.front().lcn) != start) return std::nullopt;
-  bool free = true;
-  space_.Visit(window.lcn, [&](const ClusterSpace::Piece& piece) {
-    if (piece.lcn >= window.End()) return false;
-    return free = Owns(chain, piece);
-  });
-  if (!free) return std::nullopt;
-  return Place{start, window.length - InPlace(chain, start)};
+  if (space_.AlignedUp(window.lcn, chain.parts.front().lcn) != window.lcn) return std::nullopt;
+  const auto in_the_way = [&](std::int32_t piece) {
+    return piece != ClusterSpace::kNone && space_.At(piece).Clusters().Meets(window);
+  };
+  std::int32_t below = space_.At(part.piece).below;
+  while (in_the_way(below) && Owns(chain, space_.At(below))) below = space_.At(below).below;
+  if (in_the_way(below)) return std::nullopt;
+  std::int32_t above = space_.At(part.piece).above;
+  while (in_the_way(above) && Owns(chain, space_.At(above))) above = space_.At(above).above;
+  if (in_the_way(above)) return std::nullopt;
+  return Place{window.lcn, window.length - InPlace(chain, window.lcn)};
 }
 
 std::optional<Mending::Place> Mending::BestFreePlace(const Chain& chain) const {
@@ -84,7 +87,7 @@ std::optional<Mending::Place> Mending::BestFreePlace(const Chain& chain) const {
   const std::int32_t from = chain.parts.front().lcn;
   if (const auto gap = space_.BestFit(from, chain.size)) best = Place{gap->lcn, gap->length};
   for (const Part& part : LongestParts(chain)) {
-    const auto place = FreePlaceAt(chain, part.lcn - part.offset);
+    const auto place = FreePlaceAround(chain, part);
     if (place && (!best || place->cost < best->cost)) best = place;
   }
   return best;
@@ -135,7 +138,7 @@ bool Mending::Bring(Chain chain, std::int32_t start) {
       const Run source{part.lcn, part.length};
       const Run target{start + part.offset, part.length};
       if (space_.IsFree(target)) {
-        space_.MoveRun(source.lcn, target.lcn, part.length);
+        space_.MoveRun(space_.PieceAt(source.lcn, part.piece), source.lcn, target.lcn, part.length);
         return true;
       }
       if (!source.Meets(target)) return false;
@@ -189,14 +192,14 @@ bool Mending::Vacate(const Chain& chain, const Run& window) {
     const Run clusters = space_.At(here).Clusters();
     const auto gap = space_.BestFit(clusters.lcn, clusters.length, window);
     if (!gap) return false;
-    space_.MoveRun(clusters.lcn, gap->lcn, clusters.length);
+    space_.MoveRun(here, clusters.lcn, gap->lcn, clusters.length);
   }
   return true;
 }
 
-// From the one at lcn on.
+// From the one at lcn on, up to the first that ends at `end` or behind.
 const std::vector<Mending::Segment>& Mending::Segments(std::int32_t file, std::int32_t lcn,
-                                                       std::size_t most) {
+                                                       std::int32_t end, std::size_t most) {
   const std::int32_t largest = space_.LargestGap().length;
   std::vector<Segment>& segments = segments_;
   segments.clear();
@@ -209,7 +212,7 @@ const std::vector<Mending::Segment>& Mending::Segments(std::int32_t file, std::i
       evicted += at.length;
     }
     segments.push_back({at.lcn, at.Clusters().End(), at.file, evicted, blocked});
-    return segments.size() < most;
+    return segments.size() < most && at.Clusters().End() < end;
   });
   return segments;
 }
@@ -237,10 +240,14 @@ void Mending::Sweep(const Chain& chain, const std::vector<Segment>& segments,
   if (segments.empty()) return;
   const std::int32_t begin = segments.front().lcn;
   const std::int32_t end = segments.back().end;
-  const auto family = [&](auto start_at) {
+  const auto gap_above = [&](std::size_t i) {
+    return i + 1 == segments.size() || segments[i + 1].lcn > segments[i].end;
+  };
+  const auto family = [&](bool of_ends, auto start_at) {
     std::size_t first = 0;
     std::size_t last = 0;
     for (std::size_t i = 0; i < segments.size(); ++i) {
+      if (of_ends && !gap_above(i)) continue;  // where one ends the next begins
       const std::int32_t start = space_.AlignedUp(start_at(i), chain.parts.front().lcn);
       if (start < begin || start > end - size) continue;
       while (first < segments.size() && segments[first].end <= start) ++first;
@@ -254,23 +261,26 @@ void Mending::Sweep(const Chain& chain, const std::vector<Segment>& segments,
       Offer(places, {start, evicted + size});
     }
   };
-  family([&](std::size_t i) { return segments[i].lcn; });
-  family([&](std::size_t i) { return segments[i].lcn - size; });
-  family([&](std::size_t i) { return segments[i].end; });
-  family([&](std::size_t i) { return segments[i].end - size; });
+  family(false, [&](std::size_t i) { return segments[i].lcn; });
+  family(false, [&](std::size_t i) { return segments[i].lcn - size; });
+  family(true, [&](std::size_t i) { return segments[i].end; });
+  family(true, [&](std::size_t i) { return segments[i].end - size; });
 }
 
 // The cheapest, cheapest first.
 std::vector<Mending::Place> Mending::PlacesToVacate(const Chain& chain) {
   std::vector<Place> places;
   std::vector<Segment>& segments = segments_;
-  const auto part_of_volume = [&](std::int32_t lcn) {
-    Segments(chain.file, space_.LcnBefore(lcn, kNeighbours), 2 * kNeighbours);
+  const auto around = [&](const Run& gap) {
+    const std::int32_t far = far_ ? space_.Clusters() : chain.size;
+    const std::int32_t begin = std::max(space_.LcnBefore(gap.lcn, kNeighbours), gap.lcn - far);
+    const std::int32_t behind = std::min(far, space_.Clusters() - gap.End());
+    Segments(chain.file, begin, gap.End() + behind, 2 * kNeighbours);
     scan_budget_ -= std::ssize(segments);
     Sweep(chain, segments, places);
   };
   if (scan_budget_ > space_.PieceCount()) {
-    Segments(chain.file, 0, std::numeric_limits<std::size_t>::max());
+    Segments(chain.file, 0, space_.Clusters(), std::numeric_limits<std::size_t>::max());
     // The gap at the end belongs to the last segment's neighbourhood.
     if (!segments.empty() && segments.back().end < space_.Clusters()) {
       segments.push_back({space_.Clusters(), space_.Clusters(), ClusterSpace::kBlocked,
@@ -280,7 +290,7 @@ std::vector<Mending::Place> Mending::PlacesToVacate(const Chain& chain) {
     Sweep(chain, segments, places);
   } else {
     const std::size_t count = scan_budget_ > 0 ? kGapsTried : kGapsTriedInHaste;
-    for (const Run& gap : space_.LargestGaps(count)) part_of_volume(gap.lcn);
+    for (const Run& gap : space_.LargestGaps(count)) around(gap);
   }
   for (const Part& part : LongestParts(chain)) {
     const std::int32_t start = part.lcn - part.offset;
@@ -322,39 +332,42 @@ bool Mending::IntoVacatedPlace(std::int32_t file, std::int64_t limit) {
 
 // The stretch with the least in it that has enough free clusters between its ends, which are gaps.
 bool Mending::IntoGatheredGap(std::int32_t file, std::int64_t limit) {
-  if (scan_budget_ < space_.PieceCount() || space_.Alignment() > 1) return false;
+  if (space_.Alignment() > 1) return false;
   const std::int32_t size = space_.SizeOf(file);
   if (space_.FreeClusters() < size) return false;
-  const std::vector<Segment>& segments =
-      Segments(ClusterSpace::kBlocked, 0, std::numeric_limits<std::size_t>::max());
-  scan_budget_ -= std::ssize(segments);
+  if (space_.PieceCount() < kScanBudget) {
+    if (scan_budget_ < space_.PieceCount()) return false;
+    scan_budget_ -= space_.PieceCount();
+  } else if (gathers_ > 0) {
+    --gathers_;
+  } else {
+    return false;
+  }
   struct Stretch {
     std::int64_t used = Mending::kNoWay;
     std::int32_t begin = 0;  // LCN
     std::int32_t end = 0;
   } best;
-  // Gap i lies in front of segment i.
-  const auto gap_begin = [&](std::size_t i) { return i == 0 ? 0 : segments[i - 1].end; };
-  const auto gap_end = [&](std::size_t i) {
-    return i == segments.size() ? space_.Clusters() : segments[i].lcn;
-  };
-  std::size_t first = 0;
+  // From the gap below the first piece to that below the last, kNone being behind all.
+  std::int32_t first = space_.Following(ClusterSpace::kNone);
   std::int64_t free = 0;
   std::int64_t used = 0;
-  for (std::size_t last = 0; last <= segments.size(); ++last) {
-    free += gap_end(last) - gap_begin(last);
-    while (free - (gap_end(first) - gap_begin(first)) >= size) {
-      free -= gap_end(first) - gap_begin(first);
-      used -= segments[first].end - segments[first].lcn;
-      ++first;
+  for (std::int32_t last = first;; last = space_.At(last).above) {
+    free += space_.GapBelow(last).length;
+    while (free - space_.GapBelow(first).length >= size) {
+      free -= space_.GapBelow(first).length;
+      used -= space_.At(first).length;
+      first = space_.At(first).above;
     }
-    if (free >= size && used < best.used) best = {used, gap_begin(first), gap_end(last)};
-    if (last == segments.size()) break;
-    if (segments[last].file == ClusterSpace::kBlocked) {
-      first = last + 1;
+    if (free >= size && used < best.used) {
+      best = {used, space_.GapBelow(first).lcn, space_.GapBelow(last).End()};
+    }
+    if (last == ClusterSpace::kNone) break;
+    if (space_.At(last).file == ClusterSpace::kBlocked) {
+      first = space_.At(last).above;
       free = used = 0;
     } else {
-      used += segments[last].end - segments[last].lcn;
+      used += space_.At(last).length;
     }
   }
   if (best.used == kNoWay || best.used + size > limit) return false;

@@ -26,6 +26,8 @@ class Mending {
   bool IntoGap(std::int32_t file);
   // To where others have to go first. Those that are in one piece go to gaps that hold them whole.
   bool IntoVacatedPlace(std::int32_t file, std::int64_t limit);
+  // On large volumes places to vacate are looked for close to large gaps, until this is called.
+  void LookFarther() { far_ = true; }
   // To a gap made by sliding what lies between several.
   bool IntoGatheredGap(std::int32_t file, std::int64_t limit);
   // Into fewer pieces, where one cannot be had.
@@ -36,6 +38,7 @@ class Mending {
     std::int32_t offset = 0;  // in the chain, in clusters
     std::int32_t lcn = 0;
     std::int32_t length = 0;
+    std::int32_t piece = 0;  // as long as it lies there
   };
   // Pieces that follow each other in a file and are to become one.
   struct Chain {
@@ -58,6 +61,7 @@ class Mending {
   };
 
   static constexpr std::int64_t kScanBudget = 100'000;  // segments looked at
+  static constexpr int kGathers = 32;  // of gaps of volumes for which the budget is not enough
 
   Chain WholeFile(std::int32_t file) const;
   // `count` parts of a chain from `first` on.
@@ -66,9 +70,10 @@ class Mending {
   std::vector<Part> LongestParts(const Chain& chain) const;
   static std::int32_t InPlace(const Chain& chain, std::int32_t start);
 
-  std::optional<Place> FreePlaceAt(const Chain& chain, std::int32_t start) const;
+  std::optional<Place> FreePlaceAround(const Chain& chain, const Part& part) const;
   std::optional<Place> BestFreePlace(const Chain& chain) const;
-  const std::vector<Segment>& Segments(std::int32_t file, std::int32_t lcn, std::size_t most);
+  const std::vector<Segment>& Segments(std::int32_t file, std::int32_t lcn, std::int32_t end,
+                                       std::size_t most);
   static bool Cheaper(const Place& a, const Place& b);
   static void Offer(std::vector<Place>& places, const Place& place);
   void Sweep(const Chain& chain, const std::vector<Segment>& segments,
@@ -81,6 +86,8 @@ class Mending {
 
   ClusterSpace& space_;
   std::int64_t scan_budget_;
+  bool far_ = false;
+  int gathers_ = kGathers;
   // Large, and needed for each file: memory that is new each time would cost more than the work.
   std::vector<Segment> segments_;
 };

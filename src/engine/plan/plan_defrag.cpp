@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
-#include <limits>
+#include <optional>
 #include <tuple>
 #include <utility>
 
@@ -14,92 +14,93 @@
 namespace vornalux::plan {
 namespace {
 
-// The first is most often the one that leaves nothing in pieces, and with least moved.
-constexpr MendingOrder kOrders[] = {MendingOrder::MostPiecesPerCluster, MendingOrder::LargestFirst,
+// The first is most often the one that leaves nothing in pieces, and with least moved. The second
+// leaves less where hardly anything is free.
+constexpr MendingOrder kOrders[] = {MendingOrder::LargestFirst, MendingOrder::MostPiecesPerCluster,
                                     MendingOrder::SmallestFirst};
 constexpr std::int64_t kManyPieces = 20'000;
 constexpr double kKeep = 0.5;  // of its file a piece has to be to stay when all is compacted
 
-struct Mended {
-  std::int64_t pieces = std::numeric_limits<std::int64_t>::max();  // of all files
-  std::int64_t clusters = 0;                                       // moved
-  MoveList moves = {};
+bool HasManyPieces(const Volume& volume, const ClusterSpace& space) {
+  return std::ssize(volume.blocked) + space.PieceCount() > kManyPieces;
+}
 
-  bool operator<(const Mended& other) const {
-    return std::tie(pieces, clusters) < std::tie(other.pieces, other.clusters);
+// Of all files in more than one.
+std::int64_t ClustersInPieces(const ClusterSpace& space) {
+  std::int64_t clusters = 0;
+  for (std::int32_t file = 0; file < space.FileCount(); ++file) {
+    if (space.IsFragmented(file)) clusters += space.SizeOf(file);
   }
-};
-
-bool Better(const ClusterSpace& space, const Mended& than) {
-  return Mended{space.PieceCount(), space.ClustersMoved()} < than;
+  return clusters;
 }
 
-Mended WhatBecameOf(ClusterSpace&& space) {
-  return {space.PieceCount(), space.ClustersMoved(), std::move(space).Moves()};
+bool Better(const ClusterSpace& space, std::int64_t pieces, std::int64_t clusters) {
+  return std::tuple(space.PieceCount(), space.ClustersMoved()) < std::tie(pieces, clusters);
 }
 
-// The best that the orders of mending find. For large volumes the first that leaves nothing in
-// pieces will do: the time counts.
-Mended BestMending(const Volume& volume, const Limits& limits) {
-  Mended best;
+// The best that the orders of mending find. One that leaves nothing in pieces and moves no more
+// than the files in pieces have is good enough; large volumes are given one only, since the time
+// counts.
+ClusterSpace BestMending(const Volume& volume, const Limits& limits) {
+  std::optional<ClusterSpace> best;
   for (const MendingOrder order : kOrders) {
     ClusterSpace space(volume);
-    MendFiles(space, order, limits.clusters);
-    const bool whole = space.PieceCount() <= space.FileCount();
-    if (Better(space, best)) best = WhatBecameOf(std::move(space));
-    if (whole && std::ssize(volume.blocked) + best.pieces > kManyPieces) break;
+    const std::int64_t in_pieces = ClustersInPieces(space);
+    const bool many = HasManyPieces(volume, space);
+    MendFiles(space, many ? MendingOrder::MostPiecesPerCluster : order, limits.clusters);
+    if (!best || Better(space, best->PieceCount(), best->ClustersMoved())) best = std::move(space);
+    const bool whole = ClustersInPieces(*best) == 0;
+    if (many || (whole && best->ClustersMoved() <= in_pieces)) break;
   }
-  return best;
+  return *std::move(best);
 }
 
 // A gap that would do for those that no order of mending brings together.
-std::int32_t GapMissing(const Plan& plan) {
+std::int32_t GapMissing(const ClusterSpace& space) {
   std::int32_t longest = 0;
-  for (const Staying& staying : plan.staying) {
+  for (const Staying& staying : StayingIn(space)) {
     if (staying.obstacle == Obstacle::NotFound) longest = std::max(longest, staying.size);
     // It takes all that is free, and more.
-    if (staying.obstacle == Obstacle::Space) longest = std::max(longest, plan.free);
+    if (staying.obstacle == Obstacle::Space) longest = std::max(longest, space.FreeClusters());
   }
   return longest;
 }
 
 // Makes such a gap where all free space comes together; after everything else, or before.
-void MendByCompacting(const Volume& volume, std::int32_t gap, std::int64_t limit, Mended& best) {
-  for (const bool after : {true, false}) {
-    if (!after && std::ssize(volume.blocked) + best.pieces > kManyPieces) return;
-    ClusterSpace space(volume);
-    while (after && !best.moves.empty()) {
-      const Move& move = best.moves.front();
-      space.MoveRun(move.from, move.to, move.length);
-      best.moves.pop_front();
-    }
-    const std::size_t begun = space.Moves().size();
+void MendByCompacting(const Volume& volume, std::int32_t gap, std::int64_t limit,
+                      ClusterSpace& best) {
+  const auto compact = [&](ClusterSpace& space) {
     Compact(space, CeilingForGap(space, gap), kKeep);
     MendFiles(space, MendingOrder::LargestFirst, limit);
-    if (space.ClustersMoved() > limit || !Better(space, best)) {
-      if (!after) return;
-      space.TakeBackTo(begun);
-    }
-    best = WhatBecameOf(std::move(space));
+    return space.ClustersMoved() <= limit;
+  };
+  const std::size_t begun = best.Moves().size();
+  const std::int64_t pieces = best.PieceCount();
+  const std::int64_t clusters = best.ClustersMoved();
+  if (!compact(best) || !Better(best, pieces, clusters)) {
+    best.TakeBackTo(begun);
   }
+  if (HasManyPieces(volume, best)) return;
+  ClusterSpace before(volume);
+  if (compact(before) && Better(before, best.PieceCount(), best.ClustersMoved())) {
+    best = std::move(before);
+  }
+}
+
+MoveList MovesToMend(const Volume& volume, const Limits& limits) {
+  ClusterSpace best = BestMending(volume, limits);
+  // Small volumes are searched to the end: there a few clusters in the way are much.
+  MoveList moves = TryEveryWay(volume, best.PieceCount(), best.ClustersMoved());
+  if (!moves.empty() && ClustersOf(moves) <= limits.clusters) return moves;
+  const std::int32_t gap = GapMissing(best);
+  if (gap > 0) MendByCompacting(volume, gap, limits.clusters, best);
+  return std::move(best).Moves();
 }
 
 }  // namespace
 
 Plan PlanDefrag(const Volume& volume, const Limits& limits) {
-  Mended best = BestMending(volume, limits);
-  // Small volumes are searched to the end: there a few clusters in the way are much.
-  MoveList better = TryEveryWay(volume, best.pieces, best.clusters);
-  const bool searched = !better.empty() && ClustersOf(better) <= limits.clusters;
-  if (searched) best.moves = std::move(better);
-  Plan plan = PlanOf(volume, std::move(best.moves));
-  const std::int32_t gap = searched ? 0 : GapMissing(plan);
-  if (gap > 0) {
-    best.moves.assign(plan.moves.begin(), plan.moves.end());
-    plan = {};
-    MendByCompacting(volume, gap, limits.clusters, best);
-    plan = PlanOf(volume, std::move(best.moves));
-  }
+  Plan plan = PlanOf(volume, MovesToMend(volume, limits));
   if (!plan.staying.empty() && limits.clusters < Limits().clusters) {
     TellLimited(plan, PlanDefrag(volume).staying);
   }

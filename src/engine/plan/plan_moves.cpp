@@ -41,27 +41,23 @@ std::int32_t LongestUnblocked(const ClusterSpace& space) {
   return std::max(longest, space.Clusters() - begin);
 }
 
-Obstacle ObstacleOf(std::int32_t size, const Plan& plan) {
-  if (size > plan.longest_unblocked) return Obstacle::Blocked;
-  return size > plan.free ? Obstacle::Space : Obstacle::NotFound;
-}
-
 // How many of the moves, from the first on, can be one request: consecutive clusters of a file, to
-// clusters that follow each other and are all free beforehand.
-std::size_t MovesOfRequest(const ClusterSpace& space, const MoveList& moves) {
-  Run target{moves.front().to, moves.front().length};
+// clusters that follow each other and are all free beforehand. The first one's are the piece's.
+std::size_t MovesOfRequest(const ClusterSpace& space, std::int32_t piece, const MoveList& moves) {
+  const Move& first = moves.front();
+  const auto goes_on = [&](const Move& last, const Move& next) {
+    return next.file == last.file && next.to == last.to + last.length;
+  };
   std::size_t count = 1;
-  for (; count < moves.size() && moves[count].file == moves.front().file; ++count) {
+  if (moves.size() == count || !goes_on(first, moves[count])) return count;
+  const std::int32_t gap_end = space.GapAt(first.to).End();
+  for (; count < moves.size() && goes_on(moves[count - 1], moves[count]); ++count) {
     const Move& last = moves[count - 1];
-    const Move& next = moves[count];
-    if (next.to != target.End()) break;
-    const ClusterSpace::Piece& piece = space.At(space.PieceFrom(last.from));
-    const bool ends_piece = last.from + last.length == piece.Clusters().End();
-    if (!ends_piece || piece.next == ClusterSpace::kNone || space.At(piece.next).lcn != next.from) {
-      break;
-    }
-    target.length += next.length;
-    if (!space.IsFree(target)) break;
+    const bool ends_piece = last.from + last.length == space.At(piece).Clusters().End();
+    piece = space.At(piece).next;
+    if (!ends_piece || piece == ClusterSpace::kNone) break;
+    if (space.At(piece).lcn != moves[count].from) break;
+    if (moves[count].to + moves[count].length > gap_end) break;
   }
   return count;
 }
@@ -88,10 +84,13 @@ Plan PlanOf(const Volume& volume, MoveList moves) {
     const std::int32_t file = moves.front().file;
     std::int32_t& allowed = most[static_cast<std::size_t>(file)];
     const bool was_worse = space.PiecesOf(file) > allowed;
-    for (std::size_t left = MovesOfRequest(space, moves); left > 0; --left) {
-      space.Follow(moves.front());
+    std::int32_t piece = space.PieceFrom(moves.front().from);
+    for (std::size_t left = MovesOfRequest(space, piece, moves); left > 0; --left) {
+      const std::int32_t next = space.At(piece).next;
+      space.Follow(piece, moves.front());
       plan.moves.push_back({moves.front(), left > 1, false});
       moves.pop_front();
+      if (left > 1) piece = space.PieceAt(moves.front().from, next);
     }
     // What is whole once stays whole; pieces that touch by chance need not.
     if (!space.IsFragmented(file)) allowed = 1;
@@ -101,12 +100,23 @@ Plan PlanOf(const Volume& volume, MoveList moves) {
   plan.after = FiguresOf(space);
   plan.free = space.FreeClusters();
   plan.longest_unblocked = plan.after.fragmented > 0 ? LongestUnblocked(space) : 0;
+  plan.staying = StayingIn(space);
+  return plan;
+}
+
+std::vector<Staying> StayingIn(const ClusterSpace& space) {
+  std::vector<Staying> all;
+  std::int32_t unblocked = 0;
   for (std::int32_t file = 0; file < space.FileCount(); ++file) {
     if (!space.IsFragmented(file)) continue;
+    if (all.empty()) unblocked = LongestUnblocked(space);
     const std::int32_t size = space.SizeOf(file);
-    plan.staying.push_back({file, space.PiecesOf(file), size, ObstacleOf(size, plan)});
+    const Obstacle obstacle = size > unblocked              ? Obstacle::Blocked
+                              : size > space.FreeClusters() ? Obstacle::Space
+                                                            : Obstacle::NotFound;
+    all.push_back({file, space.PiecesOf(file), size, obstacle});
   }
-  return plan;
+  return all;
 }
 
 void TellLimited(Plan& plan, const std::vector<Staying>& anyway) {

@@ -23,34 +23,26 @@ class SortedChunks {
   void Assign(const std::vector<Key>& sorted) {
     chunks_.clear();
     firsts_.clear();
-    for (std::size_t first = 0; first < sorted.size(); first += kFill) {
-      const auto begin = sorted.begin() + static_cast<std::ptrdiff_t>(first);
-      const std::size_t count = std::min(kFill, sorted.size() - first);
-      chunks_.emplace_back(begin, begin + static_cast<std::ptrdiff_t>(count));
-      firsts_.push_back(sorted[first]);
+    for (const Key& key : sorted) Append(key);
+  }
+  // The key is above all others.
+  void Append(const Key& key) {
+    if (chunks_.empty() || chunks_.back().size() >= kFill) {
+      chunks_.emplace_back().reserve(kFill);
+      firsts_.push_back(key);
     }
+    chunks_.back().push_back(key);
   }
 
-  void Insert(const Key& key) {
-    if (chunks_.empty()) {
-      chunks_.push_back({key});
-      firsts_.push_back(key);
-      return;
-    }
-    std::size_t chunk = ChunkOf(key);
-    if (chunks_[chunk].size() >= 2 * kFill) {
-      std::vector<Key>& full = chunks_[chunk];
-      const auto middle = full.begin() + static_cast<std::ptrdiff_t>(kFill);
-      std::vector<Key> upper(middle, full.end());
-      full.erase(middle, full.end());
-      const auto next = static_cast<std::ptrdiff_t>(chunk) + 1;
-      firsts_.insert(firsts_.begin() + next, upper.front());
-      chunks_.insert(chunks_.begin() + next, std::move(upper));
-      chunk = ChunkOf(key);
-    }
-    std::vector<Key>& keys = chunks_[chunk];
-    keys.insert(std::lower_bound(keys.begin(), keys.end(), key), key);
-    firsts_[chunk] = keys.front();
+  void Insert(const Key& key) { InsertAt(LowerBound(key), key); }
+  // Where LowerBound found its place.
+  void InsertAt(const Place& place, const Key& key) {
+    if (place == End()) return Append(key);
+    std::vector<Key>& keys = chunks_[place.chunk];
+    if (keys.size() == keys.capacity()) keys.reserve(keys.size() + kSpare);
+    keys.insert(keys.begin() + static_cast<std::ptrdiff_t>(place.slot), key);
+    firsts_[place.chunk] = keys.front();
+    if (keys.size() > 2 * kFill) Halve(place.chunk);
   }
 
   // The key must be there.
@@ -63,6 +55,7 @@ class SortedChunks {
       firsts_.erase(firsts_.begin() + static_cast<std::ptrdiff_t>(chunk));
     } else {
       firsts_[chunk] = keys.front();
+      if (keys.capacity() - keys.size() > 2 * kSpare) keys.shrink_to_fit();
     }
   }
 
@@ -90,11 +83,23 @@ class SortedChunks {
 
  private:
   static constexpr std::size_t kFill = 256;
+  static constexpr std::size_t kSpare = 32;  // in a chunk: more would be memory for nothing
 
   // The last chunk that does not begin above the key.
   std::size_t ChunkOf(const Key& key) const {
     const auto above = std::upper_bound(firsts_.begin(), firsts_.end(), key);
     return above == firsts_.begin() ? 0 : static_cast<std::size_t>(above - firsts_.begin()) - 1;
+  }
+
+  void Halve(std::size_t chunk) {
+    std::vector<Key>& full = chunks_[chunk];
+    const auto middle = full.begin() + static_cast<std::ptrdiff_t>(kFill);
+    std::vector<Key> upper(middle, full.end());
+    full.erase(middle, full.end());
+    full.shrink_to_fit();
+    const auto next = static_cast<std::ptrdiff_t>(chunk) + 1;
+    firsts_.insert(firsts_.begin() + next, upper.front());
+    chunks_.insert(chunks_.begin() + next, std::move(upper));
   }
 
   std::vector<std::vector<Key>> chunks_;  // none is empty
