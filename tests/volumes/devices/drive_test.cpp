@@ -11,6 +11,7 @@
 #include "host/image/drive/ata_pass_through.h"
 #include "host/image/drive/block_drive.h"
 #include "host/image/drive/nvme_health.h"
+#include "host/image/drive/rotation.h"
 #include "host/image/drive/whole_disk.h"
 #include "support/image_folder.h"
 
@@ -262,6 +263,38 @@ TEST_F(WholeDisk, IsFoundThroughPartitionsAndWhatIsPutOnTop) {
   }
   EXPECT_EQ(DeviceNodeOf(Path("sys"), "8:1"), "/dev/sda1");
   EXPECT_EQ(DeviceNodeOf(Path("sys"), "99:9"), "");
+}
+
+TEST_F(WholeDisk, TurnsWhenOneOfThoseBelowDoes) {
+  const auto add = [&](const std::string& name, const std::string& numbers, const char* word,
+                       const std::vector<std::string>& slaves = {}) {
+    Add(name, numbers, name.find('/') != std::string::npos, slaves);
+    if (*word == '\0') return;
+    std::filesystem::create_directory(Path("sys/devices/" + name + "/queue"));
+    std::ofstream(Path("sys/devices/" + name + "/queue/rotational")) << word << "\n";
+  };
+  add("sda", "8:0", "1");
+  add("sda/sda1", "8:1", "");
+  add("nvme0n1", "259:0", "0");
+  add("nvme0n1/p1", "259:1", "");
+  add("vda", "254:0", "");                         // does not say
+  add("dm-0", "253:0", "0", {"sda/sda1"});         // encrypted
+  add("md0", "9:0", "0", {"nvme0n1/p1", "dm-0"});  // a mirror with one of each
+  add("md0/md0p1", "9:1", "");
+  add("dm-1", "253:1", "1", {"nvme0n1/p1"});
+  add("dm-2", "253:2", "1", {"vda"});
+  add("dm-3", "253:3", "", {"vda", "nvme0n1"});
+  add("dm-4", "253:4", "", {"dm-4"});  // on itself
+  add("loop0", "7:0", "0\n1");
+  constexpr auto kNothing = std::optional<bool>();
+  const std::pair<const char*, std::optional<bool>> kCases[] = {
+      {"8:0", true},       {"8:1", true},      {"259:0", false},     {"259:1", false},
+      {"254:0", kNothing}, {"253:0", true},    {"9:0", true},        {"9:1", true},
+      {"253:1", false},    {"253:2", true},    {"253:3", kNothing},  {"253:4", kNothing},
+      {"7:0", false},      {"0:45", kNothing}, {"../8:1", kNothing}, {"", kNothing}};
+  for (const auto& [device, turns] : kCases) {
+    EXPECT_EQ(IsRotational(Path("sys"), device), turns) << device;
+  }
 }
 
 }  // namespace

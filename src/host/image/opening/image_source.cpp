@@ -5,7 +5,6 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +18,7 @@
 #include "host/image/drive/block_drive.h"
 #include "host/image/drive/device_identity.h"
 #include "host/image/drive/linux_drive_node.h"
+#include "host/image/drive/sysfs.h"
 #include "host/image/journal/journal_format.h"
 #include "host/image/journal/scratch_journal.h"
 #include "host/image/opening/image_use.h"
@@ -221,7 +221,7 @@ void RefuseOverlap(const ImageSource& source) {
 std::string DeviceNumber(const FileDevice& file) {
   struct stat status {};
   if (!file.IsBlockDevice() || ::fstat(file.Descriptor(), &status) != 0) return {};
-  return std::to_string(major(status.st_rdev)) + ":" + std::to_string(minor(status.st_rdev));
+  return NumbersOf(status.st_rdev);
 }
 
 // The number of a file is used again once it has gone; its time of birth is not.

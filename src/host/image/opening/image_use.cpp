@@ -2,7 +2,6 @@
 #include "host/image/opening/image_use.h"
 
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 
 #include <cctype>
 #include <filesystem>
@@ -56,10 +55,6 @@ std::vector<Mount> ReadMounts(const std::string& path) {
   return mounts;
 }
 
-std::string DeviceNumber(dev_t device) {
-  return std::to_string(major(device)) + ":" + std::to_string(minor(device));
-}
-
 bool SameThing(const struct stat& ours, const std::string& path) {
   struct stat theirs {};
   if (path.empty() || path.front() != '/' || ::stat(path.c_str(), &theirs) != 0) return false;
@@ -77,7 +72,7 @@ std::string DiskOf(const std::string& device, const UseSources& sources) {
 
 std::optional<std::string> FindMount(const struct stat& ours, const UseSources& sources) {
   const bool is_device = S_ISBLK(ours.st_mode);
-  const std::string our_number = is_device ? DeviceNumber(ours.st_rdev) : std::string();
+  const std::string our_number = is_device ? NumbersOf(ours.st_rdev) : std::string();
   const std::string our_disk = is_device ? DiskOf(our_number, sources) : std::string();
   for (const Mount& mount : ReadMounts(sources.mounts)) {
     if (SameThing(ours, mount.source)) return "is mounted at " + mount.point;
