@@ -17,6 +17,7 @@
 #include "host/image/device/window_device.h"
 #include "host/image/drive/block_drive.h"
 #include "host/image/drive/device_identity.h"
+#include "host/image/drive/hwmon_drive.h"
 #include "host/image/drive/linux_drive_node.h"
 #include "host/image/drive/sysfs.h"
 #include "host/image/drive/whole_disk.h"
@@ -377,8 +378,10 @@ VolumeStore MakeStore(const ImageSource& source) {
   store.device = std::make_unique<WindowDevice>(disk, source.offset, source.length);
   if (source.file->IsBlockDevice()) {
     // Keeps the device open for as long as somebody asks.
-    store.drive = std::make_unique<BlockDrive>(std::make_unique<LinuxDriveNode>(
+    auto drive = std::make_unique<BlockDrive>(std::make_unique<LinuxDriveNode>(
         source.file->Descriptor(), [file = source.file]() mutable { file.reset(); }));
+    store.drive =
+        std::make_unique<HwmonDrive>(kSysfs, DeviceNumber(*source.file), std::move(drive));
   }
   store.identity = source.identity;
   return store;
