@@ -38,6 +38,8 @@ struct FileTable {
   PathList OptimizeFiles;     // files that begin beyond the optimize area
   PathList DirsToMove;        // directories with clusters
   PathList PrefetchFiles;     // files under the prefetch folder, then the layout list's
+  std::vector<std::string>
+      LeftOutFolders;  // with a dot in front, which no list has, nor what is in them
   std::int32_t TotalFiles = 0;
   std::int32_t TotalDirs = 0;
 

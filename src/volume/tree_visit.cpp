@@ -19,7 +19,7 @@ constexpr std::uint64_t kFilesBetweenEvents = 256;
 }  // namespace
 
 void VisitTree(Platform& platform, const RunFlags& flags, const std::string& folder,
-               DotFolders dot_folders,
+               std::vector<std::string>* left_out,
                const std::function<void(const std::string& path, bool is_folder)>& visit) {
   // The folders being enumerated, outermost first: the depth of a tree must not cost call stack.
   struct Level {
@@ -50,8 +50,11 @@ void VisitTree(Platform& platform, const RunFlags& flags, const std::string& fol
     if (!(entry.attributes & attribute::kDirectory)) {
       visit(path, false);
       if (++files % kFilesBetweenEvents == 0) platform.desktop.DoEvents();
-    } else if (entry.name != "." && entry.name != ".." &&
-               (dot_folders == DotFolders::Visited || !entry.name.starts_with('.'))) {
+    } else if (entry.name == "." || entry.name == "..") {
+      continue;
+    } else if (left_out != nullptr && entry.name.starts_with('.')) {
+      left_out->push_back(std::move(path));
+    } else {
       visit(path, true);
       platform.desktop.DoEvents();
       enter(std::move(path) + "\\");

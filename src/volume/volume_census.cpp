@@ -19,12 +19,11 @@ std::vector<CensusEntry> TakeCensus(Platform& platform, ExtentReader& extents,
     record.extents.shrink_to_fit();
     entries.push_back({path, is_folder, std::move(record.extents)});
   };
-  VisitTree(platform, flags, folder, DotFolders::Visited,
-            [&](const std::string& path, bool is_folder) {
-              add(path, is_folder);
-              if (is_folder || !streams || !extents.QueryStreams(path)) return;
-              for (const std::string& stream : extents.StreamList) add(stream, false);
-            });
+  VisitTree(platform, flags, folder, nullptr, [&](const std::string& path, bool is_folder) {
+    add(path, is_folder);
+    if (is_folder || !streams || !extents.QueryStreams(path)) return;
+    for (const std::string& stream : extents.StreamList) add(stream, false);
+  });
   return entries;
 }
 

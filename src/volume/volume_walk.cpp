@@ -48,7 +48,7 @@ void VolumeWalk::AddFile(const std::string& path) {
 
 void VolumeWalk::WalkFolder(const std::string& folder) {
   table_.Clear();
-  VisitTree(platform_, flags_, folder, DotFolders::LeftOut,
+  VisitTree(platform_, flags_, folder, &table_.LeftOutFolders,
             [this](const std::string& path, bool is_folder) {
               is_folder ? AddFolder(path) : AddFile(path);
             });

@@ -12,6 +12,7 @@
 #include <map>
 
 #include "host/image/device/little_endian.h"
+#include "host/image/opening/foreign_content.h"
 #include "host/image/opening/image_source.h"
 #include "host/image/opening/image_use.h"
 #include "support/image_folder.h"
@@ -71,6 +72,9 @@ void SealGpt(Bytes& disk, std::size_t header_at, std::size_t entries_at, std::si
   const auto header = std::span(disk).subspan(header_at * unit, 92);
   std::copy_n("EFI PART", 8, header.begin());
   StoreLittle<std::uint32_t>(header, 12, 92);
+  StoreLittle<std::uint64_t>(header, 24, header_at);
+  StoreLittle<std::uint64_t>(header, 40, 16);                       // first usable
+  StoreLittle<std::uint64_t>(header, 48, disk.size() / unit - 16);  // last
   StoreLittle<std::uint64_t>(header, 72, entries_at);
   StoreLittle<std::uint32_t>(header, 80, 4);
   StoreLittle<std::uint32_t>(header, 84, 128);
@@ -203,41 +207,6 @@ TEST_F(ImageTest, WorksOnNoVolumeThatSharesSectorsWithAnotherPartition) {
   }
 }
 
-TEST_F(ImageTest, NamesWhatItRefuses) {
-  const auto named = [](std::string_view name) {
-    Bytes sector(8192);
-    std::copy(name.begin(), name.end(), sector.begin() + 3);
-    return sector;
-  };
-  Put("exfat", named("EXFAT   "));
-  Put("encrypted", named("-FVE-FS-"));
-  Put("refs", named(std::string_view("ReFS\0\0\0\0", 8)));
-  Put("bad-ntfs", named("NTFS    "));
-  Put("zeros", Bytes(8192));
-  Put("empty", {});
-  Put("short", Bytes(100, 1));
-  Bytes cut = Fat();
-  cut.resize(cut.size() - 512);
-  Put("cut", cut);
-  fs::create_directory(Path("folder"));
-  const std::pair<const char*, const char*> cases[] = {
-      {"exfat", "exFAT"},
-      {"encrypted", "BitLocker"},
-      {"refs", "ReFS"},
-      {"bad-ntfs", "damaged"},
-      {"zeros", "no FAT or NTFS"},
-      {"empty", "no FAT or NTFS"},
-      {"short", "no FAT or NTFS"},
-      {"folder", "is a folder"},
-      {"missing", "No such file"},
-      {"cut", "1048576 bytes, of which only 1048064"}};
-  for (const auto& [name, part] : cases) {
-    const std::string refusal = Refusal(Path(name));
-    EXPECT_TRUE(Contains(refusal, part)) << refusal;
-    EXPECT_TRUE(Contains(refusal, Path(name))) << refusal;
-  }
-}
-
 TEST_F(ImageTest, LocksOthersOutAndIsLockedOut) {
   Put("fat", Fat());
   {
@@ -266,25 +235,47 @@ TEST_F(ImageTest, LocksOthersOutAndIsLockedOut) {
 TEST_F(ImageTest, SeesWhatIsMountedOrAttached) {
   Put("an image", Bytes(512));
   Put("other", Bytes(512));
-  UseSources sources{Path("mountinfo"), Path("sys")};
+  fs::create_directories(Path("sys/block/loop7/loop"));
+  std::ofstream(Path("sys/block/loop7/dev")) << "7:7\n";
   const int descriptor = ::open(Path("an image").c_str(), O_RDONLY);
-  const auto with_mount = [&](const std::string& source) {
-    std::ofstream(Path("mountinfo"))
-        << "22 1 8:1 / / rw - ext4 /dev/root rw\n"
-        << "30 22 0:50 / /mnt/a\\040b rw,nosuid shared:5 - fuse " << source << " rw\n";
-    return FindUse(descriptor, sources).value_or("free");
-  };
   std::string escaped = Path("an image");
   escaped.replace(escaped.find(' '), 1, "\\040");
-  EXPECT_EQ(with_mount(escaped), "is mounted at /mnt/a b");
-  EXPECT_EQ(with_mount(Path("other")), "free");
-  EXPECT_EQ(with_mount("tmpfs"), "free");
-
-  fs::create_directories(Path("sys/block/loop7/loop"));
-  std::ofstream(Path("sys/block/loop7/loop/backing_file")) << Path("other") << "\n";
-  EXPECT_EQ(with_mount("tmpfs"), "free");
-  std::ofstream(Path("sys/block/loop7/loop/backing_file")) << Path("an image") << "\n";
-  EXPECT_TRUE(Contains(with_mount("tmpfs"), "attached to /dev/loop7"));
+  struct Case {
+    std::string source, backing, swap, use;
+    std::string autoclear = "0", device = "0:50";
+  };
+  const std::string image = Path("an image");
+  const std::string attached = "is attached to /dev/loop7";
+  const Case kCases[] = {
+      {escaped, "", "", "is mounted on /mnt/a b|umount '/mnt/a b'"},
+      {Path("other"), "", "", "free"},
+      {"tmpfs", Path("other"), "/dev/sda3", "free"},
+      {"tmpfs", image, "", attached + "|losetup -d /dev/loop7"},
+      {"tmpfs", "", escaped, "is in use as swap space|swapoff " + image},
+      {"/dev/loop7", image, "",
+       attached + ", which is mounted on /mnt/a b|umount '/mnt/a b'|losetup -d /dev/loop7", "0",
+       "7:7"},
+      {"/dev/loop7", image, "", attached + ", which is mounted on /mnt/a b|umount '/mnt/a b'", "1",
+       "7:7"}};
+  for (const Case& c : kCases) {
+    std::ofstream(Path("mountinfo"))
+        << "22 1 8:1 / / rw - ext4 /dev/root rw\nnonsense\n"
+        << "30 22 " << c.device << " / /mnt/a\\040b rw,nosuid shared:5 - fuse " << c.source
+        << " rw\n";
+    std::ofstream(Path("swaps")) << "Filename Type Size Used Priority\n"
+                                 << c.swap << " file 1024 0 -2\n";
+    std::ofstream(Path("sys/block/loop7/loop/backing_file")) << c.backing << "\n";
+    std::ofstream(Path("sys/block/loop7/loop/autoclear")) << c.autoclear << "\n";
+    const auto use = FindUse(descriptor, {Path("mountinfo"), Path("swaps"), Path("sys")});
+    std::string told = use ? use->what : "free";
+    for (const std::string& line : use ? use->lines : std::vector<std::string>())
+      told += "|" + line;
+    std::string expected = c.use;
+    if (const std::size_t at = expected.find(image); at != std::string::npos) {
+      expected.replace(at, image.size(), ShellQuoted(image));
+    }
+    EXPECT_EQ(told, expected);
+  }
   ::close(descriptor);
 }
 

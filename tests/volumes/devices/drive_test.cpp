@@ -10,7 +10,9 @@
 
 #include "host/image/drive/ata_pass_through.h"
 #include "host/image/drive/block_drive.h"
+#include "host/image/drive/hwmon_drive.h"
 #include "host/image/drive/nvme_health.h"
+#include "host/image/drive/rotation.h"
 #include "host/image/drive/whole_disk.h"
 #include "support/image_folder.h"
 
@@ -262,6 +264,84 @@ TEST_F(WholeDisk, IsFoundThroughPartitionsAndWhatIsPutOnTop) {
   }
   EXPECT_EQ(DeviceNodeOf(Path("sys"), "8:1"), "/dev/sda1");
   EXPECT_EQ(DeviceNodeOf(Path("sys"), "99:9"), "");
+}
+
+// Where the kernel has a sensor for the disk, the disk itself is left alone.
+TEST_F(WholeDisk, ItsTemperatureIsTheKernelsToTell) {
+  Add("sda", "8:0", false);
+  Add("sda/sda1", "8:1", true);
+  Add("dm-0", "253:0", false, {"sda/sda1"});
+  Add("nvme0n1", "259:0", false);
+  Add("nvme0n1/nvme0n1p1", "259:1", true);
+  struct Case {
+    const char *sensor, *name, *input, *device;
+    int degrees;  // 0: the disk is asked
+  };
+  const Case kCases[] = {{"sda/device/hwmon/hwmon3", "drivetemp", "41000", "8:0", 41},
+                         {"sda/device/hwmon/hwmon3", "drivetemp", "41999", "8:1", 41},
+                         {"sda/device/hwmon/hwmon3", "drivetemp", "55000", "253:0", 55},
+                         {"sda/device/hwmon/hwmon3", "drivetemp", "55000", "259:0", 0},
+                         {"nvme0n1/device/hwmon1", "nvme", "38850", "259:1", 38},
+                         {"nvme0n1/device/device/hwmon/hwmon0", "nvme", "38850", "259:1", 38},
+                         {"nvme0n1/device/nvme0/hwmon2", "nvme", "38850", "259:1", 38},
+                         {"sda/device/hwmon/hwmon3", "coretemp", "41000", "8:0", 0},
+                         {"sda/device/hwmon/hwmon3", "drivetemp", "", "8:0", 0},
+                         {"sda/device/hwmon/hwmon3", "drivetemp", "hot", "8:0", 0},
+                         {"sda/device/hwmon/hwmon3", "drivetemp", "999", "8:0", 0},
+                         {"sda/device/hwmon/hwmon3", "drivetemp", "256000", "8:0", 0},
+                         {"sda/device/hwmon/hwmon3", "drivetemp", "99999999999", "8:0", 0}};
+  for (const Case& c : kCases) {
+    SCOPED_TRACE(std::string(c.sensor) + " " + c.input + " " + c.device);
+    const std::filesystem::path folder = Path("sys/devices/" + std::string(c.sensor));
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder / "name") << c.name << "\n";
+    std::ofstream(folder / "temp1_input") << c.input << "\n";
+    Kernel kernel;
+    kernel.data.fill(7);
+    kernel.scsi.received = 512;
+    HwmonDrive drive(Path("sys"), c.device, std::make_unique<BlockDrive>(DriveOf(kernel)));
+    DriveSector sector;
+    EXPECT_EQ(drive.Send(kEnable), error::kSuccess);
+    EXPECT_EQ(drive.Receive(kAttributes, sector), error::kSuccess);
+    EXPECT_EQ(sector[14], c.degrees == 0 ? 7 : 194);
+    EXPECT_EQ(sector[19], c.degrees == 0 ? 7 : c.degrees);
+    EXPECT_EQ(drive.Receive(kIdentity, sector),
+              c.degrees == 0 ? error::kSuccess : error::kInvalidFunction);
+    EXPECT_EQ(kernel.scsi_asked.empty(), c.degrees != 0);
+    std::filesystem::remove_all(folder);
+  }
+}
+
+TEST_F(WholeDisk, TurnsWhenOneOfThoseBelowDoes) {
+  const auto add = [&](const std::string& name, const std::string& numbers, const char* word,
+                       const std::vector<std::string>& slaves = {}) {
+    Add(name, numbers, name.find('/') != std::string::npos, slaves);
+    if (*word == '\0') return;
+    std::filesystem::create_directory(Path("sys/devices/" + name + "/queue"));
+    std::ofstream(Path("sys/devices/" + name + "/queue/rotational")) << word << "\n";
+  };
+  add("sda", "8:0", "1");
+  add("sda/sda1", "8:1", "");
+  add("nvme0n1", "259:0", "0");
+  add("nvme0n1/p1", "259:1", "");
+  add("vda", "254:0", "");                         // does not say
+  add("dm-0", "253:0", "0", {"sda/sda1"});         // encrypted
+  add("md0", "9:0", "0", {"nvme0n1/p1", "dm-0"});  // a mirror with one of each
+  add("md0/md0p1", "9:1", "");
+  add("dm-1", "253:1", "1", {"nvme0n1/p1"});
+  add("dm-2", "253:2", "1", {"vda"});
+  add("dm-3", "253:3", "", {"vda", "nvme0n1"});
+  add("dm-4", "253:4", "", {"dm-4"});  // on itself
+  add("loop0", "7:0", "0\n1");
+  constexpr auto kNothing = std::optional<bool>();
+  const std::pair<const char*, std::optional<bool>> kCases[] = {
+      {"8:0", true},       {"8:1", true},      {"259:0", false},     {"259:1", false},
+      {"254:0", kNothing}, {"253:0", true},    {"9:0", true},        {"9:1", true},
+      {"253:1", false},    {"253:2", true},    {"253:3", kNothing},  {"253:4", kNothing},
+      {"7:0", false},      {"0:45", kNothing}, {"../8:1", kNothing}, {"", kNothing}};
+  for (const auto& [device, turns] : kCases) {
+    EXPECT_EQ(IsRotational(Path("sys"), device), turns) << device;
+  }
 }
 
 }  // namespace

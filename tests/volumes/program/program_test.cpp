@@ -125,6 +125,39 @@ TEST_F(ProgramTest, ExitCodesSayWhatWentWrong) {
   ExpectWhole();
 }
 
+// Folders that no analysis enters are not passed over in silence.
+TEST_F(ProgramTest, FoldersWithADotInFrontAreTold) {
+  Put("disk.img", Bytes(4 * kMebibyte));
+  Run("mkfs.fat disk.img; for i in 1 2 3 4 5; do mmd -i disk.img ::.dot$i; done; mmd -i disk.img "
+      "::.dot1/.in ::.dot1/out;"
+      "mcopy -i disk.img /etc/passwd ::.file");
+  const auto told = [&](Arguments more, const char* of) {
+    const ProgramEnd end = RunProgram(
+        And(And({more.front(), image_, "--quiet"}, {"--json"}), {more.begin() + 1, more.end()}));
+    const Json json = Json::parse(end.out);
+    return (*of == '\0' ? json : json[of])["left_out_folders"];
+  };
+  const Json all = {"C:\\.dot1", "C:\\.dot2", "C:\\.dot3", "C:\\.dot4", "C:\\.dot5"};
+  EXPECT_EQ(told({"analyze"}, ""), all);
+  for (const char* pass : {"defrag", "optimize", "compact"}) {
+    EXPECT_EQ(told({pass}, "before"), all);
+    EXPECT_EQ(told({pass}, "after"), all);
+  }
+  EXPECT_EQ(told({"analyze", "--directory", ".dot1"}, ""), Json({"C:\\.dot1\\.in"}));
+  EXPECT_EQ(told({"analyze", "--directory", ".dot2"}, ""), Json::array());
+  const std::string five =
+      "Left out, with all below: 5 folders whose names begin with a dot "
+      "(C:\\.dot1, C:\\.dot2, C:\\.dot3 and 2 more; --json lists all)";
+  const Arguments job = {"job", "--volume", "C=" + image_, "--quiet", "--"};
+  for (const Arguments& line :
+       {Arguments{"analyze", image_}, Arguments{"defrag", image_}, And(job, {"/drv C: /c"})}) {
+    EXPECT_NE(RunProgram(line).out.find(five), std::string::npos) << line.front();
+  }
+  const ProgramEnd idle = RunProgram({"job", "--volume", "C=" + image_, "--json", "--", "/drv C:"});
+  EXPECT_EQ(Json::parse(idle.out)["remarks"],
+            Json({"The job line names no pass: nothing was moved."}));
+}
+
 TEST_F(ProgramTest, AnalyzeChangesNothing) {
   for (const char* recipe : {kNtfs, kFat32}) {
     Make(recipe);

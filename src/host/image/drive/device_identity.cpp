@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/image/drive/device_identity.h"
 
-#include <blkid/blkid.h>
-
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
-#include <memory>
 
+#include "host/image/drive/blkid_probe.h"
 #include "host/image/drive/sysfs.h"
 #include "host/image/drive/whole_disk.h"
 
@@ -15,10 +13,6 @@ namespace vornalux {
 namespace {
 
 namespace fs = std::filesystem;
-
-struct FreeProbe {
-  void operator()(blkid_probe probe) const { blkid_free_probe(probe); }
-};
 
 std::string WithoutBlanks(std::string line) {
   const auto is_blank = [](unsigned char c) { return c <= ' ' || c == 127; };
@@ -41,18 +35,15 @@ std::string SerialNumber(const fs::path& sysfs, fs::path folder) {
 }
 
 std::string PartitionUuid(const std::string& sysfs, const DiskPlace& place) {
-  constexpr std::uint64_t kUnit = 512;  // whatever the disk's sectors
   const std::string disk = DeviceNodeOf(sysfs, place.disk);
   if (disk.empty()) return {};
-  const std::unique_ptr<std::remove_pointer_t<blkid_probe>, FreeProbe> probe(
-      blkid_new_probe_from_filename(disk.c_str()));
+  const BlkidProbe probe(blkid_new_probe_from_filename(disk.c_str()));
   blkid_partlist partitions = probe ? blkid_probe_get_partitions(probe.get()) : nullptr;
   if (partitions == nullptr) return {};
   for (int i = 0; i < blkid_partlist_numof_partitions(partitions); ++i) {
     blkid_partition partition = blkid_partlist_get_partition(partitions, i);
-    if (static_cast<std::uint64_t>(blkid_partition_get_start(partition)) * kUnit != place.offset) {
-      continue;
-    }
+    const auto start = static_cast<std::uint64_t>(blkid_partition_get_start(partition));
+    if (start * kBlkidSector != place.offset) continue;
     const char* const uuid = blkid_partition_get_uuid(partition);
     return uuid != nullptr ? uuid : "";
   }

@@ -6,7 +6,6 @@
 #include <scsi/sg.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +13,7 @@
 #include <string>
 #include <utility>
 
+#include "host/image/drive/sysfs.h"
 #include "host/image/drive/whole_disk.h"
 
 namespace vornalux {
@@ -22,10 +22,6 @@ namespace {
 constexpr const char* kSysfs = "/sys";
 // A disk that answers nothing holds the run up for so long, once every half a minute.
 constexpr unsigned kPatience = 5000;  // milliseconds
-
-std::string NumbersOf(dev_t device) {
-  return std::to_string(major(device)) + ":" + std::to_string(minor(device));
-}
 
 }  // namespace
 

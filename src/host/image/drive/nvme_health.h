@@ -9,9 +9,7 @@ namespace vornalux {
 // Asks the controller for its SMART / health log, which is as long as a sector.
 NvmeCommand HealthLogCommand();
 
-// The log as the attribute sector of an ATA drive: its composite temperature as attribute 194, in
-// the second entry, since readers skip the first one. No attribute when the log has no temperature
-// above 0 °C, or one that no disk survives.
+// The log's composite temperature as the attribute sector of an ATA drive.
 DriveSector AttributesFromHealthLog(const DriveSector& log);
 
 }  // namespace vornalux

@@ -2,12 +2,24 @@
 // The kernel's file system about devices, whose root is given; devices are "8:1" (major:minor).
 #pragma once
 
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <system_error>
 
 namespace vornalux {
+
+inline std::string NumbersOf(dev_t device) {
+  return std::to_string(major(device)) + ":" + std::to_string(minor(device));
+}
+
+// The block device itself, or the one that a file lies on.
+inline std::string DeviceOf(const struct stat& status) {
+  return NumbersOf(S_ISBLK(status.st_mode) ? status.st_rdev : status.st_dev);
+}
 
 // Empty for what cannot be read.
 inline std::string FirstLine(const std::filesystem::path& path) {

@@ -58,4 +58,24 @@ std::string DeviceNodeOf(const std::string& sysfs, const std::string& device) {
   return {};
 }
 
+std::string FriendlyNodeOf(const std::string& sysfs, const std::string& device) {
+  const std::string name = FirstLine(BlockFolder(sysfs, device) / "dm/name");
+  return name.empty() ? DeviceNodeOf(sysfs, device) : "/dev/mapper/" + name;
+}
+
+std::string NodeOfPartition(const std::string& sysfs, const std::string& disk,
+                            std::uint64_t offset) {
+  constexpr std::uint64_t kUnit = 512;  // whatever the disk's sectors
+  const fs::path folder = BlockFolder(sysfs, disk);
+  std::error_code error;
+  if (folder.empty() || offset == 0) return {};
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    if (!fs::exists(entry->path() / "partition", error)) continue;
+    if (FirstLine(entry->path() / "start") != std::to_string(offset / kUnit)) continue;
+    return DeviceNodeOf(sysfs, FirstLine(entry->path() / "dev"));
+  }
+  return {};
+}
+
 }  // namespace vornalux

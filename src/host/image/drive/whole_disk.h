@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace vornalux {
@@ -12,5 +13,11 @@ std::string WholeDiskOf(const std::string& sysfs, const std::string& device);
 
 // The node in /dev of a block device; empty when sysfs names none.
 std::string DeviceNodeOf(const std::string& sysfs, const std::string& device);
+// The same, by the name that was given to an encrypted or logical volume.
+std::string FriendlyNodeOf(const std::string& sysfs, const std::string& device);
+
+// The node of the partition that starts at this byte of a disk; empty where there is none.
+std::string NodeOfPartition(const std::string& sysfs, const std::string& disk,
+                            std::uint64_t offset);
 
 }  // namespace vornalux

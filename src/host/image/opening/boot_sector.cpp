@@ -2,7 +2,6 @@
 #include "host/image/opening/boot_sector.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <string_view>
 
@@ -18,30 +17,15 @@ bool HasName(Sector sector, std::string_view name) {
                     [](char a, std::uint8_t b) { return static_cast<std::uint8_t>(a) == b; });
 }
 
-// An encrypted removable volume passes for FAT32; this identifier tells it apart.
-bool IsEncryptedRemovable(Sector sector) {
-  constexpr std::array<std::uint8_t, 16> kIdentifier = {0x3B, 0xD6, 0x67, 0x49, 0x29, 0x2E,
-                                                        0xD8, 0x4A, 0x83, 0x99, 0xF6, 0xA3,
-                                                        0x39, 0xE3, 0xD0, 0x01};
-  return std::equal(kIdentifier.begin(), kIdentifier.end(), sector.begin() + 424);
-}
-
 bool SaneSectorSize(std::uint32_t bytes) {
   return bytes >= 512 && bytes <= 4096 && std::has_single_bit(bytes);
-}
-
-BootSector Named(std::string name) {
-  BootSector boot;
-  boot.kind = BootKind::Other;
-  boot.name = std::move(name);
-  return boot;
 }
 
 BootSector ReadNtfs(Sector sector) {
   const std::uint32_t sector_size = LoadLittle<std::uint16_t>(sector, 0x0B);
   const std::uint64_t sectors = LoadLittle<std::uint64_t>(sector, 0x28);
   if (!SaneSectorSize(sector_size) || sectors == 0 || sectors > (std::uint64_t{1} << 50)) {
-    return Named("NTFS volume with a damaged boot sector");
+    return {BootKind::DamagedNtfs, "NTFS, damaged"};
   }
   return {BootKind::Ntfs, "NTFS", LoadLittle<std::uint64_t>(sector, 0x48), sectors * sector_size,
           sector_size};
@@ -71,11 +55,10 @@ BootSector ReadFat(Sector sector) {
 
 BootSector IdentifyBootSector(Sector sector) {
   if (HasName(sector, "NTFS    ")) return ReadNtfs(sector);
-  if (HasName(sector, "EXFAT   ")) return Named("exFAT volume");
-  if (HasName(sector, "-FVE-FS-") || IsEncryptedRemovable(sector)) {
-    return Named("volume encrypted with BitLocker");
+  // These have fields of their own where FAT's would be.
+  for (const char* const other : {"EXFAT   ", "-FVE-FS-", "HPFS    ", "JFS     "}) {
+    if (HasName(sector, other)) return {};
   }
-  if (HasName(sector, std::string_view("ReFS\0\0\0\0", 8))) return Named("ReFS volume");
   return ReadFat(sector);
 }
 

@@ -5,7 +5,6 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,12 +17,17 @@
 #include "host/image/device/window_device.h"
 #include "host/image/drive/block_drive.h"
 #include "host/image/drive/device_identity.h"
+#include "host/image/drive/hwmon_drive.h"
 #include "host/image/drive/linux_drive_node.h"
+#include "host/image/drive/sysfs.h"
+#include "host/image/drive/whole_disk.h"
 #include "host/image/journal/journal_format.h"
 #include "host/image/journal/scratch_journal.h"
+#include "host/image/opening/foreign_content.h"
 #include "host/image/opening/image_use.h"
 #include "host/image/opening/journal_file.h"
 #include "host/image/opening/partition_table.h"
+#include "host/image/opening/signatures.h"
 #include "host/image/opening/state_folder.h"
 
 namespace vornalux {
@@ -40,11 +44,49 @@ std::string Text(int code) { return std::generic_category().message(code); }
   throw VolumeRefused(path + " " + why);
 }
 
+[[noreturn]] void RefuseForeign(const std::string& path, const ForeignContent& found,
+                                const std::string& where) {
+  const bool container = found.type.empty();
+  Refuse(path, (container ? "is " : "holds ") + found.name + where + ", which is not supported" +
+                   Remedy(found.advice, found.lines));
+}
+
+[[noreturn]] void RefuseUsed(const std::string& path, const FileDevice& device, const Use& use) {
+  if (!use.mount_point.empty()) {
+    const auto found =
+        FindForeign(device, 0, device.Size(), {.path = path, .mount_point = use.mount_point});
+    if (found) RefuseForeign(path, *found, ", mounted on " + use.mount_point);
+  }
+  std::string lines;
+  for (const std::string& line : use.lines) lines += "\n  " + line;
+  Refuse(path, use.what + (lines.empty() ? "" : ":") + lines);
+}
+
 void RefuseWriteProtected(const std::string& path, const FileDevice& device) {
   int read_only = 0;
   if (!device.IsBlockDevice()) return;
   if (::ioctl(device.Descriptor(), BLKROGET, &read_only) != 0 || read_only == 0) return;
   Refuse(path, "is write-protected");
+}
+
+// The device as far as it can be looked at, to say why it cannot be written to.
+std::unique_ptr<FileDevice> OpenToLook(const std::string& path) {
+  std::unique_ptr<FileDevice> device;
+  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor >= 0 && FileDevice::Adopt(descriptor, false, device)) device.reset();
+  return device;
+}
+
+[[noreturn]] void RefuseBusy(const std::string& path) {
+  const std::unique_ptr<FileDevice> device = OpenToLook(path);
+  const auto use = device ? FindUse(device->Descriptor()) : std::nullopt;
+  if (use) RefuseUsed(path, *device, *use);
+  std::string holders;
+  if (device) {
+    for (const std::string& node : FindHolders(device->Descriptor())) holders += "\n  " + node;
+  }
+  if (!holders.empty()) Refuse(path, "is in use as a part of what can be named instead:" + holders);
+  Refuse(path, "is in use: mounted, or part of a RAID or a logical volume");
 }
 
 int OpenFile(const std::string& path, bool writable) {
@@ -61,15 +103,10 @@ int OpenFile(const std::string& path, bool writable) {
   if (writable && S_ISBLK(status.st_mode)) flags |= O_EXCL;
   const int descriptor = ::open(path.c_str(), flags);
   if (descriptor >= 0) return descriptor;
-  if (errno == EBUSY) {
-    Refuse(path, "is in use: mounted, or part of a RAID or a logical volume");
-  }
   const int error = errno;
+  if (error == EBUSY) RefuseBusy(path);
   if (writable && S_ISBLK(status.st_mode)) {
-    std::unique_ptr<FileDevice> device;
-    const int reading = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (reading >= 0 && !FileDevice::Adopt(reading, false, device))
-      RefuseWriteProtected(path, *device);
+    if (const auto device = OpenToLook(path)) RefuseWriteProtected(path, *device);
   }
   Refuse(path, (writable ? "cannot be opened for writing: " : "cannot be opened: ") + Text(error));
 }
@@ -93,7 +130,7 @@ std::shared_ptr<FileDevice> OpenLocked(const std::string& path, bool writable) {
   const std::error_code error = FileDevice::Adopt(OpenFile(path, writable), false, device);
   if (error) Refuse(path, "cannot be opened: " + error.message());
   Lock(path, device->Descriptor(), writable);
-  if (const auto use = FindUse(device->Descriptor())) Refuse(path, *use);
+  if (const auto use = FindUse(device->Descriptor())) RefuseUsed(path, *device, *use);
   if (writable) RefuseWriteProtected(path, *device);
   return device;
 }
@@ -113,23 +150,47 @@ bool IsVolume(const BootSector& boot) {
   return boot.kind == BootKind::Fat || boot.kind == BootKind::Ntfs;
 }
 
+// As sysfs has it, "8:1"; empty for a file.
+std::string DeviceNumber(const FileDevice& file) {
+  struct stat status {};
+  if (!file.IsBlockDevice() || ::fstat(file.Descriptor(), &status) != 0) return {};
+  return NumbersOf(status.st_rdev);
+}
+
 struct Place {
   std::uint64_t offset = 0;
   std::uint64_t room = 0;  // bytes up to the end of the partition or the device
 };
 
 std::vector<Partition> Partitions(const ImageSource& source) try {
-  return ReadPartitions(*source.file, source.file->LogicalSectorSize());
+  return ReadPartitions(*source.file);
 } catch (const VolumeRefused& refused) {
   Refuse(source.path, std::string("has a partition table that cannot be used. ") + refused.what());
+}
+
+// As it is best named in a command line: a partition of a device by its own node.
+ForeignPlace Named(const ImageSource& source, std::uint64_t offset) {
+  const std::string node = NodeOfPartition(kSysfs, DeviceNumber(*source.file), offset);
+  if (node.empty()) return {.path = source.path, .offset = offset};
+  return {.path = node};
+}
+
+std::optional<ForeignContent> Foreign(const ImageSource& source, const Place& place) {
+  const std::uint64_t size = source.file->Size();
+  if (place.offset >= size) return std::nullopt;
+  const std::uint64_t room = std::min(place.room, size - place.offset);
+  return FindForeign(*source.file, place.offset, room, Named(source, place.offset));
 }
 
 std::string List(const ImageSource& source, const std::vector<Partition>& partitions) {
   std::string list;
   for (const Partition& partition : partitions) {
-    const BootSector boot = ReadBoot(source, partition.offset);
-    list += "\n  " + std::to_string(partition.number) + "  " +
-            (boot.name.empty() ? "unknown" : boot.name) + ", " +
+    std::string name = ReadBoot(source, partition.offset).name;
+    if (name.empty()) {
+      const auto found = Foreign(source, {partition.offset, partition.length});
+      name = found ? found->name : "unknown";
+    }
+    list += "\n  " + std::to_string(partition.number) + "  " + name + ", " +
             std::to_string(partition.length >> 20) + " MiB at byte " +
             std::to_string(partition.offset);
   }
@@ -150,6 +211,7 @@ Place NumberedPartition(const ImageSource& source, int number) {
 Place OnlyVolume(const ImageSource& source) {
   const Place whole{0, source.file->Size()};
   if (ReadBoot(source, 0).kind != BootKind::None) return whole;
+  if (FindContainer(*source.file, source.path)) return whole;
   const std::vector<Partition> partitions = Partitions(source);
   if (partitions.empty()) return whole;
   std::vector<Partition> volumes;
@@ -180,6 +242,26 @@ Place FindPlace(const ImageSource& source, const OpenOptions& options) {
   return {*options.offset, size - *options.offset};
 }
 
+[[noreturn]] void RefuseContent(const ImageSource& source, const Place& place,
+                                const std::string& where) {
+  if (place.offset == 0) {
+    if (const auto found = FindContainer(*source.file, source.path)) {
+      RefuseForeign(source.path, *found, where);
+    }
+  }
+  if (const auto found = Foreign(source, place)) RefuseForeign(source.path, *found, where);
+  Refuse(source.path, "holds no FAT or NTFS volume" + where);
+}
+
+// A mirror's half passes for the volume on it, and would not be its other half's any more. The mark
+// of a RAID lies behind what it holds; one inside the volume is left from before it.
+void RefuseRaidMember(const ImageSource& source, const Place& place) {
+  for (const Signature& found :
+       FindSignatures(source.file->Descriptor(), place.offset, place.room)) {
+    if (found.usage == "raid" && found.end > source.length) RefuseContent(source, place, "");
+  }
+}
+
 // The window onto the volume is as large as the volume says, not as the room that it has.
 void Fit(ImageSource& source, Place place) {
   const std::uint64_t size = source.file->Size();
@@ -187,12 +269,10 @@ void Fit(ImageSource& source, Place place) {
   source.offset = place.offset;
   source.boot = ReadBoot(source, place.offset);
   const std::string where = place.offset == 0 ? "" : " at byte " + std::to_string(place.offset);
-  if (source.boot.kind == BootKind::Other) {
-    Refuse(source.path, "holds a " + source.boot.name + where + ", which is not supported");
+  if (source.boot.kind == BootKind::DamagedNtfs) {
+    Refuse(source.path, "holds an NTFS volume with a damaged boot sector" + where);
   }
-  if (source.boot.kind == BootKind::None) {
-    Refuse(source.path, "holds no FAT or NTFS volume" + where);
-  }
+  if (source.boot.kind == BootKind::None) RefuseContent(source, place, where);
   if (source.boot.volume_size > place.room) {
     Refuse(source.path, "is truncated: the " + source.boot.name + " volume" + where + " has " +
                             std::to_string(source.boot.volume_size) + " bytes, of which only " +
@@ -202,6 +282,7 @@ void Fit(ImageSource& source, Place place) {
   if (place.room - source.length >= source.boot.backup_size) {
     source.length += source.boot.backup_size;
   }
+  RefuseRaidMember(source, place);
 }
 
 // What is free space of this volume could be full of another partition's files.
@@ -215,13 +296,6 @@ void RefuseOverlap(const ImageSource& source) {
                             " and partition " + std::to_string(other.number) +
                             " lie on the same sectors; mend the partition table");
   }
-}
-
-// As sysfs has it, "8:1"; empty for a file.
-std::string DeviceNumber(const FileDevice& file) {
-  struct stat status {};
-  if (!file.IsBlockDevice() || ::fstat(file.Descriptor(), &status) != 0) return {};
-  return std::to_string(major(status.st_rdev)) + ":" + std::to_string(minor(status.st_rdev));
 }
 
 // The number of a file is used again once it has gone; its time of birth is not.
@@ -304,8 +378,10 @@ VolumeStore MakeStore(const ImageSource& source) {
   store.device = std::make_unique<WindowDevice>(disk, source.offset, source.length);
   if (source.file->IsBlockDevice()) {
     // Keeps the device open for as long as somebody asks.
-    store.drive = std::make_unique<BlockDrive>(std::make_unique<LinuxDriveNode>(
+    auto drive = std::make_unique<BlockDrive>(std::make_unique<LinuxDriveNode>(
         source.file->Descriptor(), [file = source.file]() mutable { file.reset(); }));
+    store.drive =
+        std::make_unique<HwmonDrive>(kSysfs, DeviceNumber(*source.file), std::move(drive));
   }
   store.identity = source.identity;
   return store;

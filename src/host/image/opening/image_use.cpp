@@ -2,63 +2,19 @@
 #include "host/image/opening/image_use.h"
 
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 
-#include <cctype>
+#include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <vector>
 
 #include "host/image/drive/sysfs.h"
+#include "host/image/drive/whole_disk.h"
+#include "host/image/opening/foreign_content.h"
+#include "host/image/opening/mounts.h"
 
 namespace vornalux {
 namespace {
 
-struct Mount {
-  std::string device;  // "major:minor"
-  std::string source;
-  std::string point;
-};
-
-// The kernel writes blanks and the like as three octal digits.
-std::string Unescape(const std::string& text) {
-  const auto octal = [&](std::size_t at) { return text[at] >= '0' && text[at] <= '7'; };
-  std::string out;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\\' && i + 3 < text.size() && octal(i + 1) && octal(i + 2) && octal(i + 3)) {
-      const int value = (text[i + 1] - '0') * 64 + (text[i + 2] - '0') * 8 + (text[i + 3] - '0');
-      out += static_cast<char>(value);
-      i += 3;
-    } else {
-      out += text[i];
-    }
-  }
-  return out;
-}
-
-std::vector<Mount> ReadMounts(const std::string& path) {
-  std::vector<Mount> mounts;
-  std::ifstream file(path);
-  for (std::string line; std::getline(file, line);) {
-    const std::size_t separator = line.find(" - ");
-    if (separator == std::string::npos) continue;
-    std::istringstream left(line.substr(0, separator));
-    std::istringstream right(line.substr(separator + 3));
-    std::string skipped;
-    Mount mount;
-    left >> skipped >> skipped >> mount.device >> skipped >> mount.point;
-    right >> skipped >> mount.source;
-    mount.source = Unescape(mount.source);
-    mount.point = Unescape(mount.point);
-    mounts.push_back(std::move(mount));
-  }
-  return mounts;
-}
-
-std::string DeviceNumber(dev_t device) {
-  return std::to_string(major(device)) + ":" + std::to_string(minor(device));
-}
+namespace fs = std::filesystem;
 
 bool SameThing(const struct stat& ours, const std::string& path) {
   struct stat theirs {};
@@ -71,50 +27,92 @@ bool SameThing(const struct stat& ours, const std::string& path) {
 std::string DiskOf(const std::string& device, const UseSources& sources) {
   std::error_code error;
   const auto folder = BlockFolder(sources.sys, device);
-  if (folder.empty() || !std::filesystem::exists(folder / "partition", error)) return {};
+  if (folder.empty() || !fs::exists(folder / "partition", error)) return {};
   return FirstLine(folder.parent_path() / "dev");
 }
 
-std::optional<std::string> FindMount(const struct stat& ours, const UseSources& sources) {
+std::string Unmount(const Mount& mount, const UseSources& sources) {
+  const std::string node = DeviceNodeOf(sources.sys, mount.device);
+  if (node.empty()) return "umount " + ShellQuoted(mount.point);
+  return "udisksctl unmount -b " + ShellQuoted(node);
+}
+
+std::optional<Use> FindMount(const struct stat& ours, const UseSources& sources) {
   const bool is_device = S_ISBLK(ours.st_mode);
-  const std::string our_number = is_device ? DeviceNumber(ours.st_rdev) : std::string();
+  const std::string our_number = is_device ? NumbersOf(ours.st_rdev) : std::string();
   const std::string our_disk = is_device ? DiskOf(our_number, sources) : std::string();
   for (const Mount& mount : ReadMounts(sources.mounts)) {
-    if (SameThing(ours, mount.source)) return "is mounted at " + mount.point;
+    const auto use = [&](const std::string& what, const std::string& more = "") {
+      return Use{.what = what + mount.point + more, .lines = {Unmount(mount, sources)}};
+    };
+    if (SameThing(ours, mount.source) || (is_device && mount.device == our_number)) {
+      Use itself = use("is mounted on ");
+      itself.mount_point = mount.point;
+      return itself;
+    }
     if (!is_device) continue;
-    if (mount.device == our_number) return "is mounted at " + mount.point;
-    if (mount.device == our_disk) return "is part of a disk that is mounted at " + mount.point;
+    if (mount.device == our_disk) return use("is part of a disk that is mounted on ");
     if (DiskOf(mount.device, sources) == our_number) {
-      return "has a partition that is mounted at " + mount.point +
-             " (name the partition's own device instead)";
+      return use("has a partition that is mounted on ",
+                 " (name the partition's own device instead)");
     }
   }
   return std::nullopt;
 }
 
-std::string AttachedTo(const std::string& device) {
-  return "is attached to " + device + " (losetup -d " + device + " detaches it)";
+std::optional<Use> FindSwap(const struct stat& ours, const UseSources& sources) {
+  for (const Mount& swap : ReadSwaps(sources.swaps)) {
+    if (!SameThing(ours, swap.source)) continue;
+    return Use{.what = "is in use as swap space", .lines = {"swapoff " + ShellQuoted(swap.source)}};
+  }
+  return std::nullopt;
 }
 
-std::optional<std::string> FindLoopDevice(const struct stat& ours, const UseSources& sources) {
+std::optional<Use> FindLoopDevice(const struct stat& ours, const UseSources& sources) {
   std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(sources.sys + "/block", error)) {
+  for (const auto& entry : fs::directory_iterator(sources.sys + "/block", error)) {
     const std::string name = entry.path().filename();
     if (!name.starts_with("loop")) continue;
-    if (SameThing(ours, FirstLine(entry.path() / "loop/backing_file"))) {
-      return AttachedTo("/dev/" + name);
+    if (!SameThing(ours, FirstLine(entry.path() / "loop/backing_file"))) continue;
+    const std::string node = "/dev/" + name;
+    Use use{.what = "is attached to " + node, .lines = {"losetup -d " + node}};
+    const std::string device = FirstLine(entry.path() / "dev");
+    for (const Mount& mount : ReadMounts(sources.mounts)) {
+      if (mount.device != device && DiskOf(mount.device, sources) != device) continue;
+      use.what += ", which is mounted on " + mount.point;
+      // Such a device is detached with the last mount.
+      if (FirstLine(entry.path() / "loop/autoclear") == "1") use.lines.clear();
+      use.lines.insert(use.lines.begin(), Unmount(mount, sources));
+      if (mount.device == device) use.mount_point = mount.point;
+      break;
     }
+    return use;
   }
   return std::nullopt;
 }
 
 }  // namespace
 
-std::optional<std::string> FindUse(int descriptor, const UseSources& sources) {
+std::optional<Use> FindUse(int descriptor, const UseSources& sources) {
   struct stat ours {};
   if (::fstat(descriptor, &ours) != 0) return std::nullopt;
   if (auto mounted = FindMount(ours, sources)) return mounted;
+  if (auto swap = FindSwap(ours, sources)) return swap;
   return FindLoopDevice(ours, sources);
+}
+
+std::vector<std::string> FindHolders(int descriptor, const std::string& sys) {
+  std::vector<std::string> nodes;
+  struct stat ours {};
+  if (::fstat(descriptor, &ours) != 0 || !S_ISBLK(ours.st_mode)) return nodes;
+  const fs::path folder = BlockFolder(sys, NumbersOf(ours.st_rdev));
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(folder / "holders", error)) {
+    nodes.push_back(FriendlyNodeOf(sys, FirstLine(entry.path() / "dev")));
+  }
+  std::erase(nodes, "");
+  std::sort(nodes.begin(), nodes.end());
+  return nodes;
 }
 
 }  // namespace vornalux

@@ -2,21 +2,22 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
-#include "host/image/device/block_device.h"
+#include "host/image/opening/file_device.h"
 
 namespace vornalux {
 
 struct Partition {
-  int number = 0;            // 1-based, as other tools count them: logical ones from 5 on
+  int number = 0;            // 1-based, as the kernel counts them: logical ones from 5 on
   std::uint64_t offset = 0;  // bytes
   std::uint64_t length = 0;  // bytes; may reach past the end of the device
 };
 
-// The partitions of a disk: GPT, or MBR with logical partitions. Empty when there is no table.
-// sector_size is the unit of the table, bytes; a GPT in 4096-byte units is found as well. Throws
-// VolumeRefused when the table is damaged or cannot be read.
-std::vector<Partition> ReadPartitions(BlockDevice& disk, std::uint32_t sector_size);
+// The partitions of a disk, as libblkid finds them: GPT, also in 4096-byte units in a file, or MBR
+// with logical partitions. Empty when there is no such table. Throws VolumeRefused when the table
+// is damaged or cannot be read.
+std::vector<Partition> ReadPartitions(FileDevice& disk);
 
 }  // namespace vornalux

@@ -85,7 +85,7 @@ void OutputFile::Open(const std::string& option, const std::string& path) {
   if (S_ISBLK(status_.st_mode)) Refuse("is a block device: what it holds would be lost.");
   if (!TakesAnyBytes(descriptor_, status_)) Refuse("is a device that is no terminal.");
   if (!S_ISREG(status_.st_mode)) return;
-  if (const auto use = FindUse(descriptor_)) Refuse(*use + ".");
+  if (const auto use = FindUse(descriptor_)) Refuse(use->what + ".");
 }
 
 void OutputFile::UseStandardOutput(const std::string& option) {

@@ -62,7 +62,7 @@ class Protected {
     if (::fstat(stream, &status) != 0) return std::nullopt;
     if (auto why = Objection(status, "/proc/self/fd/" + std::to_string(stream))) return why;
     const auto use = S_ISREG(status.st_mode) ? FindUse(stream) : std::nullopt;
-    return use ? std::optional(*use + ".") : std::nullopt;
+    return use ? std::optional(use->what + ".") : std::nullopt;
   }
 
  private:

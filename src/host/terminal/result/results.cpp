@@ -9,6 +9,7 @@
 #include "engine/summary_text.h"
 #include "host/image/ntfs/snapshot_catalog.h"
 #include "host/mounted/error_text.h"
+#include "text/quantity_text.h"
 
 namespace vornalux {
 namespace {
@@ -41,6 +42,24 @@ bool HasClasses(const AnalysisFigures& figures) {
   return std::any_of(kFigureRows.begin(), kFigureRows.end(), [&](const FigureRow& row) {
     return row.of_classes && figures.*row.figure != 0;
   });
+}
+
+std::string LeftOutText(const AnalysisFigures& figures) {
+  constexpr std::ptrdiff_t kShown = 3;
+  const std::vector<std::string>& folders = figures.left_out_folders;
+  if (folders.empty()) return {};
+  std::string text = "Left out, with all below: " + Grouped(std::ssize(folders)) +
+                     (folders.size() == 1 ? " folder whose name begins with a dot ("
+                                          : " folders whose names begin with a dot (");
+  for (std::ptrdiff_t i = 0; i < std::min(std::ssize(folders), kShown); ++i) {
+    text += (i == 0 ? "" : ", ") + folders[static_cast<std::size_t>(i)];
+  }
+  if (std::ssize(folders) > kShown) {
+    text += " and " + Grouped(std::ssize(folders) - kShown) + " more; --json lists all";
+  }
+  return text +
+         "). --directory, in a job line /dir, takes one by itself; --thorough moves what is " +
+         "in them, too";
 }
 
 std::string ErrorText(ErrorCode code) { return CodeText(code, EnglishErrorText); }
@@ -103,7 +122,8 @@ AnalysisFigures CollectFigures(const Engine& engine) {
           .reserved_front = summary.reserved_front,
           .optimize_area = constants.OptimizeArea,
           .mft_zone_start = constants.MftZoneStart,
-          .mft_zone_end = constants.MftZoneEnd};
+          .mft_zone_end = constants.MftZoneEnd,
+          .left_out_folders = engine.table.LeftOutFolders};
 }
 
 std::vector<FragmentedFile> CollectFragmentedFiles(const Engine& engine) {

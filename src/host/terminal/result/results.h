@@ -43,8 +43,9 @@ struct AnalysisFigures {
   std::int64_t optimize_area = 0;
   std::int64_t mft_zone_start = 0;
   std::int64_t mft_zone_end = 0;
-  std::optional<FreeRegions> free_regions = {};  // of a run only
-  bool classes_known = true;                     // else those of the classes say nothing
+  std::optional<FreeRegions> free_regions = {};    // of a run only
+  bool classes_known = true;                       // else those of the classes say nothing
+  std::vector<std::string> left_out_folders = {};  // with all in them, for the dot in front
 };
 
 // How a number is called in tables for people.
@@ -67,6 +68,9 @@ std::string ReasonText(const StillFragmented& file, const RunSummary& summary);
 
 // What would help with what is still fragmented; empty where nothing would.
 std::string HelpText(const RunSummary& summary);
+
+// Which folders the figures leave out, and how to reach them; empty where there are none.
+std::string LeftOutText(const AnalysisFigures& figures);
 
 // The system's text for an error code, on one line.
 std::string ErrorText(ErrorCode code);

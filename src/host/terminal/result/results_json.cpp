@@ -46,6 +46,7 @@ void AddFigures(Json& json, const AnalysisFigures& figures) {
   json["reserved_front"] = figures.reserved_front;
   json["optimize_area"] = figures.optimize_area;
   json["mft_zone"] = {figures.mft_zone_start, figures.mft_zone_end};
+  json["left_out_folders"] = figures.left_out_folders;
   if (const std::optional<FreeRegions>& regions = figures.free_regions) {
     json["free_regions"] = {{"count", regions->count}, {"largest", regions->largest}};
   }

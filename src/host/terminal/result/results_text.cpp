@@ -165,6 +165,11 @@ std::string Planned(const std::optional<RunSummary>& summary) {
   return text + "\n";
 }
 
+std::string LeftOut(const AnalysisFigures& figures, Charset charset) {
+  const std::string text = LeftOutText(figures);
+  return text.empty() ? "" : "  " + PrintableText(text, charset) + "\n";
+}
+
 std::string BeforeAndAfter(const AnalysisFigures& before,
                            const std::optional<AnalysisFigures>& after,
                            const std::optional<RunSummary>& summary) {
@@ -195,6 +200,7 @@ std::string ToText(const std::vector<ReadFailure>& failures, bool all_are_listed
 std::string ToText(const AnalysisResult& result, Charset charset) {
   std::string text = Header(result.volume, result.figures, charset);
   for (const FigureRow& row : FigureRows()) AddRow(text, row, result.figures);
+  text += LeftOut(result.figures, charset);
   if (result.temperature != 0) {
     const std::string degrees = TemperatureText(result.temperature, " ");
     text += "\n  " + result.volume.drive + " temp " + WithDegrees(degrees, charset) + "\n";
@@ -213,7 +219,8 @@ std::string ToText(const AnalysisResult& result, Charset charset) {
 std::string ToText(const PassResult& result, Charset charset) {
   if (!result.before) return "";
   return Header(result.volume, *result.before, charset) + Planned(result.summary) +
-         BeforeAndAfter(*result.before, result.after, result.summary) + "\n" +
+         BeforeAndAfter(*result.before, result.after, result.summary) +
+         LeftOut(*result.before, charset) + "\n" +
          Moves(result, result.volume, result.stopped, charset);
 }
 
@@ -226,7 +233,7 @@ std::string ToText(const JobResult& result, Charset charset) {
   } else {
     for (const FigureRow& row : FigureRows()) AddRow(text, row, *result.analysis);
   }
-  return text + "\n" +
+  return text + LeftOut(*result.analysis, charset) + "\n" +
          Moves(result, *result.volume, result.outcome == JobOutcome::Stopped, charset);
 }
 
