@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <iostream>
 #include <memory>
 #include <optional>
 #include <sstream>
@@ -25,7 +26,7 @@ std::optional<ExitCode> TakeOptions(const std::vector<std::string>& arguments, O
                                     Outputs& outputs) {
   std::ostringstream out;
   std::ostringstream err;
-  const std::optional<ExitCode> end = ParseOptions(arguments, options, out, err);
+  const std::optional<ExitCode> end = ParseOptions(arguments, options, out, err, std::cin);
   if (!end) return std::nullopt;
   if (!IsNamedBy(STDERR_FILENO, arguments)) WriteAll(STDERR_FILENO, err.str());
   if (IsNamedBy(STDOUT_FILENO, arguments)) return ExitCode::Usage;

@@ -3,12 +3,14 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <istream>
 #include <ostream>
 #include <set>
 #include <stdexcept>
 #include <string_view>
 
 #include "app/job_tail.h"
+#include "host/terminal/command_line/file_list.h"
 #include "host/terminal/command_line/option_values.h"
 #include "text/ascii_case.h"
 #include "text/windows_path.h"
@@ -27,7 +29,8 @@ Exit codes:
   1  failed; what failed is told
   2  bad command line or job line; nothing was touched
   3  volume refused; nothing was touched
-  4  stopped by the user; the volume is in order)";
+  4  stopped by the user; the volume is in order
+  5  done, but not all files given by --file are in one piece)";
 
 constexpr const char* kJobFooterBegin = R"(
 What follows "--" is the job line: one argument as it stands, several joined by blanks.
@@ -64,6 +67,7 @@ struct RawOptions {
   std::string image;
   std::string drive = "C";
   std::vector<std::string> volumes;
+  std::vector<std::string> files;
   std::string windows_folder;
   std::string save_job;
 };
@@ -182,6 +186,17 @@ void AddPictureOptions(CLI::App& command, Options& options) {
       ->check(kFileName);
 }
 
+void AddFileOption(CLI::App& command, RawOptions& raw) {
+  CLI::Option* file =
+      command
+          .add_option("--file", raw.files,
+                      "Only this file, as --list prints it; may be repeated; - reads a list")
+          ->type_name("PATH")
+          ->allow_extra_args(false)
+          ->check(kFileName);
+  for (const char* other : {"--directory", "--exclude"}) file->excludes(command.get_option(other));
+}
+
 void AddVolumeOptions(CLI::App& command, Options& options, RawOptions& raw) {
   command.add_option("IMAGE", raw.image, "What to work on")->required();
   command.add_option("--drive", raw.drive, "The letter that the volume gets")
@@ -244,6 +259,18 @@ void CheckTogether(const Options& options) {
   }
 }
 
+void TakeFiles(const RawOptions& raw, std::istream& input, Options& options) {
+  if (raw.files.empty()) return;
+  for (const std::string& path : WithListFrom(input, raw.files)) {
+    try {
+      options.files.push_back(PathOnDrive(path, options.volumes.front().letter));
+    } catch (const std::invalid_argument& error) {
+      throw CLI::ValidationError("--file", error.what());
+    }
+  }
+  if (options.files.empty()) throw CLI::ValidationError("--file", "the list names no file");
+}
+
 // What was typed and means nothing, in a sentence with what may have been meant.
 std::string UnknownText(const CLI::App& app, const std::vector<std::string>& arguments) {
   std::vector<std::string> known;
@@ -285,7 +312,7 @@ std::string JoinJobTail(const std::vector<std::string>& arguments) {
 }
 
 std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, Options& options,
-                                     std::ostream& out, std::ostream& err) {
+                                     std::ostream& out, std::ostream& err, std::istream& input) {
   RawOptions raw;
   CLI::App app("Defragments and optimizes NTFS and FAT volumes.", "vornalux");
   app.require_subcommand(1);
@@ -301,8 +328,10 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
   };
   CLI::App* analyze = add("analyze", "Look at a volume, change nothing", Command::Analyze);
   AddVolumeOptions(*analyze, options, raw);
+  AddFileOption(*analyze, raw);
   analyze->add_flag("--list", options.list, "List the fragmented files");
-  analyze->add_flag("--classes", options.classes, "Sort files into classes as Optimize does");
+  analyze->add_flag("--classes", options.classes, "Sort files into classes as Optimize does")
+      ->excludes("--file");
   CLI::App* map = add("map", "Draw the cluster map, change nothing", Command::Map);
   AddVolumeOptions(*map, options, raw);
   map->get_option("--png")->required();
@@ -314,6 +343,7 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
     });
     AddVolumeOptions(*command, options, raw);
     AddWorkOptions(*command, options);
+    if (row.pass == Pass::Defrag) AddFileOption(*command, raw);
     if (row.thorough != nullptr) {
       command->add_flag("--thorough", options.thorough, "Plan first: every file in one piece");
       command->add_option("--max-move", options.max_move, "With --thorough: move no more than this")
@@ -349,6 +379,7 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
       if (command->count("--windows-dir") != 0) options.windows_folder = raw.windows_folder;
     }
     CheckTogether(options);
+    TakeFiles(raw, input, options);
   } catch (const CLI::ParseError& error) {
     const bool unknown =
         app.get_subcommands().empty() || dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;

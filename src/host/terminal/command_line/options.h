@@ -32,6 +32,7 @@ struct Options {
   std::optional<int> partition;
   std::optional<std::uint64_t> offset;        // bytes
   std::string directory;                      // below the root, "Users\bob"; empty: all
+  std::vector<std::string> files;             // these alone, "C:\\dir\\a.txt"; empty: all
   std::string exclude;                        // "*.iso; *.vhd"
   std::optional<std::string> windows_folder;  // "C:\Windows"
   bool thorough = false;
@@ -54,9 +55,9 @@ struct Options {
 };
 
 // Fills options. Returns an exit code when the program ends here: help or version was asked for and
-// printed to out, or the line makes no sense and err says why.
+// printed to out, or the line makes no sense and err says why. Reads input where the line says so.
 std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, Options& options,
-                                     std::ostream& out, std::ostream& err);
+                                     std::ostream& out, std::ostream& err, std::istream& input);
 
 // The job line that arguments stand for: a single one as it stands; several joined by a blank, in
 // double quotes where they hold one or name a folder, whose own quotes the shell has taken.

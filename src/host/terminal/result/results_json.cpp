@@ -243,6 +243,16 @@ std::string ToJson(const AnalysisResult& result) {
           {{"path", file.path}, {"extents", file.extents}, {"clusters", file.clusters}});
     }
   }
+  if (!result.files.empty()) {
+    json["files"] = Json::array();
+    for (const auto& [file, fragments] : result.files) {
+      json["files"].push_back({{"path", file.path},
+                               {"extents", file.extents},
+                               {"fragments", fragments},
+                               {"clusters", file.clusters},
+                               {"one_piece", fragments <= 1}});
+    }
+  }
   AddUnreadable(json, result.unreadable);
   return Dump(json);
 }

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <exception>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <system_error>
@@ -103,6 +104,7 @@ Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
                            .figures = CollectFigures(engine),
                            .temperature = ReadTemperature(session.program()),
                            .list = {},
+                           .files = CollectNamedFiles(session.program().main_window.engine),
                            .unreadable = {}};
   if (options.list) result.list = CollectFragmentedFiles(engine);
   if (WantsPictures(options)) {
@@ -117,6 +119,7 @@ Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
     report.unreadable = session.platform().Unreadable();
   }
   result.unreadable = session.platform().Unreadable();
+  if (!options.files.empty() && result.figures.fragmented > 0) outcome.code = ExitCode::InPieces;
   if (options.command == Command::Analyze) outcome.output = Present(result, options, charset);
   return outcome;
 }
@@ -170,6 +173,8 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
       result.after = CollectFigures(window.engine);
       if (result.summary) result.after->free_regions = result.summary->regions_after;
       AskForHelp(session, result.summary);
+      const bool in_pieces = !options.files.empty() && result.after->fragmented > 0;
+      if (in_pieces) outcome.code = ExitCode::InPieces;
     }
   }
   result.remarks = session.Remarks();
@@ -241,12 +246,35 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
   return {.code = code, .output = Present(result, options, charset), .report = {}};
 }
 
+// The same for the files that the options name.
+bool SelectFiles(Session& session, const Options& options) {
+  std::vector<std::string> files;
+  std::set<std::string> known;
+  bool all = true;
+  for (std::string path : options.files) {
+    const ErrorCode error = session.platform().SpellAsListed(path);
+    if (error == error::kSuccess) {
+      if (known.insert(path).second) files.push_back(std::move(path));
+      continue;
+    }
+    all = false;
+    const bool gone = error == error::kFileNotFound || error == error::kPathNotFound ||
+                      error == error::kInvalidName;
+    session.desktop().Say(gone ? "--file: there is no file " + path + " on " +
+                                     options.volumes.front().image
+                               : "--file: " + path + " cannot be found: " + ErrorText(error));
+  }
+  session.program().main_window.engine.volume.SetFiles(std::move(files));
+  return all;
+}
+
 // False, and the user told, when the options name something that the volume does not have.
 bool SelectVolume(Session& session, const Options& options) {
   const std::string drive = {options.volumes.front().letter, ':'};
   DefragWindow& window = session.program().main_window;
   window.engine.volume.Choose(drive + "\\", options.directory, "");
   window.OpenMenu();
+  if (!options.files.empty()) return SelectFiles(session, options);
   if (options.directory.empty()) return true;
   if (!session.platform().FolderExists(drive + "\\" + options.directory) &&
       session.platform().Unreadable().empty()) {
