@@ -131,7 +131,7 @@ TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {
   summary.after.emplace();
   summary.still_fragmented.resize(1, {.path = "C:\\x\x1b[31m\xff<script>.txt", .fragments = 12});
   report.map_before.assign(100, map_colour::kUsed);
-  const std::string html = ToHtml(report);
+  const std::string html = ToHtml({&report, 1});
 
   for (const char* absent : {"<script", "<b>", "http", "url(", "@import", "\x1b", "\xff"}) {
     EXPECT_EQ(html.find(absent), std::string::npos) << absent;
@@ -142,7 +142,7 @@ TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {
   }
 
   const auto all_found = [&] {
-    return ToHtml(report).find("every move found") != std::string::npos;
+    return ToHtml({&report, 1}).find("every move found") != std::string::npos;
   };
   report.moved->failures.clear();
   EXPECT_FALSE(all_found()) << "a file is still fragmented";

@@ -64,7 +64,7 @@ std::string PassSwitches() {
 
 // What CLI11 fills before it is looked at more closely.
 struct RawOptions {
-  std::string image;
+  std::vector<std::string> images;
   std::string drive = "C";
   std::vector<std::string> volumes;
   std::vector<std::string> files;
@@ -160,6 +160,12 @@ void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
       .add_option("--debug-log", options.debug_log, "Write the debug log to FILE, or - for here")
       ->type_name("FILE")
       ->check(kFileName);
+  command.add_option("--log", options.log, "Append what happens to FILE, with the time")
+      ->type_name("FILE")
+      ->check(kFileName)
+      ->check([](const std::string& text) {
+        return text == "-" ? std::string("goes into a file") : std::string();
+      });
   command.add_option("--seed", options.seed, "Seed of random choices")
       ->type_name("N")
       ->transform(kNumber);
@@ -198,7 +204,8 @@ void AddFileOption(CLI::App& command, RawOptions& raw) {
 }
 
 void AddVolumeOptions(CLI::App& command, Options& options, RawOptions& raw) {
-  command.add_option("IMAGE", raw.image, "What to work on")->required();
+  command.add_option("IMAGE", raw.images, "What to work on; several one after the other")
+      ->required();
   command.add_option("--drive", raw.drive, "The letter that the volume gets")
       ->type_name("LETTER")
       ->capture_default_str();
@@ -208,14 +215,27 @@ void AddVolumeOptions(CLI::App& command, Options& options, RawOptions& raw) {
   AddCommonOptions(command, options, raw);
 }
 
+// What means one volume only.
+void CheckSeries(const RawOptions& raw, const Options& options) {
+  if (options.volumes.size() < 2) return;
+  const auto only_one = [](bool given, const char* option, const char* why) {
+    if (given) throw CLI::ValidationError(option, why);
+  };
+  only_one(options.partition || options.offset, "--partition, --offset",
+           "only with a single image");
+  only_one(!raw.files.empty(), "--file", "only with a single image, which the files are on");
+  only_one(!options.png.empty(), "--png", "one picture shows one image; --report shows all");
+}
+
 void TakeVolumes(const RawOptions& raw, Options& options) {
   if (options.command != Command::Job) {
-    VolumeArgument volume{.letter = 0, .image = raw.image};
-    if (!ParseDrive(raw.drive, volume.letter)) {
+    char letter = 0;
+    if (!ParseDrive(raw.drive, letter)) {
       throw CLI::ValidationError("--drive", raw.drive + " is no drive letter");
     }
-    options.directory = ParseDirectory(options.directory, volume.letter);
-    options.volumes = {std::move(volume)};
+    options.directory = ParseDirectory(options.directory, letter);
+    for (const std::string& image : raw.images) options.volumes.push_back({letter, image});
+    CheckSeries(raw, options);
     return;
   }
   std::set<char> letters;

@@ -28,7 +28,8 @@ struct VolumeArgument {
 struct Options {
   Command command = Command::Analyze;
   Pass pass = Pass::Defrag;             // which one, where the command is Pass
-  std::vector<VolumeArgument> volumes;  // exactly one, except for a job
+  std::vector<VolumeArgument> volumes;  // one after the other; of a job, all at once
+  std::string place;                    // of the volume among several, "2 of 3"
   std::optional<int> partition;
   std::optional<std::uint64_t> offset;        // bytes
   std::string directory;                      // below the root, "Users\bob"; empty: all
@@ -47,6 +48,7 @@ struct Options {
   bool list = false;
   bool classes = false;
   std::string debug_log;  // file, "-" for standard output, empty for none
+  std::string log;        // file that it is appended to, empty for none
   std::string png;        // file for the cluster map, empty for none
   std::string report;     // file for the report as a web page, empty for none
   std::uint64_t seed = 0;

@@ -231,6 +231,16 @@ const char* OutcomeName(JobOutcome outcome) {
 
 }  // namespace
 
+std::string ToJsonElement(const std::string& image, int exit_code, const std::string& error,
+                          const std::string& result) {
+  Json json = {{"image", image}, {"exit_code", exit_code}};
+  json["error"] = error.empty() ? Json(nullptr) : Json(error);
+  json["result"] = result.empty() ? Json(nullptr) : Json::parse(result);
+  std::string text = Dump(json);
+  text.pop_back();
+  return text;
+}
+
 std::string ToJson(const AnalysisResult& result) {
   Json json;
   AddVolume(json, result.volume);

@@ -21,26 +21,22 @@
 #include "host/terminal/result/results_json.h"
 #include "host/terminal/result/results_text.h"
 #include "host/terminal/saved_job/save_job.h"
+#include "host/terminal/session/same_volume.h"
 #include "host/terminal/session/session.h"
 #include "host/terminal/session/terminal_platform.h"
+#include "host/terminal/session/volume_series.h"
 #include "text/windows_path.h"
 
 namespace vornalux {
 namespace {
 
-// How a command ended, and what it has to show once its volumes are closed.
-struct Outcome {
-  ExitCode code = ExitCode::Done;
-  std::string output;
-  std::optional<ReportContent> report;  // also what the picture of the map is drawn from
-};
-
 // Another program or a file gets names as they are; only a terminal has a character set.
 Charset OutputCharset(Charset terminal) { return isatty(STDOUT_FILENO) ? terminal : Charset::Utf8; }
 
 template <typename Result>
-std::string Present(const Result& result, const Options& options, Charset charset) {
-  return options.json ? ToJson(result) : ToText(result, OutputCharset(charset));
+void Present(const Result& result, const Options& options, Charset charset, Outcome& outcome) {
+  outcome.output = options.json ? ToJson(result) : ToText(result, OutputCharset(charset));
+  if (!options.log.empty()) outcome.log = ToText(result, Charset::Utf8);
 }
 
 // The Analyze button, or the same for the classes that Optimize works by.
@@ -84,7 +80,7 @@ bool WritePictures(const ReportContent& report, Outputs& outputs, TerminalDeskto
     const std::vector<std::uint8_t> png = Picture(report);
     good = WriteFile(outputs.png, {reinterpret_cast<const char*>(png.data()), png.size()}, desktop);
   }
-  if (outputs.report.IsOpen()) good &= WriteFile(outputs.report, ToHtml(report), desktop);
+  if (outputs.report.IsOpen()) good &= WriteFile(outputs.report, ToHtml({&report, 1}), desktop);
   return good;
 } catch (const std::exception& error) {
   desktop.Say(error.what());
@@ -107,6 +103,7 @@ Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
                            .files = CollectNamedFiles(session.program().main_window.engine),
                            .unreadable = {}};
   if (options.list) result.list = CollectFragmentedFiles(engine);
+  outcome.tally = {.fragmented_before = result.figures.fragmented};
   if (WantsPictures(options)) {
     DefragWindow& window = session.program().main_window;
     ReportContent& report = outcome.report.emplace();
@@ -120,7 +117,7 @@ Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
   }
   result.unreadable = session.platform().Unreadable();
   if (!options.files.empty() && result.figures.fragmented > 0) outcome.code = ExitCode::InPieces;
-  if (options.command == Command::Analyze) outcome.output = Present(result, options, charset);
+  if (options.command == Command::Analyze) Present(result, options, charset, outcome);
   return outcome;
 }
 
@@ -178,6 +175,12 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
     }
   }
   result.remarks = session.Remarks();
+  if (result.before) {
+    outcome.tally = {.fragmented_before = result.before->fragmented,
+                     .fragmented_after = result.after.value_or(*result.before).fragmented,
+                     .moves = result.moved.moves,
+                     .bytes_moved = result.moved.clusters_moved * result.volume.cluster_bytes};
+  }
   result.stopped = outcome.code == ExitCode::Stopped;
   result.unreadable = session.platform().Unreadable();
   if (WantsPictures(options) && result.before) {
@@ -195,7 +198,7 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
     report.legend = CollectLegend(window);
     outcome.report = std::move(report);
   }
-  outcome.output = Present(result, options, charset);
+  Present(result, options, charset, outcome);
   return outcome;
 }
 
@@ -243,7 +246,10 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
     result.remarks = session.Remarks();
   }
   result.unreadable = session.platform().Unreadable();
-  return {.code = code, .output = Present(result, options, charset), .report = {}};
+  Outcome outcome;
+  outcome.code = code;
+  Present(result, options, charset, outcome);
+  return outcome;
 }
 
 // The same for the files that the options name.
@@ -287,7 +293,11 @@ bool SelectVolume(Session& session, const Options& options) {
 
 Outcome RunOnVolumes(Session& session, const Options& options, Charset charset) {
   if (options.command == Command::Job) return RunJob(session, options, charset);
-  if (!SelectVolume(session, options)) return {.code = ExitCode::Usage, .output = {}, .report = {}};
+  if (!SelectVolume(session, options)) {
+    Outcome outcome;
+    outcome.code = ExitCode::Usage;
+    return outcome;
+  }
   if (OnlyLooks(options.command)) return RunAnalyze(session, options, charset);
   return RunPass(session, options, charset);
 }
@@ -304,8 +314,9 @@ bool ShowResult(const Outcome& outcome, Outputs& outputs, TerminalDesktop& deskt
   return false;
 }
 
-ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset charset,
-                      Outputs& outputs) {
+// switch_off: the job wants it.
+Outcome OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset charset,
+                     Outputs& outputs, bool& switch_off) {
   Session session(options, desktop, charset, outputs);
   Outcome outcome;
   try {
@@ -314,6 +325,7 @@ ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset 
     // What was moved so far is made durable all the same.
     desktop.Say(error.what());
     outcome.code = ExitCode::Failed;
+    outcome.error = error.what();
   }
   if (!session.Close()) outcome.code = ExitCode::Failed;
   if (const auto& unreadable = session.platform().Unreadable(); !unreadable.empty()) {
@@ -321,15 +333,40 @@ ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset 
     outcome.code = ExitCode::Failed;
   }
   if (outcome.code == ExitCode::Stopped) desktop.Say("Stopped.");
-  if (!ShowResult(outcome, outputs, desktop)) return ExitCode::Failed;
-  if (outcome.code != ExitCode::Done || !session.platform().PowerOffWanted()) return outcome.code;
-  if (options.dry_run) {
+  outputs.log.Write(outcome.log);
+  switch_off = outcome.code == ExitCode::Done && session.platform().PowerOffWanted();
+  return outcome;
+}
+
+ExitCode SwitchOff(bool dry_run, TerminalDesktop& desktop) {
+  if (dry_run) {
     desktop.Say("The machine stays on: this was a dry run.");
   } else if (!ShutDownMachine()) {
     desktop.Say("The machine could not be switched off: the system's shutdown command failed.");
     return ExitCode::Failed;
   }
-  return outcome.code;
+  return ExitCode::Done;
+}
+
+ExitCode RunOnAll(const Options& options, TerminalDesktop& desktop, Charset charset,
+                  Outputs& outputs) {
+  bool switch_off = false;
+  const auto run = [&](const Options& one) {
+    return OpenRunClose(one, desktop, charset, outputs, switch_off);
+  };
+  if (options.command == Command::Job || options.volumes.size() == 1) {
+    const Outcome outcome = run(options);
+    if (!ShowResult(outcome, outputs, desktop)) return ExitCode::Failed;
+    return switch_off ? SwitchOff(options.dry_run, desktop) : outcome.code;
+  }
+  std::vector<std::string> images;
+  for (const VolumeArgument& volume : options.volumes) images.push_back(volume.image);
+  if (const auto same = FindSameVolume(images)) {
+    desktop.Say(same->first + " and " + same->second +
+                " are the same volume, or one lies on the other. Nothing was touched.");
+    return ExitCode::Usage;
+  }
+  return RunSeries(options, desktop, OutputCharset(charset), outputs, run);
 }
 
 }  // namespace
@@ -339,7 +376,7 @@ ExitCode RunCommand(const Options& options, TerminalDesktop& desktop, Charset ch
   if (options.low || options.idle) GiveWay(options.idle);
   try {
     if (options.save_job) return SaveJob(options, desktop, outputs.standard);
-    return OpenRunClose(options, desktop, charset, outputs);
+    return RunOnAll(options, desktop, charset, outputs);
   } catch (const VolumeRefused& refused) {
     desktop.Say(refused.what());
     return ExitCode::Refused;

@@ -39,10 +39,17 @@ void TerminalDesktop::Unbind() {
   window_ = nullptr;
   timers_.clear();
   if (live_) live_->Unbind();
-  for (const std::string& text : std::exchange(unseen_, {})) Say(text);
+  for (const std::string& text : std::exchange(unseen_, {})) Print(text);
 }
 
+bool TerminalDesktop::StopPending() const { return (events_.load() & kStops) != 0; }
+
 void TerminalDesktop::Say(const std::string& text) {
+  if (log_ != nullptr) log_->Write(text);
+  Print(text);
+}
+
+void TerminalDesktop::Print(const std::string& text) {
   if (live_ && live_->Shown()) {
     live_->ShowMessage(text);
     if (!obeying_exit_) unseen_.push_back(text);
@@ -169,6 +176,7 @@ BoxAnswer TerminalDesktop::Ask(const std::string& question) {
   const BoxAnswer answer = nobody           ? BoxAnswer::Yes
                            : UsesLiveView() ? live_->Ask(question, events_, kStops)
                                             : AskForLine(question);
+  if (log_ != nullptr) log_->Write(question + (answer == BoxAnswer::Yes ? " Yes" : " No"));
   // What asked for it, and what insisted on it.
   if (answer == BoxAnswer::Yes) events_.fetch_and(~kStops);
   return answer;
@@ -191,6 +199,7 @@ void TerminalDesktop::OnWindowChanged() {
   const std::string& caption = window_->caption.get();
   if (caption == phase_) return;
   phase_ = caption;
+  if (log_ != nullptr && IsPhase(phase_)) log_->Write(phase_);
   if (!quiet_ && window_->visible && !UsesLiveView()) plain_.ShowPhase(phase_, clock_());
 }
 

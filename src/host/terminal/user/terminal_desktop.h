@@ -8,6 +8,7 @@
 
 #include "host/terminal/live/live_view.h"
 #include "host/terminal/live/pending_events.h"
+#include "host/terminal/output/run_log.h"
 #include "host/terminal/user/console.h"
 #include "host/terminal/user/plain_progress.h"
 #include "platform/desktop.h"
@@ -35,6 +36,12 @@ class TerminalDesktop final : public Desktop {
   void Bind(DefragWindow& window, RunSurroundings surroundings);
   void Unbind();
 
+  // What is told from now on is logged as well. The log outlives the desktop.
+  void LogTo(RunLog& log) { log_ = &log; }
+
+  // A stop was asked for, and nothing has heard it yet.
+  bool StopPending() const;
+
   // One line to the user.
   void Say(const std::string& text);
 
@@ -54,6 +61,7 @@ class TerminalDesktop final : public Desktop {
     TimePoint due;
   };
 
+  void Print(const std::string& text);
   void HandleEvents();
   void HandleStop(unsigned events);
   void HandleKeys();
@@ -73,6 +81,7 @@ class TerminalDesktop final : public Desktop {
   bool quiet_;
   std::unique_ptr<LiveView> live_;
   PlainProgress plain_;
+  RunLog* log_ = nullptr;
   DefragWindow* window_ = nullptr;
   RunSurroundings surroundings_;
   std::vector<ArmedTimer> timers_;
