@@ -37,8 +37,10 @@ TEST(MapImage, ShowsEveryColumnInItsColourAndTheLegend) {
   ASSERT_GE(picture.width, 800u);
   const auto first = std::find(pixels.begin(), pixels.end(), columns.front());
   ASSERT_NE(first, pixels.end());
+  // Squares of 20 pixels, 40 in a line.
   for (std::ptrdiff_t i = 0; i < std::ssize(columns); ++i) {
-    ASSERT_EQ(first[2 * i], columns[static_cast<std::size_t>(i)]) << "column " << i;
+    const auto at = i / 40 * 20 * static_cast<std::ptrdiff_t>(picture.width) + i % 40 * 20;
+    ASSERT_EQ(first[at], columns[static_cast<std::size_t>(i)]) << "column " << i;
   }
   for (const Colour box :
        {map_colour::kFree, map_colour::kMftZone, map_colour::kMft, map_colour::kDefrag}) {

@@ -354,7 +354,6 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
       ->excludes("--file");
   CLI::App* map = add("map", "Draw the cluster map, change nothing", Command::Map);
   AddVolumeOptions(*map, options, raw);
-  map->get_option("--png")->required();
   for (const PassRow& row : kPasses) {
     CLI::App* command = add(row.command, row.purpose, Command::Pass);
     command->parse_complete_callback([&options, pass = row.pass] {

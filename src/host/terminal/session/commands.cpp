@@ -21,6 +21,7 @@
 #include "host/terminal/result/results_json.h"
 #include "host/terminal/result/results_text.h"
 #include "host/terminal/saved_job/save_job.h"
+#include "host/terminal/session/map_text.h"
 #include "host/terminal/session/same_volume.h"
 #include "host/terminal/session/session.h"
 #include "host/terminal/session/terminal_platform.h"
@@ -55,10 +56,16 @@ ExitCode Analyze(Program& program, bool classes) {
   return window.last_run_failed ? ExitCode::Failed : ExitCode::Done;
 }
 
-// The map with its candidates as the window shows it now.
-MapColumns DrawnMap(DefragWindow& window) {
+// The map with its candidates as it is now, on this many places or fewer. Who watches keeps the
+// width that the screen has.
+MapColumns DrawnMap(DefragWindow& window, std::int64_t places = kPicturePlaces) {
+  PictureBox& picture = window.Picdepartvolume;
+  const std::int32_t width = picture.width();
+  const std::int64_t clusters = window.engine.geometry.constants.TotalClusters;
+  picture.ResizeAtNextClear(MapWidthFor(clusters, places));
   window.RedrawMap(MapLayers::Candidates);
-  return window.Picdepartvolume.columns();
+  picture.ResizeAtNextClear(width);
+  return picture.columns();
 }
 
 std::vector<std::uint8_t> Picture(const ReportContent& report) {
@@ -117,6 +124,13 @@ Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
   }
   result.unreadable = session.platform().Unreadable();
   if (!options.files.empty() && result.figures.fragmented > 0) outcome.code = ExitCode::InPieces;
+  if (options.command == Command::Map && !WantsPictures(options) && !options.json) {
+    DefragWindow& window = session.program().main_window;
+    const MapGrid grid = OutputGrid();
+    const MapColumns map = DrawnMap(window, grid.Places());
+    outcome.output = MapText(result.volume, result.figures, map, CollectLegend(window), grid,
+                             OutputLook(OutputCharset(charset)));
+  }
   if (options.command == Command::Analyze) Present(result, options, charset, outcome);
   return outcome;
 }

@@ -21,6 +21,9 @@ struct RunSurroundings {
   std::function<std::int64_t()> cluster_bytes;  // of the volume at work
   // Something else writes to the terminal, so that it must not be drawn over.
   std::function<bool()> terminal_in_use;
+  std::function<std::string()> image = {};  // the name of the volume at work
+  std::string place = {};                   // of it among several, "2 of 3"
+  bool writes = true;                       // else leaving does no harm at any time
 };
 
 // The desktop of a program on a terminal: the main window is a live view, or plain lines where
@@ -66,6 +69,9 @@ class TerminalDesktop final : public Desktop {
   void HandleStop(unsigned events);
   void HandleKeys();
   void RedrawMap();
+  void FitMap();
+  void RefreshMap();
+  bool DrawMapAsItIs();
   void TickTimers();
   void WaitInWarning(HDDTempWarning& warning);
   bool PressedStop(HDDTempWarning& warning);
@@ -87,6 +93,9 @@ class TerminalDesktop final : public Desktop {
   std::vector<ArmedTimer> timers_;
   bool handling_ = false;
   bool redrawing_map_ = false;
+  bool map_fails_ = false;           // the user has been told
+  TimePoint next_map_;               // when the map is drawn anew, at the earliest
+  std::int64_t map_shows_ = 0;       // clusters that had been moved when it was drawn
   bool answer_yes_ = false;          // the system wants an end: nobody is asked
   bool obeying_exit_ = false;        // who pressed the key sees what is said
   std::vector<std::string> unseen_;  // said while the live view was shown
