@@ -90,7 +90,9 @@ bool Analysis::AnalyzeVolume() {
     run_.view.SetCaption("Volume " + run_.target.drive);
     return false;
   }
-  const std::vector<ExtentRecord> records = run_.walk.WalkVolume(run_.target.Folder(), run_.view);
+  const std::vector<ExtentRecord> records =
+      run_.target.files.empty() ? run_.walk.WalkVolume(run_.target.Folder(), run_.view)
+                                : run_.walk.LookAt(run_.target.files, run_.view);
   if (run_.flags.StopRequested) {
     run_.view.SetValue(0);
     return true;

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "engine/analysis.h"
@@ -55,6 +56,13 @@ class ChosenVolume {
   void SetExclude(const std::string& extensions) {
     if (extensions != target_.exclude) flags_.AnalysisValid = False;
     target_.exclude = extensions;
+  }
+
+  // Files with their full paths, spelled as a walk would: all that analyses and passes are about
+  // from now on, of whatever volume is chosen. None: everything.
+  void SetFiles(std::vector<std::string> files) {
+    flags_.AnalysisValid = False;
+    target_.files = std::move(files);
   }
 
   // Called after every change, in the order of watching.

@@ -15,7 +15,7 @@ bool Passes::defrag() {
   BeginPhase("Defragmenting volume ");
   record_.Begin(Pass::Defrag);
 
-  if (run_.target.Ntfs()) DefragmentMasterFileTable();
+  if (run_.target.Ntfs() && run_.target.files.empty()) DefragmentMasterFileTable();
   for (const std::string& path : names) {
     run_.platform.desktop.DoEvents();
     run_.view.SetCurrentFile(path);

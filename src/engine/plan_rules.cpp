@@ -5,6 +5,8 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <unordered_set>
 
 #include "engine/analysis.h"
 #include "engine/layout_list.h"
@@ -23,6 +25,14 @@ std::string InSmallLetters(std::string text) {
 }
 
 }  // namespace
+
+std::vector<bool> WantedOf(const RunTarget& target, const std::vector<CensusEntry>& entries) {
+  std::vector<bool> wanted;
+  if (target.files.empty()) return wanted;
+  const std::unordered_set<std::string_view> files(target.files.begin(), target.files.end());
+  for (const CensusEntry& entry : entries) wanted.push_back(files.contains(entry.path));
+  return wanted;
+}
 
 std::optional<plan::Plan> PlanWhileHeard(const RunContext& run, Planner planner,
                                          plan::Volume& volume, const plan::Limits& limits) {

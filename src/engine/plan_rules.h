@@ -31,6 +31,9 @@ class PlanRules {
   std::vector<std::string> start_up_files_;  // sorted, in small letters
 };
 
+// For each entry whether it is one of the files that the run is about; empty where all are.
+std::vector<bool> WantedOf(const RunTarget& target, const std::vector<CensusEntry>& entries);
+
 using Planner = plan::Plan (*)(const plan::Volume&, const plan::Limits&);
 
 // The user and the timers get their turn meanwhile. Nothing when the run was stopped.

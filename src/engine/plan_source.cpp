@@ -50,7 +50,8 @@ std::vector<std::size_t> PlannedAs(const std::vector<CensusEntry>& entries,
 }  // namespace
 
 PlanSource::PlanSource(const std::vector<CensusEntry>& entries, const std::vector<bool>& stays,
-                       bool links, const FreeRunList& gaps, std::int32_t clusters)
+                       bool links, const FreeRunList& gaps, std::int32_t clusters,
+                       const std::vector<bool>& wanted)
     : planned_as(PlannedAs(entries, stays, links)) {
   std::vector<bool> left_out = stays;
   std::vector<bool> not_free(gaps.size(), false);
@@ -92,11 +93,18 @@ PlanSource::PlanSource(const std::vector<CensusEntry>& entries, const std::vecto
 
   volume.clusters = clusters;
   volume.files.resize(entries.size());
+  std::vector<bool> joined(entries.size(), wanted.empty());
+  for (std::size_t i = 0; i < wanted.size(); ++i) {
+    if (wanted[i]) joined[planned_as[i]] = true;
+  }
   for (std::size_t i = 0; i < entries.size(); ++i) {
     if (left_out[i]) continue;
     EachRun(entries[i].extents, [&](std::int64_t lcn, std::int64_t length) {
-      volume.files[i].runs.push_back(
-          {static_cast<std::int32_t>(lcn), static_cast<std::int32_t>(length)});
+      const plan::Run run = {static_cast<std::int32_t>(lcn), static_cast<std::int32_t>(length)};
+      std::vector<plan::Run>& own = volume.files[i].runs;
+      if (joined[i] || own.empty()) return own.push_back(run);
+      volume.files.push_back({.runs = {run}});
+      pieces_of_.push_back(i);
     });
   }
   std::int64_t end = 0;

@@ -50,6 +50,8 @@ class RunRecord::Reading {
   void ReadAll() {
     const std::vector<std::string>& paths = run_.table.MultiExtentPaths.paths;
     for (const std::string& path : paths) Read(path);
+    // Others that were to make room for the files that the run is about are none of its results.
+    if (!run_.target.files.empty()) return SortByFragments(summary_.still_fragmented);
     std::unordered_set<std::string_view> seen;
     for (const MoveFailure& failure : run_.movers.statistics.failures) {
       if (failure.reason != NotMoved::Refused || failure.path == run_.target.MasterFileTable()) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace vornalux {
 
@@ -11,6 +12,7 @@ struct RunTarget {
   std::string directory;    // folder below the root, no backslash at either end; empty: all of it
   std::string file_system;  // "NTFS", "FAT32", "FAT" ...
   std::string exclude;      // extensions that Defrag leaves alone, such as "*.iso; *.vhd"
+  std::vector<std::string> files;  // full paths: the run is about these alone; empty: all
 
   std::string Drive() const { return drive.substr(0, 2); }  // "C:"
   std::string Root() const { return drive.substr(0, 3); }   // "C:\"

@@ -52,7 +52,8 @@ std::optional<ThoroughHelp> PlanFor(const RunContext& run, const Paths& fragment
   const FreeRunList gaps = run.geometry.LookAtAllGaps().List();
   const std::int32_t clusters = run.geometry.bitmap.TotalClusters();
   if (run.flags.StopRequested || clusters <= 0) return std::nullopt;
-  PlanSource source(entries, stays, run.target.Ntfs(), gaps, clusters);
+  PlanSource source(entries, stays, run.target.Ntfs(), gaps, clusters,
+                    WantedOf(run.target, entries));
   source.volume.alignment = rules.Alignment();
   const auto plan = PlanWhileHeard(run, plan::PlanDefrag, source.volume);
   if (!plan) return std::nullopt;

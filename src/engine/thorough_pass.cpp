@@ -71,8 +71,6 @@ class ThoroughRun {
  private:
   enum class End { Done, Stopped, NewPlan, NewLook };
 
-  static std::size_t Index(std::int32_t file) { return static_cast<std::size_t>(file); }
-
   bool Look() {
     // How much there is to move is not known before there is a plan.
     run_.view.SetRange(0, 1);
@@ -80,6 +78,7 @@ class ThoroughRun {
     run_.view.SetCaption("Enumerating files on volume " + run_.target.Root());
     entries_ = TakeCensus(run_.platform, run_.extents, run_.flags, run_.target.Folder(),
                           run_.target.Ntfs());
+    wanted_ = WantedOf(run_.target, entries_);
     const PlanRules rules(run_);
     alignment_ = rules.Alignment();
     stays_.clear();
@@ -97,7 +96,7 @@ class ThoroughRun {
     if (run_.flags.StopRequested) return End::Stopped;
     const FreeRunList gaps = run_.geometry.LookAtAllGaps().List();
     PlanSource source(entries_, stays_, run_.target.Ntfs(), gaps,
-                      run_.geometry.bitmap.TotalClusters());
+                      run_.geometry.bitmap.TotalClusters(), wanted_);
     source.volume.alignment = alignment_;
     const auto planned = PlanWhileHeard(run_, planner_, source.volume, {.clusters = Allowed()});
     if (!planned) return End::Stopped;
@@ -131,13 +130,14 @@ class ThoroughRun {
         legs.push_back({move.from, move.to, move.length});
       } while (plan.moves[end++].joined);
       const plan::PlannedMove& last = plan.moves[end - 1];
-      const auto result = CarryOut(last.file, legs, together != i || last.unfinished);
+      const std::size_t entry = source.EntryOf(last.file);
+      const auto result = CarryOut(entry, legs, together != i || last.unfinished);
       if (result != Movers::Planned::Done) {
-        const bool back = GoBack(plan.moves, together, i);
+        const bool back = GoBack(plan.moves, together, i, source);
         if (run_.flags.StopRequested) return End::Stopped;
         const bool changed = result == Movers::Planned::Changed;
         if (!back || (changed && skipped.empty())) return End::NewLook;
-        if (!changed) LeaveAlone(Index(last.file), result, source.planned_as);
+        if (!changed) LeaveAlone(entry, result, source.planned_as);
         skip_group();
         if (!at_once) continue;
         break;
@@ -154,7 +154,7 @@ class ThoroughRun {
     }
     for (const plan::Staying& staying : plan.staying) {
       if (!run_.trace.On()) break;
-      run_.trace.Line("THR:stays: " + entries_[Index(staying.file)].path + ", pieces: " +
+      run_.trace.Line("THR:stays: " + entries_[source.EntryOf(staying.file)].path + ", pieces: " +
                       std::to_string(staying.pieces) + ", " + TextOf(staying.obstacle));
     }
     return End::Done;
@@ -173,19 +173,19 @@ class ThoroughRun {
     return static_cast<std::int64_t>(std::min(*run_.flags.MaxMove / bytes, most)) - done_;
   }
 
-  Movers::Planned CarryOut(std::int32_t file, const std::vector<Movers::Leg>& legs,
+  Movers::Planned CarryOut(std::size_t entry, const std::vector<Movers::Leg>& legs,
                            bool must_finish) {
-    moved_.insert(file);
-    return run_.movers.MovePlanned(entries_[Index(file)].path, legs, must_finish);
+    moved_.insert(entry);
+    return run_.movers.MovePlanned(entries_[entry].path, legs, must_finish);
   }
 
   // Takes back moves [first, end). False when that did not go either.
-  bool GoBack(const plan::PlannedMoves& moves, std::size_t first, std::size_t end) {
+  bool GoBack(const plan::PlannedMoves& moves, std::size_t first, std::size_t end,
+              const PlanSource& source) {
     while (end-- > first) {
       const plan::PlannedMove& move = moves[end];
-      if (CarryOut(move.file, {{move.to, move.from, move.length}}, true) != Movers::Planned::Done) {
-        return false;
-      }
+      const std::vector<Movers::Leg> leg = {{move.to, move.from, move.length}};
+      if (CarryOut(source.EntryOf(move.file), leg, true) != Movers::Planned::Done) return false;
       done_ -= move.length;
     }
     return true;
@@ -207,7 +207,7 @@ class ThoroughRun {
 
   void ReadMoved(const std::vector<std::size_t>& planned_as) {
     for (std::size_t i = 0; i < entries_.size(); ++i) {
-      if (!moved_.contains(static_cast<std::int32_t>(planned_as[i]))) continue;
+      if (!moved_.contains(planned_as[i])) continue;
       entries_[i].extents = run_.extents.ReadExtents(entries_[i].path, false, false).extents;
     }
   }
@@ -220,7 +220,8 @@ class ThoroughRun {
   std::vector<bool> stays_;        // entries that are not to be moved
   std::int32_t alignment_ = 1;     // clusters
   std::set<std::string> refused_;  // paths that the system would not move
-  std::set<std::int32_t> moved_;   // entries since the last plan was made
+  std::vector<bool> wanted_;       // entries that the run is about; empty: all
+  std::set<std::size_t> moved_;    // entries since the last plan was made
   std::int64_t done_ = 0;          // clusters
 };
 

@@ -57,13 +57,29 @@ void VolumeWalk::WalkFolder(const std::string& folder) {
 }
 
 std::vector<ExtentRecord> VolumeWalk::WalkVolume(const std::string& root, WorkView& view) {
-  std::vector<ExtentRecord> records;
   view.SetValue(0);
   view.SetWalking(true);
   WalkFolder(root);
   view.SetWalking(false);
-  if (flags_.StopRequested) return records;
+  return ReadMultiExtent(view);
+}
 
+std::vector<ExtentRecord> VolumeWalk::LookAt(const std::vector<std::string>& paths,
+                                             WorkView& view) {
+  table_.Clear();
+  for (const std::string& path : paths) {
+    platform_.desktop.DoEvents();
+    if (flags_.StopRequested) break;
+    const bool folder = platform_.files.FindFirst(path + "\\*") != nullptr;
+    folder ? AddFolder(path) : AddFile(path);
+  }
+  table_.Trim();
+  return ReadMultiExtent(view);
+}
+
+std::vector<ExtentRecord> VolumeWalk::ReadMultiExtent(WorkView& view) {
+  std::vector<ExtentRecord> records;
+  if (flags_.StopRequested) return records;
   const auto let_input_run = [&] {
     if (platform_.desktop.InputPending()) platform_.desktop.DoEvents();
   };

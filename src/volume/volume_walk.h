@@ -34,10 +34,14 @@ class VolumeWalk {
   // WalkFolder, then the complete extents of every entry of MultiExtentPaths, at the same index.
   std::vector<ExtentRecord> WalkVolume(const std::string& root, WorkView& view);
 
+  // The same for these files and folders alone, of which nothing below is looked at.
+  std::vector<ExtentRecord> LookAt(const std::vector<std::string>& paths, WorkView& view);
+
   // The path begins with the prefetch folder's, case included.
   bool UnderPrefetch(const std::string& path) const;
 
  private:
+  std::vector<ExtentRecord> ReadMultiExtent(WorkView& view);
   void AddFolder(const std::string& path);
   void AddFile(const std::string& path);
   void ClassifyFile(const std::string& path, const ExtentRecord& record);

@@ -305,6 +305,48 @@ TEST(LiveView, RedrawsTheMapOnceAtATime) {
   EXPECT_EQ(redraws, 1);
 }
 
+// Every few seconds, with what has become of the files, and the run goes on as if nobody looked.
+TEST(LiveView, TheMapFollowsTheRun) {
+  const auto candidates = [](const FakeScreen& screen) {
+    std::ptrdiff_t count = 0;
+    for (std::size_t row = 2; row < 14; ++row) count += std::ranges::count(screen.rows[row], 'D');
+    return count;
+  };
+  LiveScene scene;
+  std::ptrdiff_t first = 0;
+  std::ptrdiff_t last = 0;
+  scene.platform.at_event = [&] {
+    (first == 0 ? first : last) = candidates(scene.screen);
+    scene.Window().engine.geometry.constants.OptimizeArea = 4711;
+    scene.platform.event_move = 180;
+  };
+  bool kept = true;
+  scene.Window().etfich.changed = [&] {
+    const std::int64_t now = scene.Window().engine.geometry.constants.OptimizeArea;
+    kept = kept && (first == 0 || now == 4711);
+  };
+  EXPECT_GT(scene.Defrag(), 180);
+  EXPECT_GT(first, 100);
+  EXPECT_LT(last, first / 2);
+  EXPECT_GT(last, 0);
+  EXPECT_TRUE(kept);
+}
+
+// Where nothing is written.
+TEST(LiveView, ExitLeavesARunThatOnlyLooks) {
+  LiveScene scene;
+  scene.desktop.Bind(scene.Window(), {.cluster_bytes = [] { return 1024; },
+                                      .terminal_in_use = [] { return false; },
+                                      .image = [] { return "a.img"; },
+                                      .writes = false});
+  scene.platform.at_event = [&] {
+    EXPECT_TRUE(scene.screen.Shows("a.img"));
+    scene.screen.keys = {'q'};
+  };
+  EXPECT_LT(scene.Defrag(), 50);
+  EXPECT_TRUE(scene.Stopped());
+}
+
 TEST(LiveView, ATerminalThatDoesNotKeepUpHoldsNothingUp) {
   LiveScene scene;
   scene.screen.ready = false;

@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/terminal/command_line/file_list.h"
 #include "host/terminal/command_line/options.h"
 #include "host/terminal/session/terminal_platform.h"
 
@@ -19,13 +20,14 @@ namespace {
 
 struct Parsed {
   Options options;
+  std::istringstream in{"a\\b\r\n\n/c\n"};
   std::ostringstream out, err;
   std::optional<ExitCode> end;
 };
 
 Parsed Parse(const std::vector<std::string>& arguments) {
   Parsed parsed;
-  parsed.end = ParseOptions(arguments, parsed.options, parsed.out, parsed.err);
+  parsed.end = ParseOptions(arguments, parsed.options, parsed.out, parsed.err, parsed.in);
   return parsed;
 }
 
@@ -55,6 +57,13 @@ TEST(TerminalOptions, RefusesWhatMakesNoSense) {
                            "analyze a.img --seed -1",
                            "analyze a.img --drop-restore-points",
                            "defrag a.img --list",
+                           "optimize a.img --file a",
+                           "defrag a.img --file D:\\a",
+                           "defrag a.img --file /",
+                           "defrag a.img --file --dry-run",
+                           "defrag a.img --file a --directory b",
+                           "defrag a.img --file a --exclude iso",
+                           "analyze a.img --file a --classes",
                            "defrag a.img --report --dry-run",
                            "job --volume C=a.img",
                            "job -- /drv C: /d",
@@ -83,7 +92,11 @@ TEST(TerminalOptions, RefusesWhatMakesNoSense) {
            {"defrag a.img --thorogh", "no option --thorogh; did you mean --thorough?\n"},
            {"defrag a.img --max=1M", "no option --max; did you mean --max-move?\n"},
            {"analyze a.img --dir x", "no option --dir; did you mean --directory?\n"},
-           {"analyze a.img b.img", "does not take b.img\n"},
+           {"job --volume C=a b.img -- /d", "does not take b.img\n"},
+           {"analyze a.img b.img --png x", "--png: one picture shows one image"},
+           {"analyze a.img b.img --partition 1", "only with a single image"},
+           {"analyze a.img b.img --file x", "only with a single image"},
+           {"analyze a.img --log -", "--log: goes into a file"},
            {"analyze a.img --offset 1q", "1q is no size"},
            {"defrag a.img --exclude *.b?n", "*.b?n leaves out nothing"},
            {"defrag a.img --exclude iso;a.tar.gz", "a.tar.gz leaves out nothing"},
@@ -127,6 +140,17 @@ TEST(TerminalOptions, TakesVolumeAndFolder) {
   EXPECT_EQ(ParseWords("optimize x").options.pass, Pass::Optimize);
   EXPECT_EQ(ParseWords("compact x").options.pass, Pass::Compact);
   EXPECT_EQ(ParseWords("analyze x").options.windows_folder, std::nullopt);
+}
+
+// The list that is read is in Parsed.
+TEST(TerminalOptions, TakesFilesAndListsOfThem) {
+  const std::vector<std::string> files = {"C:\\x y\\z", "C:\\a\\b", "C:\\c", "C:\\--q"};
+  EXPECT_EQ(
+      Parse({"defrag", "x", "--file", "c:/x y//z", "--file", "-", "--file=./--q"}).options.files,
+      files);
+  EXPECT_EQ(SplitPathList(std::string("a\nb\r\0c\0\0", 8)),
+            (std::vector<std::string>{"a\nb\r", "c"}));
+  EXPECT_EQ(ParseWords("defrag x --file - --file -").options.files.size(), 2U);
 }
 
 // Each thread has its own.

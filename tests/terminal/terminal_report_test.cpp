@@ -37,8 +37,10 @@ TEST(MapImage, ShowsEveryColumnInItsColourAndTheLegend) {
   ASSERT_GE(picture.width, 800u);
   const auto first = std::find(pixels.begin(), pixels.end(), columns.front());
   ASSERT_NE(first, pixels.end());
+  // Squares of 20 pixels, 40 in a line.
   for (std::ptrdiff_t i = 0; i < std::ssize(columns); ++i) {
-    ASSERT_EQ(first[2 * i], columns[static_cast<std::size_t>(i)]) << "column " << i;
+    const auto at = i / 40 * 20 * static_cast<std::ptrdiff_t>(picture.width) + i % 40 * 20;
+    ASSERT_EQ(first[at], columns[static_cast<std::size_t>(i)]) << "column " << i;
   }
   for (const Colour box :
        {map_colour::kFree, map_colour::kMftZone, map_colour::kMft, map_colour::kDefrag}) {
@@ -131,7 +133,7 @@ TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {
   summary.after.emplace();
   summary.still_fragmented.resize(1, {.path = "C:\\x\x1b[31m\xff<script>.txt", .fragments = 12});
   report.map_before.assign(100, map_colour::kUsed);
-  const std::string html = ToHtml(report);
+  const std::string html = ToHtml({&report, 1});
 
   for (const char* absent : {"<script", "<b>", "http", "url(", "@import", "\x1b", "\xff"}) {
     EXPECT_EQ(html.find(absent), std::string::npos) << absent;
@@ -142,7 +144,7 @@ TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {
   }
 
   const auto all_found = [&] {
-    return ToHtml(report).find("every move found") != std::string::npos;
+    return ToHtml({&report, 1}).find("every move found") != std::string::npos;
   };
   report.moved->failures.clear();
   EXPECT_FALSE(all_found()) << "a file is still fragmented";

@@ -13,7 +13,7 @@
 #include "host/simulated/seeded_random.h"
 #include "host/terminal/display/display_text.h"
 #include "host/terminal/live/live_frame.h"
-#include "host/terminal/live/map_strip.h"
+#include "host/terminal/live/map_grid.h"
 #include "support/seed.h"
 
 namespace vornalux {
@@ -144,30 +144,97 @@ TEST(TerminalText, ALowScreenKeepsWhatMattersMost) {
   EXPECT_EQ(std::ranges::count(low, '\n'), 4);
 }
 
-std::string Strip(const MapColumns& columns, int cells, Look look) {
-  StyledLine line(look, 80);
-  AddMap(line, columns, cells, look);
-  return line.Finish();
+std::string Grid(const MapColumns& columns, MapGrid grid, Look look) {
+  std::string rows;
+  for (int row = 0; row < grid.rows; ++row) {
+    StyledLine line(look, 80);
+    AddMapRow(line, columns, grid, row, look);
+    rows += line.Finish() + (row + 1 < grid.rows ? "\n" : "");
+  }
+  return rows;
 }
 
-TEST(MapStrip, PlacesShowTheirMostTellingColumn) {
+TEST(MapGrid, PlacesShowTheirMostTellingColumn) {
   const MapColumns columns = {map_colour::kFree, map_colour::kMft,    map_colour::kUsed,
                               map_colour::kUsed, map_colour::kDefrag, map_colour::kOptimize};
   constexpr Look kSigns = {Charset::Ascii, ColourDepth::None};
-  EXPECT_EQ(Strip(columns, 6, kSigns), ".M##DO");
-  EXPECT_EQ(Strip(columns, 3, kSigns), "M#D");
-  EXPECT_EQ(Strip(columns, 12, kSigns), "..MM####DDOO");
-  EXPECT_EQ(Strip({map_colour::kFree, map_colour::kUsed}, 1, kSigns), "+") << "the mean";
-  EXPECT_EQ(Strip({0x00FE00, 0x004100}, 2, kSigns), "*-") << "nearly is not wholly";
-  // Two columns a cell: the left one as ink, the right one as paper.
-  EXPECT_EQ(Strip(columns, 3, {Charset::Utf8, ColourDepth::Full}),
-            "\x1b[38;2;0;64;0;48;2;192;192;0m\xE2\x96\x8C\x1b[0m\x1b[48;2;0;255;0m \x1b[0m"
-            "\x1b[38;2;255;0;0;48;2;0;0;255m\xE2\x96\x8C\x1b[0m");
-  EXPECT_EQ(Strip({map_colour::kDefrag}, 1, {Charset::Ascii, ColourDepth::Indexed}),
-            "\x1b[48;5;196m \x1b[0m");
+  EXPECT_EQ(Grid(columns, {6, 1}, kSigns), ".M##DO");
+  EXPECT_EQ(Grid(columns, {3, 1}, kSigns), "M#D");
+  EXPECT_EQ(Grid(columns, {3, 2}, kSigns), ".M#\n#DO");
+  EXPECT_EQ(Grid(columns, {4, 3}, kSigns), "..MM\n####\nDDOO");
+  EXPECT_EQ(Grid({map_colour::kFree, map_colour::kUsed}, {1, 1}, kSigns), "+") << "the mean";
+  EXPECT_EQ(Grid({0x00FE00, 0x004100}, {2, 1}, kSigns), "*-") << "nearly is not wholly";
+  // The letter can be read on its colour.
+  EXPECT_EQ(Grid(columns, {3, 1}, {Charset::Utf8, ColourDepth::Full}),
+            "\x1b[38;2;0;0;0;48;2;192;192;0mM\x1b[0m\x1b[48;2;0;255;0m \x1b[0m"
+            "\x1b[38;2;255;255;255;48;2;255;0;0mD\x1b[0m");
+  EXPECT_EQ(Grid({map_colour::kUsed}, {1, 1}, {Charset::Ascii, ColourDepth::Indexed}),
+            "\x1b[48;5;46m \x1b[0m");
 }
 
-TEST(MapStrip, ColoursFollowTheTerminal) {
+// What stands on the screen at any size: all that can be chosen, the whole legend, each sign of
+// which the map explains, and a map that takes the room that there is.
+TEST(MapGrid, FillsScreensOfAllSizesWithItsLegend) {
+  LiveState state = SomeState("C:\\file", 1, 4);
+  state.caption = "Defragmenting volume C:\\";
+  state.image = "/home/somebody/images/a rather long name of a volume.img";
+  state.place = "2 of 3";
+  state.legend.density.insert(state.legend.density.begin() + 1,
+                              {map_colour::kUsed, false, 0, "used"});
+  state.legend.candidates.push_back({map_colour::kOptimize, false, 0, "optimize"});
+  state.legend.candidates.push_back({map_colour::kSystemArea, false, 0, "sys area"});
+  for (const Charset charset : kBoth) {
+    for (const ColourDepth depth : {ColourDepth::None, ColourDepth::Full}) {
+      for (const ScreenSize size : {ScreenSize{40, 12}, {80, 24}, {132, 43}, {60, 60}, {200, 60}}) {
+        for (const char* question : {"", "Paused ... Are you sure?"}) {
+          state.question = question;
+          const ScreenLines lines = ComposeMain(state, size, {charset, depth});
+          ExpectFits(lines, size, charset);
+          EXPECT_EQ(std::ssize(lines), size.rows);
+          std::string all;
+          std::ptrdiff_t map = 0;
+          for (const std::string& line : lines) {
+            const std::string bare = Bare(line);
+            all += bare + "\n";
+            map += DisplayWidth(bare, charset) == size.columns - 2 ? 1 : 0;
+          }
+          SCOPED_TRACE(all);
+          for (const char* part : {"Defragmenting volume C:\\", "2 of 3", ".img"}) {
+            EXPECT_NE(all.find(part), std::string::npos) << part;
+          }
+          const bool low = size.rows < 20;
+          EXPECT_GE(map, low ? 3 : size.rows - 15);
+          for (const char* part : *question == '\0' ? std::vector{"q Exit", "s Stop"}
+                                                    : std::vector{question, "y Yes  n No"}) {
+            EXPECT_NE(all.find(part), std::string::npos) << part;
+          }
+          if (low && *question != '\0') continue;
+          for (const char* part : {"free", "used", "MFT (area)", "candidate for:", "defrag",
+                                   "optimize", "sys area", "D", "O", "S", "M", "z"}) {
+            EXPECT_NE(all.find(part), std::string::npos) << part;
+          }
+        }
+      }
+    }
+  }
+}
+
+// Whatever size the volume and the screen have, all of the volume is on the map.
+TEST(MapGrid, NoClusterIsLeftOff) {
+  for (const std::int64_t clusters :
+       {1, 7, 8, 355, 2847, 4095, 16383, 262144, 1000003, 268435455}) {
+    for (const std::int64_t places : {1, 37, 394, 3600, 9800}) {
+      const std::int64_t bytes = clusters / 8 + 1;
+      const std::int64_t width = MapWidthFor(clusters, places);
+      ASSERT_GE(width, 1);
+      EXPECT_LE(width, places);
+      const std::int64_t each = bytes / width;  // as the map has it
+      EXPECT_LT(bytes - width * each, each + (each == 1 ? 1 : 0)) << clusters << " " << places;
+    }
+  }
+}
+
+TEST(MapGrid, ColoursFollowTheTerminal) {
   EXPECT_EQ(DepthOf("xterm-256color", nullptr), ColourDepth::Indexed);
   EXPECT_EQ(DepthOf("xterm", "truecolor"), ColourDepth::Full);
   EXPECT_EQ(DepthOf("screen", ""), ColourDepth::Indexed);

@@ -172,6 +172,63 @@ TEST(Thorough, RespectsShadowCopiesAndStartUpFiles) {
   EXPECT_GT(moved, test::TestSeed(0) == 0 ? 500U : 0U);
 }
 
+// Of files that are named the others only make room, and only for a run that plans.
+TEST(Thorough, NamedFilesAreAllThatARunIsAbout) {
+  int cured = 0;
+  int made_room = 0;
+  ForSeeds(60, [&](std::uint64_t seed) {
+    SeededRandom random(seed);
+    RandomVolumeOptions options;
+    options.geometry.file_system = seed % 2 == 0 ? "NTFS" : "FAT32";
+    options.geometry.total_clusters = 3000;
+    options.fill = 0.6 + 0.01 * static_cast<double>(seed % 35);
+    options.fragmented = 0.7;
+    options.immovable = 0;
+    const auto disk = MakeRandomVolume(options, seed);
+    ThoroughRig rig(*disk);
+    const bool planned = seed % 3 != 0;
+    rig.program.flags.Thorough = ToBoolean(planned);
+    std::map<std::string, std::vector<SimulatedRun>> others;
+    std::vector<std::string> named;
+    for (const auto& [path, pieces] : rig.before) {
+      if (pieces > 0 && (random.Chance(0.1) || named.empty())) {
+        named.push_back("C:\\" + path);
+      } else {
+        others[path] = disk->RunsOf(path);
+      }
+    }
+    rig.engine.volume.SetFiles(named);
+    rig.Run(Pass::Defrag);
+    ExpectSound(rig);
+    ASSERT_TRUE(rig.engine.record.Summary());
+    const RunSummary summary = *rig.engine.record.Summary();
+    for (const StillFragmented& file : summary.still_fragmented) {
+      EXPECT_TRUE(std::ranges::find(named, file.path) != named.end()) << file.path;
+    }
+    if (planned) rig.ExpectNoneWorse();
+    for (const auto& [path, runs] : others) {
+      if (disk->RunsOf(path) == runs) continue;
+      EXPECT_TRUE(planned) << path;
+      ++made_room;
+    }
+    for (const std::string& path : named) {
+      cured += PiecesOf(disk->RunsOf(path.substr(3))) < rig.before[path.substr(3)] ? 1 : 0;
+    }
+    const auto help = FindThoroughHelp(rig.engine.context, summary);
+    EXPECT_FALSE(planned && help);
+    if (!help) return;
+    rig.program.flags.Thorough = True;
+    rig.Run(Pass::Defrag);
+    const RunSummary& after = *rig.engine.record.Summary();
+    EXPECT_EQ(help->files,
+              std::ssize(summary.still_fragmented) - std::ssize(after.still_fragmented));
+    EXPECT_EQ(help->clusters_moved, after.clusters_moved);
+  });
+  if (test::TestSeed(0) != 0) return;
+  EXPECT_GT(cured, 100);
+  EXPECT_GT(made_room, 20);
+}
+
 // From its first second the bar stands for the data that the plan moves; before, for nothing.
 TEST(Thorough, TheBarShowsTheDataMoved) {
   ForSeeds(10, [](std::uint64_t seed) {

@@ -78,6 +78,33 @@ ErrorCode MountedPlatform::Resolve(std::string_view path, Found& out) {
   return error == error::kSuccess && parts.of_folder && !out.folder ? error::kInvalidName : error;
 }
 
+ErrorCode MountedPlatform::SpellAsListed(std::string& path) {
+  const std::optional<WindowsPath> split = SplitPath(path);
+  if (!split || split->name.empty()) return error::kInvalidName;
+  Drive* const drive = FindDrive(split->drive);
+  if (drive == nullptr) return error::kPathNotFound;
+  ItemId item = drive->volume->Root();
+  std::uint32_t attributes = attribute::kDirectory;
+  std::string spelled = {split->drive, ':'};
+  for (std::size_t at = 3; at < path.size();) {
+    if ((attributes & attribute::kDirectory) == 0) return error::kPathNotFound;
+    const std::size_t end = std::min(path.find('\\', at), path.size());
+    std::shared_ptr<const FolderListing> listing;
+    if (const ErrorCode error = drive->tree.Listing(item, listing)) {
+      return Noted(spelled, drive, error);
+    }
+    const std::size_t found =
+        listing->Find(*drive->volume, std::string_view(path).substr(at, end - at));
+    if (found == FolderListing::kNone) return error::kFileNotFound;
+    spelled.append("\\").append(listing->Name(found));
+    item = listing->Id(found);
+    attributes = listing->Attributes(found);
+    at = end + 1;
+  }
+  path = std::move(spelled);
+  return error::kSuccess;
+}
+
 ErrorCode MountedPlatform::ResolveStream(const FolderItem& item, std::string_view suffix,
                                          Found& out) {
   out.folder = (item.attributes & attribute::kDirectory) != 0;

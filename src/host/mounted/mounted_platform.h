@@ -58,6 +58,10 @@ class MountedPlatform : public Volumes,
   const std::vector<ReadFailure>& Unreadable() const { return failures_.List(); }
   void ForgetUnreadable() { failures_.Forget(); }
 
+  // The path with each name spelled as its folder lists it. kFileNotFound or kPathNotFound where
+  // there is none, and for what no folder lists.
+  ErrorCode SpellAsListed(std::string& path);
+
   // Open volume, file and device handles together.
   std::size_t OpenHandles() const { return volumes_.size() + files_.size() + devices_.size(); }
 

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <iostream>
 #include <memory>
 #include <optional>
 #include <sstream>
@@ -25,14 +26,26 @@ std::optional<ExitCode> TakeOptions(const std::vector<std::string>& arguments, O
                                     Outputs& outputs) {
   std::ostringstream out;
   std::ostringstream err;
-  const std::optional<ExitCode> end = ParseOptions(arguments, options, out, err);
+  const std::optional<ExitCode> end = ParseOptions(arguments, options, out, err, std::cin);
   if (!end) return std::nullopt;
   if (!IsNamedBy(STDERR_FILENO, arguments)) WriteAll(STDERR_FILENO, err.str());
   if (IsNamedBy(STDOUT_FILENO, arguments)) return ExitCode::Usage;
   return outputs.standard.Write(out.str()) ? ExitCode::Failed : end;
 }
 
-ExitCode Run(const Options& options, Outputs& outputs, Charset charset) {
+// As it could be typed again.
+std::string CommandLine(const std::vector<std::string>& arguments) {
+  std::string line = "vornalux";
+  for (const std::string& argument : arguments) {
+    const bool plain =
+        !argument.empty() && argument.find_first_of(" \\'\"$*?;&|<>()") == std::string::npos;
+    line += plain ? " " + argument : " '" + argument + "'";
+  }
+  return line;
+}
+
+ExitCode Run(const std::vector<std::string>& arguments, const Options& options, Outputs& outputs,
+             Charset charset) {
   constexpr auto kTick = std::chrono::milliseconds(100);
   StandardConsole console(charset);
   // Before signals become wishes of the user: opening may have to wait for who reads.
@@ -48,7 +61,14 @@ ExitCode Run(const Options& options, Outputs& outputs, Charset charset) {
   const std::unique_ptr<TerminalScreen> screen = TerminalScreen::Find(charset);
   TerminalDesktop desktop(console, screen.get(), events, std::chrono::steady_clock::now,
                           options.quiet);
-  return RunCommand(options, desktop, charset, outputs);
+  desktop.LogTo(outputs.log);
+  outputs.log.Write(CommandLine(arguments) + " (version " VORNALUX_VERSION ")");
+  const ExitCode code = RunCommand(options, desktop, charset, outputs);
+  outputs.log.Write("ended with exit code " + std::to_string(static_cast<int>(code)));
+  const std::error_code error = outputs.log.Error();
+  if (!error) return code;
+  desktop.Say(outputs.log_file.Name() + " could not be written completely: " + error.message());
+  return ExitCode::Failed;
 }
 
 }  // namespace
@@ -60,8 +80,9 @@ int main(int argc, char** argv) {
   const Charset charset = SetUpCharset();
   Outputs outputs;
   Options options;
-  std::optional<ExitCode> code = TakeOptions({argv + 1, argv + argc}, options, outputs);
-  if (!code) code = Run(options, outputs, charset);
+  const std::vector<std::string> arguments = {argv + 1, argv + argc};
+  std::optional<ExitCode> code = TakeOptions(arguments, options, outputs);
+  if (!code) code = Run(arguments, options, outputs, charset);
   if (code == ExitCode::Done) outputs.standard.EndIfReaderLeft();
   return static_cast<int>(*code);
 }

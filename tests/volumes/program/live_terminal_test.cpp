@@ -111,7 +111,7 @@ TEST_F(LiveTerminalTest, KeysResizeAndTheEndOfARun) {
   EXPECT_NE(screen.find("Fragmented files"), std::string::npos) << screen;
   EXPECT_EQ(screen.find("Defragmenting"), std::string::npos) << screen;
   Tmux("resize-window -x 50 -y 9");
-  screen = ScreenWith(" 1 - 4 of ");
+  screen = ScreenWith(" 1 - 3 of ");
   EXPECT_NE(screen.find("Are you sure?"), std::string::npos) << screen;
 
   Tmux("resize-window -x 120 -y 40");

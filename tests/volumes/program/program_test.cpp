@@ -109,7 +109,8 @@ TEST_F(ProgramTest, ExitCodesSayWhatWentWrong) {
       {{"job", "--volume", volume, "--", "/dir", "C:\\\"a", "/d"}, 2, "in quotes, C:\\."},
       {{"job", "--volume", volume, "--", "/dir \"C:\\\"/d"}, 2, "in quotes, C:\\."},
       {{"job", "--volume", dirty_volume, "--", "/drv C: /d"}, 3, "dirty"},
-      {{"map", image_}, 2, "--png"},
+      {{"map", image_}, 0, ""},
+      {{"analyze", image_, "--file", "/none"}, 2, "there is no file C:\\none"},
       {{"map", image_, "--png", Path("none/map.png")}, 2, "none/map.png"},
       {{"map", image_, "--png", Path("a"), "--report", Path("b")}, 0, ""},
   };

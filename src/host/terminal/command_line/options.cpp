@@ -3,12 +3,14 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <istream>
 #include <ostream>
 #include <set>
 #include <stdexcept>
 #include <string_view>
 
 #include "app/job_tail.h"
+#include "host/terminal/command_line/file_list.h"
 #include "host/terminal/command_line/option_values.h"
 #include "text/ascii_case.h"
 #include "text/windows_path.h"
@@ -27,7 +29,8 @@ Exit codes:
   1  failed; what failed is told
   2  bad command line or job line; nothing was touched
   3  volume refused; nothing was touched
-  4  stopped by the user; the volume is in order)";
+  4  stopped by the user; the volume is in order
+  5  done, but not all files given by --file are in one piece)";
 
 constexpr const char* kJobFooterBegin = R"(
 What follows "--" is the job line: one argument as it stands, several joined by blanks.
@@ -61,9 +64,10 @@ std::string PassSwitches() {
 
 // What CLI11 fills before it is looked at more closely.
 struct RawOptions {
-  std::string image;
+  std::vector<std::string> images;
   std::string drive = "C";
   std::vector<std::string> volumes;
+  std::vector<std::string> files;
   std::string windows_folder;
   std::string save_job;
 };
@@ -156,6 +160,12 @@ void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
       .add_option("--debug-log", options.debug_log, "Write the debug log to FILE, or - for here")
       ->type_name("FILE")
       ->check(kFileName);
+  command.add_option("--log", options.log, "Append what happens to FILE, with the time")
+      ->type_name("FILE")
+      ->check(kFileName)
+      ->check([](const std::string& text) {
+        return text == "-" ? std::string("goes into a file") : std::string();
+      });
   command.add_option("--seed", options.seed, "Seed of random choices")
       ->type_name("N")
       ->transform(kNumber);
@@ -182,8 +192,20 @@ void AddPictureOptions(CLI::App& command, Options& options) {
       ->check(kFileName);
 }
 
+void AddFileOption(CLI::App& command, RawOptions& raw) {
+  CLI::Option* file =
+      command
+          .add_option("--file", raw.files,
+                      "Only this file, as --list prints it; may be repeated; - reads a list")
+          ->type_name("PATH")
+          ->allow_extra_args(false)
+          ->check(kFileName);
+  for (const char* other : {"--directory", "--exclude"}) file->excludes(command.get_option(other));
+}
+
 void AddVolumeOptions(CLI::App& command, Options& options, RawOptions& raw) {
-  command.add_option("IMAGE", raw.image, "What to work on")->required();
+  command.add_option("IMAGE", raw.images, "What to work on; several one after the other")
+      ->required();
   command.add_option("--drive", raw.drive, "The letter that the volume gets")
       ->type_name("LETTER")
       ->capture_default_str();
@@ -193,14 +215,27 @@ void AddVolumeOptions(CLI::App& command, Options& options, RawOptions& raw) {
   AddCommonOptions(command, options, raw);
 }
 
+// What means one volume only.
+void CheckSeries(const RawOptions& raw, const Options& options) {
+  if (options.volumes.size() < 2) return;
+  const auto only_one = [](bool given, const char* option, const char* why) {
+    if (given) throw CLI::ValidationError(option, why);
+  };
+  only_one(options.partition || options.offset, "--partition, --offset",
+           "only with a single image");
+  only_one(!raw.files.empty(), "--file", "only with a single image, which the files are on");
+  only_one(!options.png.empty(), "--png", "one picture shows one image; --report shows all");
+}
+
 void TakeVolumes(const RawOptions& raw, Options& options) {
   if (options.command != Command::Job) {
-    VolumeArgument volume{.letter = 0, .image = raw.image};
-    if (!ParseDrive(raw.drive, volume.letter)) {
+    char letter = 0;
+    if (!ParseDrive(raw.drive, letter)) {
       throw CLI::ValidationError("--drive", raw.drive + " is no drive letter");
     }
-    options.directory = ParseDirectory(options.directory, volume.letter);
-    options.volumes = {std::move(volume)};
+    options.directory = ParseDirectory(options.directory, letter);
+    for (const std::string& image : raw.images) options.volumes.push_back({letter, image});
+    CheckSeries(raw, options);
     return;
   }
   std::set<char> letters;
@@ -244,6 +279,18 @@ void CheckTogether(const Options& options) {
   }
 }
 
+void TakeFiles(const RawOptions& raw, std::istream& input, Options& options) {
+  if (raw.files.empty()) return;
+  for (const std::string& path : WithListFrom(input, raw.files)) {
+    try {
+      options.files.push_back(PathOnDrive(path, options.volumes.front().letter));
+    } catch (const std::invalid_argument& error) {
+      throw CLI::ValidationError("--file", error.what());
+    }
+  }
+  if (options.files.empty()) throw CLI::ValidationError("--file", "the list names no file");
+}
+
 // What was typed and means nothing, in a sentence with what may have been meant.
 std::string UnknownText(const CLI::App& app, const std::vector<std::string>& arguments) {
   std::vector<std::string> known;
@@ -285,7 +332,7 @@ std::string JoinJobTail(const std::vector<std::string>& arguments) {
 }
 
 std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, Options& options,
-                                     std::ostream& out, std::ostream& err) {
+                                     std::ostream& out, std::ostream& err, std::istream& input) {
   RawOptions raw;
   CLI::App app("Defragments and optimizes NTFS and FAT volumes.", "vornalux");
   app.require_subcommand(1);
@@ -301,11 +348,12 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
   };
   CLI::App* analyze = add("analyze", "Look at a volume, change nothing", Command::Analyze);
   AddVolumeOptions(*analyze, options, raw);
+  AddFileOption(*analyze, raw);
   analyze->add_flag("--list", options.list, "List the fragmented files");
-  analyze->add_flag("--classes", options.classes, "Sort files into classes as Optimize does");
+  analyze->add_flag("--classes", options.classes, "Sort files into classes as Optimize does")
+      ->excludes("--file");
   CLI::App* map = add("map", "Draw the cluster map, change nothing", Command::Map);
   AddVolumeOptions(*map, options, raw);
-  map->get_option("--png")->required();
   for (const PassRow& row : kPasses) {
     CLI::App* command = add(row.command, row.purpose, Command::Pass);
     command->parse_complete_callback([&options, pass = row.pass] {
@@ -314,6 +362,7 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
     });
     AddVolumeOptions(*command, options, raw);
     AddWorkOptions(*command, options);
+    if (row.pass == Pass::Defrag) AddFileOption(*command, raw);
     if (row.thorough != nullptr) {
       command->add_flag("--thorough", options.thorough, "Plan first: every file in one piece");
       command->add_option("--max-move", options.max_move, "With --thorough: move no more than this")
@@ -349,6 +398,7 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
       if (command->count("--windows-dir") != 0) options.windows_folder = raw.windows_folder;
     }
     CheckTogether(options);
+    TakeFiles(raw, input, options);
   } catch (const CLI::ParseError& error) {
     const bool unknown =
         app.get_subcommands().empty() || dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;

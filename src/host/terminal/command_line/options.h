@@ -28,10 +28,12 @@ struct VolumeArgument {
 struct Options {
   Command command = Command::Analyze;
   Pass pass = Pass::Defrag;             // which one, where the command is Pass
-  std::vector<VolumeArgument> volumes;  // exactly one, except for a job
+  std::vector<VolumeArgument> volumes;  // one after the other; of a job, all at once
+  std::string place;                    // of the volume among several, "2 of 3"
   std::optional<int> partition;
   std::optional<std::uint64_t> offset;        // bytes
   std::string directory;                      // below the root, "Users\bob"; empty: all
+  std::vector<std::string> files;             // these alone, "C:\\dir\\a.txt"; empty: all
   std::string exclude;                        // "*.iso; *.vhd"
   std::optional<std::string> windows_folder;  // "C:\Windows"
   bool thorough = false;
@@ -46,6 +48,7 @@ struct Options {
   bool list = false;
   bool classes = false;
   std::string debug_log;  // file, "-" for standard output, empty for none
+  std::string log;        // file that it is appended to, empty for none
   std::string png;        // file for the cluster map, empty for none
   std::string report;     // file for the report as a web page, empty for none
   std::uint64_t seed = 0;
@@ -54,9 +57,9 @@ struct Options {
 };
 
 // Fills options. Returns an exit code when the program ends here: help or version was asked for and
-// printed to out, or the line makes no sense and err says why.
+// printed to out, or the line makes no sense and err says why. Reads input where the line says so.
 std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, Options& options,
-                                     std::ostream& out, std::ostream& err);
+                                     std::ostream& out, std::ostream& err, std::istream& input);
 
 // The job line that arguments stand for: a single one as it stands; several joined by a blank, in
 // double quotes where they hold one or name a folder, whose own quotes the shell has taken.

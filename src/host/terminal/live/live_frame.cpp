@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <sstream>
 
-#include "host/terminal/live/map_strip.h"
 #include "text/ascii_case.h"
 #include "text/quantity_text.h"
 
@@ -14,8 +13,10 @@ namespace {
 constexpr int kMargin = 1;
 constexpr int kMostBarColumns = 40;
 constexpr int kMostBoxColumns = 60;
-constexpr int kWideStripRows = 3;
-constexpr std::size_t kDetailsFrameRows = 5;  // of a details frame that are no list
+constexpr int kLeastMapRows = 3;
+constexpr int kOtherRows = 11;        // of a main frame with its blanks, most often
+constexpr int kWideDetails = 76;      // columns that its categories take, most often
+constexpr int kDetailsFrameRows = 5;  // of a wide details frame that are no list
 
 // Lines with how much they matter: when there is no room the least important ones go.
 class FrameBuilder {
@@ -30,6 +31,18 @@ class FrameBuilder {
   }
   void Add(StyledLine line, int importance) { lines_.push_back({line.Finish(), importance}); }
   void AddBlank() { lines_.push_back({"", 0}); }
+  void Insert(std::size_t at, StyledLine line, int importance) {
+    lines_.insert(lines_.begin() + static_cast<std::ptrdiff_t>(at), {line.Finish(), importance});
+  }
+  std::size_t Count() const { return lines_.size(); }
+  // Of a line, its margin included.
+  int Columns() const { return size_.columns - 1; }
+
+  // The map in all the rows that the other lines leave.
+  MapGrid Grid() const {
+    const int left = size_.rows - static_cast<int>(lines_.size());
+    return {std::max(size_.columns - 1 - 2 * kMargin, 1), std::max(left, kLeastMapRows)};
+  }
 
   ScreenLines Finish() {
     const auto rows = static_cast<std::size_t>(std::max(size_.rows, 1));
@@ -53,35 +66,6 @@ class FrameBuilder {
   Look look_;
   std::vector<Row> lines_;
 };
-
-void AddLegendEntry(StyledLine& line, const LegendEntry& entry, Look look) {
-  AddLegendBox(line, entry.box, look);
-  if (entry.has_inner) AddLegendBox(line, entry.inner, look);
-  line.AddBlanks(1).Add(entry.caption).AddBlanks(2);
-}
-
-int LegendWidth(const Legend& legend) {
-  std::size_t width = legend.candidates_caption.size() + 2;
-  for (const auto& list : {legend.density, legend.candidates}) {
-    for (const LegendEntry& entry : list) {
-      width += entry.caption.size() + (entry.has_inner ? 7 : 5);
-    }
-  }
-  return static_cast<int>(width);
-}
-
-void AddLegend(FrameBuilder& frame, const Legend& legend, Look look) {
-  StyledLine line = frame.Line();
-  const bool one_line = LegendWidth(legend) <= line.Room();
-  for (const LegendEntry& entry : legend.density) AddLegendEntry(line, entry, look);
-  if (!one_line) {
-    frame.Add(std::move(line), 3);
-    line = frame.Line();
-  }
-  line.Add(legend.candidates_caption).AddBlanks(2);
-  for (const LegendEntry& entry : legend.candidates) AddLegendEntry(line, entry, look);
-  frame.Add(std::move(line), 3);
-}
 
 void AddBar(StyledLine& line, const ProgressState& progress, int columns, Look look) {
   const std::int64_t done = std::clamp<std::int64_t>(progress.done, 0, progress.total);
@@ -190,29 +174,74 @@ void AddWarning(FrameBuilder& frame, const WarningBox& warning, Look look) {
   box.AddEdge(false);
 }
 
-void AddMapAndLegend(FrameBuilder& frame, const LiveState& state, Look look) {
-  for (int row = 0; row < kWideStripRows; ++row) {
-    StyledLine strip = frame.Line();
-    AddMap(strip, state.map, strip.Room() - kMargin, look);
-    frame.Add(std::move(strip), row == 0 ? 6 : 1);
-  }
-  frame.AddBlank();
-  AddLegend(frame, state.legend, look);
+void AddLegend(FrameBuilder& frame, const LiveState& state, Look look) {
+  std::vector<StyledLine> lines = LegendLines(state.legend, kMargin, frame.Columns(), look);
+  for (StyledLine& line : lines) frame.Add(std::move(line), 3);
 }
 
-void AddQuestion(FrameBuilder& frame, const std::string& question) {
+// Behind the line that is there already.
+void InsertMap(FrameBuilder& frame, std::size_t at, const MapColumns& map, Look look) {
+  const MapGrid grid = frame.Grid();
+  for (int row = 0; row < grid.rows; ++row) {
+    StyledLine line = frame.Line();
+    AddMapRow(line, map, grid, row, look);
+    const int importance = row == 0 ? 6 : row < kLeastMapRows ? 4 : 1;
+    frame.Insert(at++, std::move(line), importance);
+  }
+}
+
+// On as many lines as it takes; what can be answered is always seen.
+void AddQuestion(FrameBuilder& frame, const std::string& subject, const std::string& question,
+                 Look look) {
+  constexpr int kAnswers = 11;
+  const int question_columns = DisplayWidth(PrintableText(question, look.charset), look.charset);
   StyledLine line = frame.Line();
-  line.AddReverse(" " + question + " ").AddBlanks(2);
+  std::string about = subject.empty() ? "" : PrintableText(subject, look.charset) + ": ";
+  const int about_columns = DisplayWidth(about, look.charset);
+  if (about_columns + question_columns + kAnswers + 4 > line.Room() && !subject.empty()) {
+    frame.Add(std::move(line.AddReverse(
+                  " " + ShortenedText(subject, line.Room() - 3, look.charset) + ": ")),
+              8);
+    line = frame.Line();
+    about.clear();
+  }
+  line.AddReverse(" " + about + question + " ").AddBlanks(2);
+  if (line.Room() < kAnswers) {
+    frame.Add(std::move(line), 8);
+    line = frame.Line();
+  }
   line.AddStrong("y").Add(" Yes  ").AddStrong("n").Add(" No");
   frame.Add(std::move(line), 9);
 }
 
 void AddKeys(FrameBuilder& frame, std::initializer_list<std::pair<const char*, const char*>> keys) {
   StyledLine line = frame.Line();
+  int columns = 0;
   for (const auto& [key, meaning] : keys) {
-    line.AddStrong(key).AddBlanks(1).AddDim(meaning).AddBlanks(3);
+    columns +=
+        static_cast<int>(std::string_view(key).size() + std::string_view(meaning).size()) + 4;
+  }
+  const int between = columns > line.Room() ? 1 : 3;
+  for (const auto& [key, meaning] : keys) {
+    line.AddStrong(key).AddBlanks(1).AddDim(meaning).AddBlanks(between);
   }
   frame.Add(std::move(line), 2);
+}
+
+// What is done, and to what; on a line of its own where both have no room.
+void AddTitle(FrameBuilder& frame, const LiveState& state, Look look) {
+  StyledLine title = frame.Line();
+  title.AddStrong("Vornalux").AddBlanks(2).Add(state.caption);
+  std::string image = PrintableText(state.image, look.charset);
+  if (!state.place.empty()) image += "  (" + state.place + ")";
+  if (image.empty() || DisplayWidth(image, look.charset) + 2 <= title.Room()) {
+    if (!image.empty()) title.AddBlanks(2).AddDim(image);
+    return frame.Add(std::move(title), 7);
+  }
+  frame.Add(std::move(title), 7);
+  StyledLine line = frame.Line();
+  line.AddDim(ShortenedText(image, line.Room(), look.charset));
+  frame.Add(std::move(line), 7);
 }
 
 }  // namespace
@@ -223,16 +252,21 @@ char AccessKey(std::string_view caption) {
   return LowerCase(caption[mark + 1]);
 }
 
+MapGrid GridOf(ScreenSize size) {
+  return {std::max(size.columns - 1 - 2 * kMargin, 1),
+          std::max(size.rows - kOtherRows, kLeastMapRows)};
+}
+
 ScreenLines ComposeMain(const LiveState& state, ScreenSize size, Look look) {
   FrameBuilder frame(size, look);
-  StyledLine title = frame.Line();
-  title.AddStrong("Vornalux").AddBlanks(2).Add(state.caption);
-  frame.Add(std::move(title), 7);
+  AddTitle(frame, state, look);
   frame.AddBlank();
+  const std::size_t map = frame.Count();
   if (state.warning) {
     AddWarning(frame, *state.warning, look);
   } else {
-    AddMapAndLegend(frame, state, look);
+    frame.AddBlank();
+    AddLegend(frame, state, look);
   }
   frame.AddBlank();
   StyledLine item = frame.Line();
@@ -249,15 +283,17 @@ ScreenLines ComposeMain(const LiveState& state, ScreenSize size, Look look) {
     frame.Add(std::move(message), 9);
   }
   if (!state.question.empty()) {
-    AddQuestion(frame, state.question);
+    AddQuestion(frame, state.image, state.question, look);
   } else if (!state.warning) {
     AddKeys(frame, {{"s", "Stop"}, {"m", "Redraw map"}, {"d", "Details"}, {"q", "Exit"}});
   }
+  if (!state.warning) InsertMap(frame, map, state.map, look);
   return frame.Finish();
 }
 
 std::size_t DetailsRows(ScreenSize size) {
-  return static_cast<std::size_t>(std::max(size.rows - static_cast<int>(kDetailsFrameRows), 1));
+  const int others = kDetailsFrameRows + (size.columns < kWideDetails ? 1 : 0);
+  return static_cast<std::size_t>(std::max(size.rows - others, 1));
 }
 
 ScreenLines ComposeDetails(const FrmDetails& details, std::size_t first,
@@ -274,13 +310,15 @@ ScreenLines ComposeDetails(const FrmDetails& details, std::size_t first,
                       Grouped(static_cast<std::int64_t>(end)) + " of " + Grouped(std::ssize(rows)));
   frame.Add(std::move(title), 7);
 
+  // On two lines where one has no room for them.
+  const bool narrow = size.columns < kWideDetails;
   StyledLine categories = frame.Line();
   categories.Add(details.Label5.caption.get()).AddBlanks(2);
   const Button* const buttons[] = {&details.Command1, &details.Command2, &details.Command3};
   for (std::size_t i = 0; i < details.Label4.size(); ++i) {
     const std::string text = std::to_string(i + 1) + " " + details.Label4[i].caption.get() + " " +
                              details.counts[i].caption.get();
-    if (look.depth != ColourDepth::None) {
+    if (look.depth != ColourDepth::None && !narrow) {
       AddLegendBox(categories, details.Shape2[i].fill_colour, look);
       categories.AddBlanks(1);
     }
@@ -290,6 +328,9 @@ ScreenLines ComposeDetails(const FrmDetails& details, std::size_t first,
       categories.AddDim(text);
     }
     categories.AddBlanks(2);
+    if (!narrow || i > 0) continue;
+    frame.Add(std::move(categories), 4);
+    categories = frame.Line();
   }
   frame.Add(std::move(categories), 4);
 
@@ -303,7 +344,7 @@ ScreenLines ComposeDetails(const FrmDetails& details, std::size_t first,
   }
   frame.AddBlank();
   if (!question.empty()) {
-    AddQuestion(frame, question);
+    AddQuestion(frame, "", question, look);
   } else {
     AddKeys(frame, {{"1 2 3", "List"}, {"up, down", "Scroll"}, {"d", "Close"}});
   }

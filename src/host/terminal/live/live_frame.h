@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/terminal/display/styled_line.h"
+#include "host/terminal/live/map_grid.h"
 #include "host/terminal/live/run_progress.h"
 #include "host/terminal/live/screen.h"
 #include "host/terminal/picture/map_image.h"
@@ -32,6 +33,8 @@ char AccessKey(std::string_view caption);
 // What the main window shows at one moment.
 struct LiveState {
   std::string caption;
+  std::string image;  // of the volume at work
+  std::string place;  // of it among several, "2 of 3"
   MapColumns map;
   bool redrawing = false;
   Legend legend;
@@ -44,9 +47,12 @@ struct LiveState {
   std::string question;  // a box that waits for yes or no; empty for none
 };
 
-// The main window as a frame. A low screen loses what matters least: blanks, then the temperature,
-// the legend, the help line.
+// The main window as a frame; the map has all the room that is left. A low screen loses what
+// matters least: blanks, then the temperature, the help line, the legend.
 ScreenLines ComposeMain(const LiveState& state, ScreenSize size, Look look);
+
+// The places that the map has on a screen of this size, or nearly so.
+MapGrid GridOf(ScreenSize size);
 
 // The details window as a frame, its list from row `first` on. The question stands below it.
 ScreenLines ComposeDetails(const FrmDetails& details, std::size_t first,

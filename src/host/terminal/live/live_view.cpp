@@ -12,17 +12,25 @@ constexpr auto kKeyWait = std::chrono::milliseconds(100);
 
 }  // namespace
 
-void LiveView::Bind(DefragWindow& window, std::function<std::int64_t()> cluster_bytes) {
+void LiveView::Bind(DefragWindow& window, std::function<std::int64_t()> cluster_bytes,
+                    std::function<std::string()> image, std::string place) {
   window_ = &window;
   cluster_bytes_ = std::move(cluster_bytes);
-  window.Picdepartvolume.refreshed = [this](std::span<const ColumnRange>) {
-    map_ = window_->Picdepartvolume.columns();
-  };
+  image_ = std::move(image);
+  place_ = std::move(place);
+  fitted_clusters_ = 0;
+}
+
+void LiveView::FitMap(std::int64_t clusters) {
+  const ScreenSize size = screen_.Size();
+  if (size == fitted_ && clusters == fitted_clusters_) return;
+  fitted_ = size;
+  fitted_clusters_ = clusters;
+  window_->Picdepartvolume.ResizeAtNextClear(MapWidthFor(clusters, GridOf(size).Places()));
 }
 
 void LiveView::Unbind() {
   if (window_ == nullptr) return;
-  window_->Picdepartvolume.refreshed = nullptr;
   window_ = nullptr;
   shown_ = false;
   screen_.Release();
@@ -68,7 +76,9 @@ ScreenLines LiveView::Compose() const {
   }
   LiveState state;
   state.caption = window_->caption;
-  state.map = map_;
+  state.image = image_ ? image_() : "";
+  state.place = place_;
+  state.map = window_->Picdepartvolume.shown();
   state.redrawing = window_->LblRedraw.fore_colour == activity_colour::kMoving;
   state.legend = CollectLegend(*window_);
   state.item = window_->etfich.caption;

@@ -23,8 +23,10 @@ class LiveView {
   // The screen outlives the view.
   explicit LiveView(Screen& screen) : screen_(screen) {}
 
-  // cluster_bytes tells the size of a cluster of the volume at work. The window outlives the use.
-  void Bind(DefragWindow& window, std::function<std::int64_t()> cluster_bytes);
+  // cluster_bytes tells the size of a cluster of the volume at work, image its name, which stands
+  // at `place` among several. The window outlives the use.
+  void Bind(DefragWindow& window, std::function<std::int64_t()> cluster_bytes,
+            std::function<std::string()> image, std::string place);
   // Gives the terminal back.
   void Unbind();
 
@@ -34,6 +36,10 @@ class LiveView {
   // Shows the window as it is now, once it has been at work for a moment: what is over at once
   // does not flash up. Does nothing while the terminal does not keep up.
   void Draw(const ProgressState& progress, TimePoint now);
+
+  // From its next drawing on the window's map has as many columns as the screen has places, or
+  // fewer where the volume has not as many clusters.
+  void FitMap(std::int64_t clusters);
 
   // The next key that is for the main window; keys of the details window are obeyed on the way.
   std::optional<RunCommand> TakeCommand();
@@ -61,7 +67,10 @@ class LiveView {
   Screen& screen_;
   DefragWindow* window_ = nullptr;
   std::function<std::int64_t()> cluster_bytes_;
-  MapColumns map_;  // as last refreshed
+  std::function<std::string()> image_;
+  std::string place_;
+  ScreenSize fitted_ = {0, 0};  // the size that the map was fitted to
+  std::int64_t fitted_clusters_ = 0;
   ProgressState progress_;
   std::optional<TimePoint> at_work_since_;
   bool shown_ = false;

@@ -6,6 +6,8 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <filesystem>
 #include <system_error>
@@ -88,6 +90,17 @@ void OutputFile::Open(const std::string& option, const std::string& path) {
   if (const auto use = FindUse(descriptor_)) Refuse(use->what + ".");
 }
 
+void OutputFile::OpenToAppend(const std::string& option, const std::string& path) {
+  append_ = true;
+  Open(option, path);
+  // Somebody's volume, or another file that lines at its end would be no good to.
+  std::array<char, 4096> begin = {};
+  const ssize_t count = ::pread(descriptor_, begin.data(), begin.size(), 0);
+  if (count > 0 && std::find(begin.data(), begin.data() + count, '\0') != begin.data() + count) {
+    Refuse("is no text file.");
+  }
+}
+
 void OutputFile::UseStandardOutput(const std::string& option) {
   name_ = option + " -";
   standard_output_ = true;
@@ -102,7 +115,9 @@ void OutputFile::Lock() const {
   if (!S_ISREG(status_.st_mode) || standard_output_) return;
   // Also what keeps another run from taking the file for a volume meanwhile.
   struct flock lock {};
-  lock.l_type = F_WRLCK;
+  // Logs of several runs at a time go into one file. A lock that is shared takes reading, too.
+  const int access = ::fcntl(descriptor_, F_GETFL) & O_ACCMODE;
+  lock.l_type = append_ && access == O_RDWR ? F_RDLCK : F_WRLCK;
   lock.l_whence = SEEK_SET;
   if (::fcntl(descriptor_, F_OFD_SETLK, &lock) != 0 && (errno == EAGAIN || errno == EACCES)) {
     Refuse("is in use by another program or another run of this one.");
@@ -110,10 +125,13 @@ void OutputFile::Lock() const {
 }
 
 void OutputFile::OpenDescriptor(const std::string& path) {
-  constexpr int kFlags = O_WRONLY | O_CLOEXEC | O_NOCTTY;
-  descriptor_ = ::open(path.c_str(), kFlags);
+  const int flags = (append_ ? O_RDWR | O_APPEND : O_WRONLY) | O_CLOEXEC | O_NOCTTY;
+  descriptor_ = ::open(path.c_str(), flags);
+  if (descriptor_ < 0 && append_ && errno == EACCES) {
+    descriptor_ = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY);
+  }
   if (descriptor_ >= 0 || errno != ENOENT) return;
-  descriptor_ = ::open(path.c_str(), kFlags | O_CREAT, kFileMode);
+  descriptor_ = ::open(path.c_str(), flags | O_CREAT, kFileMode);
   if (descriptor_ < 0) return;
   // The file that a link led to, when the path is one.
   std::error_code error;
@@ -121,13 +139,16 @@ void OutputFile::OpenDescriptor(const std::string& path) {
 }
 
 std::error_code OutputFile::Start() {
-  started_ = true;
+  if (std::exchange(started_, true)) return {};
   // What stands before it in standard output was written by others.
   if (standard_output_ || !S_ISREG(status_.st_mode) || ::ftruncate(descriptor_, 0) == 0) return {};
   return LastError();
 }
 
-std::error_code OutputFile::Append(std::string_view text) { return WriteAll(descriptor_, text); }
+std::error_code OutputFile::Append(std::string_view text) {
+  started_ = true;
+  return WriteAll(descriptor_, text);
+}
 
 std::error_code OutputFile::Replace(std::span<const char> content) {
   if (const std::error_code error = Start()) return error;

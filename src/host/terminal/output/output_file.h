@@ -37,11 +37,15 @@ class OutputFile {
   // be opened, is in use, or is neither a file nor something that takes a stream of bytes.
   void Open(const std::string& option, const std::string& path);
 
+  // The same for a log: what it holds stays, and what is written comes behind it.
+  void OpenToAppend(const std::string& option, const std::string& path);
+
   // Standard output in place of a file: its reader gets nothing else.
   void UseStandardOutput(const std::string& option);
   bool IsStandardOutput() const { return standard_output_; }
 
-  // Keeps other runs away. Throws OutputRefused when one is there.
+  // Keeps other runs away, of a log those that would replace it. Throws OutputRefused when one is
+  // there.
   void Lock() const;
 
   bool IsOpen() const { return descriptor_ >= 0; }
@@ -51,9 +55,9 @@ class OutputFile {
   const std::string& Name() const { return name_; }
   [[noreturn]] void Refuse(const std::string& why) const;
 
-  // Drops what an old file holds.
+  // Drops what an old file holds, the first time.
   std::error_code Start();
-  // To be called after Start().
+  // To be called after Start(), but for a log.
   std::error_code Append(std::string_view text);
   // Makes this the whole content.
   std::error_code Replace(std::span<const char> content);
@@ -66,6 +70,7 @@ class OutputFile {
   int descriptor_ = -1;
   struct stat status_ = {};
   bool started_ = false;
+  bool append_ = false;
   bool standard_output_ = false;
 };
 

@@ -165,6 +165,7 @@ void OpenOutputs(const Options& options, Outputs& outputs) {
   const Wanted wanted[] = {
       {"--debug-log", options.debug_log == "-" ? std::string() : options.debug_log,
        outputs.debug_log},
+      {"--log", options.log, outputs.log_file},
       {"--png", options.png, outputs.png},
       {"--report", options.report, outputs.report},
   };
@@ -186,7 +187,11 @@ void OpenOutputs(const Options& options, Outputs& outputs) {
     } else if (IsJournalName(each.path)) {
       throw OutputRefused(std::string(each.option) + " " + each.path + " is a journal's name.");
     }
-    each.file.Open(each.option, each.path);
+    if (&each.file == &outputs.log_file) {
+      each.file.OpenToAppend(each.option, each.path);
+    } else {
+      each.file.Open(each.option, each.path);
+    }
     // It may have become another file since it was looked at.
     if (const auto why = forbidden.Objection(each.file.Status(), each.path)) {
       each.file.Refuse(*why);
@@ -195,6 +200,7 @@ void OpenOutputs(const Options& options, Outputs& outputs) {
   }
   CheckApart(options, files);
   for (const OutputFile* file : files) file->Lock();
+  if (outputs.log_file.IsOpen()) outputs.log.Use(outputs.log_file);
 }
 
 bool IsNamedBy(int standard_stream, const std::vector<std::string>& arguments) {

@@ -7,6 +7,7 @@
 
 #include "host/terminal/command_line/options.h"
 #include "host/terminal/output/output_file.h"
+#include "host/terminal/output/run_log.h"
 
 namespace vornalux {
 
@@ -31,6 +32,8 @@ class StandardOutput {
 struct Outputs {
   StandardOutput standard;
   OutputFile debug_log;
+  OutputFile log_file;
+  RunLog log;  // into it
   OutputFile png;
   OutputFile report;
 };

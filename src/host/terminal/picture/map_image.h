@@ -9,8 +9,15 @@
 
 namespace vornalux {
 
-// The strip of a moment: one colour a column.
+// The map of a moment: one colour a column, from the volume's begin to its end.
 using MapColumns = std::vector<Colour>;
+
+// How many columns, at most `places`, a map of so many clusters is to be drawn with so that all of
+// it is on them: each stands for a whole number of the bitmap's bytes.
+std::int32_t MapWidthFor(std::int64_t clusters, std::int64_t places);
+
+// Places of a picture.
+inline constexpr std::int64_t kPicturePlaces = 3600;
 
 // One colour box of the legend with its caption.
 struct LegendEntry {
@@ -28,7 +35,8 @@ struct Legend {
 };
 Legend CollectLegend(const DefragWindow& window);
 
-// The strip, two pixels a column, with the legend below.
+// The map as a square for each column, line below line, with the legend below. Squares of all but
+// the shades of green have a pattern each, too, for eyes that see no colours.
 Raster DrawMapWithLegend(const MapColumns& columns, const Legend& legend);
 
 // A PNG file as bytes.

@@ -207,18 +207,16 @@ std::string LeftTable(const ReportContent& report) {
   return all_whole ? "<p>Nothing: every move found its place.</p>\n" : "<p>None.</p>\n";
 }
 
-}  // namespace
-
-std::string ToHtml(const ReportContent& report) {
+std::string TitleOf(const ReportContent& report) {
   const VolumeDescription& volume = report.volume;
-  const std::string title =
-      report.action + " of " + volume.drive + (volume.label.empty() ? "" : " " + volume.label);
-  std::string html =
-      "<!DOCTYPE html>\n<html lang=en>\n<meta charset=utf-8>\n"
-      "<meta name=viewport content=\"width=device-width\">\n<title>" +
-      Text(title) + "</title>\n<style>" + kStyle + "</style>\n<h1>" + Text(title) +
-      "</h1>\n<p class=sub>" + Text(volume.image) + " &middot; " + Text(volume.file_system) +
-      " &middot; clusters of " + std::to_string(volume.cluster_bytes) + " bytes";
+  return report.action + " of " + volume.drive + (volume.label.empty() ? "" : " " + volume.label);
+}
+
+std::string Section(const ReportContent& report) {
+  const VolumeDescription& volume = report.volume;
+  std::string html = "<section>\n<h1>" + Text(TitleOf(report)) + "</h1>\n<p class=sub>" +
+                     Text(volume.image) + " &middot; " + Text(volume.file_system) +
+                     " &middot; clusters of " + Grouped(volume.cluster_bytes) + " bytes";
   if (report.dry_run) html += " &middot; dry run: nothing was written to the volume";
   if (report.stopped) html += " &middot; stopped before the end";
   html += "</p>\n";
@@ -229,14 +227,14 @@ std::string ToHtml(const ReportContent& report) {
   if (report.summary && report.summary->plan) {
     html += "<h2>Plan</h2>\n" + PlanTable(*report.summary->plan, volume.cluster_bytes);
   }
-  html += "<h2>Map</h2>\n";
+  html += "<h2>Map</h2>\n<div class=maps>\n";
   html += Map(report.moved ? "Before" : "Now", report.map_before, report.legend);
-  html += Map("After", report.map_after, report.legend);
+  html += Map("After", report.map_after, report.legend) + "</div>\n";
   html += "<h2>Figures</h2>\n" + FigureTable(report);
   if (report.moved) {
-    html += "<p>" + std::to_string(report.moved->moves) + " moves, " +
-            std::to_string(report.moved->clusters_moved) + " clusters moved, " +
-            std::to_string(report.moved->refused) + " refused.</p>\n";
+    html += "<p>" + Grouped(report.moved->moves) + " moves, " +
+            Grouped(report.moved->clusters_moved) + " clusters moved, " +
+            Grouped(report.moved->refused) + " refused.</p>\n";
   }
   if (report.summary) {
     html += "<p>Took " +
@@ -253,6 +251,19 @@ std::string ToHtml(const ReportContent& report) {
   if (!report.unreadable.empty()) {
     html += "<h2>Could not be read</h2>\n" + UnreadableTable(report.unreadable);
   }
+  return html + "</section>\n";
+}
+
+}  // namespace
+
+std::string ToHtml(std::span<const ReportContent> reports) {
+  std::string title = TitleOf(reports.front());
+  if (reports.size() > 1) title += " and " + std::to_string(reports.size() - 1) + " more";
+  std::string html =
+      "<!DOCTYPE html>\n<html lang=en>\n<meta charset=utf-8>\n"
+      "<meta name=viewport content=\"width=device-width\">\n<title>" +
+      Text(title) + "</title>\n<style>" + kStyle + "</style>\n";
+  for (const ReportContent& report : reports) html += Section(report);
   return html + "</html>\n";
 }
 

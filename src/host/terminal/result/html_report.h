@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -28,7 +29,7 @@ struct ReportContent {
   bool dry_run = false;
 };
 
-// One self-contained page.
-std::string ToHtml(const ReportContent& report);
+// One self-contained page, of one volume or of one after the other. There is at least one.
+std::string ToHtml(std::span<const ReportContent> reports);
 
 }  // namespace vornalux

@@ -141,6 +141,18 @@ std::vector<FragmentedFile> CollectFragmentedFiles(const Engine& engine) {
   return files;
 }
 
+std::vector<NamedFile> CollectNamedFiles(Engine& engine) {
+  std::vector<NamedFile> files;
+  const RunTarget& target = engine.volume.Target();
+  for (const std::string& path : target.files) {
+    const ExtentRecord record = engine.extents.ReadExtents(path, false, false);
+    files.push_back(
+        {.file = {.extents = record.Count(), .clusters = record.SizeInClusters(), .path = path},
+         .fragments = CountFragments(record.extents, target.Ntfs())});
+  }
+  return files;
+}
+
 std::optional<AnalysisFigures> FiguresAfter(const AnalysisFigures& before,
                                             const RunSummary& summary) {
   if (!summary.after) return std::nullopt;

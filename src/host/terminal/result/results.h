@@ -81,11 +81,18 @@ struct FragmentedFile {
   std::string path;
 };
 
+// A file that was asked for by name.
+struct NamedFile {
+  FragmentedFile file;
+  std::int64_t fragments = 0;  // as the analysis counts them; 0 for a file without clusters
+};
+
 struct AnalysisResult {
   VolumeDescription volume;
   AnalysisFigures figures;
   std::int16_t temperature = 0;  // of the disk, degrees Celsius; 0 when it does not say
   std::optional<std::vector<FragmentedFile>> list;
+  std::vector<NamedFile> files;  // of an analysis of these alone
   std::vector<ReadFailure> unreadable;
 };
 
@@ -122,6 +129,9 @@ std::int16_t ReadTemperature(Program& program);
 AnalysisFigures CollectFigures(const Engine& engine);
 // By number of extents, then size, both descending.
 std::vector<FragmentedFile> CollectFragmentedFiles(const Engine& engine);
+
+// The files that the engine's analysis was about, in their order.
+std::vector<NamedFile> CollectNamedFiles(Engine& engine);
 
 // The figures after a run from those before it: what it read anew, and what moves do not change.
 std::optional<AnalysisFigures> FiguresAfter(const AnalysisFigures& before,

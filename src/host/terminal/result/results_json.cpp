@@ -232,6 +232,16 @@ const char* OutcomeName(JobOutcome outcome) {
 
 }  // namespace
 
+std::string ToJsonElement(const std::string& image, int exit_code, const std::string& error,
+                          const std::string& result) {
+  Json json = {{"image", image}, {"exit_code", exit_code}};
+  json["error"] = error.empty() ? Json(nullptr) : Json(error);
+  json["result"] = result.empty() ? Json(nullptr) : Json::parse(result);
+  std::string text = Dump(json);
+  text.pop_back();
+  return text;
+}
+
 std::string ToJson(const AnalysisResult& result) {
   Json json;
   AddVolume(json, result.volume);
@@ -242,6 +252,16 @@ std::string ToJson(const AnalysisResult& result) {
     for (const FragmentedFile& file : *result.list) {
       json["fragmented_files"].push_back(
           {{"path", file.path}, {"extents", file.extents}, {"clusters", file.clusters}});
+    }
+  }
+  if (!result.files.empty()) {
+    json["files"] = Json::array();
+    for (const auto& [file, fragments] : result.files) {
+      json["files"].push_back({{"path", file.path},
+                               {"extents", file.extents},
+                               {"fragments", fragments},
+                               {"clusters", file.clusters},
+                               {"one_piece", fragments <= 1}});
     }
   }
   AddUnreadable(json, result.unreadable);

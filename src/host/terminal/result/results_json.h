@@ -7,6 +7,11 @@
 
 namespace vornalux {
 
+// One of several results, without a line break behind it: {"image", "exit_code", "error",
+// "result"}. What is empty of the last two is null; result is one of those below.
+std::string ToJsonElement(const std::string& image, int exit_code, const std::string& error,
+                          const std::string& result);
+
 // Results for other programs: one JSON object and a line break. Bytes of names that are no valid
 // UTF-8 become U+FFFD.
 std::string ToJson(const AnalysisResult& result);

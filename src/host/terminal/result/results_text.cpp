@@ -205,6 +205,12 @@ std::string ToText(const AnalysisResult& result, Charset charset) {
     const std::string degrees = TemperatureText(result.temperature, " ");
     text += "\n  " + result.volume.drive + " temp " + WithDegrees(degrees, charset) + "\n";
   }
+  if (!result.files.empty()) text += "\n";
+  for (const auto& [file, fragments] : result.files) {
+    text += Right(fragments <= 1 ? "in one piece" : "in " + Grouped(fragments) + " pieces") +
+            Right(ByteText(file.clusters * result.volume.cluster_bytes)) + "  " +
+            PrintableText(file.path, charset) + "\n";
+  }
   if (result.list) {
     text += "\n";
     for (const FragmentedFile& file : *result.list) {

@@ -122,6 +122,7 @@ std::vector<std::string> JobCommand(const Options& options) {
   if (!options.debug_log.empty()) {
     add("--debug-log", options.debug_log == "-" ? "-" : AbsolutePath(options.debug_log));
   }
+  if (!options.log.empty()) add("--log", AbsolutePath(options.log));
   if (options.seed != 0) add("--seed", std::to_string(options.seed));
   if (options.vss_safe) command.emplace_back("--vss-safe");
   if (options.drop_restore_points) command.emplace_back("--drop-restore-points");

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <exception>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <system_error>
@@ -20,26 +21,23 @@
 #include "host/terminal/result/results_json.h"
 #include "host/terminal/result/results_text.h"
 #include "host/terminal/saved_job/save_job.h"
+#include "host/terminal/session/map_text.h"
+#include "host/terminal/session/same_volume.h"
 #include "host/terminal/session/session.h"
 #include "host/terminal/session/terminal_platform.h"
+#include "host/terminal/session/volume_series.h"
 #include "text/windows_path.h"
 
 namespace vornalux {
 namespace {
 
-// How a command ended, and what it has to show once its volumes are closed.
-struct Outcome {
-  ExitCode code = ExitCode::Done;
-  std::string output;
-  std::optional<ReportContent> report;  // also what the picture of the map is drawn from
-};
-
 // Another program or a file gets names as they are; only a terminal has a character set.
 Charset OutputCharset(Charset terminal) { return isatty(STDOUT_FILENO) ? terminal : Charset::Utf8; }
 
 template <typename Result>
-std::string Present(const Result& result, const Options& options, Charset charset) {
-  return options.json ? ToJson(result) : ToText(result, OutputCharset(charset));
+void Present(const Result& result, const Options& options, Charset charset, Outcome& outcome) {
+  outcome.output = options.json ? ToJson(result) : ToText(result, OutputCharset(charset));
+  if (!options.log.empty()) outcome.log = ToText(result, Charset::Utf8);
 }
 
 // The Analyze button, or the same for the classes that Optimize works by.
@@ -58,10 +56,16 @@ ExitCode Analyze(Program& program, bool classes) {
   return window.last_run_failed ? ExitCode::Failed : ExitCode::Done;
 }
 
-// The map with its candidates as the window shows it now.
-MapColumns DrawnMap(DefragWindow& window) {
+// The map with its candidates as it is now, on this many places or fewer. Who watches keeps the
+// width that the screen has.
+MapColumns DrawnMap(DefragWindow& window, std::int64_t places = kPicturePlaces) {
+  PictureBox& picture = window.Picdepartvolume;
+  const std::int32_t width = picture.width();
+  const std::int64_t clusters = window.engine.geometry.constants.TotalClusters;
+  picture.ResizeAtNextClear(MapWidthFor(clusters, places));
   window.RedrawMap(MapLayers::Candidates);
-  return window.Picdepartvolume.columns();
+  picture.ResizeAtNextClear(width);
+  return picture.columns();
 }
 
 std::vector<std::uint8_t> Picture(const ReportContent& report) {
@@ -83,7 +87,7 @@ bool WritePictures(const ReportContent& report, Outputs& outputs, TerminalDeskto
     const std::vector<std::uint8_t> png = Picture(report);
     good = WriteFile(outputs.png, {reinterpret_cast<const char*>(png.data()), png.size()}, desktop);
   }
-  if (outputs.report.IsOpen()) good &= WriteFile(outputs.report, ToHtml(report), desktop);
+  if (outputs.report.IsOpen()) good &= WriteFile(outputs.report, ToHtml({&report, 1}), desktop);
   return good;
 } catch (const std::exception& error) {
   desktop.Say(error.what());
@@ -103,8 +107,10 @@ Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
                            .figures = CollectFigures(engine),
                            .temperature = ReadTemperature(session.program()),
                            .list = {},
+                           .files = CollectNamedFiles(session.program().main_window.engine),
                            .unreadable = {}};
   if (options.list) result.list = CollectFragmentedFiles(engine);
+  outcome.tally = {.fragmented_before = result.figures.fragmented};
   if (WantsPictures(options)) {
     DefragWindow& window = session.program().main_window;
     ReportContent& report = outcome.report.emplace();
@@ -117,7 +123,15 @@ Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
     report.unreadable = session.platform().Unreadable();
   }
   result.unreadable = session.platform().Unreadable();
-  if (options.command == Command::Analyze) outcome.output = Present(result, options, charset);
+  if (!options.files.empty() && result.figures.fragmented > 0) outcome.code = ExitCode::InPieces;
+  if (options.command == Command::Map && !WantsPictures(options) && !options.json) {
+    DefragWindow& window = session.program().main_window;
+    const MapGrid grid = OutputGrid();
+    const MapColumns map = DrawnMap(window, grid.Places());
+    outcome.output = MapText(result.volume, result.figures, map, CollectLegend(window), grid,
+                             OutputLook(OutputCharset(charset)));
+  }
+  if (options.command == Command::Analyze) Present(result, options, charset, outcome);
   return outcome;
 }
 
@@ -170,9 +184,17 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
       result.after = CollectFigures(window.engine);
       if (result.summary) result.after->free_regions = result.summary->regions_after;
       AskForHelp(session, result.summary);
+      const bool in_pieces = !options.files.empty() && result.after->fragmented > 0;
+      if (in_pieces) outcome.code = ExitCode::InPieces;
     }
   }
   result.remarks = session.Remarks();
+  if (result.before) {
+    outcome.tally = {.fragmented_before = result.before->fragmented,
+                     .fragmented_after = result.after.value_or(*result.before).fragmented,
+                     .moves = result.moved.moves,
+                     .bytes_moved = result.moved.clusters_moved * result.volume.cluster_bytes};
+  }
   result.stopped = outcome.code == ExitCode::Stopped;
   result.unreadable = session.platform().Unreadable();
   if (WantsPictures(options) && result.before) {
@@ -190,7 +212,7 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
     report.legend = CollectLegend(window);
     outcome.report = std::move(report);
   }
-  outcome.output = Present(result, options, charset);
+  Present(result, options, charset, outcome);
   return outcome;
 }
 
@@ -240,7 +262,32 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
     if (idle) result.remarks.emplace_back(kNoPass);
   }
   result.unreadable = session.platform().Unreadable();
-  return {.code = code, .output = Present(result, options, charset), .report = {}};
+  Outcome outcome;
+  outcome.code = code;
+  Present(result, options, charset, outcome);
+  return outcome;
+}
+
+// The same for the files that the options name.
+bool SelectFiles(Session& session, const Options& options) {
+  std::vector<std::string> files;
+  std::set<std::string> known;
+  bool all = true;
+  for (std::string path : options.files) {
+    const ErrorCode error = session.platform().SpellAsListed(path);
+    if (error == error::kSuccess) {
+      if (known.insert(path).second) files.push_back(std::move(path));
+      continue;
+    }
+    all = false;
+    const bool gone = error == error::kFileNotFound || error == error::kPathNotFound ||
+                      error == error::kInvalidName;
+    session.desktop().Say(gone ? "--file: there is no file " + path + " on " +
+                                     options.volumes.front().image
+                               : "--file: " + path + " cannot be found: " + ErrorText(error));
+  }
+  session.program().main_window.engine.volume.SetFiles(std::move(files));
+  return all;
 }
 
 // False, and the user told, when the options name something that the volume does not have.
@@ -249,6 +296,7 @@ bool SelectVolume(Session& session, const Options& options) {
   DefragWindow& window = session.program().main_window;
   window.engine.volume.Choose(drive + "\\", options.directory, "");
   window.OpenMenu();
+  if (!options.files.empty()) return SelectFiles(session, options);
   if (options.directory.empty()) return true;
   if (!session.platform().FolderExists(drive + "\\" + options.directory) &&
       session.platform().Unreadable().empty()) {
@@ -261,7 +309,11 @@ bool SelectVolume(Session& session, const Options& options) {
 
 Outcome RunOnVolumes(Session& session, const Options& options, Charset charset) {
   if (options.command == Command::Job) return RunJob(session, options, charset);
-  if (!SelectVolume(session, options)) return {.code = ExitCode::Usage, .output = {}, .report = {}};
+  if (!SelectVolume(session, options)) {
+    Outcome outcome;
+    outcome.code = ExitCode::Usage;
+    return outcome;
+  }
   if (OnlyLooks(options.command)) return RunAnalyze(session, options, charset);
   return RunPass(session, options, charset);
 }
@@ -278,8 +330,9 @@ bool ShowResult(const Outcome& outcome, Outputs& outputs, TerminalDesktop& deskt
   return false;
 }
 
-ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset charset,
-                      Outputs& outputs) {
+// switch_off: the job wants it.
+Outcome OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset charset,
+                     Outputs& outputs, bool& switch_off) {
   Session session(options, desktop, charset, outputs);
   Outcome outcome;
   try {
@@ -288,6 +341,7 @@ ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset 
     // What was moved so far is made durable all the same.
     desktop.Say(error.what());
     outcome.code = ExitCode::Failed;
+    outcome.error = error.what();
   }
   if (!session.Close()) outcome.code = ExitCode::Failed;
   if (const auto& unreadable = session.platform().Unreadable(); !unreadable.empty()) {
@@ -295,15 +349,40 @@ ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset 
     outcome.code = ExitCode::Failed;
   }
   if (outcome.code == ExitCode::Stopped) desktop.Say("Stopped.");
-  if (!ShowResult(outcome, outputs, desktop)) return ExitCode::Failed;
-  if (outcome.code != ExitCode::Done || !session.platform().PowerOffWanted()) return outcome.code;
-  if (options.dry_run) {
+  outputs.log.Write(outcome.log);
+  switch_off = outcome.code == ExitCode::Done && session.platform().PowerOffWanted();
+  return outcome;
+}
+
+ExitCode SwitchOff(bool dry_run, TerminalDesktop& desktop) {
+  if (dry_run) {
     desktop.Say("The machine stays on: this was a dry run.");
   } else if (!ShutDownMachine()) {
     desktop.Say("The machine could not be switched off: the system's shutdown command failed.");
     return ExitCode::Failed;
   }
-  return outcome.code;
+  return ExitCode::Done;
+}
+
+ExitCode RunOnAll(const Options& options, TerminalDesktop& desktop, Charset charset,
+                  Outputs& outputs) {
+  bool switch_off = false;
+  const auto run = [&](const Options& one) {
+    return OpenRunClose(one, desktop, charset, outputs, switch_off);
+  };
+  if (options.command == Command::Job || options.volumes.size() == 1) {
+    const Outcome outcome = run(options);
+    if (!ShowResult(outcome, outputs, desktop)) return ExitCode::Failed;
+    return switch_off ? SwitchOff(options.dry_run, desktop) : outcome.code;
+  }
+  std::vector<std::string> images;
+  for (const VolumeArgument& volume : options.volumes) images.push_back(volume.image);
+  if (const auto same = FindSameVolume(images)) {
+    desktop.Say(same->first + " and " + same->second +
+                " are the same volume, or one lies on the other. Nothing was touched.");
+    return ExitCode::Usage;
+  }
+  return RunSeries(options, desktop, OutputCharset(charset), outputs, run);
 }
 
 }  // namespace
@@ -313,7 +392,7 @@ ExitCode RunCommand(const Options& options, TerminalDesktop& desktop, Charset ch
   if (options.low || options.idle) GiveWay(options.idle);
   try {
     if (options.save_job) return SaveJob(options, desktop, outputs.standard);
-    return OpenRunClose(options, desktop, charset, outputs);
+    return RunOnAll(options, desktop, charset, outputs);
   } catch (const VolumeRefused& refused) {
     desktop.Say(refused.what());
     return ExitCode::Refused;

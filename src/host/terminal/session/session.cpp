@@ -31,7 +31,10 @@ Session::Session(const Options& options, TerminalDesktop& desktop, Charset chars
   desktop_.Bind(
       program_->main_window,
       {.cluster_bytes = [this] { return ClusterBytes(); },
-       .terminal_in_use = [this] { return program_->flags.DebugLog && debug_log_.OnTerminal(); }});
+       .terminal_in_use = [this] { return program_->flags.DebugLog && debug_log_.OnTerminal(); },
+       .image = [this] { return ImageAtWork(); },
+       .place = options.place,
+       .writes = !OnlyLooks(options.command) && !options.dry_run});
   SetUpDebugLog(options, outputs);
   program_->launcher.ExcludeTxt.text = options.exclude;
   if (options.vss_safe) program_->launcher.VSS_LIVE.Click();
@@ -95,10 +98,19 @@ std::vector<std::string> Session::Remarks() const {
   return all;
 }
 
-std::int64_t Session::ClusterBytes() const {
+std::optional<VolumeDescription> Session::VolumeAtWork() const {
   const std::string& drive = program_->main_window.engine.volume.Target().drive;
-  const auto volume = drive.empty() ? std::nullopt : Volume(DriveLetter(drive.front()));
+  return drive.empty() ? std::nullopt : Volume(DriveLetter(drive.front()));
+}
+
+std::int64_t Session::ClusterBytes() const {
+  const auto volume = VolumeAtWork();
   return volume ? volume->cluster_bytes : 0;
+}
+
+std::string Session::ImageAtWork() const {
+  const auto volume = VolumeAtWork();
+  return volume ? volume->image : "";
 }
 
 bool Session::Close() {

@@ -40,7 +40,9 @@ class Session {
   bool Close();
 
  private:
-  std::int64_t ClusterBytes() const;  // of the volume at work; 0 for none
+  std::optional<VolumeDescription> VolumeAtWork() const;
+  std::int64_t ClusterBytes() const;  // of it; 0 for none
+  std::string ImageAtWork() const;    // its name; empty for none
   void OpenVolumes(const Options& options);
   void SetUpDebugLog(const Options& options, Outputs& outputs);
 

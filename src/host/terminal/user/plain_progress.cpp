@@ -10,12 +10,11 @@ namespace {
 constexpr int kStep = 10;  // percent
 constexpr auto kPause = std::chrono::seconds(5);
 
-// The window's title while it is doing something; else it names the volume only.
+}  // namespace
+
 bool IsPhase(const std::string& caption) {
   return !caption.empty() && !caption.starts_with("Volume ");
 }
-
-}  // namespace
 
 void PlainProgress::ShowPhase(const std::string& caption, TimePoint now) {
   percent_ = 0;

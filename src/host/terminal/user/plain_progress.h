@@ -8,6 +8,9 @@
 
 namespace vornalux {
 
+// The window's title while it is doing something; else it names the volume only.
+bool IsPhase(const std::string& caption);
+
 // Progress as lines that stay readable in a log: what is being done, and now and then how far.
 class PlainProgress {
  public:

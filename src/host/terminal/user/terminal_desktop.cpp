@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/terminal/user/terminal_desktop.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace vornalux {
 namespace {
 
 constexpr auto kWaitStep = std::chrono::milliseconds(100);
+// How often the map is drawn anew while files move; and what it may take of the time.
+constexpr auto kMapPeriod = std::chrono::seconds(3);
+constexpr int kMapShare = 20;  // a 20th
 constexpr unsigned kStops = pending::kInterrupt | pending::kInsist | pending::kTerminate;
 
 }  // namespace
@@ -29,7 +33,11 @@ void TerminalDesktop::Bind(DefragWindow& window, RunSurroundings surroundings) {
     timers_.push_back({timer, false, {}});
   }
   window.changed = [this] { OnWindowChanged(); };
-  if (live_) live_->Bind(window, surroundings_.cluster_bytes);
+  map_fails_ = false;
+  map_shows_ = 0;
+  if (live_) {
+    live_->Bind(window, surroundings_.cluster_bytes, surroundings_.image, surroundings_.place);
+  }
   window.Show();
 }
 
@@ -39,10 +47,17 @@ void TerminalDesktop::Unbind() {
   window_ = nullptr;
   timers_.clear();
   if (live_) live_->Unbind();
-  for (const std::string& text : std::exchange(unseen_, {})) Say(text);
+  for (const std::string& text : std::exchange(unseen_, {})) Print(text);
 }
 
+bool TerminalDesktop::StopPending() const { return (events_.load() & kStops) != 0; }
+
 void TerminalDesktop::Say(const std::string& text) {
+  if (log_ != nullptr) log_->Write(text);
+  Print(text);
+}
+
+void TerminalDesktop::Print(const std::string& text) {
   if (live_ && live_->Shown()) {
     live_->ShowMessage(text);
     if (!obeying_exit_) unseen_.push_back(text);
@@ -62,6 +77,7 @@ void TerminalDesktop::HandleEvents() {
     events_.fetch_and(~pending::kTick);
     TickTimers();
     HandleKeys();
+    RefreshMap();
     Redraw();
   }
   handling_ = false;
@@ -87,6 +103,12 @@ void TerminalDesktop::HandleKeys() {
         RedrawMap();
         break;
       case RunCommand::Exit:
+        if (!surroundings_.writes) {
+          const bool before = std::exchange(answer_yes_, true);
+          window_->Arretdefrag.Click();
+          answer_yes_ = before;
+          break;
+        }
         obeying_exit_ = true;
         window_->QueryUnload(CloseReason::CloseBox);
         obeying_exit_ = false;
@@ -102,6 +124,61 @@ void TerminalDesktop::RedrawMap() {
   Raise(window_->Picdepartvolume.click);
   handling_ = true;
   redrawing_map_ = false;
+}
+
+void TerminalDesktop::FitMap() {
+  if (!UsesLiveView()) return;
+  const Engine& engine = window_->engine;
+  std::int64_t clusters = engine.geometry.constants.TotalClusters;
+  FreeSpace space;
+  if (clusters == 0 && engine.volume.IsChosen() &&
+      engine.context.platform.volumes.FreeSpaceFigures(engine.volume.Target().Root(), space) ==
+          error::kSuccess) {
+    clusters = space.total_clusters;
+  }
+  if (clusters > 0) live_->FitMap(clusters);
+}
+
+// Where the lists are of fragmented files only, those that are whole by now are left out, and the
+// others shown with all their pieces. False when the volume could not be read.
+bool TerminalDesktop::DrawMapAsItIs() {
+  constexpr std::size_t kFilesUnheard = 64;
+  Engine& engine = window_->engine;
+  const RunFlags& flags = engine.context.flags;
+  if (flags.ClassListsValid) return window_->RedrawMap(MapLayers::Candidates);
+  if (!window_->RedrawMap(MapLayers::Volume)) return false;
+  const std::vector<std::string>& names = engine.analysis.lists.FragNames;
+  for (std::size_t i = 0; i < names.size() && !flags.StopRequested; ++i) {
+    if (i % kFilesUnheard == 0) DoEvents();
+    if (i >= names.size() || names[i].empty()) continue;
+    const ExtentRecord record = engine.extents.ReadExtents(names[i], false, false);
+    if (CountFragments(record.extents, engine.volume.Target().Ntfs()) <= 1) continue;
+    record.EachRun(0, record.SizeInClusters(), [this](std::int64_t lcn, std::int64_t length) {
+      window_->PaintExtent(lcn, length, map_colour::kDefrag);
+    });
+  }
+  window_->RefreshMap();
+  return true;
+}
+
+void TerminalDesktop::RefreshMap() {
+  if (!UsesLiveView() || !live_->Shown() || !window_->Busy() || map_fails_) return;
+  FitMap();
+  const MoveStatistics& moved = window_->engine.movers.statistics;
+  const std::int64_t clusters = moved.clusters_moved + moved.clusters_in_hand;
+  const TimePoint now = clock_();
+  if (clusters == map_shows_ || now < next_map_ || std::exchange(redrawing_map_, true)) return;
+  map_shows_ = clusters;
+  // The run goes on with the figures that it has begun with, whenever it is looked at.
+  VolumeConstants& constants = window_->engine.geometry.constants;
+  const VolumeConstants before = constants;
+  handling_ = false;
+  map_fails_ = !DrawMapAsItIs();
+  handling_ = true;
+  redrawing_map_ = false;
+  constants = before;
+  const TimePoint end = clock_();
+  next_map_ = end + std::max<TimePoint::duration>(kMapPeriod, (end - now) * kMapShare);
 }
 
 void TerminalDesktop::TickTimers() {
@@ -169,6 +246,7 @@ BoxAnswer TerminalDesktop::Ask(const std::string& question) {
   const BoxAnswer answer = nobody           ? BoxAnswer::Yes
                            : UsesLiveView() ? live_->Ask(question, events_, kStops)
                                             : AskForLine(question);
+  if (log_ != nullptr) log_->Write(question + (answer == BoxAnswer::Yes ? " Yes" : " No"));
   // What asked for it, and what insisted on it.
   if (answer == BoxAnswer::Yes) events_.fetch_and(~kStops);
   return answer;
@@ -177,7 +255,10 @@ BoxAnswer TerminalDesktop::Ask(const std::string& question) {
 BoxAnswer TerminalDesktop::AskForLine(const std::string& question) {
   std::string line;
   for (;;) {
-    console_.Print(PrintableText(question, console_.Characters()) + " [y/n] ");
+    const std::string image = surroundings_.image ? surroundings_.image() : "";
+    console_.Print(
+        PrintableText((image.empty() ? "" : image + ": ") + question, console_.Characters()) +
+        " [y/n] ");
     if (console_.ReadLine(events_, kStops, line) != Console::Reply::Line) {
       console_.Print("\n");
       return BoxAnswer::Yes;
@@ -190,7 +271,9 @@ BoxAnswer TerminalDesktop::AskForLine(const std::string& question) {
 void TerminalDesktop::OnWindowChanged() {
   const std::string& caption = window_->caption.get();
   if (caption == phase_) return;
+  FitMap();
   phase_ = caption;
+  if (log_ != nullptr && IsPhase(phase_)) log_->Write(phase_);
   if (!quiet_ && window_->visible && !UsesLiveView()) plain_.ShowPhase(phase_, clock_());
 }
 

@@ -8,6 +8,7 @@
 
 #include "host/terminal/live/live_view.h"
 #include "host/terminal/live/pending_events.h"
+#include "host/terminal/output/run_log.h"
 #include "host/terminal/user/console.h"
 #include "host/terminal/user/plain_progress.h"
 #include "platform/desktop.h"
@@ -20,6 +21,9 @@ struct RunSurroundings {
   std::function<std::int64_t()> cluster_bytes;  // of the volume at work
   // Something else writes to the terminal, so that it must not be drawn over.
   std::function<bool()> terminal_in_use;
+  std::function<std::string()> image = {};  // the name of the volume at work
+  std::string place = {};                   // of it among several, "2 of 3"
+  bool writes = true;                       // else leaving does no harm at any time
 };
 
 // The desktop of a program on a terminal: the main window is a live view, or plain lines where
@@ -34,6 +38,12 @@ class TerminalDesktop final : public Desktop {
   // Shows the window, ticks its timer and clicks its commands from now on, until Unbind().
   void Bind(DefragWindow& window, RunSurroundings surroundings);
   void Unbind();
+
+  // What is told from now on is logged as well. The log outlives the desktop.
+  void LogTo(RunLog& log) { log_ = &log; }
+
+  // A stop was asked for, and nothing has heard it yet.
+  bool StopPending() const;
 
   // One line to the user.
   void Say(const std::string& text);
@@ -54,10 +64,14 @@ class TerminalDesktop final : public Desktop {
     TimePoint due;
   };
 
+  void Print(const std::string& text);
   void HandleEvents();
   void HandleStop(unsigned events);
   void HandleKeys();
   void RedrawMap();
+  void FitMap();
+  void RefreshMap();
+  bool DrawMapAsItIs();
   void TickTimers();
   void WaitInWarning(HDDTempWarning& warning);
   bool PressedStop(HDDTempWarning& warning);
@@ -73,11 +87,15 @@ class TerminalDesktop final : public Desktop {
   bool quiet_;
   std::unique_ptr<LiveView> live_;
   PlainProgress plain_;
+  RunLog* log_ = nullptr;
   DefragWindow* window_ = nullptr;
   RunSurroundings surroundings_;
   std::vector<ArmedTimer> timers_;
   bool handling_ = false;
   bool redrawing_map_ = false;
+  bool map_fails_ = false;           // the user has been told
+  TimePoint next_map_;               // when the map is drawn anew, at the earliest
+  std::int64_t map_shows_ = 0;       // clusters that had been moved when it was drawn
   bool answer_yes_ = false;          // the system wants an end: nobody is asked
   bool obeying_exit_ = false;        // who pressed the key sees what is said
   std::vector<std::string> unseen_;  // said while the live view was shown
