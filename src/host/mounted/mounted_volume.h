@@ -104,6 +104,10 @@ class MountedVolume {
   virtual ErrorCode Move(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn,
                          std::int64_t count, const MoveCheckpoint& checkpoint = {}) = 0;
 
+  // Gives up the snapshots that moving would spoil, where the volume was opened to do so: for who
+  // is to change what they refer to without a move. Success where there are none.
+  virtual ErrorCode DropRestorePoints() { return error::kSuccess; }
+
   // Makes everything moved so far durable.
   virtual ErrorCode Commit() = 0;
 

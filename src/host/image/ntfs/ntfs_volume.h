@@ -52,6 +52,9 @@ class NtfsVolume final : public ImageVolume {
   ErrorCode WriteDirtyFlag(bool dirty) override;
   std::vector<ByteRange> StillRanges() override;
   ErrorCode PrepareForMoves() override;
+  bool HasToDropRestorePoints() const override {
+    return opening_.drop_restore_points && snapshots_.Any() && !snapshots_dropped_;
+  }
 
  private:
   struct Place {

@@ -297,6 +297,23 @@ ImageSource LocateVolume(const std::string& path, const OpenOptions& options, bo
   return source;
 }
 
+void RefuseChanged(const ImageSource& source) {
+  struct stat ours {};
+  struct stat there {};
+  if (::fstat(source.file->Descriptor(), &ours) != 0 || ::stat(source.path.c_str(), &there) != 0 ||
+      ours.st_dev != there.st_dev || ours.st_ino != there.st_ino) {
+    Refuse(source.path, "is another file now than the one that was opened");
+  }
+  if (const auto use = FindUse(source.file->Descriptor())) Refuse(source.path, *use);
+  const BootSector boot = ReadBoot(source, source.offset);
+  const bool resized = !source.file->IsBlockDevice() &&
+                       static_cast<std::uint64_t>(ours.st_size) != source.file->Size();
+  if (resized || boot.kind != source.boot.kind || boot.serial != source.boot.serial ||
+      boot.volume_size != source.boot.volume_size) {
+    Refuse(source.path, "holds another volume now than the one that was opened");
+  }
+}
+
 VolumeStore MakeStore(const ImageSource& source) {
   VolumeStore store;
   const std::shared_ptr<BlockDevice> disk =

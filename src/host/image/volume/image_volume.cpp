@@ -216,6 +216,12 @@ ErrorCode ImageVolume::CopyToTarget(const MovePlan& plan, const MoveCheckpoint& 
       checkpoint.reached ? between : std::function<bool(std::uint64_t)>()));
 }
 
+ErrorCode ImageVolume::DropRestorePoints() {
+  if (moving_ || closed_) return error::kNotReady;
+  if (!HasToDropRestorePoints()) return error::kSuccess;
+  return store_.journal_home == nullptr ? error::kWriteProtect : StartWork();
+}
+
 ErrorCode ImageVolume::Commit() {
   if (moving_) return error::kNotReady;
   if (failed_) return error::kWriteFault;
@@ -254,6 +260,8 @@ ErrorCode ImageVolume::Close() {
   if (!close_result_) close_result_ = failed_ ? error::kWriteFault : CommitNow();
   if (!close_result_ && working_) close_result_ = Finish();
   closed_ = true;
+  // A journal that was made and never needed goes away now, not with the volume.
+  if (!close_result_) store_.journal_home.reset();
   return close_result_;
 }
 

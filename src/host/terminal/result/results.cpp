@@ -9,6 +9,7 @@
 #include "engine/summary_text.h"
 #include "host/image/ntfs/snapshot_catalog.h"
 #include "host/mounted/error_text.h"
+#include "text/quantity_text.h"
 
 namespace vornalux {
 namespace {
@@ -66,6 +67,26 @@ std::string ReasonText(const StillFragmented& file, const RunSummary& summary) {
 }
 
 std::string HelpText(const RunSummary& summary) { return HelpText(summary, "defrag --thorough"); }
+
+std::vector<std::string> DiscardLines(const DiscardResult& discard, bool dry_run) {
+  const auto text = [](std::uint64_t bytes) { return ByteText(static_cast<std::int64_t>(bytes)); };
+  std::vector<std::string> lines;
+  if (discard.cannot || discard.failed) {
+    lines.push_back("Free space was " +
+                    std::string(discard.discarded == 0 ? "not" : "only partly") +
+                    " given back: " + discard.note);
+  }
+  if (discard.cannot) return lines;
+  const char* const did = dry_run ? "would be given back" : "given back";
+  if (const auto back = discard.GivenBack()) {
+    lines.push_back(text(*back) + " " + did + " of " + text(discard.free_bytes) +
+                    " free; the image takes " + text(*discard.stored_after) +
+                    (dry_run ? " then, now " : ", before ") + text(*discard.stored_before));
+  } else {
+    lines.push_back(text(discard.discarded) + " of " + text(discard.free_bytes) + " free " + did);
+  }
+  return lines;
+}
 
 VolumeDescription Describe(const std::string& image, char letter, const VolumeFacts& facts) {
   return {.image = image,

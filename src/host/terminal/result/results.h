@@ -9,6 +9,7 @@
 
 #include "app/program.h"
 #include "engine/run_summary.h"
+#include "host/image/opening/discard_free.h"
 #include "host/mounted/mounted_volume.h"
 #include "host/mounted/read_failures.h"
 
@@ -68,6 +69,9 @@ std::string ReasonText(const StillFragmented& file, const RunSummary& summary);
 // What would help with what is still fragmented; empty where nothing would.
 std::string HelpText(const RunSummary& summary);
 
+// What giving free space back has come to, each a sentence without its full stop.
+std::vector<std::string> DiscardLines(const DiscardResult& discard, bool dry_run);
+
 // The system's text for an error code, on one line.
 std::string ErrorText(ErrorCode code);
 
@@ -93,6 +97,7 @@ struct PassResult {
   MoveStatistics moved;
   std::vector<std::string> remarks;  // what was done besides moving
   std::vector<ReadFailure> unreadable;
+  std::optional<DiscardResult> discard;  // where that was asked for and came to its turn
   bool stopped = false;
   bool dry_run = false;
 };
@@ -106,6 +111,13 @@ struct JobResult {
   MoveStatistics moved;
   std::vector<std::string> remarks;  // what was done besides moving
   std::vector<ReadFailure> unreadable;
+  std::optional<DiscardResult> discard;  // as above
+  bool dry_run = false;
+};
+
+struct TrimResult {
+  VolumeDescription volume;
+  DiscardResult discard;
   bool dry_run = false;
 };
 

@@ -203,6 +203,21 @@ void AddUnreadable(Json& json, const std::vector<ReadFailure>& failures) {
   }
 }
 
+// Null where it was not asked for, or the run did not get as far.
+Json Discard(const std::optional<DiscardResult>& discard) {
+  if (!discard) return nullptr;
+  const auto count = [](const std::optional<std::uint64_t>& bytes) {
+    return bytes ? Json(*bytes) : Json(nullptr);
+  };
+  return {{"free_bytes", discard->free_bytes},
+          {"discarded_bytes", discard->discarded},
+          {"stored_before", count(discard->stored_before)},
+          {"stored_after", count(discard->stored_after)},
+          {"given_back", count(discard->GivenBack())},
+          {"possible", !discard->cannot},
+          {"note", discard->note}};
+}
+
 const char* OutcomeName(JobOutcome outcome) {
   switch (outcome) {
     case JobOutcome::None:
@@ -255,9 +270,20 @@ std::string ToJson(const PassResult& result) {
   AddMoves(json, result.moved);
   AddSummary(json, result.summary, result.dry_run);
   json["remarks"] = result.remarks;
+  json["discard"] = Discard(result.discard);
   json["stopped"] = result.stopped;
   json["dry_run"] = result.dry_run;
   AddUnreadable(json, result.unreadable);
+  return Dump(json);
+}
+
+std::string ToJson(const TrimResult& result) {
+  Json json;
+  AddVolume(json, result.volume);
+  json.erase("drive");
+  json["discard"] = Discard(result.discard);
+  json["stopped"] = result.discard.stopped;
+  json["dry_run"] = result.dry_run;
   return Dump(json);
 }
 
@@ -271,6 +297,7 @@ std::string ToJson(const JobResult& result) {
     AddMoves(json, result.moved);
     AddSummary(json, result.summary, result.dry_run);
     json["remarks"] = result.remarks;
+    json["discard"] = Discard(result.discard);
   }
   json["stopped"] = result.outcome == JobOutcome::Stopped;
   json["dry_run"] = result.dry_run;

@@ -12,5 +12,6 @@ namespace vornalux {
 std::string ToJson(const AnalysisResult& result);
 std::string ToJson(const PassResult& result);
 std::string ToJson(const JobResult& result);
+std::string ToJson(const TrimResult& result);
 
 }  // namespace vornalux

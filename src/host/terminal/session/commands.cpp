@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -30,8 +31,10 @@ namespace {
 // How a command ended, and what it has to show once its volumes are closed.
 struct Outcome {
   ExitCode code = ExitCode::Done;
-  std::string output;
-  std::optional<ReportContent> report;  // also what the picture of the map is drawn from
+  std::string output = {};
+  // Makes the output, where it has to tell what came of giving free space back.
+  std::function<std::string(const std::optional<DiscardResult>&)> compose = {};
+  std::optional<ReportContent> report = {};  // also what the picture of the map is drawn from
 };
 
 // Another program or a file gets names as they are; only a terminal has a character set.
@@ -40,6 +43,15 @@ Charset OutputCharset(Charset terminal) { return isatty(STDOUT_FILENO) ? termina
 template <typename Result>
 std::string Present(const Result& result, const Options& options, Charset charset) {
   return options.json ? ToJson(result) : ToText(result, OutputCharset(charset));
+}
+
+template <typename Result>
+auto Composer(Result result, const Options& options, Charset charset) {
+  return [result = std::move(result), &options,
+          charset](const std::optional<DiscardResult>& discard) mutable {
+    result.discard = discard;
+    return Present(result, options, charset);
+  };
 }
 
 // The Analyze button, or the same for the classes that Optimize works by.
@@ -190,7 +202,7 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
     report.legend = CollectLegend(window);
     outcome.report = std::move(report);
   }
-  outcome.output = Present(result, options, charset);
+  outcome.compose = Composer(std::move(result), options, charset);
   return outcome;
 }
 
@@ -238,7 +250,10 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
     result.remarks = session.Remarks();
   }
   result.unreadable = session.platform().Unreadable();
-  return {.code = code, .output = Present(result, options, charset), .report = {}};
+  return {.code = code,
+          .output = {},
+          .compose = Composer(std::move(result), options, charset),
+          .report = {}};
 }
 
 // False, and the user told, when the options name something that the volume does not have.
@@ -259,7 +274,7 @@ bool SelectVolume(Session& session, const Options& options) {
 
 Outcome RunOnVolumes(Session& session, const Options& options, Charset charset) {
   if (options.command == Command::Job) return RunJob(session, options, charset);
-  if (!SelectVolume(session, options)) return {.code = ExitCode::Usage, .output = {}, .report = {}};
+  if (!SelectVolume(session, options)) return {.code = ExitCode::Usage};
   if (OnlyLooks(options.command)) return RunAnalyze(session, options, charset);
   return RunPass(session, options, charset);
 }
@@ -276,6 +291,30 @@ bool ShowResult(const Outcome& outcome, Outputs& outputs, TerminalDesktop& deskt
   return false;
 }
 
+// That the image's file system or the disk gives nothing back is no failure of the pass before.
+ExitCode CodeOf(const std::optional<DiscardResult>& discard) {
+  if (!discard || discard->failed) return ExitCode::Failed;
+  return discard->stopped ? ExitCode::Stopped : ExitCode::Done;
+}
+
+ExitCode Trim(const Options& options, TerminalDesktop& desktop, Charset charset, Outputs& outputs) {
+  const std::string& image = options.volumes.front().image;
+  const TrimReport report = TrimImage(image,
+                                      {.writable = true,
+                                       .dry_run = options.dry_run,
+                                       .drop_restore_points = options.drop_restore_points,
+                                       .partition = options.partition,
+                                       .offset = options.offset},
+                                      [&desktop] { return desktop.StopWanted(); });
+  if (report.opening.recovered) desktop.Say(report.opening.recovery);
+  const TrimResult result = {.volume = Describe(image, 'C', report.facts),
+                             .discard = report.discard,
+                             .dry_run = options.dry_run};
+  if (result.discard.stopped) desktop.Say("Stopped.");
+  const bool shown = ShowResult({.output = Present(result, options, charset)}, outputs, desktop);
+  return !shown || result.discard.cannot ? ExitCode::Failed : CodeOf(result.discard);
+}
+
 ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset charset,
                       Outputs& outputs) {
   Session session(options, desktop, charset, outputs);
@@ -287,11 +326,20 @@ ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset 
     desktop.Say(error.what());
     outcome.code = ExitCode::Failed;
   }
+  bool discard = options.discard && outcome.code == ExitCode::Done;
+  if (discard && !session.PrepareDiscard()) discard = false;
   if (!session.Close()) outcome.code = ExitCode::Failed;
   if (const auto& unreadable = session.platform().Unreadable(); !unreadable.empty()) {
     desktop.Say(ToText(unreadable, options.json));
     outcome.code = ExitCode::Failed;
   }
+  std::optional<DiscardResult> discarded;
+  if (discard && outcome.code == ExitCode::Done) {
+    discarded = session.Discard();
+    outcome.code = CodeOf(discarded);
+  }
+  if (outcome.compose) outcome.output = outcome.compose(discarded);
+  if (outcome.report) outcome.report->discard = discarded;
   if (outcome.code == ExitCode::Stopped) desktop.Say("Stopped.");
   if (!ShowResult(outcome, outputs, desktop)) return ExitCode::Failed;
   if (outcome.code != ExitCode::Done || !session.platform().PowerOffWanted()) return outcome.code;
@@ -311,6 +359,7 @@ ExitCode RunCommand(const Options& options, TerminalDesktop& desktop, Charset ch
   if (options.low || options.idle) GiveWay(options.idle);
   try {
     if (options.save_job) return SaveJob(options, desktop, outputs.standard);
+    if (options.command == Command::Trim) return Trim(options, desktop, charset, outputs);
     return OpenRunClose(options, desktop, charset, outputs);
   } catch (const VolumeRefused& refused) {
     desktop.Say(refused.what());

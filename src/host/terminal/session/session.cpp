@@ -23,7 +23,11 @@ std::unique_ptr<MountedVolume> OpenNamed(const std::string& image, const OpenOpt
 
 Session::Session(const Options& options, TerminalDesktop& desktop, Charset charset,
                  Outputs& outputs)
-    : desktop_(desktop), dry_run_(options.dry_run), platform_(options.seed), debug_log_(charset) {
+    : desktop_(desktop),
+      dry_run_(options.dry_run),
+      discard_(options.discard),
+      platform_(options.seed),
+      debug_log_(charset) {
   OpenVolumes(options);
   platform_.SetWindowsFolder(options.windows_folder ? *options.windows_folder
                                                     : platform_.FindWindowsFolder());
@@ -48,11 +52,13 @@ void Session::OpenVolumes(const Options& options) {
                               // A job checks the disk itself and says what it found.
                               .allow_dirty = options.command == Command::Job,
                               .drop_restore_points = options.drop_restore_points,
+                              .discard = options.discard,
                               .partition = options.partition,
                               .offset = options.offset};
     OpenReport report;
     volumes_.push_back(OpenNamed(argument.image, open, report));
     arguments_.push_back(argument);
+    sources_.push_back(std::move(report.source));
     platform_.Mount(argument.letter, *volumes_.back());
     if (report.recovered) desktop_.Say(report.recovery);
     for (const std::string& objection : report.objections) {
@@ -95,10 +101,40 @@ std::vector<std::string> Session::Remarks() const {
   return all;
 }
 
-std::int64_t Session::ClusterBytes() const {
+std::optional<std::size_t> Session::VolumeAtWork() const {
   const std::string& drive = program_->main_window.engine.volume.Target().drive;
-  const auto volume = drive.empty() ? std::nullopt : Volume(DriveLetter(drive.front()));
-  return volume ? volume->cluster_bytes : 0;
+  for (std::size_t i = 0; i < volumes_.size() && !drive.empty(); ++i) {
+    if (arguments_[i].letter == DriveLetter(drive.front())) return i;
+  }
+  return std::nullopt;
+}
+
+std::int64_t Session::ClusterBytes() const {
+  const auto volume = VolumeAtWork();
+  if (!volume) return 0;
+  const VolumeFacts& facts = volumes_[*volume]->Facts();
+  return std::int64_t{facts.bytes_per_sector} * facts.sectors_per_cluster;
+}
+
+bool Session::PrepareDiscard() {
+  const auto volume = discard_ ? VolumeAtWork() : std::nullopt;
+  // What could not be done is told by Close().
+  return !volume || volumes_[*volume]->DropRestorePoints() == error::kSuccess;
+}
+
+std::optional<DiscardResult> Session::Discard() {
+  const auto volume = discard_ ? VolumeAtWork() : std::nullopt;
+  if (!volume) return std::nullopt;
+  std::string why;
+  try {
+    VolumeFacts facts;
+    return DiscardFree(
+        *sources_[*volume], dry_run_, [this] { return desktop_.StopWanted(); }, facts);
+  } catch (const std::exception& refused) {
+    why = refused.what();
+  }
+  desktop_.Say("The free space was not given back: " + why);
+  return std::nullopt;
 }
 
 bool Session::Close() {

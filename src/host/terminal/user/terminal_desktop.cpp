@@ -67,6 +67,8 @@ void TerminalDesktop::HandleEvents() {
   handling_ = false;
 }
 
+bool TerminalDesktop::StopWanted() const { return (events_.load() & kStops) != 0; }
+
 void TerminalDesktop::HandleStop(unsigned events) {
   answer_yes_ = (events & pending::kTerminate) != 0;
   // Pressed twice before anybody looked: the second one stays, as the answer.

@@ -38,6 +38,9 @@ class TerminalDesktop final : public Desktop {
   // One line to the user.
   void Say(const std::string& text);
 
+  // An end is wanted where nothing is left to be asked about it.
+  bool StopWanted() const;
+
   void DoEvents() override {
     if (events_.load(std::memory_order_relaxed) != 0) HandleEvents();
   }
