@@ -23,6 +23,7 @@ std::unique_ptr<MountedVolume> OpenImage(const std::string& path, const OpenOpti
   std::unique_ptr<ImageVolume> volume = OpenFileSystem(source, std::move(store));
   const std::vector<std::string>& objections = volume->Objections();
   report.objections.insert(report.objections.end(), objections.begin(), objections.end());
+  report.place = PlaceOf(source);
   if (options.discard) report.source = std::make_shared<const ImageSource>(std::move(source));
   return volume;
 }

@@ -275,6 +275,18 @@ std::string JournalPath(const ImageSource& source) {
   return path + kJournalSuffix;
 }
 
+// A few sectors that formatting has left over are nothing; the footer of a virtual disk is
+// something.
+bool NothingBehind(const ImageSource& source) {
+  constexpr std::uint64_t kFew = std::uint64_t{1} << 20;
+  const std::uint64_t end = source.offset + source.length;
+  const std::uint64_t left = source.file->Size() - end;
+  if (left > kFew) return false;
+  std::vector<std::uint8_t> rest(static_cast<std::size_t>(left));
+  return !source.file->Read(end, rest) &&
+         std::ranges::all_of(rest, [](std::uint8_t byte) { return byte == 0; });
+}
+
 // What two records may take up, or the volume with all its sectors twice.
 std::uint64_t JournalRoom(const ImageSource& source) {
   constexpr std::uint64_t kMost = journal_format::kBodiesOffset + journal_format::kRoom;
@@ -295,6 +307,19 @@ ImageSource LocateVolume(const std::string& path, const OpenOptions& options, bo
   source.identity = Identity(source);
   source.journal_path = JournalPath(source);
   return source;
+}
+
+VolumePlace PlaceOf(const ImageSource& source) {
+  VolumePlace place = {.device = source.file->IsBlockDevice(),
+                       .partition = false,
+                       .last = NothingBehind(source),
+                       .offset = source.offset,
+                       .length = source.length};
+  if (place.device) {
+    const std::string number = DeviceNumber(*source.file);
+    place.partition = OnWholeDisk(kSysfs, number, 0).disk != number;
+  }
+  return place;
 }
 
 void RefuseChanged(const ImageSource& source) {

@@ -31,6 +31,8 @@ struct ImageSource {
 // name. Throws VolumeRefused.
 ImageSource LocateVolume(const std::string& path, const OpenOptions& options, bool writable);
 
+VolumePlace PlaceOf(const ImageSource& source);
+
 // To be asked again before anything that relies on it: throws VolumeRefused when another file lies
 // in the image's place by now, it was mounted or attached, has another size, or another volume
 // begins where this one did.

@@ -21,12 +21,22 @@ struct OpenOptions {
   std::optional<std::uint64_t> offset;  // bytes
 };
 
+// Where a volume was found.
+struct VolumePlace {
+  bool device = false;       // on a block device, else in a file
+  bool partition = false;    // that is a partition's own device
+  bool last = true;          // nothing but a few zeros lies behind it
+  std::uint64_t offset = 0;  // bytes from the start of file or device
+  std::uint64_t length = 0;  // bytes, with what belongs to it behind its last sector
+};
+
 // What opening found out besides the volume itself.
 struct OpenReport {
   bool recovered = false;  // an interrupted run of ours was finished first
   std::string recovery;    // one line about it for the user
   // Opened for looking or a dry run: what a pass would refuse the volume for, with the remedies.
   std::vector<std::string> objections;
+  VolumePlace place;
   // Where the options wanted it: keeps the image open and locked.
   std::shared_ptr<const ImageSource> source;
 };

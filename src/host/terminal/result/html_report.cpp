@@ -243,6 +243,11 @@ std::string ToHtml(const ReportContent& report) {
             (report.dry_run ? DurationText(report.summary->duration) : PaceText(*report.summary)) +
             ".</p>\n";
   }
+  if (report.shrink) {
+    html += "<pre>";
+    for (const std::string& line : ShrinkLines(*report.shrink)) html += Text(line) + "\n";
+    html += "</pre>\n";
+  }
   if (report.discard) {
     for (const std::string& line : DiscardLines(*report.discard, report.dry_run)) {
       html += "<p>" + Text(line) + ".</p>\n";

@@ -88,6 +88,20 @@ std::vector<std::string> DiscardLines(const DiscardResult& discard, bool dry_run
   return lines;
 }
 
+std::vector<std::string> ShrinkLines(const ShrinkAdvice& shrink) {
+  const auto bytes = static_cast<std::int64_t>(shrink.bytes);
+  std::string first = "The volume can be made as small as " + ByteText(bytes) + " (" +
+                      std::to_string(bytes) + " bytes)";
+  if (shrink.left_to_move > 0) {
+    first += ", " + ByteText(static_cast<std::int64_t>(shrink.left_to_move)) +
+             " of system files moved by that program";
+  }
+  std::vector<std::string> lines = {first + ":"};
+  for (const std::string& command : shrink.commands) lines.push_back("  " + command);
+  if (!shrink.then.empty()) lines.push_back(shrink.then);
+  return lines;
+}
+
 VolumeDescription Describe(const std::string& image, char letter, const VolumeFacts& facts) {
   return {.image = image,
           .drive = {letter, ':'},

@@ -72,6 +72,16 @@ std::string HelpText(const RunSummary& summary);
 // What giving free space back has come to, each a sentence without its full stop.
 std::vector<std::string> DiscardLines(const DiscardResult& discard, bool dry_run);
 
+// How small the volume can become after Compact, and the lines for a shell that make it so.
+struct ShrinkAdvice {
+  std::uint64_t bytes = 0;         // the volume then
+  std::uint64_t left_to_move = 0;  // bytes that are left to the program that does it
+  std::vector<std::string> commands;
+  std::string then;  // what is left to do by hand; may be empty
+};
+
+std::vector<std::string> ShrinkLines(const ShrinkAdvice& shrink);
+
 // The system's text for an error code, on one line.
 std::string ErrorText(ErrorCode code);
 
@@ -97,6 +107,7 @@ struct PassResult {
   MoveStatistics moved;
   std::vector<std::string> remarks;  // what was done besides moving
   std::vector<ReadFailure> unreadable;
+  std::optional<ShrinkAdvice> shrink;    // after Compact, where there is something to gain
   std::optional<DiscardResult> discard;  // where that was asked for and came to its turn
   bool stopped = false;
   bool dry_run = false;
@@ -111,6 +122,7 @@ struct JobResult {
   MoveStatistics moved;
   std::vector<std::string> remarks;  // what was done besides moving
   std::vector<ReadFailure> unreadable;
+  std::optional<ShrinkAdvice> shrink;    // as above
   std::optional<DiscardResult> discard;  // as above
   bool dry_run = false;
 };

@@ -218,6 +218,14 @@ Json Discard(const std::optional<DiscardResult>& discard) {
           {"note", discard->note}};
 }
 
+Json Shrink(const std::optional<ShrinkAdvice>& shrink) {
+  if (!shrink) return nullptr;
+  return {{"bytes", shrink->bytes},
+          {"left_to_move", shrink->left_to_move},
+          {"commands", shrink->commands},
+          {"then", shrink->then}};
+}
+
 const char* OutcomeName(JobOutcome outcome) {
   switch (outcome) {
     case JobOutcome::None:
@@ -270,6 +278,7 @@ std::string ToJson(const PassResult& result) {
   AddMoves(json, result.moved);
   AddSummary(json, result.summary, result.dry_run);
   json["remarks"] = result.remarks;
+  json["smallest"] = Shrink(result.shrink);
   json["discard"] = Discard(result.discard);
   json["stopped"] = result.stopped;
   json["dry_run"] = result.dry_run;
@@ -297,6 +306,7 @@ std::string ToJson(const JobResult& result) {
     AddMoves(json, result.moved);
     AddSummary(json, result.summary, result.dry_run);
     json["remarks"] = result.remarks;
+    json["smallest"] = Shrink(result.shrink);
     json["discard"] = Discard(result.discard);
   }
   json["stopped"] = result.outcome == JobOutcome::Stopped;

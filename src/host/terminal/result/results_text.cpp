@@ -159,6 +159,12 @@ std::string Moves(const Result& result, const VolumeDescription& volume, bool st
   if (result.dry_run) text += "  Dry run: nothing was written to the volume\n";
   if (result.discard) text += Discards(*result.discard, result.dry_run);
   if (result.summary) text += StillFragmentedText(*result.summary, charset);
+  if (result.shrink) {
+    text += "\n";
+    for (const std::string& line : ShrinkLines(*result.shrink)) {
+      text += "  " + PrintableText(line, charset) + "\n";
+    }
+  }
   return text + Failures(moved.failures, volume.cluster_bytes, charset);
 }
 

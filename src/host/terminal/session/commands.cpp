@@ -184,6 +184,10 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
       AskForHelp(session, result.summary);
     }
   }
+  if (pass.pass == Pass::Compact && outcome.code == ExitCode::Done) {
+    result.shrink = session.Shrink();
+    report.shrink = result.shrink;
+  }
   result.remarks = session.Remarks();
   result.stopped = outcome.code == ExitCode::Stopped;
   result.unreadable = session.platform().Unreadable();
@@ -246,7 +250,10 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
     if (engine.geometry.constants.TotalClusters > 0) result.analysis = CollectFigures(engine);
     result.moved = engine.movers.statistics;
     TellSummary(engine, result.analysis, result);
-    if (code == ExitCode::Done) AskForHelp(session, result.summary);
+    if (code == ExitCode::Done) {
+      AskForHelp(session, result.summary);
+      if (ParseJob(options.job_tail).job.action == Pass::Compact) result.shrink = session.Shrink();
+    }
     result.remarks = session.Remarks();
   }
   result.unreadable = session.platform().Unreadable();

@@ -4,6 +4,7 @@
 #include <system_error>
 #include <utility>
 
+#include "host/terminal/session/shrink_advice.h"
 #include "text/windows_path.h"
 
 namespace vornalux {
@@ -59,6 +60,7 @@ void Session::OpenVolumes(const Options& options) {
     volumes_.push_back(OpenNamed(argument.image, open, report));
     arguments_.push_back(argument);
     sources_.push_back(std::move(report.source));
+    places_.push_back(report.place);
     platform_.Mount(argument.letter, *volumes_.back());
     if (report.recovered) desktop_.Say(report.recovery);
     for (const std::string& objection : report.objections) {
@@ -114,6 +116,14 @@ std::int64_t Session::ClusterBytes() const {
   if (!volume) return 0;
   const VolumeFacts& facts = volumes_[*volume]->Facts();
   return std::int64_t{facts.bytes_per_sector} * facts.sectors_per_cluster;
+}
+
+std::optional<ShrinkAdvice> Session::Shrink() {
+  const auto volume = VolumeAtWork();
+  const auto smallest = volume ? volumes_[*volume]->Smallest() : std::nullopt;
+  if (!smallest) return std::nullopt;
+  const bool ntfs = volumes_[*volume]->Facts().file_system == "NTFS";
+  return AdviseShrink(arguments_[*volume].image, places_[*volume], *smallest, ntfs);
 }
 
 bool Session::PrepareDiscard() {

@@ -36,6 +36,10 @@ class Session {
   // What the work has done besides moving, to be told by the result.
   std::vector<std::string> Remarks() const;
 
+  // How small the volume at work can become as it is now; reads it. Nothing where there is nothing
+  // to gain.
+  std::optional<ShrinkAdvice> Shrink();
+
   // Restore points that stand in the way of giving free space back are given up, where the options
   // say so. To be asked before Close(). False: the user has been told.
   bool PrepareDiscard();
@@ -58,6 +62,7 @@ class Session {
   std::vector<std::unique_ptr<MountedVolume>> volumes_;
   std::vector<std::vector<std::string>> objections_;         // of each volume
   std::vector<std::shared_ptr<const ImageSource>> sources_;  // of each volume, for Discard()
+  std::vector<VolumePlace> places_;                          // of each volume
   bool dry_run_;
   bool discard_;
   TerminalPlatform platform_;
