@@ -36,10 +36,15 @@ std::optional<SmallestSize> FindSmallestNtfs(BlockDevice& device, const NtfsGeom
     good =
         good && UndoFixups(bytes).empty() && ParseRecord(geometry, number, bytes, record).empty();
     if (!good || MayBeMoved(record)) return;
-    for (const ClusterRun& run : record.runs) {
-      if (run.lcn < 0) continue;
-      end = std::max(end, run.lcn + run.count);
-      smallest.bad_clusters |= number == raw::kBadClusterRecord;
+    for (const RawAttribute& attribute : record.attributes) {
+      const bool list = attribute.type == raw::kAttributeList;
+      if (list && attribute.end_run - attribute.first_run <= kFewRuns) continue;
+      for (std::size_t i = attribute.first_run; i < attribute.end_run; ++i) {
+        const ClusterRun& run = record.runs[i];
+        if (run.lcn < 0) continue;
+        end = std::max(end, run.lcn + run.count);
+        smallest.bad_clusters |= number == raw::kBadClusterRecord;
+      }
     }
   });
   if (!good || !unread.empty()) return std::nullopt;

@@ -10,10 +10,11 @@
 
 namespace vornalux {
 
-// How small ntfsresize can make the volume with no file of the user's to be moved, nor $MFT, nor
-// what has several records: those it may spoil. It still has to move system files of a few runs,
-// which lie where formatting has put them. Reads every file record; nothing when one cannot be
-// read, is damaged, or no cluster is to be gained.
+// How small ntfsresize can make the volume without moving a file's data, a folder or $MFT: of files
+// with several records it spoils some. What it still has to move itself are system files of a few
+// runs, which lie where formatting has put them, and attribute lists, which nothing else can move.
+// Reads every file record; nothing when one cannot be read, is damaged, or no cluster is to be
+// gained.
 std::optional<SmallestSize> FindSmallestNtfs(BlockDevice& device, const NtfsGeometry& geometry,
                                              const AllocationMap& in_use,
                                              std::uint32_t bytes_per_sector);

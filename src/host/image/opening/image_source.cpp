@@ -18,6 +18,7 @@
 #include "host/image/drive/block_drive.h"
 #include "host/image/drive/device_identity.h"
 #include "host/image/drive/linux_drive_node.h"
+#include "host/image/drive/rotation.h"
 #include "host/image/drive/sysfs.h"
 #include "host/image/journal/journal_format.h"
 #include "host/image/journal/scratch_journal.h"
@@ -287,6 +288,13 @@ bool NothingBehind(const ImageSource& source) {
          std::ranges::all_of(rest, [](std::uint8_t byte) { return byte == 0; });
 }
 
+// It stands for a file, whose own disk does not matter.
+bool IsLoop(const std::string& sysfs, const std::string& disk) {
+  std::error_code error;
+  const fs::path folder = BlockFolder(sysfs, disk);
+  return !folder.empty() && fs::exists(folder / "loop", error);
+}
+
 // What two records may take up, or the volume with all its sectors twice.
 std::uint64_t JournalRoom(const ImageSource& source) {
   constexpr std::uint64_t kMost = journal_format::kBodiesOffset + journal_format::kRoom;
@@ -309,7 +317,7 @@ ImageSource LocateVolume(const std::string& path, const OpenOptions& options, bo
   return source;
 }
 
-VolumePlace PlaceOf(const ImageSource& source) {
+VolumePlace PlaceOf(const ImageSource& source, const std::string& sysfs) {
   VolumePlace place = {.device = source.file->IsBlockDevice(),
                        .partition = false,
                        .last = NothingBehind(source),
@@ -317,7 +325,9 @@ VolumePlace PlaceOf(const ImageSource& source) {
                        .length = source.length};
   if (place.device) {
     const std::string number = DeviceNumber(*source.file);
-    place.partition = OnWholeDisk(kSysfs, number, 0).disk != number;
+    const std::string disk = OnWholeDisk(sysfs, number, 0).disk;
+    place.partition = disk != number;
+    place.solid = !IsLoop(sysfs, disk) && IsRotational(sysfs, number) == false;
   }
   return place;
 }

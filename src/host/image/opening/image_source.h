@@ -31,7 +31,8 @@ struct ImageSource {
 // name. Throws VolumeRefused.
 ImageSource LocateVolume(const std::string& path, const OpenOptions& options, bool writable);
 
-VolumePlace PlaceOf(const ImageSource& source);
+// sysfs is the root of the kernel's file system of that name.
+VolumePlace PlaceOf(const ImageSource& source, const std::string& sysfs = "/sys");
 
 // To be asked again before anything that relies on it: throws VolumeRefused when another file lies
 // in the image's place by now, it was mounted or attached, has another size, or another volume

@@ -48,7 +48,9 @@ ImageVolume::ImageVolume(VolumeStore store)
     : store_(std::move(store)),
       transaction_(std::make_unique<Transaction>(*store_.device)),
       clusters_(std::make_unique<AllocationMap>(0)),
-      pace_(store_.limits) {}
+      pace_(store_.limits) {
+  transaction_->CopyInPiecesOf(static_cast<std::size_t>(store_.limits.piece));
+}
 
 void ImageVolume::Object(std::string why) {
   if (!store_.only_looking) throw VolumeRefused(why);
@@ -189,6 +191,7 @@ ErrorCode ImageVolume::Execute(const StreamRef& stream, const MovePlan& plan,
   if (!code) {
     move.Keep();
     pace_.Moved(static_cast<std::uint64_t>(plan.target_count) * cluster_size_);
+    clusters_moved_ += plan.target_count;
     return error::kSuccess;
   }
   move.Drop();

@@ -34,6 +34,7 @@ class ImageVolume : public MountedVolume {
   }
   std::optional<std::uint64_t> TakeReadFault() final { return transaction_->TakeReadFault(); }
   SmartDrive* Drive() final { return store_.drive.get(); }
+  std::int64_t ClustersMoved() const final { return clusters_moved_; }
   std::int64_t FreeClusters() const final { return clusters_->FreeClusters(); }
   void CopyBitmap(std::int64_t first_lcn, std::span<std::uint8_t> out) const final;
   bool BitmapChanges(std::uint64_t& mark, std::vector<std::int64_t>& lcns) final {
@@ -115,6 +116,7 @@ class ImageVolume : public MountedVolume {
   std::uint64_t first_cluster_offset_ = 0;
   bool working_ = false;  // journal and dirty flag are there
   bool failed_ = false;
+  std::int64_t clusters_moved_ = 0;
   ErrorCode begin_error_ = error::kSuccess;  // why no move could be the first one
   bool moving_ = false;                      // inside Move(), whose checkpoint may call back
   bool closed_ = false;

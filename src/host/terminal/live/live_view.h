@@ -23,8 +23,10 @@ class LiveView {
   // The screen outlives the view.
   explicit LiveView(Screen& screen) : screen_(screen) {}
 
-  // cluster_bytes tells the size of a cluster of the volume at work. The window outlives the use.
-  void Bind(DefragWindow& window, std::function<std::int64_t()> cluster_bytes);
+  // cluster_bytes tells the size of a cluster of the volume at work; max_rate: what of it may be
+  // moved in a second, 0 for no limit. The window outlives the use.
+  void Bind(DefragWindow& window, std::function<std::int64_t()> cluster_bytes,
+            std::int64_t max_rate);
   // Gives the terminal back.
   void Unbind();
 
@@ -61,6 +63,7 @@ class LiveView {
   Screen& screen_;
   DefragWindow* window_ = nullptr;
   std::function<std::int64_t()> cluster_bytes_;
+  std::int64_t max_rate_ = 0;
   MapColumns map_;  // as last refreshed
   ProgressState progress_;
   std::optional<TimePoint> at_work_since_;

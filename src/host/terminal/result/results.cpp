@@ -94,7 +94,7 @@ std::vector<std::string> ShrinkLines(const ShrinkAdvice& shrink) {
                       std::to_string(bytes) + " bytes)";
   if (shrink.left_to_move > 0) {
     first += ", " + ByteText(static_cast<std::int64_t>(shrink.left_to_move)) +
-             " of system files moved by that program";
+             " of system files and lists moved by that program itself";
   }
   std::vector<std::string> lines = {first + ":"};
   for (const std::string& command : shrink.commands) lines.push_back("  " + command);

@@ -22,6 +22,7 @@
 #include "host/terminal/result/results_text.h"
 #include "host/terminal/saved_job/save_job.h"
 #include "host/terminal/session/session.h"
+#include "host/terminal/session/sleep_lock.h"
 #include "host/terminal/session/terminal_platform.h"
 #include "text/windows_path.h"
 
@@ -304,8 +305,15 @@ ExitCode CodeOf(const std::optional<DiscardResult>& discard) {
   return discard->stopped ? ExitCode::Stopped : ExitCode::Done;
 }
 
+// A machine that sleeps or goes down in the middle loses nothing, but leaves a run to be finished.
+std::optional<SleepLock> StayAwake(const Options& options) {
+  if (options.dry_run || OnlyLooks(options.command)) return std::nullopt;
+  return std::optional<SleepLock>(std::in_place, "Working on " + options.volumes.front().image);
+}
+
 ExitCode Trim(const Options& options, TerminalDesktop& desktop, Charset charset, Outputs& outputs) {
   const std::string& image = options.volumes.front().image;
+  std::optional<SleepLock> awake = StayAwake(options);
   const TrimReport report = TrimImage(image,
                                       {.writable = true,
                                        .dry_run = options.dry_run,
@@ -313,6 +321,7 @@ ExitCode Trim(const Options& options, TerminalDesktop& desktop, Charset charset,
                                        .partition = options.partition,
                                        .offset = options.offset},
                                       [&desktop] { return desktop.StopWanted(); });
+  awake.reset();
   if (report.opening.recovered) desktop.Say(report.opening.recovery);
   const TrimResult result = {.volume = Describe(image, 'C', report.facts),
                              .discard = report.discard,
@@ -325,6 +334,7 @@ ExitCode Trim(const Options& options, TerminalDesktop& desktop, Charset charset,
 ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset charset,
                       Outputs& outputs) {
   Session session(options, desktop, charset, outputs);
+  std::optional<SleepLock> awake = StayAwake(options);
   Outcome outcome;
   try {
     outcome = RunOnVolumes(session, options, charset);
@@ -347,6 +357,7 @@ ExitCode OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset 
   }
   if (outcome.compose) outcome.output = outcome.compose(discarded);
   if (outcome.report) outcome.report->discard = discarded;
+  awake.reset();
   if (outcome.code == ExitCode::Stopped) desktop.Say("Stopped.");
   if (!ShowResult(outcome, outputs, desktop)) return ExitCode::Failed;
   if (outcome.code != ExitCode::Done || !session.platform().PowerOffWanted()) return outcome.code;

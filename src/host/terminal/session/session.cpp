@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/terminal/session/session.h"
 
+#include <algorithm>
+#include <limits>
 #include <system_error>
 #include <utility>
 
@@ -9,6 +11,12 @@
 
 namespace vornalux {
 namespace {
+
+// Bytes per second; 0 for no limit. A dry run copies nothing that could be too much.
+std::uint64_t MaxRate(const Options& options) {
+  if (options.dry_run || !options.max_rate) return 0;
+  return std::min<std::uint64_t>(*options.max_rate, std::numeric_limits<std::int64_t>::max());
+}
 
 // OpenImage() with the image named in every refusal.
 std::unique_ptr<MountedVolume> OpenNamed(const std::string& image, const OpenOptions& options,
@@ -29,6 +37,7 @@ Session::Session(const Options& options, TerminalDesktop& desktop, Charset chars
       discard_(options.discard),
       platform_(options.seed),
       debug_log_(charset) {
+  if (options.low || options.idle) platform_.StayLow();
   OpenVolumes(options);
   platform_.SetWindowsFolder(options.windows_folder ? *options.windows_folder
                                                     : platform_.FindWindowsFolder());
@@ -36,7 +45,14 @@ Session::Session(const Options& options, TerminalDesktop& desktop, Charset chars
   desktop_.Bind(
       program_->main_window,
       {.cluster_bytes = [this] { return ClusterBytes(); },
-       .terminal_in_use = [this] { return program_->flags.DebugLog && debug_log_.OnTerminal(); }});
+       .terminal_in_use = [this] { return program_->flags.DebugLog && debug_log_.OnTerminal(); },
+       .max_rate = static_cast<std::int64_t>(MaxRate(options))});
+  if (MaxRate(options) != 0) {
+    platform_.LimitRate(
+        MoveRate(MaxRate(options), [this] { return desktop_.Now(); }),
+        [this](std::chrono::milliseconds time) { desktop_.Wait(time); },
+        [this] { return program_->flags.StopRequested != False; });
+  }
   SetUpDebugLog(options, outputs);
   program_->launcher.ExcludeTxt.text = options.exclude;
   if (options.vss_safe) program_->launcher.VSS_LIVE.Click();
@@ -47,12 +63,20 @@ Session::Session(const Options& options, TerminalDesktop& desktop, Charset chars
 Session::~Session() { desktop_.Unbind(); }
 
 void Session::OpenVolumes(const Options& options) {
+  const std::optional<Job> job = options.command == Command::Job
+                                     ? std::optional(ParseJob(options.job_tail).job)
+                                     : std::nullopt;
+  const auto moves_on = [&](char letter) {
+    return !job || (job->action && DriveOfRoot(job->root) == letter);
+  };
   for (const VolumeArgument& argument : options.volumes) {
     const OpenOptions open = {.writable = !OnlyLooks(options.command),
                               .dry_run = options.dry_run,
                               // A job checks the disk itself and says what it found.
                               .allow_dirty = options.command == Command::Job,
                               .drop_restore_points = options.drop_restore_points,
+                              .piece = MoveRate::Piece(MaxRate(options)),
+                              .refuse_solid = !options.force && moves_on(argument.letter),
                               .discard = options.discard,
                               .partition = options.partition,
                               .offset = options.offset};

@@ -29,7 +29,7 @@ void TerminalDesktop::Bind(DefragWindow& window, RunSurroundings surroundings) {
     timers_.push_back({timer, false, {}});
   }
   window.changed = [this] { OnWindowChanged(); };
-  if (live_) live_->Bind(window, surroundings_.cluster_bytes);
+  if (live_) live_->Bind(window, surroundings_.cluster_bytes, surroundings_.max_rate);
   window.Show();
 }
 
@@ -65,6 +65,11 @@ void TerminalDesktop::HandleEvents() {
     Redraw();
   }
   handling_ = false;
+}
+
+void TerminalDesktop::Wait(std::chrono::milliseconds time) {
+  console_.Wait(time);
+  DoEvents();
 }
 
 bool TerminalDesktop::StopWanted() const { return (events_.load() & kStops) != 0; }

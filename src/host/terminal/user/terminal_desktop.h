@@ -20,6 +20,7 @@ struct RunSurroundings {
   std::function<std::int64_t()> cluster_bytes;  // of the volume at work
   // Something else writes to the terminal, so that it must not be drawn over.
   std::function<bool()> terminal_in_use;
+  std::int64_t max_rate = 0;  // of moved data, bytes per second; 0 for no limit
 };
 
 // The desktop of a program on a terminal: the main window is a live view, or plain lines where
@@ -37,6 +38,10 @@ class TerminalDesktop final : public Desktop {
 
   // One line to the user.
   void Say(const std::string& text);
+
+  TimePoint Now() const { return clock_(); }
+  // Lets so much time pass, with the user and the timers heard.
+  void Wait(std::chrono::milliseconds time);
 
   // An end is wanted where nothing is left to be asked about it.
   bool StopWanted() const;
