@@ -129,6 +129,11 @@ class MountedPlatform : public Volumes,
  protected:
   // Last word on opening what a path led to: anything but kSuccess refuses it.
   virtual ErrorCode MayOpen(MountedVolume& volume, ItemId item);
+  // Null for no volume's handle.
+  MountedVolume* VolumeOf(Handle volume) {
+    const Drive* const drive = DriveOf(volume);
+    return drive == nullptr ? nullptr : drive->volume;
+  }
 
  private:
   struct Drive {

@@ -38,6 +38,13 @@ struct VolumeFacts {
   std::int64_t total_clusters = 0;  // also the size of the bitmap
 };
 
+// How small a program for that can make a volume as its files lie now.
+struct SmallestSize {
+  std::uint64_t bytes = 0;         // to be named to that program
+  std::uint64_t left_to_move = 0;  // bytes that it has to move itself
+  bool bad_clusters = false;       // the volume has some, of which that program wants to be told
+};
+
 // One volume, wherever it lives: what MountedPlatform needs to answer the program's questions.
 // Not thread-safe. Cluster numbers start at 0 for the first cluster that the bitmap describes.
 class MountedVolume {
@@ -104,6 +111,13 @@ class MountedVolume {
   virtual ErrorCode Move(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn,
                          std::int64_t count, const MoveCheckpoint& checkpoint = {}) = 0;
 
+  // By all moves that have come to a good end.
+  virtual std::int64_t ClustersMoved() const = 0;
+
+  // Gives up the snapshots that moving would spoil, where the volume was opened to do so: for who
+  // is to change what they refer to without a move. Success where there are none.
+  virtual ErrorCode DropRestorePoints() { return error::kSuccess; }
+
   // Makes everything moved so far durable.
   virtual ErrorCode Commit() = 0;
 
@@ -116,6 +130,9 @@ class MountedVolume {
 
   // What the work has done to the volume besides moving clusters, each as a sentence for the user.
   virtual std::vector<std::string> Remarks() const { return {}; }
+
+  // Nothing where nobody can tell, or the volume cannot become any smaller.
+  virtual std::optional<SmallestSize> Smallest() { return std::nullopt; }
 
   // Was the volume marked dirty when it was opened?
   virtual bool Dirty() const = 0;

@@ -75,7 +75,7 @@ class SimulatedVolume final : public MountedVolume {
   // The runs of a file's default stream or a folder. Throws std::invalid_argument without one.
   std::vector<SimulatedRun> RunsOf(std::string_view path) const;
   std::size_t ItemCount() const { return items_.size(); }
-  std::int64_t ClustersMoved() const { return clusters_moved_; }
+  std::int64_t ClustersMoved() const override { return clusters_moved_; }
 
   // One line for each fault found, at most ten: a cluster with two owners or outside the volume, a
   // bitmap that is not the union of what is owned.

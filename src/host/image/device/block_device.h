@@ -33,6 +33,13 @@ class BlockDevice {
                                [[maybe_unused]] std::uint64_t length) {
     return std::make_error_code(std::errc::operation_not_supported);
   }
+
+  // Nobody needs these bytes any more: whatever keeps them may forget them, and they read as
+  // anything from then on. operation_not_supported where nothing can be given back.
+  virtual std::error_code GiveBack([[maybe_unused]] std::uint64_t offset,
+                                   [[maybe_unused]] std::uint64_t length) {
+    return std::make_error_code(std::errc::operation_not_supported);
+  }
 };
 
 }  // namespace vornalux

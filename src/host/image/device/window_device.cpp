@@ -33,4 +33,9 @@ std::error_code WindowDevice::Copy(std::uint64_t from, std::uint64_t to, std::ui
   return base_->Copy(offset_ + from, offset_ + to, length);
 }
 
+std::error_code WindowDevice::GiveBack(std::uint64_t offset, std::uint64_t length) {
+  if (!Inside(offset, length)) return std::make_error_code(std::errc::invalid_argument);
+  return base_->GiveBack(offset_ + offset, length);
+}
+
 }  // namespace vornalux

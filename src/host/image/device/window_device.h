@@ -22,6 +22,7 @@ class WindowDevice final : public BlockDevice {
   std::error_code Write(std::uint64_t offset, std::span<const std::uint8_t> data) override;
   std::error_code Flush() override { return base_->Flush(); }
   std::error_code Copy(std::uint64_t from, std::uint64_t to, std::uint64_t length) override;
+  std::error_code GiveBack(std::uint64_t offset, std::uint64_t length) override;
 
  private:
   bool Inside(std::uint64_t offset, std::uint64_t length) const;

@@ -30,6 +30,7 @@ class FatVolume final : public ImageVolume {
   ErrorCode StreamNames(ItemId item, std::vector<std::string>& out) override;
   ErrorCode Read(const StreamRef& stream, std::uint64_t offset, std::span<std::uint8_t> out,
                  std::size_t& done) override;
+  std::optional<SmallestSize> Smallest() override;
   bool Dirty() const override { return dirty_flag_.Dirty(); }
 
  protected:

@@ -15,7 +15,6 @@ namespace {
 
 // Large enough to keep a disk streaming, small enough to stay in the processor's cache and to let
 // the user have a word in time on the slowest of disks.
-constexpr std::size_t kCopyPiece = std::size_t{2} << 20;
 
 std::error_code Error(std::errc code) { return std::make_error_code(code); }
 
@@ -277,7 +276,7 @@ std::error_code Transaction::GatherData(std::span<const ByteRange> pieces, std::
     }
     return {};
   }
-  buffer_.resize(kCopyPiece);
+  buffer_.resize(copy_piece_);
   std::size_t filled = 0;
   std::vector<ByteRange> sources;  // of what the buffer holds
   std::uint64_t copied = 0;
@@ -285,12 +284,12 @@ std::error_code Transaction::GatherData(std::span<const ByteRange> pieces, std::
     while (piece.length > 0) {
       const bool between = filled == 0 && copied > 0;
       if (between && checkpoint && checkpoint(copied)) return Error(std::errc::operation_canceled);
-      const std::size_t length = AtMost(kCopyPiece - filled, piece.length);
+      const std::size_t length = AtMost(copy_piece_ - filled, piece.length);
       sources.push_back({piece.offset, length});
       piece.offset += length;
       piece.length -= length;
       filled += length;
-      if (filled < kCopyPiece) continue;
+      if (filled < copy_piece_) continue;
       if (const std::error_code error = ReadPieces(sources)) return error;
       if (const std::error_code error = PutData(to, buffer_, sources, guarded)) return error;
       to += filled;

@@ -62,6 +62,10 @@ class Transaction final : public BlockDevice {
                              std::span<const ByteRange> guarded = {},
                              const std::function<bool(std::uint64_t copied)>& checkpoint = {});
 
+  // How much of a copy lies between two checkpoints: a multiple of 512, 2 MiB where nothing is
+  // said.
+  void CopyInPiecesOf(std::size_t bytes) { copy_piece_ = bytes; }
+
   void BeginMove();
   void KeepMove();
   void DropMove();
@@ -130,6 +134,7 @@ class Transaction final : public BlockDevice {
   bool unsettled_ = false;  // the last commit's writes may not be durable in their places
   bool failed_ = false;
   std::optional<std::uint64_t> read_fault_;
+  std::size_t copy_piece_ = std::size_t{2} << 20;
   std::vector<std::uint8_t> buffer_;
 };
 

@@ -11,6 +11,7 @@
 #include "host/image/device/little_endian.h"
 #include "host/image/ntfs/ntfs_folder.h"
 #include "host/image/ntfs/ntfs_runs.h"
+#include "host/image/ntfs/ntfs_shrink.h"
 #include "host/image/ntfs/ntfs_soundness.h"
 #include "host/image/ntfs/open_ntfs.h"
 #include "host/image/volume/refused.h"
@@ -231,17 +232,20 @@ int NtfsVolume::LoadBitmap() {
   return 0;
 }
 
+NtfsGeometry NtfsVolume::RawGeometry() const {
+  const ntfs_volume* volume = mount_->Volume();
+  return {.cluster_size = volume->cluster_size,
+          .clusters = volume->nr_clusters,
+          .record_size = volume->mft_record_size,
+          .mft_lcn = volume->mft_lcn,
+          .mirror_lcn = volume->mftmirr_lcn};
+}
+
 // One marked dirty is refused to passes anyway, and often is not sound. One whose interrupted run
 // is only ended is opened anew afterwards.
 void NtfsVolume::CheckSoundness() {
   if (opening_.recovering || dirty_ || unclean_) return;
-  const ntfs_volume* volume = mount_->Volume();
-  const NtfsGeometry geometry{.cluster_size = volume->cluster_size,
-                              .clusters = volume->nr_clusters,
-                              .record_size = volume->mft_record_size,
-                              .mft_lcn = volume->mft_lcn,
-                              .mirror_lcn = volume->mftmirr_lcn};
-  const std::string wrong = FindUnsoundness(Device(), geometry, Clusters());
+  const std::string wrong = FindUnsoundness(Device(), RawGeometry(), Clusters());
   if (!wrong.empty()) {
     Object(Name() + " is not sound: " + wrong + ". Let Windows check it: chkdsk /f.");
   }
@@ -446,6 +450,11 @@ ErrorCode NtfsVolume::PrepareForMoves() {
   if (const std::error_code error = ForgetSnapshots(Device())) return FromDevice(error);
   snapshots_dropped_ = true;
   return error::kSuccess;
+}
+
+std::optional<SmallestSize> NtfsVolume::Smallest() {
+  if (!mount_) return std::nullopt;
+  return FindSmallestNtfs(Device(), RawGeometry(), Clusters(), facts_.bytes_per_sector);
 }
 
 std::vector<std::string> NtfsVolume::Remarks() const {

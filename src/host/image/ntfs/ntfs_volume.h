@@ -12,6 +12,7 @@
 #include "host/image/ntfs/ntfs_device.h"
 #include "host/image/ntfs/ntfs_mount.h"
 #include "host/image/ntfs/ntfs_names.h"
+#include "host/image/ntfs/ntfs_raw_record.h"
 #include "host/image/ntfs/snapshot_catalog.h"
 #include "host/image/volume/image_volume.h"
 
@@ -42,6 +43,7 @@ class NtfsVolume final : public ImageVolume {
   ErrorCode Read(const StreamRef& stream, std::uint64_t offset, std::span<std::uint8_t> out,
                  std::size_t& done) override;
   std::vector<std::string> Remarks() const override;
+  std::optional<SmallestSize> Smallest() override;
   bool Dirty() const override { return dirty_; }
 
  protected:
@@ -52,6 +54,9 @@ class NtfsVolume final : public ImageVolume {
   ErrorCode WriteDirtyFlag(bool dirty) override;
   std::vector<ByteRange> StillRanges() override;
   ErrorCode PrepareForMoves() override;
+  bool HasToDropRestorePoints() const override {
+    return opening_.drop_restore_points && snapshots_.Any() && !snapshots_dropped_;
+  }
 
  private:
   struct Place {
@@ -69,6 +74,7 @@ class NtfsVolume final : public ImageVolume {
   int LoadBitmap();
   std::string Name() const;
   void CheckSoundness();
+  NtfsGeometry RawGeometry() const;
   [[noreturn]] void Refuse(const std::string& reason, const std::string& remedy) const;
   [[noreturn]] void RefuseMount(int error);
 

@@ -127,4 +127,21 @@ std::error_code FileDevice::Flush() {
   return lost_;
 }
 
+std::error_code FileDevice::GiveBack(std::uint64_t offset, std::uint64_t length) {
+  if (offset > size_ || length > size_ - offset) {
+    return std::make_error_code(std::errc::invalid_argument);
+  }
+  std::uint64_t range[] = {offset, length};
+  const auto ask = [&] {
+    if (block_device_) return ::ioctl(descriptor_, BLKDISCARD, range);
+    return ::fallocate(descriptor_, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
+                       static_cast<off_t>(offset), static_cast<off_t>(length));
+  };
+  while (ask() != 0) {
+    if (errno == ENOSYS || errno == ENOTTY) errno = EOPNOTSUPP;
+    if (errno != EINTR) return LastError();
+  }
+  return {};
+}
+
 }  // namespace vornalux

@@ -26,6 +26,8 @@ class FileDevice final : public BlockDevice {
   std::error_code Read(std::uint64_t offset, std::span<std::uint8_t> out) override;
   std::error_code Write(std::uint64_t offset, std::span<const std::uint8_t> data) override;
   std::error_code Flush() override;
+  // A hole in a file, which keeps its size.
+  std::error_code GiveBack(std::uint64_t offset, std::uint64_t length) override;
 
   int Descriptor() const { return descriptor_; }
   bool IsBlockDevice() const { return block_device_; }

@@ -19,6 +19,7 @@
 #include "host/image/drive/device_identity.h"
 #include "host/image/drive/hwmon_drive.h"
 #include "host/image/drive/linux_drive_node.h"
+#include "host/image/drive/rotation.h"
 #include "host/image/drive/sysfs.h"
 #include "host/image/drive/whole_disk.h"
 #include "host/image/journal/journal_format.h"
@@ -349,6 +350,25 @@ std::string JournalPath(const ImageSource& source) {
   return path + kJournalSuffix;
 }
 
+// A few sectors that formatting has left over are nothing; the footer of a virtual disk is
+// something.
+bool NothingBehind(const ImageSource& source) {
+  constexpr std::uint64_t kFew = std::uint64_t{1} << 20;
+  const std::uint64_t end = source.offset + source.length;
+  const std::uint64_t left = source.file->Size() - end;
+  if (left > kFew) return false;
+  std::vector<std::uint8_t> rest(static_cast<std::size_t>(left));
+  return !source.file->Read(end, rest) &&
+         std::ranges::all_of(rest, [](std::uint8_t byte) { return byte == 0; });
+}
+
+// It stands for a file, whose own disk does not matter.
+bool IsLoop(const std::string& sysfs, const std::string& disk) {
+  std::error_code error;
+  const fs::path folder = BlockFolder(sysfs, disk);
+  return !folder.empty() && fs::exists(folder / "loop", error);
+}
+
 // What two records may take up, or the volume with all its sectors twice.
 std::uint64_t JournalRoom(const ImageSource& source) {
   constexpr std::uint64_t kMost = journal_format::kBodiesOffset + journal_format::kRoom;
@@ -369,6 +389,38 @@ ImageSource LocateVolume(const std::string& path, const OpenOptions& options, bo
   source.identity = Identity(source);
   source.journal_path = JournalPath(source);
   return source;
+}
+
+VolumePlace PlaceOf(const ImageSource& source, const std::string& sysfs) {
+  VolumePlace place = {.device = source.file->IsBlockDevice(),
+                       .partition = false,
+                       .last = NothingBehind(source),
+                       .offset = source.offset,
+                       .length = source.length};
+  if (place.device) {
+    const std::string number = DeviceNumber(*source.file);
+    const std::string disk = OnWholeDisk(sysfs, number, 0).disk;
+    place.partition = disk != number;
+    place.solid = !IsLoop(sysfs, disk) && IsRotational(sysfs, number) == false;
+  }
+  return place;
+}
+
+void RefuseChanged(const ImageSource& source) {
+  struct stat ours {};
+  struct stat there {};
+  if (::fstat(source.file->Descriptor(), &ours) != 0 || ::stat(source.path.c_str(), &there) != 0 ||
+      ours.st_dev != there.st_dev || ours.st_ino != there.st_ino) {
+    Refuse(source.path, "is another file now than the one that was opened");
+  }
+  if (const auto use = FindUse(source.file->Descriptor())) Refuse(source.path, *use);
+  const BootSector boot = ReadBoot(source, source.offset);
+  const bool resized = !source.file->IsBlockDevice() &&
+                       static_cast<std::uint64_t>(ours.st_size) != source.file->Size();
+  if (resized || boot.kind != source.boot.kind || boot.serial != source.boot.serial ||
+      boot.volume_size != source.boot.volume_size) {
+    Refuse(source.path, "holds another volume now than the one that was opened");
+  }
 }
 
 VolumeStore MakeStore(const ImageSource& source) {

@@ -31,6 +31,14 @@ struct ImageSource {
 // name. Throws VolumeRefused.
 ImageSource LocateVolume(const std::string& path, const OpenOptions& options, bool writable);
 
+// sysfs is the root of the kernel's file system of that name.
+VolumePlace PlaceOf(const ImageSource& source, const std::string& sysfs = "/sys");
+
+// To be asked again before anything that relies on it: throws VolumeRefused when another file lies
+// in the image's place by now, it was mounted or attached, has another size, or another volume
+// begins where this one did.
+void RefuseChanged(const ImageSource& source);
+
 // What a file system is opened on: the scratch device where there is one, else the file. Without a
 // journal home as yet, and so for reading only.
 VolumeStore MakeStore(const ImageSource& source);

@@ -17,6 +17,8 @@ struct CommitLimits {
   std::uint64_t record = std::uint64_t{4} << 20;    // the journal's record, about
   // A move into clusters freed lately waits in memory up to this size: larger ones commit first.
   std::uint64_t waiting_move = std::uint64_t{16} << 20;
+  // Of a large copy, until the user is heard again; a multiple of 512.
+  std::uint64_t piece = std::uint64_t{2} << 20;
   // Only goes forward, milliseconds; empty for the system's.
   std::function<std::uint64_t()> clock;
 };

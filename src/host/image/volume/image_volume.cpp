@@ -48,7 +48,9 @@ ImageVolume::ImageVolume(VolumeStore store)
     : store_(std::move(store)),
       transaction_(std::make_unique<Transaction>(*store_.device)),
       clusters_(std::make_unique<AllocationMap>(0)),
-      pace_(store_.limits) {}
+      pace_(store_.limits) {
+  transaction_->CopyInPiecesOf(static_cast<std::size_t>(store_.limits.piece));
+}
 
 void ImageVolume::Object(std::string why) {
   if (!store_.only_looking) throw VolumeRefused(why);
@@ -189,6 +191,7 @@ ErrorCode ImageVolume::Execute(const StreamRef& stream, const MovePlan& plan,
   if (!code) {
     move.Keep();
     pace_.Moved(static_cast<std::uint64_t>(plan.target_count) * cluster_size_);
+    clusters_moved_ += plan.target_count;
     return error::kSuccess;
   }
   move.Drop();
@@ -214,6 +217,12 @@ ErrorCode ImageVolume::CopyToTarget(const MovePlan& plan, const MoveCheckpoint& 
   return FromDevice(transaction_->GatherData(
       pieces, ClusterOffset(plan.target_lcn), guarded,
       checkpoint.reached ? between : std::function<bool(std::uint64_t)>()));
+}
+
+ErrorCode ImageVolume::DropRestorePoints() {
+  if (moving_ || closed_) return error::kNotReady;
+  if (!HasToDropRestorePoints()) return error::kSuccess;
+  return store_.journal_home == nullptr ? error::kWriteProtect : StartWork();
 }
 
 ErrorCode ImageVolume::Commit() {
@@ -254,6 +263,8 @@ ErrorCode ImageVolume::Close() {
   if (!close_result_) close_result_ = failed_ ? error::kWriteFault : CommitNow();
   if (!close_result_ && working_) close_result_ = Finish();
   closed_ = true;
+  // A journal that was made and never needed goes away now, not with the volume.
+  if (!close_result_) store_.journal_home.reset();
   return close_result_;
 }
 

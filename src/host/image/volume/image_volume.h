@@ -24,6 +24,7 @@ class ImageVolume : public MountedVolume {
  public:
   ErrorCode Move(const StreamRef& stream, std::int64_t vcn, std::int64_t lcn, std::int64_t count,
                  const MoveCheckpoint& checkpoint = {}) final;
+  ErrorCode DropRestorePoints() final;
   ErrorCode Commit() final;
   ErrorCode Close() final;
   bool CouldBegin() const final { return begin_error_ == error::kSuccess; }
@@ -33,11 +34,16 @@ class ImageVolume : public MountedVolume {
   }
   std::optional<std::uint64_t> TakeReadFault() final { return transaction_->TakeReadFault(); }
   SmartDrive* Drive() final { return store_.drive.get(); }
+  std::int64_t ClustersMoved() const final { return clusters_moved_; }
   std::int64_t FreeClusters() const final { return clusters_->FreeClusters(); }
   void CopyBitmap(std::int64_t first_lcn, std::span<std::uint8_t> out) const final;
   bool BitmapChanges(std::uint64_t& mark, std::vector<std::int64_t>& lcns) final {
     return clusters_->Changes().Since(mark, lcns);
   }
+
+  // Bytes from the start of the volume.
+  std::uint64_t ClusterOffset(std::int64_t lcn) const;
+  std::uint64_t ClusterSize() const { return cluster_size_; }
 
   // What a pass would refuse this volume for, each as a sentence with its remedy. Collected only of
   // a volume that was opened for looking; any other is refused at the first of them.
@@ -62,8 +68,6 @@ class ImageVolume : public MountedVolume {
   Transaction& Device() { return *transaction_; }
   AllocationMap& Clusters() { return *clusters_; }
   const AllocationMap& Clusters() const { return *clusters_; }
-  std::uint64_t ClusterOffset(std::int64_t lcn) const;
-  std::uint64_t ClusterSize() const { return cluster_size_; }
 
   // All runs of a stream in VCN order, holes included. Adjoining runs need not be joined.
   virtual ErrorCode Runs(const StreamRef& stream, std::vector<ClusterRun>& out) = 0;
@@ -83,6 +87,8 @@ class ImageVolume : public MountedVolume {
   // The volume is about to be worked on, and marked so: gets rid, through Device(), of what would
   // no longer be true afterwards.
   virtual ErrorCode PrepareForMoves() { return error::kSuccess; }
+  // PrepareForMoves() would give up snapshots.
+  virtual bool HasToDropRestorePoints() const { return false; }
   // Lets the file system write what it keeps back until a commit (such as FAT's free count).
   virtual ErrorCode BeforeCommit() { return error::kSuccess; }
 
@@ -110,6 +116,7 @@ class ImageVolume : public MountedVolume {
   std::uint64_t first_cluster_offset_ = 0;
   bool working_ = false;  // journal and dirty flag are there
   bool failed_ = false;
+  std::int64_t clusters_moved_ = 0;
   ErrorCode begin_error_ = error::kSuccess;  // why no move could be the first one
   bool moving_ = false;                      // inside Move(), whose checkpoint may call back
   bool closed_ = false;

@@ -100,6 +100,15 @@ const CLI::Validator kSize(
     },
     "BYTES");
 
+const CLI::Validator kRate(
+    [](std::string& text) {
+      const std::optional<std::uint64_t> size = ParseSize(text);
+      if (!size || *size == 0) return text + " is no rate such as 512K or 20M, in bytes per second";
+      text = std::to_string(*size);
+      return std::string();
+    },
+    "BYTES");
+
 const CLI::Validator kNumber(
     [](std::string& text) {
       const std::optional<std::uint64_t> number = ParseDigits(text);
@@ -139,7 +148,7 @@ const CLI::Validator kFileName(
     },
     "");
 
-void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
+void AddPlaceOptions(CLI::App& command, Options& options) {
   CLI::Option* partition =
       command.add_option("--partition", options.partition, "Partition of a disk image, from 1")
           ->type_name("N")
@@ -147,6 +156,21 @@ void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
   command.add_option("--offset", options.offset, "Where the volume starts, in bytes (1M is 1 MiB)")
       ->transform(kSize)
       ->excludes(partition);
+}
+
+void AddPriorityOptions(CLI::App& command, Options& options) {
+  CLI::Option* low = command.add_flag("--low", options.low, "Let other programs go first");
+  command.add_flag("--idle", options.idle, "Use only what others leave of processor and disk")
+      ->excludes(low);
+}
+
+void AddOutputOptions(CLI::App& command, Options& options) {
+  command.add_flag("--quiet", options.quiet, "No progress");
+  command.add_flag("--json", options.json, "Print the result as one JSON object");
+}
+
+void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
+  AddPlaceOptions(command, options);
   command
       .add_option("--exclude", options.exclude,
                   "Extensions that Defrag leaves alone: '*.iso; *.vhd'")
@@ -169,18 +193,24 @@ void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
   command.add_option("--seed", options.seed, "Seed of random choices")
       ->type_name("N")
       ->transform(kNumber);
-  CLI::Option* low = command.add_flag("--low", options.low, "Let other programs go first");
-  command.add_flag("--idle", options.idle, "Use only what others leave of processor and disk")
-      ->excludes(low);
-  command.add_flag("--quiet", options.quiet, "No progress");
-  command.add_flag("--json", options.json, "Print the result as one JSON object");
+  AddPriorityOptions(command, options);
+  AddOutputOptions(command, options);
 }
 
-void AddWorkOptions(CLI::App& command, Options& options) {
+void AddDropAndDryRun(CLI::App& command, Options& options) {
   command.add_flag("--drop-restore-points", options.drop_restore_points,
                    "Work on a volume with restore points, which are lost then");
   command.add_flag("--dry-run", options.dry_run,
                    "Find out what would happen; write nothing to the volume");
+}
+
+void AddWorkOptions(CLI::App& command, Options& options) {
+  AddDropAndDryRun(command, options);
+  command.add_flag("--discard", options.discard,
+                   "Give free space back afterwards, to the image's file system or the disk");
+  command.add_option("--max-rate", options.max_rate, "Move no more than this in a second (20M)")
+      ->transform(kRate);
+  command.add_flag("--force", options.force, "Work on a solid-state disk, too");
 }
 
 void AddPictureOptions(CLI::App& command, Options& options) {
@@ -354,6 +384,13 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
       ->excludes("--file");
   CLI::App* map = add("map", "Draw the cluster map, change nothing", Command::Map);
   AddVolumeOptions(*map, options, raw);
+  CLI::App* trim =
+      add("trim", "Give free space back: holes in an image, discards on a disk", Command::Trim);
+  trim->add_option("IMAGE", raw.image, "What to work on")->required();
+  AddPlaceOptions(*trim, options);
+  AddDropAndDryRun(*trim, options);
+  AddPriorityOptions(*trim, options);
+  AddOutputOptions(*trim, options);
   for (const PassRow& row : kPasses) {
     CLI::App* command = add(row.command, row.purpose, Command::Pass);
     command->parse_complete_callback([&options, pass = row.pass] {
@@ -395,7 +432,8 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
     }
     TakeVolumes(raw, options);
     for (const CLI::App* command : app.get_subcommands()) {
-      if (command->count("--windows-dir") != 0) options.windows_folder = raw.windows_folder;
+      const CLI::Option* const folder = command->get_option_no_throw("--windows-dir");
+      if (folder != nullptr && folder->count() != 0) options.windows_folder = raw.windows_folder;
     }
     CheckTogether(options);
     TakeFiles(raw, input, options);

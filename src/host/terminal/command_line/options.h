@@ -12,7 +12,7 @@
 
 namespace vornalux {
 
-enum class Command { Analyze, Map, Pass, Job };
+enum class Command { Analyze, Map, Trim, Pass, Job };
 
 // Commands that open their volume for reading only.
 inline bool OnlyLooks(Command command) {
@@ -40,9 +40,12 @@ struct Options {
   std::optional<std::uint64_t> max_move;  // bytes
   bool vss_safe = false;
   bool drop_restore_points = false;
-  bool dry_run = false;  // all as it would be, without a byte written
-  bool low = false;      // let ordinary programs go first
-  bool idle = false;     // the same at the disk, too
+  bool dry_run = false;                   // all as it would be, without a byte written
+  bool discard = false;                   // give free space back afterwards
+  bool force = false;                     // also on a disk that does not gain by it
+  std::optional<std::uint64_t> max_rate;  // of moved data, bytes per second
+  bool low = false;                       // let ordinary programs go first
+  bool idle = false;                      // the same at the disk, too
   bool quiet = false;
   bool json = false;
   bool list = false;

@@ -90,6 +90,9 @@ void AddProgress(FrameBuilder& frame, const LiveState& state, Look look) {
   if (state.bytes_moved > 0) {
     text += (text.empty() ? "" : "   ") + ByteText(state.bytes_moved) + " moved";
   }
+  if (state.max_rate > 0) {
+    text += (text.empty() ? "at most " : ", at most ") + ByteText(state.max_rate) + "/s";
+  }
   if (state.progress.left) text += "   " + ClockText(*state.progress.left) + " left";
   if (state.progress.total > 0) {
     const int bar = line.Room() - static_cast<int>(text.size()) - 2;

@@ -41,6 +41,7 @@ struct LiveState {
   std::string item;  // the current file, or counters
   ProgressState progress;
   std::int64_t bytes_moved = 0;
+  std::int64_t max_rate = 0;  // bytes per second; 0 for no limit
   std::string temperature;
   std::string message;  // the last one; empty for none
   std::optional<WarningBox> warning;

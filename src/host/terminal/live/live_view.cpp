@@ -13,7 +13,8 @@ constexpr auto kKeyWait = std::chrono::milliseconds(100);
 }  // namespace
 
 void LiveView::Bind(DefragWindow& window, std::function<std::int64_t()> cluster_bytes,
-                    std::function<std::string()> image, std::string place) {
+                    std::function<std::string()> image, std::string place, std::int64_t max_rate) {
+  max_rate_ = max_rate;
   window_ = &window;
   cluster_bytes_ = std::move(cluster_bytes);
   image_ = std::move(image);
@@ -85,6 +86,7 @@ ScreenLines LiveView::Compose() const {
   state.progress = progress_;
   const MoveStatistics& moved = window_->engine.movers.statistics;
   state.bytes_moved = (moved.clusters_moved + moved.clusters_in_hand) * cluster_bytes_();
+  state.max_rate = max_rate_;
   state.temperature = window_->Label6.caption;
   state.message = message_;
   state.question = question_;

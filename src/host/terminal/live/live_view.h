@@ -24,9 +24,10 @@ class LiveView {
   explicit LiveView(Screen& screen) : screen_(screen) {}
 
   // cluster_bytes tells the size of a cluster of the volume at work, image its name, which stands
-  // at `place` among several. The window outlives the use.
+  // at `place` among several; max_rate: what of it may be moved in a second, 0 for no limit. The
+  // window outlives the use.
   void Bind(DefragWindow& window, std::function<std::int64_t()> cluster_bytes,
-            std::function<std::string()> image, std::string place);
+            std::function<std::string()> image, std::string place, std::int64_t max_rate);
   // Gives the terminal back.
   void Unbind();
 
@@ -69,6 +70,7 @@ class LiveView {
   std::function<std::int64_t()> cluster_bytes_;
   std::function<std::string()> image_;
   std::string place_;
+  std::int64_t max_rate_ = 0;
   ScreenSize fitted_ = {0, 0};  // the size that the map was fitted to
   std::int64_t fitted_clusters_ = 0;
   ProgressState progress_;

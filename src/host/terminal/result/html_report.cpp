@@ -241,6 +241,16 @@ std::string Section(const ReportContent& report) {
             (report.dry_run ? DurationText(report.summary->duration) : PaceText(*report.summary)) +
             ".</p>\n";
   }
+  if (report.shrink) {
+    html += "<pre>";
+    for (const std::string& line : ShrinkLines(*report.shrink)) html += Text(line) + "\n";
+    html += "</pre>\n";
+  }
+  if (report.discard) {
+    for (const std::string& line : DiscardLines(*report.discard, report.dry_run)) {
+      html += "<p>" + Text(line) + ".</p>\n";
+    }
+  }
   if (!report.moved) {
     html +=
         "<h2>Fragmented files</h2>\n" + FragmentedTable(report.fragmented, volume.cluster_bytes);

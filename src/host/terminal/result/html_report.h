@@ -25,6 +25,8 @@ struct ReportContent {
   std::optional<MoveStatistics> moved;
   std::vector<std::string> remarks;  // what was done besides moving
   std::vector<ReadFailure> unreadable;
+  std::optional<ShrinkAdvice> shrink;
+  std::optional<DiscardResult> discard;
   bool stopped = false;
   bool dry_run = false;
 };

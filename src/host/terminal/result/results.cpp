@@ -86,6 +86,40 @@ std::string ReasonText(const StillFragmented& file, const RunSummary& summary) {
 
 std::string HelpText(const RunSummary& summary) { return HelpText(summary, "defrag --thorough"); }
 
+std::vector<std::string> DiscardLines(const DiscardResult& discard, bool dry_run) {
+  const auto text = [](std::uint64_t bytes) { return ByteText(static_cast<std::int64_t>(bytes)); };
+  std::vector<std::string> lines;
+  if (discard.cannot || discard.failed) {
+    lines.push_back("Free space was " +
+                    std::string(discard.discarded == 0 ? "not" : "only partly") +
+                    " given back: " + discard.note);
+  }
+  if (discard.cannot) return lines;
+  const char* const did = dry_run ? "would be given back" : "given back";
+  if (const auto back = discard.GivenBack()) {
+    lines.push_back(text(*back) + " " + did + " of " + text(discard.free_bytes) +
+                    " free; the image takes " + text(*discard.stored_after) +
+                    (dry_run ? " then, now " : ", before ") + text(*discard.stored_before));
+  } else {
+    lines.push_back(text(discard.discarded) + " of " + text(discard.free_bytes) + " free " + did);
+  }
+  return lines;
+}
+
+std::vector<std::string> ShrinkLines(const ShrinkAdvice& shrink) {
+  const auto bytes = static_cast<std::int64_t>(shrink.bytes);
+  std::string first = "The volume can be made as small as " + ByteText(bytes) + " (" +
+                      std::to_string(bytes) + " bytes)";
+  if (shrink.left_to_move > 0) {
+    first += ", " + ByteText(static_cast<std::int64_t>(shrink.left_to_move)) +
+             " of system files and lists moved by that program itself";
+  }
+  std::vector<std::string> lines = {first + ":"};
+  for (const std::string& command : shrink.commands) lines.push_back("  " + command);
+  if (!shrink.then.empty()) lines.push_back(shrink.then);
+  return lines;
+}
+
 VolumeDescription Describe(const std::string& image, char letter, const VolumeFacts& facts) {
   return {.image = image,
           .drive = {letter, ':'},

@@ -9,6 +9,7 @@
 
 #include "app/program.h"
 #include "engine/run_summary.h"
+#include "host/image/opening/discard_free.h"
 #include "host/mounted/mounted_volume.h"
 #include "host/mounted/read_failures.h"
 
@@ -72,6 +73,19 @@ std::string HelpText(const RunSummary& summary);
 // Which folders the figures leave out, and how to reach them; empty where there are none.
 std::string LeftOutText(const AnalysisFigures& figures);
 
+// What giving free space back has come to, each a sentence without its full stop.
+std::vector<std::string> DiscardLines(const DiscardResult& discard, bool dry_run);
+
+// How small the volume can become after Compact, and the lines for a shell that make it so.
+struct ShrinkAdvice {
+  std::uint64_t bytes = 0;         // the volume then
+  std::uint64_t left_to_move = 0;  // bytes that are left to the program that does it
+  std::vector<std::string> commands;
+  std::string then;  // what is left to do by hand; may be empty
+};
+
+std::vector<std::string> ShrinkLines(const ShrinkAdvice& shrink);
+
 // The system's text for an error code, on one line.
 std::string ErrorText(ErrorCode code);
 
@@ -104,6 +118,8 @@ struct PassResult {
   MoveStatistics moved;
   std::vector<std::string> remarks;  // what was done besides moving
   std::vector<ReadFailure> unreadable;
+  std::optional<ShrinkAdvice> shrink;    // after Compact, where there is something to gain
+  std::optional<DiscardResult> discard;  // where that was asked for and came to its turn
   bool stopped = false;
   bool dry_run = false;
 };
@@ -117,6 +133,14 @@ struct JobResult {
   MoveStatistics moved;
   std::vector<std::string> remarks;  // what was done besides moving
   std::vector<ReadFailure> unreadable;
+  std::optional<ShrinkAdvice> shrink;    // as above
+  std::optional<DiscardResult> discard;  // as above
+  bool dry_run = false;
+};
+
+struct TrimResult {
+  VolumeDescription volume;
+  DiscardResult discard;
   bool dry_run = false;
 };
 

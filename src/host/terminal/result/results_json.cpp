@@ -204,6 +204,29 @@ void AddUnreadable(Json& json, const std::vector<ReadFailure>& failures) {
   }
 }
 
+// Null where it was not asked for, or the run did not get as far.
+Json Discard(const std::optional<DiscardResult>& discard) {
+  if (!discard) return nullptr;
+  const auto count = [](const std::optional<std::uint64_t>& bytes) {
+    return bytes ? Json(*bytes) : Json(nullptr);
+  };
+  return {{"free_bytes", discard->free_bytes},
+          {"discarded_bytes", discard->discarded},
+          {"stored_before", count(discard->stored_before)},
+          {"stored_after", count(discard->stored_after)},
+          {"given_back", count(discard->GivenBack())},
+          {"possible", !discard->cannot},
+          {"note", discard->note}};
+}
+
+Json Shrink(const std::optional<ShrinkAdvice>& shrink) {
+  if (!shrink) return nullptr;
+  return {{"bytes", shrink->bytes},
+          {"left_to_move", shrink->left_to_move},
+          {"commands", shrink->commands},
+          {"then", shrink->then}};
+}
+
 const char* OutcomeName(JobOutcome outcome) {
   switch (outcome) {
     case JobOutcome::None:
@@ -276,9 +299,21 @@ std::string ToJson(const PassResult& result) {
   AddMoves(json, result.moved);
   AddSummary(json, result.summary, result.dry_run);
   json["remarks"] = result.remarks;
+  json["smallest"] = Shrink(result.shrink);
+  json["discard"] = Discard(result.discard);
   json["stopped"] = result.stopped;
   json["dry_run"] = result.dry_run;
   AddUnreadable(json, result.unreadable);
+  return Dump(json);
+}
+
+std::string ToJson(const TrimResult& result) {
+  Json json;
+  AddVolume(json, result.volume);
+  json.erase("drive");
+  json["discard"] = Discard(result.discard);
+  json["stopped"] = result.discard.stopped;
+  json["dry_run"] = result.dry_run;
   return Dump(json);
 }
 
@@ -292,6 +327,8 @@ std::string ToJson(const JobResult& result) {
     AddMoves(json, result.moved);
     AddSummary(json, result.summary, result.dry_run);
     json["remarks"] = result.remarks;
+    json["smallest"] = Shrink(result.shrink);
+    json["discard"] = Discard(result.discard);
   }
   json["stopped"] = result.outcome == JobOutcome::Stopped;
   json["dry_run"] = result.dry_run;

@@ -17,5 +17,6 @@ std::string ToJsonElement(const std::string& image, int exit_code, const std::st
 std::string ToJson(const AnalysisResult& result);
 std::string ToJson(const PassResult& result);
 std::string ToJson(const JobResult& result);
+std::string ToJson(const TrimResult& result);
 
 }  // namespace vornalux

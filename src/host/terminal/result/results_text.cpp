@@ -136,6 +136,12 @@ std::string StillFragmentedText(const RunSummary& summary, Charset charset) {
   return text;
 }
 
+std::string Discards(const DiscardResult& discard, bool dry_run) {
+  std::string text;
+  for (const std::string& line : DiscardLines(discard, dry_run)) text += "  " + line + "\n";
+  return text;
+}
+
 // result is of a pass or of a job.
 template <typename Result>
 std::string Moves(const Result& result, const VolumeDescription& volume, bool stopped,
@@ -151,7 +157,14 @@ std::string Moves(const Result& result, const VolumeDescription& volume, bool st
             "\n";
   }
   if (result.dry_run) text += "  Dry run: nothing was written to the volume\n";
+  if (result.discard) text += Discards(*result.discard, result.dry_run);
   if (result.summary) text += StillFragmentedText(*result.summary, charset);
+  if (result.shrink) {
+    text += "\n";
+    for (const std::string& line : ShrinkLines(*result.shrink)) {
+      text += "  " + PrintableText(line, charset) + "\n";
+    }
+  }
   return text + Failures(moved.failures, volume.cluster_bytes, charset);
 }
 
@@ -228,6 +241,16 @@ std::string ToText(const PassResult& result, Charset charset) {
          BeforeAndAfter(*result.before, result.after, result.summary) +
          LeftOut(*result.before, charset) + "\n" +
          Moves(result, result.volume, result.stopped, charset);
+}
+
+std::string ToText(const TrimResult& result, Charset charset) {
+  const VolumeDescription& volume = result.volume;
+  std::string text = "Volume";
+  if (!volume.label.empty()) text += " " + PrintableText(volume.label, charset);
+  text += ", " + volume.file_system + " in clusters of " + ByteText(volume.cluster_bytes) + "\n\n" +
+          Discards(result.discard, result.dry_run);
+  if (result.dry_run) text += "  Dry run: nothing was given back\n";
+  return text;
 }
 
 std::string ToText(const JobResult& result, Charset charset) {

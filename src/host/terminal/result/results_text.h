@@ -13,6 +13,7 @@ namespace vornalux {
 std::string ToText(const AnalysisResult& result, Charset charset);
 std::string ToText(const PassResult& result, Charset charset);
 std::string ToText(const JobResult& result, Charset charset);
+std::string ToText(const TrimResult& result, Charset charset);
 
 // Why a result is incomplete, for a message. There is at least one failure; the first ones are
 // named.

@@ -127,6 +127,9 @@ std::vector<std::string> JobCommand(const Options& options) {
   if (options.vss_safe) command.emplace_back("--vss-safe");
   if (options.drop_restore_points) command.emplace_back("--drop-restore-points");
   if (options.dry_run) command.emplace_back("--dry-run");
+  if (options.discard) command.emplace_back("--discard");
+  if (options.force) command.emplace_back("--force");
+  if (options.max_rate) add("--max-rate", std::to_string(*options.max_rate));
   if (options.low) command.emplace_back("--low");
   if (options.idle) command.emplace_back("--idle");
   if (options.quiet) command.emplace_back("--quiet");

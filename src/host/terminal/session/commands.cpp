@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <optional>
 #include <set>
 #include <span>
@@ -24,6 +25,7 @@
 #include "host/terminal/session/map_text.h"
 #include "host/terminal/session/same_volume.h"
 #include "host/terminal/session/session.h"
+#include "host/terminal/session/sleep_lock.h"
 #include "host/terminal/session/terminal_platform.h"
 #include "host/terminal/session/volume_series.h"
 #include "text/windows_path.h"
@@ -38,6 +40,15 @@ template <typename Result>
 void Present(const Result& result, const Options& options, Charset charset, Outcome& outcome) {
   outcome.output = options.json ? ToJson(result) : ToText(result, OutputCharset(charset));
   if (!options.log.empty()) outcome.log = ToText(result, Charset::Utf8);
+}
+
+template <typename Result>
+auto Composer(Result result, const Options& options, Charset charset) {
+  return [result = std::move(result), &options,
+          charset](Outcome& outcome, const std::optional<DiscardResult>& discard) mutable {
+    result.discard = discard;
+    Present(result, options, charset, outcome);
+  };
 }
 
 // The Analyze button, or the same for the classes that Optimize works by.
@@ -188,6 +199,10 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
       if (in_pieces) outcome.code = ExitCode::InPieces;
     }
   }
+  if (pass.pass == Pass::Compact && outcome.code == ExitCode::Done) {
+    result.shrink = session.Shrink();
+    report.shrink = result.shrink;
+  }
   result.remarks = session.Remarks();
   if (result.before) {
     outcome.tally = {.fragmented_before = result.before->fragmented,
@@ -212,7 +227,7 @@ Outcome RunPass(Session& session, const Options& options, Charset charset) {
     report.legend = CollectLegend(window);
     outcome.report = std::move(report);
   }
-  Present(result, options, charset, outcome);
+  outcome.compose = Composer(std::move(result), options, charset);
   return outcome;
 }
 
@@ -257,14 +272,17 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
     if (engine.geometry.constants.TotalClusters > 0) result.analysis = CollectFigures(engine);
     result.moved = engine.movers.statistics;
     TellSummary(engine, result.analysis, result);
-    if (code == ExitCode::Done) AskForHelp(session, result.summary);
+    if (code == ExitCode::Done) {
+      AskForHelp(session, result.summary);
+      if (ParseJob(options.job_tail).job.action == Pass::Compact) result.shrink = session.Shrink();
+    }
     result.remarks = session.Remarks();
     if (idle) result.remarks.emplace_back(kNoPass);
   }
   result.unreadable = session.platform().Unreadable();
   Outcome outcome;
   outcome.code = code;
-  Present(result, options, charset, outcome);
+  outcome.compose = Composer(std::move(result), options, charset);
   return outcome;
 }
 
@@ -330,10 +348,45 @@ bool ShowResult(const Outcome& outcome, Outputs& outputs, TerminalDesktop& deskt
   return false;
 }
 
+// That the image's file system or the disk gives nothing back is no failure of the pass before.
+ExitCode CodeOf(const std::optional<DiscardResult>& discard) {
+  if (!discard || discard->failed) return ExitCode::Failed;
+  return discard->stopped ? ExitCode::Stopped : ExitCode::Done;
+}
+
+// A machine that sleeps or goes down in the middle loses nothing, but leaves a run to be finished.
+std::optional<SleepLock> StayAwake(const Options& options) {
+  if (options.dry_run || OnlyLooks(options.command)) return std::nullopt;
+  return std::optional<SleepLock>(std::in_place, "Working on " + options.volumes.front().image);
+}
+
+ExitCode Trim(const Options& options, TerminalDesktop& desktop, Charset charset, Outputs& outputs) {
+  const std::string& image = options.volumes.front().image;
+  std::optional<SleepLock> awake = StayAwake(options);
+  const TrimReport report = TrimImage(image,
+                                      {.writable = true,
+                                       .dry_run = options.dry_run,
+                                       .drop_restore_points = options.drop_restore_points,
+                                       .partition = options.partition,
+                                       .offset = options.offset},
+                                      [&desktop] { return desktop.StopWanted(); });
+  awake.reset();
+  if (report.opening.recovered) desktop.Say(report.opening.recovery);
+  const TrimResult result = {.volume = Describe(image, 'C', report.facts),
+                             .discard = report.discard,
+                             .dry_run = options.dry_run};
+  if (result.discard.stopped) desktop.Say("Stopped.");
+  Outcome outcome;
+  Present(result, options, charset, outcome);
+  const bool shown = ShowResult(outcome, outputs, desktop);
+  return !shown || result.discard.cannot ? ExitCode::Failed : CodeOf(result.discard);
+}
+
 // switch_off: the job wants it.
 Outcome OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset charset,
                      Outputs& outputs, bool& switch_off) {
   Session session(options, desktop, charset, outputs);
+  std::optional<SleepLock> awake = StayAwake(options);
   Outcome outcome;
   try {
     outcome = RunOnVolumes(session, options, charset);
@@ -343,11 +396,21 @@ Outcome OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset c
     outcome.code = ExitCode::Failed;
     outcome.error = error.what();
   }
+  bool discard = options.discard && outcome.code == ExitCode::Done;
+  if (discard && !session.PrepareDiscard()) discard = false;
   if (!session.Close()) outcome.code = ExitCode::Failed;
   if (const auto& unreadable = session.platform().Unreadable(); !unreadable.empty()) {
     desktop.Say(ToText(unreadable, options.json));
     outcome.code = ExitCode::Failed;
   }
+  std::optional<DiscardResult> discarded;
+  if (discard && outcome.code == ExitCode::Done) {
+    discarded = session.Discard();
+    outcome.code = CodeOf(discarded);
+  }
+  if (outcome.compose) outcome.compose(outcome, discarded);
+  if (outcome.report) outcome.report->discard = discarded;
+  awake.reset();
   if (outcome.code == ExitCode::Stopped) desktop.Say("Stopped.");
   outputs.log.Write(outcome.log);
   switch_off = outcome.code == ExitCode::Done && session.platform().PowerOffWanted();
@@ -392,6 +455,7 @@ ExitCode RunCommand(const Options& options, TerminalDesktop& desktop, Charset ch
   if (options.low || options.idle) GiveWay(options.idle);
   try {
     if (options.save_job) return SaveJob(options, desktop, outputs.standard);
+    if (options.command == Command::Trim) return Trim(options, desktop, charset, outputs);
     return RunOnAll(options, desktop, charset, outputs);
   } catch (const VolumeRefused& refused) {
     desktop.Say(refused.what());

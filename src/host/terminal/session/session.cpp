@@ -1,13 +1,22 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/terminal/session/session.h"
 
+#include <algorithm>
+#include <limits>
 #include <system_error>
 #include <utility>
 
+#include "host/terminal/session/shrink_advice.h"
 #include "text/windows_path.h"
 
 namespace vornalux {
 namespace {
+
+// Bytes per second; 0 for no limit. A dry run copies nothing that could be too much.
+std::uint64_t MaxRate(const Options& options) {
+  if (options.dry_run || !options.max_rate) return 0;
+  return std::min<std::uint64_t>(*options.max_rate, std::numeric_limits<std::int64_t>::max());
+}
 
 // OpenImage() with the image named in every refusal.
 std::unique_ptr<MountedVolume> OpenNamed(const std::string& image, const OpenOptions& options,
@@ -23,7 +32,12 @@ std::unique_ptr<MountedVolume> OpenNamed(const std::string& image, const OpenOpt
 
 Session::Session(const Options& options, TerminalDesktop& desktop, Charset charset,
                  Outputs& outputs)
-    : desktop_(desktop), dry_run_(options.dry_run), platform_(options.seed), debug_log_(charset) {
+    : desktop_(desktop),
+      dry_run_(options.dry_run),
+      discard_(options.discard),
+      platform_(options.seed),
+      debug_log_(charset) {
+  if (options.low || options.idle) platform_.StayLow();
   OpenVolumes(options);
   platform_.SetWindowsFolder(options.windows_folder ? *options.windows_folder
                                                     : platform_.FindWindowsFolder());
@@ -34,7 +48,14 @@ Session::Session(const Options& options, TerminalDesktop& desktop, Charset chars
        .terminal_in_use = [this] { return program_->flags.DebugLog && debug_log_.OnTerminal(); },
        .image = [this] { return ImageAtWork(); },
        .place = options.place,
-       .writes = !OnlyLooks(options.command) && !options.dry_run});
+       .writes = !OnlyLooks(options.command) && !options.dry_run,
+       .max_rate = static_cast<std::int64_t>(MaxRate(options))});
+  if (MaxRate(options) != 0) {
+    platform_.LimitRate(
+        MoveRate(MaxRate(options), [this] { return desktop_.Now(); }),
+        [this](std::chrono::milliseconds time) { desktop_.Wait(time); },
+        [this] { return program_->flags.StopRequested != False; });
+  }
   SetUpDebugLog(options, outputs);
   program_->launcher.ExcludeTxt.text = options.exclude;
   if (options.vss_safe) program_->launcher.VSS_LIVE.Click();
@@ -45,17 +66,28 @@ Session::Session(const Options& options, TerminalDesktop& desktop, Charset chars
 Session::~Session() { desktop_.Unbind(); }
 
 void Session::OpenVolumes(const Options& options) {
+  const std::optional<Job> job = options.command == Command::Job
+                                     ? std::optional(ParseJob(options.job_tail).job)
+                                     : std::nullopt;
+  const auto moves_on = [&](char letter) {
+    return !job || (job->action && DriveOfRoot(job->root) == letter);
+  };
   for (const VolumeArgument& argument : options.volumes) {
     const OpenOptions open = {.writable = !OnlyLooks(options.command),
                               .dry_run = options.dry_run,
                               // A job checks the disk itself and says what it found.
                               .allow_dirty = options.command == Command::Job,
                               .drop_restore_points = options.drop_restore_points,
+                              .piece = MoveRate::Piece(MaxRate(options)),
+                              .refuse_solid = !options.force && moves_on(argument.letter),
+                              .discard = options.discard,
                               .partition = options.partition,
                               .offset = options.offset};
     OpenReport report;
     volumes_.push_back(OpenNamed(argument.image, open, report));
     arguments_.push_back(argument);
+    sources_.push_back(std::move(report.source));
+    places_.push_back(report.place);
     platform_.Mount(argument.letter, *volumes_.back());
     if (report.recovered) desktop_.Say(report.recovery);
     for (const std::string& objection : report.objections) {
@@ -98,19 +130,53 @@ std::vector<std::string> Session::Remarks() const {
   return all;
 }
 
-std::optional<VolumeDescription> Session::VolumeAtWork() const {
+std::optional<std::size_t> Session::VolumeAtWork() const {
   const std::string& drive = program_->main_window.engine.volume.Target().drive;
-  return drive.empty() ? std::nullopt : Volume(DriveLetter(drive.front()));
+  for (std::size_t i = 0; i < volumes_.size() && !drive.empty(); ++i) {
+    if (arguments_[i].letter == DriveLetter(drive.front())) return i;
+  }
+  return std::nullopt;
 }
 
 std::int64_t Session::ClusterBytes() const {
   const auto volume = VolumeAtWork();
-  return volume ? volume->cluster_bytes : 0;
+  if (!volume) return 0;
+  const VolumeFacts& facts = volumes_[*volume]->Facts();
+  return std::int64_t{facts.bytes_per_sector} * facts.sectors_per_cluster;
+}
+
+std::optional<ShrinkAdvice> Session::Shrink() {
+  const auto volume = VolumeAtWork();
+  const auto smallest = volume ? volumes_[*volume]->Smallest() : std::nullopt;
+  if (!smallest) return std::nullopt;
+  const bool ntfs = volumes_[*volume]->Facts().file_system == "NTFS";
+  return AdviseShrink(arguments_[*volume].image, places_[*volume], *smallest, ntfs);
+}
+
+bool Session::PrepareDiscard() {
+  const auto volume = discard_ ? VolumeAtWork() : std::nullopt;
+  // What could not be done is told by Close().
+  return !volume || volumes_[*volume]->DropRestorePoints() == error::kSuccess;
+}
+
+std::optional<DiscardResult> Session::Discard() {
+  const auto volume = discard_ ? VolumeAtWork() : std::nullopt;
+  if (!volume) return std::nullopt;
+  std::string why;
+  try {
+    VolumeFacts facts;
+    return DiscardFree(
+        *sources_[*volume], dry_run_, [this] { return desktop_.StopWanted(); }, facts);
+  } catch (const std::exception& refused) {
+    why = refused.what();
+  }
+  desktop_.Say("The free space was not given back: " + why);
+  return std::nullopt;
 }
 
 std::string Session::ImageAtWork() const {
   const auto volume = VolumeAtWork();
-  return volume ? volume->image : "";
+  return volume ? arguments_[*volume].image : "";
 }
 
 bool Session::Close() {

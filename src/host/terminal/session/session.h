@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "app/program.h"
+#include "host/image/opening/discard_free.h"
 #include "host/image/opening/image_file.h"
 #include "host/terminal/command_line/options.h"
 #include "host/terminal/output/debug_log.h"
@@ -35,12 +36,23 @@ class Session {
   // What the work has done besides moving, to be told by the result.
   std::vector<std::string> Remarks() const;
 
+  // How small the volume at work can become as it is now; reads it. Nothing where there is nothing
+  // to gain.
+  std::optional<ShrinkAdvice> Shrink();
+
+  // Restore points that stand in the way of giving free space back are given up, where the options
+  // say so. To be asked before Close(). False: the user has been told.
+  bool PrepareDiscard();
+  // After Close(): gives the free space of the volume at work back. Nothing where that was not
+  // asked for, or is refused, which the user is told. Throws nothing.
+  std::optional<DiscardResult> Discard();
+
   // Makes the work durable and leaves the volumes as clean as they were found. False when that or
   // the debug log failed; the user has been told.
   bool Close();
 
  private:
-  std::optional<VolumeDescription> VolumeAtWork() const;
+  std::optional<std::size_t> VolumeAtWork() const;
   std::int64_t ClusterBytes() const;  // of it; 0 for none
   std::string ImageAtWork() const;    // its name; empty for none
   void OpenVolumes(const Options& options);
@@ -49,8 +61,11 @@ class Session {
   TerminalDesktop& desktop_;
   std::vector<VolumeArgument> arguments_;  // of the volumes, in the same order
   std::vector<std::unique_ptr<MountedVolume>> volumes_;
-  std::vector<std::vector<std::string>> objections_;  // of each volume
+  std::vector<std::vector<std::string>> objections_;         // of each volume
+  std::vector<std::shared_ptr<const ImageSource>> sources_;  // of each volume, for Discard()
+  std::vector<VolumePlace> places_;                          // of each volume
   bool dry_run_;
+  bool discard_;
   TerminalPlatform platform_;
   DebugLogFile debug_log_;
   std::string debug_log_name_;

@@ -7,7 +7,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "text/ascii_case.h"
 
@@ -44,8 +46,51 @@ std::string TerminalPlatform::FindWindowsFolder() {
   return {};
 }
 
+void TerminalPlatform::LimitRate(MoveRate rate, std::function<void(std::chrono::milliseconds)> wait,
+                                 std::function<bool()> hurry) {
+  rate_ = std::move(rate);
+  wait_ = std::move(wait);
+  hurry_ = std::move(hurry);
+}
+
+void TerminalPlatform::AwaitRate() {
+  constexpr std::chrono::milliseconds kMoment(50);
+  for (auto due = rate_->Due(); due.count() > 0 && !hurry_(); due = rate_->Due()) {
+    wait_(std::min(kMoment, std::chrono::ceil<std::chrono::milliseconds>(due)));
+  }
+}
+
+ErrorCode TerminalPlatform::MoveClusters(Handle volume, Handle file, std::int64_t starting_vcn,
+                                         std::int64_t starting_lcn, std::uint32_t cluster_count,
+                                         const MoveCheckpoint& checkpoint) {
+  MountedVolume* const moved_on = rate_ ? VolumeOf(volume) : nullptr;
+  if (moved_on == nullptr) {
+    return MountedPlatform::MoveClusters(volume, file, starting_vcn, starting_lcn, cluster_count,
+                                         checkpoint);
+  }
+  const VolumeFacts& facts = moved_on->Facts();
+  const std::int64_t cluster = std::int64_t{facts.bytes_per_sector} * facts.sectors_per_cluster;
+  const std::int64_t before = moved_on->ClustersMoved();
+  std::int64_t counted = 0;
+  MoveCheckpoint paced = checkpoint;
+  if (checkpoint.reached) {
+    paced.reached = [&](std::int64_t moved) {
+      rate_->Add((moved - std::exchange(counted, moved)) * cluster);
+      if (checkpoint.reached(moved)) return true;
+      AwaitRate();
+      // A stop may have been asked for meanwhile.
+      return hurry_() && checkpoint.reached(moved);
+    };
+  }
+  const ErrorCode result =
+      MountedPlatform::MoveClusters(volume, file, starting_vcn, starting_lcn, cluster_count, paced);
+  rate_->Add(std::max<std::int64_t>(moved_on->ClustersMoved() - before - counted, 0) * cluster);
+  AwaitRate();
+  return result;
+}
+
 std::uint32_t TerminalPlatform::SetPriorityClass(std::uint32_t priority_class) {
-  setpriority(PRIO_PROCESS, 0, NiceOf(priority_class));
+  setpriority(PRIO_PROCESS, 0, stay_low_ ? kIdleNice : NiceOf(priority_class));
   return PriorityClass();
 }
 

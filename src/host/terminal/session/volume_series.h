@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/image/opening/discard_free.h"
 #include "host/terminal/command_line/options.h"
 #include "host/terminal/output/outputs.h"
 #include "host/terminal/result/html_report.h"
@@ -27,6 +28,8 @@ struct Outcome {
   ExitCode code = ExitCode::Done;
   std::string output;
   std::string log;                      // the same for people
+  // Makes the two, where they have to tell what came of giving free space back.
+  std::function<void(Outcome&, const std::optional<DiscardResult>&)> compose;
   std::optional<ReportContent> report;  // also what the picture of the map is drawn from
   std::optional<VolumeTally> tally;     // when it got as far as to have figures
   std::string error;                    // what ended it, where that was one thing

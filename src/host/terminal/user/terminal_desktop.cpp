@@ -36,7 +36,8 @@ void TerminalDesktop::Bind(DefragWindow& window, RunSurroundings surroundings) {
   map_fails_ = false;
   map_shows_ = 0;
   if (live_) {
-    live_->Bind(window, surroundings_.cluster_bytes, surroundings_.image, surroundings_.place);
+    live_->Bind(window, surroundings_.cluster_bytes, surroundings_.image, surroundings_.place,
+                surroundings_.max_rate);
   }
   window.Show();
 }
@@ -82,6 +83,13 @@ void TerminalDesktop::HandleEvents() {
   }
   handling_ = false;
 }
+
+void TerminalDesktop::Wait(std::chrono::milliseconds time) {
+  console_.Wait(time);
+  DoEvents();
+}
+
+bool TerminalDesktop::StopWanted() const { return (events_.load() & kStops) != 0; }
 
 void TerminalDesktop::HandleStop(unsigned events) {
   answer_yes_ = (events & pending::kTerminate) != 0;

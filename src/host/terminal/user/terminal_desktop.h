@@ -24,6 +24,7 @@ struct RunSurroundings {
   std::function<std::string()> image = {};  // the name of the volume at work
   std::string place = {};                   // of it among several, "2 of 3"
   bool writes = true;                       // else leaving does no harm at any time
+  std::int64_t max_rate = 0;  // of moved data, bytes per second; 0 for no limit
 };
 
 // The desktop of a program on a terminal: the main window is a live view, or plain lines where
@@ -47,6 +48,13 @@ class TerminalDesktop final : public Desktop {
 
   // One line to the user.
   void Say(const std::string& text);
+
+  TimePoint Now() const { return clock_(); }
+  // Lets so much time pass, with the user and the timers heard.
+  void Wait(std::chrono::milliseconds time);
+
+  // An end is wanted where nothing is left to be asked about it.
+  bool StopWanted() const;
 
   void DoEvents() override {
     if (events_.load(std::memory_order_relaxed) != 0) HandleEvents();
