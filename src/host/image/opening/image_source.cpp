@@ -413,7 +413,9 @@ void RefuseChanged(const ImageSource& source) {
       ours.st_dev != there.st_dev || ours.st_ino != there.st_ino) {
     Refuse(source.path, "is another file now than the one that was opened");
   }
-  if (const auto use = FindUse(source.file->Descriptor())) Refuse(source.path, *use);
+  if (const auto use = FindUse(source.file->Descriptor())) {
+    RefuseUsed(source.path, *source.file, *use);
+  }
   const BootSector boot = ReadBoot(source, source.offset);
   const bool resized = !source.file->IsBlockDevice() &&
                        static_cast<std::uint64_t>(ours.st_size) != source.file->Size();

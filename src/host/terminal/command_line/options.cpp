@@ -386,7 +386,7 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
   AddVolumeOptions(*map, options, raw);
   CLI::App* trim =
       add("trim", "Give free space back: holes in an image, discards on a disk", Command::Trim);
-  trim->add_option("IMAGE", raw.image, "What to work on")->required();
+  trim->add_option("IMAGE", raw.images, "What to work on")->required()->expected(1);
   AddPlaceOptions(*trim, options);
   AddDropAndDryRun(*trim, options);
   AddPriorityOptions(*trim, options);
