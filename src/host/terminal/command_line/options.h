@@ -12,7 +12,7 @@
 
 namespace vornalux {
 
-enum class Command { Analyze, Map, Pass, Job };
+enum class Command { Analyze, Map, Pass, Job, List };
 
 // Commands that open their volume for reading only.
 inline bool OnlyLooks(Command command) {
@@ -28,7 +28,7 @@ struct VolumeArgument {
 struct Options {
   Command command = Command::Analyze;
   Pass pass = Pass::Defrag;             // which one, where the command is Pass
-  std::vector<VolumeArgument> volumes;  // exactly one, except for a job
+  std::vector<VolumeArgument> volumes;  // exactly one, except for a job or a list
   std::optional<int> partition;
   std::optional<std::uint64_t> offset;        // bytes
   std::string directory;                      // below the root, "Users\bob"; empty: all
@@ -44,6 +44,7 @@ struct Options {
   bool quiet = false;
   bool json = false;
   bool list = false;
+  bool list_all = false;  // in a list of volumes those that cannot be worked on, too
   bool classes = false;
   std::string debug_log;  // file, "-" for standard output, empty for none
   std::string png;        // file for the cluster map, empty for none

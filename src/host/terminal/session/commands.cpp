@@ -20,6 +20,7 @@
 #include "host/terminal/result/results_json.h"
 #include "host/terminal/result/results_text.h"
 #include "host/terminal/saved_job/save_job.h"
+#include "host/terminal/session/list_command.h"
 #include "host/terminal/session/session.h"
 #include "host/terminal/session/terminal_platform.h"
 #include "text/windows_path.h"
@@ -312,6 +313,9 @@ ExitCode RunCommand(const Options& options, TerminalDesktop& desktop, Charset ch
                     Outputs& outputs) {
   if (options.low || options.idle) GiveWay(options.idle);
   try {
+    if (options.command == Command::List) {
+      return ListCommand(options, desktop, OutputCharset(charset), outputs.standard);
+    }
     if (options.save_job) return SaveJob(options, desktop, outputs.standard);
     return OpenRunClose(options, desktop, charset, outputs);
   } catch (const VolumeRefused& refused) {
