@@ -33,7 +33,7 @@ std::vector<Signature> FindSignatures(int descriptor, std::uint64_t offset, std:
   blkid_probe_enable_superblocks(probe.get(), 1);
   blkid_probe_set_superblocks_flags(probe.get(), BLKID_SUBLKS_TYPE | BLKID_SUBLKS_USAGE |
                                                      BLKID_SUBLKS_LABEL | BLKID_SUBLKS_UUID |
-                                                     BLKID_SUBLKS_MAGIC);
+                                                     BLKID_SUBLKS_VERSION | BLKID_SUBLKS_MAGIC);
   for (int look = 0; look < kMostLooks; ++look) {
     const int result = blkid_do_probe(probe.get());
     if (result == 1) break;
@@ -44,6 +44,7 @@ std::vector<Signature> FindSignatures(int descriptor, std::uint64_t offset, std:
     blkid_probe_lookup_value(probe.get(), "SBMAGIC", &magic, &magic_length);
     found.push_back({.type = Value(probe.get(), "TYPE"),
                      .usage = Value(probe.get(), "USAGE"),
+                     .version = Value(probe.get(), "VERSION"),
                      .label = Value(probe.get(), "LABEL"),
                      .uuid = Value(probe.get(), "UUID"),
                      .end = Number(Value(probe.get(), "SBMAGIC_OFFSET")) + magic_length});

@@ -9,8 +9,9 @@ namespace vornalux {
 
 // What libblkid says of a stretch of a disk.
 struct Signature {
-  std::string type;   // "ext4", "crypto_LUKS"; its names
-  std::string usage;  // "filesystem", "raid", "crypto", "other"
+  std::string type;     // "ext4", "crypto_LUKS"; its names
+  std::string usage;    // "filesystem", "raid", "crypto", "other"
+  std::string version;  // of vfat "FAT12", "FAT16" or "FAT32"
   std::string label;
   std::string uuid;
   std::uint64_t end = 0;  // bytes from the start of the stretch to the end of the mark it has left

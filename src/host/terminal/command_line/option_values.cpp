@@ -67,6 +67,9 @@ std::string ParseExtensions(const std::string& text) {
     }
     list += (list.empty() ? "*." : "; *.") + extension;
   }
+  if (list.empty() && !text.empty()) {
+    throw std::invalid_argument("there is no extension in \"" + text + "\"");
+  }
   return list;
 }
 

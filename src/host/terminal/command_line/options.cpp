@@ -11,6 +11,7 @@
 
 #include "app/job_tail.h"
 #include "host/terminal/command_line/file_list.h"
+#include "host/terminal/command_line/mistakes.h"
 #include "host/terminal/command_line/option_values.h"
 #include "text/ascii_case.h"
 #include "text/windows_path.h"
@@ -65,6 +66,7 @@ std::string PassSwitches() {
 // What CLI11 fills before it is looked at more closely.
 struct RawOptions {
   std::vector<std::string> images;
+  std::vector<std::string> list_images;
   std::string drive = "C";
   std::vector<std::string> volumes;
   std::vector<std::string> files;
@@ -258,6 +260,10 @@ void CheckSeries(const RawOptions& raw, const Options& options) {
 }
 
 void TakeVolumes(const RawOptions& raw, Options& options) {
+  if (options.command == Command::List) {
+    for (const std::string& image : raw.list_images) options.volumes.push_back({.image = image});
+    return;
+  }
   if (options.command != Command::Job) {
     char letter = 0;
     if (!ParseDrive(raw.drive, letter)) {
@@ -420,6 +426,11 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
   AddCommonOptions(*job, options, raw);
   AddWorkOptions(*job, options);
 
+  CLI::App* list = add("list", "List the volumes there are, change nothing", Command::List);
+  list->add_option("IMAGE", raw.list_images, "What to look into; else this machine's disks");
+  list->add_flag("--all", options.list_all, "List what is not NTFS or FAT, too");
+  list->add_flag("--json", options.json, "Print the result as one JSON object");
+
   // A job line is no business of the parser's: it would take it apart.
   const bool is_job = !arguments.empty() && arguments.front() == "job";
   const auto dashes =
@@ -432,6 +443,7 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
     }
     TakeVolumes(raw, options);
     for (const CLI::App* command : app.get_subcommands()) {
+      RefuseSwallowedOptions(*command, {arguments.begin(), dashes});
       const CLI::Option* const folder = command->get_option_no_throw("--windows-dir");
       if (folder != nullptr && folder->count() != 0) options.windows_folder = raw.windows_folder;
     }
@@ -441,7 +453,7 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
     const bool unknown =
         app.get_subcommands().empty() || dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
     app.failure_message([&](const CLI::App*, const CLI::Error& failure) {
-      const std::string what = unknown ? UnknownText(app, arguments) : failure.what();
+      const std::string what = unknown ? UnknownText(app, arguments) : PlainMistake(failure.what());
       return "vornalux: " + what + "\nRun with --help for more information.\n";
     });
     const bool asked_for = app.exit(error, out, err) == static_cast<int>(CLI::ExitCodes::Success);

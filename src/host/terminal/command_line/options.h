@@ -12,7 +12,7 @@
 
 namespace vornalux {
 
-enum class Command { Analyze, Map, Trim, Pass, Job };
+enum class Command { Analyze, Map, Trim, Pass, Job, List };
 
 // Commands that open their volume for reading only.
 inline bool OnlyLooks(Command command) {
@@ -49,6 +49,7 @@ struct Options {
   bool quiet = false;
   bool json = false;
   bool list = false;
+  bool list_all = false;  // in a list of volumes those that cannot be worked on, too
   bool classes = false;
   std::string debug_log;  // file, "-" for standard output, empty for none
   std::string log;        // file that it is appended to, empty for none

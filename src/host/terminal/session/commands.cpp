@@ -22,6 +22,7 @@
 #include "host/terminal/result/results_json.h"
 #include "host/terminal/result/results_text.h"
 #include "host/terminal/saved_job/save_job.h"
+#include "host/terminal/session/list_command.h"
 #include "host/terminal/session/map_text.h"
 #include "host/terminal/session/same_volume.h"
 #include "host/terminal/session/session.h"
@@ -454,6 +455,9 @@ ExitCode RunCommand(const Options& options, TerminalDesktop& desktop, Charset ch
                     Outputs& outputs) {
   if (options.low || options.idle) GiveWay(options.idle);
   try {
+    if (options.command == Command::List) {
+      return ListCommand(options, desktop, OutputCharset(charset), outputs.standard);
+    }
     if (options.save_job) return SaveJob(options, desktop, outputs.standard);
     if (options.command == Command::Trim) return Trim(options, desktop, charset, outputs);
     return RunOnAll(options, desktop, charset, outputs);
