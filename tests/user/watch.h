@@ -159,7 +159,11 @@ class Watch {
   }
 
   void WorksOn(CallKind kind, const std::string& path) {
-    if (ended_ && kind == CallKind::MoveClusters) Break("f: moves after the end", path);
+    // What is planned to belong together is finished, so that no file is left in more pieces.
+    const bool finishes = !runs_.empty() && runs_.back().planned;
+    if (ended_ && kind == CallKind::MoveClusters && !finishes) {
+      Break("f: moves after the end", path);
+    }
     if (ended_) return AfterEnd(path);
     if (runs_.empty()) Break("e: works although nothing was started", path);
     if (!screen_.Busy() && kind == CallKind::MoveClusters) {
