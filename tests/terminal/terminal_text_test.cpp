@@ -83,6 +83,7 @@ LiveState SomeState(const std::string& text, std::int64_t done, std::int64_t tot
   state.legend.candidates = {{map_colour::kDefrag, false, 0, "defrag"}};
   state.progress = {.done = done, .total = total, .left = seconds(3725)};
   state.bytes_moved = 5 << 20;
+  state.max_rate = 20 << 20;
   return state;
 }
 
