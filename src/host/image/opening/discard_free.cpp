@@ -139,7 +139,7 @@ std::uint64_t StoredIn(int descriptor, const Ranges& ranges) {
 }
 
 void Discard(const ImageSource& source, const Ranges& ranges, const std::function<bool()>& stop,
-             DiscardResult& result) {
+             DiscardResult& result) try {
   WindowDevice window(source.file, source.offset, source.length);
   std::size_t done = 0;
   for (const ByteRange& range : ranges) {
@@ -160,6 +160,9 @@ void Discard(const ImageSource& source, const Ranges& ranges, const std::functio
       return;
     }
   }
+} catch (const VolumeRefused& refused) {
+  result.failed = true;
+  result.note = refused.what();
 }
 
 }  // namespace
