@@ -96,7 +96,7 @@ TEST_F(SpaceTest, NtfsresizeTakesTheSizeThatIsTold) {
     const std::uint64_t offset = recipe_.find("partitioned") != std::string::npos ? kMebibyte : 0;
     if (offset != 0 && LoopDevice(Path("work.img")).Node().empty()) continue;
     const Json told = Run({"compact", Path("work.img"), c.option})["smallest"];
-    if (c.option == std::string("--thorough")) ASSERT_FALSE(told.is_null());
+    EXPECT_TRUE(!told.is_null() || c.option == std::string("--quiet"));
     if (told.is_null()) continue;
     const CheckReport before = CheckVolume(Path("work.img"), {.offset = offset});
     EXPECT_LT(told["bytes"], static_cast<std::uint64_t>(before.clusters) * before.cluster_size);
@@ -109,7 +109,7 @@ TEST_F(SpaceTest, NtfsresizeTakesTheSizeThatIsTold) {
     EXPECT_TRUE(report.dirty) << "for Windows to check, as ntfsresize wants it";
     EXPECT_EQ(CompareContent(report.items, manifest_), std::vector<std::string>());
     EXPECT_LE(static_cast<std::uint64_t>(report.clusters) * report.cluster_size, told["bytes"]);
-    if (offset == 0) EXPECT_EQ(std::filesystem::file_size(Path("work.img")), told["bytes"]);
+    EXPECT_TRUE(offset != 0 || std::filesystem::file_size(Path("work.img")) == told["bytes"]);
     if (HasFailure()) return;
   }
 }

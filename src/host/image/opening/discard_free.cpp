@@ -235,6 +235,7 @@ TrimReport TrimImage(const std::string& path, const OpenOptions& options,
     const std::unique_ptr<MountedVolume> volume = OpenImage(path, opening, report.opening);
     ErrorCode code = volume->DropRestorePoints();
     if (const ErrorCode closed = volume->Close(); !code) code = closed;
+    report.remarks = volume->Remarks();
     if (code) throw VolumeRefused(path + ": its restore points could not be given up");
   } else {
     ImageSource source = LocateVolume(path, opening, !opening.dry_run);
