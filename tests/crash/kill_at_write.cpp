@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Loaded into the program under test ahead of the C library: lets the process die inside the event
 // that VORNALUX_KILL_AT names (from 1 on): a write with only a part of it done, as a kill may leave
-// it, or just before a flush or a removal. With VORNALUX_TAKES nothing more is taken after so many
-// bytes, and no reason given. With VORNALUX_SIGNAL it gets that signal before the event instead,
-// which is then done. Disks that cannot be read: VORNALUX_FAIL_READ names the reading that fails
-// (from 1 on), VORNALUX_FAIL_READS as well all that come after it, and VORNALUX_BAD_BYTES=FROM:TO
-// what nobody can read. A disk that is slow: each write takes VORNALUX_PAUSE microseconds longer.
-// With VORNALUX_COUNT the numbers of events and of readings go to that file
-// in the end.
+// it, or just before a flush, a hole or a removal. With VORNALUX_TAKES nothing more is taken after
+// so many bytes, and no reason given. With VORNALUX_SIGNAL it gets that signal before the event
+// instead, which is then done. Disks that cannot be read: VORNALUX_FAIL_READ names the reading that
+// fails (from 1 on), VORNALUX_FAIL_READS as well all that come after it, and
+// VORNALUX_BAD_BYTES=FROM:TO what nobody can read. VORNALUX_NO_HOLES: files that can have none. A
+// disk that is slow: each write takes VORNALUX_PAUSE microseconds longer. With VORNALUX_COUNT the
+// numbers of events and of readings go to that file in the end.
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <time.h>
 #include <unistd.h>
@@ -156,6 +157,17 @@ int clock_gettime(clockid_t clock, timespec* time) noexcept {
   const std::int64_t slow = (time->tv_sec * std::int64_t{1000000000} + time->tv_nsec) / 1000;
   *time = {.tv_sec = slow / 1000000000, .tv_nsec = slow % 1000000000};
   return 0;
+}
+
+int fallocate(int file, int mode, off_t at, off_t size) {
+  const bool hole = (mode & FALLOC_FL_PUNCH_HOLE) != 0;
+  static const bool none = std::getenv("VORNALUX_NO_HOLES") != nullptr;
+  if (hole && none) {
+    errno = EOPNOTSUPP;
+    return -1;
+  }
+  if (hole) Event([] {});
+  return Real<int (*)(int, int, off_t, off_t)>("fallocate")(file, mode, at, size);
 }
 
 int unlink(const char* path) noexcept {

@@ -78,6 +78,9 @@ INSTANTIATE_TEST_SUITE_P(
         KillCase{"ntfs size=16M files=200 fragmented=70% fill=60% streams=20%", "optimize"},
         KillCase{"ntfs size=24M files=200 fragmented=90% fill=60%", "defrag", KillCase::kDrop},
         KillCase{"ntfs size=16M files=200 fragmented=90% fill=95%", "defrag", "--thorough"},
+        KillCase{"ntfs size=16M files=200 fragmented=90% fill=50%", "compact", "--discard"},
+        KillCase{"ntfs size=16M files=200 fragmented=90% fill=50%", "trim"},
+        KillCase{"fat32 size=40M cluster=512 files=300 fragmented=90% fill=60%", "trim"},
         KillCase{"fat32 size=40M cluster=512 files=200 fragmented=90% fill=90%", "compact",
                  "--thorough"},
         KillCase{"fat12 size=4M files=100 fragmented=90% fill=70%", "defrag"},
@@ -86,7 +89,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& param) {
       return FileSystemOf(param.param.recipe) + "_" + param.param.command +
              (param.param.Snapshots() ? "_snapshots"
-              : param.param.option    ? "_thorough"
+              : param.param.option    ? "_" + std::string(param.param.option + 2)
                                       : "");
     });
 

@@ -62,6 +62,12 @@ TEST(TerminalOptions, RefusesWhatMakesNoSense) {
                            "defrag a.img --file a --directory b",
                            "defrag a.img --file a --exclude iso",
                            "analyze a.img --file a --classes",
+                           "defrag a.img --max-rate 0",
+                           "defrag a.img --max-rate 5X",
+                           "defrag a.img --max-rate -1",
+                           "analyze a.img --discard",
+                           "trim a.img --max-rate 1M",
+                           "trim",
                            "defrag a.img --report --dry-run",
                            "job --volume C=a.img",
                            "job -- /drv C: /d",
@@ -172,6 +178,17 @@ TEST(TerminalOptions, GivesWayToOtherPrograms) {
   }
   EXPECT_EQ(ParseWords("defrag x --low --idle").end, ExitCode::Usage);
   EXPECT_TRUE(ParseWords("job --volume C=x --idle -- /d").options.idle);
+  EXPECT_EQ(ParseWords("job --volume C=x --max-rate 20m -- /d").options.max_rate, 20U << 20);
+  // Whoever starts a job has the last word, whatever its line says.
+  std::thread([] {
+    TerminalPlatform platform(1);
+    GiveWay(false);
+    platform.StayLow();
+    for (const auto each : {priority::kNormal, priority::kAboveNormal}) {
+      EXPECT_EQ(platform.SetPriorityClass(each), priority::kIdle);
+    }
+    EXPECT_EQ(getpriority(PRIO_PROCESS, 0), 19);
+  }).join();
 }
 
 TEST(TerminalOptions, HandsTheJobLineOnAsItIs) {

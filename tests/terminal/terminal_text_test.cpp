@@ -83,6 +83,7 @@ LiveState SomeState(const std::string& text, std::int64_t done, std::int64_t tot
   state.legend.candidates = {{map_colour::kDefrag, false, 0, "defrag"}};
   state.progress = {.done = done, .total = total, .left = seconds(3725)};
   state.bytes_moved = 5 << 20;
+  state.max_rate = 20 << 20;
   return state;
 }
 
@@ -124,12 +125,12 @@ TEST(TerminalText, NothingFromAVolumeSteersTheTerminal) {
 TEST(TerminalText, ALowScreenKeepsWhatMattersMost) {
   LiveState state = SomeState("C:\\file", 1, 4);
   state.question = "Paused ... Are you sure?";
-  const std::string bar = std::string(10, '#') + std::string(30, '-');
+  const std::string bar = std::string(6, '#') + std::string(19, '-');
   const ScreenLines lines = ComposeMain(state, {80, 4}, {Charset::Ascii, ColourDepth::None});
   ASSERT_EQ(lines.size(), 4U);
   EXPECT_EQ(lines[0], " \x1b[1mVornalux\x1b[0m  C:\\file");
   EXPECT_EQ(Bare(lines[1]).find_first_not_of(" .#zMDOS"), std::string::npos) << lines[1];
-  EXPECT_EQ(Bare(lines[2]), " " + bar + "  25%   5 MiB moved   1:02:05 left");
+  EXPECT_EQ(Bare(lines[2]), " " + bar + "  25%   5 MiB moved, at most 20 MiB/s   1:02:05 left");
   EXPECT_EQ(Bare(lines[3]), "  Paused ... Are you sure?   y Yes  n No");
 
   state.question.clear();

@@ -148,7 +148,7 @@ class Looking : public MadeVolume {
     for (const std::string& part : says) {
       EXPECT_NE(objections[0].find(part), std::string::npos) << part << "\n" << objections[0];
     }
-    for (const char* pass : {"defrag", "optimize", "compact"}) {
+    for (const char* pass : {"defrag", "optimize", "compact", "trim"}) {
       const ProgramEnd end = RunProgram({pass, image_});
       EXPECT_EQ(end.code, 3) << pass;
       EXPECT_NE(end.err.find(objections[0]), std::string::npos) << end.err;
@@ -285,6 +285,12 @@ TEST_F(RestorePoints, AreDroppedAsAWholeOrKept) {
     ExpectWhole();
   }
   EXPECT_EQ(tried.size(), 4U) << "else this shows nothing";
+  Put("disk.img", before_);
+  const ProgramEnd trim = RunProgram({"trim", image_, kDrop, "--json"});
+  EXPECT_NE(trim.err.find(image_ + ": " + told + "were dropped."), std::string::npos) << trim.err;
+  EXPECT_GT(Json::parse(trim.out)["discard"]["discarded_bytes"], 0);
+  EXPECT_FALSE(HasSnapshotHeader(image_));
+  ExpectWhole();
   const ProgramEnd again = RunProgram({"defrag", image_});
   EXPECT_EQ(again.code, 0) << again.err;
   EXPECT_NE(again.out.find("(keeps restore points"), std::string::npos) << again.out;

@@ -139,7 +139,7 @@ std::uint64_t StoredIn(int descriptor, const Ranges& ranges) {
 }
 
 void Discard(const ImageSource& source, const Ranges& ranges, const std::function<bool()>& stop,
-             DiscardResult& result) {
+             DiscardResult& result) try {
   WindowDevice window(source.file, source.offset, source.length);
   std::size_t done = 0;
   for (const ByteRange& range : ranges) {
@@ -160,6 +160,9 @@ void Discard(const ImageSource& source, const Ranges& ranges, const std::functio
       return;
     }
   }
+} catch (const VolumeRefused& refused) {
+  result.failed = true;
+  result.note = refused.what();
 }
 
 }  // namespace
@@ -232,6 +235,7 @@ TrimReport TrimImage(const std::string& path, const OpenOptions& options,
     const std::unique_ptr<MountedVolume> volume = OpenImage(path, opening, report.opening);
     ErrorCode code = volume->DropRestorePoints();
     if (const ErrorCode closed = volume->Close(); !code) code = closed;
+    report.remarks = volume->Remarks();
     if (code) throw VolumeRefused(path + ": its restore points could not be given up");
   } else {
     ImageSource source = LocateVolume(path, opening, !opening.dry_run);

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "host/image/opening/image_source.h"
 #include "host/mounted/mounted_volume.h"
@@ -40,6 +41,7 @@ DiscardResult DiscardFree(const ImageSource& source, bool dry_run,
 
 struct TrimReport {
   OpenReport opening;
+  std::vector<std::string> remarks;  // what was done besides, each a sentence
   VolumeFacts facts;
   DiscardResult discard;
 };

@@ -373,6 +373,7 @@ ExitCode Trim(const Options& options, TerminalDesktop& desktop, Charset charset,
                                       [&desktop] { return desktop.StopWanted(); });
   awake.reset();
   if (report.opening.recovered) desktop.Say(report.opening.recovery);
+  for (const std::string& remark : report.remarks) desktop.Say(image + ": " + remark);
   const TrimResult result = {.volume = Describe(image, 'C', report.facts),
                              .discard = report.discard,
                              .dry_run = options.dry_run};
