@@ -118,6 +118,12 @@ TEST(Results, TheTemperatureIsToldWhereThereIsOne) {
   EXPECT_NE(ToText(result, Charset::Utf8).find("\n  C: temp 41 \xC2\xB0\x43\n"), std::string::npos);
   EXPECT_NE(ToText(result, Charset::Ascii).find("\n  C: temp 41 C\n"), std::string::npos);
   EXPECT_NE(ToJson(result).find("\"temperature\": 41"), std::string::npos);
+  // The same for what could not be worked out.
+  EXPECT_EQ(ToText(result, Charset::Utf8).find("What passes would"), std::string::npos);
+  result.details.gains = {{.pass = Pass::Compact, .thorough = true, .figures = {}}};
+  const std::string text = ToText(result, Charset::Utf8);
+  EXPECT_NE(text.find("  compact --thorough        not worked out\n"), std::string::npos) << text;
+  EXPECT_NE(ToJson(result).find("\"largest_gap\": null"), std::string::npos);
 }
 
 TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {

@@ -21,6 +21,7 @@ struct ReportContent {
   MapColumns map_after;
   Legend legend;
   std::vector<FragmentedFile> fragmented;  // of an analysis
+  AnalysisDetails details;                 // likewise
   std::optional<RunSummary> summary;
   std::optional<MoveStatistics> moved;
   std::vector<std::string> remarks;  // what was done besides moving

@@ -50,6 +50,11 @@ void TerminalDesktop::Unbind() {
   for (const std::string& text : std::exchange(unseen_, {})) Print(text);
 }
 
+void TerminalDesktop::Tell(const std::string& text) {
+  if (log_ != nullptr) log_->Write(text);
+  if (!quiet_) plain_.ShowPhase(text, clock_());
+}
+
 bool TerminalDesktop::StopPending() const { return (events_.load() & kStops) != 0; }
 
 void TerminalDesktop::Say(const std::string& text) {
