@@ -131,7 +131,12 @@ TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {
   report.action = "Defragmentation";
   report.volume.drive = "C:";
   report.volume.label = "<b>\"&";
-  report.before = AnalysisFigures{.total_files = 4711};
+  report.when = "2026-11-22 <now>";
+  report.took = std::chrono::seconds(65);
+  report.before = AnalysisFigures{.total_files = 4711, .fragmented = 4000};
+  report.after = AnalysisFigures{.total_files = 4711};
+  report.before->total_clusters = 30;
+  report.before->free_clusters = 3;
   report.moved.emplace();
   report.moved->failures.push_back({"C:\\a<script>alert(1)</script>", NotMoved::Refused, 5});
   report.unreadable.push_back({"C:\\<i>lost</i>", error::kFileCorrupt, {}});
@@ -144,8 +149,10 @@ TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {
   for (const char* absent : {"<script", "<b>", "http", "url(", "@import", "\x1b", "\xff"}) {
     EXPECT_EQ(html.find(absent), std::string::npos) << absent;
   }
-  for (const char* present : {"4711", "a&lt;script&gt;", "refused", "data:image/png;base64,iVBORw",
-                              "&lt;b&gt;&quot;&amp;", "Left where it was", "&lt;i&gt;lost"}) {
+  for (const char* present :
+       {"4,711", "2026-11-22 &lt;now&gt;", "1:05 in all", "<td class=\"n good\">&minus;4,000</td>",
+        "(10.0%)", "a&lt;script&gt;", "refused", "data:image/png;base64,iVBORw",
+        "&lt;b&gt;&quot;&amp;", "Left where it was", "&lt;i&gt;lost"}) {
     EXPECT_NE(html.find(present), std::string::npos) << present;
   }
 

@@ -401,8 +401,14 @@ ExitCode RunOnAll(const Options& options, TerminalDesktop& desktop, Charset char
   bool switch_off = false;
   const auto run = [&](const Options& one) {
     const auto begun = std::chrono::steady_clock::now();
+    const std::string when = LocalTimeText("%Y-%m-%d %H:%M:%S (UTC%z)");
     Outcome outcome = OpenRunClose(one, desktop, charset, outputs, switch_off);
     FinishAnalysis(one, desktop, charset, begun, outcome);
+    if (outcome.report) {
+      outcome.report->when = when;
+      outcome.report->took = std::chrono::duration_cast<std::chrono::milliseconds>(
+          std::chrono::steady_clock::now() - begun);
+    }
     if (outcome.code == ExitCode::Stopped) desktop.Say("Stopped.");
     outputs.log.Write(outcome.log);
     return outcome;
