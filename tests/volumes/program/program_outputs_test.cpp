@@ -67,9 +67,9 @@ TEST_F(ProgramOutputsTest, APictureOrReportIsAllThatComesByStandardOutput) {
     const Bytes kept = Get("kept");
     EXPECT_EQ(kept.front(), 'x');
     const Bytes file = Get("file");
-    const auto timeless = [](auto begin, auto end) {
+    const auto timeless = [](auto begin, auto behind) {
       static const std::regex kTime("[^\n]* in all [^\n]*");
-      return std::regex_replace(std::string(begin, end), kTime, "");
+      return std::regex_replace(std::string(begin, behind), kTime, "");
     };
     EXPECT_EQ(timeless(kept.begin() + 1, kept.end()), timeless(file.begin(), file.end()));
   }
