@@ -127,6 +127,8 @@ void TerminalDesktop::RedrawMap() {
   if (std::exchange(redrawing_map_, true)) return;
   handling_ = false;
   Raise(window_->Picdepartvolume.click);
+  // Which shows the candidates that the analysis found.
+  if (!window_->engine.context.flags.ClassListsValid) DrawMapAsItIs();
   handling_ = true;
   redrawing_map_ = false;
 }
