@@ -39,7 +39,9 @@ void VolumeWalk::ClassifyFile(const std::string& path, const ExtentRecord& recor
 
 void VolumeWalk::AddFile(const std::string& path) {
   ++table_.TotalFiles;
-  ClassifyFile(path, extents_.ReadExtents(path, true, true));
+  const ExtentRecord record = extents_.ReadExtents(path, true, true);
+  if (FileSeen) FileSeen(path, record);
+  ClassifyFile(path, record);
   if (!flags_.OptimizeMode || !extents_.QueryStreams(path)) return;
   for (const std::string& stream : extents_.StreamList) {
     ClassifyFile(stream, extents_.ReadExtents(stream, true, true));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,9 @@ class VolumeWalk {
 
   // The Windows folder followed by "\Prefetch"; empty when there is none.
   std::string PrefetchDir;
+
+  // Told of each file with its first extents, when somebody wants to know.
+  std::function<void(const std::string& path, const ExtentRecord& record)> FileSeen;
 
   // Fills the table from the folder (ending in "\") and all below it. Reparse points are not
   // entered. Ends early, the table as far as it got, when a stop is requested.

@@ -118,6 +118,12 @@ TEST(Results, TheTemperatureIsToldWhereThereIsOne) {
   EXPECT_NE(ToText(result, Charset::Utf8).find("\n  C: temp 41 \xC2\xB0\x43\n"), std::string::npos);
   EXPECT_NE(ToText(result, Charset::Ascii).find("\n  C: temp 41 C\n"), std::string::npos);
   EXPECT_NE(ToJson(result).find("\"temperature\": 41"), std::string::npos);
+  // The same for what could not be worked out.
+  EXPECT_EQ(ToText(result, Charset::Utf8).find("What passes would"), std::string::npos);
+  result.details.gains = {{.pass = Pass::Compact, .thorough = true, .figures = {}}};
+  const std::string text = ToText(result, Charset::Utf8);
+  EXPECT_NE(text.find("  compact --thorough        not worked out\n"), std::string::npos) << text;
+  EXPECT_NE(ToJson(result).find("\"largest_gap\": null"), std::string::npos);
 }
 
 TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {
@@ -125,7 +131,12 @@ TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {
   report.action = "Defragmentation";
   report.volume.drive = "C:";
   report.volume.label = "<b>\"&";
-  report.before = AnalysisFigures{.total_files = 4711};
+  report.when = "2026-11-22 <now>";
+  report.took = std::chrono::seconds(65);
+  report.before = AnalysisFigures{.total_files = 4711, .fragmented = 4000};
+  report.after = AnalysisFigures{.total_files = 4711};
+  report.before->total_clusters = 30;
+  report.before->free_clusters = 3;
   report.moved.emplace();
   report.moved->failures.push_back({"C:\\a<script>alert(1)</script>", NotMoved::Refused, 5});
   report.unreadable.push_back({"C:\\<i>lost</i>", error::kFileCorrupt, {}});
@@ -138,8 +149,10 @@ TEST(HtmlReport, StandsAloneAndNamesCannotActInIt) {
   for (const char* absent : {"<script", "<b>", "http", "url(", "@import", "\x1b", "\xff"}) {
     EXPECT_EQ(html.find(absent), std::string::npos) << absent;
   }
-  for (const char* present : {"4711", "a&lt;script&gt;", "refused", "data:image/png;base64,iVBORw",
-                              "&lt;b&gt;&quot;&amp;", "Left where it was", "&lt;i&gt;lost"}) {
+  for (const char* present :
+       {"4,711", "2026-11-22 &lt;now&gt;", "1:05 in all", "<td class=\"n good\">&minus;4,000</td>",
+        "(10.0%)", "a&lt;script&gt;", "refused", "data:image/png;base64,iVBORw",
+        "&lt;b&gt;&quot;&amp;", "Left where it was", "&lt;i&gt;lost"}) {
     EXPECT_NE(html.find(present), std::string::npos) << present;
   }
 

@@ -388,6 +388,11 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
   analyze->add_flag("--list", options.list, "List the fragmented files");
   analyze->add_flag("--classes", options.classes, "Sort files into classes as Optimize does")
       ->excludes("--file");
+  analyze
+      ->add_option("--gains", options.gains,
+                   "Work out for so long what passes would gain (5; with --file 0)")
+      ->type_name("SECONDS")
+      ->transform(kNumber);
   CLI::App* map = add("map", "Draw the cluster map, change nothing", Command::Map);
   AddVolumeOptions(*map, options, raw);
   CLI::App* trim =

@@ -51,10 +51,11 @@ struct Options {
   bool list = false;
   bool list_all = false;  // in a list of volumes those that cannot be worked on, too
   bool classes = false;
-  std::string debug_log;  // file, "-" for standard output, empty for none
-  std::string log;        // file that it is appended to, empty for none
-  std::string png;        // file for the cluster map, empty for none
-  std::string report;     // file for the report as a web page, empty for none
+  std::optional<std::uint64_t> gains;  // seconds to work out what passes would gain
+  std::string debug_log;               // file, "-" for standard output, empty for none
+  std::string log;                     // file that it is appended to, empty for none
+  std::string png;                     // file for the cluster map, empty for none
+  std::string report;                  // file for the report as a web page, empty for none
   std::uint64_t seed = 0;
   std::string job_tail;
   std::optional<std::string> save_job;  // the name of a launcher to be written instead

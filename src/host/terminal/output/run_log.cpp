@@ -11,25 +11,22 @@
 #include "host/terminal/display/display_text.h"
 
 namespace vornalux {
-namespace {
 
-// "2026-11-22T14:05:01+0100"
-std::string Now() {
+std::string LocalTimeText(const char* format) {
   const std::time_t now = std::time(nullptr);
   std::tm local = {};
-  std::array<char, 32> text = {};
+  std::array<char, 64> text = {};
   if (::localtime_r(&now, &local) == nullptr ||
-      std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S%z", &local) == 0) {
+      std::strftime(text.data(), text.size(), format, &local) == 0) {
     return std::to_string(now);
   }
   return text.data();
 }
 
-}  // namespace
-
 void RunLog::Write(std::string_view text) {
   if (file_ == nullptr) return;
-  const std::string begin = Now() + " [" + std::to_string(::getpid()) + "] ";
+  const std::string begin =
+      LocalTimeText("%Y-%m-%dT%H:%M:%S%z") + " [" + std::to_string(::getpid()) + "] ";
   std::string lines;
   while (!text.empty()) {
     const std::size_t length = std::min(text.find('\n'), text.size());

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include <string>
 #include <string_view>
 #include <system_error>
 
 #include "host/terminal/output/output_file.h"
 
 namespace vornalux {
+
+// Now, by strftime's format.
+std::string LocalTimeText(const char* format);
 
 // What happens in runs, each line with its time and process, behind what earlier runs have written.
 class RunLog {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <span>
 #include <string>
@@ -13,7 +14,9 @@ namespace vornalux {
 
 // What a report tells. Parts that a command has no answer to stay empty.
 struct ReportContent {
-  std::string action;  // "Defrag"
+  std::string action;                 // "Defrag"
+  std::string when;                   // it began; empty: not known
+  std::chrono::milliseconds took{0};  // all of it, analyses included
   VolumeDescription volume;
   std::optional<AnalysisFigures> before;
   std::optional<AnalysisFigures> after;
@@ -21,6 +24,7 @@ struct ReportContent {
   MapColumns map_after;
   Legend legend;
   std::vector<FragmentedFile> fragmented;  // of an analysis
+  AnalysisDetails details;                 // likewise
   std::optional<RunSummary> summary;
   std::optional<MoveStatistics> moved;
   std::vector<std::string> remarks;  // what was done besides moving

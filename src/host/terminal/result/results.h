@@ -12,6 +12,7 @@
 #include "host/image/opening/discard_free.h"
 #include "host/mounted/mounted_volume.h"
 #include "host/mounted/read_failures.h"
+#include "host/terminal/result/analysis_details.h"
 
 namespace vornalux {
 
@@ -89,12 +90,6 @@ std::vector<std::string> ShrinkLines(const ShrinkAdvice& shrink);
 // The system's text for an error code, on one line.
 std::string ErrorText(ErrorCode code);
 
-struct FragmentedFile {
-  std::int64_t extents = 0;
-  std::int64_t clusters = 0;
-  std::string path;
-};
-
 // A file that was asked for by name.
 struct NamedFile {
   FragmentedFile file;
@@ -107,6 +102,7 @@ struct AnalysisResult {
   std::int16_t temperature = 0;  // of the disk, degrees Celsius; 0 when it does not say
   std::optional<std::vector<FragmentedFile>> list;
   std::vector<NamedFile> files;  // of an analysis of these alone
+  AnalysisDetails details;
   std::vector<ReadFailure> unreadable;
 };
 

@@ -227,6 +227,38 @@ Json Shrink(const std::optional<ShrinkAdvice>& shrink) {
           {"then", shrink->then}};
 }
 
+void AddDetails(Json& json, const AnalysisDetails& details, std::int64_t cluster_bytes) {
+  json["most_fragmented"] = Json::array();
+  for (const FragmentedFile& file : details.most_fragmented) {
+    json["most_fragmented"].push_back({{"path", file.path},
+                                       {"extents", file.extents},
+                                       {"clusters", file.clusters},
+                                       {"bytes", file.clusters * cluster_bytes}});
+  }
+  json["extensions"] = Json::array();
+  for (const ExtensionRow& row : details.extensions) {
+    json["extensions"].push_back({{"extension", row.extension},
+                                  {"files", row.files},
+                                  {"bytes", row.clusters * cluster_bytes},
+                                  {"fragmented", row.fragmented},
+                                  {"pieces", row.pieces}});
+  }
+  json["gains"] = Json::array();
+  for (const PassGain& gain : details.gains) {
+    Json entry = {{"pass", gain.Name()}};
+    for (const char* key : {"fragmented", "free_regions", "largest_gap", "bytes_moved"}) {
+      entry[key] = nullptr;
+    }
+    if (const std::optional<GainFigures>& figures = gain.figures) {
+      entry["fragmented"] = figures->fragmented;
+      entry["free_regions"] = figures->free_regions;
+      entry["largest_gap"] = figures->largest_gap;
+      entry["bytes_moved"] = figures->clusters_moved * cluster_bytes;
+    }
+    json["gains"].push_back(std::move(entry));
+  }
+}
+
 const char* OutcomeName(JobOutcome outcome) {
   switch (outcome) {
     case JobOutcome::None:
@@ -287,6 +319,7 @@ std::string ToJson(const AnalysisResult& result) {
                                {"one_piece", fragments <= 1}});
     }
   }
+  AddDetails(json, result.details, result.volume.cluster_bytes);
   AddUnreadable(json, result.unreadable);
   return Dump(json);
 }

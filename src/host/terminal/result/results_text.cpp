@@ -168,6 +168,46 @@ std::string Moves(const Result& result, const VolumeDescription& volume, bool st
   return text + Failures(moved.failures, volume.cluster_bytes, charset);
 }
 
+std::string DetailsText(const AnalysisResult& result, Charset charset) {
+  const AnalysisDetails& details = result.details;
+  const std::int64_t cluster_bytes = result.volume.cluster_bytes;
+  const auto size = [&](std::int64_t clusters) {
+    return Right(ByteText(clusters * cluster_bytes));
+  };
+  std::string text;
+  if (!details.extensions.empty()) {
+    text += "\n  " + Left("By extension") + Right("files") + Right("size") + Right("fragmented") +
+            Right("pieces") + "\n";
+  }
+  for (const ExtensionRow& row : FirstRows(details.extensions, kExtensionsShown)) {
+    const std::string name = CutText(PrintableText(row.extension, charset), 20, charset);
+    const std::string label = name.empty() ? "(none)" : name;
+    const auto blanks = static_cast<std::size_t>(
+        std::max(0, static_cast<int>(kLabelColumns) - DisplayWidth(label, charset)));
+    text += "  " + label + std::string(blanks, ' ') + Right(Grouped(row.files)) +
+            size(row.clusters) + Right(Grouped(row.fragmented)) + Right(Grouped(row.pieces)) + "\n";
+  }
+  if (!details.most_fragmented.empty() && !result.list) {
+    text += "\n  Most fragmented\n";
+    for (const FragmentedFile& file : details.most_fragmented) {
+      text += Right(Grouped(file.extents)) + size(file.clusters) + "  " +
+              PrintableText(file.path, charset) + "\n";
+    }
+  }
+  if (details.gains.empty()) return text;
+  text += "\n  " + Left("What passes would leave") + Right("fragmented") + Right("largest gap") +
+          Right("by moving") + "\n  " + Left("now") + Right(Grouped(result.figures.fragmented)) +
+          (details.largest_gap ? size(*details.largest_gap) : "") + "\n";
+  for (const PassGain& gain : details.gains) {
+    text += "  " + Left(gain.Name());
+    text += gain.figures ? Right(Grouped(gain.figures->fragmented)) +
+                               size(gain.figures->largest_gap) + size(gain.figures->clusters_moved)
+                         : "  not worked out";
+    text += "\n";
+  }
+  return text;
+}
+
 std::string Planned(const std::optional<RunSummary>& summary) {
   if (!summary || !summary->plan) return "";
   std::string text = "  Planned: " + PlanText(*summary->plan, summary->cluster_bytes) + "\n  " +
@@ -218,6 +258,7 @@ std::string ToText(const AnalysisResult& result, Charset charset) {
     const std::string degrees = TemperatureText(result.temperature, " ");
     text += "\n  " + result.volume.drive + " temp " + WithDegrees(degrees, charset) + "\n";
   }
+  text += DetailsText(result, charset);
   if (!result.files.empty()) text += "\n";
   for (const auto& [file, fragments] : result.files) {
     text += Right(fragments <= 1 ? "in one piece" : "in " + Grouped(fragments) + " pieces") +

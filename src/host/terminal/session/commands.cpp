@@ -3,6 +3,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <functional>
@@ -24,6 +26,7 @@
 #include "host/terminal/saved_job/save_job.h"
 #include "host/terminal/session/list_command.h"
 #include "host/terminal/session/map_text.h"
+#include "host/terminal/session/pass_gains.h"
 #include "host/terminal/session/same_volume.h"
 #include "host/terminal/session/session.h"
 #include "host/terminal/session/sleep_lock.h"
@@ -112,6 +115,7 @@ bool WantsPictures(const Options& options) {
 
 Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
   Outcome outcome;
+  const ExtensionTable extensions(session.program().main_window.engine);
   outcome.code = Analyze(session.program(), options.classes);
   if (outcome.code != ExitCode::Done) return outcome;
   const Engine& engine = session.program().main_window.engine;
@@ -120,7 +124,15 @@ Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
                            .temperature = ReadTemperature(session.program()),
                            .list = {},
                            .files = CollectNamedFiles(session.program().main_window.engine),
+                           .details = {},
                            .unreadable = {}};
+  if (options.files.empty()) {
+    result.details.extensions = extensions.Rows();
+    result.details.most_fragmented = CollectFragmentedFiles(engine);
+    if (result.details.most_fragmented.size() > kMostFragmentedShown) {
+      result.details.most_fragmented.resize(kMostFragmentedShown);
+    }
+  }
   if (options.list) result.list = CollectFragmentedFiles(engine);
   outcome.tally = {.fragmented_before = result.figures.fragmented};
   if (WantsPictures(options)) {
@@ -143,8 +155,32 @@ Outcome RunAnalyze(Session& session, const Options& options, Charset charset) {
     outcome.output = MapText(result.volume, result.figures, map, CollectLegend(window), grid,
                              OutputLook(OutputCharset(charset)));
   }
-  if (options.command == Command::Analyze) Present(result, options, charset, outcome);
+  if (options.command == Command::Analyze) outcome.analysis = std::move(result);
   return outcome;
+}
+
+// The rest of an analysis, whose volume is closed by now.
+void FinishAnalysis(const Options& options, TerminalDesktop& desktop, Charset charset,
+                    std::chrono::steady_clock::time_point begun, Outcome& outcome) {
+  if (!outcome.analysis) return;
+  AnalysisResult& result = *outcome.analysis;
+  constexpr std::uint64_t kSeconds = 5;
+  constexpr std::uint64_t kMostSeconds = 1'000'000;
+  const std::chrono::seconds time(
+      std::min(options.gains.value_or(options.files.empty() ? kSeconds : 0), kMostSeconds));
+  if (time.count() > 0 && result.unreadable.empty()) {
+    // A volume that took longer to be looked at takes longer to be tried on.
+    const bool in_time = std::chrono::steady_clock::now() - begun < time;
+    std::vector<std::string> files;
+    for (const NamedFile& named : result.files) files.push_back(named.file.path);
+    if (in_time) desktop.Tell("Working out what passes would gain");
+    WorkOutGains(
+        options, files, in_time ? time : std::chrono::seconds(0),
+        [&desktop] { return desktop.StopPending(); }, result.details);
+    if (desktop.StopPending()) outcome.code = ExitCode::Stopped;
+  }
+  if (outcome.report) outcome.report->details = result.details;
+  Present(result, options, charset, outcome);
 }
 
 // What the pass itself wrote down. before: its figures, which get the gaps that it found.
@@ -412,9 +448,6 @@ Outcome OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset c
   }
   if (outcome.compose) outcome.compose(outcome, discarded);
   if (outcome.report) outcome.report->discard = discarded;
-  awake.reset();
-  if (outcome.code == ExitCode::Stopped) desktop.Say("Stopped.");
-  outputs.log.Write(outcome.log);
   switch_off = outcome.code == ExitCode::Done && session.platform().PowerOffWanted();
   return outcome;
 }
@@ -433,7 +466,18 @@ ExitCode RunOnAll(const Options& options, TerminalDesktop& desktop, Charset char
                   Outputs& outputs) {
   bool switch_off = false;
   const auto run = [&](const Options& one) {
-    return OpenRunClose(one, desktop, charset, outputs, switch_off);
+    const auto begun = std::chrono::steady_clock::now();
+    const std::string when = LocalTimeText("%Y-%m-%d %H:%M:%S (UTC%z)");
+    Outcome outcome = OpenRunClose(one, desktop, charset, outputs, switch_off);
+    FinishAnalysis(one, desktop, charset, begun, outcome);
+    if (outcome.report) {
+      outcome.report->when = when;
+      outcome.report->took = std::chrono::duration_cast<std::chrono::milliseconds>(
+          std::chrono::steady_clock::now() - begun);
+    }
+    if (outcome.code == ExitCode::Stopped) desktop.Say("Stopped.");
+    outputs.log.Write(outcome.log);
+    return outcome;
   };
   if (options.command == Command::Job || options.volumes.size() == 1) {
     const Outcome outcome = run(options);

@@ -27,12 +27,13 @@ struct VolumeTally {
 struct Outcome {
   ExitCode code = ExitCode::Done;
   std::string output;
-  std::string log;                      // the same for people
+  std::string log;  // the same for people
   // Makes the two, where they have to tell what came of giving free space back.
   std::function<void(Outcome&, const std::optional<DiscardResult>&)> compose;
-  std::optional<ReportContent> report;  // also what the picture of the map is drawn from
-  std::optional<VolumeTally> tally;     // when it got as far as to have figures
-  std::string error;                    // what ended it, where that was one thing
+  std::optional<ReportContent> report;     // also what the picture of the map is drawn from
+  std::optional<AnalysisResult> analysis;  // still to be presented, with what it lacks
+  std::optional<VolumeTally> tally;        // when it got as far as to have figures
+  std::string error;                       // what ended it, where that was one thing
 };
 
 // Of two ends of volumes the one that the command as a whole ends with: failed, refused, bad

@@ -51,6 +51,11 @@ void TerminalDesktop::Unbind() {
   for (const std::string& text : std::exchange(unseen_, {})) Print(text);
 }
 
+void TerminalDesktop::Tell(const std::string& text) {
+  if (log_ != nullptr) log_->Write(text);
+  if (!quiet_) plain_.ShowPhase(text, clock_());
+}
+
 bool TerminalDesktop::StopPending() const { return (events_.load() & kStops) != 0; }
 
 void TerminalDesktop::Say(const std::string& text) {
@@ -130,6 +135,8 @@ void TerminalDesktop::RedrawMap() {
   if (std::exchange(redrawing_map_, true)) return;
   handling_ = false;
   Raise(window_->Picdepartvolume.click);
+  // Which shows the candidates that the analysis found.
+  if (!window_->engine.context.flags.ClassListsValid) DrawMapAsItIs();
   handling_ = true;
   redrawing_map_ = false;
 }

@@ -46,6 +46,9 @@ class TerminalDesktop final : public Desktop {
   // A stop was asked for, and nothing has heard it yet.
   bool StopPending() const;
 
+  // Progress, as a line.
+  void Tell(const std::string& text);
+
   // One line to the user.
   void Say(const std::string& text);
 

@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "host/terminal/session/pass_gains.h"
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <condition_variable>
+#include <exception>
+#include <mutex>
+#include <string_view>
+#include <thread>
+
+#include "host/terminal/session/session.h"
+
+namespace vornalux {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Says nothing to anybody, and asks nobody.
+class SilentConsole final : public Console {
+ public:
+  bool CanAsk() const override { return false; }
+  Charset Characters() const override { return Charset::Utf8; }
+  void Print(std::string_view) override {}
+  void PrintIfReady(std::string_view) override {}
+  Reply ReadLine(const PendingEvents&, unsigned, std::string&) override { return Reply::Closed; }
+  void Wait(std::chrono::milliseconds time) override { std::this_thread::sleep_for(time); }
+};
+
+// Stops a run when its time is over, or when it is no more wanted.
+class TimeLimit {
+ public:
+  TimeLimit(PendingEvents& events, Clock::time_point end, const std::function<bool()>& stop) {
+    // Signals belong to the thread that works.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    thread_ = std::thread([this, &events, end, &stop] {
+      constexpr auto kStep = std::chrono::milliseconds(20);
+      std::unique_lock lock(mutex_);
+      while (!ended_.wait_for(lock, kStep, [this] { return end_; })) {
+        if (Clock::now() >= end || stop()) events.fetch_or(pending::kTerminate);
+      }
+    });
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  }
+  ~TimeLimit() {
+    {
+      const std::lock_guard lock(mutex_);
+      end_ = true;
+    }
+    ended_.notify_one();
+    thread_.join();
+  }
+  TimeLimit(const TimeLimit&) = delete;
+  TimeLimit& operator=(const TimeLimit&) = delete;
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable ended_;
+  bool end_ = false;
+  std::thread thread_;
+};
+
+std::optional<RunSummary> DryRun(const Options& options, const std::vector<std::string>& files,
+                                 Clock::time_point end, const std::function<bool()>& stop) try {
+  SilentConsole console;
+  PendingEvents events = 0;
+  Outputs outputs;
+  TerminalDesktop desktop(console, nullptr, events, Clock::now, true);
+  const TimeLimit limit(events, end, stop);
+  Session session(options, desktop, Charset::Utf8, outputs);
+  DefragWindow& window = session.program().main_window;
+  window.engine.volume.Choose(std::string{options.volumes.front().letter, ':', '\\'},
+                              options.directory, "");
+  window.engine.volume.SetFiles(files);
+  window.OpenMenu();
+  window.PassItem(options.pass).Click();
+  std::optional<RunSummary> summary = window.engine.record.Summary();
+  const bool good = !window.last_run_failed && session.platform().Unreadable().empty();
+  return session.Close() && good ? summary : std::nullopt;
+} catch (const std::exception&) {
+  // Nobody was promised anything.
+  return std::nullopt;
+}
+
+}  // namespace
+
+void WorkOutGains(const Options& options, const std::vector<std::string>& files,
+                  std::chrono::milliseconds time, const std::function<bool()>& stop,
+                  AnalysisDetails& details) {
+  Options dry = options;
+  dry.command = Command::Pass;
+  dry.dry_run = true;
+  dry.debug_log.clear();
+  for (const PassRow& row : kPasses) {
+    // Only Defrag knows files by their names.
+    if (!files.empty() && row.pass != Pass::Defrag) continue;
+    for (const bool thorough : {false, true}) {
+      if (thorough && row.thorough == nullptr) continue;
+      details.gains.push_back({.pass = row.pass, .thorough = thorough, .figures = {}});
+    }
+  }
+  const Clock::time_point end = Clock::now() + time;
+  std::ptrdiff_t left = std::ssize(details.gains);
+  for (PassGain& gain : details.gains) {
+    const Clock::time_point now = Clock::now();
+    // What one leaves of its share is for the others.
+    const Clock::time_point turn = now + (end - now) / left--;
+    if (now >= end || stop()) continue;
+    dry.pass = gain.pass;
+    dry.thorough = gain.thorough;
+    const std::optional<RunSummary> summary = DryRun(dry, files, turn, stop);
+    if (!summary || !summary->regions_after || !summary->after || summary->stopped) continue;
+    gain.figures = {.fragmented = summary->after->fragmented,
+                    .free_regions = summary->regions_after->count,
+                    .largest_gap = summary->regions_after->Largest(),
+                    .clusters_moved = summary->clusters_moved};
+    if (summary->regions_before) details.largest_gap = summary->regions_before->Largest();
+  }
+}
+
+}  // namespace vornalux
