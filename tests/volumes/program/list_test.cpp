@@ -78,9 +78,15 @@ TEST_F(ListTest, DevicesOfThisMachineAreFound) {
   };
   EXPECT_EQ(find({})["file_system"], "FAT12");
   EXPECT_EQ(find({device.Node()}), find({}));
+  const std::string attached = List({Path("fat")})[0]["in_use"];
+  EXPECT_EQ(attached, "attached to " + device.Node());
   Put("fat", Bytes(kMebibyte));
   EXPECT_EQ(find({}), Json());
   EXPECT_EQ(find({"--all"})["workable"], false);
+  // Partitions that the system has not made devices of.
+  Run("printf '64,,6\\n' | sfdisk -q --force fat; mkfs.fat --offset 64 fat 900");
+  EXPECT_EQ(find({})["partition"], 1);
+  EXPECT_EQ(find({})["workable"], true);
 }
 
 TEST_F(ListTest, WhatCannotBeLookedAtIsTold) {
