@@ -270,7 +270,9 @@ std::vector<ListedVolume> ListVolumes(const ListSources& sources) {
 std::vector<ListedVolume> ListImage(const std::string& path, const ListSources& sources) {
   std::shared_ptr<FileDevice> file;
   if (const std::error_code error = OpenToRead(path, file)) {
-    throw VolumeRefused(path + " cannot be opened: " + error.message());
+    const bool other = error == std::errc::no_such_device;
+    throw VolumeRefused(path + (other ? " is neither a file nor a block device"
+                                      : " cannot be opened: " + error.message()));
   }
   if (const auto container = FindContainer(*file, path)) {
     throw VolumeRefused(path + " is " + container->name + ", which is not supported" +
