@@ -171,9 +171,10 @@ TEST_F(LiveTerminalTest, PlainLinesOnRequest) {
     if (kind == "NO_COLOR") Type("'export NO_COLOR=1' Enter");
     if (kind == "pipe") Type("'unset NO_COLOR' Enter");
     Type("'" VORNALUX_PROGRAM " compact --dry-run disk.img " + (kind == "--quiet" ? kind : "") +
-         (kind == "pipe" ? " 2>&1 >/dev/null | cat" : " >/dev/null") + "; echo EN\"\"D' Enter");
+         (kind == "pipe" ? " 2>&1 >/dev/null | cat" : " >/dev/null") + "; echo EN\"\"D" + kind +
+         "' Enter");
     // The live view would have taken its lines along.
-    const std::string screen = ScreenWith("END");
+    const std::string screen = ScreenWith("END" + kind);
     EXPECT_EQ(screen.find("Compacting volume C:\\\n") != std::string::npos, kind != "--quiet")
         << screen;
     Type("'clear' Enter");
