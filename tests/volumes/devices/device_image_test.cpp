@@ -141,6 +141,8 @@ TEST_F(ImageTest, FindsTheVolumeInAPartition) {
     Bytes gpt = GptDisk(fat, unit);
     Put("gpt", gpt);
     EXPECT_EQ(LocateVolume(Path("gpt"), {}, false).offset, kMebibyte) << unit;
+    fs::resize_file(Path("gpt"), 3 * kMebibyte);
+    EXPECT_EQ(LocateVolume(Path("gpt"), {}, false).offset, kMebibyte) << "cut short, " << unit;
     gpt[2 * unit + 2 * 128 + 32] ^= 8;
     Put("gpt", gpt);
     EXPECT_EQ(LocateVolume(Path("gpt"), {}, false).offset, kMebibyte) << "from the copy " << unit;
