@@ -122,6 +122,7 @@ TEST_F(ImageTest, FindsTheVolumeInAPartition) {
   const Bytes fat = Fat();
   Bytes disk(8 * kMebibyte);
   SetMbrEntry(disk, 0, 0, 0x83, 1000, 100);
+  SetMbrEntry(disk, 0, 2, 0, 0, 24);  // no partition, whatever its sizes say
   SetMbrEntry(disk, 0, 1, 0x05, 4096, 8192);
   SetMbrEntry(disk, 4096, 0, 0x83, 10, 10);
   SetMbrEntry(disk, 4096, 1, 0x05, 2048, 4000);
@@ -140,6 +141,8 @@ TEST_F(ImageTest, FindsTheVolumeInAPartition) {
     Bytes gpt = GptDisk(fat, unit);
     Put("gpt", gpt);
     EXPECT_EQ(LocateVolume(Path("gpt"), {}, false).offset, kMebibyte) << unit;
+    fs::resize_file(Path("gpt"), 3 * kMebibyte);
+    EXPECT_EQ(LocateVolume(Path("gpt"), {}, false).offset, kMebibyte) << "cut short, " << unit;
     gpt[2 * unit + 2 * 128 + 32] ^= 8;
     Put("gpt", gpt);
     EXPECT_EQ(LocateVolume(Path("gpt"), {}, false).offset, kMebibyte) << "from the copy " << unit;

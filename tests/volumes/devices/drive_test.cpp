@@ -264,6 +264,9 @@ TEST_F(WholeDisk, IsFoundThroughPartitionsAndWhatIsPutOnTop) {
   }
   EXPECT_EQ(DeviceNodeOf(Path("sys"), "8:1"), "/dev/sda1");
   EXPECT_EQ(DeviceNodeOf(Path("sys"), "99:9"), "");
+  std::ofstream(Path("sys/devices/sda/sda1/start")) << "2048\n";
+  EXPECT_EQ(NodeOfPartition(Path("sys"), "8:0", 2048 * 512), "/dev/sda1");
+  EXPECT_EQ(NodeOfPartition(Path("sys"), "8:0", 2049 * 512), "");
 }
 
 // Where the kernel has a sensor for the disk, the disk itself is left alone.

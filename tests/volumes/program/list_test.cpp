@@ -78,9 +78,15 @@ TEST_F(ListTest, DevicesOfThisMachineAreFound) {
   };
   EXPECT_EQ(find({})["file_system"], "FAT12");
   EXPECT_EQ(find({device.Node()}), find({}));
+  const std::string attached = List({Path("fat")})[0]["in_use"];
+  EXPECT_EQ(attached, "attached to " + device.Node());
   Put("fat", Bytes(kMebibyte));
   EXPECT_EQ(find({}), Json());
   EXPECT_EQ(find({"--all"})["workable"], false);
+  // Partitions that the system has not made devices of.
+  Run("printf '64,,6\\n' | sfdisk -q --force fat; mkfs.fat --offset 64 fat 900");
+  EXPECT_EQ(find({})["partition"], 1);
+  EXPECT_EQ(find({})["workable"], true);
 }
 
 TEST_F(ListTest, WhatCannotBeLookedAtIsTold) {
@@ -88,7 +94,7 @@ TEST_F(ListTest, WhatCannotBeLookedAtIsTold) {
   Put("packed.gz", {0x1F, 0x8B, 8});
   Run("head -c 200 /dev/zero >> packed.gz");
   for (const auto& [path, says] : {std::pair{Path("missing"), "No such file"},
-                                   {Path(""), "cannot be opened"},
+                                   {Path(""), "neither a file nor"},
                                    {Path("packed.gz"), "gzip -dc "}}) {
     const ProgramEnd end = RunProgram({"list", path, Path("fat")});
     EXPECT_EQ(end.code, 3) << path;

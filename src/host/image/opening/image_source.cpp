@@ -52,8 +52,11 @@ std::string Text(int code) { return std::generic_category().message(code); }
                    Remedy(found.advice, found.lines));
 }
 
-[[noreturn]] void RefuseUsed(const std::string& path, const FileDevice& device, const Use& use) {
-  if (!use.mount_point.empty()) {
+[[noreturn]] void RefuseUsed(const std::string& path, FileDevice& device, const Use& use) {
+  std::array<std::uint8_t, 512> sector{};
+  const bool read = device.Size() >= sector.size() && !device.Read(0, sector);
+  // Of FAT and NTFS what is left from before is no matter.
+  if (!use.mount_point.empty() && read && IdentifyBootSector(sector).kind == BootKind::None) {
     const auto found =
         FindForeign(device, 0, device.Size(), {.path = path, .mount_point = use.mount_point});
     if (found) RefuseForeign(path, *found, ", mounted on " + use.mount_point);

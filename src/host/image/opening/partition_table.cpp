@@ -67,12 +67,14 @@ void RequireWholeChain(BlockDevice& disk, std::uint32_t sector_size, std::uint64
   throw VolumeRefused("The chain of logical partitions does not end");
 }
 
-std::vector<Partition> Partitions(FileDevice& disk, blkid_partlist list) {
+std::vector<Partition> Partitions(FileDevice& disk, blkid_partlist list, bool gpt) {
   std::vector<Partition> out;
   for (int i = 0; i < blkid_partlist_numof_partitions(list); ++i) {
     blkid_partition partition = blkid_partlist_get_partition(list, i);
     // A table inside a partition is the business of the system that made it.
     if (blkid_parttable_get_parent(blkid_partition_get_table(partition)) != nullptr) continue;
+    // An entry of the MBR that is marked as empty; of a GPT the type is a UUID, and this is 0.
+    if (!gpt && blkid_partition_get_type(partition) == 0) continue;
     const auto start = static_cast<std::uint64_t>(blkid_partition_get_start(partition));
     const auto sectors = static_cast<std::uint64_t>(blkid_partition_get_size(partition));
     if (blkid_partition_is_extended(partition)) {
@@ -122,7 +124,7 @@ std::vector<Partition> ReadPartitions(FileDevice& disk) {
   const auto look = [&](FileDevice& at, std::uint32_t sector_size) {
     const BlkidProbe probe = ProbeOver(at.Descriptor(), 0, at.Size());
     blkid_partlist list = FindTable(probe, sector_size);
-    return list != nullptr ? std::optional(Partitions(disk, list)) : std::nullopt;
+    return list != nullptr ? std::optional(Partitions(disk, list, gpt)) : std::nullopt;
   };
   if (auto found = look(disk, own)) return *std::move(found);
   if (!gpt) return {};

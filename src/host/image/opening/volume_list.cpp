@@ -26,6 +26,7 @@
 #include "host/image/opening/boot_sector.h"
 #include "host/image/opening/file_device.h"
 #include "host/image/opening/foreign_content.h"
+#include "host/image/opening/image_use.h"
 #include "host/image/opening/mounts.h"
 #include "host/image/opening/partition_table.h"
 #include "host/image/opening/signatures.h"
@@ -150,8 +151,9 @@ class Lister {
  public:
   explicit Lister(const ListSources& sources) : sources_(sources), use_(ReadUse(sources)) {}
 
-  // A block device by its number.
-  ListedVolume Device(const std::string& device) const {
+  // A block device by its number; what is found in its partition table where the system has made
+  // no partitions of it.
+  std::vector<ListedVolume> Device(const std::string& device) const {
     ListedVolume volume;
     const fs::path folder = BlockFolder(sources_.sys, device);
     const std::string node = Node(DeviceNodeOf(sources_.sys, device));
@@ -166,7 +168,23 @@ class Lister {
       Look(file, 0, volume);
     }
     AddUse(device, node, folder, volume);
-    return volume;
+    return file && volume.unreadable.empty() ? WithPartitions(file, volume)
+                                             : std::vector{std::move(volume)};
+  }
+
+  std::vector<ListedVolume> Image(const std::shared_ptr<FileDevice>& file, const std::string& path,
+                                  const std::string& device) const {
+    ListedVolume volume;
+    volume.path = path;
+    volume.size = file->Size();
+    volume.rotational = IsRotational(sources_.sys, device);
+    Look(file, 0, volume);
+    if (const auto use =
+            FindUse(file->Descriptor(), {sources_.mounts, sources_.swaps, sources_.sys})) {
+      constexpr std::string_view kIs = "is ";
+      volume.in_use = use->what.substr(use->what.starts_with(kIs) ? kIs.size() : 0);
+    }
+    return WithPartitions(file, volume);
   }
 
  private:
@@ -192,9 +210,45 @@ class Lister {
     }
   }
 
+  // The partitions of what is no volume itself, where it has any.
+  static std::vector<ListedVolume> WithPartitions(const std::shared_ptr<FileDevice>& file,
+                                                  ListedVolume& whole) {
+    std::vector<ListedVolume> all;
+    try {
+      if (!whole.workable) {
+        for (const Partition& partition : ReadPartitions(*file)) {
+          ListedVolume volume;
+          volume.path = whole.path;
+          volume.partition = partition.number;
+          volume.offset = partition.offset;
+          volume.size = partition.length;
+          volume.rotational = whole.rotational;
+          volume.in_use = whole.in_use;
+          Look(file, partition.offset, volume);
+          all.push_back(std::move(volume));
+        }
+      }
+    } catch (const VolumeRefused& refused) {
+      whole.unreadable = refused.what();
+    }
+    if (all.empty()) all.push_back(std::move(whole));
+    return all;
+  }
+
   const ListSources& sources_;
   InUse use_;
 };
+
+// Of a disk with partitions these alone.
+std::vector<ListedVolume> DiskWithParts(const Lister& lister, const fs::path& disk) {
+  std::vector<ListedVolume> all;
+  std::error_code error;
+  for (const fs::path& part : Folders(disk)) {
+    if (!fs::exists(part / "partition", error)) continue;
+    std::ranges::move(lister.Device(FirstLine(part / "dev")), std::back_inserter(all));
+  }
+  return all.empty() ? lister.Device(FirstLine(disk / "dev")) : all;
+}
 
 }  // namespace
 
@@ -204,14 +258,11 @@ std::vector<ListedVolume> ListVolumes(const ListSources& sources) {
   for (const fs::path& disk : Folders(sources.sys + "/block")) {
     const std::string name = disk.filename();
     if (name.starts_with("ram") || name.starts_with("zram") || SizeInSysfs(disk) == 0) continue;
-    std::vector<ListedVolume> partitions;
-    std::error_code error;
-    for (const fs::path& part : Folders(disk)) {
-      if (!fs::exists(part / "partition", error)) continue;
-      partitions.push_back(lister.Device(FirstLine(part / "dev")));
-    }
-    if (partitions.empty()) partitions.push_back(lister.Device(FirstLine(disk / "dev")));
-    std::ranges::move(partitions, std::back_inserter(all));
+    std::vector<ListedVolume> found = DiskWithParts(lister, disk);
+    // For who may read all, a drive that cannot be read is one without a medium.
+    const bool empty = found.size() == 1 && !found[0].unreadable.empty();
+    if (FirstLine(disk / "removable") == "1" && empty && ::geteuid() == 0) continue;
+    std::ranges::move(found, std::back_inserter(all));
   }
   return all;
 }
@@ -219,7 +270,9 @@ std::vector<ListedVolume> ListVolumes(const ListSources& sources) {
 std::vector<ListedVolume> ListImage(const std::string& path, const ListSources& sources) {
   std::shared_ptr<FileDevice> file;
   if (const std::error_code error = OpenToRead(path, file)) {
-    throw VolumeRefused(path + " cannot be opened: " + error.message());
+    const bool other = error == std::errc::no_such_device;
+    throw VolumeRefused(path + (other ? " is neither a file nor a block device"
+                                      : " cannot be opened: " + error.message()));
   }
   if (const auto container = FindContainer(*file, path)) {
     throw VolumeRefused(path + " is " + container->name + ", which is not supported" +
@@ -230,40 +283,9 @@ std::vector<ListedVolume> ListImage(const std::string& path, const ListSources& 
     throw VolumeRefused(path + " cannot be looked at: " + std::generic_category().message(errno));
   }
   const Lister lister(sources);
-  ListedVolume whole;
-  if (file->IsBlockDevice()) {
-    whole = lister.Device(DeviceOf(status));
-  } else {
-    whole.size = file->Size();
-    whole.rotational = IsRotational(sources.sys, DeviceOf(status));
-    Look(file, 0, whole);
-  }
-  whole.path = path;
-  if (whole.workable) return {whole};
-  std::vector<ListedVolume> partitions;
-  try {
-    for (const Partition& partition : ReadPartitions(*file)) {
-      ListedVolume volume;
-      const std::string node = NodeOfPartition(
-          sources.sys, file->IsBlockDevice() ? DeviceOf(status) : "", partition.offset);
-      struct stat there {};
-      if (!node.empty() && ::stat(node.c_str(), &there) == 0) {
-        partitions.push_back(lister.Device(DeviceOf(there)));
-        continue;
-      }
-      volume.path = path;
-      volume.partition = partition.number;
-      volume.offset = partition.offset;
-      volume.size = partition.length;
-      volume.rotational = whole.rotational;
-      Look(file, partition.offset, volume);
-      partitions.push_back(std::move(volume));
-    }
-  } catch (const VolumeRefused& refused) {
-    throw VolumeRefused(path + " has a partition table that cannot be used. " + refused.what());
-  }
-  if (partitions.empty()) partitions.push_back(std::move(whole));
-  return partitions;
+  const std::string device = DeviceOf(status);
+  return file->IsBlockDevice() ? DiskWithParts(lister, BlockFolder(sources.sys, device))
+                               : lister.Image(file, path, device);
 }
 
 }  // namespace vornalux

@@ -122,6 +122,7 @@ struct PassResult {
 
 struct JobResult {
   JobOutcome outcome = JobOutcome::None;
+  std::optional<Pass> pass;                 // that the line names
   std::optional<VolumeDescription> volume;  // when the job got as far as to one
   std::optional<AnalysisFigures> analysis;  // what the job itself found before it moved anything
   std::optional<AnalysisFigures> after;     // where a pass was run

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <nlohmann/json.hpp>
 
+#include "engine/pass_table.h"
 #include "host/mounted/error_text.h"
 
 namespace vornalux {
@@ -353,6 +354,7 @@ std::string ToJson(const TrimResult& result) {
 std::string ToJson(const JobResult& result) {
   Json json;
   json["outcome"] = OutcomeName(result.outcome);
+  json["pass"] = result.pass ? Json(RowOf(*result.pass).command) : Json(nullptr);
   if (result.volume) {
     AddVolume(json, *result.volume);
     json["before"] = Figures(result.analysis);

@@ -92,7 +92,7 @@ std::string ToText(std::span<const ListedVolume> volumes, bool all, Charset char
     text = "There is no NTFS or FAT volume here.\n";
   }
   if (!unreadable.empty()) {
-    text += "\nCould not be looked at, which may take root:\n" + unreadable;
+    text += "\nCould not be looked at:\n" + unreadable;
   }
   if (others > 0) {
     text += "\n" + Grouped(others) + (others == 1 ? " other is" : " others are") +

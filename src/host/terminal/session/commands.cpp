@@ -289,8 +289,6 @@ ExitCode JobExitCode(JobOutcome outcome) {
   return ExitCode::Failed;
 }
 
-constexpr const char* kNoPass = "The job line names no pass: nothing was moved.";
-
 Outcome RunJob(Session& session, const Options& options, Charset charset) {
   Program& program = session.program();
   const Engine& engine = program.main_window.engine;
@@ -300,8 +298,10 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
   for (const std::string& objection : objections) session.desktop().Say(objection);
   result.outcome = objections.empty() ? program.launcher.process_cmd_line(options.job_tail)
                                       : JobOutcome::InvalidArgument;
-  const bool idle = result.outcome == JobOutcome::Done && !ParseJob(options.job_tail).job.action;
-  if (idle) session.desktop().Say(kNoPass);
+  result.pass = ParseJob(options.job_tail).job.action;
+  if (result.outcome == JobOutcome::Done && !result.pass) {
+    session.desktop().Say("The job line names no pass: nothing was moved.");
+  }
   const ExitCode code = JobExitCode(result.outcome);
   const std::string& drive = engine.volume.Target().drive;
   if (code == ExitCode::Done || code == ExitCode::Stopped || code == ExitCode::Failed) {
@@ -314,7 +314,6 @@ Outcome RunJob(Session& session, const Options& options, Charset charset) {
       if (ParseJob(options.job_tail).job.action == Pass::Compact) result.shrink = session.Shrink();
     }
     result.remarks = session.Remarks();
-    if (idle) result.remarks.emplace_back(kNoPass);
   }
   result.unreadable = session.platform().Unreadable();
   Outcome outcome;

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/terminal/session/list_command.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <iterator>
 #include <vector>
 
@@ -28,6 +31,9 @@ ExitCode ListCommand(const Options& options, TerminalDesktop& desktop, Charset c
   if (volumes.empty() && code != ExitCode::Done && !options.json) return code;
   const std::error_code error =
       output.Write(options.json ? ToJson(volumes, all) : ToText(volumes, all, charset));
+  const bool missing = std::ranges::any_of(
+      volumes, [](const ListedVolume& volume) { return !volume.unreadable.empty(); });
+  if (missing && ::geteuid() != 0) desktop.Say("As root it could look at more.");
   if (!error) return code;
   desktop.Say("The result could not be written to standard output: " + error.message());
   return ExitCode::Failed;
