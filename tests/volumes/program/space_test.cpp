@@ -25,8 +25,9 @@ class SpaceTest : public MadeVolume {
     EXPECT_EQ(::stat(Path("work.img").c_str(), &status), 0);
     return static_cast<std::uint64_t>(status.st_blocks) * 512;
   }
-  Json Run(const Arguments& arguments, int code = 0) const {
-    const ProgramEnd end = RunProgram(And(arguments, {"--json", "--quiet"}));
+  Json Run(Arguments arguments, int code = 0) const {
+    arguments.insert(arguments.begin() + 1, {"--json", "--quiet"});
+    const ProgramEnd end = RunProgram(arguments);
     EXPECT_EQ(end.code, code) << end.err;
     return end.out.empty() ? Json() : Json::parse(end.out);
   }
