@@ -48,7 +48,8 @@ TEST_F(SpaceTest, AnImageIsNoLargerThanItsContentAfterCompactAndTrim) {
     // Tables in front of a FAT volume, and what its file system needs to remember the holes.
     EXPECT_LE(Stored(), content + 2 * kMebibyte);
     EXPECT_EQ(done["stored_after"], Stored());
-    EXPECT_EQ(done["stored_before"], full);
+    // Lists of extents count, too.
+    EXPECT_NEAR(done["stored_before"].get<double>(), static_cast<double>(full), 65536);
     EXPECT_EQ(done["discarded_bytes"], dry["discarded_bytes"]);
     EXPECT_NEAR(done["given_back"].get<double>(), dry["given_back"].get<double>(), 65536);
     ExpectIntact(image, manifest_);
