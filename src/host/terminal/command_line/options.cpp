@@ -23,6 +23,7 @@ IMAGE is a volume image, a block device, or a disk image with a partition. NTFS 
 The volume must not be mounted. One that is marked dirty, hibernated or has restore points is only
 looked at.
 FILE is opened before the run, written after it, and must not be a volume or a device of blocks.
+Several volumes have their turn one after the other; the exit code is the worst of theirs.
 
 Exit codes:
   0  done
@@ -173,7 +174,8 @@ void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
   command.add_flag("--idle", options.idle, "Use only what others leave of processor and disk")
       ->excludes(low);
   command.add_flag("--quiet", options.quiet, "No progress");
-  command.add_flag("--json", options.json, "Print the result as one JSON object");
+  command.add_flag("--json", options.json,
+                   "Print the result as one JSON object; an array of several volumes");
 }
 
 void AddWorkOptions(CLI::App& command, Options& options) {
