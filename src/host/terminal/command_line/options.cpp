@@ -24,6 +24,7 @@ IMAGE is a volume image, a block device, or a disk image with a partition. NTFS 
 The volume must not be mounted. One that is marked dirty, hibernated or has restore points is only
 looked at.
 FILE is opened before the run, written after it, and must not be a volume or a device of blocks.
+Several volumes have their turn one after the other; the exit code is the worst of theirs.
 
 Exit codes:
   0  done
@@ -168,7 +169,8 @@ void AddPriorityOptions(CLI::App& command, Options& options) {
 
 void AddOutputOptions(CLI::App& command, Options& options) {
   command.add_flag("--quiet", options.quiet, "No progress");
-  command.add_flag("--json", options.json, "Print the result as one JSON object");
+  command.add_flag("--json", options.json,
+                   "Print the result as one JSON object; an array of several volumes");
 }
 
 void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
@@ -434,7 +436,8 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
   CLI::App* list = add("list", "List the volumes there are, change nothing", Command::List);
   list->add_option("IMAGE", raw.list_images, "What to look into; else this machine's disks");
   list->add_flag("--all", options.list_all, "List what is not NTFS or FAT, too");
-  list->add_flag("--json", options.json, "Print the result as one JSON object");
+  list->add_flag("--json", options.json,
+                 "Print the result as one JSON object; an array of several volumes");
 
   // A job line is no business of the parser's: it would take it apart.
   const bool is_job = !arguments.empty() && arguments.front() == "job";

@@ -94,6 +94,7 @@ void OutputFile::OpenToAppend(const std::string& option, const std::string& path
   append_ = true;
   Open(option, path);
   // Somebody's volume, or another file that lines at its end would be no good to.
+  if (!S_ISREG(status_.st_mode)) return;
   std::array<char, 4096> begin = {};
   const ssize_t count = ::pread(descriptor_, begin.data(), begin.size(), 0);
   if (count > 0 && std::find(begin.data(), begin.data() + count, '\0') != begin.data() + count) {

@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <exception>
 #include <mutex>
@@ -86,6 +87,24 @@ std::optional<RunSummary> DryRun(const Options& options, const std::vector<std::
   return std::nullopt;
 }
 
+// What a run has come to, or what it had planned when its time was over.
+std::optional<GainFigures> FiguresOf(const RunSummary& summary) {
+  if (!summary.stopped && summary.regions_after && summary.after) {
+    return GainFigures{.fragmented = summary.after->fragmented,
+                       .free_regions = summary.regions_after->count,
+                       .largest_gap = summary.regions_after->Largest(),
+                       .clusters_moved = summary.clusters_moved};
+  }
+  if (!summary.plan) return std::nullopt;
+  // The plan knows only of what may be moved.
+  const PlanFigures& plan = *summary.plan;
+  const std::int64_t cured = plan.before.fragmented - plan.after.fragmented;
+  return GainFigures{.fragmented = std::max<std::int64_t>(summary.before.fragmented - cured, 0),
+                     .free_regions = plan.after.gaps,
+                     .largest_gap = plan.after.largest_gap,
+                     .clusters_moved = plan.clusters_moved};
+}
+
 }  // namespace
 
 void WorkOutGains(const Options& options, const std::vector<std::string>& files,
@@ -113,11 +132,8 @@ void WorkOutGains(const Options& options, const std::vector<std::string>& files,
     dry.pass = gain.pass;
     dry.thorough = gain.thorough;
     const std::optional<RunSummary> summary = DryRun(dry, files, turn, stop);
-    if (!summary || !summary->regions_after || !summary->after || summary->stopped) continue;
-    gain.figures = {.fragmented = summary->after->fragmented,
-                    .free_regions = summary->regions_after->count,
-                    .largest_gap = summary->regions_after->Largest(),
-                    .clusters_moved = summary->clusters_moved};
+    if (!summary) continue;
+    gain.figures = FiguresOf(*summary);
     if (summary->regions_before) details.largest_gap = summary->regions_before->Largest();
   }
 }

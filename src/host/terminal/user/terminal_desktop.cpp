@@ -224,11 +224,14 @@ void TerminalDesktop::ShowModal(Form& form) {
   if (window_ == nullptr || &form != &window_->temperature_warning) return;
   HDDTempWarning& warning = window_->temperature_warning;
   warning.Show();
+  const std::string degrees = WithDegrees(warning.LblHDDTemp.caption, console_.Characters());
+  const std::string text =
+      warning.caption.get() + " " + degrees + ". " + warning.Label1.caption.get();
+  if (log_ != nullptr) log_->Write(text);
   if (UsesLiveView()) {
     live_->DropKeys();
   } else {
-    const std::string degrees = WithDegrees(warning.LblHDDTemp.caption, console_.Characters());
-    Say(warning.caption.get() + " " + degrees + ". " + warning.Label1.caption.get());
+    Print(text);
   }
   // Whatever called this, nothing that happens meanwhile is for anybody else.
   const bool outer = std::exchange(handling_, true);
