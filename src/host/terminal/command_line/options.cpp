@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "app/job_tail.h"
+#include "host/terminal/command_line/grammar.h"
 #include "host/terminal/command_line/option_values.h"
 #include "text/ascii_case.h"
 #include "text/windows_path.h"
@@ -94,7 +95,7 @@ const CLI::Validator kSize(
       text = std::to_string(*size);
       return std::string();
     },
-    "BYTES");
+    "");
 
 const CLI::Validator kNumber(
     [](std::string& text) {
@@ -141,14 +142,18 @@ void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
           ->type_name("N")
           ->transform(kPartition);
   command.add_option("--offset", options.offset, "Where the volume starts, in bytes (1M is 1 MiB)")
+      ->type_name("BYTES")
       ->transform(kSize)
       ->excludes(partition);
   command
       .add_option("--exclude", options.exclude,
                   "Extensions that Defrag leaves alone: '*.iso; *.vhd'")
+      ->type_name("LIST")
       ->transform(kExtensions);
-  command.add_option("--windows-dir", raw.windows_folder,
-                     "The Windows folder (default: C:\\Windows where there is one; '' for none)");
+  command
+      .add_option("--windows-dir", raw.windows_folder,
+                  "The Windows folder (default: C:\\Windows where there is one; '' for none)")
+      ->type_name("DIR");
   command.add_flag(
       "--vss-safe", options.vss_safe,
       "Keep moves aligned, as on Windows; outside it no restore point survives a move");
@@ -334,6 +339,10 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
   AddCommonOptions(*job, options, raw);
   AddWorkOptions(*job, options);
 
+  // No user's business: what the program is installed with is made by it.
+  if (arguments.size() == 2 && arguments[0] == "--describe" && Describe(app, arguments[1], out)) {
+    return ExitCode::Done;
+  }
   // A job line is no business of the parser's: it would take it apart.
   const bool is_job = !arguments.empty() && arguments.front() == "job";
   const auto dashes =
