@@ -60,24 +60,24 @@ std::string Bold(const std::string& name) {
 
 std::string Italic(const std::string& value) { return "\\fI" + Roff(value) + "\\fR"; }
 
-// Broken into lines as editors like them, none of which is a request.
-std::string Filled(const std::string& text) {
+// Roff broken into lines as editors like them, none of which is a request.
+std::string Filled(const std::string& roff) {
   constexpr std::size_t kWidth = 78;
   std::string out;
   std::string line;
-  std::istringstream words(Roff(text));
+  std::istringstream words(roff);
   for (std::string word; words >> word;) {
     const bool full = line.size() + 1 + word.size() > kWidth;
     if (full) out += std::exchange(line, {}) + "\n";
     if (full && word.starts_with('.')) word = "\\&" + word;
     line += (line.empty() ? "" : " ") + word;
   }
-  return out + line;
+  return out + line + "\n";
 }
 
 std::string Sentence(const std::string& text) {
   const bool ended = text.empty() || std::string_view(".!?").find(text.back()) != std::string::npos;
-  return Filled(text + (ended ? "" : "."));
+  return Filled(Roff(text + (ended ? "" : ".")));
 }
 
 std::string Joined(const std::vector<std::string>& names) {
@@ -147,11 +147,11 @@ void WriteSynopsis(const Grammar& grammar, std::ostream& out) {
   }
 }
 
-void WriteNotes(const Grammar& grammar, std::ostream& out) { out << Filled(grammar.notes) << '\n'; }
+void WriteNotes(const Grammar& grammar, std::ostream& out) { out << Filled(Roff(grammar.notes)); }
 
 void WriteCommands(const Grammar& grammar, std::ostream& out) {
   for (const GrammarCommand& command : grammar.commands) {
-    out << ".TP\n" << Bold(command.name) << '\n' << Sentence(command.purpose) << '\n';
+    out << ".TP\n" << Bold(command.name) << '\n' << Sentence(command.purpose);
   }
   for (const GrammarCommand& command : grammar.commands) {
     if (command.notes.empty()) continue;
@@ -168,18 +168,18 @@ void WriteCommands(const Grammar& grammar, std::ostream& out) {
 void WriteOptions(const Grammar& grammar, std::ostream& out) {
   for (const Entry& entry : EntriesOf(grammar)) {
     const GrammarOption& option = *entry.option;
-    out << ".TP\n" << Typed(option) << '\n' << Sentence(option.help) << '\n';
-    if (!option.choices.empty()) out << "One of " << Joined(option.choices) << ".\n";
-    if (!option.only_with.empty()) out << "Only with " << Joined(option.only_with) << ".\n";
-    if (!option.not_with.empty()) out << "Not with " << Joined(option.not_with) << ".\n";
+    out << ".TP\n" << Typed(option) << '\n' << Sentence(option.help);
+    if (!option.choices.empty()) out << Filled("One of " + Joined(option.choices) + ".");
+    if (!option.only_with.empty()) out << Filled("Only with " + Joined(option.only_with) + ".");
+    if (!option.not_with.empty()) out << Filled("Not with " + Joined(option.not_with) + ".");
     if (entry.commands.size() == grammar.commands.size()) continue;
-    out << ".br\nCommands: " << Joined(entry.commands) << ".\n";
+    out << ".br\n" << Filled("Commands: " + Joined(entry.commands) + ".");
   }
 }
 
 void WriteExitCodes(const Grammar& grammar, std::ostream& out) {
   for (const auto& [code, meaning] : grammar.exit_codes) {
-    out << ".TP\n" << Bold(code) << '\n' << Sentence(meaning) << '\n';
+    out << ".TP\n" << Bold(code) << '\n' << Sentence(meaning);
   }
 }
 
