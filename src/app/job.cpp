@@ -17,6 +17,15 @@ bool IsSwitch(std::string_view operand) {
 
 static_assert(!PassOfLetter("t"), "the switch of the thorough form");
 
+constexpr std::pair<const char*, std::uint32_t> kPriorities[] = {
+    {"-low", priority::kIdle}, {"-normal", priority::kNormal}, {"-high", priority::kAboveNormal}};
+constexpr std::pair<const char*, bool Job::*> kOptions[] = {
+    {"-min", &Job::run_minimized},     {"-down", &Job::shutdown_when_done},
+    {"-close", &Job::close_when_done}, {"-vssafe", &Job::vss_safe},
+    {"-dbg", &Job::debug_log},         {"-t", &Job::thorough}};
+constexpr const char* kDrive = "-drv";
+constexpr const char* kFolder = "-dir";
+
 // Lower case, with the slash form turned into the dash form.
 std::string SwitchName(const std::string& token) {
   std::string name = LowerCase(token);
@@ -47,9 +56,9 @@ class JobReader {
       job.context_menu = true;
       return false;
     }
-    if (name == "-drv") {
+    if (name == kDrive) {
       TakeDrive(token);
-    } else if (name == "-dir") {
+    } else if (name == kFolder) {
       TakeFolder(token);
     } else if (!SetAction(name) && !SetPriority(name) && !SetOption(name)) {
       Object("Invalid argument: " + token);
@@ -67,10 +76,7 @@ class JobReader {
   }
 
   bool SetPriority(const std::string& name) {
-    const std::pair<const char*, std::uint32_t> classes[] = {{"-low", priority::kIdle},
-                                                             {"-normal", priority::kNormal},
-                                                             {"-high", priority::kAboveNormal}};
-    for (const auto& [text, priority_class] : classes) {
+    for (const auto& [text, priority_class] : kPriorities) {
       if (name == text) reading_.job.priorities.push_back(priority_class);
       if (name == text) return true;
     }
@@ -78,11 +84,7 @@ class JobReader {
   }
 
   bool SetOption(const std::string& name) {
-    const std::pair<const char*, bool Job::*> options[] = {
-        {"-min", &Job::run_minimized},     {"-down", &Job::shutdown_when_done},
-        {"-close", &Job::close_when_done}, {"-vssafe", &Job::vss_safe},
-        {"-dbg", &Job::debug_log},         {"-t", &Job::thorough}};
-    for (const auto& [text, option] : options) {
+    for (const auto& [text, option] : kOptions) {
       if (name == text) reading_.job.*option = true;
       if (name == text) return true;
     }
@@ -131,6 +133,18 @@ class JobReader {
 };
 
 }  // namespace
+
+std::vector<std::string> JobSwitches() {
+  std::vector<std::string> switches;
+  const auto add = [&switches](std::string_view name) {
+    switches.push_back("/" + std::string(name.substr(1)));
+  };
+  for (const char* name : {kDrive, kFolder}) add(name);
+  for (const PassRow& row : kPasses) switches.push_back({'/', row.letter});
+  for (const auto& row : kPriorities) add(row.first);
+  for (const auto& row : kOptions) add(row.first);
+  return switches;
+}
 
 bool RunsThorough(const Job& job) {
   return job.thorough && job.action && RowOf(*job.action).thorough != nullptr;

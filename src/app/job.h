@@ -56,6 +56,10 @@ std::string WhyNotThorough(const Job& job);
 // Reads the tail of a command line, the text behind the program's path. Touches nothing.
 JobReading ParseJob(std::string_view tail);
 
+// What a line that does something on a volume may hold, "/drv" and so on; the first two take an
+// operand.
+std::vector<std::string> JobSwitches();
+
 // How a job ended. Whatever keeps it from running is told to the user.
 enum class JobOutcome {
   None,             // no job was given yet

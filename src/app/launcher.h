@@ -18,10 +18,6 @@ namespace vornalux {
 
 inline constexpr Colour kLinkColour = 0x800000;  // navy
 
-// Behind the launcher's links.
-inline constexpr const char* kInfoAddress = "https://vornalux.example/readme";
-inline constexpr const char* kSupportAddress = "https://vornalux.example/issues";
-
 // The launcher: the list of volumes, the job options, and the job line that they stand for.
 class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
  public:
@@ -119,7 +115,7 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   void ImageCombo1_Click();
   void CmdGo_Click();
   void ShowJobOptions(bool shown);
-  void OpenPage(const char* address) const;
+  void OpenPage(const char* page) const;
   void VolumeChanged();
   void ShowPriority(std::uint32_t priority_class);
 

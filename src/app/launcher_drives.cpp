@@ -30,8 +30,8 @@ void Introfrm::BindDriveControls() {
   ImageCombo1.change = [this] { ImageCombo1_Click(); };
   CmdGo.click = [this] { CmdGo_Click(); };
   CmdJob.click = [this] { ShowJobOptions(!FrmJob.visible); };
-  lblInfo.click = [this] { OpenPage(kInfoAddress); };
-  LblSupport.click = [this] { OpenPage(kSupportAddress); };
+  lblInfo.click = [this] { OpenPage("/readme"); };
+  LblSupport.click = [this] { OpenPage("/issues"); };
   CmdCancel.click = [this] { cancel = true; };
   CmdCancel.visible = false;
   FrmJob.visible = false;
@@ -123,8 +123,10 @@ void Introfrm::ShowMainWindow() {
   Hide();
 }
 
-void Introfrm::OpenPage(const char* address) const {
-  if (open_page) open_page(address);
+void Introfrm::OpenPage(const char* page) const {
+  const std::string home = VORNALUX_HOME_PAGE;
+  if (home.empty()) return Say("This build of the program has no home page.");
+  if (open_page) open_page(home + page);
 }
 
 void Introfrm::MouseMove() {

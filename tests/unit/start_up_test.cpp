@@ -165,6 +165,16 @@ TEST(Launcher, ListsTheVolumesThatCanBeWorkedOn) {
   EXPECT_EQ(drives.rig.engine.volume.Target().drive, "E:\\") << "a choice is kept";
 }
 
+// Whatever home page the build was given.
+TEST(Launcher, LinksLeadToAPageOrSayThatThereIsNone) {
+  Drives drives;
+  std::vector<std::string> pages;
+  drives.launcher.open_page = [&pages](const std::string& page) { pages.push_back(page); };
+  for (Label* link : {&drives.launcher.lblInfo, &drives.launcher.LblSupport}) link->click();
+  EXPECT_EQ(pages.size() + drives.rig.Boxes().size(), 2U);
+  for (const std::string& page : pages) EXPECT_TRUE(page.starts_with("http")) << page;
+}
+
 TEST(Launcher, ChoosingADriveStartsTheOptionsAnew) {
   Drives drives;
   Introfrm& launcher = drives.launcher;

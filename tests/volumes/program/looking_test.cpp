@@ -9,6 +9,7 @@
 
 #include "check/volume_check.h"
 #include "host/image/device/little_endian.h"
+#include "host/image/journal/journal_format.h"
 #include "support/made_volume.h"
 #include "volumes/ntfs/snapshot_image.h"
 #include "volumes/program/program_process.h"
@@ -225,10 +226,20 @@ TEST_F(Looking, FatMarkedDirtyOrBesideAJournalThatIsNotItsOwn) {
     ExpectSeenAlike(dirty, seen, {"fsck.fat -a"}, true);
     if (HasFailure()) return;
     dirty[at] ^= mark;
-    Put("disk.img.vornalux-journal", Bytes(5000, 'x'));
-    ExpectSeenAlike(dirty, seen, {image_ + ".vornalux-journal"}, false);
+    // No journal at all, and one whose format nobody knows yet.
+    journal_format::HeaderSector newer = journal_format::EncodeIdentity({});
+    StoreLittle(newer, 8, journal_format::kVersion + 1);
+    StoreLittle(newer, 508, journal_format::Checksum(std::span(newer).first(508)));
+    const std::string path = image_ + ".vornalux-journal";
+    const std::pair<Bytes, std::vector<std::string>> journals[] = {
+        {Bytes(5000, 'x'), {path, "delete"}},
+        {Bytes(newer.begin(), newer.end()), {path, "a newer version", "Keep it"}}};
+    for (const auto& [journal, says] : journals) {
+      Put("disk.img.vornalux-journal", journal);
+      ExpectSeenAlike(dirty, seen, says, false);
+      if (HasFailure()) return;
+    }
     Run("rm disk.img.vornalux-journal");
-    if (HasFailure()) return;
   }
 }
 

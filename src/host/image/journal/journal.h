@@ -33,6 +33,7 @@ enum class JournalState {
   Replayed,  // a run was interrupted inside a commit, which has now been finished
   Unclear,   // nothing of it is on this volume, though perhaps on another one that is just like it
   Foreign,   // belongs to another volume, or is no journal of ours
+  Newer,     // a run of a newer version of the program left it, which alone can read it
   Conflict,  // the volume is not as the interrupted run left it
 };
 

@@ -75,7 +75,8 @@ struct RunEntry {
 };
 
 HeaderSector EncodeIdentity(const VolumeIdentity& identity);
-// Nothing when the sector is no whole identity header of a version that we know.
+// Nothing when the sector is no whole identity header of a version that we know. version is set
+// whenever the header is whole: where it lies and how it is sealed is the same in all of them.
 std::optional<VolumeIdentity> DecodeIdentity(const HeaderSector& sector, std::uint32_t& version);
 
 HeaderSector EncodeRecordHeader(const RecordHeader& header);

@@ -320,6 +320,11 @@ JournalFinding JudgeIdentity(const Headers& headers, const VolumeIdentity& ident
     return Found(JournalState::Empty, "the journal was created but never used");
   }
   const std::optional<VolumeIdentity> owner = DecodeIdentity(headers.identity, version);
+  if (version > kVersion) {
+    return Found(JournalState::Newer, "its format is number " + std::to_string(version) +
+                                          ", this version knows those up to " +
+                                          std::to_string(kVersion));
+  }
   if (!owner) {
     return Found(JournalState::Foreign,
                  "it is no journal of this version of the program, or damaged");

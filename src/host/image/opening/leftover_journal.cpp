@@ -84,6 +84,13 @@ class Leftover {
     const bool fits = finding.state == JournalState::Empty || finding.state == JournalState::Idle ||
                       finding.state == JournalState::Pending;
     if (fits) return finding.state;
+    if (finding.state == JournalState::Newer) {
+      Object("has a journal " + home_->Path() + " of a newer version of this program (" +
+             finding.detail +
+             "). Nothing was done with it. Keep it, and run the newer version on the volume before "
+             "anything else opens it, analyze is enough: it finishes what was interrupted");
+      return std::nullopt;
+    }
     if (finding.state == JournalState::Unclear) {
       Object(
           "has a journal of a run that was interrupted when nothing of it had reached this "

@@ -11,6 +11,7 @@
 
 #include "app/job_tail.h"
 #include "host/terminal/command_line/file_list.h"
+#include "host/terminal/command_line/grammar.h"
 #include "host/terminal/command_line/mistakes.h"
 #include "host/terminal/command_line/option_values.h"
 #include "text/ascii_case.h"
@@ -101,7 +102,7 @@ const CLI::Validator kSize(
       text = std::to_string(*size);
       return std::string();
     },
-    "BYTES");
+    "");
 
 const CLI::Validator kRate(
     [](std::string& text) {
@@ -110,7 +111,7 @@ const CLI::Validator kRate(
       text = std::to_string(*size);
       return std::string();
     },
-    "BYTES");
+    "");
 
 const CLI::Validator kNumber(
     [](std::string& text) {
@@ -157,6 +158,7 @@ void AddPlaceOptions(CLI::App& command, Options& options) {
           ->type_name("N")
           ->transform(kPartition);
   command.add_option("--offset", options.offset, "Where the volume starts, in bytes (1M is 1 MiB)")
+      ->type_name("BYTES")
       ->transform(kSize)
       ->excludes(partition);
 }
@@ -178,9 +180,12 @@ void AddCommonOptions(CLI::App& command, Options& options, RawOptions& raw) {
   command
       .add_option("--exclude", options.exclude,
                   "Extensions that Defrag leaves alone: '*.iso; *.vhd'")
+      ->type_name("LIST")
       ->transform(kExtensions);
-  command.add_option("--windows-dir", raw.windows_folder,
-                     "The Windows folder (default: C:\\Windows where there is one; '' for none)");
+  command
+      .add_option("--windows-dir", raw.windows_folder,
+                  "The Windows folder (default: C:\\Windows where there is one; '' for none)")
+      ->type_name("DIR");
   command.add_flag(
       "--vss-safe", options.vss_safe,
       "Keep moves aligned, as on Windows; outside it no restore point survives a move");
@@ -213,6 +218,7 @@ void AddWorkOptions(CLI::App& command, Options& options) {
   command.add_flag("--discard", options.discard,
                    "Give free space back afterwards, to the image's file system or the disk");
   command.add_option("--max-rate", options.max_rate, "Move no more than this in a second (20M)")
+      ->type_name("BYTES")
       ->transform(kRate);
   command.add_flag("--force", options.force, "Work on a solid-state disk, too");
 }
@@ -436,9 +442,12 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
   CLI::App* list = add("list", "List the volumes there are, change nothing", Command::List);
   list->add_option("IMAGE", raw.list_images, "What to look into; else this machine's disks");
   list->add_flag("--all", options.list_all, "List what is not NTFS or FAT, too");
-  list->add_flag("--json", options.json,
-                 "Print the result as one JSON object; an array of several volumes");
+  list->add_flag("--json", options.json, "Print the result as one JSON object");
 
+  // No user's business: what the program is installed with is made by it.
+  if (arguments.size() == 2 && arguments[0] == "--describe" && Describe(app, arguments[1], out)) {
+    return ExitCode::Done;
+  }
   // A job line is no business of the parser's: it would take it apart.
   const bool is_job = !arguments.empty() && arguments.front() == "job";
   const auto dashes =
