@@ -263,12 +263,14 @@ ErrorCode FatVolume::Reload() {
 // Such a program makes tables of another size, and rounds to so many bytes.
 std::optional<SmallestSize> FatVolume::Smallest() {
   constexpr std::uint64_t kRoomForTables = 3000000, kRounding = 1000000;
+  constexpr std::uint64_t kLeastFat16 = 34000000;  // no such program makes a smaller one
   if (lost_ || geometry_.type == FatType::Fat12) return std::nullopt;
   std::int64_t end = facts_.total_clusters;
   while (end > 0 && !Clusters().Used(end - 1)) --end;
   // With fewer it would be another kind of FAT.
   end = std::max<std::int64_t>(end, geometry_.type == FatType::Fat16 ? 4085 : 65525);
-  const std::uint64_t least = ClusterOffset(end) + kRoomForTables;
+  const std::uint64_t least = std::max(ClusterOffset(end) + kRoomForTables,
+                                       geometry_.type == FatType::Fat16 ? kLeastFat16 : 0);
   const std::uint64_t bytes = (least + kRounding - 1) / kRounding * kRounding;
   if (bytes >= ClusterOffset(facts_.total_clusters)) return std::nullopt;
   return SmallestSize{.bytes = bytes};

@@ -39,7 +39,8 @@ ShrinkAdvice AdviseShrink(const std::string& image, const VolumePlace& place,
     if (!place.device && !place.last) {
       advice.then = "What lies behind the volume stays where it is.";
     } else if (!place.device) {
-      advice.commands.push_back("truncate --size=" + std::to_string(end) + " " + path);
+      // Never of a volume that would not become smaller.
+      advice.commands.back() += " && truncate --size=" + std::to_string(end) + " " + path;
     } else if (place.partition) {
       advice.then = "Then the partition may be made " + std::to_string(end / kSector) +
                     " sectors of 512 bytes long.";
