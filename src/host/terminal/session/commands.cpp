@@ -48,8 +48,8 @@ void Present(const Result& result, const Options& options, Charset charset, Outc
 
 template <typename Result>
 auto Composer(Result result, const Options& options, Charset charset) {
-  return [result = std::move(result), &options,
-          charset](Outcome& outcome, const std::optional<DiscardResult>& discard) mutable {
+  return [result = std::move(result), &options, charset](
+             Outcome& outcome, const std::optional<DiscardResult>& discard) mutable {
     result.discard = discard;
     Present(result, options, charset, outcome);
   };

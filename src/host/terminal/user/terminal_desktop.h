@@ -24,7 +24,7 @@ struct RunSurroundings {
   std::function<std::string()> image = {};  // the name of the volume at work
   std::string place = {};                   // of it among several, "2 of 3"
   bool writes = true;                       // else leaving does no harm at any time
-  std::int64_t max_rate = 0;  // of moved data, bytes per second; 0 for no limit
+  std::int64_t max_rate = 0;                // of moved data, bytes per second; 0 for no limit
 };
 
 // The desktop of a program on a terminal: the main window is a live view, or plain lines where
