@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/terminal/session/commands.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -26,34 +24,17 @@
 #include "host/terminal/saved_job/save_job.h"
 #include "host/terminal/session/list_command.h"
 #include "host/terminal/session/map_text.h"
+#include "host/terminal/session/outcome.h"
 #include "host/terminal/session/pass_gains.h"
 #include "host/terminal/session/same_volume.h"
 #include "host/terminal/session/session.h"
-#include "host/terminal/session/sleep_lock.h"
 #include "host/terminal/session/terminal_platform.h"
+#include "host/terminal/session/trim_command.h"
 #include "host/terminal/session/volume_series.h"
 #include "text/windows_path.h"
 
 namespace vornalux {
 namespace {
-
-// Another program or a file gets names as they are; only a terminal has a character set.
-Charset OutputCharset(Charset terminal) { return isatty(STDOUT_FILENO) ? terminal : Charset::Utf8; }
-
-template <typename Result>
-void Present(const Result& result, const Options& options, Charset charset, Outcome& outcome) {
-  outcome.output = options.json ? ToJson(result) : ToText(result, OutputCharset(charset));
-  if (!options.log.empty()) outcome.log = ToText(result, Charset::Utf8);
-}
-
-template <typename Result>
-auto Composer(Result result, const Options& options, Charset charset) {
-  return [result = std::move(result), &options, charset](
-             Outcome& outcome, const std::optional<DiscardResult>& discard) mutable {
-    result.discard = discard;
-    Present(result, options, charset, outcome);
-  };
-}
 
 // The Analyze button, or the same for the classes that Optimize works by.
 ExitCode Analyze(Program& program, bool classes) {
@@ -81,32 +62,6 @@ MapColumns DrawnMap(DefragWindow& window, std::int64_t places = kPicturePlaces) 
   window.RedrawMap(MapLayers::Candidates);
   picture.ResizeAtNextClear(width);
   return picture.columns();
-}
-
-std::vector<std::uint8_t> Picture(const ReportContent& report) {
-  const bool ran = !report.map_after.empty();
-  return EncodePng(DrawMapWithLegend(ran ? report.map_after : report.map_before, report.legend));
-}
-
-// False, and the user told, when the file could not be written.
-bool WriteFile(OutputFile& file, std::span<const char> content, TerminalDesktop& desktop) {
-  const std::error_code error = file.Replace(content);
-  if (!error) return true;
-  desktop.Say(file.Name() + " could not be written: " + error.message());
-  return false;
-}
-
-bool WritePictures(const ReportContent& report, Outputs& outputs, TerminalDesktop& desktop) try {
-  bool good = true;
-  if (outputs.png.IsOpen()) {
-    const std::vector<std::uint8_t> png = Picture(report);
-    good = WriteFile(outputs.png, {reinterpret_cast<const char*>(png.data()), png.size()}, desktop);
-  }
-  if (outputs.report.IsOpen()) good &= WriteFile(outputs.report, ToHtml({&report, 1}), desktop);
-  return good;
-} catch (const std::exception& error) {
-  desktop.Say(error.what());
-  return false;
 }
 
 bool WantsPictures(const Options& options) {
@@ -372,53 +327,6 @@ Outcome RunOnVolumes(Session& session, const Options& options, Charset charset) 
   return RunPass(session, options, charset);
 }
 
-// Each tells the user what went wrong.
-bool ShowResult(const Outcome& outcome, Outputs& outputs, TerminalDesktop& desktop) {
-  const bool elsewhere = outputs.png.IsStandardOutput() || outputs.report.IsStandardOutput();
-  const bool good = !outcome.report || WritePictures(*outcome.report, outputs, desktop);
-  const std::error_code error =
-      elsewhere ? WriteAll(STDERR_FILENO, outcome.output) : outputs.standard.Write(outcome.output);
-  if (!error) return good;
-  desktop.Say("The result could not be written to standard " +
-              std::string(elsewhere ? "error: " : "output: ") + error.message());
-  return false;
-}
-
-// That the image's file system or the disk gives nothing back is no failure of the pass before.
-ExitCode CodeOf(const std::optional<DiscardResult>& discard) {
-  if (!discard || discard->failed) return ExitCode::Failed;
-  return discard->stopped ? ExitCode::Stopped : ExitCode::Done;
-}
-
-// A machine that sleeps or goes down in the middle loses nothing, but leaves a run to be finished.
-std::optional<SleepLock> StayAwake(const Options& options) {
-  if (options.dry_run || OnlyLooks(options.command)) return std::nullopt;
-  return std::optional<SleepLock>(std::in_place, "Working on " + options.volumes.front().image);
-}
-
-ExitCode Trim(const Options& options, TerminalDesktop& desktop, Charset charset, Outputs& outputs) {
-  const std::string& image = options.volumes.front().image;
-  std::optional<SleepLock> awake = StayAwake(options);
-  const TrimReport report = TrimImage(image,
-                                      {.writable = true,
-                                       .dry_run = options.dry_run,
-                                       .drop_restore_points = options.drop_restore_points,
-                                       .partition = options.partition,
-                                       .offset = options.offset},
-                                      [&desktop] { return desktop.StopWanted(); });
-  awake.reset();
-  if (report.opening.recovered) desktop.Say(report.opening.recovery);
-  for (const std::string& remark : report.remarks) desktop.Say(image + ": " + remark);
-  const TrimResult result = {.volume = Describe(image, 'C', report.facts),
-                             .discard = report.discard,
-                             .dry_run = options.dry_run};
-  if (result.discard.stopped) desktop.Say("Stopped.");
-  Outcome outcome;
-  Present(result, options, charset, outcome);
-  const bool shown = ShowResult(outcome, outputs, desktop);
-  return !shown || result.discard.cannot ? ExitCode::Failed : CodeOf(result.discard);
-}
-
 // switch_off: the job wants it.
 Outcome OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset charset,
                      Outputs& outputs, bool& switch_off) {
@@ -433,17 +341,19 @@ Outcome OpenRunClose(const Options& options, TerminalDesktop& desktop, Charset c
     outcome.code = ExitCode::Failed;
     outcome.error = error.what();
   }
-  bool discard = options.discard && outcome.code == ExitCode::Done;
-  if (discard && !session.PrepareDiscard()) discard = false;
+  const auto went_well = [&outcome] {
+    return outcome.code == ExitCode::Done || outcome.code == ExitCode::InPieces;
+  };
+  const bool discard = options.discard && went_well() && session.PrepareDiscard();
   if (!session.Close()) outcome.code = ExitCode::Failed;
   if (const auto& unreadable = session.platform().Unreadable(); !unreadable.empty()) {
     desktop.Say(ToText(unreadable, options.json));
     outcome.code = ExitCode::Failed;
   }
   std::optional<DiscardResult> discarded;
-  if (discard && outcome.code == ExitCode::Done) {
+  if (discard && went_well()) {
     discarded = session.Discard();
-    outcome.code = CodeOf(discarded);
+    if (const ExitCode code = CodeOf(discarded); code != ExitCode::Done) outcome.code = code;
   }
   if (outcome.compose) outcome.compose(outcome, discarded);
   if (outcome.report) outcome.report->discard = discarded;
@@ -503,7 +413,7 @@ ExitCode RunCommand(const Options& options, TerminalDesktop& desktop, Charset ch
       return ListCommand(options, desktop, OutputCharset(charset), outputs.standard);
     }
     if (options.save_job) return SaveJob(options, desktop, outputs.standard);
-    if (options.command == Command::Trim) return Trim(options, desktop, charset, outputs);
+    if (options.command == Command::Trim) return TrimCommand(options, desktop, charset, outputs);
     return RunOnAll(options, desktop, charset, outputs);
   } catch (const VolumeRefused& refused) {
     desktop.Say(refused.what());
