@@ -286,8 +286,8 @@ std::string ToText(const PassResult& result, Charset charset) {
 
 std::string ToText(const TrimResult& result, Charset charset) {
   const VolumeDescription& volume = result.volume;
-  std::string text = "Volume";
-  if (!volume.label.empty()) text += " " + PrintableText(volume.label, charset);
+  std::string text = PrintableText(volume.image, charset);
+  if (!volume.label.empty()) text += ", " + PrintableText(volume.label, charset);
   text += ", " + volume.file_system + " in clusters of " + ByteText(volume.cluster_bytes) + "\n\n" +
           Discards(result.discard, result.dry_run);
   if (result.dry_run) text += "  Dry run: nothing was given back\n";
