@@ -129,10 +129,17 @@ void FinishAnalysis(const Options& options, TerminalDesktop& desktop, Charset ch
     std::vector<std::string> files;
     for (const NamedFile& named : result.files) files.push_back(named.file.path);
     if (in_time) desktop.Tell("Working out what passes would gain");
-    WorkOutGains(
+    GainsTrouble trouble = WorkOutGains(
         options, files, in_time ? time : std::chrono::seconds(0),
         [&desktop] { return desktop.StopPending(); }, result.details);
     if (desktop.StopPending()) outcome.code = ExitCode::Stopped;
+    // A disk that fails now is as sick as one that fails before.
+    if (!trouble.unreadable.empty()) desktop.Say(ToText(trouble.unreadable, options.json));
+    if (!trouble.refused.empty()) {
+      desktop.Say("What passes would leave is not worked out: " + trouble.refused);
+    }
+    if (!trouble.unreadable.empty() || !trouble.refused.empty()) outcome.code = ExitCode::Failed;
+    result.unreadable = std::move(trouble.unreadable);
   }
   if (outcome.report) outcome.report->details = result.details;
   Present(result, options, charset, outcome);

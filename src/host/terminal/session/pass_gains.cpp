@@ -66,7 +66,8 @@ class TimeLimit {
 };
 
 std::optional<RunSummary> DryRun(const Options& options, const std::vector<std::string>& files,
-                                 Clock::time_point end, const std::function<bool()>& stop) try {
+                                 Clock::time_point end, const std::function<bool()>& stop,
+                                 GainsTrouble& trouble) try {
   SilentConsole console;
   PendingEvents events = 0;
   Outputs outputs;
@@ -80,10 +81,12 @@ std::optional<RunSummary> DryRun(const Options& options, const std::vector<std::
   window.OpenMenu();
   window.PassItem(options.pass).Click();
   std::optional<RunSummary> summary = window.engine.record.Summary();
-  const bool good = !window.last_run_failed && session.platform().Unreadable().empty();
-  return session.Close() && good ? summary : std::nullopt;
-} catch (const std::exception&) {
-  // Nobody was promised anything.
+  const bool good = session.Close() && !window.last_run_failed;
+  trouble.unreadable = session.platform().Unreadable();
+  if (!good) trouble.refused = "a dry run of it failed";
+  return summary;
+} catch (const std::exception& error) {
+  trouble.refused = error.what();
   return std::nullopt;
 }
 
@@ -107,9 +110,9 @@ std::optional<GainFigures> FiguresOf(const RunSummary& summary) {
 
 }  // namespace
 
-void WorkOutGains(const Options& options, const std::vector<std::string>& files,
-                  std::chrono::milliseconds time, const std::function<bool()>& stop,
-                  AnalysisDetails& details) {
+GainsTrouble WorkOutGains(const Options& options, const std::vector<std::string>& files,
+                          std::chrono::milliseconds time, const std::function<bool()>& stop,
+                          AnalysisDetails& details) {
   Options dry = options;
   dry.command = Command::Pass;
   dry.dry_run = true;
@@ -131,11 +134,14 @@ void WorkOutGains(const Options& options, const std::vector<std::string>& files,
     if (now >= end || stop()) continue;
     dry.pass = gain.pass;
     dry.thorough = gain.thorough;
-    const std::optional<RunSummary> summary = DryRun(dry, files, turn, stop);
+    GainsTrouble trouble;
+    const std::optional<RunSummary> summary = DryRun(dry, files, turn, stop, trouble);
+    if (!trouble.unreadable.empty() || !trouble.refused.empty()) return trouble;
     if (!summary) continue;
     gain.figures = FiguresOf(*summary);
     if (summary->regions_before) details.largest_gap = summary->regions_before->Largest();
   }
+  return {};
 }
 
 }  // namespace vornalux
