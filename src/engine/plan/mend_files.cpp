@@ -9,7 +9,7 @@
 namespace vornalux::plan {
 namespace {
 
-constexpr int kRounds = 8;
+constexpr int kRounds = 16;
 
 std::vector<std::int32_t> FragmentedFiles(const ClusterSpace& space, MendingOrder order) {
   std::vector<std::int32_t> files;

@@ -76,6 +76,7 @@ Plan PlanOf(const Volume& volume, MoveList moves) {
   plan.before = FiguresOf(space);
   plan.clusters_moved = ClustersOf(moves);
   std::vector<std::int32_t> most;  // pieces that a file may be in when the run is stopped
+  most.reserve(static_cast<std::size_t>(space.FileCount()));
   for (std::int32_t file = 0; file < space.FileCount(); ++file) {
     most.push_back(space.PiecesOf(file));
   }
