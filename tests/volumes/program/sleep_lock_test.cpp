@@ -90,9 +90,9 @@ class LoginManager {
     int ends[2] = {-1, -1};
     if (::pipe2(ends, O_CLOEXEC) != 0) return -errno;
     lock_ = ends[0];
+    given_ = true;
     const int sent = sd_bus_reply_method_return(call, "h", ends[1]);
     ::close(ends[1]);
-    given_ = true;
     return sent;
   }
 
@@ -116,6 +116,10 @@ TEST_F(SleepLockTest, IsAskedForDuringARunAndGivenBackOnEveryWayOut) {
     std::filesystem::remove(Path("bus"));
     LoginManager manager(Path("bus"), number == SIGTERM ? "block" : "");
     const Setting address("DBUS_SYSTEM_BUS_ADDRESS", Bus());
+    // On a slow disk, so that the run is still at work when it is looked at.
+    const Setting slow("LD_PRELOAD", VORNALUX_KILL_LIBRARY);
+    const Setting sanitized("ASAN_OPTIONS", "verify_asan_link_order=0");
+    const Setting pause("VORNALUX_PAUSE", "500");
     Program program({"job", "--volume", "C=" + image_, "--", "/drv C: /d /dbg"});
     ASSERT_TRUE(program.ReadUntil("DFR:partial_mv"));
     EXPECT_TRUE(manager.Given() && !manager.Released());
