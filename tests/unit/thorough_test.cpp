@@ -74,17 +74,21 @@ TEST(Thorough, LeavesNothingInPieces) {
   });
 }
 
+auto MovableVolume(std::uint64_t seed, std::int64_t clusters, double fragmented) {
+  RandomVolumeOptions options;
+  options.geometry.file_system = seed % 2 == 0 ? "NTFS" : "FAT32";
+  options.geometry.total_clusters = clusters;
+  options.fill = 0.6 + 0.01 * static_cast<double>(seed % 35);
+  options.fragmented = fragmented;
+  options.immovable = 0;
+  return MakeRandomVolume(options, seed);
+}
+
 // Of a folder, without some extensions, after each pass.
 TEST(Thorough, HelpsAsMuchAsWasToldBefore) {
   int helped = 0;
   ForSeeds(60, [&helped](std::uint64_t seed) {
-    RandomVolumeOptions options;
-    options.geometry.file_system = seed % 2 == 0 ? "NTFS" : "FAT32";
-    options.geometry.total_clusters = 4000;
-    options.fill = 0.6 + 0.01 * static_cast<double>(seed % 35);
-    options.fragmented = 0.6;
-    options.immovable = 0;
-    const auto disk = MakeRandomVolume(options, seed);
+    const auto disk = MovableVolume(seed, 4000, 0.6);
     Rig rig(*disk);
     if (seed % 3 == 0) rig.program.launcher.ExcludeTxt.text = std::string("*.txt; *.dll; *.dat");
     if (seed % 5 == 0) rig.engine.volume.Choose("C:\\", "folder0", "");
@@ -178,13 +182,7 @@ TEST(Thorough, NamedFilesAreAllThatARunIsAbout) {
   int made_room = 0;
   ForSeeds(60, [&](std::uint64_t seed) {
     SeededRandom random(seed);
-    RandomVolumeOptions options;
-    options.geometry.file_system = seed % 2 == 0 ? "NTFS" : "FAT32";
-    options.geometry.total_clusters = 3000;
-    options.fill = 0.6 + 0.01 * static_cast<double>(seed % 35);
-    options.fragmented = 0.7;
-    options.immovable = 0;
-    const auto disk = MakeRandomVolume(options, seed);
+    const auto disk = MovableVolume(seed, 3000, 0.7);
     ThoroughRig rig(*disk);
     const bool planned = seed % 3 != 0;
     rig.program.flags.Thorough = ToBoolean(planned);

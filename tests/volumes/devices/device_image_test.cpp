@@ -17,6 +17,7 @@
 #include "host/image/opening/image_use.h"
 #include "support/image_folder.h"
 #include "support/loop_device.h"
+#include "text/shell_text.h"
 
 // What answers the system's call in this program; 0, or the error that it fails with. Nothing set:
 // nothing is done.

@@ -10,6 +10,7 @@
 #include "host/image/opening/image_source.h"
 #include "support/image_folder.h"
 #include "support/loop_device.h"
+#include "text/shell_text.h"
 
 namespace vornalux::test {
 namespace {

@@ -19,7 +19,6 @@
 namespace vornalux {
 namespace {
 
-constexpr const char* kSysfs = "/sys";
 // A disk that answers nothing holds the run up for so long, once every half a minute.
 constexpr unsigned kPatience = 5000;  // milliseconds
 

@@ -12,6 +12,8 @@
 
 namespace vornalux {
 
+inline constexpr const char* kSysfs = "/sys";
+
 inline std::string NumbersOf(dev_t device) {
   return std::to_string(major(device)) + ":" + std::to_string(minor(device));
 }

@@ -22,7 +22,6 @@
 namespace vornalux {
 namespace {
 
-constexpr const char* kSysfs = "/sys";
 constexpr std::uint64_t kFileUnit = 4096;
 constexpr std::uint64_t kLongest = std::uint64_t{1} << 30;  // bytes between two looks at the user
 constexpr std::size_t kLookAgain = 1000;                    // ranges until who else is there

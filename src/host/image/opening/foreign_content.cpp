@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host/image/opening/signatures.h"
+#include "text/shell_text.h"
 
 namespace vornalux {
 namespace {
@@ -172,17 +173,6 @@ std::string Generic(const Signature& signature) {
 }
 
 }  // namespace
-
-std::string ShellQuoted(const std::string& text) {
-  const auto plain = [](char c) {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-           std::string_view("_@%+=:,./-").find(c) != std::string_view::npos;
-  };
-  if (!text.empty() && std::all_of(text.begin(), text.end(), plain)) return text;
-  std::string quoted = "'";
-  for (const char c : text) quoted += c == '\'' ? "'\\''" : std::string(1, c);
-  return quoted + "'";
-}
 
 std::string Remedy(const std::string& advice, const std::vector<std::string>& lines) {
   if (advice.empty()) return {};

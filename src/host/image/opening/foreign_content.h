@@ -36,7 +36,4 @@ std::optional<ForeignContent> FindForeign(const FileDevice& file, std::uint64_t 
 // ". ADVICE:" and each command on a line of its own; ". ADVICE" without any.
 std::string Remedy(const std::string& advice, const std::vector<std::string>& lines);
 
-// As one word of a shell's line.
-std::string ShellQuoted(const std::string& text);
-
 }  // namespace vornalux

@@ -37,7 +37,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kJournalSuffix = ".vornalux-journal";
-constexpr const char* kSysfs = "/sys";
 
 std::string Text(int code) { return std::generic_category().message(code); }
 

@@ -10,6 +10,7 @@
 #include "host/image/drive/whole_disk.h"
 #include "host/image/opening/foreign_content.h"
 #include "host/image/opening/mounts.h"
+#include "text/shell_text.h"
 
 namespace vornalux {
 namespace {

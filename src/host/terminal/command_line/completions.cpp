@@ -5,24 +5,10 @@
 #include <ostream>
 #include <string_view>
 
+#include "text/shell_text.h"
+
 namespace vornalux {
 namespace {
-
-std::string WithBackslashBefore(std::string_view characters, std::string_view text) {
-  std::string out;
-  for (const char c : text) {
-    if (characters.find(c) != std::string_view::npos) out += '\\';
-    out += c;
-  }
-  return out;
-}
-
-// In single quotes, as a POSIX shell has it.
-std::string Quoted(std::string_view text) {
-  std::string out;
-  for (const char c : text) out += c == '\'' ? "'\\''" : std::string(1, c);
-  return "'" + out + "'";
-}
 
 std::string Joined(const std::vector<std::string>& words, const char* between = " ") {
   std::string out;
@@ -84,14 +70,15 @@ complete -F _vornalux vornalux
 std::string BashValue(const GrammarOption& option) {
   if (option.TakesFile()) return "words='' files=1";
   if (option.TakesLetterAndFile()) return "words=C= files=''; compopt -o nospace 2>/dev/null";
-  return "words=" + Quoted(Joined(option.choices)) + " files=''";
+  return "words=" + InSingleQuotes(Joined(option.choices)) + " files=''";
 }
 
 void WriteBashCommand(const GrammarCommand& command, const Grammar& grammar, std::ostream& out) {
   out << "    " << command.name << ")\n";
   if (TakesVolume(command)) out << "      [[ $cur == -* ]] || files=1\n";
   out << "      words="
-      << Quoted(Joined(OptionNames(command.options)) + (command.job_line ? " --" : "")) << '\n';
+      << InSingleQuotes(Joined(OptionNames(command.options)) + (command.job_line ? " --" : ""))
+      << '\n';
   std::map<std::string, std::vector<std::string>> values;
   for (const GrammarOption& option : command.options) {
     if (option.Positional() || option.value.empty()) continue;
@@ -109,7 +96,7 @@ void WriteBashCommand(const GrammarCommand& command, const Grammar& grammar, std
   }
   if (command.job_line) {
     out << "      if [[ $dashes ]]; then\n        files='' words="
-        << Quoted(Joined(grammar.job_switches)) << '\n'
+        << InSingleQuotes(Joined(grammar.job_switches)) << '\n'
         << "        [[ ${before,,} == @(" << grammar.job_switches[0] << '|'
         << grammar.job_switches[1] << ") ]] && words=''\n      fi\n";
   }
@@ -167,12 +154,12 @@ void WriteZshCommand(const GrammarCommand& command, const Grammar& grammar, std:
   out << "      _arguments -S";
   for (const GrammarOption& option : command.options) {
     for (const std::string& name : option.names) {
-      out << " \\\n        " << Quoted(ZshArgument(option, name));
+      out << " \\\n        " << InSingleQuotes(ZshArgument(option, name));
     }
     if (!option.Positional()) continue;
     out << " \\\n        "
-        << Quoted(std::string(option.repeated ? "*" : "") + ":" + ZshText(option.value) + ":" +
-                  ZshAction(option));
+        << InSingleQuotes(std::string(option.repeated ? "*" : "") + ":" + ZshText(option.value) +
+                          ":" + ZshAction(option));
   }
   out << "\n      ;;\n";
 }
@@ -201,7 +188,7 @@ void WriteFishOption(const GrammarOption& option, const std::string& condition, 
 
 void WriteBash(const Grammar& grammar, std::ostream& out) {
   out << kBashBegin << "  case $command in\n    '') words="
-      << Quoted(Joined(CommandNames(grammar)) + " " + Joined(OptionNames(grammar.options)))
+      << InSingleQuotes(Joined(CommandNames(grammar)) + " " + Joined(OptionNames(grammar.options)))
       << " ;;\n";
   for (const GrammarCommand& command : grammar.commands) WriteBashCommand(command, grammar, out);
   out << "  esac\n" << kBashEnd;
@@ -210,7 +197,7 @@ void WriteBash(const Grammar& grammar, std::ostream& out) {
 void WriteZsh(const Grammar& grammar, std::ostream& out) {
   out << kZshBegin;
   for (const GrammarCommand& command : grammar.commands) {
-    out << "    " << Quoted(command.name + ":" + ZshText(command.purpose)) << '\n';
+    out << "    " << InSingleQuotes(command.name + ":" + ZshText(command.purpose)) << '\n';
   }
   out << "  )\n  if (( CURRENT == 2 )); then\n    _describe -t commands command commands\n"
       << "    compadd -- " << Joined(OptionNames(grammar.options)) << "\n    return\n  fi\n"

@@ -5,6 +5,7 @@
 #include <signal.h>
 
 #include <initializer_list>
+#include <utility>
 
 namespace vornalux {
 namespace {
@@ -44,17 +45,18 @@ StopSignals::~StopSignals() {
   signal_target = nullptr;
 }
 
-Ticker::Ticker(PendingEvents& events, std::chrono::milliseconds period) {
+Ticker::Ticker(PendingEvents& events, std::chrono::milliseconds period)
+    : Ticker(period, [&events] { events.fetch_or(pending::kTick, std::memory_order_relaxed); }) {}
+
+Ticker::Ticker(std::chrono::milliseconds period, std::function<void()> tick) {
   // Signals belong to the thread that works: a question to the user must wake up from them.
   sigset_t all;
   sigset_t before;
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &before);
-  thread_ = std::thread([this, &events, period] {
+  thread_ = std::thread([this, period, tick = std::move(tick)] {
     std::unique_lock lock(mutex_);
-    while (!ended_.wait_for(lock, period, [this] { return end_; })) {
-      events.fetch_or(pending::kTick, std::memory_order_relaxed);
-    }
+    while (!ended_.wait_for(lock, period, [this] { return end_; })) tick();
   });
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -31,10 +32,11 @@ class StopSignals {
   StopSignals& operator=(const StopSignals&) = delete;
 };
 
-// Sets kTick once every period.
+// Sets kTick, or does something else, once every period, in a thread that no signal comes to.
 class Ticker {
  public:
   Ticker(PendingEvents& events, std::chrono::milliseconds period);
+  Ticker(std::chrono::milliseconds period, std::function<void()> tick);
   ~Ticker();
   Ticker(const Ticker&) = delete;
   Ticker& operator=(const Ticker&) = delete;

@@ -163,17 +163,6 @@ std::string RegionRows(const RunSummary& summary) {
              "<td></td>");
 }
 
-// The share that a number is best seen as; empty for most.
-std::string Share(const FigureRow& row, const AnalysisFigures& figures) {
-  if (row.figure == &AnalysisFigures::fragmented) {
-    return PercentText(figures.fragmented, figures.total_files + figures.total_dirs);
-  }
-  if (row.figure == &AnalysisFigures::free_clusters) {
-    return PercentText(figures.free_clusters, figures.total_clusters);
-  }
-  return "";
-}
-
 // Numbers that a run is to make smaller.
 bool FewAreGood(const FigureRow& row) {
   return row.figure == &AnalysisFigures::fragmented || row.figure == &AnalysisFigures::fragments ||
@@ -192,7 +181,7 @@ std::string FigureTable(const ReportContent& report) {
     };
     const auto cells = [&](const std::optional<AnalysisFigures>& figures) {
       const std::optional<std::int64_t> number = known(figures);
-      const std::string share = number ? Share(row, *figures) : "";
+      const std::string share = number ? ShareText(row, *figures) : "";
       return "<td class=n>" + (number ? Grouped(*number) : std::string(kUnknown)) +
              (share.empty() ? "" : " <small>(" + share + ")</small>") + "</td>";
     };

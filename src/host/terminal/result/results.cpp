@@ -44,6 +44,16 @@ bool HasClasses(const AnalysisFigures& figures) {
   });
 }
 
+std::string ShareText(const FigureRow& row, const AnalysisFigures& figures) {
+  if (row.figure == &AnalysisFigures::fragmented) {
+    return PercentText(figures.fragmented, figures.total_files + figures.total_dirs);
+  }
+  if (row.figure == &AnalysisFigures::free_clusters) {
+    return PercentText(figures.free_clusters, figures.total_clusters);
+  }
+  return "";
+}
+
 std::string LeftOutText(const AnalysisFigures& figures) {
   constexpr std::ptrdiff_t kShown = 3;
   const std::vector<std::string>& folders = figures.left_out_folders;

@@ -58,6 +58,9 @@ struct FigureRow {
 };
 std::span<const FigureRow> FigureRows();
 
+// The share that a number is best seen as; empty for most.
+std::string ShareText(const FigureRow& row, const AnalysisFigures& figures);
+
 // An analysis that classifies has something in at least one class.
 bool HasClasses(const AnalysisFigures& figures);
 

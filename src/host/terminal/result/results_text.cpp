@@ -39,17 +39,6 @@ std::string Header(const VolumeDescription& volume, const AnalysisFigures& figur
   return text + "\n\n";
 }
 
-// The share that a number is best seen as; empty for most.
-std::string Share(const FigureRow& row, const AnalysisFigures& figures) {
-  if (row.figure == &AnalysisFigures::fragmented) {
-    return PercentText(figures.fragmented, figures.total_files + figures.total_dirs);
-  }
-  if (row.figure == &AnalysisFigures::free_clusters) {
-    return PercentText(figures.free_clusters, figures.total_clusters);
-  }
-  return "";
-}
-
 // Mostly zero, and then not worth a line.
 bool Shown(const FigureRow& row, const AnalysisFigures& figures) {
   if (row.of_classes) return HasClasses(figures);
@@ -58,7 +47,7 @@ bool Shown(const FigureRow& row, const AnalysisFigures& figures) {
 
 void AddRow(std::string& text, const FigureRow& row, const AnalysisFigures& figures) {
   if (!Shown(row, figures)) return;
-  const std::string share = Share(row, figures);
+  const std::string share = ShareText(row, figures);
   text += "  " + Left(row.label) + Right(Grouped(figures.*row.figure)) +
           (share.empty() ? "" : "   " + share) + "\n";
 }

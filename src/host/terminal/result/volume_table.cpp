@@ -8,6 +8,7 @@
 
 #include "host/image/opening/foreign_content.h"
 #include "text/quantity_text.h"
+#include "text/shell_text.h"
 
 namespace vornalux {
 namespace {

@@ -3,21 +3,13 @@
 
 #include <optional>
 
+#include "text/shell_text.h"
 #include "text/wtf8.h"
 
 namespace vornalux {
 namespace {
 
 constexpr char32_t kDelete = 0x7F;
-
-std::string WithBackslashBefore(std::string_view characters, std::string_view text) {
-  std::string out;
-  for (const char c : text) {
-    if (characters.find(c) != std::string_view::npos) out += '\\';
-    out += c;
-  }
-  return out;
-}
 
 // An argument as a command has it: always in quotes, which what stands for something in there loses
 // its meaning by a backslash, and a percent sign by a second one.

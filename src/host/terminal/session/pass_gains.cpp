@@ -1,16 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/terminal/session/pass_gains.h"
 
-#include <pthread.h>
-#include <signal.h>
-
 #include <algorithm>
-#include <condition_variable>
 #include <exception>
-#include <mutex>
 #include <string_view>
 #include <thread>
 
+#include "host/terminal/live/pending_events.h"
 #include "host/terminal/session/session.h"
 
 namespace vornalux {
@@ -29,42 +25,6 @@ class SilentConsole final : public Console {
   void Wait(std::chrono::milliseconds time) override { std::this_thread::sleep_for(time); }
 };
 
-// Stops a run when its time is over, or when it is no more wanted.
-class TimeLimit {
- public:
-  TimeLimit(PendingEvents& events, Clock::time_point end, const std::function<bool()>& stop) {
-    // Signals belong to the thread that works.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    thread_ = std::thread([this, &events, end, &stop] {
-      constexpr auto kStep = std::chrono::milliseconds(20);
-      std::unique_lock lock(mutex_);
-      while (!ended_.wait_for(lock, kStep, [this] { return end_; })) {
-        if (Clock::now() >= end || stop()) events.fetch_or(pending::kTerminate);
-      }
-    });
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  }
-  ~TimeLimit() {
-    {
-      const std::lock_guard lock(mutex_);
-      end_ = true;
-    }
-    ended_.notify_one();
-    thread_.join();
-  }
-  TimeLimit(const TimeLimit&) = delete;
-  TimeLimit& operator=(const TimeLimit&) = delete;
-
- private:
-  std::mutex mutex_;
-  std::condition_variable ended_;
-  bool end_ = false;
-  std::thread thread_;
-};
-
 std::optional<RunSummary> DryRun(const Options& options, const std::vector<std::string>& files,
                                  Clock::time_point end, const std::function<bool()>& stop,
                                  GainsTrouble& trouble) try {
@@ -72,7 +32,10 @@ std::optional<RunSummary> DryRun(const Options& options, const std::vector<std::
   PendingEvents events = 0;
   Outputs outputs;
   TerminalDesktop desktop(console, nullptr, events, Clock::now, true);
-  const TimeLimit limit(events, end, stop);
+  // Its time may be over, or it may be no more wanted.
+  const Ticker limit(std::chrono::milliseconds(20), [&events, end, &stop] {
+    if (Clock::now() >= end || stop()) events.fetch_or(pending::kTerminate);
+  });
   Session session(options, desktop, Charset::Utf8, outputs);
   DefragWindow& window = session.program().main_window;
   window.engine.volume.Choose(std::string{options.volumes.front().letter, ':', '\\'},

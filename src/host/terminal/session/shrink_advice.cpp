@@ -1,21 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/terminal/session/shrink_advice.h"
 
+#include "text/shell_text.h"
+
 namespace vornalux {
 namespace {
 
 constexpr std::uint64_t kSector = 512;
-
-// As a shell takes it for one word, and no program for an option.
-std::string Quoted(const std::string& path) {
-  constexpr const char* kPlain =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._-+,@%";
-  const std::string name = path.starts_with('-') ? "./" + path : path;
-  if (name.find_first_not_of(kPlain) == std::string::npos) return name;
-  std::string quoted = "'";
-  for (const char c : name) quoted += c == '\'' ? "'\\''" : std::string(1, c);
-  return quoted + "'";
-}
 
 // whole: the device or file holds the volume alone, without being a partition of something.
 std::string Resizer(const SmallestSize& smallest, bool ntfs, bool whole) {
@@ -30,7 +21,8 @@ std::string Resizer(const SmallestSize& smallest, bool ntfs, bool whole) {
 
 ShrinkAdvice AdviseShrink(const std::string& image, const VolumePlace& place,
                           const SmallestSize& smallest, bool ntfs) {
-  const std::string path = Quoted(image);
+  // No program takes it for an option.
+  const std::string path = ShellQuoted(image.starts_with('-') ? "./" + image : image);
   const std::uint64_t end = (smallest.bytes + kSector - 1) / kSector * kSector;
   ShrinkAdvice advice = {
       .bytes = smallest.bytes, .left_to_move = smallest.left_to_move, .commands = {}, .then = {}};
