@@ -149,6 +149,7 @@ void RunRecord::NotePlan(const plan::Plan& plan, const PlanSource& source,
   } else {
     begun_.plan = {.moves = std::ranges::count(plan.moves, false, &plan::PlannedMove::joined),
                    .clusters_moved = plan.clusters_moved,
+                   .least_to_move = plan.least_to_move,
                    .before = plan.before,
                    .after = plan.after};
   }

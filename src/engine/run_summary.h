@@ -66,7 +66,8 @@ struct StillFragmented {
 struct PlanFigures {
   std::int64_t moves = 0;  // requests; of a file with holes the system may be asked in more
   std::int64_t clusters_moved = 0;
-  plan::Figures before;  // of what the plan may move
+  std::int64_t least_to_move = 0;  // clusters; only where compacting was planned
+  plan::Figures before;            // of what the plan may move
   plan::Figures after;
   std::int64_t new_plans = 0;  // made since, where one could not be carried out
 };

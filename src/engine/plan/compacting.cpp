@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <tuple>
+#include <vector>
 
 #include "engine/plan/final_places.h"
 #include "engine/plan/mend_files.h"
@@ -13,6 +14,23 @@ namespace {
 
 constexpr int kRounds = 6;
 constexpr std::int64_t kFew = 150;  // one of so many free clusters may lie elsewhere
+
+// What lies behind the ceiling and has no place in front of it as a whole: its pieces, one by one,
+// the longest first.
+void FillWithPieces(ClusterSpace& space, std::int32_t ceiling) {
+  std::vector<Run> behind;
+  space.Visit(ceiling, [&](const ClusterSpace::Piece& piece) {
+    if (piece.file != ClusterSpace::kBlocked) behind.push_back(piece.Clusters());
+    return true;
+  });
+  std::sort(behind.begin(), behind.end(), [](const Run& a, const Run& b) {
+    return a.length != b.length ? a.length > b.length : a.lcn < b.lcn;
+  });
+  for (const Run& run : behind) {
+    const auto gap = space.BestFit(run.lcn, run.length, {ceiling, space.Clusters() - ceiling});
+    if (gap) space.MoveRun(run.lcn, gap->lcn, run.length);
+  }
+}
 
 }  // namespace
 
@@ -29,19 +47,20 @@ Disorder DisorderOf(const ClusterSpace& space, std::int32_t ceiling) {
 }
 
 // Where not everything got to its place, what did is a beginning: the rest is placed anew.
-void Compact(ClusterSpace& space, std::int32_t ceiling, double keep) {
+void Compact(ClusterSpace& space, std::int32_t ceiling, const Keeping& keeping) {
   Disorder last;
   for (int round = 0; round < kRounds; ++round) {
-    const FinalPlaces places(space, ceiling, keep);
+    const FinalPlaces places(space, ceiling, keeping);
     const bool all = Rearranging(space, places.Starts()).CarryOut();
     const Disorder now = DisorderOf(space, ceiling);
     const bool better = std::tie(now.pieces, now.behind) < std::tie(last.pieces, last.behind);
-    if ((all && now.behind == 0) || !better) return;
+    if ((all && now.behind == 0) || !better) break;
     last = now;
     if (!all) {
       MendFiles(space, MendingOrder::LargestFirst, std::numeric_limits<std::int64_t>::max());
     }
   }
+  FillWithPieces(space, ceiling);
 }
 
 std::int32_t CeilingForGap(const ClusterSpace& space, std::int32_t length) {

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "engine/plan/cluster_space.h"
+#include "engine/plan/kept_places.h"
 
 namespace vornalux::plan {
 
@@ -19,9 +20,8 @@ struct Disorder {
 Disorder DisorderOf(const ClusterSpace& space, std::int32_t ceiling);
 
 // Brings all files in one piece to the front of the ceiling, an LCN that leaves room enough for
-// them. A piece stays where it is, and its file comes to it, when it is at least `keep` of the file
-// and elsewhere would do as well.
-void Compact(ClusterSpace& space, std::int32_t ceiling, double keep);
+// them.
+void Compact(ClusterSpace& space, std::int32_t ceiling, const Keeping& keeping);
 
 // A ceiling that leaves a gap of `length` clusters behind it, at the least work. Not for what is
 // more than all free clusters, or than any two blocked ones leave between them.

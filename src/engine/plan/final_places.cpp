@@ -43,11 +43,10 @@ std::int32_t FirstFreeLcn(const ClusterSpace& space) {
   return begin + static_cast<std::int32_t>(left);
 }
 
-FinalPlaces::FinalPlaces(const ClusterSpace& space, std::int32_t ceiling, double keep)
+FinalPlaces::FinalPlaces(const ClusterSpace& space, std::int32_t ceiling, const Keeping& keeping)
     : space_(space), ceiling_(ceiling), starts_(Index(space.FileCount()), kNone) {
-  SortOut();
+  SortOut(MostKept(space, ceiling, keeping));
   PlaceTheLargest();
-  KeepPieces(keep);
   FillGaps();
   PlaceTheRest();
 }
@@ -61,25 +60,26 @@ std::int32_t FinalPlaces::StartAt(std::int32_t file, std::int32_t lcn) const {
   return space_.AlignedUp(lcn, space_.At(space_.FirstPiece(file)).lcn);
 }
 
-void FinalPlaces::SortOut() {
-  std::vector<BySize> loose;
-  const auto is_loose = [&](const ClusterSpace::Piece& piece) {
-    return piece.file != ClusterSpace::kBlocked &&
-           (space_.IsFragmented(piece.file) || piece.Clusters().End() > ceiling_);
-  };
+void FinalPlaces::SortOut(const std::vector<KeptPlace>& kept) {
   std::vector<Fixed> fixed;
+  std::vector<bool> is_loose(Index(space_.FileCount()), true);
+  for (const KeptPlace& place : kept) {
+    fixed.push_back({place});
+    is_loose[Index(place.file)] = false;
+    if (space_.IsFragmented(place.file)) starts_[Index(place.file)] = place.lcn;
+  }
   room_ = ceiling_ + space_.FreeClusters() / kWasteAllowed;
   space_.Visit(0, [&](const ClusterSpace::Piece& piece) {
     const bool blocked = piece.file == ClusterSpace::kBlocked;
     if (!blocked || piece.lcn < ceiling_) room_ -= piece.length;
-    if (is_loose(piece)) return true;
-    fixed.push_back({piece.lcn, piece.Clusters().End(), piece.file, piece.length});
+    if (blocked) fixed.push_back({{piece.lcn, piece.Clusters().End(), piece.file, piece.length}});
     return true;
   });
+  std::sort(fixed.begin(), fixed.end());
   fixed_.Assign(fixed);
+  std::vector<BySize> loose;
   for (std::int32_t file = 0; file < space_.FileCount(); ++file) {
-    const std::int32_t first = space_.FirstPiece(file);
-    if (first != kNone && is_loose(space_.At(first))) loose.push_back({RoomFor(file), file});
+    if (is_loose[Index(file)] && space_.SizeOf(file) > 0) loose.push_back({RoomFor(file), file});
   }
   std::sort(loose.begin(), loose.end());
   loose_.Assign(loose);
@@ -97,14 +97,15 @@ void FinalPlaces::PlaceTheLargest() {
     if (start == kNone) return;
     const std::int32_t end = start + space_.SizeOf(largest.number);
     loose_.Erase(largest);
-    for (FixedPlace at = fixed_.LowerBound({.lcn = end}); at != fixed_.Begin();) {
+    for (FixedPlace at = fixed_.LowerBound(At(end)); at != fixed_.Begin();) {
       const Fixed other = fixed_.At(fixed_.Previous(at));
       if (other.end <= start) break;
       fixed_.Erase(other);
+      starts_[Index(other.file)] = kNone;
       loose_.Insert({RoomFor(other.file), other.file});
-      at = fixed_.LowerBound({.lcn = end});
+      at = fixed_.LowerBound(At(end));
     }
-    fixed_.Insert({start, end, largest.number, 0});
+    fixed_.Insert({{start, end, largest.number, 0}});
     starts_[Index(largest.number)] = start;
   }
 }
@@ -119,7 +120,7 @@ std::int32_t FinalPlaces::CheapestPlace(std::int32_t file, std::int32_t limit) c
     const std::int32_t start = StartAt(file, lcn);
     if (start < 0 || start > limit - size) return;
     std::int64_t in_the_way = 0;
-    for (FixedPlace at = fixed_.LowerBound({.lcn = start + size}); at != fixed_.Begin();) {
+    for (FixedPlace at = fixed_.LowerBound(At(start + size)); at != fixed_.Begin();) {
       at = fixed_.Previous(at);
       if (fixed_.At(at).end <= start) break;
       // A file that was given its place has no clusters there that count, and keeps it.
@@ -135,41 +136,6 @@ std::int32_t FinalPlaces::CheapestPlace(std::int32_t file, std::int32_t limit) c
     consider(gap.End() - size);
   });
   return best;
-}
-
-bool FinalPlaces::IsFixed(const Run& run) const {
-  const FixedPlace above = fixed_.LowerBound({.lcn = run.End()});
-  return above != fixed_.Begin() && fixed_.At(fixed_.Previous(above)).end > run.lcn;
-}
-
-void FinalPlaces::KeepPieces(double keep) {
-  std::vector<Fixed> kept;
-  for (auto at = loose_.Begin(); at != loose_.End(); at = loose_.Next(at)) {
-    const BySize& entry = loose_.At(at);
-    Fixed best{.file = entry.number};
-    std::int32_t offset = 0;
-    for (std::int32_t piece = space_.FirstPiece(entry.number); piece != kNone;
-         piece = space_.At(piece).next) {
-      const Run run = space_.At(piece).Clusters();
-      const std::int32_t start = run.lcn - offset;
-      const std::int32_t size = space_.SizeOf(entry.number);
-      if (run.length > best.kept && start >= 0 && start <= ceiling_ - size &&
-          StartAt(entry.number, start) == start) {
-        best = {start, start + size, entry.number, run.length};
-      }
-      offset += run.length;
-    }
-    if (best.kept > 0 && best.kept >= keep * entry.size) kept.push_back(best);
-  }
-  std::stable_sort(kept.begin(), kept.end(),
-                   [](const Fixed& a, const Fixed& b) { return a.kept > b.kept; });
-  for (const Fixed& each : kept) {
-    const Run run{each.lcn, each.end - each.lcn};
-    if (IsFixed(run)) continue;
-    fixed_.Insert(each);
-    loose_.Erase({RoomFor(each.file), each.file});
-    starts_[Index(each.file)] = each.lcn;
-  }
 }
 
 std::int32_t FinalPlaces::BeginBefore(const FixedPlace& fixed) const {
@@ -315,7 +281,7 @@ void FinalPlaces::FillGaps() {
     const Choice choice = LargestSum(gap.size);
     const std::int32_t waste = gap.size - choice.sum;
     if (waste > 0 && work_ < kMostWork) {
-      const FixedPlace right = fixed_.LowerBound({.lcn = gap.number});
+      const FixedPlace right = fixed_.LowerBound(At(gap.number));
       const auto kept = [&](const FixedPlace& at) {
         return at == fixed_.End() || fixed_.At(at).file == ClusterSpace::kBlocked
                    ? kMost

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "engine/plan/cluster_space.h"
+#include "engine/plan/kept_places.h"
 
 namespace vornalux::plan {
 
@@ -12,27 +13,24 @@ namespace vornalux::plan {
 // gap.
 std::int32_t FirstFreeLcn(const ClusterSpace& space);
 
-// A volume without gaps in front of FirstFreeLcn, and what has to move for it. Files in one piece
-// in front of it stay; the others fill the gaps between them, several to a gap so that nothing is
-// left. Where that does not come out even, one of the neighbours is put among the others.
+// A volume without gaps in front of FirstFreeLcn, and what has to move for it. Files stay, or come
+// to one of their pieces, where that keeps most clusters in their places; the others fill the gaps
+// between them, several to a gap so that nothing is left. Where that does not come out even, one of
+// the neighbours is put among the others.
 class FinalPlaces {
  public:
-  // A piece stays where it is, and its file comes to it, when it is at least `keep` of the file.
   // The ceiling is FirstFreeLcn or above.
-  FinalPlaces(const ClusterSpace& space, std::int32_t ceiling, double keep);
+  FinalPlaces(const ClusterSpace& space, std::int32_t ceiling, const Keeping& keeping);
 
   // Where each file is to begin. kNone: it stays, or no place was left.
   const std::vector<std::int32_t>& Starts() const { return starts_; }
 
  private:
-  // Has its place: a file in one piece, one that comes to its piece, or what is blocked.
-  struct Fixed {
-    std::int32_t lcn = 0;
-    std::int32_t end = 0;
-    std::int32_t file = ClusterSpace::kBlocked;
-    std::int32_t kept = 0;  // clusters that need not be moved as long as it is fixed
+  // A file's place, or what is blocked.
+  struct Fixed : KeptPlace {
     friend bool operator<(const Fixed& a, const Fixed& b) { return a.lcn < b.lcn; }
   };
+  static Fixed At(std::int32_t lcn) { return {{.lcn = lcn}}; }
   struct BySize {
     std::int32_t size = 0;
     std::int32_t number = 0;  // a file, or the LCN of a gap
@@ -53,13 +51,11 @@ class FinalPlaces {
 
   std::int32_t RoomFor(std::int32_t file) const;
   std::int32_t StartAt(std::int32_t file, std::int32_t lcn) const;
-  void SortOut();
+  void SortOut(const std::vector<KeptPlace>& kept);
   void PlaceTheLargest();
   std::int32_t CheapestPlace(std::int32_t file, std::int32_t limit) const;
-  void KeepPieces(double keep);
   void FillGaps();
   void PlaceTheRest();
-  bool IsFixed(const Run& run) const;
   std::int32_t BeginBefore(const FixedPlace& fixed) const;  // of the gap in front of it
   std::int32_t EndAt(const FixedPlace& fixed) const;
   template <typename Visitor>

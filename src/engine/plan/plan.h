@@ -51,6 +51,8 @@ using PlannedMoves = std::deque<PlannedMove>;
 struct Plan {
   PlannedMoves moves;
   std::int64_t clusters_moved = 0;
+  // For all files to lie in one piece in front of the free space; of PlanCompact only.
+  std::int64_t least_to_move = 0;
   Figures before;
   Figures after;
   std::vector<Staying> staying;  // in the order of files

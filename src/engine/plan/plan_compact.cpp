@@ -12,28 +12,20 @@
 namespace vornalux::plan {
 namespace {
 
-// How much of its file a piece has to be to stay where it is: what is best depends on the volume.
-constexpr double kKeep[] = {0.5, 0.3, 0.7, 2};
-constexpr double kKeepWhereMuchMoves[] = {0.4, 0.6, 0.2, 0.85, 0.45, 0.35};
+// What is best depends on the volume.
+constexpr Keeping kKeepings[] = {{.share = 0.3},
+                                 {.share = 0.15, .clusters = 20},
+                                 {.share = 0.15, .clusters = 8},
+                                 {.share = 0.3, .clusters = 3}};
+constexpr Keeping kMoreKeepings[] = {{.share = 1},
+                                     {.share = 0.5},
+                                     {},
+                                     {.share = 0.7},
+                                     {.share = 0.4, .clusters = 8},
+                                     {.share = 0.2, .clusters = 1},
+                                     {.share = 0.6, .clusters = 40}};
 constexpr std::int64_t kMuch = 2;  // times what has to be moved
 constexpr std::int64_t kManyPieces = 20'000;
-
-// What lies behind the ceiling, and of each file all but its longest piece.
-std::int64_t HasToMove(const ClusterSpace& space, std::int32_t ceiling) {
-  std::int64_t clusters = 0;
-  for (std::int32_t file = 0; file < space.FileCount(); ++file) {
-    std::int32_t behind = 0;
-    std::int32_t longest = 0;
-    for (std::int32_t piece = space.FirstPiece(file); piece != ClusterSpace::kNone;
-         piece = space.At(piece).next) {
-      const Run run = space.At(piece).Clusters();
-      behind += std::max(0, run.End() - std::max(run.lcn, ceiling));
-      longest = std::max(longest, run.length);
-    }
-    clusters += std::max(behind, space.SizeOf(file) - longest);
-  }
-  return clusters;
-}
 
 // As many of the first moves as are allowed, of which none is of use only with those behind them.
 void CutOff(MoveList& moves, const Plan& plan, std::int64_t limit) {
@@ -52,16 +44,16 @@ void CutOff(MoveList& moves, const Plan& plan, std::int64_t limit) {
 Plan PlanCompact(const Volume& volume, const Limits& limits) {
   MoveList best;
   std::optional<Disorder> least;
-  std::int64_t has_to_move = 0;
-  const auto compact_from = [&](const MoveList& begun, double keep) {
+  std::int64_t least_to_move = 0;
+  const auto compact_from = [&](const MoveList& begun, const Keeping& keeping) {
     ClusterSpace space(volume);
     const std::int32_t ceiling = FirstFreeLcn(space);
     if (!least) {
       least = DisorderOf(space, ceiling);
-      has_to_move = HasToMove(space, ceiling);
+      least_to_move = LeastToMove(space, ceiling);
     }
     for (const Move& move : begun) space.MoveRun(move.from, move.to, move.length);
-    Compact(space, ceiling, keep);
+    Compact(space, ceiling, keeping);
     const Disorder disorder = DisorderOf(space, ceiling);
     if (disorder < *least) {
       least = disorder;
@@ -69,23 +61,25 @@ Plan PlanCompact(const Volume& volume, const Limits& limits) {
     }
   };
   const auto many = [&] { return std::ssize(volume.blocked) + least->pieces > kManyPieces; };
-  for (const double keep : kKeep) {
-    compact_from({}, keep);
+  for (const Keeping& keeping : kKeepings) {
+    compact_from({}, keeping);
     if (many()) break;
   }
-  for (const double keep : kKeepWhereMuchMoves) {
-    if (many() || least->moved <= kMuch * has_to_move) break;
-    compact_from({}, keep);
+  for (const Keeping& keeping : kMoreKeepings) {
+    if (many() || (least->behind == 0 && least->moved <= kMuch * least_to_move)) break;
+    compact_from({}, keeping);
   }
   // Where some stay in pieces for want of room to turn in, mending finds its own ways.
   if (!PlanOf(volume, best).staying.empty()) {
     const Plan mended = PlanDefrag(volume);
-    compact_from({mended.moves.begin(), mended.moves.end()}, kKeep[0]);
+    compact_from({mended.moves.begin(), mended.moves.end()}, kKeepings[0]);
   }
-  const Plan whole = PlanOf(volume, best);
+  Plan whole = PlanOf(volume, best);
+  whole.least_to_move = least_to_move;
   if (whole.clusters_moved <= limits.clusters) return whole;
   CutOff(best, whole, limits.clusters);
   Plan plan = PlanOf(volume, best);
+  plan.least_to_move = least_to_move;
   TellLimited(plan, whole.staying);
   return plan;
 }

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <iterator>
 #include <optional>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 #include "engine/plan/compacting.h"
 #include "engine/plan/every_way.h"
@@ -19,7 +21,7 @@ namespace {
 constexpr MendingOrder kOrders[] = {MendingOrder::LargestFirst, MendingOrder::MostPiecesPerCluster,
                                     MendingOrder::SmallestFirst};
 constexpr std::int64_t kManyPieces = 20'000;
-constexpr double kKeep = 0.5;  // of its file a piece has to be to stay when all is compacted
+constexpr Keeping kKeepings[] = {{.share = 0.3}, {.share = 1}, {.share = 0.7}};
 
 bool HasManyPieces(const Volume& volume, const ClusterSpace& space) {
   return std::ssize(volume.blocked) + space.PieceCount() > kManyPieces;
@@ -67,10 +69,10 @@ std::int32_t GapMissing(const ClusterSpace& space) {
 }
 
 // Makes such a gap where all free space comes together; after everything else, or before.
-void MendByCompacting(const Volume& volume, std::int32_t gap, std::int64_t limit,
-                      ClusterSpace& best) {
+void MendByCompacting(const Volume& volume, std::int32_t gap, const Keeping& keeping,
+                      std::int64_t limit, ClusterSpace& best) {
   const auto compact = [&](ClusterSpace& space) {
-    Compact(space, CeilingForGap(space, gap), kKeep);
+    Compact(space, CeilingForGap(space, gap), keeping);
     MendFiles(space, MendingOrder::LargestFirst, limit);
     return space.ClustersMoved() <= limit;
   };
@@ -87,13 +89,43 @@ void MendByCompacting(const Volume& volume, std::int32_t gap, std::int64_t limit
   }
 }
 
+void MendTheRest(const Volume& volume, const Limits& limits, ClusterSpace& best) {
+  for (const Keeping& keeping : kKeepings) {
+    const std::int32_t gap = GapMissing(best);
+    if (gap == 0) return;
+    MendByCompacting(volume, gap, keeping, limits.clusters, best);
+    if (HasManyPieces(volume, best)) return;
+  }
+}
+
+// Where files stay in pieces for which there is room, it is often those that are too large for any
+// that get in the way: the same, as if these could not be moved.
+void MendAroundTheLargest(const Volume& volume, const Limits& limits, ClusterSpace& best) {
+  const std::vector<Staying> staying = StayingIn(best);
+  const auto too_large = [](const Staying& file) { return file.obstacle != Obstacle::NotFound; };
+  const auto count = static_cast<std::size_t>(std::ranges::count_if(staying, too_large));
+  if (count == 0 || count == staying.size() || HasManyPieces(volume, best)) return;
+  Volume without = volume;
+  for (const Staying& file : staying) {
+    if (!too_large(file)) continue;
+    std::vector<Run>& runs = without.files[static_cast<std::size_t>(file.file)].runs;
+    without.blocked.insert(without.blocked.end(), runs.begin(), runs.end());
+    runs.clear();
+  }
+  ClusterSpace mended = BestMending(without, limits);
+  MendTheRest(without, limits, mended);
+  if (StayingIn(mended).size() + count >= staying.size()) return;
+  best = ClusterSpace(volume);
+  for (const Move& move : mended.Moves()) best.MoveRun(move.from, move.to, move.length);
+}
+
 MoveList MovesToMend(const Volume& volume, const Limits& limits) {
   ClusterSpace best = BestMending(volume, limits);
   // Small volumes are searched to the end: there a few clusters in the way are much.
   MoveList moves = TryEveryWay(volume, best.PieceCount(), best.ClustersMoved());
   if (!moves.empty() && ClustersOf(moves) <= limits.clusters) return moves;
-  const std::int32_t gap = GapMissing(best);
-  if (gap > 0) MendByCompacting(volume, gap, limits.clusters, best);
+  MendTheRest(volume, limits, best);
+  MendAroundTheLargest(volume, limits, best);
   return std::move(best).Moves();
 }
 

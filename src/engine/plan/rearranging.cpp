@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <iterator>
+#include <utility>
 
 namespace vornalux::plan {
 namespace {
@@ -11,17 +12,18 @@ namespace {
 constexpr std::int32_t kNone = ClusterSpace::kNone;
 constexpr std::int32_t kShortSlide = 64;   // requests, rather than going aside and back
 constexpr std::int32_t kLongSlide = 4096;  // requests at most
-constexpr int kGapsSeen = 300;             // behind all targets
+constexpr std::int32_t kParts = 64;        // of a piece
+constexpr std::int32_t kMorePieces = 2;
+constexpr int kGapsSeen = 300;  // behind all targets
 constexpr std::size_t kTargetsTried = 200;
 constexpr std::size_t kTargetsSeenInHaste = 64;  // when many have been looked at already
-constexpr std::size_t kGapsForParts = 30;
-constexpr std::size_t kParts = 200;
 
 }  // namespace
 
 Rearranging::Rearranging(ClusterSpace& space, const std::vector<std::int32_t>& starts)
     : space_(space) {
   for (std::int32_t file = 0; file < space.FileCount(); ++file) {
+    pieces_.push_back(space.PiecesOf(file));
     std::int32_t target = starts[static_cast<std::size_t>(file)];
     if (target == kNone) continue;
     for (std::int32_t piece = space.FirstPiece(file); piece != kNone;
@@ -45,22 +47,37 @@ Rearranging::Rearranging(ClusterSpace& space, const std::vector<std::int32_t>& s
 
 bool Rearranging::CarryOut() {
   for (std::int32_t item = 0; item < std::ssize(items_); ++item) Queue(item);
+  std::int64_t left = left_ + 1;  // when those behind were brought forward
+  std::size_t none_worse = 0;     // moves after which no file was in more pieces than before
   for (;;) {
-    while (!queue_.empty()) {
-      const std::int32_t item = queue_.front();
-      queue_.pop_front();
-      At(item).queued = false;
-      space_.Checkpoint();
-      Settle(item);
-    }
+    SettleQueued();
     undo_.clear();
     if (left_ == 0) return true;
-    if (!ClearOneTarget()) return false;
+    if (SettleParts() || ClearOneTarget()) continue;
+    if (std::exchange(left, left_) > left_ && BringForward()) continue;
+    if (more_pieces_ == 0) none_worse = space_.Moves().size();
+    if (++more_pieces_ > kMorePieces) break;
+    left = left_ + 1;
+    for (std::int32_t item = 0; item < std::ssize(items_); ++item) Queue(item);
+  }
+  std::int32_t file = 0;
+  const auto worse = [&](std::int32_t pieces) { return space_.PiecesOf(file++) > pieces; };
+  if (std::any_of(pieces_.begin(), pieces_.end(), worse)) space_.TakeBackTo(none_worse);
+  return false;
+}
+
+void Rearranging::SettleQueued() {
+  while (!queue_.empty()) {
+    const std::int32_t item = queue_.front();
+    queue_.pop_front();
+    At(item).queued = false;
+    space_.Checkpoint();
+    if (!Settle(item) && !At(item).done) seen_in_parts_.push_back(item);
   }
 }
 
 void Rearranging::Queue(std::int32_t item) {
-  if (At(item).queued || At(item).state != State::Waiting) return;
+  if (At(item).queued || At(item).done) return;
   At(item).queued = true;
   queue_.push_back(item);
 }
@@ -103,11 +120,15 @@ void Rearranging::MoveTo(std::int32_t item, std::int32_t lcn) {
   Item& each = At(item);
   const Run source = each.Source();
   space_.MoveRun(source.lcn, lcn, source.length);
-  undo_.push_back({item, source.lcn});
+  undo_.push_back({item, each});
   waiting_.Erase({source.lcn, item});
   each.lcn = lcn;
   if (lcn == each.target) {
-    each.state = State::Done;
+    // Its neighbours in the file can be moved in parts now.
+    for (const std::int32_t beside : {item - 1, item + 1}) {
+      if (beside >= 0 && beside < std::ssize(items_)) Queue(beside);
+    }
+    each.done = true;
     --left_;
   } else {
     waiting_.Insert({lcn, item});
@@ -127,10 +148,10 @@ bool Rearranging::Slide(std::int32_t item) {
     const std::int32_t first = from > to ? done : each.length - done - count;
     space_.MoveRun(from + first, to + first, count);
   }
-  undo_.push_back({item, from});
+  undo_.push_back({item, each});
   waiting_.Erase({from, item});
   each.lcn = to;
-  each.state = State::Done;
+  each.done = true;
   --left_;
   QueueThoseAt({from, each.length});
   return true;
@@ -140,13 +161,60 @@ bool Rearranging::Slide(std::int32_t item) {
 bool Rearranging::Settle(std::int32_t item) {
   const Item each = At(item);
   std::vector<std::int32_t> others;
-  if (each.state != State::Waiting || !InTheWay(item, others) || !others.empty()) return false;
+  if (each.done || !InTheWay(item, others) || !others.empty()) return false;
   const std::int32_t step = std::abs(each.lcn - each.target);
   if (step < each.length) {
     const bool short_slide = each.length / step <= kShortSlide;
     if (short_slide || !SetAside(item, each.Target())) return Slide(item);
   }
   MoveTo(item, each.target);
+  return true;
+}
+
+// What is free at the begin or the end of a target takes that much of its piece.
+bool Rearranging::SettleParts() {
+  bool any = false;
+  for (const std::int32_t item : std::exchange(seen_in_parts_, {})) any |= SettlePart(item);
+  return any;
+}
+
+bool Rearranging::SettlePart(std::int32_t item) {
+  const Item& each = At(item);
+  if (each.done) return false;
+  const auto free_until = [&](std::int32_t piece) {
+    return std::min(piece == kNone ? space_.Clusters() : space_.At(piece).lcn, each.Target().End());
+  };
+  const std::int32_t begin = free_until(space_.PieceFrom(each.target)) - each.target;
+  if (begin > 0 && MovePart(item, 0, begin)) return true;
+  const std::int32_t last = each.Target().End() - 1;
+  if (!space_.IsFree({last, 1})) return false;
+  const std::int32_t end = last + 1 - std::max(space_.GapAt(last).lcn, each.target);
+  return MovePart(item, each.length - end, end);
+}
+
+// As long as its file is in no more pieces than it may be.
+bool Rearranging::MovePart(std::int32_t item, std::int32_t offset, std::int32_t length) {
+  Item& each = At(item);
+  const std::int32_t file = space_.At(space_.PieceFrom(each.lcn)).file;
+  const bool whole = !space_.IsFragmented(file);
+  if (length == each.length || each.length / length > kParts) return false;
+  if (whole && more_pieces_ == 0) return false;
+  const std::size_t moves = space_.Moves().size();
+  const Run source{each.lcn + offset, length};
+  space_.MoveRun(source.lcn, each.target + offset, length);
+  if (space_.PiecesOf(file) > pieces_[static_cast<std::size_t>(file)] + more_pieces_) {
+    space_.TakeBackTo(moves);
+    return false;
+  }
+  waiting_.Erase({each.lcn, item});
+  if (offset == 0) {
+    each.lcn += length;
+    each.target += length;
+  }
+  each.length -= length;
+  waiting_.Insert({each.lcn, item});
+  Queue(item);
+  QueueThoseAt(source);
   return true;
 }
 
@@ -174,7 +242,30 @@ bool Rearranging::SetAside(std::int32_t item, const Run& but_not) {
   return true;
 }
 
-// Those with the least in their way.
+// Fills gaps with what lies behind all targets, so that there is room to set others aside.
+bool Rearranging::BringForward() {
+  std::vector<std::int32_t> behind;
+  for (auto at = waiting_.LowerBound({behind_, 0}); at != waiting_.End(); at = waiting_.Next(at)) {
+    behind.push_back(waiting_.At(at).item);
+  }
+  SortByLength(behind);
+  bool any = false;
+  for (const std::int32_t item : behind) {
+    const Run there{behind_, space_.Clusters() - behind_};
+    const auto gap = space_.BestFit(At(item).lcn, At(item).length, there);
+    if (gap) MoveTo(item, gap->lcn);
+    any |= gap.has_value();
+  }
+  return any;
+}
+
+void Rearranging::SortByLength(std::vector<std::int32_t>& items) {
+  std::sort(items.begin(), items.end(), [&](std::int32_t a, std::int32_t b) {
+    return At(a).length != At(b).length ? At(a).length > At(b).length : a < b;
+  });
+}
+
+// Those with the least in their way, for what they bring home.
 std::vector<Rearranging::Candidate> Rearranging::Candidates() {
   std::vector<Candidate> candidates;
   const std::size_t most = targets_to_see_ > 0 ? items_.size() : kTargetsSeenInHaste;
@@ -182,10 +273,10 @@ std::vector<Rearranging::Candidate> Rearranging::Candidates() {
   for (std::size_t seen = 0; seen < items_.size() && candidates.size() < most; ++seen) {
     next_candidate_ = next_candidate_ + 1 < items_.size() ? next_candidate_ + 1 : 0;
     const auto item = static_cast<std::int32_t>(next_candidate_);
-    if (At(item).state != State::Waiting || !InTheWay(item, others)) continue;
-    Candidate candidate{0, item};
-    for (const std::int32_t other : others) candidate.in_the_way += At(other).length;
-    candidates.push_back(candidate);
+    if (At(item).done || !InTheWay(item, others)) continue;
+    std::int64_t in_the_way = 0;
+    for (const std::int32_t other : others) in_the_way += At(other).length;
+    candidates.push_back({static_cast<double>(in_the_way) / At(item).length, item});
   }
   targets_to_see_ -= std::ssize(candidates);
   const std::size_t count = std::min(candidates.size(), kTargetsTried);
@@ -199,109 +290,43 @@ std::vector<Rearranging::Candidate> Rearranging::Candidates() {
 }
 
 bool Rearranging::ClearOneTarget() {
-  const std::vector<Candidate> candidates = Candidates();
-  for (const bool tear : {false, true}) {
-    for (const Candidate& candidate : candidates) {
-      space_.Checkpoint();
-      const std::size_t moves = space_.Moves().size();
-      undo_.clear();
-      if (Clear(candidate.item, tear)) return true;
-      TakeBack(moves);
-    }
+  for (const Candidate& candidate : Candidates()) {
+    space_.Checkpoint();
+    const std::size_t moves = space_.Moves().size();
+    undo_.clear();
+    if (Clear(candidate.item)) return true;
+    TakeBack(moves);
   }
   return false;
 }
 
 // Makes room for one item. The largest in its way go first, while there is most room.
-bool Rearranging::Clear(std::int32_t item, bool tear) {
+bool Rearranging::Clear(std::int32_t item) {
   std::vector<std::int32_t> others;
   if (!InTheWay(item, others)) return false;
-  std::sort(others.begin(), others.end(), [&](std::int32_t a, std::int32_t b) {
-    return At(a).length != At(b).length ? At(a).length > At(b).length : a < b;
-  });
+  SortByLength(others);
   const Run target = At(item).Target();
-  std::vector<std::int32_t> torn;
-  std::vector<std::vector<Run>> parts;
   for (const std::int32_t other : others) {
-    if (Settle(other) || SetAside(other, target)) continue;
-    if (!tear || space_.Alignment() > 1) return false;
-    torn.push_back(other);
-    parts.emplace_back();
-    if (!Tear(other, target, parts.back())) return false;
+    if (!Settle(other) && !SetAside(other, target)) return false;
   }
   // Every time one gets to its target, so that there is an end.
-  if (At(item).state == State::Waiting && !Settle(item)) return false;
-  for (std::size_t i = 0; i < torn.size(); ++i) {
-    if (!Rejoin(torn[i], parts[i])) return false;
-  }
-  return true;
-}
-
-bool Rearranging::Tear(std::int32_t item, const Run& but_not, std::vector<Run>& parts) {
-  Item& each = At(item);
-  undo_.push_back({item, each.lcn});
-  waiting_.Erase({each.lcn, item});
-  each.state = State::Torn;
-  --left_;
-  for (std::int32_t done = 0; done < each.length;) {
-    Run largest;
-    for (const Run& gap : space_.LargestGaps(kGapsForParts)) {
-      Run room = gap;
-      if (gap.Meets(but_not)) {
-        const Run low{gap.lcn, but_not.lcn - gap.lcn};
-        const Run high{but_not.End(), gap.End() - but_not.End()};
-        room = low.length > high.length ? low : high;
-      }
-      if (room.length > largest.length) largest = room;
-    }
-    if (largest.length <= 0 || parts.size() == kParts) return false;
-    largest.length = std::min(largest.length, each.length - done);
-    space_.MoveRun(each.lcn + done, largest.lcn, largest.length);
-    parts.push_back(largest);
-    done += largest.length;
-  }
-  return true;
-}
-
-bool Rearranging::Rejoin(std::int32_t item, const std::vector<Run>& parts) {
-  Item& each = At(item);
-  const Run source = each.Source();
-  std::int32_t place = each.target;
-  if (!space_.IsFree(each.Target())) {
-    const auto gap = space_.BestFit(each.lcn, each.length);
-    if (!gap) return false;
-    place = gap->lcn;
-  }
-  each.lcn = place;
-  for (const Run& part : parts) {
-    space_.MoveRun(part.lcn, place, part.length);
-    place += part.length;
-    QueueThoseAt(part);
-  }
-  if (each.lcn == each.target) {
-    each.state = State::Done;
-  } else {
-    each.state = State::Waiting;
-    ++left_;
-    waiting_.Insert({each.lcn, item});
-    Queue(item);
-  }
-  QueueThoseAt(source);
-  return true;
+  return At(item).done || Settle(item);
 }
 
 void Rearranging::TakeBack(std::size_t moves) {
   space_.TakeBackTo(moves);
   for (; !undo_.empty(); undo_.pop_back()) {
-    Item& each = At(undo_.back().item);
-    if (each.state == State::Waiting) {
-      waiting_.Erase({each.lcn, undo_.back().item});
+    const auto& [number, before] = undo_.back();
+    Item& each = At(number);
+    if (!each.done) {
+      waiting_.Erase({each.lcn, number});
       --left_;
     }
-    each.lcn = undo_.back().lcn;
-    each.state = State::Waiting;
+    const bool queued = each.queued;
+    each = before;
+    each.queued = queued;
     ++left_;
-    waiting_.Insert({each.lcn, undo_.back().item});
+    waiting_.Insert({each.lcn, number});
   }
 }
 

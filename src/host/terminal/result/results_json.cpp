@@ -154,6 +154,9 @@ void AddPlan(Json& json, const RunSummary& summary) {
                     {"before", Figures(plan->before)},
                     {"after", Figures(plan->after)},
                     {"new_plans", plan->new_plans}};
+    if (plan->least_to_move > 0) {
+      json["plan"]["least_bytes"] = plan->least_to_move * summary.cluster_bytes;
+    }
   }
   if (const std::optional<ThoroughHelp>& help = summary.help) {
     json["thorough_would"] = {{"files", help->files},
