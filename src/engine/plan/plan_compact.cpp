@@ -23,7 +23,10 @@ constexpr Keeping kMoreKeepings[] = {{.share = 1},
                                      {.share = 0.7},
                                      {.share = 0.4, .clusters = 8},
                                      {.share = 0.2, .clusters = 1},
-                                     {.share = 0.6, .clusters = 40}};
+                                     {.share = 0.6, .clusters = 40},
+                                     {.clusters = 8},
+                                     {.share = 0.1, .clusters = 2},
+                                     {.share = 0.25, .clusters = 5}};
 constexpr std::int64_t kMuch = 2;  // times what has to be moved
 constexpr std::int64_t kManyPieces = 20'000;
 
