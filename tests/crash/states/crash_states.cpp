@@ -158,6 +158,7 @@ class Explorer {
     const Cut& cut = world_->Cuts().at(cut_number);
     const std::uint64_t seed = Mix(Seed(), cut_number);
     const CrashPoints points(cut, seed);
+    if (first >= points.Count()) throw std::out_of_range("there is no such state");
     for (std::size_t choice = first; choice < std::min(end, points.Count()); ++choice) {
       const std::string trouble = TryState(*world_, cut, points, choice, seed, tally_);
       if (trouble.empty() && world_->Trouble().empty()) continue;
