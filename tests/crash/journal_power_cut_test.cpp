@@ -149,15 +149,6 @@ std::string FirstViolation(const History& history, Random& random, int reorderin
   return "";
 }
 
-TEST(JournalPowerCut, FilesAreWholeAfterAPowerCutAtAnyWrite) {
-  const std::uint64_t first_seed = TestSeed();
-  for (std::uint64_t seed = first_seed; seed < first_seed + 12; ++seed) {
-    Random random(seed);
-    const History history = RandomHistory(random, 250);
-    ASSERT_EQ(FirstViolation(history, random, 6), "") << SeedNote(seed);
-  }
-}
-
 // Each flush is there for a reason: without it some power cut does damage.
 TEST(JournalPowerCut, NoFlushCanBeLeftOut) {
   struct Case {
@@ -195,62 +186,28 @@ TEST(JournalPowerCut, NoFlushCanBeLeftOut) {
   }
 }
 
-// A journal and a volume that do not belong together leave each other alone.
-TEST(JournalPowerCut, AJournalOfAnotherMomentDoesNoHarm) {
-  const std::uint64_t seed = TestSeed();
-  Random random(seed);
-  const History histories[] = {RandomHistory(random, 250), RandomHistory(random, 250)};
-  int refused = 0;
-  for (int round = 0; round < 400; ++round) {
-    SCOPED_TRACE(SeedNote(seed) + ", round " + std::to_string(round));
-    // Of one run, often a commit before or after; or of another.
-    const History& of_journal = histories[round % 2];
-    const History& of_volume = histories[Below(random, 4) == 0 ? 1 - round % 2 : round % 2];
-    Cut journal(of_journal.start);
-    Cut volume(of_volume.start);
-    const std::size_t at = Below(random, of_journal.log.size());
-    const std::size_t most = std::min(at + 60, of_volume.log.size());
-    std::size_t other = Below(random, most + 1);
-    if (Below(random, 2) == 0)
-      other = std::max(other, std::min(at, most) - std::min<std::size_t>(at, 60));
-    const auto written = [&] {
-      return of_volume.log[other].device == 0 &&
-             of_volume.log[other].kind == DeviceEvent::Kind::Write;
-    };
-    while (other < of_volume.log.size() && written()) ++other;
-    for (std::size_t i = 0; i < at; ++i) journal.Apply(of_journal.log[i]);
-    for (std::size_t i = 0; i < other; ++i) volume.Apply(of_volume.log[i]);
-    MemoryDevice device(volume.volume.InOrder());
-    MemoryDevice store(journal.store.InOrder(), true);
-    const Bytes before = device.Content();
-    const JournalState state = RedoJournal(store, device).Recover(TinyVolume::Identity()).state;
-    if (state == JournalState::Replayed || state == JournalState::Idle) {
-      ASSERT_EQ(TinyVolume::Judge(device.Content()), "");
-    } else {
-      ASSERT_EQ(device.Content(), before);
-      refused += state == JournalState::Conflict;
-    }
-  }
-  EXPECT_GT(refused, 100);
-}
-
-// Each call of the volume's device fails in turn, once or for ever. The program goes on as long as
-// it is let; then it is as if the power had gone.
+// Each call of the volume's device, or of the journal's, fails in turn, once or for ever. The
+// program goes on as long as it is let; then it is as if the power had gone.
 TEST(JournalPowerCut, FilesAreWholeAfterAnIoErrorAtAnyCall) {
   const std::uint64_t seed = TestSeed();
-  for (const bool for_ever : {false, true}) {
+  for (const int which : {0, 1, 2, 3}) {
+    const bool for_ever = which % 2 != 0;
+    const bool of_journal = which / 2 != 0;
     bool reached_the_end = false;
     for (std::int64_t nth = 0; !reached_the_end; ++nth) {
       SCOPED_TRACE(SeedNote(seed) + ", call " + std::to_string(nth));
       Random random(seed);
       TinyWorld world(TinyVolume::Format(random, kClusters));
       world.limits = Limits(random);
-      FailingDevice failing(world.device, FailingDevice::kAll);
+      FailingDevice failing(of_journal ? world.journal.store : world.device, FailingDevice::kAll);
       {
-        const std::unique_ptr<TinyVolume> volume = world.Open(nullptr, &failing);
+        world.journal.through = of_journal ? &failing : nullptr;
+        const std::unique_ptr<TinyVolume> volume =
+            world.Open(nullptr, of_journal ? nullptr : &failing);
         failing.FailAt(nth, for_ever);
         RandomMoves(*volume, random, 25);
       }
+      world.journal.through = nullptr;
       reached_the_end = !failing.HasFailed();
       ASSERT_EQ(world.Recover(), "");
       ASSERT_EQ(TinyVolume::Judge(world.device.Content()), "");

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Loaded into the program under test ahead of the C library: lets the process die inside the event
 // that VORNALUX_KILL_AT names (from 1 on): a write with only a part of it done, as a kill may leave
-// it, or just before a flush, a hole or a removal. With VORNALUX_TAKES nothing more is taken after
-// so many bytes, and no reason given. With VORNALUX_SIGNAL it gets that signal before the event
-// instead, which is then done. Disks that cannot be read: VORNALUX_FAIL_READ names the reading that
-// fails (from 1 on), VORNALUX_FAIL_READS as well all that come after it, and
+// it, or just before a flush, a hole or a removal. VORNALUX_FAIL_AT names the event that fails
+// instead, VORNALUX_FAIL_FROM as well all that come after it, with the error number that
+// VORNALUX_ERROR names; without one a write takes only a part. With VORNALUX_TAKES nothing more is
+// taken after so many bytes, and no reason given. With VORNALUX_SIGNAL it gets that signal before
+// the event instead, which is then done. Disks that cannot be read: VORNALUX_FAIL_READ names the
+// reading that fails (from 1 on), VORNALUX_FAIL_READS as well all that come after it, and
 // VORNALUX_BAD_BYTES=FROM:TO what nobody can read. VORNALUX_NO_HOLES: files that can have none. A
 // disk that is slow: each write takes VORNALUX_PAUSE microseconds longer. With VORNALUX_COUNT the
 // numbers of events and of readings go to that file in the end.
@@ -49,6 +51,15 @@ void Event(Partly partly) {
   kill(getpid(), SIGKILL);
 }
 
+bool Fails() {
+  static const std::size_t at = Number("VORNALUX_FAIL_AT");
+  static const std::size_t from = Number("VORNALUX_FAIL_FROM");
+  static const auto error = static_cast<int>(Number("VORNALUX_ERROR"));
+  if (events != at && (from == 0 || events < from)) return false;
+  errno = error;
+  return true;
+}
+
 std::size_t Taken(std::size_t size) {
   static const bool limited = std::getenv("VORNALUX_TAKES") != nullptr;
   static std::size_t left = Number("VORNALUX_TAKES");
@@ -67,6 +78,10 @@ ssize_t CountedWrite(const char* name, int file, const void* data, std::size_t s
     const std::size_t part = (events * 7919 % (size / kSector + 1)) * kSector;
     if (part > 0) real(file, data, part, at);
   });
+  if (Fails()) {
+    if (errno != 0 || size <= kSector) return errno != 0 ? -1 : real(file, data, size, at);
+    return real(file, data, kSector, at);
+  }
   static const auto pause = static_cast<useconds_t>(Number("VORNALUX_PAUSE"));
   if (pause > 0) usleep(pause);
   size = Taken(size);
@@ -140,11 +155,13 @@ ssize_t write(int file, const void* data, std::size_t size) {
 
 int fdatasync(int file) {
   Event([] {});
+  if (Fails() && errno != 0) return -1;
   return Real<int (*)(int)>("fdatasync")(file);
 }
 
 int fsync(int file) {
   Event([] {});
+  if (Fails() && errno != 0) return -1;
   return Real<int (*)(int)>("fsync")(file);
 }
 
@@ -172,6 +189,7 @@ int fallocate(int file, int mode, off_t at, off_t size) {
 
 int unlink(const char* path) noexcept {
   Event([] {});
+  if (Fails() && errno != 0) return -1;
   return Real<int (*)(const char*)>("unlink")(path);
 }
 

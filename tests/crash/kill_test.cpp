@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // The real program, killed inside an event of its run: whatever command comes next makes the volume
 // whole, and every file is as it was.
+#include <cerrno>
 #include <set>
 
 #include "crash/kill_rig.h"
@@ -53,6 +54,8 @@ class KillTest : public MadeVolume, public testing::WithParamInterface<KillCase>
   }
 };
 
+using FailTest = KillTest;
+
 TEST_P(KillTest, EveryFileIsWholeAfterTheNextCommand) {
   Make(GetParam().recipe);
   if (GetParam().Snapshots()) manifest_ = AddSnapshots(Path("volume.img"), 2);
@@ -70,6 +73,49 @@ TEST_P(KillTest, EveryFileIsWholeAfterTheNextCommand) {
     if (HasFailure()) return;
   }
 }
+
+// Writes, flushes and removals of volume and journal fail, once or from then on: the run ends and
+// says so, or goes on where that is no failure, and the next command makes the volume whole.
+TEST_P(FailTest, EveryFileIsWholeAfterAnyCallHasFailed) {
+  Make(GetParam().recipe);
+  Copy();
+  const std::size_t events = CountEvents(Command(), Path("count")).events;
+  Random random(seed_);
+  for (const int error : {0, EINTR, EIO, ENOSPC}) {
+    for (int round = 0; round < 9; ++round) {
+      // The first ones, in which the journal is made, the last ones, and some between.
+      const std::size_t at = round < 4   ? 1 + static_cast<std::size_t>(round)
+                             : round < 7 ? events + 4 - static_cast<std::size_t>(round)
+                                         : 1 + Below(random, events);
+      const bool once = error == EINTR || Below(random, 2) == 0;
+      SCOPED_TRACE(Where("error " + std::to_string(error) + (once ? " at " : " from ") +
+                         std::to_string(at) + " of " + std::to_string(events)));
+      Copy();
+      {
+        const Meddling meddling(once ? "VORNALUX_FAIL_AT" : "VORNALUX_FAIL_FROM",
+                                std::to_string(at));
+        const Setting which("VORNALUX_ERROR", std::to_string(error));
+        const ProgramEnd end = RunProgram(Command());
+        const bool harmless = error == 0 || error == EINTR;
+        EXPECT_EQ(end.signal, 0);
+        // A copy that fails is a file that stays where it is.
+        const bool told = end.code != 0 || end.out.find(" refused") != std::string::npos;
+        EXPECT_TRUE(harmless ? end.code == 0 : told) << end.code << end.out;
+        EXPECT_EQ(end.err == "", end.code == 0) << end.err;
+      }
+      const ProgramEnd next = RunProgram({"analyze", Path("work.img"), "--quiet"});
+      EXPECT_EQ(next.code, 0) << next.err;
+      ExpectIntact(Path("work.img"), manifest_);
+      if (HasFailure()) return;
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Runs, FailTest,
+    testing::Values(KillCase{"ntfs size=16M files=120 fragmented=80% fill=60%", "defrag"},
+                    KillCase{"fat16 size=8M files=120 fragmented=80% fill=60%", "compact"}),
+    [](const auto& param) { return FileSystemOf(param.param.recipe); });
 
 INSTANTIATE_TEST_SUITE_P(
     Runs, KillTest,

@@ -75,7 +75,8 @@ std::error_code MemoryJournalHome::Open(std::shared_ptr<BlockDevice>& store) {
     if (journal_.log != nullptr) journal_.log->push_back({1, DeviceEvent::Kind::Create, 0, {}});
   }
   journal_.exists = true;
-  store = std::make_unique<RecordingDevice>(journal_.store, journal_.log, 1);
+  store = std::make_unique<RecordingDevice>(
+      journal_.through != nullptr ? *journal_.through : journal_.store, journal_.log, 1);
   return {};
 }
 

@@ -154,7 +154,8 @@ class FailingDevice final : public PassingDevice {
 struct MemoryJournal {
   bool exists = false;
   MemoryDevice store{0, true};
-  DeviceLog* log = nullptr;  // notes under device 1 what is done, when set
+  DeviceLog* log = nullptr;        // notes under device 1 what is done, when set
+  BlockDevice* through = nullptr;  // stands before the store, when set
   bool refuse_open = false;
 };
 

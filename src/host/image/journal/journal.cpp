@@ -121,27 +121,44 @@ std::error_code WriteBody(BodyWriter& body, BlockDevice& volume, const std::vect
 constexpr std::size_t kMostMarks = kMostProofs / 2;
 constexpr std::size_t kSamples = kMostProofs - kMostMarks;
 
+// In ascending order, apart, and no more than there is room for.
+std::vector<SectorRange> Tidied(std::vector<SectorRange> ranges) {
+  std::sort(ranges.begin(), ranges.end(),
+            [](const SectorRange& a, const SectorRange& b) { return a.first < b.first; });
+  std::vector<SectorRange> tidied;
+  for (const SectorRange& range : ranges) {
+    if (tidied.empty() || tidied.back().first + tidied.back().count < range.first) {
+      tidied.push_back(range);
+      continue;
+    }
+    SectorRange& last = tidied.back();
+    last.count = std::max(last.first + last.count, range.first + range.count) - last.first;
+  }
+  if (tidied.size() > kMostStill) tidied.resize(kMostStill);
+  return tidied;
+}
+
 }  // namespace
 
 RedoJournal::RedoJournal(BlockDevice& store, BlockDevice& volume)
     : store_(store), volume_(volume) {}
 
 std::error_code RedoJournal::Begin(const VolumeIdentity& identity, std::vector<SectorRange> still) {
-  still_ = std::move(still);
+  still_ = Tidied(std::move(still));
   // A record must never come to stand under an identity that it was not written for.
   if (store_.Size() > kProofOffset) {
     const std::vector<std::uint8_t> zeros(kBodiesOffset - kProofOffset);
     if (const std::error_code error = store_.Write(kProofOffset, zeros)) return error;
     if (const std::error_code error = store_.Flush()) return error;
   }
+  if (const auto error = store_.Write(kStillOffset, EncodeStill(still_))) return error;
   if (const std::error_code error = store_.Write(0, EncodeIdentity(identity))) return error;
   return store_.Flush();
 }
 
 bool RedoJournal::StaysPut(std::uint64_t sector) const {
-  return std::any_of(still_.begin(), still_.end(), [sector](const SectorRange& range) {
-    return sector >= range.first && sector - range.first < range.count;
-  });
+  return std::any_of(still_.begin(), still_.end(),
+                     [sector](const SectorRange& range) { return range.Has(sector); });
 }
 
 // What the volume will bear when the runs are on it.
@@ -190,8 +207,23 @@ void RedoJournal::SampleStillSectors() {
   }
 }
 
+std::error_code RedoJournal::UpdateStillSum(const std::vector<SectorRun>& runs) {
+  if (!still_sum_) return {};
+  HeaderSector before;
+  for (const SectorRun& run : runs) {
+    for (std::size_t at = 0; at < run.content.size(); at += kSector) {
+      const std::uint64_t sector = run.first_sector + at / kSector;
+      if (!StaysPut(sector)) continue;
+      if (const std::error_code error = volume_.Read(sector * kSector, before)) return error;
+      *still_sum_ += StillTerm(sector, Checksum(run.content.subspan(at, kSector))) -
+                     StillTerm(sector, Checksum(before));
+    }
+  }
+  return {};
+}
+
 std::array<std::uint8_t, kSector> RedoJournal::ProofSector() const {
-  Proof proof{sequence_, proof_};
+  Proof proof{sequence_, proof_, still_sum_};
   proof.sectors.insert(marks_.begin(), marks_.end());
   return EncodeProof(proof);
 }
@@ -221,7 +253,12 @@ std::error_code RedoJournal::Record(const std::vector<SectorRun>& runs,
   if (const std::error_code error = FindRoom(header)) return error;
 
   const HeaderSector before = sequence_ == 0 ? HeaderSector{} : ProofSector();
-  if (sequence_ == 0) SampleStillSectors();
+  if (sequence_ == 0) {
+    SampleStillSectors();
+    std::uint64_t sum = 0;
+    if (!SumStillSectors(volume_, still_, sum)) still_sum_ = sum;
+  }
+  if (const std::error_code error = UpdateStillSum(runs)) return error;
   ++sequence_;
   UpdateProof(runs);
   BodyWriter body(store_, header.body);

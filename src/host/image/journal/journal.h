@@ -20,12 +20,6 @@ namespace journal_format {
 struct RecordHeader;
 }
 
-// A range of sectors.
-struct SectorRange {
-  std::uint64_t first = 0;
-  std::uint64_t count = 0;
-};
-
 enum class JournalState {
   Empty,     // nothing of ours has reached the volume
   Idle,      // a run was interrupted between commits: only the dirty flag is left to restore
@@ -79,6 +73,7 @@ class RedoJournal {
  private:
   std::error_code FindRoom(journal_format::RecordHeader& header);
   void SampleStillSectors();
+  std::error_code UpdateStillSum(const std::vector<SectorRun>& runs);
   void UpdateProof(const std::vector<SectorRun>& runs);
   // What the journal says once the present commit is done.
   std::array<std::uint8_t, 512> ProofSector() const;
@@ -90,6 +85,8 @@ class RedoJournal {
   std::uint64_t live_begin_ = 0;  // of the body that would be needed if the power went now
   std::uint64_t live_end_ = 0;    // 0: none
   std::vector<SectorRange> still_;
+  // Of all still sectors as the last commit left them; nothing where they could not be read.
+  std::optional<std::uint64_t> still_sum_;
   // Checksums of sectors as the last commit left them: those of the first commit, which sets the
   // dirty mark, stay among them.
   std::map<std::uint64_t, std::uint32_t> marks_;

@@ -13,13 +13,20 @@ namespace {
 
 constexpr std::string_view kStoreMagic = "VXJOURNL";
 constexpr std::string_view kRecordMagic = "VXRECORD";
-constexpr std::string_view kProofMagic = "VXPROOF1";
+constexpr std::string_view kOldProofMagic = "VXPROOF1";
+constexpr std::string_view kProofMagic = "VXPROOF2";
+constexpr std::string_view kStillMagic = "VXSTILL1";
 constexpr std::size_t kDeviceAt = 64;
 constexpr std::size_t kPlaceAt = kDeviceAt + kLongestDevice;
 constexpr std::size_t kProofsAt = 24;
 constexpr std::size_t kProofBytes = 12;
 constexpr std::size_t kChecksumAt = kSector - 4;
-static_assert(kProofsAt + kMostProofs * kProofBytes <= kChecksumAt);
+constexpr std::size_t kSumAt = kChecksumAt - 12;
+constexpr std::size_t kRangesAt = 16;
+constexpr std::size_t kRangeBytes = 16;
+static_assert(kProofsAt + kMostProofs * kProofBytes <= kSumAt);
+static_assert(kProofsAt + kMostOldProofs * kProofBytes <= kChecksumAt);
+static_assert(kRangesAt + kMostStill * kRangeBytes <= kChecksumAt);
 static_assert(kPlaceAt + kLongestPlace <= kChecksumAt);
 
 void Seal(HeaderSector& sector, std::string_view magic) {
@@ -67,7 +74,8 @@ HeaderSector EncodeIdentity(const VolumeIdentity& identity) {
 std::optional<VolumeIdentity> DecodeIdentity(const HeaderSector& sector, std::uint32_t& version) {
   if (!Sealed(sector, kStoreMagic)) return std::nullopt;
   version = LoadLittle<std::uint32_t>(sector, 8);
-  if (version != kVersion && version != kOneRecordVersion) return std::nullopt;
+  if (version != kVersion && version != kNoSumVersion && version != kOneRecordVersion)
+    return std::nullopt;
   VolumeIdentity identity;
   std::memcpy(identity.file_system.data(), sector.data() + 16, identity.file_system.size());
   identity.serial = LoadLittle<std::uint64_t>(sector, 24);
@@ -108,6 +116,66 @@ std::optional<RecordHeader> DecodeRecordHeader(const HeaderSector& sector, std::
   return header;
 }
 
+HeaderSector EncodeStill(const std::vector<SectorRange>& ranges) {
+  HeaderSector sector{};
+  StoreLittle<std::uint64_t>(sector, 8, ranges.size());
+  std::size_t at = kRangesAt;
+  for (const SectorRange& range : ranges) {
+    StoreLittle<std::uint64_t>(sector, at, range.first);
+    StoreLittle<std::uint64_t>(sector, at + 8, range.count);
+    at += kRangeBytes;
+  }
+  Seal(sector, kStillMagic);
+  return sector;
+}
+
+std::optional<std::vector<SectorRange>> DecodeStill(const HeaderSector& sector,
+                                                    std::uint64_t volume_sectors) {
+  if (!Sealed(sector, kStillMagic)) return std::nullopt;
+  const auto count = LoadLittle<std::uint64_t>(sector, 8);
+  if (count > kMostStill) return std::nullopt;
+  std::vector<SectorRange> ranges;
+  std::uint64_t end = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t at = kRangesAt + i * kRangeBytes;
+    const SectorRange range{LoadLittle<std::uint64_t>(sector, at),
+                            LoadLittle<std::uint64_t>(sector, at + 8)};
+    if (range.first < end || range.first > volume_sectors ||
+        range.count > volume_sectors - range.first) {
+      return std::nullopt;
+    }
+    end = range.first + range.count;
+    ranges.push_back(range);
+  }
+  return ranges;
+}
+
+// The finishing steps of SplitMix64: sums of these collide by chance alone.
+std::uint64_t StillTerm(std::uint64_t sector, std::uint32_t checksum) {
+  std::uint64_t term = sector * 0x9E3779B97F4A7C15 + checksum;
+  term = (term ^ (term >> 30)) * 0xBF58476D1CE4E5B9;
+  term = (term ^ (term >> 27)) * 0x94D049BB133111EB;
+  return term ^ (term >> 31);
+}
+
+std::error_code SumStillSectors(BlockDevice& volume, const std::vector<SectorRange>& ranges,
+                                std::uint64_t& sum) {
+  constexpr std::uint64_t kSectors = kPieceBytes / kSector;
+  std::vector<std::uint8_t> piece;
+  for (const SectorRange& range : ranges) {
+    for (std::uint64_t done = 0; done < range.count; done += kSectors) {
+      const std::size_t count = AtMost(kSectors, range.count - done);
+      const std::uint64_t first = range.first + done;
+      piece.resize(count * kSector);
+      if (const std::error_code error = volume.Read(first * kSector, piece)) return error;
+      for (std::size_t i = 0; i < count; ++i) {
+        sum += StillTerm(first + i, Checksum(std::span(piece).subspan(i * kSector, kSector)));
+      }
+    }
+  }
+  return {};
+}
+
 HeaderSector EncodeProof(const Proof& proof) {
   HeaderSector sector{};
   StoreLittle<std::uint64_t>(sector, 8, proof.sequence);
@@ -118,16 +186,19 @@ HeaderSector EncodeProof(const Proof& proof) {
     StoreLittle<std::uint32_t>(sector, at + 8, checksum);
     at += kProofBytes;
   }
-  Seal(sector, kProofMagic);
+  if (proof.still_sum) StoreLittle<std::uint64_t>(sector, kSumAt, *proof.still_sum);
+  Seal(sector, proof.still_sum ? kProofMagic : kOldProofMagic);
   return sector;
 }
 
 std::optional<Proof> DecodeProof(const HeaderSector& sector) {
-  if (!Sealed(sector, kProofMagic)) return std::nullopt;
+  const bool old = Sealed(sector, kOldProofMagic);
+  if (!old && !Sealed(sector, kProofMagic)) return std::nullopt;
   Proof proof;
   proof.sequence = LoadLittle<std::uint64_t>(sector, 8);
   const auto count = LoadLittle<std::uint64_t>(sector, 16);
-  if (count > kMostProofs) return std::nullopt;
+  if (count > (old ? kMostOldProofs : kMostProofs)) return std::nullopt;
+  if (!old) proof.still_sum = LoadLittle<std::uint64_t>(sector, kSumAt);
   for (std::size_t i = 0; i < count; ++i) {
     const std::size_t at = kProofsAt + i * kProofBytes;
     proof.sectors[LoadLittle<std::uint64_t>(sector, at)] =

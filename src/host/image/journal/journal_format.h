@@ -8,16 +8,21 @@
 #include <map>
 #include <optional>
 #include <span>
+#include <system_error>
+#include <vector>
 
+#include "host/image/device/block_device.h"
 #include "host/image/journal/sector_run.h"
 #include "host/image/journal/volume_identity.h"
 
 namespace vornalux::journal_format {
 
 inline constexpr std::size_t kSector = 512;
-inline constexpr std::uint32_t kVersion = 3;
+inline constexpr std::uint32_t kVersion = 4;
+inline constexpr std::uint32_t kNoSumVersion = 3;      // still finished, no longer written
 inline constexpr std::uint32_t kOneRecordVersion = 2;  // still finished, no longer written
 inline constexpr std::uint64_t kProofOffset = 512;
+inline constexpr std::uint64_t kStillOffset = 1024;
 // Record headers, used in turn, and the bodies behind them. Each begins a block of this size, so
 // that none is rewritten for the sake of another.
 inline constexpr std::uint64_t kBlock = 4096;
@@ -29,7 +34,9 @@ inline constexpr std::uint64_t kRoom = std::uint64_t{20} << 20;
 inline constexpr std::size_t kRunBytes = 24;
 inline constexpr std::size_t kChecksumBytes = 8;
 inline constexpr std::size_t kCopyBytes = 32;
-inline constexpr std::size_t kMostProofs = 40;
+inline constexpr std::size_t kMostProofs = 39;
+inline constexpr std::size_t kMostOldProofs = 40;
+inline constexpr std::size_t kMostStill = 30;
 inline constexpr std::size_t kLongestDevice = 256;  // bytes of VolumeIdentity::device
 inline constexpr std::size_t kLongestPlace = 128;   // bytes of VolumeIdentity::place
 // Journal and volume are gone through in pieces of this size, whatever a record claims.
@@ -66,6 +73,7 @@ struct RecordHeader {
 struct Proof {
   std::uint64_t sequence = 0;
   std::map<std::uint64_t, std::uint32_t> sectors;  // at most kMostProofs
+  std::optional<std::uint64_t> still_sum;          // of all still sectors, where it is known
 };
 
 struct RunEntry {
@@ -82,6 +90,18 @@ std::optional<VolumeIdentity> DecodeIdentity(const HeaderSector& sector, std::ui
 HeaderSector EncodeRecordHeader(const RecordHeader& header);
 // Nothing when the sector is no whole record header; its numbers are not checked.
 std::optional<RecordHeader> DecodeRecordHeader(const HeaderSector& sector, std::uint32_t version);
+
+// Where file data never lies: ascending and apart, at most kMostStill.
+HeaderSector EncodeStill(const std::vector<SectorRange>& ranges);
+// Nothing when the sector is no whole list of ranges inside a volume of so many sectors.
+std::optional<std::vector<SectorRange>> DecodeStill(const HeaderSector& sector,
+                                                    std::uint64_t volume_sectors);
+
+// What a sector with that checksum adds to the sum of the still sectors.
+std::uint64_t StillTerm(std::uint64_t sector, std::uint32_t checksum);
+// Adds up the sectors of the ranges as the volume holds them.
+std::error_code SumStillSectors(BlockDevice& volume, const std::vector<SectorRange>& ranges,
+                                std::uint64_t& sum);
 
 HeaderSector EncodeProof(const Proof& proof);
 // Nothing when the sector is no whole proof.

@@ -35,12 +35,14 @@ std::error_code ReadHeader(BlockDevice& store, std::uint64_t offset, HeaderSecto
 struct Headers {
   HeaderSector identity;
   HeaderSector proof;
+  HeaderSector still;
   std::array<HeaderSector, kRecordSlots> records;
 };
 
 std::error_code ReadHeaders(BlockDevice& store, Headers& headers) {
   std::error_code error = ReadHeader(store, 0, headers.identity);
   if (!error) error = ReadHeader(store, kProofOffset, headers.proof);
+  if (!error) error = ReadHeader(store, kStillOffset, headers.still);
   for (std::size_t slot = 0; slot < kRecordSlots && !error; ++slot) {
     error = ReadHeader(store, SlotOffset(slot), headers.records[slot]);
   }
@@ -89,11 +91,17 @@ JournalFinding NotAsLeft(std::uint64_t sector) {
                                            std::to_string(sector) + " differs)");
 }
 
+JournalFinding TablesDiffer() {
+  return Found(JournalState::Conflict,
+               "the volume's tables are not as the interrupted run left them");
+}
+
 // What a store holds besides its identity.
 struct Leftover {
   JournalFinding finding;              // Idle as long as there is nothing else to say
   std::optional<Proof> proof;          // of the last commit that was done, before the record
   std::optional<RecordHeader> record;  // the last that is whole, unless it is done
+  HeaderSector still{};                // which sectors the proof's sum is of
   bool same_place = false;
 };
 
@@ -105,6 +113,7 @@ std::error_code ReadLeftover(BlockDevice& store, BlockDevice& volume,
   left.finding = JudgeIdentity(headers, identity, version, left.same_place);
   if (left.finding.state != JournalState::Idle) return {};
 
+  left.still = headers.still;
   left.proof = DecodeProof(headers.proof);
   if (!left.proof && !AllZero(headers.proof)) {
     left.finding = Found(JournalState::Foreign, "it is damaged");
@@ -179,6 +188,18 @@ std::error_code JudgeStore(BlockDevice& store, BlockDevice& volume, const Volume
   std::optional<std::uint64_t> difference;
   if (const std::error_code error = FindDifference(volume, proof, difference)) return error;
   if (difference) left.finding = NotAsLeft(*difference);
+  if (difference || !proof.still_sum) return {};
+  // A few sectors show a commit that has changed these. Whichever it was, it has changed tables.
+  const auto still = DecodeStill(left.still, volume.Size() / kSector);
+  std::uint64_t sum = 0;
+  if (still) {
+    // What cannot be read nobody has written to; the file system will say what it lacks.
+    if (SumStillSectors(volume, *still, sum)) return {};
+    if (reader) {
+      if (const std::error_code error = reader->PutBack(*still, sum)) return error;
+    }
+  }
+  if (!still || sum != *proof.still_sum) left.finding = TablesDiffer();
   return {};
 }
 
@@ -223,8 +244,14 @@ std::error_code RedoJournal::Continue() {
   if (!owner || !proof) return std::make_error_code(std::errc::invalid_argument);
   sequence_ = proof->sequence;
   proof_ = proof->sectors;
+  still_sum_ = proof->still_sum;
+  if (still_sum_) {
+    auto still = DecodeStill(headers.still, volume_.Size() / kSector);
+    if (!still) return std::make_error_code(std::errc::invalid_argument);
+    still_ = std::move(*still);
+  }
   live_end_ = 0;
-  if (version == kVersion) return {};
+  if (version != kOneRecordVersion) return {};
   // What lies where records begin now is not one, whatever it looks like.
   const std::vector<std::uint8_t> zeros(kBodiesOffset - kRecordOffset);
   std::error_code error = store_.Write(kRecordOffset, zeros);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/image/journal/record_reader.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <span>
@@ -186,6 +187,22 @@ std::error_code RecordReader::TakeOut(Proof& proof) {
       at = proof.sectors.erase(at);
     }
     return true;
+  });
+}
+
+std::error_code RecordReader::PutBack(const std::vector<SectorRange>& still, std::uint64_t& sum) {
+  return EachPiece([&](const Piece& piece, bool&) {
+    if (const std::error_code error = ReadPiece(piece)) return error;
+    for (std::size_t i = 0; i < piece.sectors; ++i) {
+      const std::uint64_t sector = piece.first + i;
+      const bool stays = std::any_of(still.begin(), still.end(),
+                                     [&](const SectorRange& range) { return range.Has(sector); });
+      if (!stays) continue;
+      const auto old_checksum = LoadLittle<std::uint32_t>(checksums_, i * kChecksumBytes);
+      const auto now = std::span(current_).subspan(i * kSector, kSector);
+      sum += StillTerm(sector, old_checksum) - StillTerm(sector, Checksum(now));
+    }
+    return std::error_code();
   });
 }
 

@@ -43,6 +43,8 @@ class RecordReader {
   std::error_code FindLostCopy(std::optional<std::uint64_t>& conflict_sector);
   // Takes out of a proof what the commit changes.
   std::error_code TakeOut(Proof& proof);
+  // Makes the sum of still sectors, as the volume holds them, that of before the commit.
+  std::error_code PutBack(const std::vector<SectorRange>& still, std::uint64_t& sum);
   // The proof that held before the commit, which the first version keeps elsewhere. Nothing when
   // there was none.
   std::error_code ReadProofBefore(std::optional<Proof>& proof);

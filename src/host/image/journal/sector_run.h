@@ -11,6 +11,13 @@ namespace vornalux {
 // Content that lies nowhere on the volume.
 inline constexpr std::uint64_t kNoSource = ~std::uint64_t{0};
 
+struct SectorRange {
+  std::uint64_t first = 0;
+  std::uint64_t count = 0;
+
+  bool Has(std::uint64_t sector) const { return sector >= first && sector - first < count; }
+};
+
 // Sectors that must become durable together.
 struct SectorRun {
   std::uint64_t first_sector = 0;

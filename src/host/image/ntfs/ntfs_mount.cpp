@@ -172,6 +172,9 @@ int NtfsMount::WriteDirtyFlag(bool dirty) {
   const auto mask = static_cast<std::uint16_t>(VOLUME_IS_DIRTY);
   const auto flags = static_cast<std::uint16_t>(information->flags);
   const auto changed = static_cast<std::uint16_t>(dirty ? flags | mask : flags & ~mask);
+  // A record that is written again has another update sequence number: after two interruptions the
+  // volume is, byte for byte, as it is after one.
+  if (changed == flags) return 0;
   information->flags = static_cast<VOLUME_FLAGS>(changed);
   volume_->flags = information->flags;
   ntfs_inode_mark_dirty(context->ntfs_ino);

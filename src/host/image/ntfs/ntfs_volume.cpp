@@ -241,10 +241,10 @@ NtfsGeometry NtfsVolume::RawGeometry() const {
           .mirror_lcn = volume->mftmirr_lcn};
 }
 
-// One marked dirty is refused to passes anyway, and often is not sound. One whose interrupted run
-// is only ended is opened anew afterwards.
+// One marked dirty is refused to passes anyway, and often is not sound. But where an interrupted
+// run is ended, the mark that says so is about to be taken away.
 void NtfsVolume::CheckSoundness() {
-  if (opening_.recovering || dirty_ || unclean_) return;
+  if (!opening_.recovering && (dirty_ || unclean_)) return;
   const std::string wrong = FindUnsoundness(Device(), RawGeometry(), Clusters());
   if (!wrong.empty()) {
     Object(Name() + " is not sound: " + wrong + ". Let Windows check it: chkdsk /f.");

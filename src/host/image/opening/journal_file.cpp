@@ -125,7 +125,9 @@ std::error_code FileJournalHome::Open(std::shared_ptr<BlockDevice>& store) {
 std::error_code FileJournalHome::Remove() {
   made_ = false;
   if (file_ == nullptr || !IsStillThere()) return {};
-  if (::unlink(path_.c_str()) != 0) return LastError();
+  while (::unlink(path_.c_str()) != 0) {
+    if (errno != EINTR) return LastError();  // which file systems of users' programs give
+  }
   const std::error_code error = FlushFolder();
   file_.reset();
   return error;

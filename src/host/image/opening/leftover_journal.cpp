@@ -7,6 +7,7 @@
 #include "host/image/fat/fat_volume.h"
 #include "host/image/journal/scratch_journal.h"
 #include "host/image/ntfs/open_ntfs.h"
+#include "host/image/opening/finish_run.h"
 #include "host/image/opening/journal_file.h"
 
 namespace vornalux {
@@ -126,24 +127,14 @@ class Leftover {
 
   // The volume is finished by its own rules: the dirty mark goes, durably, then the journal.
   void Finish(const std::shared_ptr<JournalHome>& home) {
-    VolumeStore store = MakeStore(source_);
-    std::shared_ptr<BlockDevice> file;
-    if (const std::error_code error = home->Open(file)) CannotFinish(error.message());
-    const JournalFinding finding = RedoJournal(*file, *store.device).Recover(source_.identity);
-    file.reset();
-    if (finding.error) CannotFinish(finding.error.message());
-    if (finding.state != JournalState::Idle && finding.state != JournalState::Replayed) {
-      CannotFinish(finding.detail);
-    }
-    store.journal_home = home;
-    store.recovering = true;
-    const std::unique_ptr<ImageVolume> volume = OpenFileSystem(source_, std::move(store));
-    if (const ErrorCode code = volume->Recover()) {
-      CannotFinish("error " + std::to_string(code));
-    }
+    const RunToFinish run{
+        .store = [this] { return MakeStore(source_); },
+        .open = [this](VolumeStore store) { return OpenFileSystem(source_, std::move(store)); },
+        .home = home,
+        .cannot = [this](const std::string& why) { CannotFinish(why); }};
+    const std::string done = source_.scratch ? FinishRunAtOnce(run) : FinishRun(run);
     report_.recovered = true;
-    report_.recovery =
-        "An earlier run was interrupted; its work was made whole: " + finding.detail + ".";
+    report_.recovery = "An earlier run was interrupted; its work was made whole: " + done + ".";
   }
 
   [[noreturn]] void CannotFinish(const std::string& why) const {
