@@ -40,44 +40,23 @@ Parsed ParseWords(const std::string& line) {
 }
 
 TEST(TerminalOptions, RefusesWhatMakesNoSense) {
-  for (const char* line : {"mend a.img",
-                           "analyze",
-                           "analyze a.img --drive CD",
-                           "analyze a.img --drive 1",
-                           "analyze a.img --drive ''",
-                           "analyze a.img --partition 0",
-                           "analyze a.img --offset -1",
-                           "analyze a.img --offset 99999999999999999999",
-                           "analyze a.img --offset 99999999999T",
-                           "analyze a.img --directory D:\\x",
-                           "analyze a.img --windows-dir Windows",
-                           "analyze a.img --json --debug-log -",
-                           "analyze a.img --seed -1",
-                           "analyze a.img --drop-restore-points",
-                           "defrag a.img --list",
-                           "optimize a.img --file a",
-                           "defrag a.img --file D:\\a",
-                           "defrag a.img --file /",
-                           "defrag a.img --file --dry-run",
-                           "defrag a.img --file a --directory b",
-                           "defrag a.img --file a --exclude iso",
-                           "analyze a.img --file a --classes",
-                           "defrag a.img --max-rate 0",
-                           "defrag a.img --max-rate 5X",
-                           "defrag a.img --max-rate -1",
-                           "analyze a.img --discard",
-                           "trim a.img --max-rate 1M",
-                           "trim",
-                           "defrag a.img --report --dry-run",
-                           "job --volume C=a.img",
-                           "job -- /drv C: /d",
-                           "job --volume a.img -- /d",
-                           "job --volume C= -- /d",
-                           "job --volume CC=a.img -- /d",
-                           "job --volume C=a.img --volume c:=b.img -- /d",
-                           "job --volume C=a.img /drv C: /d",
-                           "job --volume C=a --volume D=b --partition 1 -- /d",
-                           "job --volume C=a --directory x -- /d"}) {
+  std::istringstream lines(
+      R"(mend a.img | analyze | analyze a.img --drive CD | analyze a.img --drive 1 |
+analyze a.img --drive '' | analyze a.img --partition 0 | analyze a.img --offset -1 |
+analyze a.img --offset 99999999999999999999 | analyze a.img --offset 99999999999T |
+analyze a.img --directory D:\x | analyze a.img --windows-dir Windows |
+analyze a.img --json --debug-log - | analyze a.img --seed -1 |
+analyze a.img --drop-restore-points | defrag a.img --list | optimize a.img --file a |
+defrag a.img --file D:\a | defrag a.img --file / | defrag a.img --file --dry-run |
+defrag a.img --file a --directory b | defrag a.img --file a --exclude iso |
+analyze a.img --file a --classes | defrag a.img --max-rate 0 | defrag a.img --max-rate 5X |
+defrag a.img --max-rate -1 | analyze a.img --discard | trim a.img --max-rate 1M | trim |
+defrag a.img --report --dry-run | job --volume C=a.img | job -- /drv C: /d |
+job --volume a.img -- /d | job --volume C= -- /d | job --volume CC=a.img -- /d |
+job --volume C=a.img --volume c:=b.img -- /d | job --volume C=a.img /drv C: /d |
+job --volume C=a --volume D=b --partition 1 -- /d | job --volume C=a --directory x -- /d |
+analyze '' | trim '' | list '' | list a.img '')");
+  for (std::string line; std::getline(lines >> std::ws, line, '|');) {
     const Parsed parsed = ParseWords(line);
     EXPECT_EQ(parsed.end, ExitCode::Usage) << line;
     EXPECT_FALSE(parsed.err.str().empty()) << line;
@@ -163,6 +142,9 @@ TEST(TerminalOptions, TakesFilesAndListsOfThem) {
       files);
   EXPECT_EQ(SplitPathList(std::string("a\nb\r\0c\0\0", 8)),
             (std::vector<std::string>{"a\nb\r", "c"}));
+  EXPECT_EQ(SplitPathList("\xEF\xBB\xBF"
+                          "a\r\nb"),
+            (std::vector<std::string>{"a", "b"}));
   EXPECT_EQ(ParseWords("defrag x --file - --file -").options.files.size(), 2U);
 }
 
