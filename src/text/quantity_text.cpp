@@ -30,7 +30,7 @@ std::string Grouped(std::int64_t number) {
 
 std::string ByteText(std::int64_t bytes) {
   constexpr std::array<const char*, 5> kUnits = {"bytes", "KiB", "MiB", "GiB", "TiB"};
-  if (bytes < 1024) return std::to_string(bytes) + " bytes";
+  if (bytes < 1024) return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
   double value = static_cast<double>(bytes);
   std::size_t unit = 0;
   while (value >= 1024 && unit + 1 < kUnits.size()) {
