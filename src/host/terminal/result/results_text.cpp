@@ -194,6 +194,9 @@ std::string DetailsText(const AnalysisResult& result, Charset charset) {
                          : "  not worked out";
     text += "\n";
   }
+  if (std::ranges::any_of(details.gains, [](const PassGain& gain) { return !gain.figures; })) {
+    text += "  --gains SECONDS gives more time for what is not worked out\n";
+  }
   return text;
 }
 
