@@ -66,7 +66,7 @@ class ReadTest : public MadeVolume, public testing::WithParamInterface<const cha
 };
 
 TEST_P(ReadTest, NoSickDiskLooksHealthyAndNoFileIsLost) {
-  for (const char* command : {"analyze", "optimize"}) {
+  for (const char* command : {"analyze", "optimize", "trim"}) {
     const bool looks = command[0] == 'a';
     Json whole;
     const std::size_t reads = RunWhole(command, whole);
@@ -76,6 +76,7 @@ TEST_P(ReadTest, NoSickDiskLooksHealthyAndNoFileIsLost) {
       const ProgramEnd end = RunWith(name, std::to_string(number), command);
       EXPECT_TRUE(end.code == 0 || end.code == 1 || end.code == 3) << end.code;
       EXPECT_EQ(end.err == "", end.code == 0) << end.err;
+      EXPECT_TRUE(end.code != 3 || end.err.find("work.img") != std::string::npos) << end.err;
       if (looks) {
         const Json result = end.code == 3 ? whole : Json::parse(end.out);
         const bool told = end.code == 3 || !result["unreadable"].empty() ||

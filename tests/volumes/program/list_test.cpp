@@ -7,6 +7,7 @@
 
 #include "support/loop_device.h"
 #include "support/made_volume.h"
+#include "support/setting.h"
 #include "volumes/program/program_process.h"
 
 namespace vornalux::test {
@@ -116,6 +117,10 @@ TEST_F(ListTest, WhatCannotBeLookedAtIsTold) {
     EXPECT_NE(end.out.find("FAT12"), std::string::npos) << "the others are listed all the same";
     EXPECT_NE(end.out.find(" 1 byte "), std::string::npos) << end.out;
   }
+  const Setting preload("LD_PRELOAD", VORNALUX_KILL_LIBRARY);
+  const Setting order("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0");
+  const Setting bad("VORNALUX_BAD_BYTES", "0:512");
+  EXPECT_EQ(RunProgram({"list", Path("fat")}).code, 1);
 }
 
 }  // namespace

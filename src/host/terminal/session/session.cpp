@@ -18,14 +18,11 @@ std::uint64_t MaxRate(const Options& options) {
   return std::min<std::uint64_t>(*options.max_rate, std::numeric_limits<std::int64_t>::max());
 }
 
-// OpenImage() with the image named in every refusal.
 std::unique_ptr<MountedVolume> OpenNamed(const std::string& image, const OpenOptions& options,
                                          OpenReport& report) try {
   return OpenImage(image, options, report);
 } catch (const VolumeRefused& refused) {
-  const std::string why = refused.what();
-  if (why.find(image) != std::string::npos) throw;
-  throw VolumeRefused(image + ": " + why);
+  throw refused.Of(image);
 }
 
 }  // namespace
