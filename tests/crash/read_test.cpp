@@ -125,6 +125,18 @@ TEST_P(ReadTest, AFileThatCannotBeCopiedStaysAloneWhereItIs) {
   EXPECT_GT(tried, 2);
 }
 
+TEST_P(ReadTest, WhatTakesNoCopyIsToldAndCostsNoFile) {
+  const std::size_t eighth = Get("volume.img").size() / 8;
+  const std::string full = std::to_string(5 * eighth) + ":" + std::to_string(7 * eighth);
+  const ProgramEnd end = RunWith("VORNALUX_FULL_BYTES", full, "defrag");
+  EXPECT_EQ(end.code, 1) << end.err;
+  EXPECT_NE(end.err.find("not enough space"), std::string::npos) << end.err;
+  EXPECT_GT(Json::parse(end.out)["moves"], 0) << "the others are moved all the same";
+  // With room again a commit that had none is finished.
+  EXPECT_EQ(RunProgram({"analyze", Path("work.img"), "--quiet"}).code, 0);
+  ExpectIntact(Path("work.img"), manifest_);
+}
+
 // What has slid already goes back when the rest cannot be read.
 using SlideTest = MadeVolume;
 TEST_F(SlideTest, GoesBackFromWhereItCannotGoOn) {

@@ -183,6 +183,11 @@ bool Session::Close() {
     for (const std::string& remark : volumes_[i]->Remarks()) {
       desktop_.Say(arguments_[i].image + ": " + remark);
     }
+    if (const ErrorCode fault = volumes_[i]->WriteFault()) {
+      good = false;
+      desktop_.Say(arguments_[i].image + ": files stayed where they were, because their places " +
+                   "could not be written: " + platform_.ErrorText(fault));
+    }
     if (code == error::kSuccess) continue;
     good = false;
     if (!volumes_[i]->CouldBegin()) {
