@@ -109,6 +109,13 @@ TEST(ResultsText, TellTheFirstThatCouldNotBeReadAndCountTheRest) {
   EXPECT_EQ(text.find('\x1b'), std::string::npos);
 }
 
+TEST(ResultsText, OneIsNoPlural) {
+  PassResult result;
+  result.volume.cluster_bytes = 1;
+  result.moved.moves = result.moved.clusters_moved = 1;
+  EXPECT_NE(ToText(result, Charset::Utf8).find("  1 move, 1 byte moved\n"), std::string::npos);
+}
+
 TEST(Results, TheTemperatureIsToldWhereThereIsOne) {
   AnalysisResult result;
   result.volume.drive = "C:";

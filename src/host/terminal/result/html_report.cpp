@@ -347,8 +347,8 @@ std::string Section(const ReportContent& report) {
   html += Map("After", report.map_after, report.legend) + "</div>\n";
   html += "<h2>Figures</h2>\n" + FigureTable(report);
   if (report.moved) {
-    html += "<p>" + Grouped(report.moved->moves) + " moves, " +
-            Grouped(report.moved->clusters_moved) + " clusters moved, " +
+    html += "<p>" + Counted(report.moved->moves, "move") + ", " +
+            Counted(report.moved->clusters_moved, "cluster") + " moved, " +
             Grouped(report.moved->refused) + " refused.</p>\n";
   }
   if (report.summary) {
