@@ -111,6 +111,7 @@ TEST(ResultsText, TellTheFirstThatCouldNotBeReadAndCountTheRest) {
 
 TEST(ResultsText, OneIsNoPlural) {
   PassResult result;
+  result.before.emplace();
   result.volume.cluster_bytes = 1;
   result.moved.moves = result.moved.clusters_moved = 1;
   EXPECT_NE(ToText(result, Charset::Utf8).find("  1 move, 1 byte moved\n"), std::string::npos);
