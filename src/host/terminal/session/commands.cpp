@@ -130,8 +130,8 @@ void FinishAnalysis(const Options& options, TerminalDesktop& desktop, Charset ch
     std::vector<std::string> files;
     for (const NamedFile& named : result.files) files.push_back(named.file.path);
     if (in_time) {
-      desktop.Tell("Working out what passes would gain, " + Grouped(time.count()) +
-                   " seconds at most; Ctrl-C leaves it out");
+      desktop.Tell("Working out what passes would gain, " + Counted(time.count(), "second") +
+                   " at most; Ctrl-C leaves it out");
     }
     GainsTrouble trouble = WorkOutGains(
         options, files, in_time ? time : std::chrono::seconds(0),
