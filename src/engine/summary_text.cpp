@@ -60,10 +60,6 @@ std::string OnOneLine(std::string path) {
   return path;
 }
 
-std::string FilesText(std::int64_t count) {
-  return Grouped(count) + (count == 1 ? " file" : " files");
-}
-
 constexpr std::size_t kLabelColumns = 24;
 constexpr std::size_t kNumberColumns = 14;
 
@@ -233,11 +229,10 @@ std::vector<PlanRow> PlanRows(const PlanFigures& plan, std::int64_t cluster_byte
 }
 
 std::string PlanText(const PlanFigures& plan, std::int64_t cluster_bytes) {
-  std::string text = Grouped(plan.moves) + (plan.moves == 1 ? " move, " : " moves, ") +
-                     ByteText(plan.clusters_moved * cluster_bytes);
+  std::string text =
+      Counted(plan.moves, "move") + ", " + ByteText(plan.clusters_moved * cluster_bytes);
   if (plan.new_plans > 0) {
-    text += "; " + Grouped(plan.new_plans) + (plan.new_plans == 1 ? " new plan" : " new plans") +
-            " on the way";
+    text += "; " + Counted(plan.new_plans, "new plan") + " on the way";
   }
   return text;
 }
@@ -267,7 +262,7 @@ std::string ResultLine(const RunSummary& summary) {
   line += summary.stopped ? " stopped: " : " done: ";
   line += ByteText(summary.BytesMoved()) + " moved in " + PaceText(summary);
   if (summary.after) {
-    line += "; " + FilesText(std::ssize(summary.still_fragmented)) + " still fragmented";
+    line += "; " + Counted(std::ssize(summary.still_fragmented), "file") + " still fragmented";
   }
   return line;
 }
@@ -276,7 +271,7 @@ std::string ReportText(const std::string& volume, const RunSummary& summary,
                        const MoveStatistics& moved, const SystemText& system) {
   const PassRow& pass = RowOf(summary.pass);
   std::string report = std::string(pass.noun) + " of " + volume + "\r\n";
-  report += ResultLine(summary) + "\r\n" + Grouped(summary.moves) + " moves, " +
+  report += ResultLine(summary) + "\r\n" + Counted(summary.moves, "move") + ", " +
             Grouped(moved.refused) + " refused\r\n\r\n";
   if (summary.plan) {
     report += "Planned: " + PlanText(*summary.plan, summary.cluster_bytes) + "\r\n";
@@ -291,7 +286,7 @@ std::string ReportText(const std::string& volume, const RunSummary& summary,
   if (!summary.after) {
     report += "not known, the volume could not be read any more\r\n";
   } else {
-    report += FilesText(std::ssize(summary.still_fragmented)) + "\r\n";
+    report += Counted(std::ssize(summary.still_fragmented), "file") + "\r\n";
   }
   if (const std::string help = HelpText(summary, kThoroughOnWindows); !help.empty()) {
     report += help + "\r\n";
@@ -310,7 +305,7 @@ std::string ReportText(const std::string& volume, const RunSummary& summary,
     if (!told.emplace(failure.path, reason).second) continue;
     left += "  " + OnOneLine(failure.path) + "  (" + reason + ")\r\n";
   }
-  return report + "\r\nLeft where they were: " + FilesText(std::ssize(told)) + "\r\n" + left;
+  return report + "\r\nLeft where they were: " + Counted(std::ssize(told), "file") + "\r\n" + left;
 }
 
 }  // namespace vornalux

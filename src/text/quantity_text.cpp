@@ -28,9 +28,13 @@ std::string Grouped(std::int64_t number) {
   return digits;
 }
 
+std::string Counted(std::int64_t count, const char* one) {
+  return Grouped(count) + " " + one + (count == 1 ? "" : "s");
+}
+
 std::string ByteText(std::int64_t bytes) {
   constexpr std::array<const char*, 5> kUnits = {"bytes", "KiB", "MiB", "GiB", "TiB"};
-  if (bytes < 1024) return std::to_string(bytes) + " bytes";
+  if (bytes < 1024) return Counted(bytes, "byte");
   double value = static_cast<double>(bytes);
   std::size_t unit = 0;
   while (value >= 1024 && unit + 1 < kUnits.size()) {

@@ -10,6 +10,9 @@ namespace vornalux {
 // 1234567 as "1,234,567".
 std::string Grouped(std::int64_t number);
 
+// "1 move", "1,234 moves".
+std::string Counted(std::int64_t count, const char* one);
+
 // "512 bytes", "4 KiB", "1.5 GiB".
 std::string ByteText(std::int64_t bytes);
 

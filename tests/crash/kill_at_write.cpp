@@ -7,7 +7,8 @@
 // taken after so many bytes, and no reason given. With VORNALUX_SIGNAL it gets that signal before
 // the event instead, which is then done. Disks that cannot be read: VORNALUX_FAIL_READ names the
 // reading that fails (from 1 on), VORNALUX_FAIL_READS as well all that come after it, and
-// VORNALUX_BAD_BYTES=FROM:TO what nobody can read. VORNALUX_NO_HOLES: files that can have none. A
+// VORNALUX_BAD_BYTES=FROM:TO what nobody can read, VORNALUX_FULL_BYTES what there is no room for.
+// VORNALUX_NO_HOLES: files that can have none. A
 // disk that is slow: each write takes VORNALUX_PAUSE microseconds longer. With VORNALUX_COUNT the
 // numbers of events and of readings go to that file in the end.
 #include <dlfcn.h>
@@ -69,6 +70,21 @@ std::size_t Taken(std::size_t size) {
   return taken;
 }
 
+struct Bad {
+  std::uint64_t from = 0;
+  std::uint64_t to = 0;
+  explicit Bad(const char* variable) {
+    const char* const text = std::getenv(variable);
+    char* rest = nullptr;
+    if (text == nullptr) return;
+    from = std::strtoull(text, &rest, 10);
+    to = std::strtoull(rest + 1, nullptr, 10);
+  }
+  bool Has(std::uint64_t start, std::size_t size) const {
+    return start < to && start + size > from;
+  }
+};
+
 using WriteAt = ssize_t (*)(int, const void*, std::size_t, off_t);
 
 ssize_t CountedWrite(const char* name, int file, const void* data, std::size_t size, off_t at) {
@@ -84,31 +100,24 @@ ssize_t CountedWrite(const char* name, int file, const void* data, std::size_t s
   }
   static const auto pause = static_cast<useconds_t>(Number("VORNALUX_PAUSE"));
   if (pause > 0) usleep(pause);
+  static const Bad full("VORNALUX_FULL_BYTES");
+  if (full.Has(static_cast<std::uint64_t>(at), size)) {
+    errno = ENOSPC;
+    return -1;
+  }
   size = Taken(size);
   return size == 0 ? 0 : real(file, data, size, at);
 }
-
-struct Bad {
-  std::uint64_t from = 0;
-  std::uint64_t to = 0;
-  Bad() {
-    const char* const text = std::getenv("VORNALUX_BAD_BYTES");
-    char* rest = nullptr;
-    if (text == nullptr) return;
-    from = std::strtoull(text, &rest, 10);
-    to = std::strtoull(rest + 1, nullptr, 10);
-  }
-};
 
 using ReadAt = ssize_t (*)(int, void*, std::size_t, off_t);
 
 ssize_t CountedRead(const char* name, int file, void* data, std::size_t size, off_t at) {
   static const std::size_t once = Number("VORNALUX_FAIL_READ");
   static const std::size_t for_ever = Number("VORNALUX_FAIL_READS");
-  static const Bad bad;
+  static const Bad bad("VORNALUX_BAD_BYTES");
   ++reads;
   const auto start = static_cast<std::uint64_t>(at);
-  const bool in_bad = start < bad.to && start + size > bad.from;
+  const bool in_bad = bad.Has(start, size);
   if (reads == once || (for_ever != 0 && reads >= for_ever) || (in_bad && start >= bad.from)) {
     errno = EIO;
     return -1;

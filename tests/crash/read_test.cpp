@@ -66,7 +66,7 @@ class ReadTest : public MadeVolume, public testing::WithParamInterface<const cha
 };
 
 TEST_P(ReadTest, NoSickDiskLooksHealthyAndNoFileIsLost) {
-  for (const char* command : {"analyze", "optimize"}) {
+  for (const char* command : {"analyze", "optimize", "trim"}) {
     const bool looks = command[0] == 'a';
     Json whole;
     const std::size_t reads = RunWhole(command, whole);
@@ -76,6 +76,7 @@ TEST_P(ReadTest, NoSickDiskLooksHealthyAndNoFileIsLost) {
       const ProgramEnd end = RunWith(name, std::to_string(number), command);
       EXPECT_TRUE(end.code == 0 || end.code == 1 || end.code == 3) << end.code;
       EXPECT_EQ(end.err == "", end.code == 0) << end.err;
+      EXPECT_TRUE(end.code != 3 || end.err.find("work.img") != std::string::npos) << end.err;
       if (looks) {
         const Json result = end.code == 3 ? whole : Json::parse(end.out);
         const bool told = end.code == 3 || !result["unreadable"].empty() ||
@@ -122,6 +123,18 @@ TEST_P(ReadTest, AFileThatCannotBeCopiedStaysAloneWhereItIs) {
     if (HasFailure()) return;
   }
   EXPECT_GT(tried, 2);
+}
+
+TEST_P(ReadTest, WhatTakesNoCopyIsToldAndCostsNoFile) {
+  const std::size_t eighth = Get("volume.img").size() / 8;
+  const std::string full = std::to_string(5 * eighth) + ":" + std::to_string(7 * eighth);
+  const ProgramEnd end = RunWith("VORNALUX_FULL_BYTES", full, "defrag");
+  EXPECT_EQ(end.code, 1) << end.err;
+  EXPECT_NE(end.err.find("not enough space"), std::string::npos) << end.err;
+  EXPECT_GT(Json::parse(end.out)["moves"], 0) << "the others are moved all the same";
+  // With room again a commit that had none is finished.
+  EXPECT_EQ(RunProgram({"analyze", Path("work.img"), "--quiet"}).code, 0);
+  ExpectIntact(Path("work.img"), manifest_);
 }
 
 // What has slid already goes back when the rest cannot be read.

@@ -20,7 +20,7 @@ namespace {
 
 struct Parsed {
   Options options;
-  std::istringstream in{"a\\b\r\n\n/c\n"};
+  std::istringstream in{"\uFEFFa\\b\r\n\n/c\n"};
   std::ostringstream out, err;
   std::optional<ExitCode> end;
 };
@@ -40,55 +40,30 @@ Parsed ParseWords(const std::string& line) {
 }
 
 TEST(TerminalOptions, RefusesWhatMakesNoSense) {
-  for (const char* line : {"mend a.img",
-                           "analyze",
-                           "analyze a.img --drive CD",
-                           "analyze a.img --drive 1",
-                           "analyze a.img --drive ''",
-                           "analyze a.img --partition 0",
-                           "analyze a.img --offset -1",
-                           "analyze a.img --offset 99999999999999999999",
-                           "analyze a.img --offset 99999999999T",
-                           "analyze a.img --directory D:\\x",
-                           "analyze a.img --windows-dir Windows",
-                           "analyze a.img --json --debug-log -",
-                           "analyze a.img --seed -1",
-                           "analyze a.img --drop-restore-points",
-                           "defrag a.img --list",
-                           "optimize a.img --file a",
-                           "defrag a.img --file D:\\a",
-                           "defrag a.img --file /",
-                           "defrag a.img --file --dry-run",
-                           "defrag a.img --file a --directory b",
-                           "defrag a.img --file a --exclude iso",
-                           "analyze a.img --file a --classes",
-                           "defrag a.img --max-rate 0",
-                           "defrag a.img --max-rate 5X",
-                           "defrag a.img --max-rate -1",
-                           "analyze a.img --discard",
-                           "trim a.img --max-rate 1M",
-                           "trim",
-                           "defrag a.img --report --dry-run",
-                           "job --volume C=a.img",
-                           "job -- /drv C: /d",
-                           "job --volume a.img -- /d",
-                           "job --volume C= -- /d",
-                           "job --volume CC=a.img -- /d",
-                           "job --volume C=a.img --volume c:=b.img -- /d",
-                           "job --volume C=a.img /drv C: /d",
-                           "job --volume C=a --volume D=b --partition 1 -- /d",
-                           "job --volume C=a --directory x -- /d"}) {
+  std::istringstream lines(
+      R"(mend a.img | analyze | analyze a.img --drive CD | analyze a.img --drive 1 |
+analyze a.img --drive '' | analyze a.img --partition 0 | analyze a.img --offset -1 |
+analyze a.img --offset 99999999999999999999 | analyze a.img --offset 99999999999T |
+analyze a.img --directory D:\x | analyze a.img --windows-dir Windows |
+analyze a.img --json --debug-log - | analyze a.img --seed -1 |
+analyze a.img --drop-restore-points | defrag a.img --list | optimize a.img --file a |
+defrag a.img --file D:\a | defrag a.img --file / | defrag a.img --file --dry-run |
+defrag a.img --file a --directory b | defrag a.img --file a --exclude iso |
+analyze a.img --file a --classes | defrag a.img --max-rate 0 | defrag a.img --max-rate 5X |
+defrag a.img --max-rate -1 | analyze a.img --discard | trim a.img --max-rate 1M | trim |
+defrag a.img --report --dry-run | job --volume C=a.img | job -- /drv C: /d |
+job --volume a.img -- /d | job --volume C= -- /d | job --volume CC=a.img -- /d |
+job --volume C=a.img --volume c:=b.img -- /d | job --volume C=a.img /drv C: /d |
+job --volume C=a --volume D=b --partition 1 -- /d | job --volume C=a --directory x -- /d |
+analyze '' | trim '' | list '' | list a.img '')");
+  for (std::string line; std::getline(lines >> std::ws, line, '|');) {
     const Parsed parsed = ParseWords(line);
     EXPECT_EQ(parsed.end, ExitCode::Usage) << line;
     EXPECT_FALSE(parsed.err.str().empty()) << line;
     EXPECT_EQ(parsed.out.str(), "") << line;
   }
-  struct Case {
-    const char* line;
-    const char* says;
-  };
-  for (const Case& c : {
-           Case{"", "a command comes first: analyze, "},
+  for (const auto& [line, says] : {
+           std::pair{"", "a command comes first: analyze, "},
            {"--quiet", "a command comes first: analyze, "},
            {"defrg a.img", "no command defrg; did you mean defrag?\n"},
            {"frobnicate a.img", "no command frobnicate\n"},
@@ -116,10 +91,10 @@ TEST(TerminalOptions, RefusesWhatMakesNoSense) {
            {"analyze a.img --png - --json", "--json, --png -: both"},
            {"analyze a.img --png - --report -", "--png -, --report -: both"},
        }) {
-    const Parsed parsed = ParseWords(c.line);
-    EXPECT_EQ(parsed.end, ExitCode::Usage) << c.line;
+    const Parsed parsed = ParseWords(line);
+    EXPECT_EQ(parsed.end, ExitCode::Usage) << line;
     EXPECT_TRUE(parsed.err.str().starts_with("vornalux: ")) << parsed.err.str();
-    EXPECT_NE(parsed.err.str().find(c.says), std::string::npos) << parsed.err.str();
+    EXPECT_NE(parsed.err.str().find(says), std::string::npos) << parsed.err.str();
   }
   for (const char* line : {"--help", "--version", "analyze --help", "job --help"}) {
     const Parsed parsed = ParseWords(line);
@@ -146,10 +121,8 @@ TEST(TerminalOptions, TakesVolumeAndFolder) {
   EXPECT_EQ(ParseWords("map x --png y --partition 010").options.partition, 10);
   EXPECT_EQ(ParseWords("analyze x --seed 010").options.seed, 10U);
   EXPECT_EQ(ParseWords("defrag x --exclude iso,.VHD;*.tmp").options.exclude, "*.iso; *.VHD; *.tmp");
-  for (const char* size : {"1048576", "1024k", "1m", "1MB", "1MiB"}) {
-    EXPECT_EQ(ParseWords(std::string("analyze x --offset ") + size).options.offset, 1048576U)
-        << size;
-  }
+  for (const std::string size : {"1048576", "1024k", "1m", "1MB", "1MiB"})
+    EXPECT_EQ(ParseWords("analyze x --offset " + size).options.offset, 1048576U) << size;
   EXPECT_EQ(ParseWords("optimize x").options.pass, Pass::Optimize);
   EXPECT_EQ(ParseWords("compact x").options.pass, Pass::Compact);
   EXPECT_EQ(ParseWords("analyze x").options.windows_folder, std::nullopt);

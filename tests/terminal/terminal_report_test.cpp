@@ -86,6 +86,9 @@ TEST(ResultsJson, TellWhatStayedAndWhy) {
                            {"C:\\c", NotMoved::Alignment, 0},
                            {"C:\\d", NotMoved::Refused, 5}};
   result.unreadable = {{"C:\\e", error::kGenFailure, 4096}, {"C:\\f", error::kFileCorrupt, {}}};
+  result.before.emplace();
+  result.moved.moves = 1;
+  EXPECT_NE(ToText(result, Charset::Utf8).find("  1 move, 0 bytes"), std::string::npos);
   std::string json = ToJson(result);
   std::erase_if(json, [](char c) { return c == ' ' || c == '\n'; });
   for (const char* part :
@@ -122,7 +125,8 @@ TEST(Results, TheTemperatureIsToldWhereThereIsOne) {
   EXPECT_EQ(ToText(result, Charset::Utf8).find("What passes would"), std::string::npos);
   result.details.gains = {{.pass = Pass::Compact, .thorough = true, .figures = {}}};
   const std::string text = ToText(result, Charset::Utf8);
-  EXPECT_NE(text.find("  compact --thorough        not worked out\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("  compact --thorough        not worked out\n  --gains "), std::string::npos)
+      << text;
   EXPECT_NE(ToJson(result).find("\"largest_gap\": null"), std::string::npos);
 }
 

@@ -99,6 +99,10 @@ class MountedVolume {
   // nothing when there was none.
   virtual std::optional<std::uint64_t> TakeReadFault() { return std::nullopt; }
 
+  // Why the disk did not take the content of a file that was to be moved, the first time that it
+  // did not; the file stayed where it was.
+  virtual ErrorCode WriteFault() const { return error::kSuccess; }
+
   // The disk below; null where there is none to be asked.
   virtual SmartDrive* Drive() { return nullptr; }
 

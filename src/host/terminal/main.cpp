@@ -17,6 +17,7 @@
 #include "host/terminal/session/commands.h"
 #include "host/terminal/user/console.h"
 #include "host/terminal/user/terminal_desktop.h"
+#include "text/shell_text.h"
 
 namespace vornalux {
 namespace {
@@ -36,11 +37,7 @@ std::optional<ExitCode> TakeOptions(const std::vector<std::string>& arguments, O
 // As it could be typed again.
 std::string CommandLine(const std::vector<std::string>& arguments) {
   std::string line = "vornalux";
-  for (const std::string& argument : arguments) {
-    const bool plain =
-        !argument.empty() && argument.find_first_of(" \\'\"$*?;&|<>()") == std::string::npos;
-    line += plain ? " " + argument : " '" + argument + "'";
-  }
+  for (const std::string& argument : arguments) line += " " + ShellQuoted(argument);
   return line;
 }
 
@@ -78,6 +75,8 @@ int main(int argc, char** argv) {
   using namespace vornalux;
   if (!OccupyStandardStreams()) return static_cast<int>(ExitCode::Failed);
   const Charset charset = SetUpCharset();
+  // So that a list that cannot be read to its end is told from one that ends.
+  std::ios::sync_with_stdio(false);
   Outputs outputs;
   Options options;
   const std::vector<std::string> arguments = {argv + 1, argv + argc};

@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // `vornalux list`: the figures are those of an analysis, and what it prints can be typed.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <nlohmann/json.hpp>
 
 #include "support/loop_device.h"
 #include "support/made_volume.h"
+#include "support/setting.h"
 #include "volumes/program/program_process.h"
 
 namespace vornalux::test {
@@ -63,6 +67,12 @@ TEST_F(ListTest, WhatItPrintsCanBeTyped) {
   EXPECT_EQ(json[1]["offset"], 8300 * 512);
   EXPECT_EQ(json[2]["file_system"], "ext4");
   EXPECT_EQ(json[2]["workable"], false);
+  const int locked = ::open(Path("a b.img").c_str(), O_RDONLY | O_CLOEXEC);
+  struct flock lock {};
+  lock.l_type = F_RDLCK;
+  EXPECT_EQ(::fcntl(locked, F_OFD_SETLK, &lock), 0);
+  EXPECT_EQ(List({Path("a b.img")})[2]["in_use"], "by another program");
+  ::close(locked);
 }
 
 TEST_F(ListTest, DevicesOfThisMachineAreFound) {
@@ -93,14 +103,21 @@ TEST_F(ListTest, WhatCannotBeLookedAtIsTold) {
   Put("fat", Fat());
   Put("packed.gz", {0x1F, 0x8B, 8});
   Run("head -c 200 /dev/zero >> packed.gz");
+  // A line has its path in full, so that no "-" is at its begin.
+  const std::string relative = std::filesystem::relative(Path("packed.gz"));
   for (const auto& [path, says] : {std::pair{Path("missing"), "No such file"},
-                                   {Path(""), "neither a file nor"},
-                                   {Path("packed.gz"), "gzip -dc "}}) {
+                                   {Path(""), "is a folder"},
+                                   {std::string("/dev/null"), "neither a file nor"},
+                                   {relative, "gzip -dc /"}}) {
     const ProgramEnd end = RunProgram({"list", path, Path("fat")});
     EXPECT_EQ(end.code, 3) << path;
     EXPECT_NE(end.err.find(says), std::string::npos) << end.err;
     EXPECT_NE(end.out.find("FAT12"), std::string::npos) << "the other is listed all the same";
   }
+  const Setting preload("LD_PRELOAD", VORNALUX_KILL_LIBRARY);
+  const Setting order("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0");
+  const Setting bad("VORNALUX_BAD_BYTES", "0:512");
+  EXPECT_EQ(RunProgram({"list", Path("fat")}).code, 1);
 }
 
 }  // namespace

@@ -51,6 +51,7 @@ TEST_F(NamedFiles, AreCuredAloneAndScriptsAreTold) {
 
       EXPECT_EQ(run({"defrag", "--file", "/no/such"}).code, 2);
       EXPECT_EQ(run({"defrag", "--file", "/$MFT"}).code, 2);
+      EXPECT_EQ(RunProgramBehind("<" + Path(""), And({"defrag"}, names)).code, 2);
       EXPECT_EQ(Get("disk.img"), before_);
 
       const auto before = Places();

@@ -209,6 +209,8 @@ TEST_F(ProgramOutputsTest, ARefusedRunLeavesItsOutputsAlone) {
             3);
   EXPECT_EQ(Get("old"), old);
   EXPECT_FALSE(Exists("new") || Exists("log"));
+  Run("script -qec '" VORNALUX_PROGRAM
+      " map disk.img --png /dev/stdout' out </dev/null; test $? = 2");
   // What is written in the end is the whole content.
   Make("fat16 size=8M files=20");
   EXPECT_EQ(RunProgram({"analyze", image_, "--png", Path("old")}).code, 0);

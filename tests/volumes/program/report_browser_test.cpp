@@ -97,6 +97,11 @@ TEST_F(ReportInBrowser, ShowsMapFiguresAndFilesAndNothingActs) {
   }
   EXPECT_TRUE(marked) << "no name that needs care";
 
+  // On a telephone nothing is wider than the screen.
+  Run("echo '<script>document.title=document.body.scrollWidth<=innerWidth</script>'>>page.html");
+  ASSERT_NO_FATAL_FAILURE(Browse("--window-size=500,3000 --dump-dom", "narrow.html"));
+  EXPECT_NE(Text("narrow.html").find("<title>true<"), std::string::npos);
+
   ASSERT_NO_FATAL_FAILURE(Browse("--screenshot=$PWD/screen.png", "output.screen"));
   const Picture map = ReadPng(Get("map.png"));
   EXPECT_TRUE(Contains(ReadPng(Get("screen.png")), map));

@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Several volumes in one command, and the log that runs append to.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -113,6 +116,17 @@ TEST_F(Series, ALogIsNeverAVolumeAndRunsShareIt) {
   ASSERT_TRUE(first.ReadUntil("total clusters"));
   EXPECT_EQ(RunProgram({"analyze", other_, "--log", Path("log")}).code, 0);
   EXPECT_EQ(RunProgram({"analyze", other_, "--report", Path("log")}).code, 2);
+  // A pipe whose reader has gone took nothing.
+  Run("mkfifo \"it's\"");
+  const int reader = ::open(Path("it's").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  Program second(
+      {"job", "--volume", "C=" + other_, "--log", Path("it's"), "--", "/drv C: /d /dbg"});
+  ASSERT_TRUE(second.ReadUntil("total clusters"));
+  std::string begun(4096, '\0');
+  EXPECT_GT(::read(reader, begun.data(), begun.size()), 0);
+  EXPECT_NE(begun.find("it'\\''s' -- '/drv C: /d /dbg' (version"), std::string::npos) << begun;
+  ::close(reader);
+  EXPECT_EQ(second.Wait().code, 1);
   EXPECT_EQ(first.Wait().code, 0);
   const std::string text = Text("log");
   EXPECT_LT(text.find("] vornalux job"), text.find("] vornalux analyze"));

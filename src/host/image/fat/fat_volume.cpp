@@ -264,7 +264,11 @@ ErrorCode FatVolume::Reload() {
 std::optional<SmallestSize> FatVolume::Smallest() {
   constexpr std::uint64_t kRoomForTables = 3000000, kRounding = 1000000;
   constexpr std::uint64_t kLeastFat16 = 34000000;  // no such program makes a smaller one
+  constexpr std::uint32_t kLeastCluster32 = 4096;  // such programs know no smaller ones on FAT32
   if (lost_ || geometry_.type == FatType::Fat12) return std::nullopt;
+  if (geometry_.type == FatType::Fat32 && geometry_.cluster_size < kLeastCluster32) {
+    return std::nullopt;
+  }
   std::int64_t end = facts_.total_clusters;
   while (end > 0 && !Clusters().Used(end - 1)) --end;
   // With fewer it would be another kind of FAT.

@@ -134,6 +134,7 @@ std::error_code Transaction::PutData(std::uint64_t to, std::span<const std::uint
     if (!error && !inside) {
       data_written_ = true;
       error = base_.Write(to, part);
+      if (!write_fault_) write_fault_ = error;
     }
     if (error) return error;
     NoteCopies(to, part, sources, done, !inside);

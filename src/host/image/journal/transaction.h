@@ -86,6 +86,9 @@ class Transaction final : public BlockDevice {
   // The offset of the last reading of the base that failed since this was asked.
   std::optional<std::uint64_t> TakeReadFault() { return std::exchange(read_fault_, std::nullopt); }
 
+  // Why the base did not take a copy, the first time that it did not.
+  std::error_code WriteFault() const { return write_fault_; }
+
   bool HasPending() const;
   bool Failed() const { return failed_; }
   // About how long the record of the next commit will be, and how much data waits for it in memory.
@@ -134,6 +137,7 @@ class Transaction final : public BlockDevice {
   bool unsettled_ = false;  // the last commit's writes may not be durable in their places
   bool failed_ = false;
   std::optional<std::uint64_t> read_fault_;
+  std::error_code write_fault_;
   std::size_t copy_piece_ = std::size_t{2} << 20;
   std::vector<std::uint8_t> buffer_;
 };

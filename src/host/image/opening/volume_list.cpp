@@ -37,6 +37,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr const char* kOtherProgram = "by another program";
 constexpr std::uint64_t kSysfsUnit = 512;  // bytes, whatever the disk's sectors
 
 // What is mounted where, and what is swap, by device number.
@@ -72,6 +73,14 @@ std::error_code OpenToRead(const std::string& path, std::shared_ptr<FileDevice>&
   const std::error_code error = FileDevice::Adopt(descriptor, false, device);
   out = std::move(device);
   return error;
+}
+
+// Runs of this program, and other careful ones, lock what they work on or look at.
+bool IsLocked(const FileDevice& file) {
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  return ::fcntl(file.Descriptor(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
 // Free bytes of what is mounted there, as the system counts them.
@@ -168,6 +177,7 @@ class Lister {
       Look(file, 0, volume);
     }
     AddUse(device, node, folder, volume);
+    if (file && volume.in_use.empty() && IsLocked(*file)) volume.in_use = kOtherProgram;
     return file && volume.unreadable.empty() ? WithPartitions(file, volume)
                                              : std::vector{std::move(volume)};
   }
@@ -183,6 +193,8 @@ class Lister {
             FindUse(file->Descriptor(), {sources_.mounts, sources_.swaps, sources_.sys})) {
       constexpr std::string_view kIs = "is ";
       volume.in_use = use->what.substr(use->what.starts_with(kIs) ? kIs.size() : 0);
+    } else if (IsLocked(*file)) {
+      volume.in_use = kOtherProgram;
     }
     return WithPartitions(file, volume);
   }
@@ -271,10 +283,13 @@ std::vector<ListedVolume> ListImage(const std::string& path, const ListSources& 
   std::shared_ptr<FileDevice> file;
   if (const std::error_code error = OpenToRead(path, file)) {
     const bool other = error == std::errc::no_such_device;
-    throw VolumeRefused(path + (other ? " is neither a file nor a block device"
-                                      : " cannot be opened: " + error.message()));
+    const bool folder = other && fs::is_directory(path);
+    throw VolumeRefused(path + (folder  ? " is a folder; name an image file or a block device"
+                                : other ? " is neither a file nor a block device"
+                                        : " cannot be opened: " + error.message()));
   }
-  if (const auto container = FindContainer(*file, path)) {
+  // In full: a line must not take the path for an option, or for a protocol of QEMU's.
+  if (const auto container = FindContainer(*file, fs::absolute(path))) {
     throw VolumeRefused(path + " is " + container->name + ", which is not supported" +
                         Remedy(container->advice, container->lines));
   }

@@ -33,6 +33,7 @@ class ImageVolume : public MountedVolume {
     return FromDevice(transaction_->Read(offset, out));
   }
   std::optional<std::uint64_t> TakeReadFault() final { return transaction_->TakeReadFault(); }
+  ErrorCode WriteFault() const final { return FromDevice(transaction_->WriteFault()); }
   SmartDrive* Drive() final { return store_.drive.get(); }
   std::int64_t ClustersMoved() const final { return clusters_moved_; }
   std::int64_t FreeClusters() const final { return clusters_->FreeClusters(); }

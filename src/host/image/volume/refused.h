@@ -10,6 +10,12 @@ namespace vornalux {
 class VolumeRefused : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
+
+  // The same with the image named in it, as the user has named it.
+  VolumeRefused Of(const std::string& image) const {
+    const std::string why = what();
+    return why.find(image) == std::string::npos ? VolumeRefused(image + ": " + why) : *this;
+  }
 };
 
 }  // namespace vornalux

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <istream>
-#include <iterator>
 #include <stdexcept>
 
 #include "text/windows_path.h"
@@ -11,6 +10,8 @@
 namespace vornalux {
 
 std::vector<std::string> SplitPathList(std::string_view list) {
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";  // as editors on Windows write it
+  if (list.starts_with(kByteOrderMark)) list.remove_prefix(kByteOrderMark.size());
   const char end = list.find('\0') == std::string_view::npos ? '\n' : '\0';
   std::vector<std::string> paths;
   while (!list.empty()) {
@@ -51,7 +52,9 @@ std::vector<std::string> WithListFrom(std::istream& input, const std::vector<std
       all.push_back(path);
       continue;
     }
-    const std::string list{std::istreambuf_iterator<char>(input), {}};
+    std::string list;
+    for (char c = 0; input.get(c);) list += c;
+    if (input.bad()) throw std::invalid_argument("the list in standard input cannot be read");
     for (std::string& each : SplitPathList(list)) all.push_back(std::move(each));
   }
   return all;

@@ -144,9 +144,11 @@ const CLI::Validator kExtensions(
 
 // An option that was left without its value would take the next one for it, and that one's meaning
 // would be lost: the volume is written to although "--report --dry-run" says not to.
+std::string EmptyName(const std::string& text) { return text.empty() ? "needs a file" : ""; }
+
 const CLI::Validator kFileName(
     [](std::string& text) {
-      if (text.empty()) return std::string("needs a file");
+      if (text.empty()) return EmptyName(text);
       return text.starts_with("--") ? text + " is an option; a file of the name is ./" + text
                                     : std::string();
     },
@@ -245,7 +247,8 @@ void AddFileOption(CLI::App& command, RawOptions& raw) {
 
 void AddVolumeOptions(CLI::App& command, Options& options, RawOptions& raw) {
   command.add_option("IMAGE", raw.images, "What to work on; several one after the other")
-      ->required();
+      ->required()
+      ->check(EmptyName);
   command.add_option("--drive", raw.drive, "The letter that the volume gets")
       ->type_name("LETTER")
       ->capture_default_str();
@@ -323,16 +326,14 @@ void CheckTogether(const Options& options) {
   }
 }
 
-void TakeFiles(const RawOptions& raw, std::istream& input, Options& options) {
+void TakeFiles(const RawOptions& raw, std::istream& input, Options& options) try {
   if (raw.files.empty()) return;
   for (const std::string& path : WithListFrom(input, raw.files)) {
-    try {
-      options.files.push_back(PathOnDrive(path, options.volumes.front().letter));
-    } catch (const std::invalid_argument& error) {
-      throw CLI::ValidationError("--file", error.what());
-    }
+    options.files.push_back(PathOnDrive(path, options.volumes.front().letter));
   }
-  if (options.files.empty()) throw CLI::ValidationError("--file", "the list names no file");
+  if (options.files.empty()) throw std::invalid_argument("the list names no file");
+} catch (const std::invalid_argument& error) {
+  throw CLI::ValidationError("--file", error.what());
 }
 
 // What was typed and means nothing, in a sentence with what may have been meant.
@@ -405,7 +406,10 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
   AddVolumeOptions(*map, options, raw);
   CLI::App* trim =
       add("trim", "Give free space back: holes in an image, discards on a disk", Command::Trim);
-  trim->add_option("IMAGE", raw.images, "What to work on")->required()->expected(1);
+  trim->add_option("IMAGE", raw.images, "What to work on")
+      ->required()
+      ->expected(1)
+      ->check(EmptyName);
   AddPlaceOptions(*trim, options);
   AddDropAndDryRun(*trim, options);
   AddPriorityOptions(*trim, options);
@@ -440,7 +444,8 @@ std::optional<ExitCode> ParseOptions(const std::vector<std::string>& arguments, 
   AddWorkOptions(*job, options);
 
   CLI::App* list = add("list", "List the volumes there are, change nothing", Command::List);
-  list->add_option("IMAGE", raw.list_images, "What to look into; else this machine's disks");
+  list->add_option("IMAGE", raw.list_images, "What to look into; else this machine's disks")
+      ->check(EmptyName);
   list->add_flag("--all", options.list_all, "List what is not NTFS or FAT, too");
   list->add_flag("--json", options.json, "Print the result as one JSON object");
 

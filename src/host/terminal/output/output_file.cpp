@@ -126,7 +126,11 @@ void OutputFile::Lock() const {
 }
 
 void OutputFile::OpenDescriptor(const std::string& path) {
-  const int flags = (append_ ? O_RDWR | O_APPEND : O_WRONLY) | O_CLOEXEC | O_NOCTTY;
+  struct stat before {};
+  // A pipe that is opened for reading, too, takes what nobody will read.
+  const bool pipe = ::stat(path.c_str(), &before) == 0 && S_ISFIFO(before.st_mode);
+  const int access = append_ && !pipe ? O_RDWR : O_WRONLY;
+  const int flags = access | (append_ ? O_APPEND : 0) | O_CLOEXEC | O_NOCTTY;
   descriptor_ = ::open(path.c_str(), flags);
   if (descriptor_ < 0 && append_ && errno == EACCES) {
     descriptor_ = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY);

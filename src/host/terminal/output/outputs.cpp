@@ -174,9 +174,6 @@ void OpenOutputs(const Options& options, Outputs& outputs) {
     if (each.path.empty()) continue;
     if (each.path == "-") {
       each.file.UseStandardOutput(each.option);
-      if (&each.file == &outputs.png && ::isatty(STDOUT_FILENO) != 0) {
-        each.file.Refuse("is a terminal: send the picture to a file or to a program.");
-      }
       files.push_back(&each.file);
       continue;
     }
@@ -197,6 +194,9 @@ void OpenOutputs(const Options& options, Outputs& outputs) {
       each.file.Refuse(*why);
     }
     files.push_back(&each.file);
+  }
+  if (outputs.png.IsOpen() && ::isatty(outputs.png.Descriptor()) != 0) {
+    outputs.png.Refuse("is a terminal: send the picture to a file or to a program.");
   }
   CheckApart(options, files);
   for (const OutputFile* file : files) file->Lock();

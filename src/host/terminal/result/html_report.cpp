@@ -33,7 +33,12 @@ table { border-collapse: collapse; width: 100%; }
 thead { background: var(--shade); }
 th, td { text-align: left; padding: .25rem .6rem; border-bottom: 1px solid var(--line);
          overflow-wrap: anywhere; vertical-align: top; }
-th.n, td.n { text-align: right; font-variant-numeric: tabular-nums; white-space: nowrap; }
+th:not(.n), td:not(.n) { min-width: 5.5rem; }
+th.n, td.n { text-align: right; font-variant-numeric: tabular-nums; white-space: nowrap;
+             overflow-wrap: normal; }
+@media (max-width: 44rem) {
+  th, td { padding: .25rem .3rem; } th.n, td.n { white-space: normal; }
+}
 td.good { color: var(--good); } td.bad { color: var(--bad); }
 figcaption { color: var(--dim); } figure { margin: 0; }
 @media print {
@@ -342,8 +347,8 @@ std::string Section(const ReportContent& report) {
   html += Map("After", report.map_after, report.legend) + "</div>\n";
   html += "<h2>Figures</h2>\n" + FigureTable(report);
   if (report.moved) {
-    html += "<p>" + Grouped(report.moved->moves) + " moves, " +
-            Grouped(report.moved->clusters_moved) + " clusters moved, " +
+    html += "<p>" + Counted(report.moved->moves, "move") + ", " +
+            Counted(report.moved->clusters_moved, "cluster") + " moved, " +
             Grouped(report.moved->refused) + " refused.</p>\n";
   }
   if (report.summary) {

@@ -118,8 +118,8 @@ std::vector<std::string> DiscardLines(const DiscardResult& discard, bool dry_run
 
 std::vector<std::string> ShrinkLines(const ShrinkAdvice& shrink) {
   const auto bytes = static_cast<std::int64_t>(shrink.bytes);
-  std::string first = "The volume can be made as small as " + ByteText(bytes) + " (" +
-                      std::to_string(bytes) + " bytes)";
+  std::string first =
+      "The volume can be made as small as " + ByteText(bytes) + " (" + Grouped(bytes) + " bytes)";
   if (shrink.left_to_move > 0) {
     first += ", " + ByteText(static_cast<std::int64_t>(shrink.left_to_move)) +
              " of system files and lists moved by that program itself";

@@ -116,9 +116,10 @@ std::string StillFragmentedText(const RunSummary& summary, Charset charset) {
   }
   for (std::ptrdiff_t i = 0; i < std::min(std::ssize(files), kFragmentedShown); ++i) {
     const StillFragmented& file = files[static_cast<std::size_t>(i)];
-    text += "    " + PrintableText(file.path, charset) + "  " + Grouped(file.fragments) +
-            " fragments, " + ByteText(file.clusters * summary.cluster_bytes) + "  (" +
-            ReasonText(file, summary) + ")\n";
+    text += "    " + PrintableText(file.path, charset) + "  " +
+            Counted(file.fragments, "fragment") + ", " +
+            ByteText(file.clusters * summary.cluster_bytes) + "  (" + ReasonText(file, summary) +
+            ")\n";
   }
   if (std::ssize(files) > kFragmentedShown) text += "    --json lists all\n";
   if (const std::string help = HelpText(summary); !help.empty()) text += "  " + help + "\n";
@@ -136,7 +137,7 @@ template <typename Result>
 std::string Moves(const Result& result, const VolumeDescription& volume, bool stopped,
                   Charset charset) {
   const MoveStatistics& moved = result.moved;
-  std::string text = "  " + Grouped(moved.moves) + " moves, " +
+  std::string text = "  " + Counted(moved.moves, "move") + ", " +
                      ByteText(moved.clusters_moved * volume.cluster_bytes) + " moved";
   if (moved.refused > 0) text += ", " + Grouped(moved.refused) + " refused";
   text += stopped ? "; stopped\n" : "\n";
@@ -193,6 +194,9 @@ std::string DetailsText(const AnalysisResult& result, Charset charset) {
                                size(gain.figures->largest_gap) + size(gain.figures->clusters_moved)
                          : "  not worked out";
     text += "\n";
+  }
+  if (std::ranges::any_of(details.gains, [](const PassGain& gain) { return !gain.figures; })) {
+    text += "  --gains SECONDS gives more time for what is not worked out\n";
   }
   return text;
 }

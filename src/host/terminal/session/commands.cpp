@@ -31,6 +31,7 @@
 #include "host/terminal/session/terminal_platform.h"
 #include "host/terminal/session/trim_command.h"
 #include "host/terminal/session/volume_series.h"
+#include "text/quantity_text.h"
 #include "text/windows_path.h"
 
 namespace vornalux {
@@ -128,7 +129,10 @@ void FinishAnalysis(const Options& options, TerminalDesktop& desktop, Charset ch
     const bool in_time = std::chrono::steady_clock::now() - begun < time;
     std::vector<std::string> files;
     for (const NamedFile& named : result.files) files.push_back(named.file.path);
-    if (in_time) desktop.Tell("Working out what passes would gain");
+    if (in_time) {
+      desktop.Tell("Working out what passes would gain, " + Counted(time.count(), "second") +
+                   " at most; Ctrl-C leaves it out");
+    }
     GainsTrouble trouble = WorkOutGains(
         options, files, in_time ? time : std::chrono::seconds(0),
         [&desktop] { return desktop.StopPending(); }, result.details);

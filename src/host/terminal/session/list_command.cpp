@@ -33,6 +33,7 @@ ExitCode ListCommand(const Options& options, TerminalDesktop& desktop, Charset c
       output.Write(options.json ? ToJson(volumes, all) : ToText(volumes, all, charset));
   const bool missing = std::ranges::any_of(
       volumes, [](const ListedVolume& volume) { return !volume.unreadable.empty(); });
+  if (missing && !options.volumes.empty()) code = ExitCode::Failed;
   if (missing && ::geteuid() != 0) desktop.Say("As root it could look at more.");
   if (!error) return code;
   desktop.Say("The result could not be written to standard output: " + error.message());

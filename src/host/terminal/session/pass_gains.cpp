@@ -92,8 +92,8 @@ GainsTrouble WorkOutGains(const Options& options, const std::vector<std::string>
   std::ptrdiff_t left = std::ssize(details.gains);
   for (PassGain& gain : details.gains) {
     const Clock::time_point now = Clock::now();
-    // What one leaves of its share is for the others.
-    const Clock::time_point turn = now + (end - now) / left--;
+    // Half of what is left: where it does not do for all, it does for the first ones.
+    const Clock::time_point turn = --left == 0 ? end : now + (end - now) / 2;
     if (now >= end || stop()) continue;
     dry.pass = gain.pass;
     dry.thorough = gain.thorough;

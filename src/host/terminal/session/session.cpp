@@ -18,14 +18,11 @@ std::uint64_t MaxRate(const Options& options) {
   return std::min<std::uint64_t>(*options.max_rate, std::numeric_limits<std::int64_t>::max());
 }
 
-// OpenImage() with the image named in every refusal.
 std::unique_ptr<MountedVolume> OpenNamed(const std::string& image, const OpenOptions& options,
                                          OpenReport& report) try {
   return OpenImage(image, options, report);
 } catch (const VolumeRefused& refused) {
-  const std::string why = refused.what();
-  if (why.find(image) != std::string::npos) throw;
-  throw VolumeRefused(image + ": " + why);
+  throw refused.Of(image);
 }
 
 }  // namespace
@@ -185,6 +182,11 @@ bool Session::Close() {
     const ErrorCode code = volumes_[i]->Close();
     for (const std::string& remark : volumes_[i]->Remarks()) {
       desktop_.Say(arguments_[i].image + ": " + remark);
+    }
+    if (const ErrorCode fault = volumes_[i]->WriteFault()) {
+      good = false;
+      desktop_.Say(arguments_[i].image + ": files stayed where they were, because their places " +
+                   "could not be written: " + platform_.ErrorText(fault));
     }
     if (code == error::kSuccess) continue;
     good = false;
