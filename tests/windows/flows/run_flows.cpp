@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -89,6 +90,30 @@ FLOW(AnalyzeShowsNumbersAndMap, "", Alone) {
   }
   screen.Menu(IDM_EXIT);
   EXPECT_EQ(session.End(), 0u);
+}
+
+// Columns that are put together show as one of them, not as a mixture.
+FLOW(AMapMadeNarrowKeepsItsColours, "", Alone) {
+  const Screen& screen = SelectDrive(session, kC);
+  PostMessageW(screen.Main(), WM_SYSCOMMAND, SC_MAXIMIZE, 0);
+  screen.Run(IDM_ANALYZE);
+  SIZE size;
+  const std::vector<std::uint32_t> wide = Screen::Picture(screen.Main(), IDC_MAP, size);
+  const std::set<std::uint32_t> colours(wide.begin(), wide.end());
+  EXPECT_TRUE(colours.contains(0x0000FF)) << "something is red";
+  PostMessageW(screen.Main(), WM_SYSCOMMAND, SC_RESTORE, 0);
+  screen.Until("as it was", [&screen, before = size.cx] {
+    RECT area;
+    GetClientRect(GetDlgItem(screen.Main(), IDC_MAP), &area);
+    return area.right < before;
+  });
+  int red = 0, others = 0;
+  for (const std::uint32_t pixel : Screen::Picture(screen.Main(), IDC_MAP, size)) {
+    red += pixel == 0x0000FF;
+    others += !colours.contains(pixel);
+  }
+  EXPECT_GT(red, 0);
+  EXPECT_EQ(others, 0);
 }
 
 FLOW(KeysAloneWillDo, "", Alone) {
