@@ -26,7 +26,7 @@ JobOutcome RunAction(const Job& job, const JobParts& parts) {
       window.TellCannotOpen();
       return JobOutcome::Failed;
     }
-    parts.launcher.ShowMainWindow();
+    if (!job.run_minimized) parts.launcher.ShowMainWindow();
   }
   if (job.run_minimized) parts.launcher.minimize_to_tray();
   if (!job.action) return JobOutcome::Done;

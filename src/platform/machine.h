@@ -35,6 +35,10 @@ class Machine {
   // and what was taken before stays. Hosts that keep two from one volume by other means say true.
   virtual bool TakeVolume(const std::string& /*root*/) { return true; }
 
+  // Whether the machine is kept from falling asleep by itself. Hosts that see to it by other means
+  // do nothing.
+  virtual void KeepAwake(bool /*awake*/) {}
+
   // A random number in [0, 1).
   virtual double Random() = 0;
 };

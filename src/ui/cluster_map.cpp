@@ -57,8 +57,8 @@ void ClusterMap::PaintExtent(std::int64_t lcn, std::int64_t length, Colour colou
   for (std::int64_t c = lcn; c <= last; c += ClustersPerColumn) teken_plaatje(c, colour);
 }
 
-// Paints the columns of every step-th cluster from first to last. Events have their turn before each
-// column: steps that come to the same one again change nothing.
+// Paints the columns of every step-th cluster from first to last. Events have their turn before
+// each column: steps that come to the same one again change nothing.
 void ClusterMap::PaintRange(std::int64_t first, std::int64_t last, std::int64_t step,
                             Colour colour) {
   if (first < 0) first %= step;

@@ -75,6 +75,7 @@ void DefragWindow::SetMenu(bool busy) {
   savereport.enabled = !busy && engine.record.Summary();
   Arretdefrag.enabled = busy;
   tmrTemperatures.enabled = busy;
+  platform_.machine.KeepAwake(busy);
 }
 
 void DefragWindow::CloseMenu() {
@@ -183,6 +184,7 @@ void DefragWindow::cmdanalysemore_Click() {
   const BusyWindow busy(*this);
   flags_.OptimizeMode = False;
   last_run_failed = !engine.analysis.Analyze_This() && !flags_.StopRequested;
+  ShowResult();
 }
 
 void DefragWindow::RunPass(Pass pass) {
@@ -235,9 +237,7 @@ void DefragWindow::Arretdefrag_Click() {
     return;
   }
   UpdateTimer.enabled = false;
-  flags_.StopRequested = True;
-  etfich.caption = "";
-  RedrawMap(MapLayers::Volume);
+  StopRun();
 }
 
 void DefragWindow::UpdateTimer_Timer() {
@@ -289,6 +289,8 @@ void DefragWindow::StopWatching() {
 void DefragWindow::StopRun() {
   flags_.StopRequested = True;
   etfich.caption = "";
+  // The run may have ended while the question was open.
+  if (Busy()) result_line.caption = "Stopping ...";
   RedrawMap(MapLayers::Volume);
 }
 

@@ -22,6 +22,7 @@ struct TrayCall {
   std::uint32_t flags = 0;
   std::uint32_t callback = 0;
   std::string tip;
+  std::string balloon;
 };
 
 // A: removable, C: fixed and NTFS with 300 files, D: fixed and FAT, from an image file, E: a CD

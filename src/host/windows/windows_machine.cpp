@@ -94,6 +94,10 @@ bool WindowsMachine::TakeVolume(const std::string& root) {
   return true;
 }
 
+void WindowsMachine::KeepAwake(bool awake) {
+  SetThreadExecutionState(awake ? ES_CONTINUOUS | ES_SYSTEM_REQUIRED : ES_CONTINUOUS);
+}
+
 double WindowsMachine::Random() {
   constexpr double kTwoToMinus53 = 1.0 / 9007199254740992.0;
   return static_cast<double>(random_() >> 11) * kTwoToMinus53;

@@ -54,6 +54,14 @@ void NativeForm::Bind(int id, Label& label) {
   unbind_.push_back([&label] { label.changed = nullptr; });
 }
 
+void NativeForm::ShowAtOnce(Label& label) {
+  label.changed = [this, show = label.changed] {
+    show();
+    if (window_ == nullptr) return;
+    RedrawWindow(window_, nullptr, nullptr, RDW_ERASENOW | RDW_UPDATENOW | RDW_ALLCHILDREN);
+  };
+}
+
 void NativeForm::Bind(int id, Button& button) {
   button.changed = [this, id, &button] {
     ShowState(id, button);
@@ -114,6 +122,7 @@ void NativeForm::Bind(int id, OptionButton& option) {
 
 void NativeForm::Bind(int id, CheckBox& box) {
   BindCheck(id, box, box.value);
+  if (!box.tool_tip.empty()) AddToolTip(id, box.tool_tip);
   commands_[id] = [&box](int notification) {
     if (notification == BN_CLICKED) box.Click();
   };

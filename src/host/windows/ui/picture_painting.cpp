@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "engine/run_view.h"
+
 namespace vornalux {
 namespace {
 
@@ -20,13 +22,28 @@ ColumnRange PlacesIn(HDC dc, const RECT& area) {
   return {place(clip.left), place(clip.right)};
 }
 
+bool IsCandidate(Colour c) {
+  return c == map_colour::kDefrag || c == map_colour::kOptimize || c == map_colour::kSystemArea;
+}
+
+// What shows at place x of `room`. The system would blend columns that it puts together, red with
+// green to black; drawn at this width, candidates would lie over the rest.
+Colour ColourAt(const std::vector<Colour>& columns, std::int64_t x, std::int64_t room) {
+  const auto width = static_cast<std::int64_t>(columns.size());
+  const std::int64_t end = ((x + 1) * width + room - 1) / room;
+  for (std::int64_t i = x * width / room; width > room && i < end; ++i) {
+    const Colour c = columns[static_cast<std::size_t>(i)];
+    if (IsCandidate(c)) return c;
+  }
+  return columns[static_cast<std::size_t>((2 * x + 1) * width / (2 * room))];
+}
+
 }  // namespace
 
 void ShowPicture(HDC dc, const RECT& area, const PictureBox& picture) {
   const ColumnRange places = PlacesIn(dc, area);
   if (places.Empty()) return;
   const std::int64_t room = area.right - area.left;
-  const auto width = static_cast<std::int64_t>(picture.shown().size());
   BITMAPINFO info = {};
   info.bmiHeader.biSize = sizeof info.bmiHeader;
   info.bmiHeader.biWidth = places.end - places.first;
@@ -36,8 +53,7 @@ void ShowPicture(HDC dc, const RECT& area, const PictureBox& picture) {
   std::vector<std::uint32_t> row;
   row.reserve(static_cast<std::size_t>(info.bmiHeader.biWidth));
   for (std::int64_t x = places.first; x < places.end; ++x) {
-    // The system would blend columns that it puts together, red with green to black.
-    const Colour c = picture.shown()[static_cast<std::size_t>((2 * x + 1) * width / (2 * room))];
+    const Colour c = ColourAt(picture.shown(), x, room);
     row.push_back((c & 0xFF) << 16 | (c & 0xFF00) | (c >> 16 & 0xFF));
   }
   StretchDIBits(dc, area.left + places.first, area.top, info.bmiHeader.biWidth,
