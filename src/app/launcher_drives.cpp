@@ -75,7 +75,9 @@ std::string Introfrm::DescribeDrive(const std::string& root, std::uint32_t type)
   runchkdsk(root.substr(0, 2), CheckFor::List);
   // A disc has no check that could have found it dirty.
   if (flags_.VolumeDirty && type == drive_type::kCdRom) return item;
-  return item + (flags_.VolumeDirty ? "  Status: Error!" : "  Status: Ok");
+  const bool solid = type == drive_type::kFixed && platform_.machine.IsSolidState(root);
+  return item + (flags_.VolumeDirty ? "  Status: Error!" : "  Status: Ok") +
+         (solid ? "  Solid state" : "");
 }
 
 void Introfrm::ImageCombo1_Click() {

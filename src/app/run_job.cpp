@@ -32,6 +32,10 @@ JobOutcome RunAction(const Job& job, const JobParts& parts) {
   if (!job.action) return JobOutcome::Done;
   window.OpenMenu();
   window.UseThorough(RunsThorough(job));
+  if (window.AcceptSolidState()) {
+    parts.trace.Line("CDM_line drive " + window.engine.volume.Target().Drive() +
+                     " is a solid-state disk");
+  }
   window.PassItem(*job.action).Click();
   if (parts.flags.StopRequested) return JobOutcome::Stopped;
   return window.last_run_failed ? JobOutcome::Failed : JobOutcome::Done;

@@ -39,6 +39,10 @@ class Machine {
   // do nothing.
   virtual void KeepAwake(bool /*awake*/) {}
 
+  // Whether the volume with this root lies on a disk that is known to find any place as fast as any
+  // other.
+  virtual bool IsSolidState(const std::string& /*root*/) { return false; }
+
   // A random number in [0, 1).
   virtual double Random() = 0;
 };

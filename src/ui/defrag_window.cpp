@@ -112,6 +112,7 @@ void DefragWindow::VolumeChanged(ChosenVolume::Change change) {
 // Nothing that the window shows is left of the volume before.
 void DefragWindow::ForgetVolume() {
   map.Forget();
+  solid_state_accepted_ = false;
   engine.record.Forget();
   ShowResult();
   for (Label& panel : status_panels) panel.caption = "";
@@ -187,8 +188,23 @@ void DefragWindow::cmdanalysemore_Click() {
   ShowResult();
 }
 
+bool DefragWindow::AcceptSolidState() {
+  solid_state_accepted_ = true;
+  return platform_.machine.IsSolidState(target_.Root());
+}
+
+bool DefragWindow::WorthAPass() {
+  if (solid_state_accepted_ || !platform_.machine.IsSolidState(target_.Root())) return true;
+  const std::string text = "Drive " + target_.Drive() +
+                           " is a solid-state disk. Moving files wears it and hardly makes it "
+                           "faster.\r\nDo you want to go on?";
+  solid_state_accepted_ = platform_.desktop.ShowBox(text, kProgramTitle, BoxButtons::YesNo,
+                                                    BoxIcon::Question) == BoxAnswer::Yes;
+  return solid_state_accepted_;
+}
+
 void DefragWindow::RunPass(Pass pass) {
-  if (!OpenVolume()) return;
+  if (!WorthAPass() || !OpenVolume()) return;
   const PassRow& row = RowOf(pass);
   engine.record.Forget();
   ShowResult();

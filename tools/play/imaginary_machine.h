@@ -43,6 +43,7 @@ class ImaginaryMachine {
   std::int32_t administrator = 1;
   bool windows_2000 = false;
   bool notification_area = true;
+  std::string solid_state;  // letters of the drives that say so
 
   // What it asked of it.
   std::vector<TrayCall> tray;

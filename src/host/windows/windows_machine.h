@@ -26,6 +26,7 @@ class WindowsMachine final : public Machine {
   // Whatever letter it goes by, and whoever the other program belongs to.
   bool TakeVolume(const std::string& root) override;
   void KeepAwake(bool awake) override;
+  bool IsSolidState(const std::string& root) override;
   double Random() override;
 
  private:

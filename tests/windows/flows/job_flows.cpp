@@ -146,6 +146,16 @@ FLOW(UnseenJobThatDoesNotRunShowsTheLauncher, "/drv R: /d /min", WithCheckLibrar
   screen.UntilShown("the launcher", &Screen::Launcher);
 }
 
+FLOW(JobOnASolidStateDiskSaysSo, "/drv C: /d /dbg", Alone) {
+  session.machine.solid_state = "C";
+  session.Start();
+  const Screen& screen = session.screen;
+  screen.Until("the job begins", [&] { return screen.RunsBegun() == 1; });
+  screen.UntilIdle();
+  EXPECT_NE(Screen::Text(screen.Debug(), IDC_LOG).find("drive C: is a solid-state disk\r\n"),
+            std::string::npos);
+}
+
 FLOW(WrongSwitchRunsNothing, "/drv C: /nonsense /d", Alone) {
   session.Start();
   session.screen.Answer("Invalid argument: /nonsense");

@@ -247,6 +247,27 @@ FLOW(ALargeVolumeIsNotReadForEachFile, "", Alone) {
   EXPECT_EQ(session.End(), 0u);
 }
 
+FLOW(ASolidStateDiskIsAskedAboutOnce, "", Alone) {
+  session.machine.solid_state = "C";
+  const Screen& screen = SelectDrive(session, kC);
+  const std::vector<std::string> items = Screen::Items(GetDlgItem(screen.Launcher(), IDC_VOLUMES));
+  EXPECT_TRUE(items.at(kC).ends_with("  Solid state")) << items.at(kC);
+  EXPECT_FALSE(items.at(kD).ends_with("  Solid state")) << items.at(kD);
+  const std::string question =
+      "Drive C: is a solid-state disk. Moving files wears it and hardly makes it faster.\r\n"
+      "Do you want to go on?";
+  const CallLog& log = session.machine.Drives().Log();
+  screen.Menu(IDM_DEFRAG);
+  screen.Answer(question, IDNO);
+  EXPECT_EQ(screen.RunsBegun(), 0);
+  screen.Menu(IDM_DEFRAG);
+  screen.Answer(question, IDYES);
+  screen.Until("the run begins", [&screen] { return screen.RunsBegun() == 1; });
+  screen.UntilIdle();
+  EXPECT_GT(log.Count(CallKind::MoveClusters), 20u);
+  screen.Run(IDM_COMPACT);  // asks no more
+}
+
 FLOW(DefragsAndOptimizesToTheEnd, "", Alone) {
   const Screen& screen = SelectDrive(session, kD);
   const CallLog& log = session.machine.Drives().Log();
