@@ -228,6 +228,9 @@ FLOW(ALargeVolumeIsNotReadForEachFile, "", Alone) {
   const CallLog& log = drives.Log();
   drives.Log().SetRecording(true);
   const Screen& screen = SelectDrive(session, kBehindAll);
+  // Letters as large as they may be somewhere.
+  SendMessageW(GetDlgItem(screen.Main(), IDC_STATUS_BAR), WM_SETFONT,
+               reinterpret_cast<WPARAM>(GetStockObject(SYSTEM_FONT)), FALSE);
   for (const int pass : {IDM_DEFRAG, IDM_OPTIMIZE}) {
     const std::size_t moves = log.Count(CallKind::MoveClusters);
     const std::size_t bitmaps = log.Count(CallKind::VolumeBitmap);
