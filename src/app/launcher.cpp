@@ -136,12 +136,18 @@ void Introfrm::ComposeJobLine() {
 void Introfrm::runchkdsk(const std::string& drive, CheckFor purpose) {
   flags_.VolumeDirty = False;
   check_for_ = purpose;
+  checked_ = drive;
   if (drive.empty() || main_window_.Ended()) return;
   cancel = false;
+  const std::string what = "Checking drive " + drive + " ...";
+  if (tells_checks_) checking.Show();
+  checking.LblChecking.caption = what;
+  LblChecking.caption = what;
   ImageCombo1.enabled = CmdGo.enabled = false;
   CmdCancel.visible = true;
   CheckVolumeBy(platform_.checks, platform_.volumes, drive + "\\", DiskCheckOptions{}, *this);
   CmdCancel.visible = false;
+  LblChecking.caption = "";
   ImageCombo1.enabled = CmdGo.enabled = true;
 }
 
@@ -152,12 +158,13 @@ void Introfrm::Done(bool failed) {
   if (check_for_ == CheckFor::List) {
     flags_.VolumeDirty = ToBoolean(failed && !cancel);
   } else if (cancel) {
-    Say("Disk check was cancelled!");
+    platform_.desktop.ShowBox("Disk check was cancelled!", CheckTitle(), BoxButtons::Ok,
+                              BoxIcon::None);
   } else if (failed) {
     flags_.VolumeDirty = True;
     platform_.desktop.ShowBox(
         "One or more volumes are 'dirty'!\r\nYou should run Chkdsk to correct errors.",
-        kProgramTitle, BoxButtons::Ok, BoxIcon::Warning);
+        CheckTitle(), BoxButtons::Ok, BoxIcon::Warning);
   }
 }
 
@@ -180,10 +187,14 @@ void Introfrm::ShowOverMainWindow() {
 void Introfrm::minimize_to_tray() {
   Hide();
   main_window_.Hide();
+  in_tray_ = true;
   platform_.desktop.ShowTrayIcon(main_window_.caption);
 }
 
-void Introfrm::cleanup_systray() { platform_.desktop.RemoveTrayIcon(); }
+void Introfrm::cleanup_systray() {
+  in_tray_ = false;
+  platform_.desktop.RemoveTrayIcon();
+}
 
 JobOutcome Introfrm::process_cmd_line(const std::string& tail) {
   const JobReading reading = ParseJob(tail);
@@ -201,7 +212,11 @@ JobOutcome Introfrm::process_cmd_line(const std::string& tail) {
     OpenContextMenuSettings();
     return JobOutcome::ContextMenu;
   }
-  return RunJob(job, {platform_, flags_, settings_, trace_, main_window_, *this});
+  const JobOutcome outcome =
+      RunJob(job, {platform_, flags_, settings_, trace_, main_window_, *this});
+  // It has not come to where it would go out of sight.
+  if (job.run_minimized && !in_tray_ && !main_window_.visible && !main_window_.Ended()) Show();
+  return outcome;
 }
 
 // The only window there is from now on: the program ends with it.

@@ -18,6 +18,15 @@ namespace vornalux {
 
 inline constexpr Colour kLinkColour = 0x800000;  // navy
 
+// What is shown while the volumes are checked before there is another window.
+class frmChecking final : public Form {
+ public:
+  frmChecking() : Form(kProgramTitle) {}
+
+  Label LblChecking;
+  Button CmdCancel{"Cancel"};
+};
+
 // The launcher: the list of volumes, the job options, and the job line that they stand for.
 class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
  public:
@@ -31,6 +40,7 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   Frame Frame1{" Create task shortcut (saved on desktop) "};
   Frame Frame3{" Action "};
   Button CmdCancel{"Cancel"};  // the disk check; shown while it runs
+  Label LblChecking;           // the drive that is checked
   Label Lblversion{VORNALUX_VERSION};
   Label lblInfo{"Information", kLinkColour};
   Label LblSupport{"Support", kLinkColour};
@@ -47,8 +57,8 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   OptionButton OptClose{"Close"};
   OptionButton OptShutDown{"Shutdown"};
   CheckBox Chk_Minmized{"Run minimized"};
-  CheckBox VSS_Command{"VSS safe-mode"};
-  CheckBox VSS_LIVE{"VSS safe-mode"};
+  CheckBox VSS_Command{"VSS safe-mode", "Of the job that the shortcut runs"};
+  CheckBox VSS_LIVE{"VSS safe-mode", "Of the runs that you start from here"};
   Button Command2{"Create desktop shortcut Job"};
   Label LblExclude{" Skip these extensions: (example: *.tmp; *.vhd) - defrag only!"};
   TextBox ExcludeTxt;
@@ -57,12 +67,15 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   OptionButton& PassOption(Pass pass);
 
   frmContext context_menu;
+  frmChecking checking;
 
   // The switches that the options stand for: "/drv C: /d /normal" and so on.
   const std::string& JobLine() const { return job_line_; }
 
   // Lists the volumes that can be worked on, each with what its check says, and shows the window.
-  void Introduction();
+  // Unseen, nothing is shown: what follows shows the window where somebody has to see it.
+  enum class Start { Shown, Unseen };
+  void Introduction(Start start = Start::Shown);
 
   // The mouse moved over the window: links are as at rest.
   void MouseMove();
@@ -109,6 +122,8 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
 
  private:
   void Say(const std::string& text) const;
+  // The title of boxes about one drive's check.
+  std::string CheckTitle() const { return kProgramTitle + (" - " + checked_); }
 
   void BindDriveControls();
   std::string DescribeDrive(const std::string& root, std::uint32_t type);
@@ -131,6 +146,9 @@ class Introfrm final : public Form, public DiskCheckSink, public LauncherLink {
   RunFlags& flags_;
   JobSettings& settings_;
   CheckFor check_for_ = CheckFor::Work;
+  std::string checked_;        // the drive of the check
+  bool in_tray_ = false;       // the program, or it should be
+  bool tells_checks_ = false;  // in a window of its own
   const DebugTrace& trace_;
   FrmDBG& debug_window_;
   DefragWindow& main_window_;

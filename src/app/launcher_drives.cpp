@@ -32,12 +32,13 @@ void Introfrm::BindDriveControls() {
   CmdJob.click = [this] { ShowJobOptions(!FrmJob.visible); };
   lblInfo.click = [this] { OpenPage("/readme"); };
   LblSupport.click = [this] { OpenPage("/issues"); };
-  CmdCancel.click = [this] { cancel = true; };
+  CmdCancel.click = checking.CmdCancel.click = [this] { cancel = true; };
   CmdCancel.visible = false;
   FrmJob.visible = false;
 }
 
-void Introfrm::Introduction() {
+void Introfrm::Introduction(Start start) {
+  tells_checks_ = start == Start::Shown && !visible;
   std::string roots = platform_.volumes.LogicalDriveStrings();
   ImageCombo1.Clear();
   std::int32_t first_fixed = -1;
@@ -53,14 +54,16 @@ void Introfrm::Introduction() {
     trace_.Line(ImageCombo1.items().back());
   }
   flags_.VolumeDirty = False;  // of the chosen one nothing is known yet
-  if (main_window_.Ended()) return;
+  tells_checks_ = false;
+  if (main_window_.Ended()) return checking.Hide();
   if (volume_.IsChosen()) {
     VolumeChanged();
   } else if (first_fixed >= 0) {
     volume_.Choose(ImageCombo1.items()[static_cast<std::size_t>(first_fixed)].substr(0, 3), "",
                    kNoMedium);
   }
-  Show();
+  if (start == Start::Shown) Show();
+  checking.Hide();  // the next one is there: the program stays in front
 }
 
 std::string Introfrm::DescribeDrive(const std::string& root, std::uint32_t type) {
@@ -72,7 +75,9 @@ std::string Introfrm::DescribeDrive(const std::string& root, std::uint32_t type)
   runchkdsk(root.substr(0, 2), CheckFor::List);
   // A disc has no check that could have found it dirty.
   if (flags_.VolumeDirty && type == drive_type::kCdRom) return item;
-  return item + (flags_.VolumeDirty ? "  Status: Error!" : "  Status: Ok");
+  const bool solid = type == drive_type::kFixed && platform_.machine.IsSolidState(root);
+  return item + (flags_.VolumeDirty ? "  Status: Error!" : "  Status: Ok") +
+         (solid ? "  Solid state" : "");
 }
 
 void Introfrm::ImageCombo1_Click() {

@@ -26,12 +26,16 @@ JobOutcome RunAction(const Job& job, const JobParts& parts) {
       window.TellCannotOpen();
       return JobOutcome::Failed;
     }
-    parts.launcher.ShowMainWindow();
+    if (!job.run_minimized) parts.launcher.ShowMainWindow();
   }
   if (job.run_minimized) parts.launcher.minimize_to_tray();
   if (!job.action) return JobOutcome::Done;
   window.OpenMenu();
   window.UseThorough(RunsThorough(job));
+  if (window.AcceptSolidState()) {
+    parts.trace.Line("CDM_line drive " + window.engine.volume.Target().Drive() +
+                     " is a solid-state disk");
+  }
   window.PassItem(*job.action).Click();
   if (parts.flags.StopRequested) return JobOutcome::Stopped;
   return window.last_run_failed ? JobOutcome::Failed : JobOutcome::Done;

@@ -74,7 +74,9 @@ StartUpResult StartUp(Program& program, const std::string& tail) {
   log("Backup privilege granted=" + Word(system.EnablePrivilege("SeBackupPrivilege")));
   log("Restore privilege granted=" + Word(system.EnablePrivilege("SeRestorePrivilege")));
   system.InitCommonControls(kImageComboBoxes);
-  program.launcher.Introduction();
+  const JobReading reading = ParseJob(tail);
+  const bool unseen = reading.job.run_minimized && !reading.refused && !reading.job.context_menu;
+  program.launcher.Introduction(unseen ? Introfrm::Start::Unseen : Introfrm::Start::Shown);
   if (!Trimmed(tail).empty() && !program.main_window.Ended())
     program.launcher.process_cmd_line(tail);
   return StartUpResult::Started;

@@ -69,7 +69,9 @@ class OptionButton : public CommandControl {
 
 class CheckBox : public CommandControl {
  public:
-  using CommandControl::CommandControl;
+  explicit CheckBox(std::string text = {}, std::string tip = {}) : CommandControl(std::move(text)) {
+    tool_tip = std::move(tip);
+  }
   Property<bool> value{*this, false};
 
   void Click() {

@@ -30,6 +30,7 @@ void HDDTempWarning::Load(std::int16_t temperature) {
   temperatures_->HDDTempCritical = [this](std::int16_t intTemp) {
     Temperatures_HDDTempCritical(intTemp);
   };
+  LblDrive.caption = "Drive " + target_.Drive();
   ShowTemperature(temperature);
 }
 

@@ -30,6 +30,7 @@ class HDDTempWarning final : public Form {
   HDDTempWarning(RawDevices& devices, const RunTarget& target, const DebugTrace& trace,
                  WatchedRun& run);
 
+  Label LblDrive;
   Label LblHDDTemp{"\xC2\xB0\x43"};
   Label Label1{"Vornalux is waiting for the disk to cool off and will automatically continue."};
   Button Command3{"&Continue (not recommended)"};

@@ -35,6 +35,14 @@ class Machine {
   // and what was taken before stays. Hosts that keep two from one volume by other means say true.
   virtual bool TakeVolume(const std::string& /*root*/) { return true; }
 
+  // Whether the machine is kept from falling asleep by itself. Hosts that see to it by other means
+  // do nothing.
+  virtual void KeepAwake(bool /*awake*/) {}
+
+  // Whether the volume with this root lies on a disk that is known to find any place as fast as any
+  // other.
+  virtual bool IsSolidState(const std::string& /*root*/) { return false; }
+
   // A random number in [0, 1).
   virtual double Random() = 0;
 };

@@ -36,12 +36,14 @@ Colour DensityColour(float share) {
   return colour;
 }
 
+// Rounded, not truncated: the upper half of a column's clusters shows one column to the right.
+std::int64_t ClusterMap::ColumnOf(std::int64_t cluster) const {
+  return static_cast<std::int64_t>(
+      std::nearbyint(static_cast<double>(cluster) / static_cast<double>(ClustersPerColumn)));
+}
+
 void ClusterMap::teken_plaatje(std::int64_t cluster, Colour colour) {
-  if (ClustersPerColumn == 0) return;
-  // Rounded, not truncated: the upper half of a column's clusters shows one column to the right.
-  const double column =
-      std::nearbyint(static_cast<double>(cluster) / static_cast<double>(ClustersPerColumn));
-  picture_.DrawColumn(static_cast<std::int64_t>(column), colour);
+  if (ClustersPerColumn != 0) picture_.DrawColumn(ColumnOf(cluster), colour);
 }
 
 // Whatever a volume says about its zones and extents, only the part that can show takes time.
@@ -55,7 +57,8 @@ void ClusterMap::PaintExtent(std::int64_t lcn, std::int64_t length, Colour colou
   for (std::int64_t c = lcn; c <= last; c += ClustersPerColumn) teken_plaatje(c, colour);
 }
 
-// Paints the columns of every step-th cluster from first to last.
+// Paints the columns of every step-th cluster from first to last. Events have their turn before
+// each column: steps that come to the same one again change nothing.
 void ClusterMap::PaintRange(std::int64_t first, std::int64_t last, std::int64_t step,
                             Colour colour) {
   if (first < 0) first %= step;
@@ -63,12 +66,16 @@ void ClusterMap::PaintRange(std::int64_t first, std::int64_t last, std::int64_t 
   // A drawing inside this one that was of another width has painted the rest, and with other steps.
   const std::int64_t scale = ClustersPerColumn;
   const std::uint64_t volume = forgotten_;
+  std::int64_t painted = -1;
   for (std::int64_t c = first; c <= last; c += step) {
+    const std::int64_t column = ColumnOf(c);
+    if (column == painted) continue;
+    painted = column;
     desktop_.DoEvents();
     if (ClustersPerColumn != scale || forgotten_ != volume) return;
-    teken_plaatje(c, colour);
-    desktop_.DoEvents();
+    picture_.DrawColumn(column, colour);
   }
+  if (painted >= 0) desktop_.DoEvents();
 }
 
 void ClusterMap::Forget() {

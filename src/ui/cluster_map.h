@@ -56,6 +56,7 @@ class ClusterMap {
 
  private:
   void PaintDensity(const VolumeBitmapImage& image);
+  std::int64_t ColumnOf(std::int64_t cluster) const;
   std::int64_t LastVisible(std::int64_t cluster) const;
   void PaintLayers(const MapVolume& volume);
   void PaintMasterFileTable(const std::string& path);

@@ -75,6 +75,7 @@ void DefragWindow::SetMenu(bool busy) {
   savereport.enabled = !busy && engine.record.Summary();
   Arretdefrag.enabled = busy;
   tmrTemperatures.enabled = busy;
+  platform_.machine.KeepAwake(busy);
 }
 
 void DefragWindow::CloseMenu() {
@@ -111,6 +112,7 @@ void DefragWindow::VolumeChanged(ChosenVolume::Change change) {
 // Nothing that the window shows is left of the volume before.
 void DefragWindow::ForgetVolume() {
   map.Forget();
+  solid_state_accepted_ = false;
   engine.record.Forget();
   ShowResult();
   for (Label& panel : status_panels) panel.caption = "";
@@ -183,10 +185,26 @@ void DefragWindow::cmdanalysemore_Click() {
   const BusyWindow busy(*this);
   flags_.OptimizeMode = False;
   last_run_failed = !engine.analysis.Analyze_This() && !flags_.StopRequested;
+  ShowResult();
+}
+
+bool DefragWindow::AcceptSolidState() {
+  solid_state_accepted_ = true;
+  return platform_.machine.IsSolidState(target_.Root());
+}
+
+bool DefragWindow::WorthAPass() {
+  if (solid_state_accepted_ || !platform_.machine.IsSolidState(target_.Root())) return true;
+  const std::string text = "Drive " + target_.Drive() +
+                           " is a solid-state disk. Moving files wears it and hardly makes it "
+                           "faster.\r\nDo you want to go on?";
+  solid_state_accepted_ = platform_.desktop.ShowBox(text, kProgramTitle, BoxButtons::YesNo,
+                                                    BoxIcon::Question) == BoxAnswer::Yes;
+  return solid_state_accepted_;
 }
 
 void DefragWindow::RunPass(Pass pass) {
-  if (!OpenVolume()) return;
+  if (!WorthAPass() || !OpenVolume()) return;
   const PassRow& row = RowOf(pass);
   engine.record.Forget();
   ShowResult();
@@ -235,9 +253,7 @@ void DefragWindow::Arretdefrag_Click() {
     return;
   }
   UpdateTimer.enabled = false;
-  flags_.StopRequested = True;
-  etfich.caption = "";
-  RedrawMap(MapLayers::Volume);
+  StopRun();
 }
 
 void DefragWindow::UpdateTimer_Timer() {
@@ -289,6 +305,8 @@ void DefragWindow::StopWatching() {
 void DefragWindow::StopRun() {
   flags_.StopRequested = True;
   etfich.caption = "";
+  // The run may have ended while the question was open.
+  if (Busy()) result_line.caption = "Stopping ...";
   RedrawMap(MapLayers::Volume);
 }
 

@@ -97,6 +97,9 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
   // Whether passes that can run in their thorough form do; the menu shows it.
   void UseThorough(bool use);
 
+  // Passes work on the volume without asking, whatever disk it lies on. True: a solid-state one.
+  bool AcceptSolidState();
+
   bool Busy() const { return !exitmnu.enabled; }
 
   // The window has been closed, and the program ends with it.
@@ -147,6 +150,8 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
  private:
   void SetMenu(bool busy);
   bool OpenVolume();
+  // Whether the disk gains by a pass, or the user wants one all the same.
+  bool WorthAPass();
   void VolumeChanged(ChosenVolume::Change change);
   void ForgetVolume();
   // Analyze, the passes, and the way to another drive.
@@ -171,6 +176,7 @@ class DefragWindow final : public Form, public RunView, public WatchedRun {
   const RunTarget& target_;
   const DebugTrace& trace_;
   FrmDBG& debug_window_;
+  bool solid_state_accepted_ = false;
 };
 
 }  // namespace vornalux

@@ -75,7 +75,7 @@ ErrorCode Movers::MoveClusters(Handle volume, Handle file, std::int64_t starting
     return flags_.StopRequested != False && !must_finish;
   };
   ErrorCode result = error::kOperationAborted;
-  if (!flags_.ProgramEnded) {
+  if (!flags_.ProgramEnded && (must_finish || !flags_.StopRequested)) {
     result = platform_.volumes.MoveClusters(
         volume, file, starting_vcn, starting_lcn, count,
         {.every = CheckpointClusters(), .reached = reached, .must_finish = must_finish});

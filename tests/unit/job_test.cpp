@@ -138,6 +138,7 @@ TEST(Job, DirtyVolumeIsLeftAlone) {
   EXPECT_EQ(job.Events(),
             "check C:\\ | box One or more volumes are 'dirty'!\r\n"
             "You should run Chkdsk to correct errors.");
+  EXPECT_EQ(job.rig.machine->User().Boxes()[0].title, "Vornalux - C:");
   // The next volume's check starts from a clean slate.
   EXPECT_EQ(job.rig.program.launcher.process_cmd_line("/drv D: /d"), JobOutcome::Done);
 }

@@ -80,6 +80,8 @@ void ExpectStopped(const StoppedRun& run, RunKind pass) {
   const std::vector<CallRecord> moves = run.Moves();
   const auto given_up = std::ranges::count(moves, error::kOperationAborted, &CallRecord::error);
   EXPECT_TRUE(!run.inside_move || given_up > 0);
+  EXPECT_LE(run.Calls(CallKind::MoveClusters, run.calls_at_stop), run.inside_move ? 1 : 0)
+      << "begun after the stop";
   for (const MoveFailure& failure : rig.engine.movers.statistics.failures) {
     EXPECT_NE(failure.code, error::kOperationAborted) << failure.path;
   }

@@ -237,6 +237,13 @@ BOOL WINAPI ControlDevice(HANDLE handle, DWORD code, void* in, DWORD in_size, vo
     return DeviceIoControl(handle, code, in, in_size, out, out_size, done, overlapped);
   }
   Answer answer(out, out_size);
+  if (code == IOCTL_STORAGE_QUERY_PROPERTY) {
+    const bool solid =
+        MachineOfTheProgram().solid_state.find(open->path.at(4)) != std::string::npos;
+    for (const DWORD field : {12ul, 12ul, 0ul}) answer.Put(field);
+    *done = static_cast<DWORD>(answer.Size());
+    return solid && At<DWORD>(in, 0) == 7 ? TRUE : Succeeds(error::kInvalidFunction);
+  }
   const ErrorCode error = AnswerDrive(open->handle, code, in, in_size, answer);
   *done = error == error::kSuccess ? static_cast<DWORD>(answer.Size()) : 0;
   return Succeeds(error);

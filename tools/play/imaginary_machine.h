@@ -22,6 +22,7 @@ struct TrayCall {
   std::uint32_t flags = 0;
   std::uint32_t callback = 0;
   std::string tip;
+  std::string balloon;
 };
 
 // A: removable, C: fixed and NTFS with 300 files, D: fixed and FAT, from an image file, E: a CD
@@ -42,6 +43,7 @@ class ImaginaryMachine {
   std::int32_t administrator = 1;
   bool windows_2000 = false;
   bool notification_area = true;
+  std::string solid_state;  // letters of the drives that say so
 
   // What it asked of it.
   std::vector<TrayCall> tray;

@@ -85,12 +85,14 @@ UINT WINAPI SystemFolder(wchar_t* out, UINT room) {
 }
 
 BOOL WINAPI NoteTray(DWORD message, NOTIFYICONDATAA* record) {
+  const std::string balloon = (record->uFlags & NIF_INFO) != 0 ? FromAnsi(record->szInfo) : "";
   MachineOfTheProgram().tray.push_back({.message = message,
                                         .record_size = record->cbSize,
                                         .id = record->uID,
                                         .flags = record->uFlags,
                                         .callback = record->uCallbackMessage,
-                                        .tip = FromAnsi(record->szTip)});
+                                        .tip = FromAnsi(record->szTip),
+                                        .balloon = balloon});
   return MachineOfTheProgram().notification_area;
 }
 

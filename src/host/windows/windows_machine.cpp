@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "host/windows/windows_machine.h"
 
+#include <cstddef>
 #include <cwctype>
 
 #include "host/windows/system_headers.h"
@@ -92,6 +93,34 @@ bool WindowsMachine::TakeVolume(const std::string& root) {
   taken_ = mark;
   taken_name_ = name;
   return true;
+}
+
+void WindowsMachine::KeepAwake(bool awake) {
+  SetThreadExecutionState(awake ? ES_CONTINUOUS | ES_SYSTEM_REQUIRED : ES_CONTINUOUS);
+}
+
+// Windows has an answer since version 7; older ones refuse the question.
+bool WindowsMachine::IsSolidState(const std::string& root) {
+  constexpr DWORD kSeekPenalty = 7;
+  struct SeekPenalty {
+    DWORD version;
+    DWORD size;
+    BOOLEAN incurs;
+  };
+  STORAGE_PROPERTY_QUERY query = {};
+  query.PropertyId = static_cast<STORAGE_PROPERTY_ID>(kSeekPenalty);
+  query.QueryType = PropertyStandardQuery;
+  const std::string path = "\\\\.\\" + root.substr(0, 2);
+  const HANDLE device = CreateFileA(ToAnsi(path).c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                    nullptr, OPEN_EXISTING, 0, nullptr);
+  if (device == INVALID_HANDLE_VALUE) return false;
+  SeekPenalty answer = {};
+  DWORD done = 0;
+  const bool answered = DeviceIoControl(device, IOCTL_STORAGE_QUERY_PROPERTY, &query, sizeof query,
+                                        &answer, sizeof answer, &done, nullptr) != FALSE;
+  CloseHandle(device);
+  return answered && done > offsetof(SeekPenalty, incurs) && answer.size >= sizeof answer &&
+         answer.incurs == FALSE;
 }
 
 double WindowsMachine::Random() {

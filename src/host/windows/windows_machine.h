@@ -25,6 +25,8 @@ class WindowsMachine final : public Machine {
   std::uint32_t PriorityClass() override;
   // Whatever letter it goes by, and whoever the other program belongs to.
   bool TakeVolume(const std::string& root) override;
+  void KeepAwake(bool awake) override;
+  bool IsSolidState(const std::string& root) override;
   double Random() override;
 
  private:

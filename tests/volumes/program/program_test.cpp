@@ -207,7 +207,7 @@ TEST_F(ProgramTest, StoppedInTheMiddleTheVolumeIsInOrder) {
     SCOPED_TRACE(number);
     Make(kFull);
     Program program({"job", "--volume", "C=" + image_, "--", "/drv C: /d /dbg"});
-    ASSERT_TRUE(program.ReadUntil("DFR:partial_mv"));
+    ASSERT_TRUE(program.ReadUntil("-ret:0"));
     program.Signal(number);
     const ProgramEnd end = program.Wait();
     EXPECT_EQ(end.code, 4) << end.err;

@@ -38,6 +38,7 @@ FLOW(HotDiskHoldsAJobUp, "/drv C: /o /dbg /close", Alone) {
   const Screen& screen = Heat(session, disk, {41, 58, 60, 0, 55}, {5, 8});
   const CallLog& log = session.machine.Drives().Log();
   EXPECT_EQ(Degrees(screen), "58\u00B0C");
+  EXPECT_EQ(Screen::Text(screen.Warning(), IDC_WARNING_DRIVE), "Drive C:");
   EXPECT_EQ(Screen::Text(screen.Main(), IDC_TEMPERATURE), "C: temp 58 \u00B0C");
   EXPECT_FALSE(IsWindowEnabled(screen.Main()));
   const std::size_t moves = log.Count(CallKind::MoveClusters);

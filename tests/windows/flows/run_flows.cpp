@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -91,6 +92,30 @@ FLOW(AnalyzeShowsNumbersAndMap, "", Alone) {
   EXPECT_EQ(session.End(), 0u);
 }
 
+// Columns that are put together show as one of them, not as a mixture.
+FLOW(AMapMadeNarrowKeepsItsColours, "", Alone) {
+  const Screen& screen = SelectDrive(session, kC);
+  PostMessageW(screen.Main(), WM_SYSCOMMAND, SC_MAXIMIZE, 0);
+  screen.Run(IDM_ANALYZE);
+  SIZE size;
+  const std::vector<std::uint32_t> wide = Screen::Picture(screen.Main(), IDC_MAP, size);
+  const std::set<std::uint32_t> colours(wide.begin(), wide.end());
+  EXPECT_TRUE(colours.contains(0x0000FF)) << "something is red";
+  PostMessageW(screen.Main(), WM_SYSCOMMAND, SC_RESTORE, 0);
+  screen.Until("as it was", [&screen, before = size.cx] {
+    RECT area;
+    GetClientRect(GetDlgItem(screen.Main(), IDC_MAP), &area);
+    return area.right < before;
+  });
+  LONG red = 0, others = 0;
+  for (const std::uint32_t pixel : Screen::Picture(screen.Main(), IDC_MAP, size)) {
+    red += pixel == 0x0000FF;
+    others += !colours.contains(pixel);
+  }
+  EXPECT_GT(red, 100 * size.cy);
+  EXPECT_EQ(others, 0);
+}
+
 FLOW(KeysAloneWillDo, "", Alone) {
   const Screen& screen = StartToTheLauncher(session);
   PostMessageW(screen.Launcher(), WM_KEYDOWN, VK_RETURN, 1);
@@ -100,11 +125,22 @@ FLOW(KeysAloneWillDo, "", Alone) {
   PostMessageW(screen.Main(), WM_SYSCHAR, 'a', kAltIsDown);
   screen.Until("the analysis begins", [&] { return screen.RunsBegun() == 1; });
   screen.UntilIdle();
+  const CallLog& log = session.machine.Drives().Log();
+  const std::size_t bitmaps = log.Count(CallKind::VolumeBitmap);
+  PostMessageW(screen.Main(), WM_KEYDOWN, VK_F5, 1);
+  screen.Until("the map is drawn", [&] { return log.Count(CallKind::VolumeBitmap) > bitmaps; });
+  PostMessageW(screen.Main(), WM_KEYDOWN, VK_F1, 1);
+  screen.Until("help", [&] { return !session.machine.pages.empty(); });
+  PostMessageW(screen.Main(), WM_SYSKEYDOWN, VK_RETURN, kAltIsDown | 1);
+  screen.UntilShown("the details", &Screen::Details);
   PostMessageW(screen.Main(), WM_SYSCHAR, 'x', kAltIsDown);
   EXPECT_EQ(session.End(), 0u);
 }
 
+HWND WINAPI NoWindowOfOurs() { return nullptr; }
+
 FLOW(StopPausesAndStops, "", Alone) {
+  Patch("GetActiveWindow", NoWindowOfOurs);  // another program is in front
   const Screen& screen = SelectDrive(session, kD);
   PostAtMove(session, 3, WM_COMMAND, IDM_STOP);
   PostAtMove(session, 8, WM_SYSCOMMAND, SC_CLOSE);
@@ -114,6 +150,8 @@ FLOW(StopPausesAndStops, "", Alone) {
   screen.Menu(IDM_DEFRAG);
   screen.Until("the question", [&] { return screen.Box() != nullptr; });
   EXPECT_EQ(Screen::Text(screen.Box()), "Paused ...");
+  EXPECT_EQ(GetWindow(screen.Box(), GW_OWNER), screen.Main());
+  EXPECT_FALSE(IsWindowEnabled(screen.Main()) || IsWindowEnabled(screen.Launcher()));
   const std::size_t paused_at = log.Count(CallKind::MoveClusters);
   EXPECT_TRUE(screen.MenuEnabled(IDM_STOP));
   EXPECT_FALSE(screen.MenuEnabled(IDM_EXIT));
@@ -190,6 +228,9 @@ FLOW(ALargeVolumeIsNotReadForEachFile, "", Alone) {
   const CallLog& log = drives.Log();
   drives.Log().SetRecording(true);
   const Screen& screen = SelectDrive(session, kBehindAll);
+  // Letters as large as they may be somewhere.
+  SendMessageW(GetDlgItem(screen.Main(), IDC_STATUS_BAR), WM_SETFONT,
+               reinterpret_cast<WPARAM>(GetStockObject(SYSTEM_FONT)), FALSE);
   for (const int pass : {IDM_DEFRAG, IDM_OPTIMIZE}) {
     const std::size_t moves = log.Count(CallKind::MoveClusters);
     const std::size_t bitmaps = log.Count(CallKind::VolumeBitmap);
@@ -199,8 +240,35 @@ FLOW(ALargeVolumeIsNotReadForEachFile, "", Alone) {
     EXPECT_LE(log.Count(CallKind::VolumeBitmap) - bitmaps, 4 * moved) << "of " << moved;
   }
   EXPECT_TRUE(large.ContentIntact());
+  const HWND bar = GetDlgItem(screen.Main(), IDC_STATUS_BAR);
+  int ends[6] = {};
+  SendMessageW(bar, SB_GETPARTS, 6, reinterpret_cast<LPARAM>(ends));
+  RECT area;
+  GetClientRect(bar, &area);
+  EXPECT_LE(ends[5], area.right) << "the last panel can be read";
   screen.Menu(IDM_EXIT);
   EXPECT_EQ(session.End(), 0u);
+}
+
+FLOW(ASolidStateDiskIsAskedAboutOnce, "", Alone) {
+  session.machine.solid_state = "C";
+  const Screen& screen = SelectDrive(session, kC);
+  const std::vector<std::string> items = Screen::Items(GetDlgItem(screen.Launcher(), IDC_VOLUMES));
+  EXPECT_TRUE(items.at(kC).ends_with("  Solid state")) << items.at(kC);
+  EXPECT_FALSE(items.at(kD).ends_with("  Solid state")) << items.at(kD);
+  const std::string question =
+      "Drive C: is a solid-state disk. Moving files wears it and hardly makes it faster.\r\n"
+      "Do you want to go on?";
+  const CallLog& log = session.machine.Drives().Log();
+  screen.Menu(IDM_DEFRAG);
+  screen.Answer(question, IDNO);
+  EXPECT_EQ(screen.RunsBegun(), 0);
+  screen.Menu(IDM_DEFRAG);
+  screen.Answer(question, IDYES);
+  screen.Until("the run begins", [&screen] { return screen.RunsBegun() == 1; });
+  screen.UntilIdle();
+  EXPECT_GT(log.Count(CallKind::MoveClusters), 20u);
+  screen.Run(IDM_COMPACT);  // asks no more
 }
 
 FLOW(DefragsAndOptimizesToTheEnd, "", Alone) {

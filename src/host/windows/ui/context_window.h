@@ -12,6 +12,7 @@ class NativeContext final : public NativeForm {
   explicit NativeContext(frmContext& context);
 
  private:
+  bool TakesCommands() const override { return true; }
   void OnCloseBox() override { context_.cmdCancel.Click(); }
 
   frmContext& context_;

@@ -56,6 +56,8 @@ NativeLauncher::NativeLauncher(Introfrm& launcher, DefragWindow& main_window)
   Bind(IDC_VSS_NOW, launcher.VSS_LIVE);
   Bind(IDC_EXCLUDE_LABEL, launcher.LblExclude);
   Bind(IDC_EXCLUDE, launcher.ExcludeTxt);
+  Bind(IDC_CHECKING, launcher.LblChecking);
+  ShowAtOnce(launcher.LblChecking);
   Bind(IDC_VERSION, launcher.Lblversion);
   Bind(IDC_INFO, launcher.lblInfo);
   Bind(IDC_SUPPORT, launcher.LblSupport);

@@ -19,6 +19,7 @@ class NativeLauncher final : public NativeForm {
   std::function<void()> taskbar_created;
 
  private:
+  bool TakesCommands() const override { return true; }
   bool OnMessage(UINT message, WPARAM wparam, LPARAM lparam, INT_PTR& result) override;
   void OnCloseBox() override;
   void OnClose() override { close_program(CloseReason::TaskManager); }

@@ -52,6 +52,11 @@ NativeMainWindow::NativeMainWindow(DefragWindow& main_window)
   Bind(main_window.tmrTemperatures);
   BindLegend();
   BindStatusBar();
+  BindProgress();
+  AddToolTip(IDC_MAP, "Redraw (F5)");
+  for (std::size_t i = 0; i < main_window.Label4.size(); ++i) {
+    AddToolTip(IDC_LEGEND_LABEL4 + static_cast<int>(i), "View details (Alt+Enter)");
+  }
   PaintBy(IDC_REDRAW, [&glyph = main_window.LblRedraw](HDC dc, const RECT& area) {
     PaintRedrawGlyph(dc, area, glyph.fore_colour);
   });
@@ -112,6 +117,33 @@ void NativeMainWindow::BindLegend() {
   Bind(IDC_LEGEND_LABEL5, main_window_.Label5);
 }
 
+// On top of what the controls show of it by themselves.
+void NativeMainWindow::BindProgress() {
+  const auto follow = [this] {
+    const ProgressBar& bar = main_window_.progress;
+    const double range = static_cast<double>(std::max<std::int64_t>(bar.maximum - bar.minimum, 1));
+    const int percent =
+        main_window_.Busy()
+            ? static_cast<int>(100 * static_cast<double>(bar.value - bar.minimum) / range)
+            : TaskbarProgress::kNone;
+    if (std::exchange(percent_, percent) == percent) return;
+    taskbar_.Show(window(), percent);
+    if (percent != TaskbarProgress::kNone && progressed) progressed(percent);
+  };
+  for (Observable* shown : {static_cast<Observable*>(&main_window_.progress),
+                            static_cast<Observable*>(&main_window_.exitmnu)}) {
+    shown->changed = [follow, show = shown->changed] {
+      show();
+      follow();
+    };
+  }
+  Label& line = main_window_.result_line;
+  line.changed = [this, &line, show = line.changed] {
+    show();
+    if (!line.caption.get().empty() && !main_window_.Busy() && ended) ended(line.caption);
+  };
+}
+
 void NativeMainWindow::BindStatusBar() {
   CreateWindowExW(0, STATUSCLASSNAMEW, L"", WS_CHILD | WS_VISIBLE | SBARS_SIZEGRIP, 0, 0, 0, 0,
                   window(), reinterpret_cast<HMENU>(INT_PTR{IDC_STATUS_BAR}),
@@ -122,6 +154,7 @@ void NativeMainWindow::BindStatusBar() {
       const std::wstring text = ToWide(panel.caption.get());
       SendMessageW(Item(IDC_STATUS_BAR), SB_SETTEXTW, i, reinterpret_cast<LPARAM>(text.c_str()));
       ArrangePanels();
+      WidenForPanels();
     };
     panel.changed();
     AtEnd([&panel] { panel.changed = nullptr; });
@@ -146,11 +179,36 @@ void NativeMainWindow::ArrangePanels() {
     end += size.cx + 2 * GetSystemMetrics(SM_CXEDGE) + size.cy / 2;
     ends[i] = end;
   }
+  ends.back() = end += GetSystemMetrics(SM_CXVSCROLL);  // where the size grip is
+  panels_width_ = end;
   SelectObject(dc, before);
   ReleaseDC(bar, dc);
   const int left = std::max(static_cast<int>(area.right) - end, 0);
   for (std::size_t i = 0; i < ends.size(); ++i) ends[i] += left * static_cast<int>(i + 1) / kPanels;
   SendMessageW(bar, SB_SETPARTS, ends.size(), reinterpret_cast<LPARAM>(ends.data()));
+}
+
+SIZE NativeMainWindow::LeastSize() const {
+  SIZE least = anchors_.LeastSize();
+  RECT frame, area;
+  GetWindowRect(window(), &frame);
+  GetClientRect(window(), &area);
+  const LONG room = GetSystemMetrics(SM_CXFULLSCREEN);
+  if (!IsIconic(window())) {
+    least.cx =
+        std::max(least.cx, std::min(panels_width_ + frame.right - frame.left - area.right, room));
+  }
+  return least;
+}
+
+void NativeMainWindow::WidenForPanels() {
+  RECT frame;
+  GetWindowRect(window(), &frame);
+  if (IsZoomed(window()) || IsIconic(window()) || LeastSize().cx <= frame.right - frame.left) {
+    return;
+  }
+  SetWindowPos(window(), nullptr, 0, 0, LeastSize().cx, frame.bottom - frame.top,
+               SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
 }
 
 int NativeMainWindow::WidthOfMap() const {
@@ -165,6 +223,16 @@ void NativeMainWindow::ArrangeWindow() {
   anchors_.Arrange();
   main_window_.Picdepartvolume.ResizeAtNextClear(WidthOfMap());
   InvalidateRect(Item(IDC_MAP), nullptr, FALSE);
+}
+
+bool NativeMainWindow::OnKey(WPARAM key, bool alt) {
+  if (key == VK_F5 && !alt && main_window_.Picdepartvolume.visible) {
+    Raise(main_window_.Picdepartvolume.click);
+    return true;
+  }
+  if (key != VK_RETURN || !alt) return false;
+  main_window_.details.Open();
+  return true;
 }
 
 void NativeMainWindow::StandInForIcon(bool icon_shown) {
@@ -191,7 +259,7 @@ bool NativeMainWindow::OnMessage(UINT message, WPARAM wparam, LPARAM lparam, INT
       result = TRUE;
       return true;
     case WM_GETMINMAXINFO:
-      anchors_.LimitSize(*reinterpret_cast<MINMAXINFO*>(lparam));
+      reinterpret_cast<MINMAXINFO*>(lparam)->ptMinTrackSize = {LeastSize().cx, LeastSize().cy};
       result = TRUE;
       return true;
     default:

@@ -12,6 +12,8 @@
 namespace vornalux {
 namespace {
 
+constexpr DWORD kPaintMilliseconds = 20;
+
 // A run that outlives its window goes on showing. No window would be all of the screen.
 void Repaint(HWND window, const RECT* area, BOOL erase) {
   if (window != nullptr) InvalidateRect(window, area, erase);
@@ -50,6 +52,14 @@ void NativeForm::Bind(int id, Label& label) {
     if (notification == STN_CLICKED) Raise(label.click);
   };
   unbind_.push_back([&label] { label.changed = nullptr; });
+}
+
+void NativeForm::ShowAtOnce(Label& label) {
+  label.changed = [this, show = label.changed] {
+    show();
+    if (window_ == nullptr) return;
+    RedrawWindow(window_, nullptr, nullptr, RDW_ERASENOW | RDW_UPDATENOW | RDW_ALLCHILDREN);
+  };
 }
 
 void NativeForm::Bind(int id, Button& button) {
@@ -112,6 +122,7 @@ void NativeForm::Bind(int id, OptionButton& option) {
 
 void NativeForm::Bind(int id, CheckBox& box) {
   BindCheck(id, box, box.value);
+  if (!box.tool_tip.empty()) AddToolTip(id, box.tool_tip);
   commands_[id] = [&box](int notification) {
     if (notification == BN_CLICKED) box.Click();
   };
@@ -243,12 +254,18 @@ void NativeForm::Bind(int id, PictureBox& picture) {
     if (notification == STN_CLICKED) Raise(picture.click);
   };
   picture.changed = [this, id, &picture] { ShowState(id, picture); };
-  picture.refreshed = [this, id, &picture](std::span<const ColumnRange> changed) {
+  picture.refreshed = [this, id, &picture,
+                       painted = DWORD{0}](std::span<const ColumnRange> changed) mutable {
     if (changed.empty() || window_ == nullptr) return;
     for (const ColumnRange& columns : changed) {
       const RECT area = AreaOf(columns, Item(id), picture);
       Repaint(Item(id), &area, FALSE);
     }
+    // No faster than can be seen: painting costs more than the drawing. The rest comes with the
+    // events.
+    const DWORD now = GetTickCount();
+    if (now - painted < kPaintMilliseconds) return;
+    painted = now;
     UpdateWindow(Item(id));
   };
   unbind_.push_back([&picture] {

@@ -44,6 +44,7 @@ RECT PlaceOf(HWND window) {
 }  // namespace
 
 std::function<void(CloseReason)> NativeForm::close_program;
+std::function<void()> NativeForm::open_help;
 NativeForm* NativeForm::modal_ = nullptr;
 
 NativeForm::NativeForm(Form& form, int dialog_id) : form_(form) {
@@ -108,14 +109,46 @@ void NativeForm::EndModal() {
   for (const HWND window : std::exchange(held_, {})) EnableWindow(window, TRUE);
 }
 
+NativeForm::Asking::Asking() {
+  for (const NativeForm* form : Forms()) {
+    if (form->window_ == nullptr || !form->OnScreen() || !form->TakesCommands()) continue;
+    if (owner_ == nullptr || form->window_ == GetActiveWindow()) owner_ = form->window_;
+  }
+  if (modal_ != nullptr && modal_->window_ != nullptr && modal_->OnScreen())
+    owner_ = modal_->window_;
+  for (const NativeForm* form : Forms()) {
+    const HWND window = form->window_;
+    if (window == nullptr || window == owner_ || !form->TakesCommands()) continue;
+    if (!EnableWindow(window, FALSE)) held_.push_back(window);
+  }
+}
+
+NativeForm::Asking::~Asking() {
+  for (const HWND window : held_) {
+    if (IsWindow(window)) EnableWindow(window, TRUE);
+  }
+}
+
 void NativeForm::OnUnload() {
   if (window_ != nullptr) DestroyWindow(window_);
 }
 
 bool NativeForm::TakesMessage(MSG& message) {
-  return std::any_of(Forms().begin(), Forms().end(), [&message](const NativeForm* form) {
-    return form->window_ != nullptr && IsDialogMessageW(form->window_, &message);
+  return std::any_of(Forms().begin(), Forms().end(), [&message](NativeForm* form) {
+    return form->window_ != nullptr &&
+           (form->TakesKey(message) || IsDialogMessageW(form->window_, &message));
   });
+}
+
+bool NativeForm::TakesKey(const MSG& message) {
+  constexpr LPARAM kHeldBefore = LPARAM{1} << 30;
+  const bool alt = message.message == WM_SYSKEYDOWN;
+  if ((!alt && message.message != WM_KEYDOWN) || (message.lParam & kHeldBefore) != 0) return false;
+  if (message.hwnd != window_ && !IsChild(window_, message.hwnd)) return false;
+  if (!IsWindowEnabled(window_)) return false;
+  if (message.wParam != VK_F1 || alt) return OnKey(message.wParam, alt);
+  Raise(open_help);
+  return true;
 }
 
 void NativeForm::ShowForm() {

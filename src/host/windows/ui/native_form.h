@@ -35,6 +35,23 @@ class NativeForm {
   // From now on until the form goes out of sight no other window of the program takes input.
   void BecomeModal();
 
+  // While the user is asked or told something: the windows that commands come from take no input,
+  // so that there is one box at a time, whatever program is in front.
+  class Asking {
+   public:
+    Asking();
+    ~Asking();
+    Asking(const Asking&) = delete;
+    Asking& operator=(const Asking&) = delete;
+
+    // Whom the box belongs to, which holds that window by itself. Null while none is on the screen.
+    HWND owner() const { return owner_; }
+
+   private:
+    HWND owner_ = nullptr;
+    std::vector<HWND> held_;
+  };
+
   // Whichever of the two comes into sight while the other is there, or stays when the other goes,
   // takes the other's place and size.
   void SharePlaceWith(NativeForm& other);
@@ -42,6 +59,9 @@ class NativeForm {
   // What closes the program from outside: the session ends, or somebody closes a window that stands
   // for the program. Set for as long as there are windows.
   static std::function<void(CloseReason)> close_program;
+
+  // What F1 opens in every window.
+  static std::function<void()> open_help;
 
   // Lets a dialog take its keyboard messages; for the message loop.
   static bool TakesMessage(MSG& message);
@@ -74,6 +94,10 @@ class NativeForm {
   // Somebody else closes it.
   virtual void OnClose() { OnCloseBox(); }
   virtual void OnEscape() { OnCloseBox(); }
+  // A key of the window's own, down, with Alt or without. False: none of those.
+  virtual bool OnKey(WPARAM /*key*/, bool /*alt*/) { return false; }
+  // What the user asks of the program begins in this window.
+  virtual bool TakesCommands() const { return false; }
   // The form is unloaded.
   virtual void OnUnload();
   // Pixels, with the frame; a dialog of fixed size has no other.
@@ -84,18 +108,21 @@ class NativeForm {
   // What paints an owner-drawn control.
   using Painter = std::function<void(HDC, const RECT&)>;
   void PaintBy(int id, Painter painter) { painters_[id] = std::move(painter); }
+  void AddToolTip(int id, const std::string& text);
+  // What the label says is seen though no message is handled for a while; after Bind().
+  void ShowAtOnce(Label& label);
   // A derived window undoes here what it has bound by itself.
   void AtEnd(std::function<void()> undo) { unbind_.push_back(std::move(undo)); }
 
  private:
   static INT_PTR CALLBACK Procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam);
+  bool TakesKey(const MSG& message);
   INT_PTR Handle(UINT message, WPARAM wparam, LPARAM lparam);
   void ShowForm();
   void ComeToFront();
   bool OnScreen() const { return IsWindowVisible(window_) && !IsIconic(window_); }
   void EndModal();
   void Hold(HWND window);
-  void AddToolTip(int id, const std::string& text);
   void BindCheck(int id, CommandControl& control, Property<bool>& value);
   void OnCommand(int id, int notification);
   INT_PTR ColourText(HDC dc, int id);

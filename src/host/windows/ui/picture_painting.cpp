@@ -6,44 +6,59 @@
 #include <cstdint>
 #include <vector>
 
+#include "engine/run_view.h"
+
 namespace vornalux {
 namespace {
 
-// The columns of a picture that is to fill the area and of which something in the clip box shows.
-ColumnRange ColumnsIn(HDC dc, const RECT& area, const PictureBox& picture) {
-  const auto width = static_cast<std::int32_t>(picture.shown().size());
+// What of the area shows in the clip box, from its left edge on.
+ColumnRange PlacesIn(HDC dc, const RECT& area) {
+  const LONG room = std::max<LONG>(area.right - area.left, 0);
   RECT clip;
-  const bool as_wide = area.right - area.left == width;
-  if (!as_wide || GetClipBox(dc, &clip) == ERROR) return {0, width};
-  const auto column = [&](LONG x) {
-    return static_cast<std::int32_t>(std::clamp<LONG>(x - area.left, 0, width));
+  if (GetClipBox(dc, &clip) == ERROR) return {0, static_cast<std::int32_t>(room)};
+  const auto place = [&](LONG x) {
+    return static_cast<std::int32_t>(std::clamp<LONG>(x - area.left, 0, room));
   };
-  return {column(clip.left), column(clip.right)};
+  return {place(clip.left), place(clip.right)};
+}
+
+bool IsCandidate(Colour c) {
+  return c == map_colour::kDefrag || c == map_colour::kOptimize || c == map_colour::kSystemArea;
+}
+
+// What shows at place x of `room`. The system would blend columns that it puts together, red with
+// green to black; drawn at this width, candidates would lie over the rest.
+Colour ColourAt(const std::vector<Colour>& columns, std::int64_t x, std::int64_t room) {
+  const auto width = static_cast<std::int64_t>(columns.size());
+  const std::int64_t end = ((x + 1) * width + room - 1) / room;
+  for (std::int64_t i = x * width / room; width > room && i < end; ++i) {
+    const Colour c = columns[static_cast<std::size_t>(i)];
+    if (IsCandidate(c)) return c;
+  }
+  return columns[static_cast<std::size_t>((2 * x + 1) * width / (2 * room))];
 }
 
 }  // namespace
 
 void ShowPicture(HDC dc, const RECT& area, const PictureBox& picture) {
-  const auto width = static_cast<std::int32_t>(picture.shown().size());
-  const ColumnRange columns = ColumnsIn(dc, area, picture);
-  if (columns.Empty()) return;
-  const bool whole = columns.first == 0 && columns.end == width;
-  const LONG left = area.left + columns.first;
-  const LONG right = whole ? area.right : area.left + columns.end;
+  const ColumnRange places = PlacesIn(dc, area);
+  if (places.Empty()) return;
+  const std::int64_t room = area.right - area.left;
   BITMAPINFO info = {};
   info.bmiHeader.biSize = sizeof info.bmiHeader;
-  info.bmiHeader.biWidth = columns.end - columns.first;
+  info.bmiHeader.biWidth = places.end - places.first;
   info.bmiHeader.biHeight = 1;
   info.bmiHeader.biPlanes = 1;
   info.bmiHeader.biBitCount = 32;
   std::vector<std::uint32_t> row;
-  row.reserve(static_cast<std::size_t>(columns.end - columns.first));
-  for (std::int32_t x = columns.first; x < columns.end; ++x) {
-    const Colour c = picture.shown()[static_cast<std::size_t>(x)];
+  row.reserve(static_cast<std::size_t>(info.bmiHeader.biWidth));
+  for (std::int64_t x = places.first; x < places.end; ++x) {
+    const Colour c = ColourAt(picture.shown(), x, room);
     row.push_back((c & 0xFF) << 16 | (c & 0xFF00) | (c >> 16 & 0xFF));
   }
-  StretchDIBits(dc, left, area.top, right - left, area.bottom - area.top, 0, 0,
-                info.bmiHeader.biWidth, 1, row.data(), &info, DIB_RGB_COLORS, SRCCOPY);
+  StretchDIBits(dc, area.left + places.first, area.top, info.bmiHeader.biWidth,
+                area.bottom - area.top, 0, 0, info.bmiHeader.biWidth, 1, row.data(), &info,
+                DIB_RGB_COLORS, SRCCOPY);
 }
 
 RECT AreaOf(ColumnRange columns, HWND control, const PictureBox& picture) {

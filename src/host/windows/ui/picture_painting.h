@@ -7,8 +7,8 @@
 namespace vornalux {
 
 // One row of pixels, which the system makes as high as the area. What another window covered comes
-// back as it was; of what need not be painted anew nothing is made. A picture that is stretched is
-// painted as a whole.
+// back as it was; of what need not be painted anew nothing is made. On an area of another width
+// each place shows one of the columns that come to it.
 void ShowPicture(HDC dc, const RECT& area, const PictureBox& picture);
 
 // Where columns show on a control that may have another width than the picture.

@@ -23,6 +23,7 @@ NativeTemperatureWarning::NativeTemperatureWarning(HDDTempWarning& warning)
     : NativeForm(warning, IDD_TEMPERATURE), large_(LargeFont(window())) {
   SendMessageW(Item(IDC_WARNING_TEMPERATURE), WM_SETFONT, reinterpret_cast<WPARAM>(large_), FALSE);
   Bind(IDC_WARNING_TEMPERATURE, warning.LblHDDTemp);
+  Bind(IDC_WARNING_DRIVE, warning.LblDrive);
   Bind(IDC_WARNING_TEXT, warning.Label1);
   Bind(IDC_WARNING_CONTINUE, warning.Command3);
   Bind(IDC_WARNING_STOP, warning.Command2);

@@ -10,6 +10,7 @@
 #include "app/program.h"
 #include "app/start_up.h"
 #include "host/windows/command_line.h"
+#include "host/windows/ui/checking_window.h"
 #include "host/windows/ui/context_window.h"
 #include "host/windows/ui/launcher_window.h"
 #include "host/windows/ui/log_windows.h"
@@ -65,11 +66,20 @@ int Run() {
   NativeDebug debug(program.debug_window);
   NativeTemperatureWarning warning(program.main_window.temperature_warning);
   NativeContext context(program.launcher.context_menu);
+  const NativeChecking checking(program.launcher.checking);
   launcher.SharePlaceWith(main_window);
   desktop.SetTrayOwner(launcher.window());
   desktop.tray_icon_tried = [&main_window](bool shown) { main_window.StandInForIcon(shown); };
+  main_window.progressed = [&](int percent) {
+    desktop.SetTrayTip(program.main_window.caption.get() + " - " + std::to_string(percent) + "%");
+  };
+  main_window.ended = [&](const std::string& result) {
+    desktop.SetTrayTip(program.main_window.caption);
+    desktop.TellAtTrayIcon(program.main_window.caption, result);
+  };
   launcher.taskbar_created = [&desktop] { desktop.RestoreTrayIcon(); };
   // Once is enough, however many windows are told.
+  NativeForm::open_help = [&program] { Raise(program.launcher.lblInfo.click); };
   NativeForm::close_program = [&, closing = false](CloseReason reason) mutable {
     if (std::exchange(closing, true)) return;
     desktop.HurryBoxes();

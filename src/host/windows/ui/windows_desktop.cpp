@@ -34,6 +34,15 @@ NOTIFYICONDATAA TrayRecord(HWND owner) {
 static_assert(NOTIFYICONDATAA_V1_SIZE == (sizeof(void*) == 8 ? 104 : 88));
 constexpr std::size_t kTipCharacters = 64;  // of that form
 
+// As much of the text as there is room for, up to its first NUL.
+template <std::size_t room>
+void CopyText(const std::string& text, char (&out)[room], std::size_t characters = room) {
+  const std::string ansi = ToAnsi(text);
+  const std::size_t length = std::min({ansi.find('\0'), ansi.size(), characters - 1});
+  std::copy_n(ansi.begin(), length, out);
+  out[length] = '\0';
+}
+
 // A box or a question; forms stay.
 BOOL CALLBACK CloseIfBox(HWND window, LPARAM) {
   constexpr ATOM kDialog = 0x8002;
@@ -80,8 +89,8 @@ BoxAnswer WindowsDesktop::ShowBox(const std::string& text, const std::string& ti
       (buttons == BoxButtons::YesNo ? MB_YESNO : MB_OK) | kIcons[static_cast<std::size_t>(icon)];
   const UINT_PTR timer =
       hurry_ ? SetTimer(nullptr, 0, kBoxPatienceMilliseconds, CloseBoxes) : UINT_PTR{0};
-  const int answer =
-      MessageBoxW(GetActiveWindow(), ToWide(text).c_str(), ToWide(title).c_str(), type);
+  const NativeForm::Asking asking;
+  const int answer = MessageBoxW(asking.owner(), ToWide(text).c_str(), ToWide(title).c_str(), type);
   if (timer != 0) KillTimer(nullptr, timer);
   if (buttons == BoxButtons::Ok) return BoxAnswer::Ok;
   return answer == IDYES ? BoxAnswer::Yes : BoxAnswer::No;
@@ -107,12 +116,14 @@ void WindowsDesktop::ShowModal(Form& form) {
 std::optional<std::string> WindowsDesktop::InputBox(const std::string& prompt,
                                                     const std::string& title,
                                                     const std::string& initial) {
-  return AskForText(GetActiveWindow(), prompt, title, initial);
+  const NativeForm::Asking asking;
+  return AskForText(asking.owner(), prompt, title, initial);
 }
 
 std::optional<std::string> WindowsDesktop::SavePath(const std::string& title,
                                                     const std::string& initial) {
-  return AskForTextFile(GetActiveWindow(), title, initial);
+  const NativeForm::Asking asking;
+  return AskForTextFile(asking.owner(), title, initial);
 }
 
 void WindowsDesktop::ShowTrayIcon(const std::string& tooltip) {
@@ -129,9 +140,7 @@ void WindowsDesktop::PutTrayIcon() {
   record.uFlags = NIF_MESSAGE | NIF_ICON | NIF_TIP;
   record.uCallbackMessage = kTrayMessage;
   record.hIcon = LoadIconW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(IDI_PROGRAM));
-  const std::string text = ToAnsi(*tray_tip_);
-  const std::size_t length = std::min({text.find('\0'), text.size(), kTipCharacters - 1});
-  std::copy_n(text.begin(), length, record.szTip);
+  CopyText(*tray_tip_, record.szTip, kTipCharacters);
   icon_shown_ = false;
   for (int attempt = 0; attempt < kTrayAttempts && !icon_shown_; ++attempt) {
     if (attempt > 0) Sleep(kTrayPauseMilliseconds);
@@ -139,6 +148,27 @@ void WindowsDesktop::PutTrayIcon() {
     icon_shown_ = Shell_NotifyIconA(NIM_ADD, &record) || Shell_NotifyIconA(NIM_MODIFY, &record);
   }
   if (tray_icon_tried) tray_icon_tried(icon_shown_);
+}
+
+void WindowsDesktop::SetTrayTip(const std::string& tooltip) {
+  if (!tray_tip_ || *tray_tip_ == tooltip) return;
+  tray_tip_ = tooltip;
+  if (!icon_shown_) return;
+  NOTIFYICONDATAA record = TrayRecord(owner_);
+  record.uFlags = NIF_TIP;
+  CopyText(tooltip, record.szTip, kTipCharacters);
+  Shell_NotifyIconA(NIM_MODIFY, &record);
+}
+
+void WindowsDesktop::TellAtTrayIcon(const std::string& title, const std::string& text) {
+  if (!icon_shown_) return;
+  NOTIFYICONDATAA record = TrayRecord(owner_);
+  record.cbSize = NOTIFYICONDATAA_V2_SIZE;  // since XP has the first with room for it
+  record.uFlags = NIF_INFO;
+  record.dwInfoFlags = NIIF_INFO;
+  CopyText(title, record.szInfoTitle);
+  CopyText(text, record.szInfo);
+  Shell_NotifyIconA(NIM_MODIFY, &record);
 }
 
 void WindowsDesktop::RemoveTrayIcon() {

@@ -27,6 +27,11 @@ class WindowsDesktop final : public Desktop {
   // The notification area has come anew: puts an icon that it should have.
   void RestoreTrayIcon();
 
+  // What the icon says from now on, while there is one.
+  void SetTrayTip(const std::string& tooltip);
+  // Says so beside the icon, while there is one.
+  void TellAtTrayIcon(const std::string& title, const std::string& text);
+
   // From now on boxes close themselves, unanswered, before the system loses its patience.
   void HurryBoxes() { hurry_ = true; }
 
