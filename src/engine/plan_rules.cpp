@@ -47,7 +47,7 @@ std::optional<plan::Plan> PlanWhileHeard(const RunContext& run, Planner planner,
   }
 }
 
-PlanRules::PlanRules(const RunContext& run) : run_(run) {
+PlanRules::PlanRules(const RunContext& run, Pass pass) : run_(run), pass_(pass) {
   // Shadow copies look at 16 sectors at a time; as Movers::VssAlignShift has it.
   constexpr std::int32_t kSectors = 16;
   const std::int32_t sectors = run.geometry.constants.SectorsPerCluster;
@@ -67,7 +67,7 @@ PlanRules::PlanRules(const RunContext& run) : run_(run) {
 }
 
 bool PlanRules::Stays(const CensusEntry& entry) const {
-  if (!IncludedBy(run_.target.exclude, entry.path)) return true;
+  if (pass_ == Pass::Defrag && !IncludedBy(run_.target.exclude, entry.path)) return true;
   if (entry.extents.empty()) return false;
   if (entry.extents.back().NextVcn < smallest_) return true;
   const std::int64_t lcn = entry.extents.front().Lcn;

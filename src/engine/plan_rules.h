@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/pass.h"
 #include "engine/plan/plan.h"
 #include "engine/run_context.h"
 #include "volume/volume_census.h"
@@ -16,16 +17,17 @@ namespace vornalux {
 class PlanRules {
  public:
   // Reads the layout list. The volume's constants are known.
-  explicit PlanRules(const RunContext& run);
+  PlanRules(const RunContext& run, Pass pass);
 
-  // Not to be moved: left out by its extension, too small to keep its alignment, or a start-up file
-  // that lies whole in the area in front that is reserved for such.
+  // Not to be moved: left out of Defrag by its extension, too small to keep its alignment, or a
+  // start-up file that lies whole in the area in front that is reserved for such.
   bool Stays(const CensusEntry& entry) const;
   // For shadow copies: the clusters that a file's way is to be a multiple of.
   std::int32_t Alignment() const { return alignment_; }
 
  private:
   const RunContext& run_;
+  Pass pass_;
   std::int32_t alignment_ = 1;
   std::int64_t smallest_ = 0;                // clusters of the smallest file that may be moved
   std::vector<std::string> start_up_files_;  // sorted, in small letters

@@ -44,7 +44,7 @@ std::optional<ThoroughHelp> PlanFor(const RunContext& run, const Paths& fragment
                                     const Paths& refused) {
   const std::vector<CensusEntry> entries =
       TakeCensus(run.platform, run.extents, run.flags, run.target.Folder(), run.target.Ntfs());
-  const PlanRules rules(run);
+  const PlanRules rules(run, Pass::Defrag);
   std::vector<bool> stays;
   for (const CensusEntry& entry : entries) {
     stays.push_back(rules.Stays(entry) || refused.contains(entry.path));

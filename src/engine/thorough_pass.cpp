@@ -51,8 +51,14 @@ Moves Group(const plan::PlannedMoves& moves, std::size_t first) {
 class ThoroughRun {
  public:
   // doing: the caption while files move, without the volume.
-  ThoroughRun(const RunContext& run, RunRecord& record, Planner planner, const char* doing)
-      : run_(run), record_(record), planner_(planner), doing_(doing) {}
+  ThoroughRun(const RunContext& run, RunRecord& record, Pass pass, const char* doing)
+      : run_(run),
+        record_(record),
+        pass_(pass),
+        planner_(pass == Pass::Compact ? plan::PlanCompact : plan::PlanDefrag),
+        doing_(doing) {
+    record.Begin(pass);
+  }
 
   void Run() {
     bool given_up = false;
@@ -79,7 +85,7 @@ class ThoroughRun {
     entries_ = TakeCensus(run_.platform, run_.extents, run_.flags, run_.target.Folder(),
                           run_.target.Ntfs());
     wanted_ = WantedOf(run_.target, entries_);
-    const PlanRules rules(run_);
+    const PlanRules rules(run_, pass_);
     alignment_ = rules.Alignment();
     stays_.clear();
     for (const CensusEntry& entry : entries_) {
@@ -214,6 +220,7 @@ class ThoroughRun {
 
   const RunContext& run_;
   RunRecord& record_;
+  Pass pass_;
   Planner planner_;
   const char* doing_;
   std::vector<CensusEntry> entries_;
@@ -231,8 +238,7 @@ bool Passes::ThoroughDefrag() {
   const BusyWindow busy(run_.view);
   if (!PrepareFragmentLists()) return run_.flags.StopRequested != False;
   run_.flags.StopRequested = False;
-  record_.Begin(Pass::Defrag);
-  ThoroughRun(run_, record_, plan::PlanDefrag, "Defragmenting volume ").Run();
+  ThoroughRun(run_, record_, Pass::Defrag, "Defragmenting volume ").Run();
   EndThorough();
   return true;
 }
@@ -240,8 +246,7 @@ bool Passes::ThoroughDefrag() {
 bool Passes::ThoroughCompact() {
   const BusyWindow busy(run_.view);
   if (!PrepareClassLists()) return run_.flags.StopRequested != False;
-  record_.Begin(Pass::Compact);
-  ThoroughRun(run_, record_, plan::PlanCompact, "Compacting volume ").Run();
+  ThoroughRun(run_, record_, Pass::Compact, "Compacting volume ").Run();
   EndThorough();
   return true;
 }

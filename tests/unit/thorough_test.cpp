@@ -84,13 +84,12 @@ auto MovableVolume(std::uint64_t seed, std::int64_t clusters, double fragmented)
   return MakeRandomVolume(options, seed);
 }
 
-// Of a folder, without some extensions, after each pass.
+// Of a folder, after each pass.
 TEST(Thorough, HelpsAsMuchAsWasToldBefore) {
   int helped = 0;
   ForSeeds(60, [&helped](std::uint64_t seed) {
     const auto disk = MovableVolume(seed, 4000, 0.6);
     Rig rig(*disk);
-    if (seed % 3 == 0) rig.program.launcher.ExcludeTxt.text = std::string("*.txt; *.dll; *.dat");
     if (seed % 5 == 0) rig.engine.volume.Choose("C:\\", "folder0", "");
     rig.Run(kPasses[seed % kPassCount].pass);
     ASSERT_TRUE(rig.engine.record.Summary());
@@ -112,6 +111,19 @@ TEST(Thorough, HelpsAsMuchAsWasToldBefore) {
     ++helped;
   });
   EXPECT_GT(helped, test::TestSeed(0) == 0 ? 20 : -1);
+}
+
+// As in its ordinary form.
+TEST(Thorough, CompactMovesWhatDefragLeavesOut) {
+  for (const Pass pass : {Pass::Defrag, Pass::Compact}) {
+    SimulatedVolume volume({.total_clusters = 400, .sectors_per_cluster = 8});
+    volume.AddFile("out.iso", {{300, 3}, {310, 3}});
+    Rig rig(volume);
+    rig.program.launcher.ExcludeTxt.text = std::string("*.iso");
+    rig.program.flags.Thorough = True;
+    rig.Run(pass);
+    EXPECT_EQ(volume.RunsOf("out.iso").size(), pass == Pass::Compact ? 1U : 2U);
+  }
 }
 
 // Nothing that befalls the help befalls the run that was before it.
