@@ -282,6 +282,12 @@ TEST(JournalCorruption, StatesOfAnHonestStore) {
     EXPECT_FALSE(old.Record({{7, kOne}}));
     EXPECT_EQ(RedoJournal(old_store, old_volume).Recover(kIdentity).state, JournalState::Replayed);
     EXPECT_EQ(old_volume.Content()[7 * kSector], 0x33);
+    // Without a sum it is the marks and samples alone that tell of another volume.
+    for (const std::size_t sector : {58, 60}) {
+      Bytes other = good.before;
+      other[sector * kSector] ^= 0x55;
+      EXPECT_EQ(RecoverSafely(store, other), JournalState::Conflict) << sector;
+    }
   }
 
   Bytes unmarked = good.unmarked;
