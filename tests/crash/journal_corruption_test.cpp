@@ -283,7 +283,7 @@ TEST(JournalCorruption, StatesOfAnHonestStore) {
     EXPECT_EQ(RedoJournal(old_store, old_volume).Recover(kIdentity).state, JournalState::Replayed);
     EXPECT_EQ(old_volume.Content()[7 * kSector], 0x33);
     // Without a sum it is the marks and samples alone that tell of another volume.
-    for (const std::size_t sector : {58, 60}) {
+    for (const std::size_t sector : {std::size_t{58}, std::size_t{60}}) {
       Bytes other = good.before;
       other[sector * kSector] ^= 0x55;
       EXPECT_EQ(RecoverSafely(store, other), JournalState::Conflict) << sector;

@@ -185,7 +185,7 @@ TEST(Thorough, RespectsShadowCopiesAndStartUpFiles) {
       EXPECT_EQ(by % (16 / sectors), 0) << path;
     }
   });
-  EXPECT_GT(moved, test::TestSeed(0) == 0 ? 500U : 0U);
+  EXPECT_GE(moved, test::TestSeed(0) == 0 ? 500U : 0U);
 }
 
 // Of files that are named the others only make room, and only for a run that plans.
