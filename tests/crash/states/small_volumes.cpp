@@ -34,7 +34,7 @@ bool Joined(const SmallLayout& layout) {
 
 void SetEntry(std::span<std::uint8_t> fat, std::size_t number, std::uint32_t value) {
   const std::size_t at = number + number / 2;
-  const unsigned both = fat[at] | fat[at + 1] << 8;
+  const auto both = static_cast<unsigned>(fat[at] | fat[at + 1] << 8);
   const unsigned merged = number % 2 == 0 ? (both & 0xF000) | value : (both & 0xF) | value << 4;
   fat[at] = static_cast<std::uint8_t>(merged);
   fat[at + 1] = static_cast<std::uint8_t>(merged >> 8);
