@@ -55,7 +55,7 @@ inline EventCount CountEvents(const Arguments& arguments, const std::string& cou
 }
 
 // A volume from a recipe, and copies of it that things happen to.
-class MadeVolume : public ImageFolder {
+class VolumeAndCopies : public ImageFolder {
  protected:
   void Make(const std::string& recipe) {
     recipe_ = recipe + " seed=" + std::to_string(seed_);

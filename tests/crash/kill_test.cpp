@@ -22,7 +22,7 @@ struct KillCase {
   static constexpr const char* kDrop = "--drop-restore-points";
 };
 
-class KillTest : public MadeVolume, public testing::WithParamInterface<KillCase> {
+class KillTest : public VolumeAndCopies, public testing::WithParamInterface<KillCase> {
  protected:
   Arguments Command() const {
     Arguments line = {GetParam().command, Path("work.img"), "--quiet"};

@@ -27,7 +27,7 @@ std::uint64_t FirstCluster(const Bytes& volume, const CheckReport& report) {
   return word(11) * (word(14) + volume[16] * word(22)) + word(17) * 32;
 }
 
-class ReadTest : public MadeVolume, public testing::WithParamInterface<const char*> {
+class ReadTest : public VolumeAndCopies, public testing::WithParamInterface<const char*> {
  protected:
   ReadTest() { Make(GetParam()); }
 
@@ -138,7 +138,7 @@ TEST_P(ReadTest, WhatTakesNoCopyIsToldAndCostsNoFile) {
 }
 
 // What has slid already goes back when the rest cannot be read.
-using SlideTest = MadeVolume;
+using SlideTest = VolumeAndCopies;
 TEST_F(SlideTest, GoesBackFromWhereItCannotGoOn) {
   Make("fat16 size=16M cluster=512 files=1 folders=1 fill=70%");
   const CheckReport report = CheckVolume(Path("volume.img"), {});

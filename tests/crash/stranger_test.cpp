@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class StrangerTest : public MadeVolume, public testing::WithParamInterface<const char*> {
+class StrangerTest : public VolumeAndCopies, public testing::WithParamInterface<const char*> {
  protected:
   void SetUp() override {
     Make(GetParam());

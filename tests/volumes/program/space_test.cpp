@@ -13,7 +13,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-class SpaceTest : public MadeVolume {
+class SpaceTest : public VolumeAndCopies {
  protected:
   // With blocks for all of it.
   void MakeFull(const std::string& recipe) {
